@@ -1,0 +1,31 @@
+// The debug log "logfiles\Norvyn-expiration-debug.log" and the switch that gates it.
+// Every line opens the file, writes and closes it again, so that the file is whole at any moment and
+// may be moved away while the service runs. A line that cannot be written is dropped.
+// Used by the thread of the pass; one object per worker.
+#pragma once
+
+#include <string_view>
+
+namespace config {
+
+inline constexpr const char* kDebugLogFile = "logfiles\\Norvyn-expiration-debug.log";
+
+class DebugLog {
+ public:
+  explicit DebugLog(bool enabled = true) : enabled_(enabled) {}
+
+  bool enabled() const { return enabled_; }
+  void setEnabled(bool enabled) { enabled_ = enabled; }
+
+  // Starts the file anew, empty, when enabled.
+  void recreate();
+  // Appends printf-style text as it stands (a line end is part of the text), when enabled.
+  [[gnu::format(printf, 2, 3)]] void print(const char* format, ...);
+  // Appends whether enabled or not.
+  void printAlways(std::string_view text);
+
+ private:
+  bool enabled_;
+};
+
+}  // namespace config

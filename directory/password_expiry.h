@@ -1,0 +1,33 @@
+// Password age, the domain's maximum age, and the forced change at next logon. Ages are in whole
+// days, rounded down. Failures are silent: what was not read keeps its value.
+#pragma once
+
+#include <cstdint>
+#include <string>
+
+#include "platform/account_database.h"
+#include "platform/clock.h"
+
+namespace directory {
+
+inline constexpr std::uint32_t kSecondsPerDay = 86400;
+inline constexpr const char* kExpiredPasswordLog = "logfiles\\Norvyn-expired-pw.log";
+// Any non-zero value marks a password as expired; this is the one written.
+inline constexpr std::uint32_t kPasswordExpiredMark = 5;
+
+struct DomainMaxAge {
+  std::uint32_t days = 0;
+  bool known = false;
+};
+
+DomainMaxAge readDomainMaxAge(platform::AccountDatabase& accounts);
+
+// Forces a password change at next logon and appends the line of the expired-password log. Nothing is
+// written when the account database refuses. Returns whether it took the change.
+bool expireUserPassword(platform::AccountDatabase& accounts, platform::Clock& clock,
+                        const std::u16string& logonName, std::uint32_t passwordAgeDays);
+
+// "%2u/%02u/%04u %2u:%02u:%02u": month, day, year, hour, minute, second.
+std::string timestampText(const platform::LocalTime& time);
+
+}  // namespace directory

@@ -1,0 +1,52 @@
+// Account data as the network management functions give it: flags and password age of one account,
+// the domain's maximum password age, and the forced change at next logon.
+// Used by the thread of the pass only. A call may block for as long as the directory takes.
+#pragma once
+
+#include <cstdint>
+#include <memory>
+#include <string>
+
+namespace platform {
+
+// NET_API_STATUS numbers.
+using NetStatus = std::uint32_t;
+inline constexpr NetStatus kNetSuccess = 0;
+inline constexpr NetStatus kNetAccessDenied = 5;
+inline constexpr NetStatus kNetWriteFault = 29;
+inline constexpr NetStatus kNetUserNotFound = 2221;
+inline constexpr NetStatus kNetNoDomainController = 2453;
+
+// Bits of UserInfo::flags.
+inline constexpr std::uint32_t kAccountDisabled = 0x2;
+inline constexpr std::uint32_t kPasswordCantChange = 0x40;
+inline constexpr std::uint32_t kPasswordDontExpire = 0x10000;
+
+// What this system reads of user information level 3.
+struct UserInfo {
+  std::uint32_t flags = 0;
+  std::uint32_t passwordAge = 0;      // seconds
+  std::uint32_t passwordExpired = 0;  // non-zero: must be changed at next logon
+  std::shared_ptr<void> native;       // the system's own record, for setUserInfo; may be null
+};
+
+// DomainModals::maxPasswordAge of a domain whose passwords never expire.
+inline constexpr std::uint32_t kPasswordNeverExpires = 0xFFFFFFFF;
+
+struct DomainModals {
+  std::uint32_t maxPasswordAge = 0;  // seconds
+};
+
+class AccountDatabase {
+ public:
+  virtual ~AccountDatabase() = default;
+  // Level 3 of the account with this logon name (without regard to case).
+  virtual NetStatus userInfo(const std::u16string& name, UserInfo& info) = 0;
+  // Writes back a record that userInfo gave. Of its fields only a non-zero passwordExpired is
+  // changed by this system.
+  virtual NetStatus setUserInfo(const std::u16string& name, const UserInfo& info) = 0;
+  // Level 0 of the domain.
+  virtual NetStatus domainModals(DomainModals& modals) = 0;
+};
+
+}  // namespace platform

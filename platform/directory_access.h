@@ -1,0 +1,111 @@
+// Active Directory as ADSI shows it: objects and searches opened by their path, with HRESULT results.
+// Steps, orders and messages are in directory/; this is one call each.
+// Used by one thread between initialise() and uninitialise(), which may be nested. A call may block
+// for as long as the directory takes.
+#pragma once
+
+#include <cstdint>
+#include <memory>
+#include <string>
+
+namespace platform {
+
+using HResult = std::uint32_t;
+inline constexpr HResult kOk = 0;
+inline constexpr HResult kAdsNoMoreRows = 0x5012;  // S_ADS_NOMORE_ROWS, a success
+inline constexpr HResult kFail = 0x80004005;       // E_FAIL
+inline constexpr HResult kInvalidArgument = 0x80070057;
+inline constexpr HResult kAdsPropertyNotFound = 0x8000500D;
+inline constexpr HResult kAdsBadPathName = 0x80005000;
+inline constexpr HResult kNoSuchObject = 0x80072030;
+inline constexpr HResult kServerDown = 0x8007203A;
+inline constexpr HResult kLogonFailure = 0x8007052E;
+inline constexpr HResult kFilterUnknown = 0x8007203E;
+inline bool failed(HResult status) { return (status & 0x80000000U) != 0; }
+
+inline constexpr std::uint32_t kErrorMoreDirectoryData = 234;  // DirectoryError::code
+
+enum class AdsType : std::uint32_t { DnString = 1, CaseExactString = 2, CaseIgnoreString = 3 };
+enum class SearchScope : std::uint32_t { Base = 0, OneLevel = 1, Subtree = 2 };
+
+// What ADsOpenObject is told about authentication.
+inline constexpr std::uint32_t kAdsSecureAuthentication = 1;
+
+// What went wrong last, in the words of the directory (ADsGetLastError).
+struct DirectoryError {
+  std::uint32_t code = 0;
+  std::string text;      // UTF-8, one line, no secret
+  std::string provider;  // UTF-8
+};
+
+// A user object's properties (IADsUser). Values are set on success only.
+class DirectoryUser {
+ public:
+  virtual ~DirectoryUser() = default;
+  virtual HResult emailAddress(std::u16string& value) = 0;
+  virtual HResult firstName(std::u16string& value) = 0;
+  virtual HResult lastName(std::u16string& value) = 0;
+};
+
+// One directory object (IADs).
+class DirectoryObject {
+ public:
+  virtual ~DirectoryObject() = default;
+  virtual HResult get(const std::u16string& attribute, std::u16string& value) = 0;
+  // The same object seen as a user (QueryInterface for IADsUser).
+  virtual HResult queryUser(std::unique_ptr<DirectoryUser>& user) = 0;
+};
+
+struct SearchColumn {
+  AdsType type = AdsType::CaseIgnoreString;
+  std::u16string firstValue;
+};
+
+// The result of a search. Destroying it closes the search handle.
+class SearchRows {
+ public:
+  virtual ~SearchRows() = default;
+  // Moves to the next row, the first time to the first. kAdsNoMoreRows at the end of a page.
+  virtual HResult next() = 0;
+  virtual HResult column(const std::u16string& attribute, SearchColumn& column) = 0;
+};
+
+// A search from one path downwards (IDirectorySearch).
+class DirectorySearch {
+ public:
+  virtual ~DirectorySearch() = default;
+  virtual HResult setScope(SearchScope scope) = 0;
+  virtual HResult setPageSize(std::uint32_t rows) = 0;
+  // `filter` is an RFC 4515 filter; a "!" without parentheses around its operand is taken too.
+  virtual HResult execute(const std::u16string& filter, const std::u16string& attribute,
+                          std::unique_ptr<SearchRows>& rows) = 0;
+};
+
+class DirectoryAccess {
+ public:
+  virtual ~DirectoryAccess() = default;
+
+  // CoInitialize and CoUninitialize for the calling thread.
+  virtual HResult initialise() = 0;
+  virtual void uninitialise() = 0;
+
+  // ADsOpenObject with null credentials: as the account of the process, or the configured bind.
+  virtual HResult openObject(const std::u16string& path, std::uint32_t flags,
+                             std::unique_ptr<DirectoryObject>& object) = 0;
+  virtual HResult openSearch(const std::u16string& path, std::uint32_t flags,
+                             std::unique_ptr<DirectorySearch>& search) = 0;
+  // ADsGetObject.
+  virtual HResult getObject(const std::u16string& path,
+                            std::unique_ptr<DirectoryObject>& object) = 0;
+  virtual HResult getSearch(const std::u16string& path,
+                            std::unique_ptr<DirectorySearch>& search) = 0;
+
+  virtual DirectoryError lastError() = 0;
+
+  // A pass begins or ends. In between, an implementation may read what a pass needs once and answer
+  // from memory; outside of it nothing is kept.
+  virtual void beginPass() {}
+  virtual void endPass() {}
+};
+
+}  // namespace platform

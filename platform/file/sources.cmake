@@ -1,0 +1,3 @@
+# The sources below platform/file.
+list(APPEND platform_sources
+)

@@ -1,0 +1,70 @@
+// Files by the system's own relative names, such as "logfiles\Norvyn-expired-pw.log". On Windows
+// those are used as they stand. Elsewhere backslashes become slashes, and a relative name means the
+// same file in any letter case: the lower-case spelling is the one that is created; a file that
+// exists in another case is found. Absolute names are used as they are given.
+// Names are in the ANSI code page. Nothing here throws.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <cstdio>
+#include <memory>
+#include <string>
+#include <string_view>
+
+namespace platform {
+
+struct FileCloser {
+  void operator()(std::FILE* file) const { std::fclose(file); }
+};
+using File = std::unique_ptr<std::FILE, FileCloser>;
+
+// fopen. Null when it cannot be opened. With a text mode ("r", "w", "a+": no "b") lines end in "\n"
+// for the program; on disk they end as the system has it. Reads see CR LF as "\n" on every system
+// when they go through readTextLine.
+File openFile(const std::string& name, const char* mode);
+
+// One read of at most `capacity` - 1 bytes, up to and including a "\n" (fgets, but NUL bytes are kept);
+// CR LF counts as "\n". False at the end of the file.
+bool readTextLine(std::FILE* file, std::size_t capacity, std::string& line);
+
+// The whole file, unchanged. False when it cannot be read; `bytes` is then empty.
+bool readWholeFile(const std::string& name, std::string& bytes);
+
+// Replaces or makes the file with these bytes, directly. False when not all could be written.
+bool writeWholeFile(const std::string& name, std::string_view bytes);
+
+// As writeWholeFile, but a reader sees the old file or the new one, never a part, whatever happens:
+// a temporary file beside it, flushed to the disk, then renamed. On systems with file modes the new
+// file is readable by its owner only (0600).
+bool replaceFileAtomically(const std::string& name, std::string_view bytes);
+
+// Opens, appends, closes. False when not everything could be written.
+bool appendToFile(const std::string& name, std::string_view bytes);
+
+// Overwrites bytes in the middle of an existing file with one write, flushed to the disk.
+bool overwriteInFile(const std::string& name, std::uint64_t offset, std::string_view bytes);
+
+bool createDirectory(const std::string& name);  // true also when it exists already
+bool fileExists(const std::string& name);
+bool removeFile(const std::string& name);
+
+// The process's current directory, which relative names start from.
+bool setWorkingDirectory(const std::string& name);
+std::string absolutePath(const std::string& name);
+
+// Held while a file is read, changed and replaced: other processes that ask for the same lock wait.
+class FileLock {
+ public:
+  // Locks "NAME.lock", made when missing. `held()` is false when it cannot be made.
+  explicit FileLock(const std::string& name);
+  ~FileLock();
+  FileLock(const FileLock&) = delete;
+  FileLock& operator=(const FileLock&) = delete;
+  bool held() const { return handle_ != -1; }
+
+ private:
+  std::intptr_t handle_ = -1;
+};
+
+}  // namespace platform

@@ -1,0 +1,3 @@
+# The sources below platform/posix.
+list(APPEND platform_sources
+)
