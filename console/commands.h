@@ -1,0 +1,36 @@
+// The commands of `pwlapse`. Each returns the program's exit status: 0 done, 1 done but something in
+// it failed, 2 unusable input, told in one line on standard error.
+#pragma once
+
+#include <cstdint>
+#include <string>
+
+namespace console {
+
+inline constexpr int kExitDone = 0;
+inline constexpr int kExitSomethingFailed = 1;
+inline constexpr int kExitUnusable = 2;
+
+struct RunOptions {
+  std::string registryFile;  // empty: the registry of this system
+  std::string directoryUri;  // empty: as the registry says
+  std::string workDir;       // empty: the current directory
+  bool debug = false;        // on whatever the registry says
+};
+int runCommand(const RunOptions& options);
+
+struct DemoOptions {
+  std::string workDir;  // empty: a folder below the system's temporary one
+};
+int demoCommand(const DemoOptions& options);
+
+struct CatchOptions {
+  std::uint16_t port = 0;
+  std::string directory;
+};
+int catchCommand(const CatchOptions& options);
+
+// One line on standard error, prefixed with the program's name; returns kExitUnusable.
+int refuse(const std::string& reason);
+
+}  // namespace console

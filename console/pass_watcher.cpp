@@ -1,0 +1,94 @@
+#include "console/pass_watcher.h"
+
+#include <algorithm>
+
+#include "config/format_text.h"
+
+namespace console {
+namespace {
+
+using config::formatText;
+
+constexpr std::size_t kProblemsNamed = 10;  // more are counted only
+constexpr int kBarWidth = 30;
+
+}  // namespace
+
+void PassWatcher::slotStarted(int slot, const std::string& includeFile, std::uint64_t listBytes) {
+  ++lists_;
+  listName_ = slotLabel(slot) + " (" + includeFile + ")";
+  listBytes_ = listBytes;
+  readBytes_ = 0;
+  drawnPercent_ = -1;
+  drawBar();
+}
+
+void PassWatcher::policyUndefined(const std::string& name) {
+  notes_.push_back(name + " has a maximum password age but no policyName of at least 2 characters: "
+                          "it is left out");
+}
+
+void PassWatcher::userExamined(const service::UserVerdict& verdict) {
+  ++lines_;
+  ++counts_[static_cast<std::size_t>(outcomeOf(verdict))];
+  if (verdict.mailFailed) {
+    addProblem("mail to " + verdict.username + " <" + verdict.email + "> was not sent");
+  }
+  if (verdict.expiry == service::Expiry::Refused) {
+    addProblem("the directory did not take the forced password change of " + verdict.username);
+  }
+  if (keep_ == Keep::Verdicts) verdicts_.push_back(verdict);
+  readBytes_ += verdict.username.size() + 1;
+  drawBar();
+}
+
+bool PassWatcher::finish(const service::RunSummary& summary) {
+  if (drawnPercent_ >= 0) std::fputs("\r\033[K", terminal_);
+  reportOnly_ = summary.reportOnly;
+  if (!summary.directoryBound) {
+    const std::string& text = summary.directoryError.text;
+    addProblem("could not bind to the domain" + (text.empty() ? "" : ": " + text));
+  }
+  if (summary.testEmailFailed) addProblem("the test mail was not sent");
+  if (summary.adminReportFailed) addProblem("the report was not mailed to the administrator");
+  if (summary.fileReportFailed) addProblem("the report file could not be written");
+  return problemCount_ == 0;
+}
+
+std::string PassWatcher::summaryText() const {
+  std::string text = formatText("%llu %s in %i user %s%s\n", static_cast<unsigned long long>(lines_),
+                                lines_ == 1 ? "line" : "lines", lists_,
+                                lists_ == 1 ? "list" : "lists",
+                                reportOnly_ ? ", report-only mode" : "");
+  for (int i = 0; i < kOutcomes; ++i) {
+    if (counts_[i] == 0) continue;
+    text += formatText("  %-16s %8llu\n", outcomeLabel(static_cast<Outcome>(i)),
+                       static_cast<unsigned long long>(counts_[i]));
+  }
+  for (const std::string& note : notes_) text += "note: " + note + "\n";
+  for (const std::string& problem : problems_) text += "FAILED: " + problem + "\n";
+  if (problemCount_ > problems_.size()) {
+    text += formatText("FAILED: %llu more\n",
+                       static_cast<unsigned long long>(problemCount_ - problems_.size()));
+  }
+  return text;
+}
+
+void PassWatcher::addProblem(const std::string& problem) {
+  ++problemCount_;
+  if (problems_.size() < kProblemsNamed) problems_.push_back(problem);
+}
+
+void PassWatcher::drawBar() {
+  if (terminal_ == nullptr) return;
+  const std::uint64_t read = std::min(readBytes_, listBytes_);
+  const int percent = listBytes_ == 0 ? 100 : static_cast<int>(read * 100 / listBytes_);
+  if (percent == drawnPercent_) return;
+  drawnPercent_ = percent;
+  const int filled = percent * kBarWidth / 100;
+  std::fprintf(terminal_, "\r\033[K[%s%s] %3d %% %s", std::string(filled, '#').c_str(),
+               std::string(kBarWidth - filled, '.').c_str(), percent, listName_.c_str());
+  std::fflush(terminal_);
+}
+
+}  // namespace console

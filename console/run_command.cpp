@@ -1,0 +1,47 @@
+#include <cstdio>
+#include <memory>
+
+#include "console/commands.h"
+#include "console/pass_watcher.h"
+#include "notify/mail_settings.h"
+#include "notify/run_logs.h"
+#include "platform/files.h"
+#include "platform/system_host.h"
+#include "platform/terminal.h"
+#include "service/expiration_run.h"
+
+namespace console {
+
+int refuse(const std::string& reason) {
+  std::fprintf(stderr, "pwlapse: %s\n", reason.c_str());
+  return kExitUnusable;
+}
+
+int runCommand(const RunOptions& options) {
+  // Before the work directory is entered: the registry's name is relative to where the user is.
+  platform::HostOptions hostOptions{options.registryFile, options.directoryUri};
+  if (!options.registryFile.empty()) {
+    hostOptions.registryFile = platform::absolutePath(options.registryFile);
+  }
+  std::string error;
+  const std::unique_ptr<platform::SystemHost> system = platform::makeSystemHost(hostOptions, error);
+  if (!system) return refuse(error);
+  if (!options.workDir.empty() && !platform::setWorkingDirectory(options.workDir)) {
+    return refuse("cannot use the work directory " + options.workDir);
+  }
+  platform::Host host = system->host();
+  service::ServiceValues values = service::readServiceValues(host.registry);
+  values.debug = values.debug || options.debug;
+  // A pass makes the folder with debug on only; whoever runs one by hand wants the report and logs.
+  platform::createDirectory(notify::kLogDirectory);
+
+  PassWatcher watcher(PassWatcher::Keep::Counts,
+                      platform::isTerminal(stderr) ? stderr : nullptr);
+  service::ExpirationRun run(host, values, &watcher);
+  run.prepare();
+  const bool allWell = watcher.finish(run.pass());
+  std::fputs(watcher.summaryText().c_str(), stdout);
+  return allWell ? kExitDone : kExitSomethingFailed;
+}
+
+}  // namespace console

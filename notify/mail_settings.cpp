@@ -1,0 +1,17 @@
+#include "notify/mail_settings.h"
+
+namespace notify {
+
+void configureMailMan(kelvado::KvMailMan& mailMan, const config::ExpirationSettings& settings) {
+  mailMan.put_SmtpHost(settings.smtpServer.c_str());
+  // Set whether empty or not: the library takes empty ones for "no authentication".
+  mailMan.put_SmtpUsername(settings.smtpUsername.c_str());
+  mailMan.put_SmtpPassword(settings.smtpPassword.c_str());
+  if (settings.smtpPort != 0) mailMan.put_SmtpPort(static_cast<int>(settings.smtpPort));
+  mailMan.put_SmtpSsl(settings.smtpSsl);
+  mailMan.put_StartTLS(settings.smtpStartTls);
+  mailMan.put_SmtpAuthMethod(settings.smtpAuthMethod.c_str());
+  mailMan.put_RequireVerifiedCertificate(settings.smtpRequireVerifiedCertificate);
+}
+
+}  // namespace notify

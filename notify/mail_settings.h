@@ -1,0 +1,18 @@
+// The mail-sending object as the expiration settings want it.
+// Used by the warning e-mail and the admin report mail.
+#pragma once
+
+#include "config/expiration_settings.h"
+#include "mail/smtp/kv_mail_man.h"
+
+namespace notify {
+
+// The product's code for the mail component.
+inline constexpr const char* kMailUnlockCode = "NRVPasswordExpiration";
+
+inline constexpr const char* kMailErrorFile = "errors-norvyn-email.xml";
+
+// Server, credentials (also when empty) and the way to connect.
+void configureMailMan(kelvado::KvMailMan& mailMan, const config::ExpirationSettings& settings);
+
+}  // namespace notify

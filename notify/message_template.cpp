@@ -1,0 +1,61 @@
+#include "notify/message_template.h"
+
+#include <cstddef>
+#include <utility>
+
+#include "config/format_text.h"
+#include "platform/files.h"
+
+namespace notify {
+namespace {
+
+constexpr std::size_t kTemplateReadSize = 256;  // bytes a read, with the terminator
+
+bool readTemplate(const char* name, std::string& text) {
+  platform::File file = platform::openFile(name, "r");
+  if (!file) return false;
+  std::string line;
+  while (platform::readTextLine(file.get(), kTemplateReadSize, line)) text += line;
+  return true;
+}
+
+std::string replaceAll(const std::string& text, std::string_view token, std::string_view value) {
+  std::string result;
+  std::size_t from = 0;
+  for (std::size_t at = 0; (at = text.find(token, from)) != std::string::npos;) {
+    result.append(text, from, at - from).append(value);
+    from = at + token.size();
+  }
+  return result.append(text, from);
+}
+
+}  // namespace
+
+MessageBody loadMessageBody(const std::string& customMessage, config::DebugLog& log) {
+  MessageBody body;
+  if (readTemplate(kHtmlTemplateFile, body.text)) {
+    log.print("**HTML email body file found.\n");
+    body.isHtml = true;
+  } else if (readTemplate(kTextTemplateFile, body.text)) {
+    log.print("**Plain text email body file found.\n");
+  } else {
+    log.print(
+        "**No custom email text files found.  Using registry value for custom email body.\n");
+    body.text = customMessage;
+  }
+  return body;
+}
+
+std::string replaceTokens(std::string text, const TokenValues& values) {
+  const std::pair<std::string_view, std::string> tokens[] = {
+      {"<%username%>", values.username},
+      {"<%firstName%>", values.firstName},
+      {"<%lastName%>", values.lastName},
+      {"<%daysUntilExpiration%>", config::formatText("%i", values.daysUntilExpiration)},
+      {"<%backslash%>", "\\"},
+  };
+  for (const auto& [token, value] : tokens) text = replaceAll(text, token, value);
+  return text;
+}
+
+}  // namespace notify

@@ -1,0 +1,39 @@
+// The plain-text logs of a pass beside the debug log's lines: the debug log's header, the list of
+// skipped users and the users whose passwords expire soon. Each write opens the file and closes it
+// again; a line that cannot be written is dropped. Used by the pass only.
+#pragma once
+
+#include <cstdint>
+#include <string>
+
+#include "config/debug_log.h"
+#include "config/expiration_settings.h"
+#include "platform/clock.h"
+
+namespace notify {
+
+inline constexpr const char* kLogDirectory = "LogFiles";
+inline constexpr const char* kSkipListFile = "logfiles\\pwExpirationSkipList.txt";
+inline constexpr const char* kExpiringSoonLog = "logfiles\\Norvyn-expiring-soon.log";
+
+// Figures of the debug log's header that are not settings.
+struct RunFigures {
+  double uptimeSeconds = 0;              // measured once, when the worker started
+  std::uint32_t domainMaxAgeDays = 0;    // 0 until known
+  std::uint32_t intervalMs = 0;
+  bool emailedToday = false;             // the mailing-day guard has fired
+};
+
+// Product, domain policy and every setting, none of them secret. `settings.reportOnly` is the pass's
+// effective one.
+void writeDebugHeader(config::DebugLog& log, const config::ExpirationSettings& settings,
+                      const RunFigures& figures, const platform::LocalTime& now);
+
+void recreateSkipList();
+void appendSkippedUser(const std::string& username);
+
+void recreateExpiringSoonLog();
+void appendExpiringSoon(const platform::LocalTime& now, const std::string& username,
+                        const std::string& email, int daysLeft);
+
+}  // namespace notify

@@ -1,0 +1,146 @@
+#include "notify/run_report.h"
+
+#include <algorithm>
+#include <cstddef>
+
+#include "config/format_text.h"
+#include "directory/password_expiry.h"
+#include "notify/html_text.h"
+#include "notify/report_logo.h"
+#include "platform/files.h"
+
+namespace notify {
+namespace {
+
+using config::formatText;
+
+constexpr std::uint32_t kMsPerHour = 3600000;
+
+constexpr const char* kHead =
+    "<html><head><title>Norvyn Password Expiration Report</title>\n"
+    "<style type=text/css>\n"
+    ".title{color:#222222;font-family:Arial,Helvetica,sans-serif;font-size:12pt;"
+    "font-weight:bold;}\n"
+    "h3{color:#555555;font-family:Arial,Helvetica,sans-serif;font-size:11pt;font-weight:bold;}\n"
+    "table{border-color: #DDDDDD;border-width: 1px 1px 1px 1px;border-style: solid;}\n"
+    ".labelRow{color:#FFFFFF;font-family:Arial,Helvetica,sans-serif;font-size:10pt;"
+    "font-weight:bold;padding: 2px 2px 2px 2px;text-align:center;background-color:#F26721;}"
+    "td{font-family:Arial,Helvetica,sans-serif;font-size:8pt;font-weight:100;"
+    "padding:2px 2px 2px 2px;background-color:#F5F5F5; text-align:center;}\n"
+    "</style></head>";
+
+constexpr const char* kUpcomingOpening =
+    "<h3>Users with upcoming password expirations:</h3>\n"
+    "<table><tr><td class=labelRow>Username</td><td class=labelRow>Email</td>"
+    "<td class=labelRow>Email Warnings</td><td class=labelRow>pw Age</td>"
+    "<td class=labelRow>Max pw Age</td><td class=labelRow>Days until Expiration</td>"
+    "<td class=labelRow>Emailed</td></tr>";
+
+constexpr const char* kWouldExpireHeading =
+    "<h3>Users with passwords <u>that would be expired</u> during this run:</h3>\n";
+constexpr const char* kExpiredHeading =
+    "<h3>Users with passwords <u>expired</u> during this run:</h3>\n";
+constexpr const char* kExpiredOpening =
+    "<table><tr><td class=labelRow>Username</td><td class=labelRow>Email</td>"
+    "<td class=labelRow>pw Age</td><td class=labelRow>Max pw Age</td>"
+    "<td class=labelRow>Status</td></tr>";
+
+std::string settingsTable(const config::ExpirationSettings& settings, std::uint32_t intervalMs) {
+  std::string rows = "<table border=0>\n";
+  const auto row = [&rows](const char* label, std::int64_t value) {
+    rows += formatText("<tr><td>%s</td><td>%i</td></tr>", label, static_cast<int>(value));
+  };
+  row("Service Interval (in hours)", intervalMs / kMsPerHour);
+  rows += "<tr><td>SMTP Server</td><td>" + escapeHtml(settings.smtpServer) + "</td></tr>";
+  row("Warning Threshold", settings.warningThreshold);
+  const auto& warnings = settings.warnings;
+  // Shown from 0 upwards, although a pass keeps to warning days only above 0: meant to be so.
+  if (std::any_of(warnings.begin(), warnings.end(), [](std::int32_t day) { return day >= 0; })) {
+    row("Email at specific intervals", 1);
+    row("Warning 1", warnings[0]);
+    row("Warning 2", warnings[1]);
+    row("Warning 3", warnings[2]);
+  }
+  row("Report Only", settings.reportOnly);
+  row("Test Email Only", settings.testEmailOnly);
+  row("Email Admin Report", settings.emailAdminReports);
+  row("Limit Emails", settings.limitEmails);
+  row("Email length-based password aging users", settings.emailAgingUsers);
+  for (const config::LengthPolicy& policy : settings.lengthPolicies) {
+    if (policy.minLength > 0) {
+      rows += formatText("<tr><td>Min Length / Max Age</td><td>%i / %i</td></tr>",
+                         static_cast<int>(policy.minLength), static_cast<int>(policy.maxAge));
+    }
+  }
+  row("Last Email Day", settings.expirationLastRunDay);
+  return rows;
+}
+
+// "<tr><td>username</td><td>email</td>", which every row begins with.
+std::string rowStart(const ReportUser& user) {
+  return "<tr><td>" + escapeHtml(user.username) + "</td><td>" + escapeHtml(user.email) + "</td>";
+}
+
+std::string expiredRow(const ReportUser& user, const char* status) {
+  return rowStart(user) +
+         formatText("<td>%i</td><td>%i</td><td><font color=#FF0000>%s</font></td></tr>\n",
+                    static_cast<int>(user.passwordAge), user.maxAge, status);
+}
+
+}  // namespace
+
+void RunReport::start(const config::ExpirationSettings& settings, std::uint32_t intervalMs,
+                      const platform::LocalTime& now) {
+  anyExpired_ = false;
+  settings_ =
+      "<hr size=1 width=625 align=left><span class=title>Norvyn Password Expiration Report</span>"
+      "<hr size=1 width=625 align=left><h3>DATE OF RUN:" +
+      directory::timestampText(now) + "</h3>\n<h3>Settings:</h3>\n" +
+      settingsTable(settings, intervalMs);
+
+  mailReport_ = kHead;
+  fileReport_ = mailReport_ + "<body><img src=../norvyn-report-logo.gif>\n";
+  mailReport_ += "<body><img src=images/logo.gif>\n";
+
+  upcoming_ = kUpcomingOpening;
+  expired_ = settings.reportOnly ? kWouldExpireHeading : kExpiredHeading;
+  expired_ += kExpiredOpening;
+}
+
+void RunReport::addUpcoming(const ReportUser& user, std::uint32_t emailWarnings,
+                            const std::string& emailedText) {
+  const int age = static_cast<int>(user.passwordAge);
+  upcoming_ += rowStart(user) +
+               formatText("<td>%i</td><td>%i</td><td>%i</td><td>%i</td><td>%s</td></tr>\n",
+                          static_cast<int>(emailWarnings), age, user.maxAge, user.maxAge - age,
+                          emailedText.c_str());
+}
+
+void RunReport::addExpired(const ReportUser& user) {
+  expired_ += expiredRow(user, "PASSWORD EXPIRED");
+}
+
+void RunReport::addNotExpired(const ReportUser& user) {
+  expired_ += expiredRow(user, "PASSWORD NOT EXPIRED (Report Only Mode)");
+}
+
+void RunReport::finish(std::uint32_t expiredCount) {
+  for (std::string* section : {&upcoming_, &expired_, &settings_}) *section += "</table>";
+  anyExpired_ = expiredCount > 0;
+  appendSections(mailReport_);
+}
+
+void RunReport::appendSections(std::string& report) const {
+  report += settings_ + "<br>" + upcoming_ + "<br>";
+  if (anyExpired_) report += expired_;
+  report += "</body></html>";
+}
+
+bool RunReport::writeFileReport() {
+  appendSections(fileReport_);
+  return platform::writeWholeFile(kReportFile, fileReport_);
+}
+
+bool writeReportLogo() { return platform::writeWholeFile(kLogoFile, reportLogo()); }
+
+}  // namespace notify

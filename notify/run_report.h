@@ -1,0 +1,58 @@
+// The "Password Expiration Report" of one pass, built up in five text streams and assembled at its
+// end into the mail report and the file report. Used by the pass only.
+#pragma once
+
+#include <cstdint>
+#include <string>
+
+#include "config/expiration_settings.h"
+#include "platform/clock.h"
+
+namespace notify {
+
+inline constexpr const char* kReportFile = "logfiles\\Norvyn-expiration-report.html";
+inline constexpr const char* kLogoFile = "norvyn-report-logo.gif";
+
+// One user's figures. Texts are in the ANSI code page, as the directory has them; they are escaped
+// here.
+struct ReportUser {
+  std::string username;
+  std::string email;
+  std::uint32_t passwordAge = 0;  // days
+  std::int32_t maxAge = 0;        // days
+};
+
+class RunReport {
+ public:
+  // Empties the streams and writes the settings table, the heads and the table openings.
+  // `settings.reportOnly` is the pass's effective one.
+  void start(const config::ExpirationSettings& settings, std::uint32_t intervalMs,
+             const platform::LocalTime& now);
+
+  void addUpcoming(const ReportUser& user, std::uint32_t emailWarnings,
+                   const std::string& emailedText);
+  void addExpired(const ReportUser& user);
+  void addNotExpired(const ReportUser& user);
+
+  // Closes the tables and assembles the mail report. The expired section is left out when
+  // `expiredCount` is 0.
+  void finish(std::uint32_t expiredCount);
+  const std::string& mailReport() const { return mailReport_; }
+  // Assembles the file report and writes it to kReportFile. False when it could not be written.
+  bool writeFileReport();
+
+ private:
+  void appendSections(std::string& report) const;
+
+  std::string mailReport_;
+  std::string fileReport_;
+  std::string settings_;
+  std::string upcoming_;
+  std::string expired_;
+  bool anyExpired_ = false;
+};
+
+// Writes the logo that the file report shows and the mail embeds to kLogoFile.
+bool writeReportLogo();
+
+}  // namespace notify

@@ -1,0 +1,85 @@
+#include "notify/warning_email.h"
+
+#include "config/registry_readers.h"
+#include "mail/mime/kv_email.h"
+#include "notify/mail_settings.h"
+#include "notify/message_template.h"
+
+namespace notify {
+namespace {
+
+constexpr const char* kExpiredText =
+    "Your Windows password has expired.\r\n"
+    "\r\n"
+    "You will be prompted to change your password prior to your next logon.\r\n";
+
+MessageBody composeBody(const WarningContext& context, const std::string& username,
+                        int countdown) {
+  // An expired password has its own fixed words; templates speak of days that remain.
+  if (countdown < 1) return {kExpiredText, false};
+
+  MessageBody body = loadMessageBody(context.settings.emailCustomMsg, context.log);
+  const directory::UserDirectoryData& data = context.user.data;
+  body.text = replaceTokens(body.text, {username, data.firstName, data.lastName, countdown});
+  context.log.print("    user firstname: %s\n", data.firstName.c_str());
+  context.log.print("    user lastname: %s\n", data.lastName.c_str());
+  context.log.print("    days until expiration: %i\n", countdown);
+  context.log.print("    ..search and replace countdown string done.\n");
+  return body;
+}
+
+void composeEmail(kelvado::KvEmail& email, const config::ExpirationSettings& settings,
+                  const std::string& address, const MessageBody& body) {
+  email.AddHeaderField("X-Priority", "1");
+  email.put_From(settings.emailFromAddress.c_str());
+  email.AddTo(address.c_str(), address.c_str());
+  email.put_Subject(settings.emailSubject.c_str());
+  if (body.isHtml) {
+    email.SetHtmlBody(body.text.c_str());
+  } else {
+    email.put_Body(body.text.c_str());
+  }
+}
+
+// Before the send, so that a day on which the mail server fails half way counts as a mailing day.
+void recordMailingDay(const WarningContext& context) {
+  const int day = context.clock.localTime().day;
+  config::writeNumber(context.registry, config::kProductKey, "expirationLastRunDay",
+                      static_cast<std::uint32_t>(day));
+  context.log.print("    expirationLastRunDay set to %i\n", day);
+}
+
+}  // namespace
+
+bool sendWarningEmail(const WarningContext& context, const std::string& username,
+                      const std::string& address, int countdown) {
+  kelvado::KvMailMan mailMan;
+  if (!mailMan.UnlockComponent(kMailUnlockCode)) return true;  // no failure of the mail server
+
+  config::DebugLog& log = context.log;
+  log.print("  emailUser() - begin\n");
+  log.print("    countdown (inside emailUser): %i\n", countdown);
+  log.print("    szUser: %s\n", username.c_str());
+  log.print("    szUserEmail: %s\n", address.c_str());
+
+  const MessageBody body = composeBody(context, username, countdown);
+  configureMailMan(mailMan, context.settings);
+  kelvado::KvEmail email;
+  composeEmail(email, context.settings, address, body);
+  recordMailingDay(context);
+
+  const bool sent = mailMan.SendEmail(email);
+  if (sent) {
+    log.print("    email sent (to: %s)\n", address.c_str());
+  } else {
+    mailMan.SaveLastError(kMailErrorFile);
+    // The path in the text is fixed; the file is in the current directory.
+    log.print(
+        "    emailUser failed. Check c:\\windows\\system32\\errors-norvyn-email.xml for more "
+        "information.\n");
+  }
+  log.print("  emailUser() - end\n");
+  return sent;
+}
+
+}  // namespace notify

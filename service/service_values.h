@@ -1,0 +1,19 @@
+// The two values that the service reads when it starts: whether debug lines are written, and how long
+// it sleeps between passes. Used by the service and by the console, which runs on the same values.
+#pragma once
+
+#include <cstdint>
+
+#include "platform/registry.h"
+
+namespace service {
+
+struct ServiceValues {
+  bool debug = true;                   // until the registry has been read
+  std::uint32_t intervalMs = 7200000;  // the same: 2 hours
+};
+
+// Debug is on when either edition's key says so; no interval, or 0, means 24 hours.
+ServiceValues readServiceValues(platform::Registry& registry);
+
+}  // namespace service
