@@ -1,7 +1,7 @@
-// Text between UTF-8, UTF-16 and code pages. "ANSI" is the code page of the process; where the system
-// has none of its own it is UTF-8.
-// Pure functions; may be used by several threads. Nothing here fails on malformed input: what cannot
-// be carried over becomes U+FFFD or '?', except where a function says so.
+// Text between UTF-8, UTF-16 and code pages. "ANSI" is the code page of the process; where the
+// system has none of its own it is UTF-8. Pure functions; may be used by several threads. Nothing
+// here fails on malformed input: what cannot be carried over becomes U+FFFD or '?', except where a
+// function says so.
 #pragma once
 
 #include <cstdint>

@@ -24,12 +24,15 @@ using File = std::unique_ptr<std::FILE, FileCloser>;
 // when they go through readTextLine.
 File openFile(const std::string& name, const char* mode);
 
-// One read of at most `capacity` - 1 bytes, up to and including a "\n" (fgets, but NUL bytes are kept);
-// CR LF counts as "\n". False at the end of the file.
+// One read of at most `capacity` - 1 bytes, up to and including a "\n" (fgets, but NUL bytes are
+// kept); CR LF counts as "\n". False at the end of the file.
 bool readTextLine(std::FILE* file, std::size_t capacity, std::string& line);
 
-// The whole file, unchanged. False when it cannot be read; `bytes` is then empty.
-bool readWholeFile(const std::string& name, std::string& bytes);
+inline constexpr std::size_t kNoSizeLimit = static_cast<std::size_t>(-1);
+
+// The whole file, unchanged. False when it cannot be read or has more than `limit` bytes; `bytes`
+// is then empty and errno tells why (EFBIG: the limit).
+bool readWholeFile(const std::string& name, std::string& bytes, std::size_t limit = kNoSizeLimit);
 
 // Replaces or makes the file with these bytes, directly. False when not all could be written.
 bool writeWholeFile(const std::string& name, std::string_view bytes);
@@ -49,8 +52,11 @@ bool createDirectory(const std::string& name);  // true also when it exists alre
 bool fileExists(const std::string& name);
 bool removeFile(const std::string& name);
 
-// The process's current directory, which relative names start from.
+// The process's current directory, which relative names start from. The name is one that a person
+// gave, and is used as it stands.
 bool setWorkingDirectory(const std::string& name);
+// Where a relative name is, for messages and for use after setWorkingDirectory. A file that exists
+// in just this spelling is meant, before any other spelling of the name.
 std::string absolutePath(const std::string& name);
 
 // Held while a file is read, changed and replaced: other processes that ask for the same lock wait.

@@ -1,3 +1,4 @@
 # The sources below platform/file.
 list(APPEND platform_sources
+  unicode.cpp
 )
