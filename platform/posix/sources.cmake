@@ -6,4 +6,5 @@ list(APPEND platform_sources
   posix/digest.cpp
   posix/files.cpp
   posix/random.cpp
+  posix/socket_api.cpp
 )
