@@ -59,11 +59,14 @@ class SnapshotDirectory final : public DirectoryAccess, public AccountDatabase {
   HResult ensureLoaded();
   void drop();
   HResult fail(HResult status, std::string text);
+  // On success `entry` is the account's; valid until drop().
+  NetStatus findEntry(const std::u16string& name, DirectoryEntry*& entry);
 
   std::unique_ptr<DirectorySource> source_;
   Clock& clock_;
   std::shared_ptr<Loaded> loaded_;
   HResult loadStatus_ = kOk;  // a failure: not tried again until drop()
+  DirectoryError loadError_;
   DirectoryError lastError_;
   std::vector<std::string> warnings_;
   int initialised_ = 0;
