@@ -3,7 +3,6 @@
 
 #include "console/commands.h"
 #include "console/pass_watcher.h"
-#include "notify/mail_settings.h"
 #include "notify/run_logs.h"
 #include "platform/files.h"
 #include "platform/system_host.h"

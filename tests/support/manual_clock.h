@@ -14,7 +14,7 @@ class ManualClock : public platform::Clock {
  public:
   platform::LocalTime local{2026, 3, 4, 5, 9, 7, 3};  // Thursday, 5 March 2026, 09:07:03
   platform::TimeZone zone;
-  std::int64_t now = 134171680230000000;  // the same
+  std::int64_t now = 134171752230000000;  // the same
   double uptime = 100000;
   std::uint32_t ticks = 0;
 

@@ -1,0 +1,121 @@
+#include <algorithm>
+#include <cstdio>
+#include <filesystem>
+#include <memory>
+
+#include "console/commands.h"
+#include "console/demo_site.h"
+#include "console/pass_watcher.h"
+#include "console/smtp_catcher.h"
+#include "notify/run_report.h"
+#include "platform/code_page.h"
+#include "platform/files.h"
+#include "platform/system_host.h"
+#include "service/expiration_run.h"
+
+namespace console {
+namespace {
+
+namespace fs = std::filesystem;
+
+constexpr const char* kMailDirectory = "mails";
+
+// Makes the demo's folder and enters it. A folder that holds something else is left alone.
+bool enterWorkDir(const std::string& wanted, std::string& error) {
+  std::error_code status;
+  const fs::path dir =
+      wanted.empty() ? fs::temp_directory_path(status) / "pwlapse-demo" : fs::path(wanted);
+  fs::create_directories(dir, status);
+  if (status) {
+    error = dir.string() + ": " + status.message();
+    return false;
+  }
+  if (!fs::is_empty(dir, status) && !fs::exists(dir / kDemoRegistryFile, status)) {
+    error = dir.string() + ": not empty and not the folder of an earlier demo";
+    return false;
+  }
+  if (!platform::setWorkingDirectory(dir.string())) {
+    error = dir.string() + ": cannot be entered";
+    return false;
+  }
+  fs::remove_all(kMailDirectory, status);  // the mails of an earlier demo
+  return true;
+}
+
+// Pads to a column by characters, not bytes.
+std::string padded(const std::string& text, std::size_t width) {
+  const std::size_t length = platform::utf8ToUtf16(text).size();
+  return text + std::string(length < width ? width - length : 1, ' ');
+}
+
+bool isExpected(const service::UserVerdict& verdict, std::vector<ExpectedOutcome>& expected) {
+  const auto match = std::find_if(expected.begin(), expected.end(), [&](const auto& candidate) {
+    return candidate.username == verdict.username && candidate.slot == verdict.slot &&
+           candidate.outcome == outcomeOf(verdict) && candidate.skipReasons == verdict.skipReasons;
+  });
+  if (match == expected.end()) return false;
+  expected.erase(match);
+  return true;
+}
+
+// One line per user and policy; false when one did not come out as the site was made to.
+bool printVerdicts(const std::vector<service::UserVerdict>& verdicts) {
+  std::vector<ExpectedOutcome> missing = demoExpectations();
+  bool allExpected = true;
+  std::printf("%s%s%sWHY\n", padded("USER", 15).c_str(), padded("POLICY", 15).c_str(),
+              padded("OUTCOME", 16).c_str());
+  for (const service::UserVerdict& verdict : verdicts) {
+    const bool expected = isExpected(verdict, missing);
+    allExpected = allExpected && expected;
+    std::printf("%s%s%s%s%s\n", padded(verdict.username, 15).c_str(),
+                padded(slotLabel(verdict.slot), 15).c_str(),
+                padded(outcomeLabel(outcomeOf(verdict)), 16).c_str(),
+                outcomeReason(verdict).c_str(), expected ? "" : "  (NOT AS EXPECTED)");
+  }
+  for (const ExpectedOutcome& one : missing) {
+    std::printf("%s was not examined as expected in %s\n", one.username.c_str(),
+                slotLabel(one.slot).c_str());
+  }
+  return allExpected && missing.empty();
+}
+
+void printPaths(const SmtpCatcher& catcher) {
+  std::printf("\nMails caught:\n");
+  for (const std::string& file : catcher.savedFiles()) {
+    std::printf("  %s\n", platform::absolutePath(file).c_str());
+  }
+  std::printf("Report:\n  %s\n", platform::absolutePath(notify::kReportFile).c_str());
+  std::printf("The site: its registry, directory, lists and logs:\n  %s\n",
+              platform::absolutePath(".").c_str());
+}
+
+}  // namespace
+
+int demoCommand(const DemoOptions& options) {
+  std::string error;
+  if (!enterWorkDir(options.workDir, error)) return refuse(error);
+  SmtpCatcher catcher;
+  CatcherOptions catcherOptions;
+  catcherOptions.directory = kMailDirectory;
+  catcherOptions.refusedRecipients = {kDemoRefusedAddress};
+  if (!catcher.start(catcherOptions, error)) return refuse(error);
+  if (!makeDemoSite(platform::systemClock(), catcher.port(), error)) return refuse(error);
+
+  platform::HostOptions hostOptions;
+  hostOptions.registryFile = platform::absolutePath(kDemoRegistryFile);
+  const std::unique_ptr<platform::SystemHost> system = platform::makeSystemHost(hostOptions, error);
+  if (!system) return refuse(error);
+  const platform::Host host = system->host();
+
+  PassWatcher watcher(PassWatcher::Keep::Verdicts, nullptr);
+  service::ExpirationRun run(host, service::readServiceValues(host.registry), &watcher);
+  run.prepare();
+  watcher.finish(run.pass());
+  catcher.stop();
+  const bool asExpected = printVerdicts(watcher.verdicts());
+  std::printf("\n%s", watcher.summaryText().c_str());
+  printPaths(catcher);
+  return asExpected ? kExitDone : kExitSomethingFailed;
+}
+
+}  // namespace console

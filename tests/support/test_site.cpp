@@ -1,0 +1,131 @@
+#include "tests/support/test_site.h"
+
+#include <fstream>
+#include <memory>
+#include <sstream>
+
+#include <gtest/gtest.h>
+
+#include "config/format_text.h"
+#include "config/registry_readers.h"
+#include "platform/file/ldif_source.h"
+#include "platform/file/reg_registry.h"
+#include "platform/file/snapshot_directory.h"
+
+namespace test_support {
+namespace {
+
+constexpr const char* kRegistryFile = "site.reg";
+constexpr const char* kDirectoryFile = "domain.ldif";
+
+// A security descriptor whose one entry denies SELF the change-password right.
+constexpr const char* kDenyChange =
+    "AQAEgAAAAAAAAAAAAAAAABQAAAAEADAAAQAAAAYAKAAAAQAAAQAAAFMacqsvHtARmBkAqgBAUpsBAQAAAAAABQoAAAA=";
+
+}  // namespace
+
+const service::UserVerdict& PassRecord::of(const std::string& name, int slot) const {
+  static const service::UserVerdict none;
+  for (const service::UserVerdict& verdict : verdicts) {
+    if (verdict.username == name && verdict.slot == slot) return verdict;
+  }
+  ADD_FAILURE() << name << " was not examined in slot " << slot;
+  return none;
+}
+
+TestSite::TestSite() {
+  setting("smtpServer", "127.0.0.1");
+  setting("smtpPort", 1);  // nobody listens there
+}
+
+void TestSite::set(const std::string& key, const std::string& value, const std::string& syntax) {
+  registry_[key][value] = syntax;
+}
+
+void TestSite::setNumber(const std::string& key, const std::string& value, std::uint32_t number) {
+  set(key, value, config::formatText("dword:%08x", number));
+}
+
+void TestSite::setting(const std::string& value, std::uint32_t number) {
+  setNumber(config::kExpirationKeyMpe, value, number);
+}
+
+void TestSite::setting(const std::string& value, const std::string& text) {
+  std::string quoted;
+  for (const char c : text) {
+    if (c == '\\' || c == '"') quoted += '\\';
+    quoted += c;
+  }
+  set(config::kExpirationKeyMpe, value, "\"" + quoted + "\"");
+}
+
+void TestSite::policy(const std::string& name, std::uint32_t maxAge, std::uint32_t emailWarnings) {
+  const std::string key = std::string(config::kPolicyRootMpe) + "\\" + name;
+  set(key, "policyName", "\"" + name + " of the site\"");
+  setNumber(key, "maxPasswordAge", maxAge);
+  setNumber(key, "emailWarnings", emailWarnings);
+}
+
+void TestSite::user(const SiteUser& user) { users_.push_back(user); }
+
+void TestSite::write(const std::string& file, const std::string& text) {
+  std::ofstream(file, std::ios::binary) << text;
+}
+
+std::string TestSite::read(const std::string& file) const {
+  std::ifstream stream(file, std::ios::binary);
+  std::ostringstream text;
+  text << stream.rdbuf();
+  return text.str();
+}
+
+void TestSite::writeOut() {
+  if (written_) return;
+  written_ = true;
+  std::string reg = "Windows Registry Editor Version 5.00\r\n";
+  for (const auto& [key, values] : registry_) {
+    reg += "\r\n[HKEY_LOCAL_MACHINE\\" + key + "]\r\n";
+    for (const auto& [name, syntax] : values) reg += "\"" + name + "\"=" + syntax + "\r\n";
+  }
+  write(kRegistryFile, reg);
+
+  std::string ldif = "dn: DC=site,DC=example\nobjectClass: domainDNS\nmaxPwdAge: -36288000000000\n";
+  for (const SiteUser& user : users_) {
+    const std::int64_t changed =
+        user.age < 0 ? 0 : clock.now - user.age * kFileTimeDay - 3600 * kFileTimeSecond;
+    ldif += "\ndn: CN=" + user.name + ",CN=Users,DC=site,DC=example\nobjectClass: user\n" +
+            "objectCategory: CN=Person,CN=Schema,CN=Configuration,DC=site,DC=example\n" +
+            "sAMAccountName: " + user.name + "\nuserAccountControl: " +
+            std::to_string(user.accountControl) + "\npwdLastSet: " + std::to_string(changed) + "\n";
+    if (!user.mail.empty()) ldif += "mail: " + user.mail + "\n";
+    if (!user.givenName.empty()) ldif += "givenName: " + user.givenName + "\n";
+    if (!user.surname.empty()) ldif += "sn: " + user.surname + "\n";
+    if (user.cannotChange) ldif += std::string("nTSecurityDescriptor:: ") + kDenyChange + "\n";
+  }
+  write(kDirectoryFile, ldif);
+}
+
+PassRecord TestSite::pass(const service::ServiceValues& values) {
+  writeOut();
+  std::string error;
+  const auto registry = platform::RegRegistry::load(kRegistryFile, error);
+  PassRecord record;
+  if (!registry) {
+    ADD_FAILURE() << error;
+    return record;
+  }
+  platform::SnapshotDirectory directory(std::make_unique<platform::LdifSource>(kDirectoryFile),
+                                        clock);
+  service::ExpirationRun run({*registry, directory, directory, clock}, values, &record);
+  run.prepare();
+  record.summary = run.pass();
+  return record;
+}
+
+std::uint32_t TestSite::registryNumber(const std::string& key, const std::string& value) {
+  std::string error;
+  const auto registry = platform::RegRegistry::load(kRegistryFile, error);
+  return registry ? config::readNumber(*registry, key, value) : 0;
+}
+
+}  // namespace test_support

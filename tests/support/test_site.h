@@ -1,0 +1,69 @@
+// A small site for tests of a pass: a registry file and an LDIF domain in a temporary directory, a
+// manual clock, and one pass over them.
+#pragma once
+
+#include <cstdint>
+#include <map>
+#include <string>
+#include <vector>
+
+#include "service/expiration_run.h"
+#include "tests/support/manual_clock.h"
+#include "tests/support/temp_dir.h"
+
+namespace test_support {
+
+struct SiteUser {
+  std::string name;
+  int age = 0;  // days; -1: to be changed at next logon
+  std::string mail = "user@site.example";
+  std::uint32_t accountControl = 0x200;
+  std::string givenName = "Given";
+  std::string surname = "Surname";
+  bool cannotChange = false;
+};
+
+// What a pass did, gathered as an observer.
+struct PassRecord : service::RunObserver {
+  std::vector<service::UserVerdict> verdicts;
+  std::vector<std::string> undefinedPolicies;
+  service::RunSummary summary;
+
+  void userExamined(const service::UserVerdict& verdict) override { verdicts.push_back(verdict); }
+  void policyUndefined(const std::string& name) override { undefinedPolicies.push_back(name); }
+  // The verdict on that user in that slot; fails the test and answers an empty one when missing.
+  const service::UserVerdict& of(const std::string& name, int slot = 0) const;
+};
+
+class TestSite {
+ public:
+  TestSite();
+
+  // Values are registry-file syntax: "dword:0000000e" or a quoted text.
+  void set(const std::string& key, const std::string& value, const std::string& syntax);
+  void setNumber(const std::string& key, const std::string& value, std::uint32_t number);
+  void setting(const std::string& value, std::uint32_t number);
+  void setting(const std::string& value, const std::string& text);
+  // "DefaultPolicy", "Policy1", ... with warnings on.
+  void policy(const std::string& name, std::uint32_t maxAge, std::uint32_t emailWarnings = 1);
+  void user(const SiteUser& user);
+  void write(const std::string& file, const std::string& text);
+  std::string read(const std::string& file) const;  // "" when missing
+
+  // Writes registry and directory out, the first time, and makes one pass.
+  PassRecord pass(const service::ServiceValues& values = {true, 3600000});
+  // The same, without the pass: for a run of one's own.
+  void writeOut();
+  std::uint32_t registryNumber(const std::string& key, const std::string& value);
+  std::string directoryText() const { return read("domain.ldif"); }
+
+  ManualClock clock;
+
+ private:
+  TempDir directory_;
+  std::map<std::string, std::map<std::string, std::string>> registry_;
+  std::vector<SiteUser> users_;
+  bool written_ = false;
+};
+
+}  // namespace test_support
