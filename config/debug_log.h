@@ -1,7 +1,7 @@
 // The debug log "logfiles\Norvyn-expiration-debug.log" and the switch that gates it.
-// Every line opens the file, writes and closes it again, so that the file is whole at any moment and
-// may be moved away while the service runs. A line that cannot be written is dropped.
-// Used by the thread of the pass; one object per worker.
+// Every line opens the file, writes and closes it again, so that the file is whole at any moment
+// and may be moved away while the service runs. A line that cannot be written is dropped. Used by
+// the thread of the pass; one object per worker.
 #pragma once
 
 #include <string_view>

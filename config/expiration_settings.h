@@ -41,8 +41,8 @@ struct ExpirationSettings {
   bool reportOnly = false;
   bool htmllog = false;
   bool limitEmails = false;
-  std::uint32_t warningThreshold = 14;  // days; a negative DWORD stays a huge unsigned number
-  bool runningLogs = false;             // read, not consulted
+  std::uint32_t warningThreshold = 14;     // days; a negative DWORD stays a huge unsigned number
+  bool runningLogs = false;                // read, not consulted
   std::array<std::int32_t, 3> warnings{};  // "warning1".."warning3": days before expiration
   bool emailAgingUsers = false;
   std::array<LengthPolicy, kLengthPolicies> lengthPolicies{};

@@ -1,5 +1,5 @@
-// One password policy: name, ages, e-mail switch, rule values, groups, and the verdict of checking a
-// password against it. Filled by the policy store, read by the pass and the printouts.
+// One password policy: name, ages, e-mail switch, rule values, groups, and the verdict of checking
+// a password against it. Filled by the policy store, read by the pass and the printouts.
 #pragma once
 
 #include <cstdint>

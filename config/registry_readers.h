@@ -35,8 +35,8 @@ std::uint32_t readOptionalNumber(platform::Registry& registry, const std::string
 // empty. The text is not cut here; a caller with a limit cuts it.
 bool readText(platform::Registry& registry, const std::string& key, const std::string& value,
               std::string& text);
-// readText cut to what a field of `capacity` bytes, terminator included, can hold. A UTF-8 character
-// is never split.
+// readText cut to what a field of `capacity` bytes, terminator included, can hold. A UTF-8
+// character is never split.
 std::string readTextField(platform::Registry& registry, const std::string& key,
                           const std::string& value, std::size_t capacity);
 

@@ -7,4 +7,5 @@ list(APPEND platform_sources
   posix/files.cpp
   posix/random.cpp
   posix/socket_api.cpp
+  file/profile_file.cpp
 )
