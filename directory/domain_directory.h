@@ -41,11 +41,10 @@ class DomainDirectory {
 };
 
 // The object of the user with this logon name, found below `search`. The name is escaped (RFC 4515
-// section 3), so that one with '*' or '(' is found as itself. kInvalidArgument for a missing binding
-// or name, kFail when no entry was found.
+// section 3), so that one with '*' or '(' is found as itself. kInvalidArgument for a missing
+// binding or name, kFail when no entry was found.
 platform::HResult FindUserByName(platform::DirectoryAccess& access,
-                                 platform::DirectorySearch* search,
-                                 const std::u16string& logonName,
+                                 platform::DirectorySearch* search, const std::u16string& logonName,
                                  std::unique_ptr<platform::DirectoryObject>& user);
 
 // Reads the three properties; the result of the last read.

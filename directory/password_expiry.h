@@ -22,8 +22,8 @@ struct DomainMaxAge {
 
 DomainMaxAge readDomainMaxAge(platform::AccountDatabase& accounts);
 
-// Forces a password change at next logon and appends the line of the expired-password log. Nothing is
-// written when the account database refuses. Returns whether it took the change.
+// Forces a password change at next logon and appends the line of the expired-password log. Nothing
+// is written when the account database refuses. Returns whether it took the change.
 bool expireUserPassword(platform::AccountDatabase& accounts, platform::Clock& clock,
                         const std::u16string& logonName, std::uint32_t passwordAgeDays);
 
