@@ -1,0 +1,42 @@
+// Mail addresses as people write them (RFC 5322 section 3.4): display names, quoted strings,
+// comments, angle brackets, groups. Pure functions over UTF-8 text; linear, without recursion.
+// Used for the From, To, Cc and Bcc of a message.
+#pragma once
+
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace kelvado {
+
+struct EmailAddress {
+  std::string name;     // display name, decoded, without quotes; may be empty
+  std::string address;  // as it goes to the mail server; empty for "undisclosed recipients"
+
+  bool operator==(const EmailAddress&) const = default;
+};
+
+// The first address of the text; both parts empty when there is none. Text that is no address at
+// all comes back as `address`, so that the caller can say what is wrong with it.
+EmailAddress parseAddress(std::string_view text);
+
+// Every address of a list separated by commas; the members of groups are listed in their place, and
+// empty entries are left out. At most kMaxAddresses, further ones are dropped.
+inline constexpr std::size_t kMaxAddresses = 100000;
+std::vector<EmailAddress> parseAddressList(std::string_view text);
+
+// Whether mail can be sent to it as it stands: no control character, no angle bracket, nothing
+// that would read as two addresses. An address without '@' passes only as an X.400 address.
+bool isSendableAddress(std::string_view address);
+
+// X.400 addresses are lists of elements: "C=", "O=", "CN=" and "P=" tell them.
+bool isX400Address(std::string_view address);
+
+// A text that stands for recipients who are not named.
+bool isUndisclosedRecipients(std::string_view text);
+
+// `"name" <address>`, with quotes and backslashes in the name escaped, or the bare address when
+// there is no name. Not encoded: the name stays UTF-8.
+std::string formatAddress(const EmailAddress& address);
+
+}  // namespace kelvado

@@ -1,0 +1,39 @@
+// Small questions about text, the same in every locale: only ASCII letters have two cases.
+// Pure functions. Used all over the mail library.
+#pragma once
+
+#include <string>
+#include <string_view>
+
+namespace kelvado {
+
+inline bool isBlank(char c) {
+  return c == ' ' || c == '\t';
+}
+inline bool isSpace(char c) {
+  return c == ' ' || (c >= '\t' && c <= '\r');
+}
+inline char lowerAscii(char c) {
+  return c >= 'A' && c <= 'Z' ? static_cast<char>(c + ('a' - 'A')) : c;
+}
+
+std::string_view trimmed(std::string_view text);  // without white space at both ends
+std::string lowered(std::string_view text);
+bool equalsNoCase(std::string_view left, std::string_view right);
+bool beginsWithNoCase(std::string_view text, std::string_view prefix);
+bool containsNoCase(std::string_view text, std::string_view part);
+
+// Whether any byte is 0x80 or above.
+bool contains8bit(std::string_view text);
+
+// Every occurrence, left to right, going on after what was put in. An empty `from` changes nothing.
+// Returns how many were replaced.
+int replaceAll(std::string& text, std::string_view from, std::string_view to);
+
+// Without line feeds, carriage returns and NULs, so that it can't start a new line or end early.
+std::string withoutLineBreaks(std::string_view text);
+
+// The text with every line ended by CR LF, whatever ended it before: CR LF, LF or CR.
+void appendWithCrLf(std::string_view text, std::string& out);
+
+}  // namespace kelvado
