@@ -1,0 +1,139 @@
+#include "platform/code_page.h"
+
+#include <string>
+
+#include <gtest/gtest.h>
+
+#include "platform/digest.h"
+
+namespace platform {
+namespace {
+
+std::string bytes(std::initializer_list<int> values) {
+  std::string text;
+  for (const int value : values) text += static_cast<char>(value);
+  return text;
+}
+
+TEST(Unicode, MalformedUtf8GivesOneReplacementForEachIllFormedPart) {
+  const struct {
+    std::string utf8;
+    std::u16string utf16;
+    bool valid;
+  } cases[] = {
+      {"J\xC3\xBCrgen", u"J\u00FCrgen", true},
+      {"\xF0\x9F\x94\x91", u"\U0001F511", true},
+      {"\xF4\x8F\xBF\xBF", u"\U0010FFFF", true},
+      {std::string("a\0b", 3), std::u16string(u"a\0b", 3), true},
+      {"\xC0\x80", u"\uFFFD\uFFFD", false},            // overlong NUL
+      {"\xE0\x9F\xBF", u"\uFFFD\uFFFD\uFFFD", false},  // overlong
+      {"\xED\xA0\x80", u"\uFFFD\uFFFD\uFFFD", false},  // a surrogate
+      {"\xF4\x90\x80\x80", u"\uFFFD\uFFFD\uFFFD\uFFFD", false},
+      {"\xE2\x82x", u"\uFFFDx", false},
+      {"\xF0\x9F\x94", u"\uFFFD", false},
+      {"\xFFx\x80", u"\uFFFDx\uFFFD", false},
+  };
+  for (const auto& c : cases) {
+    EXPECT_EQ(utf8ToUtf16(c.utf8), c.utf16) << c.utf8;
+    EXPECT_EQ(isValidUtf8(c.utf8), c.valid) << c.utf8;
+    if (c.valid) {
+      EXPECT_EQ(utf16ToUtf8(c.utf16), c.utf8);
+    }
+  }
+  const char16_t lone[] = {u'a', 0xD83D, u'b', 0xDD11};
+  EXPECT_EQ(utf16ToUtf8(std::u16string_view(lone, 4)),
+            "a\xEF\xBF\xBD"
+            "b\xEF\xBF\xBD");
+}
+
+TEST(Ansi, TextThatIsNotUtf8IsWindows1252) {
+  EXPECT_EQ(ansiToUtf16("M\xC3\xBCller"), u"M\u00FCller");
+  EXPECT_EQ(ansiToUtf16("M\xFCller \x80"), u"M\u00FCller \u20AC");
+  EXPECT_NE(ansiToUtf16("\x81"), ansiToUtf16("\x8D"));  // bytes it leaves undefined stay apart
+}
+
+TEST(LowerCase, KnowsEveryScriptWithoutALocale) {
+  EXPECT_EQ(lowerCase(u"M\u00DCLLER \u0141\u0391\u0414 \u1E9E1"),
+            u"m\u00FCller \u0142\u03B1\u0434 \u00DF1");
+}
+
+TEST(CodePages, ConvertBothWays) {
+  const struct {
+    std::uint32_t codePage;
+    std::string encoded;
+    std::string utf8;
+  } cases[] = {
+      {1252, "\x80 \xFC", "\u20AC \u00FC"},
+      {28605, "\xA4", "\u20AC"},
+      {1251, "\xC4\xE0", "\u0414\u0430"},
+      {932, "\x93\xFA\x96{", "\u65E5\u672C"},
+      {50220, "\x1B$BF|\x1B(B", "\u65E5"},  // back in the initial state at the end
+      {54936, "\xC4\xE3", "\u4F60"},
+      {37, "\xC1", "A"},
+      {1200, bytes({0xAC, 0x20}), "\u20AC"},
+      {1201, bytes({0x20, 0xAC}), "\u20AC"},
+      {65006, bytes({0, 1, 0xF5, 0x11}), "\U0001F511"},
+      {65001, "\u20AC", "\u20AC"},
+  };
+  for (const auto& c : cases) {
+    std::string out;
+    bool lossy = false;
+    EXPECT_TRUE(codePageToUtf8(c.codePage, c.encoded, out, &lossy)) << c.codePage;
+    EXPECT_EQ(out, c.utf8) << c.codePage;
+    EXPECT_TRUE(utf8ToCodePage(c.codePage, c.utf8, out, &lossy)) << c.codePage;
+    EXPECT_EQ(out, c.encoded) << c.codePage;
+    EXPECT_FALSE(lossy) << c.codePage;
+  }
+}
+
+TEST(CodePages, ReplaceWhatCannotBeCarriedOver) {
+  std::string out;
+  bool lossy = false;
+  EXPECT_TRUE(utf8ToCodePage(28591,
+                             "1\u20AC\u65E5"
+                             "2",
+                             out, &lossy));
+  EXPECT_EQ(out, "1??2");
+  EXPECT_TRUE(lossy);
+
+  lossy = false;
+  EXPECT_TRUE(utf8ToCodePage(37, "\u65E5", out, &lossy));
+  EXPECT_EQ(out, "\x6F");  // a question mark in EBCDIC
+  EXPECT_TRUE(lossy);
+
+  lossy = false;
+  EXPECT_TRUE(codePageToUtf8(20127,
+                             "a\xFC"
+                             "b",
+                             out, &lossy));
+  EXPECT_EQ(out, "a\uFFFDb");
+  EXPECT_TRUE(lossy);
+
+  lossy = false;  // a lone surrogate, then a character that must not be torn
+  EXPECT_TRUE(codePageToUtf8(1200, bytes({0x00, 0xD8, 0x41, 0x00}), out, &lossy));
+  EXPECT_EQ(out,
+            "\uFFFD"
+            "A");
+  EXPECT_TRUE(lossy);
+
+  out = "left over";
+  EXPECT_FALSE(codePageToUtf8(0, "a", out));
+  EXPECT_EQ(out, "");
+  EXPECT_FALSE(utf8ToCodePage(52936, "a", out));
+}
+
+TEST(Digest, Md5OfTheRfcTestSuite) {
+  const auto hex = [](std::string_view text) {
+    std::string out;
+    for (const std::uint8_t byte : md5(text)) {
+      out += "0123456789abcdef"[byte >> 4];
+      out += "0123456789abcdef"[byte & 15];
+    }
+    return out;
+  };
+  EXPECT_EQ(hex(""), "d41d8cd98f00b204e9800998ecf8427e");
+  EXPECT_EQ(hex("message digest"), "f96b697d7cb7938d525a2f31aaf161d0");
+}
+
+}  // namespace
+}  // namespace platform

@@ -1,0 +1,68 @@
+#include <cstdlib>
+#include <ctime>
+#include <string>
+
+#include <gtest/gtest.h>
+
+#include "platform/clock.h"
+
+namespace platform {
+namespace {
+
+// Sets the process's time zone while it lives.
+class Zone {
+ public:
+  explicit Zone(const char* rule) { setenv("TZ", rule, 1); }
+  ~Zone() {
+    unsetenv("TZ");
+    tzset();
+  }
+};
+
+TEST(PosixClock, TimeZoneIsInTermsOfStandardTime) {
+  const struct {
+    const char* rule;
+    int bias;
+    bool daylight;
+    int total;  // minutes from local time to UTC now
+  } cases[] = {
+      {"UTC0", 0, false, 0},
+      {"IST-5:30", -330, false, -330},
+      // Daylight saving time all the year but its first day, so that it is in force now.
+      {"EST5EDT,2/0,J1/0", 300, true, 240},
+      {"CET-1CEST,2/0,J1/0", -60, true, -120},
+  };
+  const std::time_t now = std::time(nullptr);
+  std::tm utc{};
+  gmtime_r(&now, &utc);
+  if (utc.tm_yday < 4) GTEST_SKIP() << "the rules below have no daylight saving time today";
+  for (const auto& c : cases) {
+    const Zone zone(c.rule);
+    const TimeZone got = systemClock().timeZone();
+    EXPECT_EQ(got.bias, c.bias) << c.rule;
+    EXPECT_EQ(got.daylight, c.daylight) << c.rule;
+    EXPECT_EQ(got.bias + (got.daylight ? got.daylightBias : 0), c.total) << c.rule;
+  }
+}
+
+TEST(PosixClock, LocalTimeAndFileTimeAreTheSameMoment) {
+  const Zone zone("UTC0");
+  LocalTime local;
+  std::int64_t seconds = 0;
+  do {  // again when a second passed in between
+    seconds = systemClock().fileTime() / 10'000'000;
+    local = systemClock().localTime();
+  } while (systemClock().fileTime() / 10'000'000 != seconds);
+  std::tm fields{};
+  fields.tm_year = local.year - 1900;
+  fields.tm_mon = local.month - 1;
+  fields.tm_mday = local.day;
+  fields.tm_hour = local.hour;
+  fields.tm_min = local.minute;
+  fields.tm_sec = local.second;
+  EXPECT_EQ(timegm(&fields) + 11'644'473'600, seconds);
+  EXPECT_EQ(fields.tm_wday, local.dayOfWeek);
+}
+
+}  // namespace
+}  // namespace platform

@@ -1,0 +1,150 @@
+#include <cerrno>
+#include <filesystem>
+#include <iterator>
+#include <string>
+#include <vector>
+
+#include <gtest/gtest.h>
+#include <sys/resource.h>
+#include <sys/stat.h>
+
+#include "platform/files.h"
+#include "tests/support/temp_dir.h"
+
+namespace platform {
+namespace {
+
+namespace fs = std::filesystem;
+using namespace std::string_literals;
+
+std::string contents(const std::string& name) {
+  std::string bytes;
+  EXPECT_TRUE(readWholeFile(name, bytes)) << name;
+  return bytes;
+}
+
+std::size_t entries(const char* folder) {
+  return static_cast<std::size_t>(std::distance(fs::directory_iterator(folder), {}));
+}
+
+mode_t modeOf(const char* name) {
+  struct stat status {};
+  EXPECT_EQ(stat(name, &status), 0);
+  return status.st_mode & 07777;
+}
+
+class PosixFiles : public testing::Test {
+ protected:
+  test_support::TempDir directory_;
+};
+
+TEST_F(PosixFiles, ARelativeNameIsOneFileInAnyLetterCase) {
+  ASSERT_TRUE(createDirectory("LogFiles"));
+  EXPECT_TRUE(createDirectory("logfiles\\"));  // exists already
+  ASSERT_TRUE(appendToFile("LogFiles\\Debug.LOG", "1"));
+  ASSERT_TRUE(appendToFile(".\\logfiles\\debug.log", "2"));
+  EXPECT_TRUE(fs::exists("logfiles/debug.log"));  // made in lower case
+  EXPECT_EQ(contents("LOGFILES/Debug.log"), "12");
+
+  fs::create_directory("Lists");
+  fs::rename("logfiles/debug.log", "Lists/Users.TXT");
+  EXPECT_EQ(contents("lists\\users.txt"), "12");  // found in the case it has
+  EXPECT_TRUE(appendToFile("lists\\USERS.txt", "3"));
+  EXPECT_TRUE(appendToFile("lists\\More.txt", "4"));
+  EXPECT_EQ(contents("Lists/Users.TXT"), "123");
+  EXPECT_TRUE(fs::exists("Lists/more.txt"));
+
+  ASSERT_TRUE(writeWholeFile("lists\\users.txt.new", "lower"));
+  fs::rename("Lists/users.txt.new", "Lists/users.txt");
+  EXPECT_EQ(contents("Lists\\Users.TXT"), "lower");  // the lower-case spelling comes first
+}
+
+TEST_F(PosixFiles, NamesThatAPersonGaveStandAsTheyAre) {
+  ASSERT_TRUE(writeWholeFile(directory_.path() + "/Site.REG", "mixed"));
+  ASSERT_TRUE(writeWholeFile("other.reg", "lower"));
+  EXPECT_TRUE(fs::exists("Site.REG"));
+  EXPECT_EQ(absolutePath("Site.REG"), directory_.path() + "/Site.REG");
+  EXPECT_EQ(absolutePath("Other.REG"), directory_.path() + "/other.reg");
+  fs::create_directory("Work");
+  fs::create_directory("work");
+  ASSERT_TRUE(setWorkingDirectory("Work"));
+  EXPECT_EQ(absolutePath("logfiles\\x"), directory_.path() + "/Work/logfiles/x");
+}
+
+TEST_F(PosixFiles, ReadsLinesAsTheTextModeOfWindowsDoes) {
+  const struct {
+    std::string bytes;
+    std::size_t capacity;
+    std::vector<std::string> lines;
+  } cases[] = {
+      {"", 10, {}},
+      {"a\nb", 10, {"a\n", "b"}},
+      {"a\r\nb\r\n", 10, {"a\n", "b\n"}},
+      {"a\rb\r\r\nc\r", 10, {"a\rb\r\n", "c\r"}},
+      {"a\0b\n"s, 10, {"a\0b\n"s}},
+      {"abcdef\n", 4, {"abc", "def", "\n"}},
+      {"ab\r\ncd", 4, {"ab\n", "cd"}},        // CR LF takes one place
+      {"abc\r\ncd", 4, {"abc", "\n", "cd"}},  // and is not torn
+      {"\n\n", 2, {"\n", "\n"}},
+  };
+  for (const auto& c : cases) {
+    ASSERT_TRUE(writeWholeFile("list.txt", c.bytes));
+    const File file = openFile("list.txt", "r");
+    ASSERT_NE(file, nullptr);
+    std::vector<std::string> lines;
+    for (std::string line; readTextLine(file.get(), c.capacity, line);) lines.push_back(line);
+    EXPECT_EQ(lines, c.lines) << c.bytes;
+  }
+}
+
+TEST_F(PosixFiles, ReplacingKeepsLinksAndIsForTheOwnerOnly) {
+  ASSERT_TRUE(writeWholeFile("real.reg", "old"));
+  ASSERT_EQ(chmod("real.reg", 0644), 0);
+  fs::create_symlink("real.reg", "link.reg");
+  EXPECT_TRUE(replaceFileAtomically("link.reg", "new"));
+  EXPECT_TRUE(fs::is_symlink("link.reg"));
+  EXPECT_EQ(contents("real.reg"), "new");
+  EXPECT_EQ(modeOf("real.reg"), 0600U);
+  EXPECT_TRUE(replaceFileAtomically("made.reg", "new"));
+  EXPECT_EQ(modeOf("made.reg"), 0600U);
+}
+
+TEST_F(PosixFiles, AFullDiskLeavesTheOldFileWholeAndNothingBesideIt) {
+  ASSERT_TRUE(writeWholeFile("site.reg", "old"));
+  rlimit before{};
+  ASSERT_EQ(getrlimit(RLIMIT_FSIZE, &before), 0);
+  rlimit small = before;
+  small.rlim_cur = 1000;
+  ASSERT_EQ(setrlimit(RLIMIT_FSIZE, &small), 0);
+  const bool replaced = replaceFileAtomically("site.reg", std::string(2000, 'x'));
+  const int reason = errno;
+  const bool appended = appendToFile("some.log", std::string(2000, 'x'));
+  setrlimit(RLIMIT_FSIZE, &before);
+  EXPECT_FALSE(replaced);
+  EXPECT_EQ(reason, EFBIG);
+  EXPECT_FALSE(appended);
+  EXPECT_EQ(contents("site.reg"), "old");
+  EXPECT_EQ(entries("."), 2U);
+}
+
+TEST_F(PosixFiles, FailuresAreAnsweredNotSilent) {
+  std::string bytes = "left over";
+  EXPECT_FALSE(readWholeFile("missing", bytes));
+  EXPECT_EQ(errno, ENOENT);
+  EXPECT_EQ(bytes, "");
+  EXPECT_FALSE(readWholeFile(".", bytes));
+  ASSERT_TRUE(writeWholeFile("file", "12345"));
+  EXPECT_FALSE(readWholeFile("file", bytes, 4));
+  EXPECT_EQ(errno, EFBIG);
+  EXPECT_TRUE(readWholeFile("file", bytes, 5));
+  EXPECT_FALSE(appendToFile("file\\below", "x"));
+  EXPECT_FALSE(createDirectory("file"));
+  EXPECT_FALSE(overwriteInFile("missing", 0, "x"));
+  EXPECT_FALSE(fileExists("missing"));
+  EXPECT_TRUE(overwriteInFile("file", 2, "xy"));
+  EXPECT_EQ(contents("file"), "12xy5");
+  EXPECT_FALSE(FileLock("missing\\file").held());
+}
+
+}  // namespace
+}  // namespace platform

@@ -1,0 +1,207 @@
+// The parser and the edits of ".reg" files, without a file.
+#include "platform/file/reg_file.h"
+
+#include <string>
+#include <string_view>
+
+#include <gtest/gtest.h>
+
+#include "platform/file/text_lines.h"
+
+namespace platform {
+namespace {
+
+using namespace std::string_literals;
+
+constexpr std::string_view kVersion5 = "Windows Registry Editor Version 5.00\r\n\r\n";
+constexpr std::string_view kKey = "[HKEY_LOCAL_MACHINE\\Software\\Site]\r\n";
+
+std::string utf16(std::string_view utf8) {
+  return "\xFF\xFE" + encodeText(utf8, true);
+}
+
+RegFile parsed(const std::string& bytes) {
+  RegFile file;
+  RegFileError error;
+  EXPECT_TRUE(parseRegFile(bytes, file, error)) << error.line << ": " << error.what;
+  return file;
+}
+
+RegistryValue valueOf(const RegFile& file, std::string_view name) {
+  const RegFileValue* entry = file.findValue("SOFTWARE\\site", name);
+  return entry == nullptr ? RegistryValue{RegistryType::None, "<missing>"} : entry->value;
+}
+
+TEST(RegFile, ReadsEveryTypeInBothEncodings) {
+  const std::string text = std::string(kVersion5) + std::string(kKey) +
+                           "@=\"default\"\r\n"
+                           "\"Text\"=\"a \\\"b\\\" c:\\\\d ; e\"\r\n"
+                           "\"quoted \\\"name\\\"\" = \"x\" ; comment\r\n"
+                           "\"umlaut\"=\"M\u00FCller\"\r\n"
+                           "\"lines\"=\"one\r\ntwo\"\r\n"
+                           "\"number\"=dword:0000000e\r\n"
+                           "\"short\"=dword:fF\r\n"
+                           "\"binary\"=hex:00,fF,\\\r\n"
+                           "  7,\\\r\n"
+                           "  10\r\n"
+                           "\"none\"=hex(0):\r\n"
+                           "\"text1\"=hex(1):fc,00,00,00\r\n"
+                           "\"expand\"=hex(2):25,00,41,00,25,00,00,00\r\n"
+                           "\"open\"=hex(2):41,00\r\n"
+                           "\"multi\"=hex(7):41,00,00,00,42,00,00,00,00,00\r\n"
+                           "\"big\"=hex(5):01,02,03,04\r\n"
+                           "\"quad\"=hex(b):01,00,00,00,00,00,00,00\r\n"
+                           "\"odd\"=hex(ffff0012):01\r\n";
+  const struct {
+    const char* name;
+    RegistryType type;
+    std::string bytes;
+  } cases[] = {
+      {"", RegistryType::String, "default\0"s},
+      {"TEXT", RegistryType::String, "a \"b\" c:\\d ; e\0"s},
+      {"quoted \"name\"", RegistryType::String, "x\0"s},
+      {"umlaut", RegistryType::String, "M\u00FCller\0"s},
+      {"lines", RegistryType::String, "one\r\ntwo\0"s},
+      {"number", RegistryType::Dword, "\x0E\0\0\0"s},
+      {"short", RegistryType::Dword, "\xFF\0\0\0"s},
+      {"binary", RegistryType::Binary, "\0\xFF\x07\x10"s},
+      {"none", RegistryType::None, ""},
+      {"text1", RegistryType::String, "\u00FC\0"s},
+      {"expand", RegistryType::ExpandString, "%A%\0"s},
+      {"open", RegistryType::ExpandString, "A"},
+      {"multi", RegistryType::MultiString, "A\0B\0\0"s},
+      {"big", RegistryType::DwordBigEndian, "\1\2\3\4"},
+      {"quad", RegistryType::Qword, "\1\0\0\0\0\0\0\0"s},
+      {"odd", static_cast<RegistryType>(0xFFFF0012), "\1"},
+  };
+  for (const std::string& bytes : {text, "\xEF\xBB\xBF" + text, utf16(text)}) {
+    const RegFile file = parsed(bytes);
+    for (const auto& c : cases) {
+      EXPECT_EQ(valueOf(file, c.name).type, c.type) << c.name;
+      EXPECT_EQ(valueOf(file, c.name).bytes, c.bytes) << c.name;
+    }
+  }
+}
+
+TEST(RegFile, TextsOfVersion4AreAnsi) {
+  const RegFile file = parsed(
+      "REGEDIT4\n[HKEY_LOCAL_MACHINE\\Software\\Site]\n"
+      "\"old\"=\"M\xFCller\"\n\"hex\"=hex(2):4d,fc,00\n");
+  EXPECT_EQ(valueOf(file, "old").bytes, "M\u00FCller\0"s);
+  EXPECT_EQ(valueOf(file, "hex").bytes, "M\u00FC\0"s);
+}
+
+TEST(RegFile, AppliesLinesInOrder) {
+  const RegFile file = parsed(std::string(kVersion5) +
+                              "[HKEY_LOCAL_MACHINE\\Software\\Gone\\Below]\n\"a\"=\"1\"\n"
+                              "[HKEY_LOCAL_MACHINE\\Software\\Site] ; [not this]\n"
+                              "\"twice\"=\"1\"\n\"TWICE\"=\"2\"\n\"deleted\"=\"1\"\n\"deleted\"=-\n"
+                              "[-HKEY_LOCAL_MACHINE\\SOFTWARE\\gone]\n\"ignored\"=\"1\"\n"
+                              "[HKEY_CURRENT_USER\\Software\\Site]\n\"twice\"=\"3\"\n"
+                              "[HKEY_LOCAL_MACHINE\\Software\\A]B\\[C]]\n\"x\"=\"1\"");
+  EXPECT_EQ(valueOf(file, "twice").bytes, "2\0"s);
+  EXPECT_EQ(valueOf(file, "deleted").bytes, "<missing>");
+  EXPECT_EQ(file.findKey("Software\\Gone"), nullptr);
+  EXPECT_NE(file.findKey("Software"), nullptr);  // made by the keys below it
+  EXPECT_NE(file.findValue("Software\\A]B\\[C]", "x"), nullptr);
+}
+
+TEST(RegFile, NamesTheLineThatIsWrong) {
+  const std::string head = std::string(kVersion5) + std::string(kKey);  // three lines
+  const struct {
+    std::string bytes;
+    std::size_t line;
+  } cases[] = {
+      {"", 1},
+      {"REGEDIT5\n", 1},
+      {"\xFE\xFF\0W"s, 1},
+      {std::string(kVersion5) + "\"a\"=\"1\"\n", 3},
+      {head + "\n; comment\nsmtpServer=mail\n", 6},
+      {head + "\"a\"\n", 4},
+      {head + "\"a\"=\n", 4},
+      {head + "\"a\"=text\n", 4},
+      {head + "\"a\"=\"secret\\x\"\n", 4},
+      {head + "\"a\"=\"secret\" x\n", 4},
+      {head + "\"a\"=\"secret\n\"b\"=dword:1\n", 5},  // the quote before b closes it
+      {head + "\"a\"=\"secret\n\n\n", 4},
+      {head + "\"a\"=dword:\n", 4},
+      {head + "\"a\"=dword:123456789\n", 4},
+      {head + "\"a\"=dword:12g\n", 4},
+      {head + "\"a\"=hex:01,\\\n  0x\n", 5},
+      {head + "\"a\"=hex:01,\n", 4},
+      {head + "\"a\"=hex:01,\\", 4},
+      {head + "\"a\"=hex(:01\n", 4},
+      {head + "[HKEY_LOCAL_MACHINE\\Software\n", 4},
+      {head + "[HKEY_LOCAL_MACHINE\\\\Software]\n", 4},
+      {head + "[HKLM_\\Software]\n", 4},
+      {head + "[HKEY_CURRENT_USER\\Software]\nwrong\n", 5},
+      {head + "[HKEY_LOCAL_MACHINE" +
+           [] {
+             std::string deep;
+             for (int i = 0; i < 100000; ++i) deep += "\\a";
+             return deep;
+           }() +
+           "]\n",
+       4},
+  };
+  for (const auto& c : cases) {
+    RegFile file;
+    RegFileError error;
+    EXPECT_FALSE(parseRegFile(c.bytes, file, error)) << c.bytes.substr(0, 200);
+    EXPECT_EQ(error.line, c.line) << c.bytes.substr(0, 200) << error.what;
+    EXPECT_EQ(error.what.find("secret"), std::string::npos);
+  }
+}
+
+TEST(RegFile, EditsOnePlaceAndKeepsTheRest) {
+  const std::string before = std::string(kVersion5) +
+                             "; site of M\u00FCller\r\n"
+                             "[HKEY_LOCAL_MACHINE\\Software\\Site]\r\n"
+                             "  \"Day\"=dword:00000001 ; last day\r\n"
+                             "\"long\"=hex:01,\\\r\n  02\r\n"
+                             "\r\n"
+                             "[HKEY_CURRENT_USER\\Software]\r\n"
+                             "\"x\"=\"y\"";
+  const RegistryValue five{RegistryType::Dword, "\5\0\0\0"s};
+  const struct {
+    const char* path;
+    const char* name;
+    RegistryValue value;
+    std::string oldPart;
+    std::string newPart;
+  } cases[] = {
+      {"software\\site", "DAY", five, "\"Day\"=dword:00000001", "\"DAY\"=dword:00000005"},
+      {"Software\\Site",
+       "long",
+       {RegistryType::String, "a\\\"b\0"s},
+       "\"long\"=hex:01,\\\r\n  02",
+       "\"long\"=\"a\\\\\\\"b\""},
+      {"Software\\Site", "new", five, "  02\r\n", "  02\r\n\"new\"=dword:00000005\r\n"},
+      {"Software\\Site",
+       "",
+       {RegistryType::String, "\u20AC\r\n\0"s},
+       "  02\r\n",
+       "  02\r\n@=hex(1):ac,20,0d,00,0a,00,00,00\r\n"},
+      {"Software", "new", five, "\"x\"=\"y\"",
+       "\"x\"=\"y\"\r\n\r\n[HKEY_LOCAL_MACHINE\\Software]\r\n\"new\"=dword:00000005\r\n"},
+  };
+  for (const auto& c : cases) {
+    std::string expected = before;
+    expected.replace(expected.find(c.oldPart), c.oldPart.size(), c.newPart);
+    EXPECT_EQ(regFileWithValue(parsed(before), c.path, c.name, c.value), expected);
+    EXPECT_EQ(regFileWithValue(parsed(utf16(before)), c.path, c.name, c.value), utf16(expected));
+  }
+  EXPECT_EQ(regFileWithKey(parsed("REGEDIT4\n"), "Software\\New"),
+            "REGEDIT4\n\n[HKEY_LOCAL_MACHINE\\Software\\New]\n");
+}
+
+TEST(RegFile, LongListsAreBrokenAndReadBack) {
+  const RegistryValue value{RegistryType::Binary, std::string(200, '\x7f')};
+  const RegFile file =
+      parsed(regFileWithValue(parsed(utf16(kVersion5)), "Software\\Site", "list", value));
+  EXPECT_EQ(valueOf(file, "list").bytes, value.bytes);
+  EXPECT_NE(utf16LeToUtf8(file.bytes).find(",\\\r\n  7f"), std::string::npos);
+}
+
+}  // namespace
+}  // namespace platform

@@ -1,0 +1,154 @@
+// The registry over a file on disk: loading, following changes, and what a write does to the file.
+#include "platform/file/reg_registry.h"
+
+#include <filesystem>
+#include <fstream>
+#include <string>
+#include <thread>
+
+#include <gtest/gtest.h>
+
+#include "platform/files.h"
+#include "tests/support/temp_dir.h"
+
+namespace platform {
+namespace {
+
+using namespace std::string_literals;
+
+constexpr const char* kSite =
+    "REGEDIT4\n\n[HKEY_LOCAL_MACHINE\\Software\\Site]\n\"name\"=\"one\"\n";
+
+std::string contents(const char* file) {
+  std::string bytes;
+  readWholeFile(file, bytes);
+  return bytes;
+}
+
+std::string text(Registry& registry, const std::string& name) {
+  std::unique_ptr<RegistryKey> key;
+  RegistryValue value;
+  if (registry.openKey("Software\\Site", RegistryAccess::Query, key) != kErrorSuccess ||
+      key->queryValue(name, 100, value) != kErrorSuccess) {
+    return "<missing>";
+  }
+  return value.bytes.c_str();
+}
+
+WinError setText(Registry& registry, const std::string& name, const std::string& value) {
+  std::unique_ptr<RegistryKey> key;
+  const WinError status = registry.openKey("Software\\Site", RegistryAccess::All, key);
+  return status != kErrorSuccess ? status
+                                 : key->setValue(name, {RegistryType::String, value + '\0'});
+}
+
+class RegRegistryTest : public testing::Test {
+ protected:
+  RegRegistryTest() { writeWholeFile("site.reg", kSite); }
+  std::unique_ptr<RegRegistry> load() {
+    std::string error;
+    auto registry = RegRegistry::load("site.reg", error);
+    EXPECT_NE(registry, nullptr) << error;
+    return registry;
+  }
+  test_support::TempDir directory_;
+};
+
+TEST_F(RegRegistryTest, LoadErrorsAreOneLineThatNamesFileAndPlace) {
+  std::string error;
+  EXPECT_EQ(RegRegistry::load("missing.reg", error), nullptr);
+  EXPECT_EQ(error, directory_.path() + "/missing.reg: No such file or directory");
+
+  const std::string wrong = kSite + "smtpPassword=secret\n"s;
+  writeWholeFile("wrong.reg", wrong);
+  EXPECT_EQ(RegRegistry::load("wrong.reg", error), nullptr);
+  EXPECT_EQ(error, directory_.path() + "/wrong.reg:5: neither a key, a value nor a comment");
+  EXPECT_EQ(contents("wrong.reg"), wrong);
+
+  writeWholeFile("huge.reg", kSite);
+  std::filesystem::resize_file("huge.reg", kMaxRegFileBytes + 1);
+  EXPECT_EQ(RegRegistry::load("huge.reg", error), nullptr);
+  EXPECT_EQ(error, directory_.path() + "/huge.reg: File too large");
+}
+
+TEST_F(RegRegistryTest, FollowsTheFileAndKeepsItsValuesWhileTheFileIsWrong) {
+  const auto registry = load();
+  writeWholeFile("site.reg", kSite + "\"more\"=\"two\"\n"s);
+  EXPECT_EQ(text(*registry, "more"), "two");
+
+  writeWholeFile("site.reg", kSite + "\"more\"=\"half wri"s);
+  EXPECT_EQ(text(*registry, "more"), "two");
+  EXPECT_EQ(registry->lastError(), directory_.path() + "/site.reg:5: a text has no closing quote");
+
+  removeFile("site.reg");
+  EXPECT_EQ(text(*registry, "more"), "two");
+  writeWholeFile("site.reg", kSite);
+  EXPECT_EQ(text(*registry, "more"), "<missing>");
+}
+
+TEST_F(RegRegistryTest, AWriteKeepsWhatSomebodyElseWroteMeanwhile) {
+  const auto registry = load();
+  std::unique_ptr<RegistryKey> key;
+  ASSERT_EQ(registry->openKey("Software\\Site", RegistryAccess::All, key), kErrorSuccess);
+  const std::string edited = "; by hand\n";
+  writeWholeFile("site.reg", kSite + edited);
+  EXPECT_EQ(key->setValue("name", {RegistryType::String, "two\0"s}), kErrorSuccess);
+  std::string expected = kSite + edited;
+  expected.replace(expected.find("one"), 3, "two");
+  EXPECT_EQ(contents("site.reg"), expected);
+  EXPECT_EQ(text(*registry, "name"), "two");
+}
+
+TEST_F(RegRegistryTest, AWrongFileIsNeverWritten) {
+  const auto registry = load();
+  const std::string wrong = kSite + "wrong\n"s;
+  writeWholeFile("site.reg", wrong);
+  EXPECT_EQ(setText(*registry, "name", "two"), kErrorWriteFault);
+  EXPECT_EQ(contents("site.reg"), wrong);
+  EXPECT_EQ(text(*registry, "name"), "one");
+
+  writeWholeFile("site.reg", kSite);
+  EXPECT_EQ(setText(*registry, "name\nwrong", "two"), kErrorWriteFault);  // no way to write it
+  EXPECT_EQ(contents("site.reg"), kSite);
+
+  removeFile("site.reg");
+  EXPECT_EQ(setText(*registry, "name", "two"), kErrorWriteFault);
+  EXPECT_FALSE(fileExists("site.reg"));
+}
+
+TEST_F(RegRegistryTest, LeavesTheFileAloneWhenNothingChanges) {
+  const auto registry = load();
+  const auto hour = std::chrono::hours(1);
+  const auto before = std::filesystem::last_write_time("site.reg") - hour;
+  std::filesystem::last_write_time("site.reg", before);
+  EXPECT_EQ(setText(*registry, "NAME", "one"), kErrorSuccess);
+  EXPECT_EQ(std::filesystem::last_write_time("site.reg"), before);
+}
+
+TEST_F(RegRegistryTest, SurvivesAChangeOfTheWorkingDirectory) {
+  const auto registry = load();
+  ASSERT_TRUE(createDirectory("work") && setWorkingDirectory("work"));
+  EXPECT_EQ(setText(*registry, "name", "two"), kErrorSuccess);
+  EXPECT_NE(contents("../site.reg").find("\"two\""), std::string::npos);
+}
+
+TEST_F(RegRegistryTest, WritersAtTheSameTimeLoseNothing) {
+  constexpr int kWrites = 20;
+  const auto writer = [this](char who) {
+    const auto registry = load();
+    for (int i = 0; i < kWrites; ++i) {
+      EXPECT_EQ(setText(*registry, who + std::to_string(i), "set"), kErrorSuccess);
+    }
+  };
+  std::thread other(writer, 'a');
+  writer('b');
+  other.join();
+  const auto registry = load();
+  for (int i = 0; i < kWrites; ++i) {
+    EXPECT_EQ(text(*registry, "a" + std::to_string(i)), "set");
+    EXPECT_EQ(text(*registry, "b" + std::to_string(i)), "set");
+  }
+}
+
+}  // namespace
+}  // namespace platform

@@ -1,0 +1,122 @@
+// What every implementation of the registry must do. A new one adds a row at the end.
+#include <functional>
+#include <memory>
+#include <string>
+
+#include <gtest/gtest.h>
+
+#include "platform/file/reg_registry.h"
+#include "platform/files.h"
+#include "platform/registry.h"
+#include "tests/support/temp_dir.h"
+
+namespace platform {
+namespace {
+
+using namespace std::string_literals;
+
+constexpr const char* kPath = "Software\\Kadro\\ContractTest";
+
+struct Implementation {
+  std::string name;
+  std::function<std::unique_ptr<Registry>()> make;  // without the key kPath
+};
+
+class RegistryContract : public testing::TestWithParam<Implementation> {
+ protected:
+  RegistryContract() : registry_(GetParam().make()) {}
+  std::unique_ptr<RegistryKey> create(const std::string& path = kPath) {
+    std::unique_ptr<RegistryKey> key;
+    EXPECT_EQ(registry_->createKey(path, key), kErrorSuccess);
+    return key;
+  }
+  std::unique_ptr<RegistryKey> open(const std::string& path, RegistryAccess access) {
+    std::unique_ptr<RegistryKey> key;
+    registry_->openKey(path, access, key);
+    return key;
+  }
+  test_support::TempDir directory_;
+  std::unique_ptr<Registry> registry_;
+};
+
+TEST_P(RegistryContract, CreatesKeysWithAllAboveThem) {
+  std::unique_ptr<RegistryKey> key;
+  EXPECT_EQ(registry_->openKey(kPath, RegistryAccess::Query, key), kErrorFileNotFound);
+  EXPECT_EQ(key, nullptr);
+  create(kPath + "\\One\\Two"s);
+  EXPECT_NE(open(kPath, RegistryAccess::Query), nullptr);
+  EXPECT_NE(open("SOFTWARE\\kadro\\contracttest\\ONE", RegistryAccess::Query), nullptr);
+  EXPECT_EQ(open(kPath + "\\Two"s, RegistryAccess::Query), nullptr);
+}
+
+TEST_P(RegistryContract, GivesBackWhatWasSet) {
+  const struct {
+    const char* name;
+    RegistryValue value;
+  } cases[] = {
+      {"", {RegistryType::String, "default\0"s}},
+      {"text", {RegistryType::String, "a \"b\" \\ c\0"s}},
+      {"lines", {RegistryType::String, "one\r\ntwo\0"s}},
+      {"open", {RegistryType::String, "no terminator"}},
+      {"expand", {RegistryType::ExpandString, "%A%\0"s}},
+      {"multi", {RegistryType::MultiString, "a\0b\0\0"s}},
+      {"number", {RegistryType::Dword, "\1\2\3\4"}},
+      {"binary", {RegistryType::Binary, "\0\xFF\x80"s}},
+      {"empty", {RegistryType::Binary, ""}},
+  };
+  const auto key = create();
+  for (const auto& c : cases) {
+    EXPECT_EQ(key->setValue(c.name, c.value), kErrorSuccess) << c.name;
+  }
+  const auto again = open(kPath, RegistryAccess::Query);
+  ASSERT_NE(again, nullptr);
+  for (const auto& c : cases) {
+    RegistryValue value;
+    EXPECT_EQ(again->queryValue(c.name, 100, value), kErrorSuccess) << c.name;
+    EXPECT_EQ(value.type, c.value.type) << c.name;
+    EXPECT_EQ(value.bytes, c.value.bytes) << c.name;
+  }
+}
+
+TEST_P(RegistryContract, ReplacesAValueInAnyLetterCaseAndOfAnyType) {
+  const auto key = create();
+  EXPECT_EQ(key->setValue("Day", {RegistryType::String, "one\0"s}), kErrorSuccess);
+  EXPECT_EQ(key->setValue("DAY", {RegistryType::Dword, "\1\0\0\0"s}), kErrorSuccess);
+  RegistryValue value;
+  EXPECT_EQ(key->queryValue("day", 4, value), kErrorSuccess);
+  EXPECT_EQ(value.type, RegistryType::Dword);
+}
+
+TEST_P(RegistryContract, AValueLongerThanTheCapacityGivesItsTypeOnly) {
+  const auto key = create();
+  EXPECT_EQ(key->setValue("text", {RegistryType::String, "12345\0"s}), kErrorSuccess);
+  RegistryValue value;
+  EXPECT_EQ(key->queryValue("text", 5, value), kErrorMoreData);
+  EXPECT_EQ(value.type, RegistryType::String);
+  EXPECT_EQ(value.bytes, "");
+  EXPECT_EQ(key->queryValue("text", 6, value), kErrorSuccess);
+  EXPECT_EQ(key->queryValue("other", 6, value), kErrorFileNotFound);
+}
+
+TEST_P(RegistryContract, AKeyOpenedForQueriesTakesNoValues) {
+  create();
+  const auto key = open(kPath, RegistryAccess::Query);
+  EXPECT_EQ(key->setValue("text", {RegistryType::String, "x\0"s}), kErrorAccessDenied);
+}
+
+std::unique_ptr<Registry> registryInFile(const std::string& head) {
+  writeWholeFile("contract.reg", head);
+  std::string error;
+  return RegRegistry::load("contract.reg", error);
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Implementations, RegistryContract,
+    testing::Values(
+        Implementation{"Utf8File",
+                       [] { return registryInFile("Windows Registry Editor Version 5.00\r\n"); }},
+        Implementation{"Version4File", [] { return registryInFile("REGEDIT4"); }}),
+    [](const auto& implementation) { return implementation.param.name; });
+
+}  // namespace
+}  // namespace platform
