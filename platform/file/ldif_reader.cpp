@@ -63,7 +63,6 @@ bool LdifReader::next(LdifRecord& record) {
   while (more) {
     startRecord();
     more = collectLines();
-    finishAttribute();
     if (begun_ && !dropped_) {
       giveRecord(record);
       return true;
@@ -83,9 +82,17 @@ void LdifReader::startRecord() {
 // Takes lines up to the end of the record; false at the end of the stream.
 bool LdifReader::collectLines() {
   while (const ByteLine* line = lines_.peek()) {
+    if (line->text.starts_with(' ')) {
+      if (tail_ == Tail::Nothing) fault(line->number, "a continuation of nothing");
+      if (tail_ == Tail::Attribute) addToAttribute(*line);
+      lines_.consume();
+      continue;
+    }
+    finishAttribute();
     if (line->text.empty()) {
       lines_.consume();
       if (begun_) return true;
+      tail_ = Tail::Nothing;
       continue;
     }
     if (begun_ && beginsRecord(line->text)) {
@@ -93,16 +100,11 @@ bool LdifReader::collectLines() {
       report_(line->number, "no empty line before this record");
       return true;
     }
-    if (line->text.front() == ' ') {
-      if (tail_ == Tail::Nothing) fault(line->number, "a continuation of nothing");
-      if (tail_ == Tail::Attribute) addToAttribute(*line);
-    } else {
-      finishAttribute();
-      tail_ = Tail::Ignored;
-      if (line->text.front() != '#' && !dropped_) beginAttribute(*line);
-    }
+    tail_ = Tail::Ignored;
+    if (line->text.front() != '#' && !dropped_) beginAttribute(*line);
     lines_.consume();
   }
+  finishAttribute();
   return false;
 }
 

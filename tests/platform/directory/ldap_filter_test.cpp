@@ -91,10 +91,24 @@ TEST(LdapFilter, RefusesWhatIsNoFilter) {
     return filter;
   };
   const std::string cases[] = {
-      "",         "sn=x",        "(sn=x",      "(sn=x))",   "(sn=x)(sn=y)",
-      "(=x)",     "(sn)",        "(sn x=y)",   "(sn=x(y)",  "(&(sn=x)sn=y)",
-      "(sn=\\2)", "(sn=\\zz)",   "(sn>=a*)",   "()",        "(!)",
-      nested(33), "(sn=" + std::string(8192, 'x') + ")", nested(2000),
+      "",
+      "sn=x",
+      "(sn=x",
+      "(sn=x))",
+      "(sn=x)(sn=y)",
+      "(=x)",
+      "(sn)",
+      "(sn x=y)",
+      "(sn=x(y)",
+      "(&(sn=x)sn=y)",
+      "(sn=\\2)",
+      "(sn=\\zz)",
+      "(sn>=a*)",
+      "()",
+      "(!)",
+      nested(33),
+      "(sn=" + std::string(8192, 'x') + ")",
+      nested(2000),
   };
   for (const std::string& text : cases) {
     EXPECT_FALSE(LdapFilter::parse(text).has_value()) << text.substr(0, 40);

@@ -1,5 +1,5 @@
-// Which entries of a DACL keep an account from changing its password, and that damaged descriptors do
-// no harm.
+// Which entries of a DACL keep an account from changing its password, and that damaged descriptors
+// do no harm.
 #include "platform/file/security_descriptor.h"
 
 #include <string>
@@ -49,8 +49,8 @@ TEST(SecurityDescriptor, DeniesOnlyByAnObjectEntryForTheRightAndThePrincipal) {
   };
   const Case cases[] = {
       {"self", ace(kDenyObject, 0, kDenial), true},
-      {"everyone",
-       ace(kDenyObject, 0, kControlAccess + kObjectType + kChangePassword + kEveryone), true},
+      {"everyone", ace(kDenyObject, 0, kControlAccess + kObjectType + kChangePassword + kEveryone),
+       true},
       {"with an inherited type",
        ace(kDenyObject, 0, kControlAccess + kBothTypes + kChangePassword + kResetPassword + kSelf),
        true},
@@ -58,8 +58,8 @@ TEST(SecurityDescriptor, DeniesOnlyByAnObjectEntryForTheRightAndThePrincipal) {
       {"allowed", ace(kAllowObject, 0, kDenial), false},
       {"another right", ace(kDenyObject, 0, kControlAccess + kObjectType + kResetPassword + kSelf),
        false},
-      {"another access",
-       ace(kDenyObject, 0, kReadProperty + kObjectType + kChangePassword + kSelf), false},
+      {"another access", ace(kDenyObject, 0, kReadProperty + kObjectType + kChangePassword + kSelf),
+       false},
       {"another principal",
        ace(kDenyObject, 0, kControlAccess + kObjectType + kChangePassword + kAuthenticated), false},
       {"no type", ace(kDenyObject, 0, kControlAccess + "\0\0\0\0"s + kChangePassword + kSelf),
