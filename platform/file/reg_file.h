@@ -25,7 +25,7 @@ struct RegFileError {
 
 struct RegFileValue {
   RegistryValue value;
-  // Where "name"=data stands in the file's bytes.
+  // Where its data stands in the file's bytes.
   std::size_t begin = 0;
   std::size_t end = 0;
 };

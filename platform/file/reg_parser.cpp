@@ -173,7 +173,6 @@ void Parser::deleteKey(std::string_view path) {
 
 bool Parser::parseValue() {
   if (!inSection_) return fail("a value before the first key");
-  const std::size_t begin = lines_.offsetOf(position_);
   std::string name;
   if (!skip("@")) {
     if (peek() != '"') return fail("neither a key, a value nor a comment");
@@ -185,8 +184,8 @@ bool Parser::parseValue() {
 
   const bool deletes = skip("-");
   RegFileValue entry;
+  entry.begin = lines_.offsetOf(position_);
   if (!deletes && !parseData(entry.value)) return false;
-  entry.begin = begin;
   entry.end = lines_.offsetOf(position_);
   if (!restIsEmpty()) return fail("unexpected characters behind the value's data");
   if (key_ == nullptr) return true;

@@ -59,21 +59,19 @@ std::string hexList(const RegFile& file, const RegistryValue& value, std::size_t
   return text;
 }
 
-// "name"=data, in UTF-8.
-std::string assignment(const RegFile& file, std::string_view name, const RegistryValue& value) {
-  std::string text = (name.empty() ? "@" : quoted(ansiToUtf8(name))) + '=';
+// A value's data in UTF-8, for a line on which `column` characters stand before it.
+std::string dataText(const RegFile& file, const RegistryValue& value, std::size_t column) {
   if (fitsInQuotes(value)) {
-    return text +
-           quoted(ansiToUtf8(std::string_view(value.bytes).substr(0, value.bytes.size() - 1)));
+    return quoted(ansiToUtf8(std::string_view(value.bytes).substr(0, value.bytes.size() - 1)));
   }
   if (value.type == RegistryType::Dword && value.bytes.size() == 4) {
     std::uint32_t number = 0;
     for (std::size_t i = 4; i-- > 0;) {
       number = number << 8 | static_cast<unsigned char>(value.bytes[i]);
     }
-    return text + "dword:" + hexNumber(number, 8);
+    return "dword:" + hexNumber(number, 8);
   }
-  return text + hexList(file, value, text.size());
+  return hexList(file, value, column);
 }
 
 std::string splice(const RegFile& file, std::size_t begin, std::size_t end, std::string_view utf8) {
@@ -102,15 +100,16 @@ std::string regFileWithKey(const RegFile& file, std::string_view path) {
 
 std::string regFileWithValue(const RegFile& file, std::string_view path, std::string_view name,
                              const RegistryValue& value) {
-  const std::string text = assignment(file, name, value);
+  const std::string head = (name.empty() ? "@" : quoted(ansiToUtf8(name))) + '=';
+  const std::string data = dataText(file, value, head.size());
   if (const RegFileValue* old = file.findValue(path, name)) {
-    return splice(file, old->begin, old->end, text);
+    return splice(file, old->begin, old->end, data);
   }
   const RegFileKey* key = file.findKey(path);
   if (key != nullptr && key->appendAt != kNoOffset) {
-    return insertLines(file, key->appendAt, text);
+    return insertLines(file, key->appendAt, head + data);
   }
-  return insertLines(file, file.bytes.size(), sectionHead(file, path) + file.lineEnd + text);
+  return insertLines(file, file.bytes.size(), sectionHead(file, path) + file.lineEnd + head + data);
 }
 
 }  // namespace platform

@@ -45,24 +45,5 @@ TEST(PosixClock, TimeZoneIsInTermsOfStandardTime) {
   }
 }
 
-TEST(PosixClock, LocalTimeAndFileTimeAreTheSameMoment) {
-  const Zone zone("UTC0");
-  LocalTime local;
-  std::int64_t seconds = 0;
-  do {  // again when a second passed in between
-    seconds = systemClock().fileTime() / 10'000'000;
-    local = systemClock().localTime();
-  } while (systemClock().fileTime() / 10'000'000 != seconds);
-  std::tm fields{};
-  fields.tm_year = local.year - 1900;
-  fields.tm_mon = local.month - 1;
-  fields.tm_mday = local.day;
-  fields.tm_hour = local.hour;
-  fields.tm_min = local.minute;
-  fields.tm_sec = local.second;
-  EXPECT_EQ(timegm(&fields) + 11'644'473'600, seconds);
-  EXPECT_EQ(fields.tm_wday, local.dayOfWeek);
-}
-
 }  // namespace
 }  // namespace platform

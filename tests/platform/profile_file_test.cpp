@@ -63,16 +63,5 @@ TEST(ProfileFile, ReadsTheLeadingNumber) {
   }
 }
 
-TEST(ProfileFile, ReadsUtf16) {
-  const test_support::TempDir directory;
-  std::string bytes = "\xFF\xFE";
-  for (const char c : std::string("[config]\r\nkey=value\r\n")) {
-    bytes += c;
-    bytes += '\0';
-  }
-  writeWholeFile("site.ini", bytes);
-  EXPECT_EQ(profileString("site.ini", "config", "key", "", 100), "value");
-}
-
 }  // namespace
 }  // namespace platform

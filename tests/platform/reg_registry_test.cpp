@@ -116,22 +116,6 @@ TEST_F(RegRegistryTest, AWrongFileIsNeverWritten) {
   EXPECT_FALSE(fileExists("site.reg"));
 }
 
-TEST_F(RegRegistryTest, LeavesTheFileAloneWhenNothingChanges) {
-  const auto registry = load();
-  const auto hour = std::chrono::hours(1);
-  const auto before = std::filesystem::last_write_time("site.reg") - hour;
-  std::filesystem::last_write_time("site.reg", before);
-  EXPECT_EQ(setText(*registry, "NAME", "one"), kErrorSuccess);
-  EXPECT_EQ(std::filesystem::last_write_time("site.reg"), before);
-}
-
-TEST_F(RegRegistryTest, SurvivesAChangeOfTheWorkingDirectory) {
-  const auto registry = load();
-  ASSERT_TRUE(createDirectory("work") && setWorkingDirectory("work"));
-  EXPECT_EQ(setText(*registry, "name", "two"), kErrorSuccess);
-  EXPECT_NE(contents("../site.reg").find("\"two\""), std::string::npos);
-}
-
 TEST_F(RegRegistryTest, WritersAtTheSameTimeLoseNothing) {
   constexpr int kWrites = 20;
   const auto writer = [this](char who) {

@@ -78,15 +78,6 @@ TEST_P(RegistryContract, GivesBackWhatWasSet) {
   }
 }
 
-TEST_P(RegistryContract, ReplacesAValueInAnyLetterCaseAndOfAnyType) {
-  const auto key = create();
-  EXPECT_EQ(key->setValue("Day", {RegistryType::String, "one\0"s}), kErrorSuccess);
-  EXPECT_EQ(key->setValue("DAY", {RegistryType::Dword, "\1\0\0\0"s}), kErrorSuccess);
-  RegistryValue value;
-  EXPECT_EQ(key->queryValue("day", 4, value), kErrorSuccess);
-  EXPECT_EQ(value.type, RegistryType::Dword);
-}
-
 TEST_P(RegistryContract, AValueLongerThanTheCapacityGivesItsTypeOnly) {
   const auto key = create();
   EXPECT_EQ(key->setValue("text", {RegistryType::String, "12345\0"s}), kErrorSuccess);

@@ -1,0 +1,112 @@
+#include "config/policy_store.h"
+
+#include "tests/config/registry_fixture.h"
+
+namespace config {
+namespace {
+
+const std::string kMpe = "Software\\Policies\\Kadro\\PwsentryProMPE\\";
+
+class PolicyStoreTest : public RegistryFixture {
+ protected:
+  PolicyRecord read(const std::string& key, const std::string& lines, const std::string& name) {
+    PolicyRecord policy;
+    EXPECT_EQ(readPolicy(registryWith(key, lines), policy, name, PolicyStore::Registry), 1);
+    return policy;
+  }
+};
+
+TEST_F(PolicyStoreTest, AbsentValuesKeepMaximaAndClearTheRest) {
+  const PolicyRecord policy = read(kMpe + "Policy1",
+                                   "\"policyName\"=\"Staff\"\n\"maxPasswordAge\"=dword:0000005a\n"
+                                   "\"maxSpaces\"=dword:00000000\n\"checkSAP\"=dword:00000100\n"
+                                   "\"checkNameFragments\"=dword:00000001\n"
+                                   "\"includeGroups\"=\"Sales, DOMAIN Users\"\n"
+                                   "\"excludeGroups\"=\"Guests\"\n",
+                                   "policy1");
+  EXPECT_EQ(policy.policyName, "Staff");
+  EXPECT_EQ(policy.defined, 1);
+  EXPECT_EQ(policy.maxPasswordAge, 90U);
+  EXPECT_EQ(policy.maxSpaces, 0U);
+  EXPECT_EQ(policy.maxCharacters, 127U);
+  EXPECT_EQ(policy.minCharacters, 0U);
+  EXPECT_EQ(policy.maxSimilar, 0U);
+  EXPECT_EQ(policy.checkSAP, 1);  // any number but 0 sets a flag
+  EXPECT_EQ(policy.checkNameFragments, 1);
+  EXPECT_EQ(policy.includeGroups, "sales, domain users");
+  EXPECT_EQ(policy.excludeGroups, "Guests");
+  EXPECT_EQ(policy.appliesToDomainUsers, 1);
+}
+
+TEST_F(PolicyStoreTest, DefinedTakesANameOfTwoCharactersAndDefaultPolicyAppliesToAll) {
+  const struct {
+    const char* policy;
+    const char* line;
+    int defined, applies;
+  } cases[] = {{"Policy2", "\"policyName\"=\"AB\"", 1, 0},
+               {"Policy2", "\"policyName\"=\"A\"", 0, 0},
+               {"Policy2", "\"includeGroups\"=\"domain user\"", 0, 0},
+               {"DEFAULTPolicy", "", 0, 1}};
+  for (const auto& c : cases) {
+    const PolicyRecord policy = read(kMpe + c.policy, c.line, c.policy);
+    EXPECT_EQ(policy.defined, c.defined) << c.line;
+    EXPECT_EQ(policy.appliesToDomainUsers, c.applies) << c.line;
+  }
+}
+
+TEST_F(PolicyStoreTest, EditionCodesStandForTheirOwnKeys) {
+  const std::string base = "Software\\Policies\\Kadro\\PwsentryPro";
+  const struct {
+    const char* name;
+    std::string key;
+  } cases[] = {
+      {"PW-SPE", base},
+      {"nrv-spe", base},
+      {"PW-SPEMS", base + "SPEMS"},
+      {"NRV-SPEMS", base + "SPEMS"},
+      {"NRV-MPEMS", base + "MPEMS"},
+      {"PW-DE", base + "DE"},
+      {"NRV-DE", base + "DE"},
+      {"NRV-LE", base + "LE"},
+      {"PW-SPE-MS", kMpe + "PW-SPE-MS"},  // not an edition code here, nor is the next
+      {"PW-MPE-MS", kMpe + "PW-MPE-MS"},
+      {"", kMpe},
+  };
+  for (const auto& c : cases) {
+    std::string key = c.key;
+    if (key.ends_with('\\')) key.pop_back();
+    EXPECT_EQ(read(key, "\"policyName\"=\"found\"", c.name).policyName, "found") << c.name;
+  }
+}
+
+TEST_F(PolicyStoreTest, TheMemberServerStoreNeverAppliesToDomainUsers) {
+  PolicyRecord policy;
+  readPolicyMpems(registryWith("Software\\Policies\\Kadro\\PwsentryProMPEMS\\DefaultPolicy",
+                               "\"policyName\"=\"Servers\"\n\"includeGroups\"=\"Domain Users\"\n"),
+                  policy, "DefaultPolicy");
+  EXPECT_EQ(policy.defined, 1);
+  EXPECT_EQ(policy.includeGroups, "domain users");
+  EXPECT_EQ(policy.appliesToDomainUsers, 0);
+}
+
+TEST_F(PolicyStoreTest, TheIniFileHoldsRulesOnly) {
+  platform::writeWholeFile("pwsentrypro.ini",
+                           "[config]\npolicyName=Old\nmaxPasswordAge=30\nminCharacters=8\n"
+                           "maxLowerChar=9\ncheckUpper=5\napplyNonExpiring=1\ncheckSAP=1\n"
+                           "includeGroups=domain users\nallowedSpecialChar=" +
+                               std::string(120, '!') + "\n");
+  PolicyRecord policy;
+  readPolicy(registryWith("Software", ""), policy, "DefaultPolicy", PolicyStore::IniFile);
+  EXPECT_EQ(policy.defined, 1);
+  EXPECT_EQ(policy.minCharacters, 8U);
+  EXPECT_EQ(policy.maxLowerChar, 9U);
+  EXPECT_EQ(policy.maxUpperChar, 127U);
+  EXPECT_EQ(policy.checkUpper, 1);
+  EXPECT_EQ(policy.allowedSpecialChar, std::string(99, '!'));
+  EXPECT_EQ(policy.policyName + policy.includeGroups, "");
+  EXPECT_EQ(policy.maxPasswordAge, 0U);
+  EXPECT_EQ(policy.applyNonExpiring + policy.checkSAP + policy.appliesToDomainUsers, 0);
+}
+
+}  // namespace
+}  // namespace config

@@ -1,0 +1,90 @@
+#include "config/registry_readers.h"
+
+#include "config/debug_log.h"
+#include "tests/config/registry_fixture.h"
+
+namespace config {
+namespace {
+
+constexpr const char* kKey = "Software\\Site";
+
+class RegistryReaders : public RegistryFixture {};
+
+TEST_F(RegistryReaders, EachHasItsOwnDefaultRule) {
+  auto& registry = registryWith(kKey,
+                                "\"number\"=dword:80000001\n\"zero\"=dword:00000000\n"
+                                "\"text\"=\"7\"\n\"short\"=hex(4):05\n\"long\"=hex(4):1,2,3,4,5\n");
+  const struct {
+    const char* value;
+    std::uint32_t number, withDefault, optional;
+  } cases[] = {
+      {"number", 0x80000001, 0x80000001, 0x80000001},
+      {"zero", 0, 0, 0},
+      {"text", 0, 9, kNumberAbsent},
+      {"missing", 0, 9, kNumberAbsent},
+      {"short", 5, 5, 5},
+      {"long", 0, 0, kNumberAbsent},  // a number by its type, but one that cannot be read
+  };
+  for (const auto& c : cases) {
+    EXPECT_EQ(readNumber(registry, kKey, c.value), c.number) << c.value;
+    EXPECT_EQ(readNumberWithDefault(registry, kKey, c.value, 9), c.withDefault) << c.value;
+    EXPECT_EQ(readOptionalNumber(registry, kKey, c.value), c.optional) << c.value;
+  }
+  EXPECT_EQ(readNumberWithDefault(registry, "Software\\Missing", "number", 9), 9U);
+}
+
+TEST_F(RegistryReaders, TextsAreReadWholeAndFieldsCutBetweenCharacters) {
+  const std::string most(kMaxTextValueBytes - 1, 'x');
+  auto& registry = registryWith(kKey,
+                                "\"text\"=\"ab\u00FC\u20AC\"\n\"expand\"=hex(2):41,00\n"
+                                "\"multi\"=hex(7):41,00,00,00,42,00,00,00,00,00\n"
+                                "\"most\"=\"" +
+                                    most + "\"\n\"over\"=\"x" + most + "\"\n");
+  std::string text = "left over";
+  EXPECT_FALSE(readText(registry, kKey, "missing", text));
+  EXPECT_EQ(text, "");
+  EXPECT_TRUE(readText(registry, kKey, "expand", text));
+  EXPECT_EQ(text, "A");
+  EXPECT_TRUE(readText(registry, kKey, "multi", text));
+  EXPECT_EQ(text, "A");
+  EXPECT_TRUE(readText(registry, kKey, "most", text));
+  EXPECT_EQ(text, most);
+  EXPECT_FALSE(readText(registry, kKey, "over", text));
+  EXPECT_EQ(text, "");
+  const char* fields[] = {
+      "", "", "a", "ab", "ab", "ab\u00FC", "ab\u00FC", "ab\u00FC", "ab\u00FC\u20AC"};
+  for (std::size_t capacity = 0; capacity < std::size(fields); ++capacity) {
+    EXPECT_EQ(readTextField(registry, kKey, "text", capacity), fields[capacity]) << capacity;
+  }
+}
+
+TEST_F(RegistryReaders, WritersMakeTheKey) {
+  auto& registry = registryWith(kKey, "");
+  EXPECT_TRUE(writeNumber(registry, "Software\\New\\Key", "day", 0x80000005));
+  EXPECT_EQ(readNumber(registry, "software\\new\\key", "DAY"), 0x80000005);
+  const std::string longest(kMaxWrittenTextBytes, 'x');
+  EXPECT_TRUE(writeText(registry, kKey, "text", longest));
+  EXPECT_FALSE(writeText(registry, kKey, "text", longest + "x"));
+  EXPECT_EQ(readTextField(registry, kKey, "text", 9999), longest);
+}
+
+TEST_F(RegistryReaders, DebugLinesOfAnyLengthFollowEachOtherUnlessSwitchedOff) {
+  platform::createDirectory("logfiles");
+  const std::string name(5000, 'n');
+  DebugLog log(false);
+  log.recreate();
+  log.print("%s\n", "not this");
+  EXPECT_FALSE(platform::fileExists(kDebugLogFile));
+  log.setEnabled(true);
+  log.print("user %s\n", name.c_str());
+  log.print("%x\n", 0x80070005U);
+  std::string bytes;
+  platform::readWholeFile(kDebugLogFile, bytes);
+  EXPECT_EQ(bytes, "user " + name + "\n80070005\n");
+  log.recreate();
+  platform::readWholeFile(kDebugLogFile, bytes);
+  EXPECT_EQ(bytes, "");
+}
+
+}  // namespace
+}  // namespace config
