@@ -19,12 +19,12 @@ struct DirectoryEntry {
   std::string logonName;  // sAMAccountName
   std::string mail;
   std::string givenName;
-  std::string surname;              // sn
-  std::int64_t pwdLastSet = 0;      // FILETIME; 0: to be changed at next logon
-  std::uint32_t accountControl = 0; // userAccountControl
-  bool cantChangePassword = false;  // as the security descriptor says
-  bool isPerson = true;             // objectCategory; false for computers
-  std::uint64_t sourceOffset = 0;   // the source's own mark, for expirePassword
+  std::string surname;               // sn
+  std::int64_t pwdLastSet = 0;       // FILETIME; 0: to be changed at next logon
+  std::uint32_t accountControl = 0;  // userAccountControl
+  bool cantChangePassword = false;   // as the security descriptor says
+  bool isPerson = true;              // objectCategory; false for computers
+  std::uint64_t sourceOffset = 0;    // the source's own mark, for expirePassword
   std::uint32_t sourceLength = 0;
 };
 
