@@ -1,0 +1,330 @@
+#include "mail/smtp/cls_mail_man.h"
+
+#include "mail/mime/email_address.h"
+#include "mail/mime/text_tools.h"
+
+namespace kelvado {
+namespace {
+
+constexpr int kImplicitTlsPort = 465;
+// A message that begins so would end before it begins, and the rest would be commands.
+constexpr std::string_view kLoneDot = ".";
+constexpr const char* kNotConnected = "There is no open SMTP connection.";
+
+std::vector<std::string> plainAddresses(const std::string& list) {
+  std::vector<std::string> addresses;
+  for (const EmailAddress& entry : parseAddressList(list)) addresses.push_back(entry.address);
+  return addresses;
+}
+
+bool isUsableMime(std::string_view mime) {
+  return !mime.empty() && mime.substr(0, mime.find_first_of("\r\n")) != kLoneDot;
+}
+
+}  // namespace
+
+bool ClsMailMan::unlockComponent(std::string_view code) {
+  const MethodBracket bracket(*this, "UnlockComponent");
+  unlocked_ = !code.empty();
+  return unlocked_ || bracket.fail("The unlock code is empty.");
+}
+
+bool ClsMailMan::checkUnlocked(LogBase& log) const {
+  if (!unlocked_) log.LogError("The mail component is locked: call UnlockComponent first.");
+  return unlocked_;
+}
+
+// Changes the settings themselves, not a copy of them.
+void ClsMailMan::resolveTlsConflict() {
+  SmtpServer& server = settings_.server;
+  if (!server.ssl || !server.startTls) return;
+  (server.port == kImplicitTlsPort ? server.startTls : server.ssl) = false;
+}
+
+bool ClsMailMan::begin(LogBase& log) {
+  session_.clearTimedOut();
+  resolveTlsConflict();
+  return checkUnlocked(log);
+}
+
+bool ClsMailMan::beginSend(LogBase& log) {
+  counters_ = {};
+  session_.clearBadAddresses();
+  return begin(log);
+}
+
+bool ClsMailMan::openSession(SmtpCall& call) {
+  if (!abortAllRequested() && session_.reuseOrConnect(settings_.server, call)) return true;
+  if (call.progress.aborted() || abortAllRequested()) call.log.LogError("Aborted by application");
+  call.log.LogError("Failed to connect to SMTP server.");
+  return false;
+}
+
+bool ClsMailMan::ensureMessage(ClsEmail* email, LogBase& log) const {
+  if (email == nullptr) {
+    log.LogError("Email parameter is NULL in SendEmail");
+    return false;
+  }
+  email->createMessageIfMissing(log);
+  if (email->message() == nullptr) log.LogError("Internal email is NULL");
+  return email->message() != nullptr;
+}
+
+std::unique_ptr<Email2> ClsMailMan::prepareForSending(const ClsEmail& email, LogBase& log) const {
+  std::unique_ptr<Email2> copy = email.cloneForSending(log);
+  if (copy == nullptr) {
+    if (email.hasReplacePatterns()) log.LogError("Failed to clone with replacements.");
+    return nullptr;
+  }
+  copy->removeHeaderField("Return-Path");
+  const std::string blindCopies = copy->headerField("KVX-Bcc");
+  if (!blindCopies.empty()) {
+    copy->setHeaderField("Bcc", blindCopies, log);
+    copy->removeHeaderField("KVX-Bcc");
+  }
+  copy->normaliseTransferEncodings();
+  return copy;
+}
+
+// A connection that is ready, and the copy to send over it; null when there is no going on.
+std::unique_ptr<Email2> ClsMailMan::openAndPrepare(ClsEmail* email, SmtpCall& call) {
+  LogBase& log = call.log;
+  if (!ensureMessage(email, log)) return nullptr;
+  call.progress.expect(email->message()->sizeEstimate() * 3 / 2 + 200);
+  if (call.progress.aborted() || abortAllRequested()) {
+    log.LogError("Mail sending aborted by application");
+    return nullptr;
+  }
+  if (!openSession(call)) return nullptr;
+  if (call.progress.abortCheck()) {
+    log.LogError("Mail send aborted by application.");
+    return nullptr;
+  }
+  std::unique_ptr<Email2> copy = prepareForSending(*email, log);
+  if (call.progress.abortCheck()) {
+    log.LogError("Mail send aborted by application..");  // two full stops tell the place
+    return nullptr;
+  }
+  if (copy == nullptr) log.LogError("Failed to prepare email for sending. (3)");
+  return copy;
+}
+
+bool ClsMailMan::reportOutcome(bool sent, SmtpCall& call) const {
+  LogBase& log = call.log;
+  const auto& [accepted, total] = counters_;
+  if (sent) {
+    log.LogData("NumAccepted", std::to_string(accepted));
+    log.LogData("NumRejected", std::to_string(total - accepted));
+    call.progress.finish();
+    return true;
+  }
+  if (call.progress.aborted()) {
+    log.LogError("Aborted by application");
+  } else if (session_.timedOut()) {
+    log.LogError("Timed out");
+  } else if (accepted == 0 || accepted != total) {
+    log.LogData("NumSuccess", std::to_string(accepted));
+    log.LogData("NumTotal", std::to_string(total));
+    log.LogError("Send failed.");
+  } else {
+    // Everybody was accepted and still it failed: the words read backwards, and are meant so.
+    log.LogError("Partial send failure.");
+  }
+  return false;
+}
+
+bool ClsMailMan::deliver(ClsEmail* email, LogBase& log) {
+  ProgressMonitor progress = newMonitor();
+  SmtpCall call{log, progress};
+  const std::unique_ptr<Email2> copy = openAndPrepare(email, call);
+  if (copy == nullptr) return false;
+  return reportOutcome(session_.sendEmail(*copy, settings_.send, call, counters_), call);
+}
+
+bool ClsMailMan::sendEmail(ClsEmail* email) {
+  const MethodBracket bracket(*this, "SendEmail");
+  return beginSend(bracket.log()) && deliver(email, bracket.log());
+}
+
+bool ClsMailMan::sendBundle(const std::vector<ClsEmail*>& bundle) {
+  const MethodBracket bracket(*this, "SendBundle");
+  LogBase& log = bracket.log();
+  if (!beginSend(log)) return false;
+  bool allSent = true;
+  SendCounters sum;
+  for (std::size_t i = 0; i < bundle.size(); ++i) {
+    log.LogInfo("Sending message " + std::to_string(i + 1));
+    counters_ = {};
+    bool sent = deliver(bundle[i], log);
+    // The connection had carried as many messages as the server allows: not this one's fault.
+    if (!sent && i > 0 && session_.needsNewConnection()) {
+      counters_ = {};
+      sent = deliver(bundle[i], log);
+    }
+    sum.accepted += counters_.accepted;
+    sum.total += counters_.total;
+    allSent = allSent && sent;
+  }
+  counters_ = sum;
+  return allSent;
+}
+
+bool ClsMailMan::sendToDistributionList(ClsEmail* email,
+                                        const std::vector<std::string>& addresses) {
+  const MethodBracket bracket(*this, "SendToDistributionList");
+  LogBase& log = bracket.log();
+  if (!beginSend(log)) return false;
+  if (addresses.empty()) return bracket.fail("The distribution list is empty.");
+  ProgressMonitor progress = newMonitor();
+  SmtpCall call{log, progress};
+  const std::unique_ptr<Email2> copy = openAndPrepare(email, call);
+  if (copy == nullptr) return false;
+  std::string mime;
+  copy->appendMime(mime);
+  const bool sent =
+      session_.sendToList(copy->reversePath(), addresses, mime, settings_.send, call, counters_);
+  return reportOutcome(sent, call);
+}
+
+bool ClsMailMan::quickSend(const std::string& from, const std::string& to,
+                           const std::string& subject, const std::string& body,
+                           const std::string& host) {
+  const MethodBracket bracket(*this, "QuickSend");
+  if (!beginSend(bracket.log())) return false;
+  ClsEmail email;
+  email.putFrom(from);
+  email.putSubject(subject);
+  email.putBody(body);
+  for (const EmailAddress& recipient : parseAddressList(to)) {
+    if (!email.add(RecipientKind::To, recipient.name, recipient.address)) {
+      return bracket.fail("A recipient's address is not valid.");
+    }
+  }
+  settings_.server.host = host;
+  return deliver(&email, bracket.log());
+}
+
+bool ClsMailMan::sendText(const std::string& from, const std::vector<std::string>& addresses,
+                          std::string_view mime, LogBase& log) {
+  if (!beginSend(log)) return false;
+  if (!isUsableMime(mime)) {
+    log.LogError("The MIME text is empty or begins with a line of one dot.");
+    return false;
+  }
+  ProgressMonitor progress = newMonitor();
+  SmtpCall call{log, progress};
+  progress.expect(mime.size() * 3 / 2 + 200);
+  if (!openSession(call)) return false;
+  const Envelope envelope{parseAddress(from).address, addresses, {}, {}};
+  return reportOutcome(session_.sendMime(envelope, mime, settings_.send, call, counters_), call);
+}
+
+bool ClsMailMan::sendMime(const std::string& from, const std::string& to, std::string_view mime) {
+  const MethodBracket bracket(*this, "SendMime");
+  return sendText(from, plainAddresses(to), mime, bracket.log());
+}
+
+bool ClsMailMan::sendMimeToList(const std::string& from, const std::vector<std::string>& addresses,
+                                std::string_view mime) {
+  const MethodBracket bracket(*this, "SendMimeToList");
+  return sendText(from, addresses, mime, bracket.log());
+}
+
+std::optional<std::string> ClsMailMan::renderToMime(ClsEmail* email) {
+  const MethodBracket bracket(*this, "RenderToMime");
+  LogBase& log = bracket.log();
+  if (!checkUnlocked(log) || !ensureMessage(email, log)) return std::nullopt;
+  const std::unique_ptr<Email2> copy = prepareForSending(*email, log);
+  if (copy == nullptr) return std::nullopt;
+  std::string mime;
+  copy->appendMime(mime);
+  return mime;
+}
+
+// There is no queue service beside this library, so no queue directory is ever configured.
+bool ClsMailMan::queueRefused(std::string_view method) {
+  const MethodBracket bracket(*this, method);
+  return bracket.fail("Kelvado smtpQ is not installed on this computer");
+}
+
+bool ClsMailMan::verifySmtpConnection() {
+  const MethodBracket bracket(*this, "VerifySmtpConnection");
+  LogBase& log = bracket.log();
+  if (!begin(log)) return false;
+  log.LogInfo("Checking TCP/IP connectivity to the SMTP server.");
+  log.LogInfo("This does not check the login/password.");
+  ProgressMonitor progress = newMonitor();
+  SmtpCall call{log, progress};
+  return session_.connectAndGreet(settings_.server, call) ||
+         bracket.fail("Failed to connect to SMTP server.");
+}
+
+bool ClsMailMan::verifySmtpLogin() {
+  const MethodBracket bracket(*this, "VerifySmtpLogin");
+  LogBase& log = bracket.log();
+  if (!begin(log)) return false;
+  const SmtpCredentials& credentials = settings_.server.credentials;
+  if (credentials.username.value_or("").empty()) return bracket.fail("SMTP username is empty.");
+  if (credentials.password.value_or("").empty()) return bracket.fail("SMTP password is empty.");
+  ProgressMonitor progress = newMonitor();
+  SmtpCall call{log, progress};
+  return session_.connectAndAuthenticate(settings_.server, call);
+}
+
+bool ClsMailMan::verifyRecipients(ClsEmail* email) {
+  const MethodBracket bracket(*this, "VerifyRecipients");
+  LogBase& log = bracket.log();
+  if (!beginSend(log)) return false;
+  ProgressMonitor progress = newMonitor();
+  SmtpCall call{log, progress};
+  const std::unique_ptr<Email2> copy = openAndPrepare(email, call);
+  if (copy == nullptr) return false;
+  const Envelope envelope{copy->reversePath(), copy->recipients(RecipientKind::To),
+                          copy->recipients(RecipientKind::Cc),
+                          copy->recipients(RecipientKind::Bcc)};
+  return session_.verifyRecipients(envelope, call, counters_);
+}
+
+bool ClsMailMan::openSmtpConnection() {
+  const MethodBracket bracket(*this, "OpenSmtpConnection");
+  if (!begin(bracket.log())) return false;
+  ProgressMonitor progress = newMonitor();
+  SmtpCall call{bracket.log(), progress};
+  return openSession(call);
+}
+
+bool ClsMailMan::closeSmtpConnection() {
+  const MethodBracket bracket(*this, "CloseSmtpConnection");
+  if (!session_.isOpen()) return bracket.fail(kNotConnected);
+  ProgressMonitor progress = newMonitor();
+  SmtpCall call{bracket.log(), progress};
+  return session_.smtpQuit(call);
+}
+
+bool ClsMailMan::smtpReset() {
+  const MethodBracket bracket(*this, "SmtpReset");
+  if (!begin(bracket.log())) return false;
+  if (!session_.isOpen()) return bracket.fail(kNotConnected);
+  ProgressMonitor progress = newMonitor();
+  SmtpCall call{bracket.log(), progress};
+  return session_.smtpRset(call);
+}
+
+bool ClsMailMan::smtpNoop() {
+  const MethodBracket bracket(*this, "SmtpNoop");
+  if (!begin(bracket.log())) return false;
+  if (!session_.isOpen()) return bracket.fail(kNotConnected);
+  ProgressMonitor progress = newMonitor();
+  SmtpCall call{bracket.log(), progress};
+  return session_.smtpNoop(call);
+}
+
+bool ClsMailMan::isSmtpDsnCapable() {
+  const MethodBracket bracket(*this, "IsSmtpDsnCapable");
+  if (!begin(bracket.log())) return false;
+  ProgressMonitor progress = newMonitor();
+  SmtpCall call{bracket.log(), progress};
+  return openSession(call) && session_.offersDsn();
+}
+
+}  // namespace kelvado

@@ -1,0 +1,80 @@
+// The implementation behind KvMailMan: settings, log, and one SMTP session that may stay open
+// between sends. Every operation runs inside its method bracket. Texts are UTF-8 here.
+#pragma once
+
+#include <memory>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "mail/mime/cls_base.h"
+#include "mail/mime/cls_email.h"
+#include "mail/smtp/smtp_conn_impl.h"
+
+namespace kelvado {
+
+struct MailManSettings {
+  SmtpServer server;
+  SendOptions send;
+  std::uint32_t heartbeatMs = 0;
+  KvProgress* progress = nullptr;  // not owned
+};
+
+class ClsMailMan : public ClsBase {
+ public:
+  explicit ClsMailMan(platform::SocketApi& sockets = platform::systemSockets())
+      : session_(sockets) {}
+  ~ClsMailMan() override { session_.hangUp(); }
+
+  MailManSettings& settings() { return settings_; }
+  const SendCounters& lastSend() const { return counters_; }
+  const std::vector<std::string>& badAddresses() const { return session_.badAddresses(); }
+  void clearBadAddresses() { session_.clearBadAddresses(); }
+
+  bool unlockComponent(std::string_view code);
+
+  bool sendEmail(ClsEmail* email);
+  bool sendBundle(const std::vector<ClsEmail*>& bundle);
+  bool sendToDistributionList(ClsEmail* email, const std::vector<std::string>& addresses);
+  bool quickSend(const std::string& from, const std::string& to, const std::string& subject,
+                 const std::string& body, const std::string& host);
+  bool sendMime(const std::string& from, const std::string& to, std::string_view mime);
+  bool sendMimeToList(const std::string& from, const std::vector<std::string>& addresses,
+                      std::string_view mime);
+  std::optional<std::string> renderToMime(ClsEmail* email);
+  bool queueRefused(std::string_view method);
+
+  bool verifySmtpConnection();
+  bool verifySmtpLogin();
+  bool verifyRecipients(ClsEmail* email);
+  bool openSmtpConnection();
+  bool closeSmtpConnection();
+  bool smtpReset();
+  bool smtpNoop();
+  bool isSmtpDsnCapable();
+
+ private:
+  bool begin(LogBase& log);
+  bool beginSend(LogBase& log);
+  bool checkUnlocked(LogBase& log) const;
+  void resolveTlsConflict();
+  ProgressMonitor newMonitor() const {
+    return ProgressMonitor(settings_.progress, settings_.heartbeatMs);
+  }
+  bool ensureMessage(ClsEmail* email, LogBase& log) const;
+  std::unique_ptr<Email2> prepareForSending(const ClsEmail& email, LogBase& log) const;
+  std::unique_ptr<Email2> openAndPrepare(ClsEmail* email, SmtpCall& call);
+  bool openSession(SmtpCall& call);
+  bool deliver(ClsEmail* email, LogBase& log);
+  bool sendText(const std::string& from, const std::vector<std::string>& addresses,
+                std::string_view mime, LogBase& log);
+  bool reportOutcome(bool sent, SmtpCall& call) const;
+
+  MailManSettings settings_;
+  bool unlocked_ = false;
+  SendCounters counters_;
+  SmtpConnImpl session_;
+};
+
+}  // namespace kelvado

@@ -1,0 +1,130 @@
+// The public mail-sending object: settings, then SendEmail. It keeps its connection open between
+// sends.
+//
+//   KvMailMan mailMan;
+//   mailMan.UnlockComponent("any code");
+//   mailMan.put_SmtpHost("mail.example.com");
+//   if (!mailMan.SendEmail(email)) mailMan.SaveLastError("error.xml");
+//
+// Text arguments are taken in the encoding that the Utf8 flag tells; a null or empty one clears the
+// setting. Operations return false (or null) on failure and leave their record in LastErrorText.
+// They block within the time-outs below. One thread at a time; nothing here throws. RFC 5321
+// (SMTP), 3207 (STARTTLS), 4954 (AUTH), 3461 (DSN).
+#pragma once
+
+#include <cstdint>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "mail/mime/kv_email.h"
+#include "net/progress.h"
+
+namespace kelvado {
+
+class ClsMailMan;
+
+class KvMailMan : public KvObject {
+ public:
+  KvMailMan();
+  ~KvMailMan() override;  // takes leave of the server if the connection is open: up to two seconds
+
+  // To be called first: without it the operations that reach for the server fail. Any code that is
+  // not empty unlocks.
+  bool UnlockComponent(const char* code);
+
+  // --- the server ---
+  void put_SmtpHost(const char* host);  // name or dotted address
+  const char* get_SmtpHost();
+  void put_SmtpPort(int port);  // 25 when not set
+  int get_SmtpPort() const;
+  void put_SmtpSsl(bool ssl);  // TLS from the first byte
+  bool get_SmtpSsl() const;
+  // The plain connection becomes TLS before anything is told. With both this and SmtpSsl set, the
+  // next operation clears one of them: port 465 keeps SmtpSsl, any other StartTLS.
+  void put_StartTLS(bool startTls);
+  bool get_StartTLS() const;
+  void put_RequireVerifiedCertificate(bool require);  // else a bad certificate is only logged
+  bool get_RequireVerifiedCertificate() const;
+  void put_ConnectTimeout(std::uint32_t seconds);  // 30 when not set; 0: the socket's own
+  std::uint32_t get_ConnectTimeout() const;
+  // For each reply, and for each send that makes no progress. 30 when not set. 0: the most there
+  // is, 5000 seconds, but 1 second under TLS.
+  void put_ReadTimeout(std::uint32_t seconds);
+  std::uint32_t get_ReadTimeout() const;
+  void put_HeloHostname(const char* name);  // for EHLO; empty: the machine's own name
+  const char* get_HeloHostname();
+
+  // --- logging in: only when there are both a user name and a password ---
+  void put_SmtpUsername(const char* username);
+  const char* get_SmtpUsername();
+  void put_SmtpPassword(const char* password);
+  const char* get_SmtpPassword();
+  void put_SmtpDomain(const char* domain);  // Windows domain, for NTLM and MSN
+  const char* get_SmtpDomain();
+  // "LOGIN", "PLAIN", "CRAM-MD5", "NTLM", "MSN" or "NONE"; empty: chosen from the server's list.
+  void put_SmtpAuthMethod(const char* method);
+  const char* get_SmtpAuthMethod();
+
+  // --- sending ---
+  void put_SendIndividual(bool individual);  // a transaction for each To and Cc recipient
+  bool get_SendIndividual() const;
+  void put_AutoGenMessageId(bool autoGenerate);  // a fresh Message-ID for each send
+  bool get_AutoGenMessageId() const;
+  void put_AllOrNone(bool allOrNone);  // a rejected recipient fails the whole message
+  bool get_AllOrNone() const;
+  // Delivery status (RFC 3461), sent to servers that offer DSN.
+  void put_DsnRet(const char* ret);
+  void put_DsnEnvid(const char* envid);
+  void put_DsnNotify(const char* notify);
+  void put_SentMailLog(const char* path);  // a file that the sent texts are appended to
+  void put_HeartbeatMs(std::uint32_t ms);  // between two abort checks; 0, as when not set: none
+  std::uint32_t get_HeartbeatMs() const;
+  void put_Progress(KvProgress* progress);  // not owned; null: nobody watches
+
+  // True when at least one recipient got it. Rejected ones are in GetBadEmailAddresses.
+  bool SendEmail(KvEmail& email) { return SendEmail(&email); }
+  bool SendEmail(KvEmail* email);
+  // One after another over one connection; goes on after a failure, and is false then.
+  bool SendBundle(const std::vector<KvEmail*>& bundle);
+  // To the addresses of the list instead of those in the message.
+  bool SendToDistributionList(KvEmail& email, const std::vector<std::string>& addresses);
+  // A plain text mail; sets SmtpHost.
+  bool QuickSend(const char* from, const char* to, const char* subject, const char* body,
+                 const char* smtpHost);
+  // Text that is MIME already, sent as it is except for line ends; `to`: addresses with commas.
+  bool SendMime(const char* from, const char* to, const char* mime);
+  bool SendMimeToList(const char* from, const std::vector<std::string>& addresses,
+                      const char* mime);
+  // What SendEmail would transmit.
+  const char* RenderToMime(KvEmail& email);
+  // Whether the server takes the recipients; nothing is sent.
+  bool VerifyRecipients(KvEmail& email);
+
+  std::vector<std::string> GetBadEmailAddresses() const;  // until cleared or the next send
+  void ClearBadEmailAddresses();
+  unsigned get_NumAccepted() const;  // recipients, by the last send
+  unsigned get_NumRecipients() const;
+
+  // --- the connection ---
+  bool OpenSmtpConnection();  // connects and logs in, unless a connection is open and answers
+  bool CloseSmtpConnection();
+  bool SmtpReset();
+  bool SmtpNoop();
+  bool VerifySmtpConnection();  // without logging in
+  bool VerifySmtpLogin();
+  bool IsSmtpDsnCapable();
+
+  // --- the queue service, which is not installed with this library: these fail and say so ---
+  bool SendQ(KvEmail& email);
+  bool SendQ2(KvEmail& email, const char* queueDirectory);
+  bool SendMimeQ(const char* from, const char* to, const char* mime);
+
+ protected:
+  ClsBase* base() const override;
+
+ private:
+  std::unique_ptr<ClsMailMan> impl_;
+};
+
+}  // namespace kelvado

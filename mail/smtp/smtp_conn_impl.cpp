@@ -1,0 +1,417 @@
+#include "mail/smtp/smtp_conn_impl.h"
+
+#include <algorithm>
+#include <limits>
+
+#include "mail/mime/log_null.h"
+#include "mail/mime/text_tools.h"
+#include "mail/smtp/wire_text.h"
+#include "platform/files.h"
+
+namespace kelvado {
+namespace {
+
+// No mail is handed to hosts of this domain.
+constexpr std::string_view kBlockedDomain = ".blocked-relay.invalid";
+constexpr const char* kBlockedMessage =
+    "SMTP protocol failure. Please contact support@kelvado.example.";
+// This provider's servers want EHLO before STARTTLS and end the session otherwise.
+constexpr const char* kEhloFirstDomain = "ehlo-first-provider.example";
+constexpr int kMaxPort = 65535;
+// How long a good-bye that nobody waits for may take.
+constexpr std::uint32_t kHangUpTimeoutMs = 2000;
+// Servers must take 100 recipients in one transaction (RFC 5321 section 4.5.3.1.8), not more.
+constexpr std::size_t kRecipientsPerTransaction = 100;
+
+std::string atServer(const char* text, const SmtpServer& server) {
+  return text + server.host + ":" + std::to_string(server.port);
+}
+
+void logCredentials(const SmtpCredentials& credentials, LogBase& log) {
+  const auto& [username, password, domain, method] = credentials;
+  const bool noUser = !username || username->empty();
+  const bool noPassword = !password || password->empty();
+  if (noUser) log.LogInfo(username ? "No SMTP login provided.." : "No SMTP login provided.");
+  if (noPassword) {
+    log.LogInfo(password ? "No SMTP password provided.." : "No SMTP password provided.");
+  }
+  if (!noUser && !noPassword) return;
+  const bool absent = (noUser && !username) || (noPassword && !password);
+  log.LogInfo(absent ? "Skipping SMTP authentication because no login/password provided."
+                     : "Skipping SMTP authentication because no login/password provided..");
+}
+
+bool isSafeSetting(bool safe, const char* what, const std::string& value, LogBase& log) {
+  if (safe) return true;
+  log.LogError("An SMTP setting holds characters that are not allowed.");
+  log.LogData(what, loggable(value));
+  return false;
+}
+
+bool areSafeSettings(const SmtpServer& server, LogBase& log) {
+  const std::string username = server.credentials.username.value_or("");
+  return isSafeSetting(isSafeWord(server.host), "smtp_host", server.host, log) &&
+         isSafeSetting(isSafeWord(server.helloName), "helo_hostname", server.helloName, log) &&
+         isSafeSetting(isSafeText(username), "smtp_user", username, log);
+}
+
+// One envelope for each To and Cc recipient. Blind copies go together in one more: nobody named in
+// the message must wait for them, and none of them is seen by the others.
+std::vector<Envelope> individualEnvelopes(const Envelope& envelope) {
+  std::vector<Envelope> parts;
+  for (const std::string& address : envelope.to) {
+    parts.push_back({envelope.reversePath, {address}, {}, {}});
+  }
+  for (const std::string& address : envelope.cc) {
+    parts.push_back({envelope.reversePath, {}, {address}, {}});
+  }
+  if (!envelope.bcc.empty()) parts.push_back({envelope.reversePath, {}, {}, envelope.bcc});
+  return parts;
+}
+
+// One address a line; blank lines do not count.
+std::vector<std::string> readAddressFile(const std::string& path, LogBase& log) {
+  std::string text;
+  if (!platform::readWholeFile(path, text)) {
+    log.LogError("The distribution list cannot be read.");
+    log.LogData("filename", path);
+  }
+  std::vector<std::string> addresses;
+  for (std::string_view rest = text; !rest.empty();) {
+    const std::size_t end = std::min(rest.find('\n'), rest.size());
+    const std::string_view address = trimmed(rest.substr(0, end));
+    if (!address.empty()) addresses.emplace_back(address);
+    rest.remove_prefix(std::min(end + 1, rest.size()));
+  }
+  return addresses;
+}
+
+}  // namespace
+
+SmtpConnImpl::SmtpConnImpl(platform::SocketApi& sockets) : sockets_(sockets), wire_(sockets) {}
+
+bool SmtpConnImpl::connectAndAuthenticate(const SmtpServer& server, SmtpCall& call) {
+  const LogContext context(call.log, "SMTP_Connect");
+  const bool ready = openConnection(server, call) && greetAndLogin(server, call);
+  // A connection that is not logged in, or not secured, must never be taken for a ready one.
+  if (!ready) wire_.close();
+  return ready;
+}
+
+bool SmtpConnImpl::connectAndGreet(const SmtpServer& server, SmtpCall& call) {
+  const LogContext context(call.log, "SMTP_Connect");
+  const bool greeted = openConnection(server, call);
+  if (greeted) smtpQuit(call);
+  wire_.close();
+  return greeted;
+}
+
+bool SmtpConnImpl::reuseOrConnect(const SmtpServer& server, SmtpCall& call) {
+  const bool wantsTls = server.ssl || server.startTls;
+  if (!wire_.isOpen()) {
+    call.log.LogInfo("No connection, need new SMTP connection.");
+  } else if (wantsTls && !wire_.isSecure()) {
+    call.log.LogInfo("No secure connection, need new SMTP connection.");
+  } else if (!(server == server_)) {
+    call.log.LogInfo("Other settings, need new SMTP connection.");
+  } else if (smtpRset(call)) {
+    call.log.LogInfo("Using existing/open SMTP connection to send email.");
+    return true;
+  } else {
+    call.log.LogInfo("RSET failed.");
+    call.log.LogInfo("Need new SMTP connection");
+  }
+  wire_.close();
+  return connectAndAuthenticate(server, call);
+}
+
+bool SmtpConnImpl::openConnection(const SmtpServer& given, SmtpCall& call) {
+  LogBase& log = call.log;
+  logCredentials(given.credentials, log);
+  if (given.host.empty()) {
+    log.LogError("No hostname");
+    return false;
+  }
+  if (!areSafeSettings(given, log)) return false;
+  SmtpServer server = given;
+  server.host = lowered(given.host);
+  log.LogInfo(atServer("Connecting to SMTP server ", given));
+  log.LogData("smtp_host", given.host);
+  log.LogData("smtp_port", std::to_string(given.port));
+  const SmtpCredentials& credentials = given.credentials;
+  if (!credentials.domain.empty()) log.LogData("domain", loggable(credentials.domain));
+  log.LogData("smtp_user", credentials.username ? *credentials.username : "NULL");
+  log.LogData("trying-auth-method", credentials.complete() ? loggable(credentials.method) : "NONE");
+
+  if (("." + server.host).ends_with(kBlockedDomain)) {
+    log.LogError(kBlockedMessage);
+    return false;
+  }
+  if (server.port < 1 || server.port > kMaxPort) {
+    log.LogError("The SMTP port is not a port number.");
+    return false;
+  }
+  wire_.setReadTimeout(server.readTimeoutMs);
+  const std::uint64_t connectTimeoutMs = std::uint64_t{server.connectTimeoutSeconds} * 1000;
+  const auto timeoutMs = static_cast<std::uint32_t>(
+      std::min<std::uint64_t>(connectTimeoutMs, std::numeric_limits<std::uint32_t>::max()));
+  if (!wire_.connect(server.host, static_cast<std::uint16_t>(server.port), timeoutMs, call) ||
+      (server.ssl && !wire_.secure(server.host, server.requireVerifiedCertificate, call))) {
+    log.LogError(server.ssl ? "Failed to connect to secure SMTP (1)" : "Failed to connect (1)");
+    return false;
+  }
+  server_ = given;
+  extensions_ = {};
+  if (wire_.readReply(220, call)) {
+    log.LogData("InitialResponse", loggable(wire_.replyText()));
+    return true;
+  }
+  log.LogError("Failed to get initial SMTP response..");
+  log.LogError("The SMTP server may be denying access for this domain.");
+  return false;
+}
+
+bool SmtpConnImpl::greetAndLogin(const SmtpServer& server, SmtpCall& call) {
+  const bool ehloFirst = containsNoCase(server.credentials.username.value_or(""), kEhloFirstDomain);
+  if (server.startTls && !ehloFirst && !startTls(server, "Sending STARTTLS (1)...", call)) {
+    return false;
+  }
+
+  Hello hello = sayHello(server, call);
+  if (hello == Hello::Failed) return false;
+  if (server.startTls && ehloFirst) {
+    if (!startTls(server, "Sending STARTTLS (2)...", call)) return false;
+    hello = sayHello(server, call);
+  }
+  switch (hello) {
+    case Hello::Failed:
+      return false;
+    case Hello::Ehlo:
+      if (!authenticate(wire_, server.credentials, extensions_.authMethods, call)) return false;
+      call.log.LogInfo(atServer("CONNECTED to ESMTP server ", server));
+      return true;
+    case Hello::Helo:
+      if (!authenticateAfterHelo(wire_, server.credentials, call)) return false;
+      call.log.LogInfo(atServer("CONNECTED to SMTP server ", server));
+      return true;
+  }
+  return false;
+}
+
+// Nothing that the server says lets the session go on without TLS.
+bool SmtpConnImpl::startTls(const SmtpServer& server, const char* announcement, SmtpCall& call) {
+  LogBase& log = call.log;
+  log.LogInfo(announcement);
+  if (!wire_.sendCommand("STARTTLS", call)) {
+    log.LogError("Failed to send STARTTLS");
+    return false;
+  }
+  if (!wire_.readReply(220, call)) {
+    if (wire_.replyCode() != 503) {
+      log.LogError("Failed to receive STARTTLS response");
+      return false;
+    }
+    log.LogInfo("Received 503 SMTP Status...");
+    if (!resendStartTls(server, call)) return false;
+  }
+  if (!wire_.secure(server_.host, server.requireVerifiedCertificate, call)) {
+    log.LogError("Failed to establish TLS connection.");
+    return false;
+  }
+  log.LogInfo("TLS connection established.");
+  return true;
+}
+
+// For a server that wants to be greeted first.
+bool SmtpConnImpl::resendStartTls(const SmtpServer& server, SmtpCall& call) {
+  if (!sayEhlo(server, call)) {
+    call.log.LogError("Failed to get EHLO response (2)");
+    return false;
+  }
+  call.log.LogInfo("Resending STARTTLS...");
+  if (!wire_.sendCommand("STARTTLS", call)) {
+    call.log.LogError("Failed to send STARTTLS (2)");
+    return false;
+  }
+  if (!wire_.readReply(220, call)) {
+    call.log.LogError("Failed to receive STARTTLS response (2)");
+    return false;
+  }
+  return true;
+}
+
+std::string SmtpConnImpl::helloName(const SmtpServer& server) const {
+  if (!server.helloName.empty()) return server.helloName;
+  std::string name;
+  sockets_.hostName(name);
+  return name.empty() || !isSafeWord(name) ? "localhost" : name;
+}
+
+SmtpConnImpl::Hello SmtpConnImpl::sayHello(const SmtpServer& server, SmtpCall& call) {
+  if (sayEhlo(server, call)) return Hello::Ehlo;
+  if (!wire_.isOpen()) return Hello::Failed;
+  call.log.LogInfo("EHLO failed, sending HELO...");
+  return sayHelo(server, call) ? Hello::Helo : Hello::Failed;
+}
+
+bool SmtpConnImpl::sayEhlo(const SmtpServer& server, SmtpCall& call) {
+  extensions_ = {};
+  const std::string name = helloName(server);
+  call.log.LogInfo("sendingHello");
+  if (!wire_.sendCommand("EHLO " + name, call)) {
+    call.log.LogError("Failed to send Hello (EHLO)");
+    call.log.LogData("hostname", name);
+    wire_.close();
+    return false;
+  }
+  const std::optional<SmtpExtensions> extensions = wire_.readEhloReply(call);
+  call.log.LogData("helloResponse", loggable(wire_.replyText()));
+  if (extensions) extensions_ = *extensions;
+  // A late reply would be taken for the one to HELO.
+  if (wire_.outOfStep()) wire_.close();
+  return extensions.has_value();
+}
+
+bool SmtpConnImpl::sayHelo(const SmtpServer& server, SmtpCall& call) {
+  // The second try carries the server's own name, on purpose: some servers know no other.
+  const std::string names[] = {helloName(server), lowered(server.host)};
+  const char* failures[] = {"Failed to get response to Hello (HELO)",
+                            "Failed to get response to 2nd-try Hello (HELO)"};
+  for (int attempt = 0; attempt < 2; ++attempt) {
+    if (!wire_.sendCommand("HELO " + names[attempt], call)) {
+      call.log.LogError("Failed to send Hello");
+      return false;
+    }
+    if (wire_.readReply(250, call)) {
+      call.log.LogData("HeloResponse", loggable(wire_.replyText()));
+      return true;
+    }
+    call.log.LogError(failures[attempt]);
+    if (wire_.outOfStep()) return false;
+  }
+  return false;
+}
+
+bool SmtpConnImpl::smtpRset(SmtpCall& call) {
+  return expectOk("RSET", call);
+}
+
+bool SmtpConnImpl::smtpNoop(SmtpCall& call) {
+  return expectOk("NOOP", call);
+}
+
+bool SmtpConnImpl::expectOk(const char* command, SmtpCall& call) {
+  if (!wire_.isOpen()) return false;
+  const bool answered = wire_.sendCommand(command, call) && wire_.readReply(250, call);
+  if (wire_.outOfStep()) wire_.close();
+  return answered;
+}
+
+bool SmtpConnImpl::smtpQuit(SmtpCall& call) {
+  const bool answered =
+      wire_.isOpen() && wire_.sendCommand("QUIT", call) && wire_.readReply(221, call);
+  wire_.close();
+  return answered;
+}
+
+void SmtpConnImpl::hangUp() {
+  LogNull log;
+  ProgressMonitor progress;
+  SmtpCall call{log, progress};
+  wire_.setReadTimeout(kHangUpTimeoutMs);
+  smtpQuit(call);
+}
+
+bool SmtpConnImpl::sendEmail(Email2& message, const SendOptions& options, SmtpCall& call,
+                             SendCounters& counters) {
+  if (call.progress.aborted() || abortAllRequested()) {
+    call.log.LogError("Mail sending aborted by application");
+    return false;
+  }
+  Envelope envelope{message.reversePath(), message.recipients(RecipientKind::To),
+                    message.recipients(RecipientKind::Cc), message.recipients(RecipientKind::Bcc)};
+  if (envelope.to.empty()) call.log.LogInfo("Using undisclosed recipients");
+  if (options.autoMessageId) message.generateMessageId(call.log);
+  call.log.LogData("subject", loggable(message.headerField("Subject")));
+  call.log.LogData("reversePath", loggable(envelope.reversePath));
+
+  std::string mime;
+  mime.reserve(message.sizeEstimate());
+  message.appendMime(mime);
+  const std::string listFile = message.headerField("KVX-FileDistList");
+  if (listFile.empty()) return sendMime(envelope, mime, options, call, counters);
+
+  const std::vector<std::string> addresses = readAddressFile(listFile, call.log);
+  if (addresses.empty()) {
+    call.log.LogError("The distribution list is empty");
+    return false;
+  }
+  return sendToList(envelope.reversePath, addresses, mime, options, call, counters);
+}
+
+bool SmtpConnImpl::sendMime(const Envelope& envelope, std::string_view mime,
+                            const SendOptions& options, SmtpCall& call, SendCounters& counters) {
+  const std::vector<Envelope> parts =
+      options.individual ? individualEnvelopes(envelope) : std::vector<Envelope>{envelope};
+  return sendInParts(parts, mime, options, call, counters);
+}
+
+bool SmtpConnImpl::sendToList(const std::string& reversePath,
+                              const std::vector<std::string>& addresses, std::string_view mime,
+                              const SendOptions& options, SmtpCall& call, SendCounters& counters) {
+  const std::size_t partSize = options.individual ? 1 : kRecipientsPerTransaction;
+  std::vector<Envelope> parts;
+  for (std::size_t i = 0; i < addresses.size(); i += partSize) {
+    const auto first = addresses.begin() + static_cast<std::ptrdiff_t>(i);
+    const auto count = static_cast<std::ptrdiff_t>(std::min(partSize, addresses.size() - i));
+    parts.push_back({reversePath, {first, first + count}, {}, {}});
+  }
+  if (!sendInParts(parts, mime, options, call, counters)) return false;
+  call.log.LogInfo("Mail sent to " + std::to_string(counters.accepted) + " recipient" +
+                   (counters.accepted < 2 ? "" : "s"));
+  return true;
+}
+
+bool SmtpConnImpl::sendInParts(const std::vector<Envelope>& parts, std::string_view mime,
+                               const SendOptions& options, SmtpCall& call, SendCounters& counters) {
+  needsNewConnection_ = false;
+  for (const Envelope& part : parts) {
+    if (!isSafeEnvelope(part, options.dsn, call.log)) {
+      counters.total += part.recipientCount();
+      return false;
+    }
+  }
+  bool anyRejected = false;
+  for (std::size_t i = 0; i < parts.size(); ++i) {
+    if (anyRejected && !smtpRset(call)) return false;
+    const auto transact = [&] {
+      SmtpTransaction transaction(wire_, extensions_.dsn, options, badAddresses_, call);
+      return transaction.run(parts[i], mime, counters);
+    };
+    TransactionResult result = transact();
+    needsNewConnection_ = result == TransactionResult::NeedsNewConnection;
+    // The server's limit was reached half way: the rest goes over another connection.
+    if (needsNewConnection_ && i > 0 && connectAndAuthenticate(server_, call)) {
+      counters.total -= parts[i].recipientCount();
+      result = transact();
+    }
+    if (result == TransactionResult::Rejected) {
+      anyRejected = true;
+    } else if (result != TransactionResult::Sent) {
+      return false;
+    }
+  }
+  return counters.accepted > 0 && !(anyRejected && options.allOrNone);
+}
+
+bool SmtpConnImpl::verifyRecipients(const Envelope& envelope, SmtpCall& call,
+                                    SendCounters& counters) {
+  if (!isSafeEnvelope(envelope, {}, call.log)) return false;
+  const SendOptions options;
+  SmtpTransaction transaction(wire_, extensions_.dsn, options, badAddresses_, call);
+  const TransactionResult result = transaction.offerRecipients(envelope, counters);
+  const bool reset = wire_.isOpen() && smtpRset(call);
+  return result == TransactionResult::Sent && reset && counters.accepted == counters.total;
+}
+
+}  // namespace kelvado

@@ -1,0 +1,98 @@
+// One client-side SMTP session: connects, greets, logs in, and sends messages one transaction after
+// another over the connection that it keeps open. Used by ClsMailMan.
+// Blocks within the time-outs of its settings; one thread at a time. Needs no locks, owns its
+// socket.
+#pragma once
+
+#include <cstdint>
+#include <string>
+#include <vector>
+
+#include "mail/mime/email2.h"
+#include "mail/smtp/smtp_auth.h"
+#include "mail/smtp/smtp_transaction.h"
+#include "mail/smtp/smtp_wire.h"
+
+namespace kelvado {
+
+// Which server, how and as whom. Two connections with equal settings are interchangeable.
+struct SmtpServer {
+  std::string host;
+  int port = 25;
+  bool ssl = false;       // TLS from the first byte
+  bool startTls = false;  // upgraded before anything is told to the server
+  bool requireVerifiedCertificate = false;
+  SmtpCredentials credentials;
+  std::uint32_t connectTimeoutSeconds = 30;  // 0: the socket's own default
+  std::uint64_t readTimeoutMs = 30'000;      // see effectiveReadTimeoutMs
+  std::string helloName;                     // for EHLO and HELO; empty: the machine's own name
+
+  bool operator==(const SmtpServer&) const = default;
+};
+
+class SmtpConnImpl {
+ public:
+  explicit SmtpConnImpl(platform::SocketApi& sockets = platform::systemSockets());
+
+  // Connects afresh; on failure the connection is closed.
+  bool connectAndAuthenticate(const SmtpServer& server, SmtpCall& call);
+  // Connects and reads the greeting, to see that somebody is there. No connection is kept.
+  bool connectAndGreet(const SmtpServer& server, SmtpCall& call);
+  // Checks an open connection with RSET and keeps it, or connects afresh.
+  bool reuseOrConnect(const SmtpServer& server, SmtpCall& call);
+
+  // The message is a prepared copy: its blind-copy recipients are in "Bcc". autoMessageId changes
+  // it.
+  bool sendEmail(Email2& message, const SendOptions& options, SmtpCall& call,
+                 SendCounters& counters);
+  // A text that is ready, in an envelope that is told.
+  bool sendMime(const Envelope& envelope, std::string_view mime, const SendOptions& options,
+                SmtpCall& call, SendCounters& counters);
+  // To each address of a list, in as many transactions as it needs.
+  bool sendToList(const std::string& reversePath, const std::vector<std::string>& addresses,
+                  std::string_view mime, const SendOptions& options, SmtpCall& call,
+                  SendCounters& counters);
+  // Asks whether the server would take the recipients, and sends nothing.
+  bool verifyRecipients(const Envelope& envelope, SmtpCall& call, SendCounters& counters);
+
+  bool smtpRset(SmtpCall& call);
+  bool smtpNoop(SmtpCall& call);
+  bool smtpQuit(SmtpCall& call);  // closes whatever the server answers
+
+  // Takes leave of the server within two seconds, without a word in any log.
+  void hangUp();
+
+  bool isOpen() const { return wire_.isOpen(); }
+  bool offersDsn() const { return extensions_.dsn; }
+  bool timedOut() const { return wire_.timedOut(); }
+  // The last message failed because the server wants it on another connection.
+  bool needsNewConnection() const { return needsNewConnection_; }
+  // Recipients that were rejected since the list was cleared.
+  const std::vector<std::string>& badAddresses() const { return badAddresses_; }
+  void clearBadAddresses() { badAddresses_.clear(); }
+  void clearTimedOut() { wire_.clearTimedOut(); }
+
+ private:
+  enum class Hello { Failed, Ehlo, Helo };
+
+  bool openConnection(const SmtpServer& server, SmtpCall& call);
+  bool greetAndLogin(const SmtpServer& server, SmtpCall& call);
+  bool startTls(const SmtpServer& server, const char* announcement, SmtpCall& call);
+  bool resendStartTls(const SmtpServer& server, SmtpCall& call);
+  Hello sayHello(const SmtpServer& server, SmtpCall& call);
+  bool sayEhlo(const SmtpServer& server, SmtpCall& call);
+  bool sayHelo(const SmtpServer& server, SmtpCall& call);
+  bool expectOk(const char* command, SmtpCall& call);
+  std::string helloName(const SmtpServer& server) const;
+  bool sendInParts(const std::vector<Envelope>& parts, std::string_view mime,
+                   const SendOptions& options, SmtpCall& call, SendCounters& counters);
+
+  platform::SocketApi& sockets_;
+  SmtpWire wire_;
+  SmtpServer server_;  // that the open connection was made for
+  SmtpExtensions extensions_;
+  bool needsNewConnection_ = false;
+  std::vector<std::string> badAddresses_;
+};
+
+}  // namespace kelvado

@@ -1,0 +1,74 @@
+#include "mail/smtp/smtp_reply.h"
+
+#include "mail/mime/text_tools.h"
+
+namespace kelvado {
+namespace {
+
+constexpr std::size_t kCodeDigits = 3;
+
+int parseCode(std::string_view line) {
+  int code = 0;
+  for (const char c : line.substr(0, kCodeDigits)) {
+    if (c < '0' || c > '9') return kBadReplyCode;
+    code = code * 10 + (c - '0');
+  }
+  return code;
+}
+
+struct MethodName {
+  const char* name;  // as it stands in the list, with the blank before it
+  unsigned method;
+};
+
+constexpr MethodName kMethodNames[] = {
+    {" LOGIN", kAuthLogin},
+    {" NTLM", kAuthNtlm},
+    {" MSN", kAuthMsn},
+    {" GSSAPI", kAuthGssapi},
+    {" ANONYMOUS", kAuthAnonymous},
+    {" PLAIN", kAuthPlain},
+    {" CRAM-MD5", kAuthCramMd5},
+    {" DIGEST-MD5", kAuthDigestMd5},
+    {" KERBEROS_V4", kAuthKerberosV4},
+};
+
+void noteExtension(std::string_view keywords, SmtpExtensions& extensions) {
+  if (beginsWithNoCase(keywords, "DSN")) {
+    extensions.dsn = true;
+  } else if (beginsWithNoCase(keywords, "AUTH ")) {
+    for (const MethodName& row : kMethodNames) {
+      if (containsNoCase(keywords, row.name)) extensions.authMethods |= row.method;
+    }
+  }
+}
+
+}  // namespace
+
+SmtpReply::Progress SmtpReply::addLine(std::string_view line) {
+  if (line.size() >= 2 && line.substr(line.size() - 2) == "\r\n") line.remove_suffix(2);
+  if (++lines_ > kMaxReplyLines || text_.size() + line.size() + 2 > kMaxReplyBytes) {
+    return Progress::TooLong;
+  }
+  text_.append(line).append("\r\n");
+  if (line.size() <= kCodeDigits) return Progress::Unrecognized;
+  const char separator = line[kCodeDigits];
+  const bool last = ending_ == Ending::Blank ? separator == ' ' : separator != '-';
+  if (!last) return Progress::More;
+  code_ = parseCode(line);
+  return Progress::Complete;
+}
+
+std::optional<SmtpExtensions> parseEhloReply(std::string_view text) {
+  SmtpExtensions extensions;
+  while (!text.empty()) {
+    const std::size_t end = text.find("\r\n");
+    const std::string_view line = text.substr(0, end);
+    if (line.size() <= kCodeDigits || parseCode(line) != 250) return std::nullopt;
+    noteExtension(line.substr(kCodeDigits + 1), extensions);
+    text.remove_prefix(end == std::string_view::npos ? text.size() : end + 2);
+  }
+  return extensions;
+}
+
+}  // namespace kelvado

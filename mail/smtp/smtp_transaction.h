@@ -1,0 +1,89 @@
+// One mail transaction: MAIL FROM, RCPT TO for everybody, DATA, and the text (RFC 5321
+// section 3.3). Used by SmtpConnImpl on a connection that is ready. Closes the connection when it
+// can no longer tell which reply belongs to which command.
+#pragma once
+
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "mail/smtp/smtp_wire.h"
+
+namespace kelvado {
+
+// Asked of the server when it offers DSN (RFC 3461); empty ones are not sent.
+struct DsnOptions {
+  std::string ret;
+  std::string envid;
+  std::string notify;
+};
+
+struct SendOptions {
+  bool individual = false;  // one transaction for each To and Cc recipient
+  bool autoMessageId = false;
+  bool allOrNone = false;  // a rejected recipient fails the whole transaction
+  DsnOptions dsn;
+  std::string sentMailLog;  // file that sent messages are appended to; empty: none
+};
+
+// Who a message goes from and to; plain addresses.
+struct Envelope {
+  std::string reversePath;
+  std::vector<std::string> to;
+  std::vector<std::string> cc;
+  std::vector<std::string> bcc;
+
+  unsigned recipientCount() const {
+    return static_cast<unsigned>(to.size() + cc.size() + bcc.size());
+  }
+};
+
+struct SendCounters {
+  unsigned accepted = 0;
+  unsigned total = 0;
+};
+
+enum class TransactionResult {
+  Sent,
+  Rejected,            // by the server, for its recipients; the connection stays usable
+  NeedsNewConnection,  // this one takes no more messages
+  Failed,
+};
+
+class SmtpTransaction {
+ public:
+  // Rejected recipients are added to `badAddresses`.
+  SmtpTransaction(SmtpWire& wire, bool serverOffersDsn, const SendOptions& options,
+                  std::vector<std::string>& badAddresses, SmtpCall& call)
+      : wire_(wire),
+        dsn_(serverOffersDsn),
+        options_(options),
+        badAddresses_(badAddresses),
+        call_(call) {}
+
+  // Adds its recipients to the counters.
+  TransactionResult run(const Envelope& envelope, std::string_view mime, SendCounters& counters);
+  // MAIL FROM and RCPT TO only. The caller resets the session afterwards.
+  TransactionResult offerRecipients(const Envelope& envelope, SendCounters& counters);
+
+ private:
+  TransactionResult mailFrom(const std::string& reversePath);
+  bool rcptToAll(const std::vector<std::string>& addresses, const char* failureText);
+  bool rcptTo(const std::string& address, const char* failureText);
+  bool sendText(std::string_view mime);
+  bool endText();
+  void appendToSentMailLog(std::string_view mime);
+  TransactionResult failed();
+
+  SmtpWire& wire_;
+  bool dsn_;
+  const SendOptions& options_;
+  std::vector<std::string>& badAddresses_;
+  SmtpCall& call_;
+  unsigned accepted_ = 0;
+};
+
+// False, with the value in the log, when an address or an option could break out of its command.
+bool isSafeEnvelope(const Envelope& envelope, const DsnOptions& dsn, LogBase& log);
+
+}  // namespace kelvado

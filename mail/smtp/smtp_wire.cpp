@@ -1,0 +1,117 @@
+#include "mail/smtp/smtp_wire.h"
+
+#include <algorithm>
+
+#include "mail/smtp/wire_text.h"
+
+namespace kelvado {
+namespace {
+
+constexpr std::uint64_t kEndlessReadTimeoutMs = 21'600'000;
+constexpr std::uint64_t kMaxReadTimeoutMs = 5'000'000;
+
+}  // namespace
+
+std::uint32_t effectiveReadTimeoutMs(std::uint64_t configuredMs, bool secure) {
+  std::uint64_t ms = configuredMs;
+  if (secure) ms = std::max<std::uint64_t>(1, ms / 1000) * 1000;
+  if (ms == 0) ms = kEndlessReadTimeoutMs;
+  return static_cast<std::uint32_t>(std::min(ms, kMaxReadTimeoutMs));
+}
+
+bool SmtpWire::connect(const std::string& host, std::uint16_t port, std::uint32_t connectTimeoutMs,
+                       SmtpCall& call) {
+  close();
+  const bool connected =
+      socket_.connect(host.c_str(), port, connectTimeoutMs, call.log, call.progress);
+  noteStatus();
+  return connected;
+}
+
+bool SmtpWire::secure(const std::string& /*host*/, bool /*requireVerified*/, SmtpCall& call) {
+  call.log.LogError("This build has no secure channel.");
+  return false;
+}
+
+void SmtpWire::close() {
+  socket_.close();
+  outOfStep_ = false;
+}
+
+bool SmtpWire::sendCommand(std::string_view command, SmtpCall& call) {
+  call.log.LogData("command", loggable(command));
+  return sendSecret(command, call);
+}
+
+bool SmtpWire::sendSecret(std::string_view line, SmtpCall& call) {
+  std::string bytes;
+  bytes.reserve(line.size() + 2);
+  return sendBytes(bytes.append(line).append("\r\n"), call);
+}
+
+bool SmtpWire::sendBytes(std::string_view bytes, SmtpCall& call) {
+  const bool sent = channel().sendBytes(bytes, readTimeoutMs(), call.log, call.progress);
+  noteStatus();
+  return sent;
+}
+
+bool SmtpWire::readReply(int expected, SmtpCall& call, ReplyLog replyLog) {
+  if (!receiveReply(SmtpReply::Ending::NoHyphen, call)) return false;
+  if (replyLog == ReplyLog::CodeOnly) {
+    call.log.LogData("reply_code", std::to_string(replyCode()));
+  } else {
+    call.log.LogData("reply", loggable(replyText()));
+  }
+  return replyCode() == expected;
+}
+
+std::optional<SmtpExtensions> SmtpWire::readEhloReply(SmtpCall& call) {
+  if (!receiveReply(SmtpReply::Ending::Blank, call)) return std::nullopt;
+  call.log.LogData("reply", loggable(replyText()));
+  return parseEhloReply(replyText());
+}
+
+bool SmtpWire::receiveReply(SmtpReply::Ending ending, SmtpCall& call) {
+  reply_ = SmtpReply(ending);
+  outOfStep_ = true;
+  // One time-out for the whole reply: a server that sends line after line cannot prolong it.
+  const Countdown left(readTimeoutMs(), call.progress.clock());
+  for (;;) {
+    std::string line;
+    const ReadLimits limits{std::max<std::uint32_t>(1, left.remaining()), kMaxReplyLineBytes};
+    if (!channel().readUntilMatch("\r\n", line, limits, call.log, call.progress)) {
+      noteStatus();
+      logReadFailure(call);
+      return false;
+    }
+    switch (reply_.addLine(line)) {
+      case SmtpReply::Progress::More:
+        break;
+      case SmtpReply::Progress::Complete:
+        outOfStep_ = false;
+        return true;
+      case SmtpReply::Progress::Unrecognized:
+        // A reply of one line, however short, is still a whole one.
+        outOfStep_ = reply_.text().size() > line.size();
+        call.log.LogError("Unrecognized response from SMTP server");
+        call.log.LogData("line", loggable(line));
+        return false;
+      case SmtpReply::Progress::TooLong:
+        call.log.LogError("The SMTP server's reply is longer than allowed.");
+        return false;
+    }
+  }
+}
+
+void SmtpWire::logReadFailure(SmtpCall& call) {
+  const IoStatus& status = channel().status();
+  if (status.aborted) {
+    call.log.LogError("Application aborted SMTP operation prior to receiving response.");
+  } else if (status.timedOut) {
+    call.log.LogError("ReadTimeout expired, abandoning attempt to retrieve SMTP response.");
+  } else {
+    call.log.LogError("Failed to get SMTP command response...");
+  }
+}
+
+}  // namespace kelvado

@@ -1,0 +1,81 @@
+// Commands out, replies in: the line level of an SMTP session, over a plain socket or over TLS.
+// Logs every command and reply, except what could tell a secret. Blocks up to the read time-out for
+// each step; used by one thread at a time.
+#pragma once
+
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <string_view>
+
+#include "mail/mime/log_base.h"
+#include "mail/smtp/smtp_reply.h"
+#include "net/kelvado_socket.h"
+#include "net/progress.h"
+
+namespace kelvado {
+
+// What every step of a session needs from the call it works for.
+struct SmtpCall {
+  LogBase& log;
+  ProgressMonitor& progress;
+};
+
+// The read time-out as it takes effect. 0 means the most there is on a plain connection, but one
+// second under TLS, where whole seconds count: that is meant.
+std::uint32_t effectiveReadTimeoutMs(std::uint64_t configuredMs, bool secure);
+
+class SmtpWire {
+ public:
+  enum class ReplyLog { Text, CodeOnly };  // CodeOnly while authenticating
+
+  explicit SmtpWire(platform::SocketApi& sockets) : socket_(sockets) {}
+
+  // connectTimeoutMs 0: the socket's own default.
+  bool connect(const std::string& host, std::uint16_t port, std::uint32_t connectTimeoutMs,
+               SmtpCall& call);
+  // The TLS handshake over the open connection. Fails when the server has said anything before it.
+  bool secure(const std::string& host, bool requireVerified, SmtpCall& call);
+  void close();
+  bool isOpen() const { return socket_.isConnected(); }
+  bool isSecure() const { return false; }
+  void setReadTimeout(std::uint64_t configuredMs) { configuredReadTimeoutMs_ = configuredMs; }
+
+  // One line; CR LF is added.
+  bool sendCommand(std::string_view command, SmtpCall& call);
+  // As sendCommand, but nothing of it is logged.
+  bool sendSecret(std::string_view line, SmtpCall& call);
+  bool sendBytes(std::string_view bytes, SmtpCall& call);
+
+  // Reads one whole reply. True only when its code is exactly `expected`: 251 is not 250.
+  bool readReply(int expected, SmtpCall& call, ReplyLog replyLog = ReplyLog::Text);
+  // The reply to EHLO. Nothing when it is not 250 in every line or did not come.
+  std::optional<SmtpExtensions> readEhloReply(SmtpCall& call);
+
+  // Of the last reply; kNoReplyCode when none came. Then the session is out of step with the server
+  // and must not go on with this connection.
+  int replyCode() const { return reply_.code(); }
+  const std::string& replyText() const { return reply_.text(); }
+  // The last reply was cut off or never came, so what comes next may be the rest of it.
+  bool outOfStep() const { return outOfStep_; }
+
+  bool timedOut() const { return timedOut_; }
+  void clearTimedOut() { timedOut_ = false; }
+
+ private:
+  ByteChannel& channel() { return socket_; }
+  std::uint32_t readTimeoutMs() const {
+    return effectiveReadTimeoutMs(configuredReadTimeoutMs_, isSecure());
+  }
+  bool receiveReply(SmtpReply::Ending ending, SmtpCall& call);
+  void logReadFailure(SmtpCall& call);
+  void noteStatus() { timedOut_ = timedOut_ || channel().status().timedOut; }
+
+  KelvadoSocket socket_;
+  std::uint64_t configuredReadTimeoutMs_ = 30'000;
+  SmtpReply reply_;
+  bool outOfStep_ = false;
+  bool timedOut_ = false;
+};
+
+}  // namespace kelvado

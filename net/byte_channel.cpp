@@ -1,0 +1,54 @@
+#include "net/byte_channel.h"
+
+namespace kelvado {
+
+bool ByteChannel::readUntilMatch(std::string_view delimiter, std::string& out,
+                                 const ReadLimits& limits, LogBase& log,
+                                 ProgressMonitor& progress) {
+  out.clear();
+  status_ = {};
+  const Countdown left(limits.timeoutMs, progress.clock());
+  std::size_t searchFrom = 0;
+  for (;;) {
+    const std::size_t at = received_.find(delimiter, searchFrom);
+    const bool found = at != std::string::npos;
+    const std::size_t end = found ? at + delimiter.size() : received_.size();
+    if (end > limits.maxBytes) {
+      log.LogError("Received line is longer than allowed.");
+      log.LogData("maxBytes", std::to_string(limits.maxBytes));
+      return false;
+    }
+    if (found) {
+      out.assign(received_, 0, end);
+      received_.erase(0, end);
+      return true;
+    }
+    searchFrom = received_.size() < delimiter.size() ? 0 : received_.size() - delimiter.size() + 1;
+    const std::uint32_t remaining = left.remaining();
+    if (remaining == 0) {
+      logReadTimeout(limits.timeoutMs, log);
+      return false;
+    }
+    if (!receiveMore(received_, remaining, log, progress)) {
+      if (status_.aborted) log.LogError(readAbortedText());
+      return false;
+    }
+  }
+}
+
+bool ByteChannel::receiveBytes(std::string& out, std::uint32_t timeoutMs, LogBase& log,
+                               ProgressMonitor& progress) {
+  out.clear();
+  status_ = {};
+  if (received_.empty() && !receiveMore(received_, timeoutMs, log, progress)) return false;
+  out.swap(received_);
+  return true;
+}
+
+void ByteChannel::logReadTimeout(std::uint32_t timeoutMs, LogBase& log) {
+  status_.timedOut = true;
+  log.LogError("Timeout waiting to read socket or accept connection");
+  log.LogData("timeoutMs", std::to_string(timeoutMs));
+}
+
+}  // namespace kelvado

@@ -1,0 +1,69 @@
+// A connected stream of bytes as the mail session sees it: a plain socket, or TLS on top of one.
+// Reading up to a delimiter lives here, once for both. Blocks the caller up to the time-outs given;
+// used by one thread at a time.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <string>
+#include <string_view>
+
+#include "mail/mime/log_base.h"
+#include "net/progress.h"
+
+namespace kelvado {
+
+// How the last operation ended when it failed. All false: an error of the network.
+struct IoStatus {
+  bool timedOut = false;
+  bool aborted = false;
+  bool peerClosed = false;
+};
+
+struct ReadLimits {
+  std::uint32_t timeoutMs;  // for the whole read: a peer that drips bytes does not prolong it
+  std::size_t maxBytes;     // the delimiter included
+};
+
+class ByteChannel {
+ public:
+  ByteChannel() = default;
+  virtual ~ByteChannel() = default;
+  ByteChannel(const ByteChannel&) = delete;
+  ByteChannel& operator=(const ByteChannel&) = delete;
+
+  virtual bool isConnected() const = 0;
+  virtual void close() = 0;
+
+  // All bytes, or failure. The time-out counts from the last progress.
+  virtual bool sendBytes(std::string_view data, std::uint32_t idleTimeoutMs, LogBase& log,
+                         ProgressMonitor& progress) = 0;
+
+  // `out` is the text up to and including the delimiter; what came behind it is kept for the next
+  // read.
+  bool readUntilMatch(std::string_view delimiter, std::string& out, const ReadLimits& limits,
+                      LogBase& log, ProgressMonitor& progress);
+
+  // Whatever is there, at least one byte; waits for it when there is nothing.
+  bool receiveBytes(std::string& out, std::uint32_t timeoutMs, LogBase& log,
+                    ProgressMonitor& progress);
+
+  // Bytes have arrived that nobody has read yet.
+  bool hasUnreadBytes() const { return !received_.empty(); }
+
+  const IoStatus& status() const { return status_; }
+
+ protected:
+  // Appends at least one byte to `buffer`, or logs why not and sets status_.
+  virtual bool receiveMore(std::string& buffer, std::uint32_t timeoutMs, LogBase& log,
+                           ProgressMonitor& progress) = 0;
+  // The line that a read-until-match adds to the log when the application ended it.
+  virtual const char* readAbortedText() const = 0;
+
+  void logReadTimeout(std::uint32_t timeoutMs, LogBase& log);
+
+  IoStatus status_;
+  std::string received_;
+};
+
+}  // namespace kelvado

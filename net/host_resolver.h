@@ -1,0 +1,29 @@
+// Host names to addresses, with a time-out and an abort that the system's resolver does not have.
+// Used by KelvadoSocket.
+#pragma once
+
+#include <cstdint>
+#include <string>
+#include <vector>
+
+#include "mail/mime/log_base.h"
+#include "net/progress.h"
+#include "platform/socket_api.h"
+
+namespace kelvado {
+
+// Four decimal numbers of 0..255 with dots between them.
+bool isDottedAddress(const std::string& text);
+
+// Fills `addresses` with at least one dotted address, or logs why not. `aborted` tells an abort by
+// the application from the other failures, `timedOut` the time-out. The look-up runs in a thread of
+// its own that is left behind when it takes too long, so `api` must live as long as the process.
+struct LookupResult {
+  std::vector<std::string> addresses;
+  bool timedOut = false;
+  bool aborted = false;
+};
+bool resolveHost(platform::SocketApi& api, const std::string& host, std::uint32_t timeoutMs,
+                 LookupResult& result, LogBase& log, ProgressMonitor& progress);
+
+}  // namespace kelvado

@@ -1,0 +1,215 @@
+#include "net/kelvado_socket.h"
+
+#include "net/host_resolver.h"
+#include "net/socket_errors.h"
+
+namespace kelvado {
+namespace {
+
+// For a caller that gives no connect time-out of its own.
+constexpr std::uint32_t kDefaultConnectTimeoutMs = 60'000;
+constexpr std::size_t kReceiveChunk = 16 * 1024;
+
+bool isLocalhost(std::string_view host) {
+  constexpr std::string_view kName = "localhost";
+  if (host.size() != kName.size()) return false;
+  for (std::size_t i = 0; i < host.size(); ++i) {
+    if ((host[i] | 0x20) != kName[i]) return false;
+  }
+  return true;
+}
+
+}  // namespace
+
+void KelvadoSocket::close() {
+  if (isConnected()) api_.close(handle_);
+  handle_ = platform::kInvalidSocket;
+  received_.clear();
+}
+
+bool KelvadoSocket::connect(const char* host, std::uint16_t port, std::uint32_t connectTimeoutMs,
+                            LogBase& log, ProgressMonitor& progress) {
+  close();
+  status_ = {};
+  if (host == nullptr || *host == '\0') {
+    log.LogError(host == nullptr ? "Cannot connect, hostname is NULL"
+                                 : "Cannot connect, hostname is zero length");
+    return false;
+  }
+  remoteHost_ = isLocalhost(host) ? "127.0.0.1" : host;
+  const std::uint32_t timeoutMs =
+      connectTimeoutMs == 0 ? kDefaultConnectTimeoutMs : connectTimeoutMs;
+
+  api_.start();
+  const Countdown left(timeoutMs, progress.clock());
+  LookupResult found;
+  if (!resolveHost(api_, remoteHost_, timeoutMs, found, log, progress)) {
+    status_.timedOut = found.timedOut;
+    status_.aborted = found.aborted;
+    return false;
+  }
+  if (left.remaining() == 0) {
+    status_.timedOut = true;
+    log.LogError("Application timeout after DNS");
+    return false;
+  }
+  platform::SocketError error = platform::kSocketOk;
+  for (const std::string& address : found.addresses) {
+    error = connectTo(address, port, left.remaining(), log, progress);
+    if (error == platform::kSocketOk) return true;
+    close();
+    if (status_.aborted || status_.timedOut) break;  // otherwise the host's next address may answer
+  }
+  log.LogError("Connect function failed");
+  log.LogData("sockError", std::to_string(error));
+  log.LogData("ConnectTimeoutMs", std::to_string(timeoutMs));
+  logSocketError(error, log);
+  return false;
+}
+
+platform::SocketError KelvadoSocket::connectTo(const std::string& address, std::uint16_t port,
+                                               std::uint32_t timeoutMs, LogBase& log,
+                                               ProgressMonitor& progress) {
+  platform::SocketError error = platform::kSocketOk;
+  handle_ = api_.open(error);
+  if (!isConnected()) {
+    log.LogError("Cannot connect, invalid socket.");
+    return error;
+  }
+  remoteAddress_ = address;
+  error = api_.connect(handle_, address, port);
+  if (error != platform::kWsaWouldBlock) return error;
+  switch (wait(Direction::Write, timeoutMs, error, progress)) {
+    case Wait::Ready:
+      return api_.pendingError(handle_);
+    case Wait::TimedOut:
+      status_.timedOut = true;
+      return platform::kWsaTimedOut;
+    case Wait::Aborted:
+      status_.aborted = true;
+      return platform::kWsaInterrupted;
+    case Wait::Failed:
+      break;
+  }
+  return error;
+}
+
+KelvadoSocket::Wait KelvadoSocket::wait(Direction direction, std::uint32_t timeoutMs,
+                                        platform::SocketError& error, ProgressMonitor& progress) {
+  using Ready = platform::SocketApi::Ready;
+  const Countdown left(timeoutMs, progress.clock());
+  for (;;) {
+    if (progress.abortCheck()) return Wait::Aborted;
+    const std::uint32_t slice = progress.sliceMs(left.remaining());
+    const Ready ready = direction == Direction::Read ? api_.waitReadable(handle_, slice, error)
+                                                     : api_.waitWritable(handle_, slice, error);
+    if (ready == Ready::Yes) return Wait::Ready;
+    if (ready == Ready::Failed) return Wait::Failed;
+    if (left.remaining() == 0) return Wait::TimedOut;
+  }
+}
+
+bool KelvadoSocket::sendBytes(std::string_view data, std::uint32_t idleTimeoutMs, LogBase& log,
+                              ProgressMonitor& progress) {
+  status_ = {};
+  if (!isConnected()) {
+    log.LogError("No socket exists for sending (1)");
+    return false;
+  }
+  if (progress.abortCheck()) {
+    status_.aborted = true;
+    log.LogError("Socket send aborted by application");
+    return false;
+  }
+  // Sent first and waited for only when the system has no room: most steps fit into its buffer.
+  while (!data.empty()) {
+    std::size_t count = 0;
+    const platform::SocketError error = api_.send(handle_, data, count);
+    if (error == platform::kSocketOk) {
+      data.remove_prefix(count);
+    } else if (error != platform::kWsaWouldBlock) {
+      log.LogError("Error sending on socket");
+      logSocketError(error, log);
+      return false;
+    } else if (!waitForSpace(data.size(), idleTimeoutMs, log, progress)) {
+      return false;
+    }
+  }
+  return true;
+}
+
+bool KelvadoSocket::waitForSpace(std::size_t unsent, std::uint32_t idleTimeoutMs, LogBase& log,
+                                 ProgressMonitor& progress) {
+  platform::SocketError error = platform::kSocketOk;
+  switch (wait(Direction::Write, idleTimeoutMs, error, progress)) {
+    case Wait::Ready:
+      return true;
+    case Wait::TimedOut:
+      status_.timedOut = true;
+      log.LogError("Socket send idle timeout");
+      log.LogData("send_size", std::to_string(unsent));
+      log.LogData("idleTimeoutMs", std::to_string(idleTimeoutMs));
+      return false;
+    case Wait::Aborted:
+      status_.aborted = true;
+      log.LogError("Socket send aborted by application");
+      return false;
+    case Wait::Failed:
+      break;
+  }
+  log.LogError("socket is not ready for writing;");
+  logSocketError(error, log);
+  return false;
+}
+
+bool KelvadoSocket::waitForData(std::uint32_t timeoutMs, LogBase& log, ProgressMonitor& progress) {
+  if (!isConnected()) {
+    log.LogError("This socket is not connected");
+    return false;
+  }
+  platform::SocketError error = platform::kSocketOk;
+  switch (wait(Direction::Read, timeoutMs, error, progress)) {
+    case Wait::Ready:
+      return true;
+    case Wait::TimedOut:
+      logReadTimeout(timeoutMs, log);
+      log.LogError("WaitForData timed out.");
+      return false;
+    case Wait::Aborted:
+      status_.aborted = true;
+      log.LogError("Socket read aborted by application");
+      return false;
+    case Wait::Failed:
+      break;
+  }
+  log.LogError("Error waiting for socket to become ready for reading.");
+  logSocketError(error, log);
+  return false;
+}
+
+bool KelvadoSocket::receiveMore(std::string& buffer, std::uint32_t timeoutMs, LogBase& log,
+                                ProgressMonitor& progress) {
+  char chunk[kReceiveChunk];
+  platform::SocketError error = platform::kWsaWouldBlock;
+  std::size_t count = 0;
+  while (error == platform::kWsaWouldBlock) {  // a wake-up without data is waited out
+    if (!waitForData(timeoutMs, log, progress)) return false;
+    error = api_.receive(handle_, chunk, sizeof chunk, count);
+  }
+  if (error != platform::kSocketOk) {
+    log.LogError("SOCKET_ERROR: ");
+    logSocketError(error, log);
+    log.LogError("Failed to receive data on the TCP socket");
+    return false;
+  }
+  if (count == 0) {
+    status_.peerClosed = true;
+    log.LogError("The peer has closed the socket (TCP) connection");
+    log.LogError("Connection closed by server.");
+    return false;
+  }
+  buffer.append(chunk, count);
+  return true;
+}
+
+}  // namespace kelvado

@@ -1,0 +1,61 @@
+// A TCP client socket: name look-up, connect with a time-out, send and receive with idle time-outs.
+// Waits are cut into slices when an application wants to be asked for an abort meanwhile.
+// Used by the mail session and, below TLS, by SChannel. One thread at a time.
+#pragma once
+
+#include <cstdint>
+#include <string>
+#include <string_view>
+
+#include "net/byte_channel.h"
+#include "platform/socket_api.h"
+
+namespace kelvado {
+
+class KelvadoSocket final : public ByteChannel {
+ public:
+  // `api` must live as long as the process: a look-up that timed out may still be running in it.
+  explicit KelvadoSocket(platform::SocketApi& api = platform::systemSockets()) : api_(api) {}
+  ~KelvadoSocket() override { close(); }
+
+  // Closes what was open before. `host` may be null or empty: that fails, with its own line.
+  // connectTimeoutMs covers look-up and connect together; 0 is the socket's own default.
+  bool connect(const char* host, std::uint16_t port, std::uint32_t connectTimeoutMs, LogBase& log,
+               ProgressMonitor& progress);
+
+  bool isConnected() const override { return handle_ != platform::kInvalidSocket; }
+  void close() override;
+  bool sendBytes(std::string_view data, std::uint32_t idleTimeoutMs, LogBase& log,
+                 ProgressMonitor& progress) override;
+
+  // False when nothing came in time (logged) or the wait failed or was aborted.
+  bool waitForData(std::uint32_t timeoutMs, LogBase& log, ProgressMonitor& progress);
+
+  const std::string& remoteHost() const { return remoteHost_; }
+  const std::string& remoteAddress() const { return remoteAddress_; }
+
+ protected:
+  bool receiveMore(std::string& buffer, std::uint32_t timeoutMs, LogBase& log,
+                   ProgressMonitor& progress) override;
+  const char* readAbortedText() const override {
+    return "socket read-until-match aborted by application callback";
+  }
+
+ private:
+  enum class Direction { Read, Write };
+  enum class Wait { Ready, TimedOut, Aborted, Failed };
+
+  Wait wait(Direction direction, std::uint32_t timeoutMs, platform::SocketError& error,
+            ProgressMonitor& progress);
+  platform::SocketError connectTo(const std::string& address, std::uint16_t port,
+                                  std::uint32_t timeoutMs, LogBase& log, ProgressMonitor& progress);
+  bool waitForSpace(std::size_t unsent, std::uint32_t idleTimeoutMs, LogBase& log,
+                    ProgressMonitor& progress);
+
+  platform::SocketApi& api_;
+  platform::SocketHandle handle_ = platform::kInvalidSocket;
+  std::string remoteHost_;
+  std::string remoteAddress_;
+};
+
+}  // namespace kelvado

@@ -1,0 +1,76 @@
+// Progress and abort: the sink that an application may hand to a send, and the monitor that sockets
+// and sessions consult while they work. One monitor serves one call, on the caller's thread.
+#pragma once
+
+#include <cstdint>
+
+#include "platform/clock.h"
+
+namespace kelvado {
+
+// Derive from it to watch a send. Both are called on the thread that called the library; setting
+// `abort` ends the operation at the next opportunity.
+class KvProgress {
+ public:
+  virtual ~KvProgress() = default;
+  // Called only when the percentage rose above the last one told, and once with 100 at the end.
+  virtual void PercentDone(int /*percent*/, bool& /*abort*/) {}
+  // Called every HeartbeatMs milliseconds.
+  virtual void AbortCheck(bool& /*abort*/) {}
+};
+
+// The abort of everything in the process: tested before connecting and before sending. May be set
+// from any thread.
+void setAbortAll(bool abort);
+bool abortAllRequested();
+
+class ProgressMonitor {
+ public:
+  // `sink` may be null and must outlive the monitor. heartbeatMs 0: the abort check is never asked.
+  explicit ProgressMonitor(KvProgress* sink = nullptr, std::uint32_t heartbeatMs = 0,
+                           platform::Clock& clock = platform::systemClock());
+
+  void expect(std::uint64_t totalUnits) { total_ = totalUnits; }
+  void consume(std::uint64_t units);  // reports the percentage when it rose; at most 99
+  void finish();                      // reports 100
+
+  // Asks the sink when a heartbeat is due. True once an abort was asked for, by whatever way.
+  bool abortCheck();
+  bool aborted() const { return aborted_; }
+
+  // The longest wait until the sink must be asked again; `remainingMs` itself when nobody asks.
+  std::uint32_t sliceMs(std::uint32_t remainingMs) const;
+
+  platform::Clock& clock() const { return clock_; }
+
+ private:
+  void report(int percent);
+
+  KvProgress* sink_;
+  std::uint32_t heartbeatMs_;
+  platform::Clock& clock_;
+  std::uint32_t lastBeat_;
+  std::uint64_t total_ = 0;
+  std::uint64_t done_ = 0;
+  int reported_ = 0;
+  bool aborted_ = false;
+};
+
+// Milliseconds left of a wait that began when it was made; the tick count may wrap meanwhile.
+class Countdown {
+ public:
+  Countdown(std::uint32_t totalMs, platform::Clock& clock)
+      : clock_(clock), start_(clock.tickCount()), total_(totalMs) {}
+  std::uint32_t elapsed() const { return clock_.tickCount() - start_; }
+  std::uint32_t remaining() const {
+    const std::uint32_t gone = elapsed();
+    return gone >= total_ ? 0 : total_ - gone;
+  }
+
+ private:
+  platform::Clock& clock_;
+  std::uint32_t start_;
+  std::uint32_t total_;
+};
+
+}  // namespace kelvado

@@ -1,0 +1,202 @@
+#include "tests/support/scripted_smtp_server.h"
+
+#include <cstdlib>
+#include <sstream>
+
+namespace test_support {
+namespace {
+
+using platform::SocketApi;
+using platform::systemSockets;
+
+constexpr std::uint32_t kSliceMs = 20;
+constexpr std::uint32_t kDripMs = 5;
+
+}  // namespace
+
+std::string unescape(const std::string& text) {
+  std::string out;
+  for (std::size_t i = 0; i < text.size(); ++i) {
+    if (text[i] != '\\' || i + 1 == text.size()) {
+      out += text[i];
+      continue;
+    }
+    const char c = text[++i];
+    if (c == 'x' && i + 2 < text.size()) {
+      out += static_cast<char>(std::strtol(text.substr(i + 1, 2).c_str(), nullptr, 16));
+      i += 2;
+    } else {
+      out += c == 'r' ? '\r' : c == 'n' ? '\n' : c == '0' ? '\0' : c;
+    }
+  }
+  return out;
+}
+
+// One accepted socket; every wait ends when the server stops.
+class ScriptedSmtpServer::Connection {
+ public:
+  Connection(ScriptedSmtpServer& server, platform::SocketHandle socket)
+      : server_(server), socket_(socket) {}
+  ~Connection() { systemSockets().close(socket_); }
+
+  bool send(std::string_view bytes) {
+    while (!bytes.empty() && !server_.stop_) {
+      std::size_t count = 0;
+      platform::SocketError error = systemSockets().send(socket_, bytes, count);
+      bytes.remove_prefix(count);
+      if (error == platform::kWsaWouldBlock) {
+        systemSockets().waitWritable(socket_, kSliceMs, error);
+      } else if (error != platform::kSocketOk) {
+        return false;
+      }
+    }
+    return !server_.stop_;
+  }
+
+  // Up to and including `delimiter`; false when the client left before.
+  bool readUntil(const std::string& delimiter, std::string& text) {
+    std::size_t at = 0;
+    while ((at = buffer_.find(delimiter)) == std::string::npos) {
+      if (!readMore()) return false;
+    }
+    text = buffer_.substr(0, at + delimiter.size());
+    buffer_.erase(0, text.size());
+    return true;
+  }
+
+  void readToTheEnd() {
+    while (readMore()) buffer_.clear();
+  }
+
+  // A pause that ends early when the client says something or leaves.
+  void pause(std::uint32_t ms) {
+    platform::SocketError error = platform::kSocketOk;
+    systemSockets().waitReadable(socket_, ms, error);
+  }
+
+ private:
+  bool readMore() {
+    while (!server_.stop_) {
+      platform::SocketError error = platform::kSocketOk;
+      const SocketApi::Ready ready = systemSockets().waitReadable(socket_, kSliceMs, error);
+      if (ready == SocketApi::Ready::TimedOut) continue;
+      char chunk[16384];
+      std::size_t count = 0;
+      error = systemSockets().receive(socket_, chunk, sizeof chunk, count);
+      if (error == platform::kWsaWouldBlock) continue;
+      if (error != platform::kSocketOk || count == 0) return false;
+      buffer_.append(chunk, count);
+      const std::lock_guard<std::mutex> lock(server_.mutex_);
+      server_.everything_.append(chunk, count);
+      return true;
+    }
+    return false;
+  }
+
+  ScriptedSmtpServer& server_;
+  platform::SocketHandle socket_;
+  std::string buffer_;
+};
+
+ScriptedSmtpServer::ScriptedSmtpServer(std::vector<std::string> scripts)
+    : scripts_(std::move(scripts)) {
+  platform::SocketError error = platform::kSocketOk;
+  listener_ = systemSockets().listenOnLoopback(port_, error);
+  thread_ = std::thread([this] { serve(); });
+}
+
+ScriptedSmtpServer::~ScriptedSmtpServer() {
+  stop_ = true;
+  thread_.join();
+  systemSockets().close(listener_);
+}
+
+void ScriptedSmtpServer::serve() {
+  while (!stop_) {
+    platform::SocketError error = platform::kSocketOk;
+    if (systemSockets().waitReadable(listener_, kSliceMs, error) != SocketApi::Ready::Yes) continue;
+    const platform::SocketHandle socket = systemSockets().accept(listener_, error);
+    if (socket == platform::kInvalidSocket) continue;
+    const std::size_t number = static_cast<std::size_t>(connections_++);
+    runScript(socket, scripts_[std::min(number, scripts_.size() - 1)]);
+    ++finished_;
+  }
+}
+
+void ScriptedSmtpServer::runScript(platform::SocketHandle socket, const std::string& script) {
+  Connection connection(*this, socket);
+  std::istringstream steps(script);
+  for (std::string step; std::getline(steps, step);) {
+    step.erase(0, step.find_first_not_of(' '));
+    const std::size_t colon = step.find(": ");
+    const std::string verb = step.substr(0, colon);
+    const std::string text = colon == std::string::npos ? "" : step.substr(colon + 2);
+    std::string heard;
+    bool alive = true;
+    if (verb == "S") {
+      alive = connection.send(unescape(text));
+    } else if (verb == "DRIP") {
+      for (const char c : unescape(text)) {
+        connection.pause(kDripMs);
+        alive = alive && connection.send({&c, 1});
+      }
+    } else if (verb == "ENDLESS") {
+      const std::string line = unescape(text);
+      while (connection.send(line)) continue;
+      return;
+    } else if (verb == "C") {
+      alive = connection.readUntil("\r\n", heard);
+      if (alive) heard.resize(heard.size() - 2);
+      const bool prefix = !text.empty() && text.back() == '*';
+      const bool matches =
+          prefix ? heard.compare(0, text.size() - 1, text, 0, text.size() - 1) == 0 : heard == text;
+      const std::lock_guard<std::mutex> lock(mutex_);
+      if (alive && matches) {
+        commands_.push_back(heard);
+      } else {
+        surprises_.push_back("expected \"" + text + "\", got \"" + heard + "\"");
+        return;
+      }
+    } else if (verb == "DATA") {
+      alive = connection.readUntil("\r\n.\r\n", heard);
+      const std::lock_guard<std::mutex> lock(mutex_);
+      if (alive) messages_.push_back(heard.substr(0, heard.size() - 5));
+    } else if (verb == "HANGUP") {
+      return;
+    } else if (verb == "SILENCE") {
+      break;
+    }
+    if (!alive) return;
+  }
+  connection.readToTheEnd();
+}
+
+void ScriptedSmtpServer::waitUntilIdle() {
+  while (finished_ < connections_) std::this_thread::yield();
+}
+
+std::vector<std::string> ScriptedSmtpServer::commands() {
+  waitUntilIdle();
+  const std::lock_guard<std::mutex> lock(mutex_);
+  return commands_;
+}
+
+std::vector<std::string> ScriptedSmtpServer::messages() {
+  waitUntilIdle();
+  const std::lock_guard<std::mutex> lock(mutex_);
+  return messages_;
+}
+
+std::string ScriptedSmtpServer::everything() {
+  waitUntilIdle();
+  const std::lock_guard<std::mutex> lock(mutex_);
+  return everything_;
+}
+
+std::vector<std::string> ScriptedSmtpServer::surprises() {
+  waitUntilIdle();
+  const std::lock_guard<std::mutex> lock(mutex_);
+  return surprises_;
+}
+
+}  // namespace test_support

@@ -1,0 +1,67 @@
+// An SMTP server on loopback that says what its script tells it to say and records what it hears.
+// Runs in a thread of its own from construction to destruction; one connection after another, each
+// with the next script; the last script serves all further connections.
+//
+// A script is a text of one step a line:
+//   S: 220 ready\r\n    sends these bytes; escapes \r \n \0 \\ \xNN
+//   C: EHLO *           expects this line ('*' at the end: anything more); else hangs up, and tells
+//   DATA                reads a message up to its terminator and keeps it
+//   DRIP: 250 ok\r\n    sends byte by byte, each with a pause of some milliseconds
+//   ENDLESS: 250-x\r\n  sends this again and again until the client leaves
+//   SILENCE             reads on and says nothing more until the client leaves
+//   HANGUP              closes the connection
+// After the last step it waits for the client to leave.
+#pragma once
+
+#include <atomic>
+#include <cstdint>
+#include <mutex>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "platform/socket_api.h"
+
+namespace test_support {
+
+class ScriptedSmtpServer {
+ public:
+  explicit ScriptedSmtpServer(std::vector<std::string> scripts);
+  ~ScriptedSmtpServer();
+  ScriptedSmtpServer(const ScriptedSmtpServer&) = delete;
+  ScriptedSmtpServer& operator=(const ScriptedSmtpServer&) = delete;
+
+  std::uint16_t port() const { return port_; }
+
+  // These wait until the connections that were made have ended, so that all they said is in.
+  std::vector<std::string> commands();   // lines that "C:" steps matched, without CR LF
+  std::vector<std::string> messages();   // between DATA and its terminator
+  std::string everything();              // each byte received, on all connections
+  std::vector<std::string> surprises();  // "expected ..., got ..."
+  int connections() const { return connections_; }
+
+ private:
+  class Connection;
+
+  void serve();
+  void runScript(platform::SocketHandle socket, const std::string& script);
+  void waitUntilIdle();
+
+  std::vector<std::string> scripts_;
+  platform::SocketHandle listener_ = platform::kInvalidSocket;
+  std::uint16_t port_ = 0;
+  std::atomic<bool> stop_{false};
+  std::atomic<int> connections_{0};
+  std::atomic<int> finished_{0};
+  std::mutex mutex_;  // guards the records below
+  std::vector<std::string> commands_;
+  std::vector<std::string> messages_;
+  std::string everything_;
+  std::vector<std::string> surprises_;
+  std::thread thread_;
+};
+
+// "\r\n" and the like in a script to bytes.
+std::string unescape(const std::string& text);
+
+}  // namespace test_support
