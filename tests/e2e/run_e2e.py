@@ -1,0 +1,47 @@
+#!/usr/bin/python3
+"""Runs the end-to-end tests: all of this folder, or those named (test_pass, test_ldap.LdapTest.test_x).
+
+Needs root, for the servers; uses sudo where there is one that asks nothing. Runs in a network
+of its own where the system allows it. The last line is "N passed, N failed"; a test that was skipped
+counts as failed, since what it should have shown was not shown.
+"""
+import os
+import pathlib
+import subprocess
+import sys
+import unittest
+
+FOLDER = pathlib.Path(__file__).resolve().parent
+sys.path.insert(0, str(FOLDER))
+import samba_ad  # noqa: E402
+
+
+def become_root():
+    if os.geteuid() == 0:
+        return
+    try:
+        if subprocess.run(["sudo", "-n", "true"], capture_output=True).returncode == 0:
+            os.execvp("sudo", ["sudo", "-n", "--", *sys.orig_argv])
+    except FileNotFoundError:
+        pass
+    print("The end-to-end tests start servers, which takes root.\n0 passed, 1 failed")
+    sys.exit(1)
+
+
+def main():
+    become_root()
+    samba_ad.enter_own_network()
+    loader = unittest.TestLoader()
+    names = sys.argv[1:]
+    suite = loader.loadTestsFromNames(names) if names else loader.discover(str(FOLDER))
+    result = unittest.TextTestRunner(stream=sys.stdout, verbosity=2).run(suite)
+    not_passed = [test for test, _ in result.failures + result.errors + result.skipped]
+    not_passed += result.unexpectedSuccesses
+    # A subtest stands for its test. A class that cannot set up its server fails without running one.
+    bad = {getattr(test, "test_case", test).id(): test for test in not_passed}
+    passed = result.testsRun - sum(isinstance(test, unittest.TestCase) for test in bad.values())
+    print(f"{passed} passed, {len(bad)} failed")
+    sys.exit(0 if not bad and passed > 0 else 1)
+
+
+main()
