@@ -37,7 +37,8 @@ class Parser {
       if (atEnd() || peek() == ';') continue;
       if (!(peek() == '[' ? parseKey() : parseValue())) return false;
     }
-    return true;
+    const bool torn = file_.utf16 && file_.bytes.size() % 2 != 0;
+    return !torn || fail("the file ends inside a character");
   }
 
  private:

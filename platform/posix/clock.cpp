@@ -27,10 +27,10 @@ std::tm brokenDown(std::time_t time) {
 // The nearest moment, within a year, at which daylight saving time is not in force; `time` itself
 // when there is none.
 std::tm standardTime(std::time_t time) {
-  constexpr int kStepDays = 7;
-  constexpr int kDaysPerYear = 366;
+  constexpr std::time_t kStepDays = 7;
+  constexpr std::time_t kDaysPerYear = 366;
   constexpr std::time_t kSecondsPerDay = 86400;
-  for (int days = 0; days <= kDaysPerYear; days += kStepDays) {
+  for (std::time_t days = 0; days <= kDaysPerYear; days += kStepDays) {
     for (const int sign : {1, -1}) {
       const std::tm local = brokenDown(time + sign * days * kSecondsPerDay);
       if (local.tm_isdst <= 0) return local;

@@ -77,7 +77,7 @@ class Converter {
   Converter(const Converter&) = delete;
   Converter& operator=(const Converter&) = delete;
 
-  bool usable() const { return handle_ != reinterpret_cast<iconv_t>(-1); }
+  bool usable() const { return handle_ != reinterpret_cast<iconv_t>(-1); }  // NOLINT
 
   // Appends to `out` what converts, and takes it off `text`; true when that was all of it.
   bool convert(std::string_view& text, std::string& out) {

@@ -84,7 +84,7 @@ std::string findEntry(const std::string& folder, const std::string& wanted) {
 // The path on disk that a name stands for, whether or not it exists.
 std::string diskPath(const std::string& name) {
   if (isAbsolute(name)) return name;
-  const std::string lower = lowerCasePath(name);
+  std::string lower = lowerCasePath(name);
   if (exists(lower)) return lower;
   std::string path;
   for (std::size_t begin = 0; begin < lower.size();) {
@@ -204,6 +204,10 @@ bool writeWholeFile(const std::string& name, std::string_view bytes) {
   return openAndWrite(name, O_TRUNC, bytes);
 }
 
+bool writeTextFile(const std::string& name, std::string_view text) {
+  return writeWholeFile(name, text);
+}
+
 bool replaceFileAtomically(const std::string& name, std::string_view bytes) {
   const std::string path = linkTarget(diskPath(name));
   std::string temporary = path + ".XXXXXX";
@@ -225,8 +229,8 @@ bool replaceFileAtomically(const std::string& name, std::string_view bytes) {
   return true;
 }
 
-bool appendToFile(const std::string& name, std::string_view bytes) {
-  return openAndWrite(name, O_APPEND, bytes);
+bool appendToFile(const std::string& name, std::string_view text) {
+  return openAndWrite(name, O_APPEND, text);
 }
 
 bool overwriteInFile(const std::string& name, std::uint64_t offset, std::string_view bytes) {
@@ -263,7 +267,7 @@ bool setWorkingDirectory(const std::string& name) {
 std::string absolutePath(const std::string& name) {
   if (isAbsolute(name)) return name;
   const std::unique_ptr<char, void (*)(void*)> current(::getcwd(nullptr, 0), &std::free);
-  const std::string path = exists(name) ? name : diskPath(name);
+  std::string path = exists(name) ? name : diskPath(name);
   if (current == nullptr) return path;
   const std::string folder = current.get();
   return (folder == "/" ? folder : folder + "/") + path;
