@@ -6,3 +6,5 @@ set(CMAKE_FIND_ROOT_PATH /usr/x86_64-w64-mingw32)
 set(CMAKE_FIND_ROOT_PATH_MODE_PROGRAM NEVER)
 set(CMAKE_FIND_ROOT_PATH_MODE_LIBRARY ONLY)
 set(CMAKE_FIND_ROOT_PATH_MODE_INCLUDE ONLY)
+# The programs bring the compiler's run-time libraries along: they import nothing but system DLLs.
+set(CMAKE_EXE_LINKER_FLAGS_INIT "-static")

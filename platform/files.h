@@ -37,13 +37,17 @@ bool readWholeFile(const std::string& name, std::string& bytes, std::size_t limi
 // Replaces or makes the file with these bytes, directly. False when not all could be written.
 bool writeWholeFile(const std::string& name, std::string_view bytes);
 
+// As writeWholeFile, for text: a "\n" becomes the system's own line end on disk.
+bool writeTextFile(const std::string& name, std::string_view text);
+
 // As writeWholeFile, but a reader sees the old file or the new one, never a part, whatever happens:
 // a temporary file beside it, flushed to the disk, then renamed. On systems with file modes the new
 // file is readable by its owner only (0600).
 bool replaceFileAtomically(const std::string& name, std::string_view bytes);
 
-// Opens, appends, closes. False when not everything could be written.
-bool appendToFile(const std::string& name, std::string_view bytes);
+// Opens, appends, closes: for lines of text, whose "\n" becomes the system's own line end on disk.
+// False when not everything could be written.
+bool appendToFile(const std::string& name, std::string_view text);
 
 // Overwrites bytes in the middle of an existing file with one write, flushed to the disk.
 bool overwriteInFile(const std::string& name, std::uint64_t offset, std::string_view bytes);

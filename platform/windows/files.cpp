@@ -1,0 +1,205 @@
+// Files by the C run-time library of Windows and, where it lacks something, Windows itself.
+#include "platform/files.h"
+
+#include <algorithm>
+#include <array>
+#include <cerrno>
+#include <climits>
+
+#include <windows.h>
+#include <direct.h>
+#include <fcntl.h>
+#include <io.h>
+#include <sys/stat.h>
+
+#include "platform/random.h"
+
+namespace platform {
+namespace {
+
+constexpr int kNewFileMode = _S_IREAD | _S_IWRITE;
+constexpr int kTemporaryNames = 100;  // tries; the folder would have to be full of them
+
+class Descriptor {
+ public:
+  Descriptor(const std::string& name, int flags)
+      : number_(::_open(name.c_str(), flags | _O_NOINHERIT, kNewFileMode)) {}
+  ~Descriptor() { close(); }
+  Descriptor(const Descriptor&) = delete;
+  Descriptor& operator=(const Descriptor&) = delete;
+
+  int get() const { return number_; }
+  bool valid() const { return number_ != -1; }
+  bool close() {
+    const int number = number_;
+    number_ = -1;
+    return number == -1 || ::_close(number) == 0;
+  }
+
+ private:
+  int number_;
+};
+
+bool writeAll(int file, std::string_view bytes) {
+  while (!bytes.empty()) {
+    const auto piece = static_cast<unsigned>(std::min<std::size_t>(bytes.size(), INT_MAX));
+    const int written = ::_write(file, bytes.data(), piece);
+    if (written <= 0) return false;
+    bytes.remove_prefix(static_cast<std::size_t>(written));
+  }
+  return true;
+}
+
+bool openAndWrite(const std::string& name, int flags, std::string_view bytes) {
+  Descriptor file(name, _O_WRONLY | _O_CREAT | flags);
+  return file.valid() && writeAll(file.get(), bytes) && file.close();
+}
+
+bool isDirectory(const std::string& name) {
+  const DWORD attributes = GetFileAttributesA(name.c_str());
+  return attributes != INVALID_FILE_ATTRIBUTES && (attributes & FILE_ATTRIBUTE_DIRECTORY) != 0;
+}
+
+// A name beside `path` that nothing has yet.
+std::string temporaryName(const std::string& path) {
+  return path + "." + std::to_string(random32()) + ".tmp";
+}
+
+bool moveOver(const std::string& from, const std::string& to) {
+  if (MoveFileExA(from.c_str(), to.c_str(), MOVEFILE_REPLACE_EXISTING | MOVEFILE_WRITE_THROUGH)) {
+    return true;
+  }
+  errno = GetLastError() == ERROR_DISK_FULL ? ENOSPC : EACCES;
+  return false;
+}
+
+}  // namespace
+
+File openFile(const std::string& name, const char* mode) {
+  return File(std::fopen(name.c_str(), mode));
+}
+
+bool readTextLine(std::FILE* file, std::size_t capacity, std::string& line) {
+  line.clear();
+  while (line.size() + 1 < capacity) {
+    int c = _getc_nolock(file);
+    if (c == EOF) break;
+    if (c == '\r') {
+      const int next = _getc_nolock(file);
+      if (next == '\n') {
+        c = '\n';
+      } else if (next != EOF) {
+        std::ungetc(next, file);
+      }
+    }
+    line += static_cast<char>(c);
+    if (c == '\n') break;
+  }
+  return !line.empty();
+}
+
+bool readWholeFile(const std::string& name, std::string& bytes, std::size_t limit) {
+  bytes.clear();
+  const Descriptor file(name, _O_RDONLY | _O_BINARY | _O_SEQUENTIAL);
+  if (!file.valid()) return false;
+  const __int64 size = ::_filelengthi64(file.get());
+  if (size > 0) bytes.reserve(std::min(static_cast<std::size_t>(size), limit));
+  std::array<char, 65536> buffer;
+  for (;;) {
+    const int count = ::_read(file.get(), buffer.data(), buffer.size());
+    if (count == 0) return true;
+    const bool tooLong = count > 0 && static_cast<std::size_t>(count) > limit - bytes.size();
+    if (count == -1 || tooLong) {
+      bytes.clear();
+      if (tooLong) errno = EFBIG;
+      return false;
+    }
+    bytes.append(buffer.data(), static_cast<std::size_t>(count));
+  }
+}
+
+bool writeWholeFile(const std::string& name, std::string_view bytes) {
+  return openAndWrite(name, _O_TRUNC | _O_BINARY, bytes);
+}
+
+bool writeTextFile(const std::string& name, std::string_view text) {
+  return openAndWrite(name, _O_TRUNC | _O_TEXT, text);
+}
+
+bool replaceFileAtomically(const std::string& name, std::string_view bytes) {
+  constexpr int kNewOnly = _O_WRONLY | _O_CREAT | _O_EXCL | _O_BINARY;
+  for (int i = 0; i < kTemporaryNames; ++i) {
+    const std::string temporary = temporaryName(name);
+    Descriptor file(temporary, kNewOnly);
+    if (!file.valid() && errno == EEXIST) continue;
+    if (!file.valid()) return false;
+    if (writeAll(file.get(), bytes) && ::_commit(file.get()) == 0 && file.close() &&
+        moveOver(temporary, name)) {
+      return true;
+    }
+    const int reason = errno;
+    file.close();
+    ::_unlink(temporary.c_str());
+    errno = reason;
+    return false;
+  }
+  return false;
+}
+
+bool appendToFile(const std::string& name, std::string_view text) {
+  return openAndWrite(name, _O_APPEND | _O_TEXT, text);
+}
+
+bool overwriteInFile(const std::string& name, std::uint64_t offset, std::string_view bytes) {
+  Descriptor file(name, _O_WRONLY | _O_BINARY);
+  if (!file.valid() || bytes.size() > INT_MAX) return false;
+  const auto size = static_cast<int>(bytes.size());
+  return ::_lseeki64(file.get(), static_cast<__int64>(offset), SEEK_SET) != -1 &&
+         ::_write(file.get(), bytes.data(), static_cast<unsigned>(size)) == size &&
+         ::_commit(file.get()) == 0 && file.close();
+}
+
+bool createDirectory(const std::string& name) {
+  return ::_mkdir(name.c_str()) == 0 || isDirectory(name);
+}
+
+bool fileExists(const std::string& name) {
+  return GetFileAttributesA(name.c_str()) != INVALID_FILE_ATTRIBUTES;
+}
+
+bool removeFile(const std::string& name) {
+  return ::_unlink(name.c_str()) == 0;
+}
+
+bool setWorkingDirectory(const std::string& name) {
+  return ::_chdir(name.c_str()) == 0;
+}
+
+std::string absolutePath(const std::string& name) {
+  const DWORD needed = GetFullPathNameA(name.c_str(), 0, nullptr, nullptr);
+  std::string path(needed, '\0');
+  const DWORD length = GetFullPathNameA(name.c_str(), needed, path.data(), nullptr);
+  if (length == 0 || length >= needed) return name;
+  path.resize(length);
+  return path;
+}
+
+FileLock::FileLock(const std::string& name) {
+  const HANDLE file = CreateFileA((name + ".lock").c_str(), GENERIC_READ | GENERIC_WRITE,
+                                  FILE_SHARE_READ | FILE_SHARE_WRITE, nullptr, OPEN_ALWAYS,
+                                  FILE_ATTRIBUTE_NORMAL, nullptr);
+  if (file == INVALID_HANDLE_VALUE) return;
+  OVERLAPPED start{};
+  if (LockFileEx(file, LOCKFILE_EXCLUSIVE_LOCK, 0, 1, 0, &start) != 0) {
+    handle_ = reinterpret_cast<std::intptr_t>(file);
+  } else {
+    CloseHandle(file);
+  }
+}
+
+FileLock::~FileLock() {
+  // The lock's file stays, as on the other systems; closing the handle gives the lock up.
+  if (held()) CloseHandle(reinterpret_cast<HANDLE>(handle_));
+}
+
+}  // namespace platform

@@ -1,0 +1,17 @@
+#include "platform/terminal.h"
+
+#include <windows.h>
+#include <io.h>
+
+namespace platform {
+
+bool isTerminal(std::FILE* stream) {
+  // Not _isatty: that takes the NUL device for a terminal, too. A console that does not understand
+  // escape sequences is none either, for programs that draw.
+  DWORD mode = 0;
+  const auto handle = reinterpret_cast<HANDLE>(_get_osfhandle(_fileno(stream)));
+  return GetConsoleMode(handle, &mode) != 0 &&
+         SetConsoleMode(handle, mode | ENABLE_VIRTUAL_TERMINAL_PROCESSING) != 0;
+}
+
+}  // namespace platform
