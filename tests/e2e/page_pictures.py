@@ -1,5 +1,5 @@
 #!/usr/bin/python3
-"""Opens a page or a mail in headless Chromium: takes its picture, and tells whether its images show.
+"""Opens a page or a mail in headless Chromium: takes its picture, tells whether its images show.
 
     page_pictures.py FILE.html|FILE.eml PICTURE.png [WIDTH]     exits 1 when an image is broken
 
@@ -64,9 +64,9 @@ def take_picture(page, picture, width=DEFAULT_WIDTH):
 
 
 def mail_page(message, folder):
-    """Writes a mail's HTML body (else its text) and embedded images to a folder as a page; its path.
+    """Writes a mail's HTML body (else text) and embedded images to a folder as a page; its path.
 
-    A part is found by its Content-ID ("cid:" in the body) or its Content-Location, as mail programs do.
+    A part is found by its Content-ID ("cid:" in the body) or Content-Location, as mail programs do.
     """
     folder = pathlib.Path(folder).resolve()
     body = message.get_body(("html", "plain"))
@@ -81,7 +81,8 @@ def mail_page(message, folder):
         references = {str(part["Content-Location"]).strip(),
                       "cid:" + str(part["Content-ID"]).strip(" <>")}
         for reference in references:
-            text = re.sub(rf"""(src=)(["']?){re.escape(reference)}\2(?=[\s>])""", rf"\1{name}", text)
+            source = rf"""(src=)(["']?){re.escape(reference)}\2(?=[\s>])"""
+            text = re.sub(source, rf"\1{name}", text)
     page = folder / "mail.html"
     page.write_text('<meta charset="utf-8">' + text, "utf-8")
     return page

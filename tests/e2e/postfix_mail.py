@@ -1,8 +1,9 @@
 """A mail server for the end-to-end tests: a Postfix of its own, with Dovecot for its logins.
 
-Everything that it has is in one temporary folder; it listens on 127.0.0.1 on free ports, delivers what
-it accepts to a mail folder that the tests read, and nothing to anywhere else. It needs root (Postfix
-does) and neither touches nor needs the machine's own mail configuration. One object, one thread.
+Everything that it has is in one temporary folder; it listens on 127.0.0.1 on free ports, delivers
+what it accepts to a mail folder that the tests read, and nothing to anywhere else. It needs root
+(Postfix does) and neither touches nor needs the machine's own mail configuration. One
+object, one thread.
 
     with PostfixMail(domain="example.com", refused=["nobody@example.com"]) as mail:
         ...send to 127.0.0.1, mail.port...
@@ -132,10 +133,11 @@ class DeliveredMail:
 
 
 class PostfixMail:
-    def __init__(self, domain="example.com", refused=(), logins=None, login_required=False, tls=None):
-        """refused: recipients answered with 550; logins: user names with their passwords, which also
-        offers AUTH; login_required: nothing is taken without one; tls: (certificate file, key file),
-        which also offers STARTTLS, and TLS from the first byte on tls_port."""
+    def __init__(self, domain="example.com", refused=(), logins=None, login_required=False,
+                 tls=None):
+        """refused: recipients answered with 550; logins: user names with their passwords, which
+        also offers AUTH; login_required: nothing is taken without one; tls: (certificate file, key
+        file), which also offers STARTTLS, and TLS from the first byte on tls_port."""
         self.domain = domain
         self.port = _free_port()
         self.tls_port = _free_port() if tls else None
@@ -184,8 +186,8 @@ class PostfixMail:
             self._folder = None
 
     def delivered(self):
-        """The mails delivered so far, in the order of their recipients; first waits until the server has
-        nothing left to deliver. What it has accepted is in its queue, or delivered."""
+        """The mails delivered so far, in the order of their recipients. First waits until the
+        server has nothing left to deliver: what it has accepted is in its queue, or delivered."""
         deadline = time.monotonic() + DELIVERY_SECONDS
         while self._waiting():
             if time.monotonic() > deadline:
@@ -226,8 +228,8 @@ class PostfixMail:
         self._make_folder("queue/pid", 0o755, 0, -1)
         self._make_folder("queue/maildrop", 0o730, postfix, postdrop)
         self._make_folder("queue/public", 0o710, postfix, postdrop)
-        for name in ("active", "bounce", "corrupt", "defer", "deferred", "flush", "hold", "incoming",
-                     "private", "saved", "trace"):
+        for name in ("active", "bounce", "corrupt", "defer", "deferred", "flush", "hold",
+                     "incoming", "private", "saved", "trace"):
             self._make_folder("queue/" + name, 0o700, postfix, -1)
 
     def _make_folder(self, name, mode, user, group):
@@ -245,8 +247,9 @@ class PostfixMail:
 
     def _start_postfix(self):
         # -w: comes back when the server is ready, or could not be started.
-        done = subprocess.run([DAEMONS + "/master", "-w", "-c", self._folder], timeout=START_SECONDS,
-                              stdin=subprocess.DEVNULL, capture_output=True, check=False)
+        done = subprocess.run([DAEMONS + "/master", "-w", "-c", self._folder],
+                              timeout=START_SECONDS, stdin=subprocess.DEVNULL,
+                              capture_output=True, check=False)
         if done.returncode != 0:
             raise PostfixError("Postfix does not start: " +
                                done.stderr.decode("utf-8", "replace") + self.log())
@@ -265,8 +268,8 @@ class PostfixMail:
             time.sleep(0.02)
 
     def _waiting(self):
-        """Whether the queue holds a mail; looked for in the order in which a mail moves, so that none is
-        missed. One that cannot be delivered stays in "deferred"."""
+        """Whether the queue holds a mail; looked for in the order in which a mail moves, so that
+        none is missed. One that cannot be delivered stays in "deferred"."""
         return any(file.is_file() for name in ("maildrop", "incoming", "active", "deferred")
                    for file in (self._folder / "queue" / name).rglob("*"))
 
@@ -275,7 +278,8 @@ class PostfixMail:
         raw = file.read_bytes()
         message = email.message_from_bytes(raw, policy=email.policy.default)
         return DeliveredMail(recipient=str(message["Delivered-To"]),
-                             sender=str(message["Return-Path"]).strip("<>"), message=message, raw=raw)
+                             sender=str(message["Return-Path"]).strip("<>"), message=message,
+                             raw=raw)
 
 
 def _free_port():

@@ -1,35 +1,24 @@
 #!/usr/bin/python3
-"""Runs the end-to-end tests: all of this folder, or those named (test_pass, test_ldap.LdapTest.test_x).
+"""Runs the end-to-end tests: all of this folder, or those named (test_pass, test_ldap.X.test_y).
 
 Needs root, for the servers; uses sudo where there is one that asks nothing. Runs in a network
-of its own where the system allows it. The last line is "N passed, N failed"; a test that was skipped
-counts as failed, since what it should have shown was not shown.
+of its own where the system allows it. The last line is "N passed, N failed"; a test that was
+skipped counts as failed, since what it should have shown was not shown.
 """
-import os
 import pathlib
-import subprocess
 import sys
 import unittest
 
 FOLDER = pathlib.Path(__file__).resolve().parent
 sys.path.insert(0, str(FOLDER))
+import as_root  # noqa: E402
 import samba_ad  # noqa: E402
 
 
-def become_root():
-    if os.geteuid() == 0:
-        return
-    try:
-        if subprocess.run(["sudo", "-n", "true"], capture_output=True).returncode == 0:
-            os.execvp("sudo", ["sudo", "-n", "--", *sys.orig_argv])
-    except FileNotFoundError:
-        pass
-    print("The end-to-end tests start servers, which takes root.\n0 passed, 1 failed")
-    sys.exit(1)
-
-
 def main():
-    become_root()
+    if not as_root.become_root():
+        print("The end-to-end tests start servers, which takes root.\n0 passed, 1 failed")
+        sys.exit(1)
     samba_ad.enter_own_network()
     loader = unittest.TestLoader()
     names = sys.argv[1:]
@@ -37,7 +26,7 @@ def main():
     result = unittest.TextTestRunner(stream=sys.stdout, verbosity=2).run(suite)
     not_passed = [test for test, _ in result.failures + result.errors + result.skipped]
     not_passed += result.unexpectedSuccesses
-    # A subtest stands for its test. A class that cannot set up its server fails without running one.
+    # A subtest stands for its test. A class that cannot set up fails without running one.
     bad = {getattr(test, "test_case", test).id(): test for test in not_passed}
     passed = result.testsRun - sum(isinstance(test, unittest.TestCase) for test in bad.values())
     print(f"{passed} passed, {len(bad)} failed")

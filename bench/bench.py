@@ -1,0 +1,175 @@
+#!/usr/bin/python3
+"""Measures the figures that this system is to hold, peers in the same run; prints a line for each.
+
+Run by scripts/bench, which builds the programs. What is compared is measured in turns, so that a
+change of the machine's mood meets both; of several runs the median counts.
+"""
+import contextlib
+import os
+import pathlib
+import shutil
+import socket
+import statistics
+import subprocess
+import sys
+import tempfile
+import time
+
+ROOT = pathlib.Path(__file__).resolve().parent.parent
+BUILD = ROOT / "build/bench"
+PWLAPSE = BUILD / "console/pwlapse"
+sys.path.insert(0, str(ROOT / "tests/e2e"))
+import as_root  # noqa: E402
+import ldif_site  # noqa: E402
+import samba_ad  # noqa: E402
+
+RUNS = 5
+SMALL_RUNS = 15  # of what takes milliseconds
+LDAP_USERS = 4000
+MAILS = 1000
+# What a pass reads of each user; of the security descriptor the access list only.
+LDAP_ATTRIBUTES = ["sAMAccountName", "userAccountControl", "pwdLastSet", "nTSecurityDescriptor",
+                   "mail", "givenName", "sn", "objectCategory"]
+DACL_ONLY = "!1.2.840.113556.1.4.801=::MAMCAQQ="
+
+
+class Table:
+    """The lines of the result."""
+    FORMAT = "{:<46} {:>12} {:>12} {:>7} {:>12}  {}"
+
+    def __init__(self):
+        self.short = False
+        print(self.FORMAT.format("", "ours", "peer's", "ratio", "target", ""), flush=True)
+
+    def row(self, name, ours, target, holds, peer="-", ratio=None):
+        self.short = self.short or not holds
+        print(self.FORMAT.format(name, ours, peer, "-" if ratio is None else f"{ratio:.2f}", target,
+                                 "ok" if holds else "short"), flush=True)
+
+
+def timed(command, **options):
+    """Runs it to its end: (seconds, peak memory in MB). A failure ends the measurement."""
+    start = time.perf_counter()
+    process = subprocess.Popen([str(part) for part in command], stdout=subprocess.DEVNULL,
+                               **options)
+    _, status, usage = os.wait4(process.pid, 0)
+    seconds = time.perf_counter() - start
+    if status != 0:
+        sys.exit(f"bench: {command[0]} failed")
+    return seconds, usage.ru_maxrss / 1024
+
+
+def in_turns(runs, *measurements):
+    """The median of each measurement, of so many rounds."""
+    rounds = [[measure() for measure in measurements] for _ in range(runs)]
+    return [statistics.median(values) for values in zip(*rounds)]
+
+
+def pass_command(registry, folder):
+    return [PWLAPSE, "run", "--registry", registry, "--work-dir", folder]
+
+
+def ldif_pass(users, runs):
+    """Median seconds and peak memory of a pass over so many users with nobody to mail."""
+    with tempfile.TemporaryDirectory(prefix="bench-") as folder:
+        command = pass_command(ldif_site.make_ldif_site(folder, users), folder)
+        results = [timed(command) for _ in range(runs)]
+        listed = (pathlib.Path(folder) / "pwsentry_pro_domain_users.txt").read_bytes().count(b"\n")
+    if listed != users:
+        sys.exit(f"bench: the pass saw {listed} of {users} users")
+    return statistics.median(r[0] for r in results), max(r[1] for r in results)
+
+
+def bench_ldif(table):
+    small, _ = ldif_pass(10_000, SMALL_RUNS)
+    middle, memory = ldif_pass(100_000, RUNS)
+    large, large_memory = ldif_pass(1_000_000, 3)
+    table.row(f"LDIF, 100,000 users ({100_000 / middle:,.0f} users/s)", f"{middle:.2f} s", "< 2 s",
+              middle < 2)
+    table.row("LDIF, 100,000 users, peak memory", f"{memory:.0f} MB", "< 300 MB", memory < 300)
+    table.row(f"LDIF, 1,000,000 users ({large_memory:.0f} MB)", f"{large:.2f} s", "12 x 100,000",
+              large <= 12 * middle, f"{middle:.2f} s", large / middle)
+    growth = (large / 1_000_000) / (small / 10_000)
+    table.row("LDIF, a user at 1,000,000 against 10,000", f"{large:.2f} us", "1.20 x",
+              growth <= 1.2, f"{small * 100:.2f} us", growth)
+
+
+def bench_ldap(table):
+    if not as_root.become_root():
+        sys.exit("bench: the domain controller takes root")
+    with samba_ad.SambaAd() as domain, tempfile.TemporaryDirectory(prefix="bench-") as folder:
+        domain.add_users(samba_ad.User(f"user{n}", mail=f"user{n}@example.test", given_name="First",
+                                       surname="Last", password_age=n % 60 + 1)
+                         for n in range(LDAP_USERS))
+        uri = f"ldaps://{domain.uri_host}"
+        password = pathlib.Path(folder) / "password"
+        password.write_text(samba_ad.ADMIN_PASSWORD)
+        registry = ldif_site.make_registry(folder, {
+            "uri": uri, "bindMethod": "simple", "bindUser": samba_ad.ADMIN,
+            "bindPasswordFile": password, "caFile": domain.ca_file})
+        search = ["ldapsearch", "-x", "-LLL", "-H", uri, "-D", samba_ad.ADMIN, "-y", password,
+                  "-b", samba_ad.BASE_DN, "-E", "pr=1000/noprompt", "-E", DACL_ONLY,
+                  "(objectClass=user)", *LDAP_ATTRIBUTES]
+        ours, peer = in_turns(
+            RUNS, lambda: timed(pass_command(registry, folder))[0],
+            lambda: timed(search, env={**os.environ, "LDAPTLS_CACERT": str(domain.ca_file)})[0])
+    table.row(f"LDAP, {LDAP_USERS:,} users, against ldapsearch", f"{ours:.2f} s", "1.30 x",
+              ours <= 1.3 * peer, f"{peer:.2f} s", ours / peer)
+
+
+@contextlib.contextmanager
+def mail_sink():
+    """Postfix's smtp-sink on a free port, which it yields; takes every mail and forgets it."""
+    with socket.socket() as probe:
+        probe.bind(("127.0.0.1", 0))
+        port = probe.getsockname()[1]
+    user = ["-u", "nobody"] if os.geteuid() == 0 else []
+    program = shutil.which("smtp-sink", path=os.environ["PATH"] + ":/usr/sbin")
+    sink = subprocess.Popen([program, *user, f"127.0.0.1:{port}", "1000"])
+    try:
+        while True:
+            with contextlib.suppress(ConnectionRefusedError):
+                socket.create_connection(("127.0.0.1", port)).close()
+                break
+            if sink.poll() is not None:
+                sys.exit("bench: smtp-sink does not start")
+            time.sleep(0.01)
+        yield port
+    finally:
+        sink.terminate()
+        sink.wait()
+
+
+def seconds_told_by(*command):
+    done = subprocess.run([str(part) for part in command], stdout=subprocess.PIPE, check=False)
+    if done.returncode != 0:
+        sys.exit(f"bench: {command[0]} failed")
+    return float(done.stdout)
+
+
+def bench_mail(table):
+    with mail_sink() as port, tempfile.NamedTemporaryFile() as mail:
+        mail.write(subprocess.run([BUILD / "bench/kelvado_mails"], stdout=subprocess.PIPE,
+                                  check=True).stdout)
+        mail.flush()
+        ours, peer = in_turns(
+            RUNS, lambda: MAILS / seconds_told_by(BUILD / "bench/kelvado_mails", port, MAILS),
+            lambda: MAILS / seconds_told_by(BUILD / "bench/curl_mails", port, MAILS, mail.name))
+    table.row("SMTP, one connection a mail, against libcurl", f"{ours:,.0f} /s", "1.00 x",
+              ours >= peer, f"{peer:,.0f} /s", ours / peer)
+
+
+def main():
+    parts = {"run": (bench_ldif, bench_ldap), "mail": (bench_mail,)}
+    names = sys.argv[1:] or list(parts)
+    if not set(names) <= set(parts):
+        sys.exit("usage: scripts/bench [run|mail]")
+    samba_ad.enter_own_network()
+    table = Table()
+    for name in names:
+        for measure in parts[name]:
+            measure(table)
+    sys.exit(1 if table.short else 0)
+
+
+main()
