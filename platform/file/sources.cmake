@@ -2,6 +2,7 @@
 list(APPEND platform_sources
   file/byte_lines.cpp
   file/case_fold.cpp
+  file/entry_attributes.cpp
   file/ldap_filter.cpp
   file/ldif_reader.cpp
   file/ldif_source.cpp

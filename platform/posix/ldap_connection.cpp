@@ -1,0 +1,317 @@
+// Connecting and binding; see the header.
+#include "platform/posix/ldap_connection.h"
+
+#include <algorithm>
+#include <cstring>
+#include <string_view>
+#include <utility>
+#include <vector>
+
+#include <krb5.h>
+#include <lber.h>
+#include <sasl/sasl.h>
+#include <unistd.h>
+
+#include "platform/posix/secret_file.h"
+#include "platform/posix/srv_lookup.h"
+
+namespace platform {
+namespace {
+
+constexpr const char* kProvider = "LDAP";
+// One answer: an entry whose security descriptor has its full 64 KB is far below this, and a length
+// that a broken server makes up does not take the memory.
+constexpr ber_len_t kMaxAnswer = ber_len_t{16} << 20U;
+constexpr std::size_t kMaxServerText = 300;
+// Of the servers a domain has. Each that is down costs the time for connecting.
+constexpr std::size_t kMaxServersTried = 4;
+// What libldap trusts without a setting is that of its own configuration; this, when it has none.
+constexpr const char* kSystemAuthorities = "/etc/ssl/certs/ca-certificates.crt";
+
+HResult hresultOf(int code) {
+  switch (code) {
+    case LDAP_SUCCESS:
+      return kOk;
+    case LDAP_SERVER_DOWN:
+    case LDAP_CONNECT_ERROR:
+    case LDAP_TIMEOUT:
+    case LDAP_UNAVAILABLE:
+    case LDAP_BUSY:
+      return kServerDown;
+    case LDAP_INVALID_CREDENTIALS:
+    case LDAP_INAPPROPRIATE_AUTH:
+    case LDAP_STRONG_AUTH_REQUIRED:
+    case LDAP_CONFIDENTIALITY_REQUIRED:
+    case LDAP_AUTH_METHOD_NOT_SUPPORTED:
+    case LDAP_INSUFFICIENT_ACCESS:
+    case LDAP_AUTH_UNKNOWN:
+    case LDAP_LOCAL_ERROR:  // no Kerberos ticket
+      return kLogonFailure;
+    case LDAP_NO_SUCH_OBJECT:
+    case LDAP_INVALID_DN_SYNTAX:
+    case LDAP_REFERRAL:  // the base is another domain's
+      return kNoSuchObject;
+    default:
+      return kFail;
+  }
+}
+
+// A text that the server or a library gives, fit for one line of a log.
+std::string oneLine(std::string_view text) {
+  std::string line(text.substr(0, kMaxServerText));
+  std::replace_if(
+      line.begin(), line.end(),
+      [](char c) { return static_cast<unsigned char>(c) < 0x20 || c == 0x7F; }, ' ');
+  while (line.ends_with(' ')) line.pop_back();
+  return line;
+}
+
+std::string diagnosticOf(LDAP* ldap) {
+  char* text = nullptr;
+  if (ldap_get_option(ldap, LDAP_OPT_DIAGNOSTIC_MESSAGE, &text) != LDAP_OPT_SUCCESS) return {};
+  const std::string line = text != nullptr ? oneLine(text) : std::string();
+  ldap_memfree(text);
+  return line;
+}
+
+std::string defaultRealm() {
+  krb5_context context = nullptr;
+  if (krb5_init_context(&context) != 0) return {};
+  char* name = nullptr;
+  std::string realm;
+  if (krb5_get_default_realm(context, &name) == 0) {
+    realm = name;
+    krb5_free_default_realm(context, name);
+  }
+  krb5_free_context(context);
+  return realm;
+}
+
+// The URIs to try, in this order; none with `error` set when there is no telling.
+std::vector<std::string> serversOf(const LdapSettings& settings, DirectoryError& error) {
+  if (!settings.uri.empty()) return {settings.uri};
+  const std::string realm = defaultRealm();
+  if (realm.empty()) {
+    error = {kServerDown & 0xFFFFU, "no directory URI is set and Kerberos has no default realm",
+             kProvider};
+    return {};
+  }
+  std::vector<SrvTarget> targets = lookUpSrv("_ldap._tcp.dc._msdcs." + realm);
+  if (targets.empty()) targets = lookUpSrv("_ldap._tcp." + realm);
+  if (targets.empty()) {
+    error = {kServerDown & 0xFFFFU,
+             "no directory URI is set and DNS names no domain controller of " + realm, kProvider};
+  }
+  targets.resize(std::min(targets.size(), kMaxServersTried));
+  std::vector<std::string> uris;
+  for (const SrvTarget& target : targets) {
+    uris.push_back("ldap://" + target.host + ":" + std::to_string(target.port));
+  }
+  return uris;
+}
+
+// Kerberos has what it needs in its credentials: every question is answered with its default.
+int answerWithDefaults(LDAP*, unsigned, void*, void* questions) {
+  auto* question = static_cast<sasl_interact_t*>(questions);
+  for (; question->id != SASL_CB_LIST_END; ++question) {
+    const char* answer = question->defresult != nullptr ? question->defresult : "";
+    question->result = answer;
+    question->len = static_cast<unsigned>(std::strlen(answer));
+  }
+  return LDAP_SUCCESS;
+}
+
+}  // namespace
+
+bool isConnectionLost(int code) {
+  return code == LDAP_SERVER_DOWN || code == LDAP_CONNECT_ERROR || code == LDAP_TIMEOUT ||
+         code == LDAP_UNAVAILABLE;
+}
+
+std::unique_ptr<LdapConnection> LdapConnection::open(const LdapSettings& settings, HResult& status,
+                                                     DirectoryError& error) {
+  status = kServerDown;
+  for (const std::string& uri : serversOf(settings, error)) {
+    std::unique_ptr<LdapConnection> connection(new LdapConnection(uri));
+    status = connection->connect(settings, error);
+    if (status == kOk) return connection;
+    if (status != kServerDown) break;  // the next one would say the same
+  }
+  return nullptr;
+}
+
+LdapConnection::~LdapConnection() {
+  if (ldap_ != nullptr) ldap_unbind_ext(ldap_, nullptr, nullptr);
+}
+
+HResult LdapConnection::connect(const LdapSettings& settings, DirectoryError& error) {
+  answerSeconds_ = settings.answerSeconds;
+  std::string action = "not a URI";
+  int code = ldap_initialize(&ldap_, uri_.c_str());
+  if (code == LDAP_SUCCESS) code = setOptions(settings, action);
+  if (code != LDAP_SUCCESS) return fail(code, action, error);
+  return settings.bind == LdapSettings::Bind::Simple ? bindSimple(settings, error)
+                                                     : bindGssapi(error);
+}
+
+// Everything that libldap's own configuration and environment could change is set here.
+int LdapConnection::setOptions(const LdapSettings& settings, std::string& action) {
+  const int protocol = LDAP_VERSION3;
+  const int none = 0;
+  const int never = LDAP_DEREF_NEVER;
+  timeval connectTime = {settings.connectSeconds, 0};
+  timeval answerTime = {settings.answerSeconds, 0};
+  const std::pair<int, const void*> options[] = {
+      {LDAP_OPT_PROTOCOL_VERSION, &protocol},
+      {LDAP_OPT_REFERRALS, LDAP_OPT_OFF},
+      {LDAP_OPT_DEREF, &never},
+      {LDAP_OPT_SIZELIMIT, &none},
+      {LDAP_OPT_TIMELIMIT, &none},
+      {LDAP_OPT_RESTART, LDAP_OPT_ON},
+      {LDAP_OPT_TIMEOUT, &answerTime},
+      {LDAP_OPT_NETWORK_TIMEOUT, &connectTime},
+  };
+  action = "an option cannot be set";
+  for (const auto& [option, value] : options) {
+    if (ldap_set_option(ldap_, option, value) != LDAP_OPT_SUCCESS) return LDAP_LOCAL_ERROR;
+  }
+  Sockbuf* socket = nullptr;
+  ber_len_t limit = kMaxAnswer;
+  if (ldap_get_option(ldap_, LDAP_OPT_SOCKBUF, &socket) != LDAP_OPT_SUCCESS || socket == nullptr ||
+      ber_sockbuf_ctrl(socket, LBER_SB_OPT_SET_MAX_INCOMING, &limit) != 1) {
+    return LDAP_LOCAL_ERROR;
+  }
+  action = settings.caFile.empty() ? "TLS cannot be set up" : "caFile " + settings.caFile;
+  return hasScheme("ldapi") ? LDAP_SUCCESS : setTlsOptions(settings.caFile);
+}
+
+int LdapConnection::setTlsOptions(const std::string& caFile) {
+  // A file that cannot be read is told here, by its name; libldap would tell of a failed
+  // connection.
+  if (!caFile.empty() && ::access(caFile.c_str(), R_OK) != 0) return LDAP_LOCAL_ERROR;
+  const int hard = LDAP_OPT_X_TLS_HARD;
+  const int minimum = LDAP_OPT_X_TLS_PROTOCOL_TLS1_2;
+  const int client = 0;
+  std::string authorities = caFile;
+  if (authorities.empty()) {
+    char* configured = nullptr;
+    ldap_get_option(ldap_, LDAP_OPT_X_TLS_CACERTFILE, &configured);
+    if (configured == nullptr) authorities = kSystemAuthorities;
+    ldap_memfree(configured);
+  }
+  if (!authorities.empty() &&
+      ldap_set_option(ldap_, LDAP_OPT_X_TLS_CACERTFILE, authorities.c_str()) != LDAP_OPT_SUCCESS) {
+    return LDAP_LOCAL_ERROR;
+  }
+  const bool set =
+      ldap_set_option(ldap_, LDAP_OPT_X_TLS_REQUIRE_CERT, &hard) == LDAP_OPT_SUCCESS &&
+      ldap_set_option(ldap_, LDAP_OPT_X_TLS_PROTOCOL_MIN, &minimum) == LDAP_OPT_SUCCESS &&
+      ldap_set_option(ldap_, LDAP_OPT_X_TLS_NEWCTX, &client) == LDAP_OPT_SUCCESS;
+  return set ? LDAP_SUCCESS : LDAP_LOCAL_ERROR;
+}
+
+HResult LdapConnection::startTls(DirectoryError& error) {
+  int code = ldap_start_tls_s(ldap_, nullptr, nullptr);
+  if (code == LDAP_SERVER_DOWN || code == LDAP_TIMEOUT) return fail(code, "", error);
+  if (code == LDAP_SUCCESS && ldap_tls_inplace(ldap_) == 0) code = LDAP_CONNECT_ERROR;
+  if (code == LDAP_SUCCESS) return kOk;
+  fail(code, "no TLS, so the password was not sent", error);
+  error.code = kServerDown & 0xFFFFU;
+  return kServerDown;
+}
+
+HResult LdapConnection::bindSimple(const LdapSettings& settings, DirectoryError& error) {
+  if (!hasScheme("ldaps") && !hasScheme("ldapi")) {
+    const HResult status = startTls(error);
+    if (failed(status)) return status;
+  }
+  SecretFile password;
+  if (!password.read(settings.bindPasswordFile, error.text)) {
+    error = {kLogonFailure & 0xFFFFU, error.text, kProvider};
+    return kLogonFailure;
+  }
+  berval credential = {password.text().size(), const_cast<char*>(password.text().data())};
+  const int code = ldap_sasl_bind_s(ldap_, settings.bindUser.c_str(), LDAP_SASL_SIMPLE, &credential,
+                                    nullptr, nullptr, nullptr);
+  return fail(code, "bind as " + settings.bindUser, error);
+}
+
+HResult LdapConnection::bindGssapi(DirectoryError& error) {
+  // The name in the URI is the one Kerberos knows: what reverse DNS says of an address is no proof.
+  ldap_set_option(ldap_, LDAP_OPT_X_SASL_NOCANON, LDAP_OPT_ON);
+  // Without TLS, at least tampering has to be noticed; within TLS, Active Directory wants no second
+  // layer.
+  const ber_len_t minimum = hasScheme("ldap") ? 1 : 0;
+  const ber_len_t none = 0;
+  ldap_set_option(ldap_, LDAP_OPT_X_SASL_SSF_MIN, &minimum);
+  if (hasScheme("ldaps")) ldap_set_option(ldap_, LDAP_OPT_X_SASL_SSF_MAX, &none);
+  const int binding = LDAP_OPT_X_SASL_CBINDING_TLS_ENDPOINT;
+  ldap_set_option(ldap_, LDAP_OPT_X_SASL_CBINDING, &binding);
+  const int code = ldap_sasl_interactive_bind_s(ldap_, nullptr, "GSSAPI", nullptr, nullptr,
+                                                LDAP_SASL_QUIET, answerWithDefaults, nullptr);
+  return fail(code, "Kerberos bind", error);
+}
+
+std::chrono::steady_clock::time_point LdapConnection::answerDeadline() const {
+  return std::chrono::steady_clock::now() + std::chrono::seconds(answerSeconds_);
+}
+
+LdapMessage LdapConnection::receive(int request, std::chrono::steady_clock::time_point deadline,
+                                    int& code) {
+  using std::chrono::microseconds;
+  const auto left =
+      std::chrono::duration_cast<microseconds>(deadline - std::chrono::steady_clock::now());
+  const std::int64_t wait = std::max<std::int64_t>(left.count(), 0);
+  timeval time = {wait / 1'000'000, wait % 1'000'000};
+  LDAPMessage* received = nullptr;
+  const int kind = ldap_result(ldap_, request, LDAP_MSG_RECEIVED, &time, &received);
+  LdapMessage message(received);
+  code = LDAP_SUCCESS;
+  if (kind == 0) code = LDAP_TIMEOUT;
+  if (kind == -1) ldap_get_option(ldap_, LDAP_OPT_RESULT_CODE, &code);
+  if (kind == -1 && code == LDAP_SUCCESS) code = LDAP_SERVER_DOWN;
+  return message;
+}
+
+int LdapConnection::readValue(const std::string& dn, const char* attribute, std::string& value) {
+  value.clear();
+  char* attributes[] = {const_cast<char*>(attribute), nullptr};
+  LDAPMessage* received = nullptr;
+  const int code = ldap_search_ext_s(ldap_, dn.c_str(), LDAP_SCOPE_BASE, "(objectClass=*)",
+                                     attributes, 0, nullptr, nullptr, nullptr, 1, &received);
+  const LdapMessage message(received);
+  if (code != LDAP_SUCCESS) return code;
+  LDAPMessage* entry = ldap_first_entry(ldap_, message.get());
+  if (entry == nullptr) return LDAP_SUCCESS;
+  berval** values = ldap_get_values_len(ldap_, entry, attribute);
+  if (values != nullptr && values[0] != nullptr) value.assign(values[0]->bv_val, values[0]->bv_len);
+  ldap_value_free_len(values);
+  return LDAP_SUCCESS;
+}
+
+int LdapConnection::replaceValue(const std::string& dn, const char* attribute,
+                                 const std::string& value) {
+  char* values[] = {const_cast<char*>(value.c_str()), nullptr};
+  LDAPMod change = {};
+  change.mod_op = LDAP_MOD_REPLACE;
+  change.mod_type = const_cast<char*>(attribute);
+  change.mod_values = values;
+  LDAPMod* changes[] = {&change, nullptr};
+  return ldap_modify_ext_s(ldap_, dn.c_str(), changes, nullptr, nullptr);
+}
+
+HResult LdapConnection::fail(int code, const std::string& action, DirectoryError& error) const {
+  const HResult status = hresultOf(code);
+  if (code == LDAP_SUCCESS) return status;
+  std::string text = uri_ + ": " + action + (action.empty() ? "" : ": ") + ldap_err2string(code);
+  const std::string details = ldap_ != nullptr ? diagnosticOf(ldap_) : std::string();
+  if (!details.empty()) text += " (" + details + ")";
+  error = {status & 0xFFFFU, std::move(text), kProvider};
+  return status;
+}
+
+bool LdapConnection::hasScheme(const char* scheme) const {
+  return uri_.starts_with(std::string(scheme) + "://");
+}
+
+}  // namespace platform
