@@ -4,6 +4,7 @@
 
 #include <map>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include <gmock/gmock.h>
@@ -19,127 +20,96 @@ using namespace platform;
 using directory::DomainDirectory;
 using directory::UserDirectoryData;
 using testing::ElementsAre;
-using testing::IsEmpty;
-
-// One property, and the status it is read with.
-struct Property {
-  HResult status = kOk;
-  std::u16string value;
-};
 
 struct Row {
-  HResult moved = kOk;
-  HResult read = kOk;
-  SearchColumn column;
+  HResult moved = kOk, read = kOk;
+  SearchColumn column{};
 };
+
+template <typename T>
+using Owned = std::unique_ptr<T>;
+using Text = std::u16string;
 
 // What the directory answers; what it was asked.
 struct Script {
-  std::map<std::string, HResult> openStatus;  // by path
-  HResult contextStatus = kOk;
-  HResult executeStatus = kOk;
-  HResult queryStatus = kOk;
-  Property email{kOk, u"anna@site.example"}, first{kOk, u"Anna"}, last{kOk, u"Berg"};
+  std::map<std::string, HResult> status;  // of a call; kOk when it is not here
+  Text givenName = u"Anna";
   std::vector<Row> rows;
-  std::vector<std::uint32_t> lastErrors;  // of each call, the last one repeated
+  std::vector<std::uint32_t> lastErrors;  // of each call
   std::vector<std::string> calls;
-  int alive = 0;  // objects that were handed out and not released
+  int alive = 0;  // handles that were given out and not released
+
+  HResult note(const std::string& call) {
+    calls.push_back(call);
+    return status.count(call) != 0 ? status[call] : kOk;
+  }
+  HResult note(const std::string& call, const Text& answer, Text& value) {
+    const HResult result = note(call);
+    if (!failed(result)) value = answer;
+    return result;
+  }
+  template <typename Made, typename Base>
+  HResult open(const std::string& call, Owned<Base>& handle) {
+    const HResult result = note(call);
+    if (!failed(result)) handle = std::make_unique<Made>(*this);
+    return result;
+  }
 };
 
-struct Counted {
-  explicit Counted(Script& owner) : script(owner) { ++script.alive; }
-  ~Counted() { --script.alive; }
+// Anything that can be opened.
+struct Handle final : DirectoryObject, DirectoryUser, DirectorySearch, SearchRows {
+  explicit Handle(Script& owner) : script(owner) { ++script.alive; }
+  ~Handle() override { --script.alive; }
   Script& script;
-};
+  std::size_t row = 0;
 
-struct FakeUser final : DirectoryUser, Counted {
-  using Counted::Counted;
-  static HResult answer(const Property& property, std::u16string& value) {
-    if (!failed(property.status)) value = property.value;
-    return property.status;
+  HResult get(const Text& attribute, Text& value) override {
+    return script.note("get " + utf16ToUtf8(attribute), u"DC=site", value);
   }
-  HResult emailAddress(std::u16string& value) override { return answer(script.email, value); }
-  HResult firstName(std::u16string& value) override { return answer(script.first, value); }
-  HResult lastName(std::u16string& value) override { return answer(script.last, value); }
-};
-
-struct FakeObject final : DirectoryObject, Counted {
-  using Counted::Counted;
-  HResult get(const std::u16string& attribute, std::u16string& value) override {
-    script.calls.push_back("get " + utf16ToUtf8(attribute));
-    value = u"DC=site";
-    return script.contextStatus;
+  HResult queryUser(Owned<DirectoryUser>& user) override {
+    return script.open<Handle>("user", user);
   }
-  HResult queryUser(std::unique_ptr<DirectoryUser>& user) override {
-    if (!failed(script.queryStatus)) user = std::make_unique<FakeUser>(script);
-    return script.queryStatus;
-  }
-};
-
-struct FakeRows final : SearchRows, Counted {
-  using Counted::Counted;
-  std::size_t read = 0;
-  HResult next() override {
-    return read == script.rows.size() ? kAdsNoMoreRows : script.rows[read++].moved;
-  }
-  HResult column(const std::u16string&, SearchColumn& column) override {
-    column = script.rows[read - 1].column;
-    return script.rows[read - 1].read;
-  }
-};
-
-struct FakeSearch final : DirectorySearch, Counted {
-  using Counted::Counted;
+  HResult emailAddress(Text& value) override { return script.note("email", u"a@b.example", value); }
+  HResult firstName(Text& value) override { return script.note("first", script.givenName, value); }
+  HResult lastName(Text& value) override { return script.note("last", u"Berg", value); }
   HResult setScope(SearchScope scope) override {
-    script.calls.push_back("scope " + std::to_string(static_cast<int>(scope)));
-    return kOk;
+    return script.note("scope " + std::to_string(static_cast<int>(scope)));
   }
-  HResult setPageSize(std::uint32_t rows) override {
-    script.calls.push_back("page " + std::to_string(rows));
-    return kOk;
+  HResult setPageSize(std::uint32_t size) override {
+    return script.note("page " + std::to_string(size));
   }
-  HResult execute(const std::u16string& filter, const std::u16string& attribute,
-                  std::unique_ptr<SearchRows>& rows) override {
-    script.calls.push_back("execute " + utf16ToUtf8(filter) + " " + utf16ToUtf8(attribute));
-    if (!failed(script.executeStatus)) rows = std::make_unique<FakeRows>(script);
-    return script.executeStatus;
+  HResult execute(const Text& filter, const Text& attribute, Owned<SearchRows>& rows) override {
+    return script.open<Handle>("find " + utf16ToUtf8(filter + u" " + attribute), rows);
+  }
+  HResult next() override {
+    return row == script.rows.size() ? kAdsNoMoreRows : script.rows[row++].moved;
+  }
+  HResult column(const Text&, SearchColumn& column) override {
+    column = script.rows[row - 1].column;
+    return script.rows[row - 1].read;
   }
 };
 
 struct FakeAccess final : DirectoryAccess {
-  explicit FakeAccess(Script& owner) : script(owner) {}
-  Script& script;
+  Script script;
 
-  template <typename Made, typename Base>
-  HResult open(const std::string& call, const std::u16string& path, std::unique_ptr<Base>& made) {
-    const std::string name = utf16ToUtf8(path);
-    script.calls.push_back(call + " " + name);
-    const HResult status = script.openStatus.count(name) != 0 ? script.openStatus[name] : kOk;
-    if (!failed(status)) made = std::make_unique<Made>(script);
-    return status;
+  HResult initialise() override { return script.note("initialise"); }
+  void uninitialise() override { script.note("uninitialise"); }
+  HResult openObject(const Text& path, std::uint32_t flags, Owned<DirectoryObject>& got) override {
+    return script.open<Handle>(std::to_string(flags) + " " + utf16ToUtf8(path), got);
   }
-  HResult initialise() override {
-    script.calls.push_back("initialise");
-    return kOk;
+  HResult openSearch(const Text& path, std::uint32_t flags, Owned<DirectorySearch>& got) override {
+    return script.open<Handle>(std::to_string(flags) + " search " + utf16ToUtf8(path), got);
   }
-  void uninitialise() override { script.calls.push_back("uninitialise"); }
-  HResult openObject(const std::u16string& path, std::uint32_t flags,
-                     std::unique_ptr<DirectoryObject>& object) override {
-    return open<FakeObject>("object" + std::to_string(flags), path, object);
+  HResult getObject(const Text& path, Owned<DirectoryObject>& got) override {
+    return script.open<Handle>(utf16ToUtf8(path), got);
   }
-  HResult openSearch(const std::u16string& path, std::uint32_t flags,
-                     std::unique_ptr<DirectorySearch>& search) override {
-    return open<FakeSearch>("search" + std::to_string(flags), path, search);
-  }
-  HResult getObject(const std::u16string& path, std::unique_ptr<DirectoryObject>& object) override {
-    return open<FakeObject>("getObject", path, object);
-  }
-  HResult getSearch(const std::u16string& path, std::unique_ptr<DirectorySearch>& search) override {
-    return open<FakeSearch>("getSearch", path, search);
+  HResult getSearch(const Text& path, Owned<DirectorySearch>& got) override {
+    return script.open<Handle>("search " + utf16ToUtf8(path), got);
   }
   DirectoryError lastError() override {
     const std::uint32_t code = script.lastErrors.front();
-    if (script.lastErrors.size() > 1) script.lastErrors.erase(script.lastErrors.begin());
+    script.lastErrors.erase(script.lastErrors.begin());
     return {code, "", ""};
   }
 };
@@ -150,219 +120,163 @@ class DomainDirectoryTest : public testing::Test {
   ~DomainDirectoryTest() override {
     domain.unbindDomain();
     EXPECT_EQ(script.alive, 0) << "not released";
+    EXPECT_EQ(script.calls.back(), "uninitialise");
   }
 
+  // The text of the debug log since the last call.
   std::string logText() {
     std::string text;
     readWholeFile(config::kDebugLogFile, text);
     removeFile(config::kDebugLogFile);
     return text;
   }
-  static Row path(const std::u16string& value) {
-    return {kOk, kOk, {AdsType::CaseIgnoreString, value}};
+  static Row path(const Text& value, AdsType type = AdsType::CaseIgnoreString) {
+    return {kOk, kOk, {type, value}};
   }
-  // The look-up over the persistent binding of a user with one row; the log has its lines only.
-  UserDirectoryData lookUp(const std::u16string& name = u"anna") {
+  // Over the persistent binding; log and calls are then of the look-up alone.
+  UserDirectoryData lookUp(const std::vector<Row>& rows, const Text& name = u"anna") {
+    script.rows = rows;
     domain.bindDomain();
     logText();
     script.calls.clear();
     UserDirectoryData data{"old", "old", "old", "kept"};
-    status = domain.getEmailBound(name, data);
+    domain.getEmailBound(name, data);
     return data;
+  }
+  std::string usersList() {
+    std::string list;
+    domain.writeDomainUsersList();
+    readWholeFile("pwsentry_pro_domain_users.txt", list);
+    return list;
   }
 
   test_support::TempDir directory;
-  Script script;
-  FakeAccess access{script};
+  FakeAccess access;
+  Script& script = access.script;
   config::DebugLog log{true};
   DomainDirectory domain{access, log};
-  HResult status = kOk;
 };
 
+const Row kUser{kOk, kOk, {AdsType::CaseIgnoreString, u"LDAP://CN=a"}};
 const std::string kTrace =
     "    getUserEmail() begin**\n    get email address\n    get first name\n"
     "    get last name\n    getUserEmail() end**\n";
 
-TEST_F(DomainDirectoryTest, BindingOpensTheDefaultNamingContext) {
-  EXPECT_EQ(domain.bindDomain(), 1);
-  EXPECT_THAT(script.calls, ElementsAre("initialise", "object1 LDAP://rootDSE",
-                                        "get defaultNamingContext", "search1 LDAP://DC=site"));
-  EXPECT_EQ(script.alive, 1);
-  domain.unbindDomain();
-  EXPECT_EQ(script.alive, 0);
-  EXPECT_EQ(script.calls.back(), "uninitialise");
-  EXPECT_EQ(logText(), "");
-}
-
 TEST_F(DomainDirectoryTest, AFailedBindingIsLoggedEvenWithoutDebugging) {
+  EXPECT_EQ(domain.bindDomain(), 1);
+  EXPECT_THAT(script.calls, ElementsAre("initialise", "1 LDAP://rootDSE",
+                                        "get defaultNamingContext", "1 search LDAP://DC=site"));
   log.setEnabled(false);
-  script.openStatus["LDAP://rootDSE"] = kServerDown;
-  EXPECT_EQ(domain.bindDomain(), 0);
-  EXPECT_EQ(logText(), "Could not bind to the domain.\n");
-  script.openStatus.clear();
-  script.contextStatus = kAdsPropertyNotFound;
-  EXPECT_EQ(domain.bindDomain(), 0);
-  EXPECT_EQ(logText(), "Could not bind to the domain.\n");
-  // But not when only the context cannot be opened.
-  script.contextStatus = kOk;
-  script.openStatus["LDAP://DC=site"] = kNoSuchObject;
-  EXPECT_EQ(domain.bindDomain(), 0);
-  EXPECT_EQ(logText(), "");
+  const std::pair<const char*, const char*> cases[] = {
+      {"1 search LDAP://DC=site", ""},  // the domain itself did answer
+      {"get defaultNamingContext", "Could not bind to the domain.\n"},
+      {"1 LDAP://rootDSE", "Could not bind to the domain.\n"},
+  };
+  for (const auto& [call, line] : cases) {
+    script.status[call] = kServerDown;
+    EXPECT_EQ(domain.bindDomain(), 0);
+    EXPECT_EQ(logText(), line);
+  }
 }
 
 TEST_F(DomainDirectoryTest, ALookUpFindsTheNameAsItself) {
-  script.rows = {path(u"LDAP://CN=a")};
   testing::internal::CaptureStdout();
-  const UserDirectoryData data = lookUp(u"a(b)*\\\u00E4");
+  const UserDirectoryData data = lookUp({kUser}, u"a(b)*\\\u00E4");
   EXPECT_EQ(testing::internal::GetCapturedStdout(), "Found User.\nADsPath: LDAP://CN=a\r\n");
   EXPECT_THAT(
       script.calls,
       ElementsAre("scope 2",
-                  "execute (&(objectCategory=user)(samAccountName=a\\28b\\29\\2a\\5c\u00E4))"
-                  " ADsPath",
-                  "object1 LDAP://CN=a"));
-  EXPECT_EQ(data.email, "anna@site.example");
-  EXPECT_EQ(data.firstName, "Anna");
-  EXPECT_EQ(data.lastName, "Berg");
+                  "find (&(objectCategory=user)(samAccountName=a\\28b\\29\\2a\\5c\u00E4)) ADsPath",
+                  "1 LDAP://CN=a", "user", "email", "first", "last"));
+  EXPECT_EQ(data.email + data.firstName + data.lastName, "a@b.exampleAnnaBerg");
   EXPECT_EQ(logText(), kTrace);
 }
 
 TEST_F(DomainDirectoryTest, AUserWhoIsNotFound) {
+  const std::string notFound =
+      "    User anna not Found.\n    FindUserByName failed with the following HR: ";
+  script.status["1 LDAP://CN=gone"] = kNoSuchObject;
   const Row rows[] = {
-      {kAdsNoMoreRows, kOk, {}},
-      {kServerDown, kOk, {}},
-      {kOk, kNoSuchObject, {}},                                    // no column
-      {kOk, kOk, {AdsType::CaseIgnoreString, u"LDAP://CN=gone"}},  // not to be opened
-  };
-  script.openStatus["LDAP://CN=gone"] = kNoSuchObject;
+      {kAdsNoMoreRows}, {kServerDown}, {kOk, kNoSuchObject}, path(u"LDAP://CN=gone")};
   for (const Row& row : rows) {
-    script.rows = {row};
-    const UserDirectoryData data = lookUp();
-    EXPECT_EQ(status, kFail);
+    const UserDirectoryData data = lookUp({row});
     EXPECT_EQ(data.email + data.firstName + data.lastName, "none");
-    EXPECT_EQ(logText(),
-              "    User anna not Found.\n"
-              "    FindUserByName failed with the following HR: 80004005\n");
+    EXPECT_EQ(logText(), notFound + "80004005\n");
   }
-  script.executeStatus = kFilterUnknown;
-  lookUp();
-  EXPECT_EQ(status, kFail);
-}
-
-TEST_F(DomainDirectoryTest, WithoutABindingOrANameNothingIsAsked) {
+  domain.unbindDomain();
   UserDirectoryData data{"old", "old", "old", "kept"};
   domain.getEmailBound(u"", data);
   domain.getEmail(u"", data);
-  EXPECT_EQ(data.email, "old");
-  EXPECT_THAT(script.calls, IsEmpty());
-  EXPECT_EQ(domain.getEmailBound(u"anna", data), kInvalidArgument);
-  EXPECT_EQ(logText(),
-            "    User anna not Found.\n"
-            "    FindUserByName failed with the following HR: 80070057\n");
+  EXPECT_EQ(data.email + logText(), "old");  // an empty name does nothing at all
+  domain.getEmailBound(u"anna", data);
+  EXPECT_EQ(data.email + logText(), "none" + notFound + "80070057\n");
 }
 
 TEST_F(DomainDirectoryTest, OfSeveralMatchesTheLastOneOpenedIsTheUser) {
-  script.rows = {path(u"LDAP://CN=a"), {kOk, kNoSuchObject, {}}, path(u"LDAP://CN=b")};
-  lookUp();
-  EXPECT_EQ(status, kOk);
-  EXPECT_EQ(script.calls.back(), "object1 LDAP://CN=b");
+  lookUp({kUser, {kOk, kNoSuchObject}, path(u"LDAP://CN=b")});
+  EXPECT_THAT(script.calls, testing::Contains("1 LDAP://CN=b"));
+  EXPECT_EQ(logText(), kTrace);
   // The status is that of the last step, though a user was found.
-  script.rows = {path(u"LDAP://CN=a"), path(u"LDAP://CN=gone")};
-  script.openStatus["LDAP://CN=gone"] = kNoSuchObject;
-  EXPECT_EQ(lookUp().email, "none");
-  EXPECT_EQ(status, kNoSuchObject);
+  script.status["1 LDAP://CN=b"] = kNoSuchObject;
+  EXPECT_EQ(lookUp({kUser, path(u"LDAP://CN=b")}).email, "none");
 }
 
 TEST_F(DomainDirectoryTest, EachPropertyIsReadWhateverBecomesOfTheOthers) {
-  const std::string begin = "    getUserEmail() begin**\n    get email address\n";
-  script.rows = {path(u"LDAP://CN=a")};
-  script.email.status = kAdsPropertyNotFound;
-  script.first.status = kServerDown;
-  UserDirectoryData data = lookUp();
+  script.status = {{"email", kAdsPropertyNotFound}, {"first", kServerDown}};
+  UserDirectoryData data = lookUp({kUser});
+  EXPECT_EQ(data.email + data.firstName + data.lastName + data.domain, "noneBergkept");
+  EXPECT_EQ(logText(),
+            "    getUserEmail() begin**\n    get email address\n"
+            "    EmailAddress property not found.\n    get first name\n"
+            "    FirstName failed with HR: 8007203a\n    get last name\n"
+            "    getUserEmail() end**\n");
+  // Without a last name the address does not count. Fields hold 255 bytes, no half character.
+  script.status = {{"last", kAdsPropertyNotFound}};
+  script.givenName = std::u16string(300, u'\u00E4');
+  data = lookUp({kUser});
   EXPECT_EQ(data.email, "none");
-  EXPECT_EQ(data.firstName, "");
-  EXPECT_EQ(data.lastName, "Berg");
-  EXPECT_EQ(data.domain, "kept");
-  EXPECT_EQ(logText(), begin +
-                           "    EmailAddress property not found.\n    get first name\n"
-                           "    FirstName failed with HR: 8007203a\n    get last name\n"
-                           "    getUserEmail() end**\n");
-  // Without a last name the address does not count.
-  script.email.status = script.first.status = kOk;
-  script.last.status = kAdsPropertyNotFound;
-  data = lookUp();
-  EXPECT_EQ(data.email, "none");
-  EXPECT_EQ(data.firstName, "Anna");
-  EXPECT_EQ(status, kAdsPropertyNotFound);
-  script.queryStatus = kFail;
-  EXPECT_EQ(lookUp().email, "none");
-}
-
-TEST_F(DomainDirectoryTest, AFieldHoldsAtMost255BytesAndNoHalfCharacter) {
-  script.rows = {path(u"LDAP://CN=a")};
-  script.first.value = std::u16string(300, u'x');
-  script.last.value = std::u16string(300, u'\u00E4');
-  script.email.value = std::u16string(u"a@b\0c", 5);
-  const UserDirectoryData data = lookUp();
-  EXPECT_EQ(data.firstName, std::string(255, 'x'));
-  EXPECT_EQ(data.lastName.size(), 254U);
-  EXPECT_EQ(data.email, "a@b");
+  EXPECT_EQ(data.firstName.size(), 254U);
 }
 
 TEST_F(DomainDirectoryTest, LookUpsWithABindingOfTheirOwn) {
-  script.rows = {path(u"LDAP://CN=a")};
+  const std::string begin = "  getEmail() begin**\n    wszUsername=anna\n    initialize COM\n";
+  script.rows = {kUser};
   UserDirectoryData data;
-  EXPECT_EQ(domain.getEmail(u"anna", data), kOk);
-  EXPECT_EQ(data.email, "anna@site.example");
-  EXPECT_EQ(script.calls.front() + ", " + script.calls.back(), "initialise, uninitialise");
-  EXPECT_EQ(script.alive, 0);
-  EXPECT_EQ(logText(),
-            "  getEmail() begin**\n    wszUsername=anna\n    initialize COM\n"
-            "    find user by name\n    call GetUserEmail()\n" +
-                kTrace + "  getEmail() end**\n");
-  EXPECT_EQ(domain.getEmail2(u"anna", data), kOk);
-  EXPECT_EQ(logText(), kTrace + "  getEmail2() end**\n");
-
-  script.openStatus["LDAP://rootDSE"] = kLogonFailure;
-  EXPECT_EQ(domain.getEmail(u"anna", data), kLogonFailure);
-  EXPECT_EQ(data.email, "none");
-  EXPECT_EQ(logText(),
-            "  getEmail() begin**\n    wszUsername=anna\n    initialize COM\n"
-            "    Not Found. Could not bind to the domain.\n  getEmail() end**\n");
+  domain.getEmail(u"anna", data);
+  EXPECT_EQ(data.email, "a@b.example");
+  EXPECT_EQ(logText(), begin + "    find user by name\n    call GetUserEmail()\n" + kTrace +
+                           "  getEmail() end**\n");
   domain.getEmail2(u"anna", data);
-  EXPECT_EQ(logText(), "Not Found. Could not bind to the domain.\n  getEmail2() end**\n");
-  EXPECT_EQ(script.calls.back(), "uninitialise");
+  EXPECT_EQ(logText(), kTrace + "  getEmail2() end**\n");
+  EXPECT_EQ(script.alive, 0);
+  EXPECT_EQ(script.calls.front() + ", " + script.calls.back(), "initialise, uninitialise");
+  script.status["1 LDAP://rootDSE"] = kLogonFailure;
+  domain.getEmail(u"anna", data);
+  domain.getEmail2(u"anna", data);
+  EXPECT_EQ(logText(), begin +
+                           "    Not Found. Could not bind to the domain.\n  getEmail() end**\n"
+                           "Not Found. Could not bind to the domain.\n  getEmail2() end**\n");
 }
 
 TEST_F(DomainDirectoryTest, TheUsersListGoesOnWhileThereAreMorePages) {
-  const Row endOfPage{kAdsNoMoreRows, kOk, {}};
-  script.rows = {path(u"anna"), {kOk, kFail, {}},      {kOk, kOk, {AdsType::DnString, u"CN=x"}},
-                 endOfPage,     path(u"two\nlines"),   path(u"\u00C4rzte"),
-                 endOfPage,     path(u"after the end")};
+  const Row endOfPage{kAdsNoMoreRows};
+  script.rows = {path(u"anna"), {kOk, kFail}, path(u"x", AdsType::DnString), endOfPage};
+  for (const Row& row : {path(u"a\nb"), path(u"\u00C4rzte"), endOfPage, path(u"c")}) {
+    script.rows.push_back(row);
+  }
   script.lastErrors = {kErrorMoreDirectoryData, 0};
-  writeWholeFile(directory::kDomainUsersFile, "old");
-  domain.writeDomainUsersList();
+  EXPECT_EQ(usersList(), "anna\n\u00C4rzte\n");
+  EXPECT_EQ(logText(), "-begin getRootDse\n-end getRootDse\n");
   EXPECT_THAT(script.calls,
-              ElementsAre("initialise", "getObject LDAP://RootDse", "get DefaultNamingContext",
-                          "getSearch LDAP://DC=site", "scope 2", "page 100000",
-                          "execute (&(objectCategory=person)(objectClass=user)"
+              ElementsAre("initialise", "LDAP://RootDse", "get DefaultNamingContext",
+                          "search LDAP://DC=site", "scope 2", "page 100000",
+                          "find (&(objectCategory=person)(objectClass=user)"
                           "(!userAccountControl:1.2.840.113556.1.4.803:=2)) samAccountName",
                           "uninitialise"));
-  std::string list;
-  readWholeFile("pwsentry_pro_domain_users.txt", list);
-  EXPECT_EQ(list, "anna\n\u00C4rzte\n");
-  EXPECT_EQ(logText(), "-begin getRootDse\n-end getRootDse\n");
-
-  // A failure ends it.
-  script.rows = {path(u"one"), {kServerDown, kOk, {}}, path(u"two")};
-  domain.writeDomainUsersList();
-  readWholeFile(directory::kDomainUsersFile, list);
-  EXPECT_EQ(list, "one\n");
-  script.openStatus["LDAP://DC=site"] = kServerDown;
-  domain.writeDomainUsersList();
-  readWholeFile(directory::kDomainUsersFile, list);
-  EXPECT_EQ(list, "");
-  EXPECT_EQ(script.calls.back(), "uninitialise");
+  script.rows = {path(u"one"), {kServerDown}, path(u"two")};
+  EXPECT_EQ(usersList(), "one\n");
+  script.status["search LDAP://DC=site"] = kServerDown;
+  EXPECT_EQ(usersList(), "");
 }
 
 }  // namespace

@@ -3,7 +3,7 @@
 
 #include <filesystem>
 #include <string>
-#include <vector>
+#include <utility>
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -14,12 +14,8 @@
 
 namespace {
 
-using platform::DirectoryEntry;
-using platform::DirectoryError;
-using platform::DirectorySnapshot;
-using platform::LdifSource;
+using namespace platform;
 using testing::ElementsAre;
-using testing::IsEmpty;
 
 constexpr const char* kFile = "domain.ldif";
 const std::string kHead =
@@ -32,26 +28,30 @@ std::string user(const std::string& name, const std::string& lines = "") {
 
 class LdifSourceTest : public testing::Test {
  protected:
+  // What a file of this text holds.
   DirectorySnapshot load(const std::string& text) {
-    EXPECT_TRUE(platform::writeWholeFile(kFile, text));
+    EXPECT_TRUE(writeWholeFile(kFile, text));
     DirectorySnapshot snapshot;
     status = LdifSource(kFile).load(snapshot, error);
     return snapshot;
   }
-  std::vector<std::string> names(const DirectorySnapshot& snapshot) {
-    std::vector<std::string> result;
-    for (const DirectoryEntry& entry : snapshot.entries) result.push_back(entry.logonName);
+  static std::string names(const DirectorySnapshot& snapshot) {
+    std::string result;
+    for (const DirectoryEntry& entry : snapshot.entries) result += entry.logonName + " ";
     return result;
   }
-  std::string fileText() {
+  NetStatus expire(const DirectoryEntry& entry) {
+    return LdifSource(kFile).expirePassword(entry, error);
+  }
+  static std::string fileText() {
     std::string text;
-    platform::readWholeFile(kFile, text);
+    readWholeFile(kFile, text);
     return text;
   }
 
   test_support::TempDir directory;
   DirectoryError error;
-  platform::HResult status = platform::kOk;
+  HResult status = kOk;
 };
 
 TEST_F(LdifSourceTest, ReadsEveryNotationOfARecord) {
@@ -72,113 +72,86 @@ TEST_F(LdifSourceTest, ReadsEveryNotationOfARecord) {
       "# search result\r\nsearch: 2\r\nresult: 0 Success\r\n\r\n"
       "dn: CN=Last,DC=site,DC=example\r\nuserAccountControl: 512\r\n"
       "objectCategory: CN=Person,CN=Schema,DC=site,DC=example\r\nsAMAccountName: last");
-  EXPECT_EQ(status, platform::kOk) << error.text;
-  EXPECT_THAT(snapshot.warnings, IsEmpty());
+  EXPECT_EQ(status, kOk) << error.text;
+  EXPECT_THAT(snapshot.warnings, ElementsAre());
   EXPECT_EQ(snapshot.namingContext, "DC=site,DC=example");
   EXPECT_EQ(snapshot.maxPwdAge, -9);
-  ASSERT_THAT(names(snapshot), ElementsAre("anna", "PC$", "last"));
+  ASSERT_EQ(names(snapshot), "anna PC$ last ");
   const DirectoryEntry& anna = snapshot.entries[0];
   EXPECT_EQ(anna.dn, "CN=Anna Berg,OU=Staff,DC=site,DC=example");
-  EXPECT_EQ(anna.givenName, "\xC3\x84nni");
-  EXPECT_EQ(anna.surname, "B\xC3\xB6ll");
+  EXPECT_EQ(anna.givenName + " " + anna.surname, "\u00C4nni B\u00F6ll");
   EXPECT_EQ(anna.mail, "anna@site.example");
   EXPECT_EQ(anna.accountControl, 0x80000200U);
   EXPECT_EQ(anna.pwdLastSet, 134000000000000000);
-  EXPECT_TRUE(anna.isPerson);
-  EXPECT_FALSE(snapshot.entries[1].isPerson);
-  EXPECT_TRUE(snapshot.entries[2].isPerson);
+  EXPECT_TRUE(anna.isPerson && !snapshot.entries[1].isPerson && snapshot.entries[2].isPerson);
 }
 
 TEST_F(LdifSourceTest, AFaultyRecordIsReportedAndItsNeighboursAreRead) {
-  const std::string tooLong(platform::kMaxLineBytes + 1, 'x');
-  struct Case {
-    std::string record;
-    const char* warning;
-  };
+  const std::string tooLong(kMaxLineBytes + 1, 'x');
   const std::string dn = "dn: CN=X,DC=site,DC=example\n";
-  const Case cases[] = {
-      {dn + "no colon here\n", "domain.ldif:10: a line without \":\""},
-      {dn + "two words: x\n", "domain.ldif:10: not an attribute"},
-      {dn + "sn:: abc\n", "domain.ldif:10: not base64"},
-      {dn + "sn:: ab\xC3\xA4=\n", "domain.ldif:10: not base64"},
-      {dn + "sn:< file:///x\n", "domain.ldif:10: values that are elsewhere are not read"},
-      {dn + "changetype: modify\nreplace: sn\nsn: x\n-\n",
-       "domain.ldif:10: a change of an entry, not an entry"},
-      {"sn: x\n" + dn, "domain.ldif:9: a record that does not begin with \"dn:\""},
-      {" x\n" + dn, "domain.ldif:9: a continuation of nothing"},
-      {dn + "sn: " + tooLong + "\n", "domain.ldif:10: line too long"},
-      {dn + tooLong + "\n", "domain.ldif:10: line too long"},
-      {dn + "objectClass: user\n", "domain.ldif:9: a user without sAMAccountName"},
-      {dn + "objectClass: user\nsAMAccountName:: YQpi\n",
-       "domain.ldif:11: sAMAccountName holds a control character"},
-      {dn + "objectClass: user\npwdLastSet: -1\n", "domain.ldif:11: pwdLastSet is not a time"},
+  const std::string account = dn + "objectClass: user\n";
+  const std::pair<std::string, const char*> cases[] = {
+      {"no colon here\n", "9: a line without \":\""},
+      {dn + "two words: x\n", "10: not an attribute"},
+      {dn + "sn:: abc\n", "10: not base64"},
+      {dn + "sn:: ab\xC3\xA4=\n", "10: not base64"},
+      {dn + "sn:< file:///x\n", "10: values that are elsewhere are not read"},
+      {dn + "changetype: modify\nreplace: sn\n-\n", "10: a change of an entry, not an entry"},
+      {"sn: x\n" + dn, "9: a record that does not begin with \"dn:\""},
+      {" x\n" + dn, "9: a continuation of nothing"},
+      {dn + "sn: " + tooLong + "\n", "10: line too long"},
+      {dn + tooLong + "\n", "10: line too long"},
+      {account, "9: a user without sAMAccountName"},
+      {account + "sAMAccountName:: YQpi\n", "11: sAMAccountName holds a control character"},
+      {account + "pwdLastSet: -1\n", "11: pwdLastSet is not a time"},
       {dn + "userAccountControl: 4294967296\n",
-       "domain.ldif:10: userAccountControl is not a number of 32 bits"},
+       "10: userAccountControl is not a number of 32 bits"},
   };
-  for (const Case& c : cases) {
+  for (const auto& [record, warning] : cases) {
     // After the head's four lines and the four of the user before.
-    const DirectorySnapshot snapshot =
-        load(kHead + user("before") + c.record + "\n" + user("after"));
-    EXPECT_THAT(snapshot.warnings.front(), c.warning);
-    EXPECT_THAT(names(snapshot), ElementsAre("before", "after")) << c.warning;
+    const DirectorySnapshot snapshot = load(kHead + user("before") + record + "\n" + user("after"));
+    EXPECT_EQ(snapshot.warnings.front(), std::string("domain.ldif:") + warning);
+    EXPECT_EQ(names(snapshot), "before after ") << warning;
   }
-}
-
-TEST_F(LdifSourceTest, TwoRecordsWithoutALineBetweenThemAreBothRead) {
-  std::string first = user("first");
-  first.pop_back();
-  const DirectorySnapshot snapshot = load(kHead + first + user("second"));
-  EXPECT_THAT(names(snapshot), ElementsAre("first", "second"));
+  // Only the line between them is missing: both are read.
+  DirectorySnapshot snapshot =
+      load(kHead + "dn: CN=a\nsAMAccountName: a\nuserAccountControl: 2\n" + user("b"));
+  EXPECT_EQ(names(snapshot), "a b ");
   EXPECT_THAT(snapshot.warnings, ElementsAre("domain.ldif:8: no empty line before this record"));
+  // Past a thousand they are only counted.
+  std::string text = kHead;
+  for (int i = 0; i < 1002; ++i) text += "x\n\n";
+  snapshot = load(text + user("after"));
+  EXPECT_EQ(snapshot.warnings.back(), "domain.ldif: 2 further faults");
+  EXPECT_EQ(names(snapshot), "after ");
 }
 
 TEST_F(LdifSourceTest, AValueThatNobodyWantsMayHaveAnyLength) {
-  // Longer than what is read at once, and with the wanted line after it still found in its place.
-  const std::string photo = "photo: " + std::string(3 * platform::kMaxLineBytes, 'x') + "\r\n";
+  // Longer than what is read at once; the wanted line after it is still found in its place.
+  const std::string photo = "photo: " + std::string(3 * kMaxLineBytes, 'x') + "\r\n";
   const DirectorySnapshot snapshot =
       load(kHead + user("a", photo + "pwdLastSet: 77\n") + user("b"));
-  ASSERT_THAT(names(snapshot), ElementsAre("a", "b"));
-  EXPECT_THAT(snapshot.warnings, IsEmpty());
-  ASSERT_EQ(LdifSource(kFile).expirePassword(snapshot.entries[0], error), platform::kNetSuccess);
+  ASSERT_EQ(names(snapshot), "a b ");
+  ASSERT_EQ(expire(snapshot.entries[0]), kNetSuccess);
   EXPECT_TRUE(fileText().find("x\r\npwdLastSet:  0\n\ndn: CN=b") != std::string::npos);
-}
-
-TEST_F(LdifSourceTest, FaultsAreCountedPastAThousand) {
-  std::string text = kHead;
-  for (int i = 0; i < 1002; ++i) text += "x\n\n";
-  const DirectorySnapshot snapshot = load(text + user("after"));
-  ASSERT_EQ(snapshot.warnings.size(), 1001U);
-  EXPECT_EQ(snapshot.warnings.back(), "domain.ldif: 2 further faults");
-  EXPECT_THAT(names(snapshot), ElementsAre("after"));
-}
-
-TEST_F(LdifSourceTest, WithoutADomainHeadTheUsersTellTheDomain) {
-  EXPECT_EQ(load(user("a")).namingContext, "DC=site,DC=example");
 }
 
 TEST_F(LdifSourceTest, FailsAsAWholeWithOneLine) {
   DirectorySnapshot snapshot;
-  EXPECT_TRUE(platform::failed(LdifSource("missing.ldif").load(snapshot, error)));
+  EXPECT_TRUE(failed(LdifSource("missing.ldif").load(snapshot, error)));
   EXPECT_EQ(error.text, "missing.ldif: No such file or directory");
   std::filesystem::create_directory("folder");
-  EXPECT_TRUE(platform::failed(LdifSource("folder").load(snapshot, error)));
-  EXPECT_THAT(error.text, testing::StartsWith("folder: "));
-  load(
-      std::string("\xFF\xFE"
-                  "d\0n\0",
-                  6));
+  EXPECT_TRUE(failed(LdifSource("folder").load(snapshot, error)));
+  load(std::string("\xFF\xFE d\0n\0", 6));
   EXPECT_EQ(error.text, "domain.ldif:1: UTF-16; LDIF is ASCII or UTF-8");
-  EXPECT_THAT(load("\n\nMZ\x90").warnings, IsEmpty());
+  load("\n\nMZ\x90");
   EXPECT_EQ(error.text, "domain.ldif: no domain in it; domain.ldif:3: a line without \":\"");
-  EXPECT_TRUE(platform::failed(status));
+  EXPECT_TRUE(failed(status));
+  EXPECT_EQ(load(user("a")).namingContext, "DC=site,DC=example");  // as its users tell
 }
 
 TEST_F(LdifSourceTest, ExpiryOverwritesTheAttributeAndNothingElse) {
-  struct Case {
-    const char* before;
-    const char* after;
-  };
-  const Case cases[] = {
+  const std::pair<std::string, std::string> cases[] = {
       {"pwdLastSet: 134000000000000000\n", "pwdLastSet: 0\n################\n"},
       {"pwdlastset: 134000000000000000\r\n", "pwdLastSet: 0\r\n###############\r\n"},
       {"pwdLastSet:: MTM0MDAwMDAwMDAwMDAwMDAw\n", "pwdLastSet: 0\n#######################\n"},
@@ -186,61 +159,50 @@ TEST_F(LdifSourceTest, ExpiryOverwritesTheAttributeAndNothingElse) {
       {"pwdLastSet: 123\n", "pwdLastSet: 0\n#\n"},
       {"pwdLastSet: 123\r\n", "pwdLastSet:   0\r\n"},
       {"pwdLastSet: 12\n", "pwdLastSet:  0\n"},
-      {"pwdLastSet: 1\n", "pwdLastSet: 0\n"},
       {"pwdLastSet:1\n", "pwdLastSet:0\n"},
       {"pwdLastSet:0\n", "pwdLastSet:0\n"},
   };
-  for (const Case& c : cases) {
-    for (const char* mark : {"", "\xEF\xBB\xBF"}) {
-      // The last one of the file, too, has no line end after it.
-      const std::string start = mark + kHead + user("a") + "dn: CN=b\\,\n  c,DC=x\n" +
+  const std::string tail = "mail: b@site.example\n\n" + user("c");
+  for (const auto& [before, after] : cases) {
+    for (const std::string rest : {tail.c_str(), ""}) {
+      const std::string start = "\xEF\xBB\xBF" + kHead + "dn: CN=b\\,\n  c,DC=x\n" +
                                 "sAMAccountName: b\nuserAccountControl: 512\n";
-      const std::string rest = "mail: b@site.example\n\n" + user("c");
-      const DirectorySnapshot snapshot = load(start + c.before + rest);
-      ASSERT_EQ(snapshot.entries.size(), 3U) << c.before;
-      EXPECT_EQ(LdifSource(kFile).expirePassword(snapshot.entries[1], error), platform::kNetSuccess)
-          << c.before << error.text;
-      EXPECT_EQ(fileText(), start + c.after + rest);
-      // Once more changes nothing, and the file reads as it did but for the one value.
-      EXPECT_EQ(LdifSource(kFile).expirePassword(snapshot.entries[1], error),
-                platform::kNetSuccess);
+      const DirectorySnapshot snapshot = load(start + before + rest);
+      // The second time changes nothing.
+      EXPECT_EQ(expire(snapshot.entries[0]), kNetSuccess) << before << error.text;
+      EXPECT_EQ(expire(snapshot.entries[0]), kNetSuccess) << before << error.text;
+      EXPECT_EQ(fileText(), start + after + rest);
       const DirectorySnapshot again = load(fileText());
-      EXPECT_EQ(fileText(), start + c.after + rest);
-      EXPECT_THAT(again.warnings, IsEmpty());
-      EXPECT_EQ(again.entries[1].pwdLastSet, 0);
-      EXPECT_EQ(again.entries[1].mail, "b@site.example");
+      EXPECT_EQ(names(again), names(snapshot));
+      EXPECT_EQ(again.entries[0].pwdLastSet, 0);
+      EXPECT_TRUE(again.warnings.empty());
     }
   }
-}
-
-TEST_F(LdifSourceTest, ExpiryAtTheVeryEndOfTheFile) {
-  const DirectorySnapshot snapshot = load(
-      "dn: CN=a,DC=x\nobjectClass: user\nsAMAccountName: a\n"
-      "pwdLastSet: 134000000000000000");
-  EXPECT_EQ(LdifSource(kFile).expirePassword(snapshot.entries[0], error), platform::kNetSuccess);
-  EXPECT_THAT(fileText(), testing::EndsWith("\npwdLastSet: 0\n################"));
+  const DirectorySnapshot snapshot = load(user("a", "pwdLastSet: 1340000000000"));
+  EXPECT_EQ(expire(snapshot.entries[0]), kNetSuccess);
+  EXPECT_EQ(fileText(), user("a", "pwdLastSet: 0\n###########"));
 }
 
 TEST_F(LdifSourceTest, ExpiryLeavesAFileThatChangedSinceAlone) {
   const std::string line = "pwdLastSet: 134000000000000000\n";
-  const std::string before = kHead + user("a", line) + user("b", line);
+  const std::string start = kHead + user("a", line);
+  const std::string before = start + user("b", line);
   const DirectoryEntry entry = load(before).entries[1];
   const std::string others[] = {
-      kHead + user("a", line) + user("x", line),  // another user at that place
-      kHead + user("a", line) + user("b", "pwdLastSet: 134000000000000001\n"),
-      kHead + user("a", line) + user("b", "pwdLastSet: 134000000000000000\n 1\n"),
-      "#\n" + before,                        // moved
-      before.substr(0, before.size() - 10),  // cut
+      start + user("x", line),  // another user in that place
+      start + user("b", "pwdLastSet: 134000000000000001\n"),
+      start + user("b", "pwdLastSet: 134000000000000000\n 1\n"),
+      "#\n" + before,
+      before.substr(0, before.size() - 10),
       "",
   };
   for (const std::string& other : others) {
-    ASSERT_TRUE(platform::writeWholeFile(kFile, other));
-    EXPECT_EQ(LdifSource(kFile).expirePassword(entry, error), platform::kNetWriteFault) << other;
+    ASSERT_TRUE(writeWholeFile(kFile, other));
+    EXPECT_EQ(expire(entry), kNetWriteFault) << other;
     EXPECT_EQ(error.text, "domain.ldif: changed since it was read; not touched");
     EXPECT_EQ(fileText(), other);
   }
-  const DirectorySnapshot without = load(kHead + user("a"));
-  EXPECT_EQ(LdifSource(kFile).expirePassword(without.entries[0], error), platform::kNetWriteFault);
+  EXPECT_EQ(expire(load(user("a")).entries[0]), kNetWriteFault);
 }
 
 }  // namespace
