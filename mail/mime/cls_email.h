@@ -1,5 +1,6 @@
 // The implementation behind KvEmail: every operation, inside its method bracket, over the internal
-// message. Texts are UTF-8 here. The mail-sending object uses the part marked below.
+// message. Texts are UTF-8 here, file names as platform/files.h wants them. Operations that give
+// text give nothing when they fail. The mail-sending object uses the part marked below.
 #pragma once
 
 #include <memory>
@@ -16,33 +17,68 @@ namespace kelvado {
 
 class ClsEmail : public ClsBase {
  public:
+  using Text = std::optional<std::string>;
+
   ClsEmail();
-  explicit ClsEmail(std::unique_ptr<Email2> message);  // null is allowed: no internal message
+  explicit ClsEmail(std::unique_ptr<Email2> message);  // null: there is no internal message
   ~ClsEmail() override;
 
   // --- for the mail-sending object ---
 
   // Null when there is no internal message.
   const Email2* message() const { return message_.get(); }
-  // Makes an empty message when there is none.
   void createMessageIfMissing(LogBase& log);
-  bool hasReplacePatterns() const { return !replacePatterns_.empty(); }
   // A copy to prepare and send, with the replacement patterns applied. Null when there is no
   // internal message.
   std::unique_ptr<Email2> cloneForSending(LogBase& log) const;
+  bool hasReplacePatterns() const { return !replacePatterns_.empty(); }
 
-  // --- operations of KvEmail ---
+  // --- operations of KvEmail, under their own names ---
 
   void putSubject(std::string_view subject);
   void putFrom(std::string_view from);
-  void putBody(std::string_view text);
-  bool add(RecipientKind kind, std::string_view name, std::string_view address);
-  bool setHtmlBody(const std::optional<std::string>& html);
+  void putBody(std::string text);
+
+  bool addRecipient(std::string_view method, RecipientKind kind, std::string_view name,
+                    std::string_view address);
+  bool addMultiple(std::string_view method, RecipientKind kind, std::string_view list);
+  Text getRecipients(std::string_view method, RecipientKind kind);
+
   bool addHeaderField(std::string_view name, std::string_view value);
-  bool addRelatedFile2(const std::string& path, std::string_view nameInHtml,
-                       std::string_view pathForLog);
+  Text getHeaderField(std::string_view name);
+  Text getHeaderFieldName(int index);
+  Text getHeaderFieldValue(int index);
+
+  bool setHtmlBody(Text html);
+  bool setTextBody(std::string text, std::string_view contentType);
+  bool addAlternativeBody(std::string_view method, std::string text, std::string_view contentType);
+  Text getTextBody(std::string_view method, std::string_view contentType);
+
+  bool addRelatedFile2(const std::string& path, std::string_view nameInHtml);
+  Text addRelatedFile(const std::string& path);
+  Text addRelatedContent(std::string_view method, std::string_view nameInHtml, std::string bytes);
+  bool addFileAttachment(const std::string& path);
+  bool addAttachment(std::string_view method, std::string_view fileName, std::string bytes);
+
+  Text getMime();
+  bool saveEml(const std::string& path);
+  bool loadEml(const std::string& path);
+  bool setFromMimeText(std::string_view text);
+
+  // Null on failure.
+  std::unique_ptr<ClsEmail> clone();
+  std::unique_ptr<ClsEmail> createReply();
+  std::unique_ptr<ClsEmail> createForward();
+
+  bool setReplacePattern(std::string_view pattern, std::string_view replacement);
+  std::string bEncodeString(std::string_view text, std::string_view charset);
+  std::string qEncodeString(std::string_view text, std::string_view charset);
 
  private:
+  bool hasMessage(const MethodBracket& method) const;
+  bool parseInto(std::string_view text, const MethodBracket& method);
+  std::string mimeText() const;
+
   std::unique_ptr<Email2> message_;
   std::vector<std::pair<std::string, std::string>> replacePatterns_;
 };

@@ -18,6 +18,8 @@ struct ContentType {
   std::string smimeType;
   bool flowed = false;
 
+  static ContentType ofType(std::string_view type);
+
   bool isText() const;       // begins with "text"
   bool isMultipart() const;  // begins with "multipart"
 

@@ -22,12 +22,6 @@ namespace kelvado {
 
 enum class RecipientKind { To, Cc, Bcc };
 
-// How a body's line ends are treated when it is written.
-enum class BodyKind {
-  Text,   // lines: any line end becomes CR LF
-  Exact,  // a file's bytes: encoded so that they come back as they are
-};
-
 class Email2 {
  public:
   // A message with the default fields of a new one.
@@ -35,19 +29,17 @@ class Email2 {
   // A part without a message's own fields.
   static std::unique_ptr<Email2> createPart(std::string_view contentType,
                                             std::string_view transferEncoding);
-  // A container with a fresh boundary: "multipart/mixed", "/alternative" or "/related".
-  static std::unique_ptr<Email2> createContainer(std::string_view contentType);
 
   ~Email2();
   std::unique_ptr<Email2> clone() const;
 
   // --- header ---
 
-  // Takes line breaks and NULs out of the value. An empty name is ignored; a name that can't be a
-  // field's, or a Content-Type that does not fit the part's structure, is refused and logged.
-  // "Content-Transfer-Encoding", "Content-ID", "Content-Type", "Date", "From" and "Reply-To" go
-  // through their own setters. A value that is not ASCII gives a message without a charset one
-  // that can carry it.
+  // Takes line breaks and NULs out of the value. An empty name is ignored; a name that no field can
+  // have, an unknown transfer encoding and a Content-Type that does not fit the part's structure
+  // are refused and logged. "Content-Transfer-Encoding", "Content-ID", "Content-Type",
+  // "Content-Disposition", "From", "Reply-To" and "Return-Path" go through their own setters. A
+  // value that is not ASCII gives a message without a charset one that can carry it.
   bool setHeaderField(std::string_view name, std::string_view value, LogBase& log);
   void removeHeaderField(std::string_view name);
   // Unfolded, as UTF-8; empty when there is none.
@@ -59,15 +51,14 @@ class Email2 {
   const EmailAddress& from() const { return from_; }
   void generateMessageId(LogBase& log);
   void generateMessageId();
-  void setDateToNow();
 
   // --- addresses ---
 
   // False when no mail could be sent to the address.
   bool addRecipient(RecipientKind kind, const EmailAddress& recipient);
   std::vector<EmailAddress> recipientList(RecipientKind kind) const;
-  // Plain addresses, as for RCPT TO. Bcc: from the "Bcc" header of a prepared copy and from the
-  // private one of a message that is not prepared yet.
+  // Plain addresses, as for RCPT TO. Bcc: those of the "Bcc" header of a prepared copy, and those
+  // of the private header of a message that is not prepared yet.
   std::vector<std::string> recipients(RecipientKind kind) const;
   // The explicit bounce address ("Return-Path" set by name; it outlives that field), else the
   // From address.
@@ -75,46 +66,44 @@ class Email2 {
 
   // --- content ---
 
-  const std::string& contentType() const { return contentType_.type; }
-  const std::string& charset() const { return contentType_.charset; }
-  const ContentType& contentTypeParts() const { return contentType_; }
+  const ContentType& contentType() const { return contentType_; }
   void setContentType(const ContentType& contentType);
   void setCharset(std::string_view charset);
   const std::string& transferEncoding() const { return transferEncoding_; }
   void setTransferEncoding(std::string_view encoding);
-  const std::string& disposition() const { return disposition_; }
   const std::string& filename() const { return filename_; }
   void setDisposition(std::string_view disposition, std::string_view filename);
-  const std::string& contentId() const { return contentId_; }
   void setContentId(std::string_view contentId);
   void setContentLocation(std::string_view location);
-  bool isAttachment() const;
+  bool isAttachment() const;  // and no part of the message's own text
 
-  // Text is UTF-8. Text that the part's charset can't carry makes that "utf-8", except that
-  // "us-ascii" stays what it says.
+  // Text is UTF-8; its line ends leave as CR LF. Text that is not ASCII gives a part without a
+  // charset "utf-8", and so does text that the part's charset can't carry, except that "us-ascii"
+  // stays what it says.
   void setTextBody(std::string text);
-  void setBody(std::shared_ptr<const DataBuffer> bytes, BodyKind kind);
-  std::string_view body() const;  // UTF-8 when it is text
-  bool bodyIsText() const { return bodyKind_ == BodyKind::Text; }
+  // Bytes that are to come back as they are.
+  void setBody(std::string bytes);
+  std::string_view body() const;  // as it was set
+  std::string textBody() const;   // as UTF-8, whatever it is held in
 
   const std::vector<std::unique_ptr<Email2>>& children() const { return children_; }
-  void addChild(std::unique_ptr<Email2> child);
 
-  // --- the roles of parts ---
+  // --- the roles of parts (email2_structure.cpp) ---
 
-  // The part that holds the message's own text: the message itself or, inside its containers, the
-  // first part. Of alternatives: the HTML one, else the first.
-  Email2& mainTextPart();
-  // Null when the message has no such part. Attachments are not looked at.
+  // Of the message's main text part, which keeps its type.
+  void setMainText(std::string text);
+  // The type is "text/html" or "text/plain" or another of text; replaces the message's own text.
+  void setOwnText(std::string text, std::string_view contentType);
+  // Beside the message's own text, in a multipart/alternative, plain text first.
+  void setAlternativeText(std::string text, std::string_view contentType);
+  // Null when the message has no such text of its own.
   const Email2* findText(std::string_view contentType) const;
-  void setHtmlBody(std::string html);
-  void setPlainTextBody(std::string text, std::string_view contentType);
-  // Adds an alternative of the type beside the body, in a multipart/alternative, plain text first.
-  void setAlternativeBody(std::string text, std::string_view contentType);
+  // In the subject and in the message's own texts; every occurrence.
+  void replaceInTexts(std::string_view from, std::string_view to);
+  // Takes another message's content over, with the fields that describe it.
+  void takeContent(Email2& other);
   void addRelated(std::unique_ptr<Email2> item);
   void addAttachment(std::unique_ptr<Email2> item);
-  std::vector<const Email2*> attachments() const;
-  std::vector<const Email2*> relatedItems() const;
 
   // --- the wire ---
 
@@ -130,23 +119,35 @@ class Email2 {
   friend class MimeMessage2;
   Email2() = default;
 
-  void rebuildContentType();
-  void rebuildDisposition();
+  void setContentDisposition(std::string_view value);
+  bool setContentTypeField(std::string_view value, LogBase& log);
   void adoptCharsetFor(std::string_view text);
-  void splitOffBody(Email2& container);
-  Email2* relatedGroup();
+  void keepCharsetTrue();
+  void normaliseOwnEncoding();
+  // The body as it is before the transfer encoding: text in the part's charset. `scratch` keeps it
+  // when it had to be converted.
+  std::string_view wireBody(std::string& scratch) const;
+
+  std::unique_ptr<Email2> takeContentAsPart();
+  void becomeContainer(std::string_view contentType, std::string_view marker);
+  Email2& ownContent();
+  Email2& textPart();
+  Email2* findTextPart(std::string_view contentType);
+  void setText(std::string text, std::string_view contentType, std::string_view messageCharset);
+  void setInAlternative(std::string text, std::string_view contentType,
+                        std::string_view messageCharset);
+  bool hasNoContentYet() const;
 
   MimeHeader header_;
   ContentType contentType_;
   std::string transferEncoding_;
   std::string disposition_;
   std::string filename_;
-  std::string contentId_;
-  std::string contentLocation_;
   EmailAddress from_;
   std::optional<std::string> bounceAddress_;
   std::shared_ptr<const DataBuffer> body_;  // null: empty
-  BodyKind bodyKind_ = BodyKind::Text;
+  bool bodyIsUtf8_ = true;                  // else in the part's charset, or no text at all
+  bool keepLineEnds_ = false;               // the bytes of a file, not lines
   std::vector<std::unique_ptr<Email2>> children_;
 };
 

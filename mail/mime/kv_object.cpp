@@ -72,4 +72,8 @@ const char* KvObject::result(std::string_view utf8) {
   return slot->getString();
 }
 
+const char* KvObject::resultOrNull(const std::optional<std::string>& utf8) {
+  return utf8.has_value() ? result(*utf8) : nullptr;
+}
+
 }  // namespace kelvado

@@ -6,6 +6,7 @@
 
 #include <array>
 #include <memory>
+#include <optional>
 #include <string>
 #include <string_view>
 
@@ -47,6 +48,8 @@ class KvObject {
 
   // Gives `utf8` out through the next slot of the ring.
   const char* result(std::string_view utf8);
+  // Null for nothing, which takes no slot.
+  const char* resultOrNull(const std::optional<std::string>& utf8);
 
   void checkValid() const { validity_.check(); }
 

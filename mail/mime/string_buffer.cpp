@@ -1,6 +1,7 @@
 #include "mail/mime/string_buffer.h"
 
 #include "mail/mime/data_buffer.h"
+#include "mail/mime/hex_digit.h"
 #include "mail/mime/text_tools.h"
 
 namespace kelvado {
@@ -100,11 +101,10 @@ bool StringBuffer::contains8bit() const {
 
 void StringBuffer::appendHex(const DataBuffer& data) {
   validity_.check();
-  constexpr char kDigits[] = "0123456789ABCDEF";
   for (const char c : data.view()) {
     const auto byte = static_cast<unsigned char>(c);
-    text_.push_back(kDigits[byte >> 4]);
-    text_.push_back(kDigits[byte & 0x0F]);
+    text_.push_back(kHexDigits[byte >> 4]);
+    text_.push_back(kHexDigits[byte & 0x0F]);
   }
 }
 

@@ -1,0 +1,48 @@
+// A character set as a message names it, and the conversion of text to and from it. Pure.
+// Used where text is written or read, and where a message chooses its charset.
+#pragma once
+
+#include <cstdint>
+#include <string>
+#include <string_view>
+
+#include "mail/mime/charset_naming.h"
+
+namespace kelvado {
+
+class Charset {
+ public:
+  Charset() = default;  // none
+  explicit Charset(std::string_view name);
+
+  // The one that a message adopts for text that is not ASCII. Of those that can carry the text it
+  // is always UTF-8: the body and further names, which are not known yet, may need more than a
+  // narrower one has.
+  static Charset forText(std::string_view utf8);
+
+  const std::string& name() const { return name_; }
+  // kNoCodePage when there is no charset, or one of an unknown name.
+  std::uint32_t codePage() const { return codePage_; }
+  bool isUtf8() const;
+  bool isWide() const;  // UTF-16 or UTF-32
+  bool isUsAscii() const { return codePage_ == kUsAsciiCodePage; }
+
+ private:
+  std::string name_;  // lower case
+  std::uint32_t codePage_ = kNoCodePage;
+};
+
+class EncodingConvert {
+ public:
+  // False, with `out` empty, when the charset is unknown to the system. `lossy` (may be null) is
+  // set when a character had to be replaced.
+  static bool toUtf8(const Charset& from, std::string_view bytes, std::string& out,
+                     bool* lossy = nullptr);
+  static bool fromUtf8(const Charset& to, std::string_view utf8, std::string& out,
+                       bool* lossy = nullptr);
+};
+
+// Valid UTF-8 whatever came: what is not stays readable as far as it can.
+std::string repairedUtf8(std::string_view text);
+
+}  // namespace kelvado

@@ -1,0 +1,18 @@
+// Replies to and forwards of a message. Used by KvEmail.
+#pragma once
+
+#include <memory>
+
+#include "mail/mime/email2.h"
+
+namespace kelvado {
+
+// To the address that replies go to, from the one that the message was sent to, with "Re: " before
+// the subject, the references of the thread and the quoted text.
+std::unique_ptr<Email2> createReplyTo(const Email2& original, LogBase& log);
+
+// To nobody yet, with "Fwd: " before the subject, the original's main fields above its text, and
+// everything that was attached to it.
+std::unique_ptr<Email2> createForwardOf(const Email2& original, LogBase& log);
+
+}  // namespace kelvado

@@ -1,0 +1,32 @@
+// Encoded words (RFC 2047): header text that is not plain ASCII, in B or Q form. Pure functions.
+// No word is longer than 75 characters, goes over a line end or splits a character.
+#pragma once
+
+#include <cstddef>
+#include <string>
+#include <string_view>
+
+namespace kelvado {
+
+inline constexpr std::size_t kMaxHeaderColumns = 76;  // RFC 2047 section 2
+
+// Charsets whose text is written in B words; any other is written in Q words.
+bool usesBWords(std::string_view charset);
+
+// The text in words of the charset, folded with "\r\n " between words; empty means "utf-8", and so
+// does a charset that is unknown or can't carry the text. `column` is where the first word will
+// stand. A byte-order mark of "utf-8" text is dropped; nothing but the mark gives no word. Left
+// unchanged are text that already holds words of the form, and text of "us-ascii".
+std::string encodeQWords(std::string_view utf8, std::string_view charset, std::size_t column = 0);
+std::string encodeBWords(std::string_view utf8, std::string_view charset, std::size_t column = 0);
+// In the form that the charset asks for. Text without a byte of 0x80 or above stays as it is.
+std::string encodeHeaderText(std::string_view utf8, std::string_view charset,
+                             std::size_t column = 0);
+// The same for text that must not stay as it is, ASCII or not.
+std::string encodeHeaderWords(std::string_view utf8, std::string_view charset, std::size_t column);
+
+// Replaces every encoded word by its text, as UTF-8, and drops the white space between words. Words
+// of an unknown charset stay as they are. The result may hold any character, a line break too.
+std::string decodeHeaderText(std::string_view value);
+
+}  // namespace kelvado

@@ -1,0 +1,142 @@
+#include "mail/mime/header_writer.h"
+
+#include <algorithm>
+
+#include "mail/mime/email_address.h"
+#include "mail/mime/encoded_word.h"
+#include "mail/mime/text_tools.h"
+
+namespace kelvado {
+namespace {
+
+// The charset of subjects and names on the wire, whatever the body's is.
+constexpr std::string_view kWordCharset = "utf-8";
+
+// Free text, in which a word too long for a line may become encoded words. In other fields that
+// would change the meaning, and such a word stays whole up to the limit of a line.
+bool isFreeText(std::string_view name) {
+  for (const std::string_view free :
+       {"Subject", "Comments", "Content-Description", "Organization", "Thread-Topic", "Keywords"}) {
+    if (equalsNoCase(name, free)) return true;
+  }
+  return beginsWithNoCase(name, "X-");
+}
+
+// What a stretch without a blank may be long: at the start of the value, and further on.
+struct Longest {
+  std::size_t first;
+  std::size_t other;
+};
+
+// Appends one line, which has no line break, folded at blanks so that it keeps to 76 columns where
+// it can. False when a stretch is too long.
+bool appendFoldedLine(std::string_view line, std::size_t column, bool isFirst,
+                      const Longest& longest, std::string& out) {
+  bool first = isFirst;
+  while (!line.empty()) {
+    // A stretch: the blanks, at which a line may be folded, and the word behind them.
+    const std::size_t word = std::min(line.find_first_not_of(" \t"), line.size());
+    const std::size_t length = std::min(line.find_first_of(" \t", word), line.size());
+    if (length > (first ? longest.first : longest.other)) return false;
+    // The first word stays behind the field's name, and no line is made of blanks only.
+    if (column + length > kMaxHeaderColumns && word > 0 && column > 0 && !first) {
+      out.append("\r\n");
+      column = 0;
+    }
+    out.append(line.substr(0, length));
+    column += length;
+    line.remove_prefix(length);
+    first = false;
+  }
+  return true;
+}
+
+// The same for a value that may hold folds already; those stay. On false, what was appended is to
+// be thrown away.
+bool appendFolded(std::string_view text, std::size_t column, const Longest& longest,
+                  std::string& out) {
+  for (bool first = true;; first = false, column = 0) {
+    const std::size_t end = text.find("\r\n");
+    if (!appendFoldedLine(text.substr(0, end), column, first, longest, out)) return false;
+    if (end == std::string_view::npos) return true;
+    out.append("\r\n");
+    text.remove_prefix(end + 2);
+  }
+}
+
+// The last resort for what can't be folded at blanks: a fold wherever the line is full.
+void appendBroken(std::string_view text, std::size_t column, std::string& out) {
+  for (const char c : text) {
+    if (column >= kMaxLineOctets - 1 && c != '\r' && c != '\n') {
+      out.append("\r\n ");
+      column = 1;
+    }
+    out.push_back(c);
+    column = c == '\n' ? 0 : column + 1;
+  }
+}
+
+// The names in encoded words, one address a line.
+std::string encodedAddressList(std::string_view value, std::size_t column) {
+  std::string out;
+  for (const EmailAddress& entry : parseAddressList(value)) {
+    if (!out.empty()) {
+      out.append(",\r\n ");
+      column = 1;
+    }
+    if (entry.name.empty()) {
+      out.append(formatAddress(entry));
+      continue;
+    }
+    const std::size_t start = out.size();
+    out.append(encodeHeaderWords(entry.name, kWordCharset, column));
+    const std::size_t lineStart = out.rfind('\n');
+    const std::size_t used = lineStart == std::string::npos || lineStart < start
+                                 ? column + out.size() - start
+                                 : out.size() - lineStart - 1;
+    const bool fits = used + entry.address.size() + 3 <= kMaxHeaderColumns;
+    out.append(fits ? " <" : "\r\n <").append(entry.address).append(">");
+  }
+  return out;
+}
+
+std::string encodedValue(const MimeField& field, std::size_t column) {
+  if (isAddressField(field.name)) return encodedAddressList(field.value, column);
+  return encodeHeaderWords(field.value, kWordCharset, column);
+}
+
+}  // namespace
+
+bool isAddressField(std::string_view name) {
+  for (const std::string_view address :
+       {"From", "To", "Cc", "Bcc", "Reply-To", "Sender", "Return-Path", "Resent-From", "Resent-To",
+        "Resent-Cc", "Resent-Bcc", "Resent-Sender", "Disposition-Notification-To"}) {
+    if (equalsNoCase(name, address)) return true;
+  }
+  return false;
+}
+
+void appendHeaderField(const MimeField& field, std::string_view messageCharset, std::string& out) {
+  out.append(field.name).append(": ");
+  const std::size_t column = field.name.size() + 2;
+  const std::size_t start = out.size();
+  const bool addresses = isAddressField(field.name);
+  const bool encode =
+      contains8bit(field.value) && !(addresses && equalsNoCase(messageCharset, "us-ascii"));
+  const Longest hard{kMaxLineOctets - std::min(column, kMaxLineOctets), kMaxLineOctets};
+  const Longest soft{kMaxHeaderColumns - std::min(column, kMaxHeaderColumns), kMaxHeaderColumns};
+  const std::string words = encode ? encodedValue(field, column) : std::string();
+  const std::string_view text = encode ? words : field.value;
+  if (!appendFolded(text, column, isFreeText(field.name) ? soft : hard, out)) {
+    // Once more, in words; text that is in words already, or says so, stays and is only broken.
+    out.resize(start);
+    const std::string again = encodedValue(field, column);
+    if (!appendFolded(again, column, hard, out)) {
+      out.resize(start);
+      appendBroken(again, column, out);
+    }
+  }
+  out.append("\r\n");
+}
+
+}  // namespace kelvado

@@ -1,0 +1,49 @@
+#include "mail/mime/mime_header.h"
+
+#include <algorithm>
+
+#include "mail/mime/text_tools.h"
+
+namespace kelvado {
+
+bool isValidFieldName(std::string_view name) {
+  return !name.empty() && std::all_of(name.begin(), name.end(),
+                                      [](char c) { return c > 0x20 && c < 0x7F && c != ':'; });
+}
+
+bool isPrivateFieldName(std::string_view name) {
+  return beginsWithNoCase(name, "KVX-") || beginsWithNoCase(name, "KVZ-");
+}
+
+const std::string* MimeHeader::find(std::string_view name) const {
+  for (const MimeField& field : fields_) {
+    if (equalsNoCase(field.name, name)) return &field.value;
+  }
+  return nullptr;
+}
+
+std::string MimeHeader::get(std::string_view name) const {
+  const std::string* value = find(name);
+  return value == nullptr ? std::string() : *value;
+}
+
+void MimeHeader::set(std::string_view name, std::string value) {
+  const auto named = [name](const MimeField& field) { return equalsNoCase(field.name, name); };
+  const auto first = std::find_if(fields_.begin(), fields_.end(), named);
+  if (first == fields_.end()) {
+    add(name, std::move(value));
+    return;
+  }
+  first->value = std::move(value);
+  fields_.erase(std::remove_if(first + 1, fields_.end(), named), fields_.end());
+}
+
+void MimeHeader::add(std::string_view name, std::string value) {
+  fields_.push_back({std::string(name), std::move(value)});
+}
+
+void MimeHeader::remove(std::string_view name) {
+  std::erase_if(fields_, [name](const MimeField& field) { return equalsNoCase(field.name, name); });
+}
+
+}  // namespace kelvado

@@ -1,0 +1,37 @@
+// The tree of parts as MIME text (RFC 5322, RFC 2045, RFC 2046): read from it and written to it.
+// Reading is linear in the text for a given depth, never goes deeper than kMaxPartDepth, and takes
+// what other programs make: folded fields, LF alone as a line end, a missing last boundary, a body
+// without a line end. Pure: no files, no network.
+#pragma once
+
+#include <cstddef>
+#include <memory>
+#include <string>
+#include <string_view>
+
+#include "mail/mime/email2.h"
+
+namespace kelvado {
+
+// Beyond these a text is refused: no mail that people send comes near.
+inline constexpr std::size_t kMaxPartDepth = 64;
+inline constexpr std::size_t kMaxParts = 10000;
+inline constexpr std::size_t kMaxHeaderFields = 2000;        // of one part
+inline constexpr std::size_t kMaxHeaderBytes = 1024 * 1024;  // of one part; lists can be long
+
+class MimeMessage2 {
+ public:
+  // Null when the text goes beyond a limit; the log tells which.
+  static std::unique_ptr<Email2> parse(std::string_view text, LogBase& log);
+
+  // Appends the message, as Email2::appendMime says.
+  static void write(const Email2& message, std::string& out);
+
+ private:
+  class Reader;
+
+  static bool writePart(const Email2& part, std::string_view messageCharset, std::string& out);
+  static bool writeBody(const Email2& part, std::string& out);
+};
+
+}  // namespace kelvado

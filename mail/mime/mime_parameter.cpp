@@ -1,0 +1,225 @@
+#include "mail/mime/mime_parameter.h"
+
+#include <algorithm>
+#include <charconv>
+#include <map>
+
+#include "mail/mime/charset.h"
+#include "mail/mime/encoded_word.h"
+#include "mail/mime/hex_digit.h"
+#include "mail/mime/text_tools.h"
+
+namespace kelvado {
+namespace {
+
+// Of an encoded piece: a line of 76 less the tab, the name, its marks and "utf-8''".
+constexpr std::size_t kPieceLength = 50;
+
+// A quoted value may be this long on one line; a longer one is written in pieces.
+constexpr std::size_t kMaxQuotedLength = 500;
+
+// RFC 2231 pieces of one parameter, by number. Those whose mark says so are percent-encoded.
+struct Piece {
+  std::string value;
+  bool encoded = false;
+};
+using Pieces = std::map<unsigned, Piece>;
+
+std::string percentDecoded(std::string_view text) {
+  std::string out;
+  for (std::size_t i = 0; i < text.size(); ++i) {
+    const int high = text[i] == '%' && i + 2 < text.size() ? hexValue(text[i + 1]) : -1;
+    const int low = high >= 0 ? hexValue(text[i + 2]) : -1;
+    if (low >= 0) i += 2;
+    out.push_back(low >= 0 ? static_cast<char>(high * 16 + low) : text[i]);
+  }
+  return out;
+}
+
+std::string joined(const Pieces& pieces) {
+  std::string bytes;
+  Charset charset;
+  bool first = true;
+  for (const auto& [number, piece] : pieces) {
+    std::string_view value = piece.value;
+    if (first && piece.encoded) {  // charset'language'text
+      const std::size_t charsetEnd = value.find('\'');
+      const std::size_t languageEnd =
+          charsetEnd == std::string_view::npos ? charsetEnd : value.find('\'', charsetEnd + 1);
+      if (languageEnd != std::string_view::npos) {
+        charset = Charset(value.substr(0, charsetEnd));
+        value.remove_prefix(languageEnd + 1);
+      }
+    }
+    first = false;
+    bytes.append(piece.encoded ? percentDecoded(value) : std::string(value));
+  }
+  std::string utf8;
+  if (charset.codePage() != kNoCodePage && EncodingConvert::toUtf8(charset, bytes, utf8)) {
+    return utf8;
+  }
+  return repairedUtf8(bytes);
+}
+
+class ParameterScanner {
+ public:
+  explicit ParameterScanner(std::string_view text) : text_(text) {}
+
+  bool atEnd() const { return at_ >= text_.size(); }
+
+  // Up to one of `ends` or the end of the text, outside quotes and comments.
+  std::string take(std::string_view ends) {
+    std::string out;
+    while (!atEnd() && ends.find(text_[at_]) == std::string_view::npos) {
+      if (text_[at_] == '"') {
+        takeQuoted(out);
+      } else if (text_[at_] == '(') {
+        skipComment();
+      } else {
+        out.push_back(text_[at_++]);
+      }
+    }
+    return std::string(trimmed(out));
+  }
+
+  bool takes(char c) {
+    if (atEnd() || text_[at_] != c) return false;
+    ++at_;
+    return true;
+  }
+
+ private:
+  void takeQuoted(std::string& out) {
+    for (++at_; !atEnd() && text_[at_] != '"'; ++at_) {
+      if (text_[at_] == '\\' && at_ + 1 < text_.size()) ++at_;
+      out.push_back(text_[at_]);
+    }
+    ++at_;
+  }
+
+  void skipComment() {
+    std::size_t depth = 1;
+    for (++at_; !atEnd(); ++at_) {
+      if (text_[at_] == ')' && --depth == 0) break;
+      if (text_[at_] == '(') ++depth;
+      if (text_[at_] == '\\') ++at_;
+    }
+    ++at_;
+  }
+
+  std::string_view text_;
+  std::size_t at_ = 0;
+};
+
+// "filename*1*" is piece 1 of "filename", encoded.
+struct PieceName {
+  std::string name;
+  unsigned number = 0;
+  bool encoded = false;
+};
+
+PieceName readPieceName(std::string_view name) {
+  PieceName result;
+  if (name.ends_with('*')) {
+    result.encoded = true;
+    name.remove_suffix(1);
+  }
+  const std::size_t star = name.find('*');
+  if (star != std::string_view::npos) {
+    std::from_chars(name.data() + star + 1, name.data() + name.size(), result.number);
+    name = name.substr(0, star);
+  }
+  result.name = lowered(name);
+  return result;
+}
+
+bool isAttributeCharacter(char c) {  // RFC 5987 section 3.2.1
+  return (c >= '0' && c <= '9') || (c >= 'A' && c <= 'Z') || (c >= 'a' && c <= 'z') ||
+         std::string_view("!#$&+-.^_`|~").find(c) != std::string_view::npos;
+}
+
+std::string percentEncoded(std::string_view text) {
+  std::string out;
+  for (const char c : text) {
+    if (isAttributeCharacter(c)) {
+      out.push_back(c);
+      continue;
+    }
+    const auto byte = static_cast<unsigned char>(c);
+    out.push_back('%');
+    out.push_back(kHexDigits[byte >> 4]);
+    out.push_back(kHexDigits[byte & 0x0F]);
+  }
+  return out;
+}
+
+void appendEncoded(std::string_view name, std::string_view value, std::string& out) {
+  const std::string encoded = percentEncoded(value);
+  if (encoded.size() <= kPieceLength) {
+    out.append(name).append("*=utf-8''").append(encoded);
+    return;
+  }
+  std::size_t number = 0;
+  for (std::string_view rest = encoded; !rest.empty(); ++number) {
+    std::size_t length = std::min(kPieceLength, rest.size());
+    // Not in the middle of "%XX".
+    const std::size_t percent = rest.substr(0, length).rfind('%');
+    if (length < rest.size() && percent != std::string_view::npos && percent + 3 > length) {
+      length = percent;
+    }
+    if (number > 0) out.append(";\r\n\t");
+    out.append(name).append("*").append(std::to_string(number)).append("*=");
+    if (number == 0) out.append("utf-8''");
+    out.append(rest.substr(0, length));
+    rest.remove_prefix(length);
+  }
+}
+
+}  // namespace
+
+std::string parseParameterised(std::string_view value, std::vector<MimeParameter>& parameters) {
+  parameters.clear();
+  ParameterScanner scanner(value);
+  const std::string main = scanner.take(";");
+  // In the order in which the names first come.
+  std::vector<std::pair<std::string, Pieces>> found;
+  for (std::size_t count = 0; count < kMaxParameters && scanner.takes(';'); ++count) {
+    const PieceName name = readPieceName(scanner.take("=;"));
+    if (!scanner.takes('=')) continue;
+    const std::string text = scanner.take(";");
+    if (name.name.empty()) continue;
+    auto entry = std::find_if(found.begin(), found.end(),
+                              [&name](const auto& pair) { return pair.first == name.name; });
+    if (entry == found.end()) entry = found.insert(entry, {name.name, Pieces()});
+    // Of two the first counts, but an encoded form is better than a plain one beside it.
+    Piece& piece = entry->second[name.number];
+    if (piece.value.empty() || (name.encoded && !piece.encoded)) piece = {text, name.encoded};
+  }
+  for (const auto& [name, pieces] : found) {
+    parameters.push_back({name, withoutLineBreaks(decodeHeaderText(joined(pieces)))});
+  }
+  return main;
+}
+
+std::string parameterNamed(const std::vector<MimeParameter>& parameters, std::string_view name) {
+  for (const MimeParameter& parameter : parameters) {
+    if (equalsNoCase(parameter.name, name)) return parameter.value;
+  }
+  return {};
+}
+
+void appendParameter(std::string_view name, std::string_view value, std::string& out) {
+  const std::string clean = withoutLineBreaks(value);
+  if (contains8bit(clean) || clean.size() > kMaxQuotedLength) {
+    appendEncoded(name, clean, out);
+    return;
+  }
+  out.append(name).append("=\"");
+  for (const char c : clean) {
+    if (c == '"' || c == '\\') out.push_back('\\');
+    out.push_back(c);
+  }
+  out.push_back('"');
+}
+
+}  // namespace kelvado

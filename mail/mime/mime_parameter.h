@@ -1,0 +1,31 @@
+// Parameters of Content-Type and Content-Disposition (RFC 2045 section 5.1; RFC 2231 for what is
+// not ASCII). Pure; linear in the input.
+#pragma once
+
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace kelvado {
+
+struct MimeParameter {
+  std::string name;  // lower case, without the marks of RFC 2231
+  std::string value;
+};
+
+// A hostile value can't make more work than this.
+inline constexpr std::size_t kMaxParameters = 200;
+
+// Splits `value` into what stands before the first ';' (trimmed) and its parameters: quoted or not,
+// with comments left out, continued and encoded ones joined and decoded, encoded words decoded.
+std::string parseParameterised(std::string_view value, std::vector<MimeParameter>& parameters);
+
+// The value of a parameter, or empty.
+std::string parameterNamed(const std::vector<MimeParameter>& parameters, std::string_view name);
+
+// Appends `name="value"` with quotes and backslashes escaped, and without line breaks and NULs, or,
+// when the value is not ASCII, `name*=utf-8''...` in as many pieces as lines need, each but the
+// first after ";\r\n\t".
+void appendParameter(std::string_view name, std::string_view value, std::string& out);
+
+}  // namespace kelvado

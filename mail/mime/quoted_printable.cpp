@@ -1,0 +1,184 @@
+#include "mail/mime/quoted_printable.h"
+
+#include <array>
+#include <cstdint>
+#include <cstring>
+
+#include "mail/mime/hex_digit.h"
+#include "mail/mime/text_tools.h"
+
+namespace kelvado {
+namespace {
+
+constexpr std::size_t kLastColumn = kBodyLineLength - 1;  // one is kept for the '=' of a soft break
+constexpr std::size_t kEscapeLength = 3;
+
+constexpr bool isLiteral(unsigned char byte) {
+  return (byte >= 0x20 && byte <= 0x7E && byte != '=') || byte == '\t';
+}
+constexpr std::array<bool, 256> makeLiterals() {
+  std::array<bool, 256> literals{};
+  for (std::size_t i = 0; i < literals.size(); ++i) {
+    literals[i] = isLiteral(static_cast<unsigned char>(i));
+  }
+  return literals;
+}
+constexpr std::array<bool, 256> kLiteral = makeLiterals();
+
+constexpr std::uint64_t everyByte(std::uint64_t value) {
+  return value * 0x0101010101010101U;
+}
+
+// Whether each of the eight bytes is 0x20 to 0x7E and no '='.
+bool allLiteral(std::uint64_t word) {
+  const auto zeroBytes = [](std::uint64_t bytes) { return (bytes - everyByte(0x01)) & ~bytes; };
+  const std::uint64_t below = (word - everyByte(0x20)) & ~word;
+  const std::uint64_t found =
+      word | below | zeroBytes(word ^ everyByte('=')) | zeroBytes(word ^ everyByte(0x7F));
+  return (found & everyByte(0x80)) == 0;
+}
+
+// How many bytes at the start of `text` can stand for themselves, at most `limit`.
+std::size_t literalRun(std::string_view text, std::size_t limit) {
+  if (limit > text.size()) limit = text.size();
+  std::size_t run = 0;
+  while (run + sizeof(std::uint64_t) <= limit) {
+    std::uint64_t word = 0;
+    std::memcpy(&word, text.data() + run, sizeof word);
+    if (!allLiteral(word)) break;
+    run += sizeof word;
+  }
+  while (run < limit && kLiteral[static_cast<unsigned char>(text[run])]) ++run;
+  return run;
+}
+
+// Builds lines in a small buffer that stays in the cache, and appends them in larger pieces.
+class LineWriter {
+ public:
+  explicit LineWriter(std::string& out) : out_(out) {}
+  ~LineWriter() { flush(); }
+  LineWriter(const LineWriter&) = delete;
+  LineWriter& operator=(const LineWriter&) = delete;
+
+  std::size_t room() const { return kLastColumn - column_; }
+
+  void literal(std::string_view run) {
+    std::memcpy(buffer_.data() + used_, run.data(), run.size());
+    used_ += run.size();
+    column_ += run.size();
+  }
+
+  void escape(char c) {
+    if (room() < kEscapeLength) softBreak();
+    const auto byte = static_cast<unsigned char>(c);
+    const char escaped[] = {'=', kHexDigits[byte >> 4], kHexDigits[byte & 0x0F]};
+    literal({escaped, sizeof escaped});
+  }
+
+  void softBreak() {
+    literal("=");
+    endLine();
+  }
+
+  void hardBreak() {
+    protectTrailingBlank();
+    endLine();
+  }
+
+  // A blank at the end of a line would be lost on the way.
+  void protectTrailingBlank() {
+    if (column_ == 0 || !isBlank(buffer_[used_ - 1])) return;
+    const char blank = buffer_[used_ - 1];
+    --used_;
+    --column_;
+    escape(blank);
+  }
+
+ private:
+  void endLine() {
+    buffer_[used_++] = '\r';
+    buffer_[used_++] = '\n';
+    column_ = 0;
+    if (used_ + kBodyLineLength + 2 > buffer_.size()) flush();
+  }
+
+  void flush() {
+    out_.append(buffer_.data(), used_);
+    used_ = 0;
+  }
+
+  std::string& out_;
+  std::array<char, 4096> buffer_;
+  std::size_t used_ = 0;
+  std::size_t column_ = 0;
+};
+
+// The length of the line end at the start of `text`, 0 when there is none.
+std::size_t lineEndLength(std::string_view text, LineEnds lineEnds) {
+  if (text.substr(0, 2) == "\r\n") return 2;
+  if (lineEnds == LineEnds::Exact) return 0;
+  return text.front() == '\n' || text.front() == '\r' ? 1 : 0;
+}
+
+// One line, without its line end. True when the line goes on after it (a soft break).
+bool decodeLine(std::string_view line, std::string& out) {
+  while (!line.empty() && isBlank(line.back())) line.remove_suffix(1);
+  while (!line.empty()) {
+    const std::size_t escape = line.find('=');
+    out.append(line.substr(0, escape));
+    if (escape == std::string_view::npos) return false;
+    line.remove_prefix(escape + 1);
+    if (line.empty()) return true;
+    const int high = hexValue(line[0]);
+    const int low = line.size() > 1 ? hexValue(line[1]) : -1;
+    if (high < 0 || low < 0) {
+      out.push_back('=');
+    } else {
+      out.push_back(static_cast<char>(high * 16 + low));
+      line.remove_prefix(2);
+    }
+  }
+  return false;
+}
+
+}  // namespace
+
+void quotedPrintableAppend(std::string_view bytes, LineEnds lineEnds, std::string& out) {
+  out.reserve(out.size() + bytes.size() + bytes.size() / 32);
+  LineWriter lines(out);
+  while (!bytes.empty()) {
+    const std::size_t run = literalRun(bytes, lines.room());
+    lines.literal(bytes.substr(0, run));
+    bytes.remove_prefix(run);
+    if (bytes.empty()) break;
+    const std::size_t lineEnd = lineEndLength(bytes, lineEnds);
+    if (lineEnd > 0) {
+      lines.hardBreak();
+      bytes.remove_prefix(lineEnd);
+    } else if (kLiteral[static_cast<unsigned char>(bytes.front())]) {
+      lines.softBreak();  // the line is full
+    } else {
+      lines.escape(bytes.front());
+      bytes.remove_prefix(1);
+    }
+  }
+  lines.protectTrailingBlank();
+}
+
+std::string quotedPrintableDecode(std::string_view text) {
+  std::string out;
+  out.reserve(text.size());
+  while (!text.empty()) {
+    const std::size_t newline = text.find('\n');
+    std::string_view line = text.substr(0, newline);
+    const bool crLf = newline != std::string_view::npos && !line.empty() && line.back() == '\r';
+    if (crLf) line.remove_suffix(1);
+    const bool goesOn = decodeLine(line, out);
+    if (newline == std::string_view::npos) break;
+    if (!goesOn) out.append(crLf ? "\r\n" : "\n");
+    text.remove_prefix(newline + 1);
+  }
+  return out;
+}
+
+}  // namespace kelvado

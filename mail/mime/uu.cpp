@@ -1,0 +1,92 @@
+#include "mail/mime/uu.h"
+
+#include <algorithm>
+
+#include "mail/mime/text_tools.h"
+
+namespace kelvado {
+namespace {
+
+constexpr std::size_t kBytesPerLine = 45;  // the length is one character, and 45 gives 60 more
+
+char digit(unsigned value) {
+  value &= 0x3F;
+  return value == 0 ? '`' : static_cast<char>(value + ' ');  // a blank might be lost on the way
+}
+
+unsigned valueOf(char c) {
+  return (static_cast<unsigned char>(c) - static_cast<unsigned char>(' ')) & 0x3F;
+}
+
+void appendLine(std::string_view bytes, std::string& out) {
+  out.push_back(digit(static_cast<unsigned>(bytes.size())));
+  for (std::size_t i = 0; i < bytes.size(); i += 3) {
+    const auto byteAt = [bytes](std::size_t at) {
+      return at < bytes.size() ? static_cast<unsigned char>(bytes[at]) : 0U;
+    };
+    const unsigned bits = (byteAt(i) << 16) | (byteAt(i + 1) << 8) | byteAt(i + 2);
+    for (int shift = 18; shift >= 0; shift -= 6) out.push_back(digit(bits >> shift));
+  }
+  out.append("\r\n");
+}
+
+std::string_view takeLine(std::string_view& text) {
+  const std::size_t end = std::min(text.find('\n'), text.size());
+  std::string_view line = text.substr(0, end);
+  text.remove_prefix(std::min(end + 1, text.size()));
+  if (!line.empty() && line.back() == '\r') line.remove_suffix(1);
+  return line;
+}
+
+void decodeLine(std::string_view line, std::string& bytes) {
+  std::size_t left = valueOf(line.front());
+  line.remove_prefix(1);
+  // Blanks at the end may have been lost: they were zeros.
+  const auto valueAt = [line](std::size_t at) { return at < line.size() ? valueOf(line[at]) : 0U; };
+  for (std::size_t i = 0; left > 0; i += 4) {
+    const unsigned bits =
+        (valueAt(i) << 18) | (valueAt(i + 1) << 12) | (valueAt(i + 2) << 6) | valueAt(i + 3);
+    const char group[] = {static_cast<char>(bits >> 16), static_cast<char>(bits >> 8),
+                          static_cast<char>(bits)};
+    const std::size_t count = std::min<std::size_t>(left, 3);
+    bytes.append(group, count);
+    left -= count;
+  }
+}
+
+// "begin 644 name": the mode has three digits or more.
+bool isBeginLine(std::string_view line, std::string_view& filename) {
+  if (!line.starts_with("begin ")) return false;
+  const std::size_t modeEnd = line.find_first_not_of("01234567", 6);
+  if (modeEnd == std::string_view::npos || modeEnd < 9 || line[modeEnd] != ' ') return false;
+  filename = trimmed(line.substr(modeEnd));
+  return true;
+}
+
+}  // namespace
+
+void Uu::encode(std::string_view bytes, StringBuffer& out) const {
+  std::string& text = out.text();
+  text.append("begin 666 ").append(withoutLineBreaks(filename_)).append("\r\n");
+  for (; !bytes.empty(); bytes.remove_prefix(std::min(kBytesPerLine, bytes.size()))) {
+    appendLine(bytes.substr(0, kBytesPerLine), text);
+  }
+  text.append("`\r\nend\r\n");
+}
+
+bool Uu::decode(std::string_view text, std::string& bytes, std::string* filename) {
+  bytes.clear();
+  std::string_view name;
+  do {
+    if (text.empty()) return false;
+  } while (!isBeginLine(takeLine(text), name));
+  if (filename != nullptr) *filename = name;
+  while (!text.empty()) {
+    const std::string_view line = takeLine(text);
+    if (line == "end") break;
+    if (!line.empty()) decodeLine(line, bytes);
+  }
+  return true;
+}
+
+}  // namespace kelvado
