@@ -1,7 +1,7 @@
 #include "mail/smtp/cls_mail_man.h"
 
 #include "mail/mime/email_address.h"
-#include "mail/mime/text_tools.h"
+#include "platform/files.h"
 
 namespace kelvado {
 namespace {
@@ -325,6 +325,24 @@ bool ClsMailMan::isSmtpDsnCapable() {
   ProgressMonitor progress = newMonitor();
   SmtpCall call{bracket.log(), progress};
   return openSession(call) && session_.offersDsn();
+}
+
+bool ClsMailMan::setSslClientCert(const std::string& pemFile) {
+  const MethodBracket bracket(*this, "SetSslClientCert");
+  if (!pemFile.empty() && !platform::fileExists(pemFile)) {
+    bracket.log().LogData("filename", pemFile);
+    return bracket.fail("The client certificate cannot be read.");
+  }
+  settings_.server.tls.clientCertificate = pemFile;
+  return true;
+}
+
+std::optional<std::string> ClsMailMan::smtpSslServerCert() {
+  const MethodBracket bracket(*this, "GetSmtpSslServerCert");
+  const std::string pem = session_.serverCertificate();
+  if (!pem.empty()) return pem;
+  bracket.fail("No SSL server certificate.  Check to make sure the connection was SSL.");
+  return std::nullopt;
 }
 
 }  // namespace kelvado

@@ -53,6 +53,8 @@ class ClsMailMan : public ClsBase {
   bool smtpReset();
   bool smtpNoop();
   bool isSmtpDsnCapable();
+  bool setSslClientCert(const std::string& pemFile);
+  std::optional<std::string> smtpSslServerCert();  // PEM
 
  private:
   bool begin(LogBase& log);

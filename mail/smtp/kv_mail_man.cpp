@@ -55,10 +55,17 @@ bool KvMailMan::get_StartTLS() const {
   return impl_->settings().server.startTls;
 }
 void KvMailMan::put_RequireVerifiedCertificate(bool value) {
-  impl_->settings().server.requireVerifiedCertificate = value;
+  impl_->settings().server.tls.verified = value;
 }
 bool KvMailMan::get_RequireVerifiedCertificate() const {
-  return impl_->settings().server.requireVerifiedCertificate;
+  return impl_->settings().server.tls.verified;
+}
+bool KvMailMan::SetSslClientCert(const char* pemFile) {
+  return impl_->setSslClientCert(pathArgument(pemFile));
+}
+void KvMailMan::SetSslCertRequirement(const char* name, const char* value) {
+  impl_->settings().server.tls.name = textArgument(name);
+  impl_->settings().server.tls.value = textArgument(value);
 }
 void KvMailMan::put_ConnectTimeout(std::uint32_t value) {
   impl_->settings().server.connectTimeoutSeconds = value;
@@ -218,6 +225,11 @@ bool KvMailMan::VerifySmtpLogin() {
 }
 bool KvMailMan::IsSmtpDsnCapable() {
   return impl_->isSmtpDsnCapable();
+}
+
+const char* KvMailMan::GetSmtpSslServerCert() {
+  const std::optional<std::string> pem = impl_->smtpSslServerCert();
+  return pem ? result(*pem) : nullptr;
 }
 
 bool KvMailMan::SendQ(KvEmail&) {

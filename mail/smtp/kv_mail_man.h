@@ -46,6 +46,10 @@ class KvMailMan : public KvObject {
   bool get_StartTLS() const;
   void put_RequireVerifiedCertificate(bool require);  // else a bad certificate is only logged
   bool get_RequireVerifiedCertificate() const;
+  // A file with certificate and key in PEM, for servers that ask for one. False when unreadable.
+  bool SetSslClientCert(const char* pemFile);
+  // "issuer" or "subject", and the value that its CN in the server's certificate must have.
+  void SetSslCertRequirement(const char* name, const char* value);
   void put_ConnectTimeout(std::uint32_t seconds);  // 30 when not set; 0: the socket's own
   std::uint32_t get_ConnectTimeout() const;
   // For each reply, and for each send that makes no progress. 30 when not set. 0: the most there
@@ -114,6 +118,7 @@ class KvMailMan : public KvObject {
   bool VerifySmtpConnection();  // without logging in
   bool VerifySmtpLogin();
   bool IsSmtpDsnCapable();
+  const char* GetSmtpSslServerCert();  // in PEM, of the open connection
 
   // --- the queue service, which is not installed with this library: these fail and say so ---
   bool SendQ(KvEmail& email);

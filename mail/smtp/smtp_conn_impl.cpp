@@ -156,7 +156,7 @@ bool SmtpConnImpl::openConnection(const SmtpServer& given, SmtpCall& call) {
   const auto timeoutMs = static_cast<std::uint32_t>(
       std::min<std::uint64_t>(connectTimeoutMs, std::numeric_limits<std::uint32_t>::max()));
   if (!wire_.connect(server.host, static_cast<std::uint16_t>(server.port), timeoutMs, call) ||
-      (server.ssl && !wire_.secure(server.host, server.requireVerifiedCertificate, call))) {
+      (server.ssl && !secure(server, call))) {
     log.LogError(server.ssl ? "Failed to connect to secure SMTP (1)" : "Failed to connect (1)");
     return false;
   }
@@ -198,6 +198,11 @@ bool SmtpConnImpl::greetAndLogin(const SmtpServer& server, SmtpCall& call) {
   return false;
 }
 
+bool SmtpConnImpl::secure(const SmtpServer& server, SmtpCall& call) {
+  return wire_.secure(lowered(server.host), static_cast<std::uint16_t>(server.port), server.tls,
+                      call);
+}
+
 // Nothing that the server says lets the session go on without TLS.
 bool SmtpConnImpl::startTls(const SmtpServer& server, const char* announcement, SmtpCall& call) {
   LogBase& log = call.log;
@@ -214,7 +219,7 @@ bool SmtpConnImpl::startTls(const SmtpServer& server, const char* announcement, 
     log.LogInfo("Received 503 SMTP Status...");
     if (!resendStartTls(server, call)) return false;
   }
-  if (!wire_.secure(server_.host, server.requireVerifiedCertificate, call)) {
+  if (!secure(server, call)) {
     log.LogError("Failed to establish TLS connection.");
     return false;
   }
@@ -310,7 +315,7 @@ bool SmtpConnImpl::expectOk(const char* command, SmtpCall& call) {
 bool SmtpConnImpl::smtpQuit(SmtpCall& call) {
   const bool answered =
       wire_.isOpen() && wire_.sendCommand("QUIT", call) && wire_.readReply(221, call);
-  wire_.close();
+  wire_.shutdown(call);
   return answered;
 }
 

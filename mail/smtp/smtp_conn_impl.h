@@ -21,7 +21,7 @@ struct SmtpServer {
   int port = 25;
   bool ssl = false;       // TLS from the first byte
   bool startTls = false;  // upgraded before anything is told to the server
-  bool requireVerifiedCertificate = false;
+  TlsRequirements tls;
   SmtpCredentials credentials;
   std::uint32_t connectTimeoutSeconds = 30;  // 0: the socket's own default
   std::uint64_t readTimeoutMs = 30'000;      // see effectiveReadTimeoutMs
@@ -65,6 +65,8 @@ class SmtpConnImpl {
   bool isOpen() const { return wire_.isOpen(); }
   bool offersDsn() const { return extensions_.dsn; }
   bool timedOut() const { return wire_.timedOut(); }
+  // PEM; empty when the connection is not secure.
+  std::string serverCertificate() const { return wire_.serverCertificate(); }
   // The last message failed because the server wants it on another connection.
   bool needsNewConnection() const { return needsNewConnection_; }
   // Recipients that were rejected since the list was cleared.
@@ -78,6 +80,7 @@ class SmtpConnImpl {
   bool openConnection(const SmtpServer& server, SmtpCall& call);
   bool greetAndLogin(const SmtpServer& server, SmtpCall& call);
   bool startTls(const SmtpServer& server, const char* announcement, SmtpCall& call);
+  bool secure(const SmtpServer& server, SmtpCall& call);
   bool resendStartTls(const SmtpServer& server, SmtpCall& call);
   Hello sayHello(const SmtpServer& server, SmtpCall& call);
   bool sayEhlo(const SmtpServer& server, SmtpCall& call);

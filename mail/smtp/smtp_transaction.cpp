@@ -43,7 +43,7 @@ bool isSafeEnvelope(const Envelope& envelope, const DsnOptions& dsn, LogBase& lo
   for (const auto* list : {&envelope.to, &envelope.cc, &envelope.bcc}) {
     for (const std::string& address : *list) {
       safe =
-          isSafeValue(!address.empty() && isSafeAddress(address), "address", address, log) && safe;
+          isSafeValue(isSafeAddress(address), "address", address, log) && safe;
     }
   }
   safe = isSafeValue(isSafeWord(dsn.ret), "dsnRet", dsn.ret, log) && safe;

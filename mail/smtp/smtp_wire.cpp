@@ -28,14 +28,31 @@ bool SmtpWire::connect(const std::string& host, std::uint16_t port, std::uint32_
   return connected;
 }
 
-bool SmtpWire::secure(const std::string& /*host*/, bool /*requireVerified*/, SmtpCall& call) {
-  call.log.LogError("This build has no secure channel.");
-  return false;
+bool SmtpWire::secure(const std::string& host, std::uint16_t port,
+                      const TlsRequirements& requirements, SmtpCall& call) {
+  // Whatever was said in the clear before the handshake could be by anybody.
+  if (socket_.hasUnreadBytes()) {
+    call.log.LogError("The server sent data before the TLS handshake.");
+    return false;
+  }
+  auto channel = std::make_unique<SChannel>(socket_);
+  const std::uint32_t timeoutMs = effectiveReadTimeoutMs(configuredReadTimeoutMs_, true);
+  const bool established =
+      channel->EstablishChannel(host, port, requirements, timeoutMs, call.log, call.progress);
+  timedOut_ = timedOut_ || channel->status().timedOut;
+  if (established) secureChannel_ = std::move(channel);
+  return established;
 }
 
 void SmtpWire::close() {
+  secureChannel_.reset();
   socket_.close();
   outOfStep_ = false;
+}
+
+void SmtpWire::shutdown(SmtpCall& call) {
+  if (isSecure()) secureChannel_->ShutdownChannel(readTimeoutMs(), call.log, call.progress);
+  close();
 }
 
 bool SmtpWire::sendCommand(std::string_view command, SmtpCall& call) {

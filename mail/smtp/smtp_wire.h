@@ -4,6 +4,7 @@
 #pragma once
 
 #include <cstdint>
+#include <memory>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -12,6 +13,7 @@
 #include "mail/smtp/smtp_reply.h"
 #include "net/kelvado_socket.h"
 #include "net/progress.h"
+#include "net/schannel.h"
 
 namespace kelvado {
 
@@ -35,10 +37,17 @@ class SmtpWire {
   bool connect(const std::string& host, std::uint16_t port, std::uint32_t connectTimeoutMs,
                SmtpCall& call);
   // The TLS handshake over the open connection. Fails when the server has said anything before it.
-  bool secure(const std::string& host, bool requireVerified, SmtpCall& call);
+  bool secure(const std::string& host, std::uint16_t port, const TlsRequirements& requirements,
+              SmtpCall& call);
   void close();
+  // As close, but tells the server when the connection is secure.
+  void shutdown(SmtpCall& call);
   bool isOpen() const { return socket_.isConnected(); }
-  bool isSecure() const { return false; }
+  bool isSecure() const { return isOpen() && secureChannel_ != nullptr; }
+  // PEM; empty without TLS.
+  std::string serverCertificate() const {
+    return isSecure() ? secureChannel_->certificate().pem : std::string();
+  }
   void setReadTimeout(std::uint64_t configuredMs) { configuredReadTimeoutMs_ = configuredMs; }
 
   // One line; CR LF is added.
@@ -63,7 +72,10 @@ class SmtpWire {
   void clearTimedOut() { timedOut_ = false; }
 
  private:
-  ByteChannel& channel() { return socket_; }
+  ByteChannel& channel() {
+    if (secureChannel_ != nullptr) return *secureChannel_;
+    return socket_;
+  }
   std::uint32_t readTimeoutMs() const {
     return effectiveReadTimeoutMs(configuredReadTimeoutMs_, isSecure());
   }
@@ -72,6 +84,7 @@ class SmtpWire {
   void noteStatus() { timedOut_ = timedOut_ || channel().status().timedOut; }
 
   KelvadoSocket socket_;
+  std::unique_ptr<SChannel> secureChannel_;  // over socket_; null: plain
   std::uint64_t configuredReadTimeoutMs_ = 30'000;
   SmtpReply reply_;
   bool outOfStep_ = false;

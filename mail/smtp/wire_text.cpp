@@ -2,6 +2,7 @@
 
 #include <algorithm>
 
+#include "mail/mime/email_address.h"
 #include "platform/code_page.h"
 
 namespace kelvado {
@@ -36,8 +37,11 @@ bool isSafeWord(std::string_view value) {
 }
 
 bool isSafeAddress(std::string_view address) {
-  return address.size() <= kMaxAddressBytes && isSafeWord(address) &&
-         address.find_first_of("<>") == std::string_view::npos;
+  if (address.empty() || address.size() > kMaxAddressBytes || !isSafeText(address)) return false;
+  if (address.find_first_of("<>") != std::string_view::npos) return false;
+  // Blanks are at home in quoted names and X.400 addresses only. More is not asked: a server may
+  // know local names, and names beyond ASCII.
+  return address.find(' ') == std::string_view::npos || isSendableAddress(address);
 }
 
 std::string loggable(std::string_view text) {

@@ -15,7 +15,7 @@ bool isSafeText(std::string_view value);
 // Safe, and one word: no blanks either. For host names and command parameters.
 bool isSafeWord(std::string_view value);
 
-// Safe between '<' and '>': one word without these two, of a length that a command line can carry.
+// Safe between '<' and '>', and one address, of a length that a command line can carry.
 bool isSafeAddress(std::string_view address);
 
 // What a stranger sent, fit for the log: at most kMaxLoggedBytes of it, bytes that a log cannot

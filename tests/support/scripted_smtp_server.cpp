@@ -1,7 +1,10 @@
 #include "tests/support/scripted_smtp_server.h"
 
+#include <algorithm>
 #include <cstdlib>
 #include <sstream>
+
+#include "tests/support/tls_server.h"
 
 namespace test_support {
 namespace {
@@ -40,17 +43,19 @@ class ScriptedSmtpServer::Connection {
   ~Connection() { systemSockets().close(socket_); }
 
   bool send(std::string_view bytes) {
-    while (!bytes.empty() && !server_.stop_) {
-      std::size_t count = 0;
-      platform::SocketError error = systemSockets().send(socket_, bytes, count);
-      bytes.remove_prefix(count);
-      if (error == platform::kWsaWouldBlock) {
-        systemSockets().waitWritable(socket_, kSliceMs, error);
-      } else if (error != platform::kSocketOk) {
-        return false;
-      }
+    if (tls_ == nullptr) return sendRaw(bytes);
+    std::string wire;
+    tls_->write(bytes, wire);
+    return sendRaw(wire);
+  }
+
+  bool startTls(TestCertificate certificate) {
+    tls_ = std::make_unique<TlsServerStream>(certificate);
+    while (!tls_->established()) {
+      if (!readMore()) return false;
     }
-    return !server_.stop_;
+    if (tls_->resumed()) ++server_.resumedSessions_;
+    return true;
   }
 
   // Up to and including `delimiter`; false when the client left before.
@@ -75,27 +80,53 @@ class ScriptedSmtpServer::Connection {
   }
 
  private:
+  bool sendRaw(std::string_view bytes) {
+    while (!bytes.empty() && !server_.stop_) {
+      std::size_t count = 0;
+      platform::SocketError error = systemSockets().send(socket_, bytes, count);
+      bytes.remove_prefix(count);
+      if (error == platform::kWsaWouldBlock) {
+        systemSockets().waitWritable(socket_, kSliceMs, error);
+      } else if (error != platform::kSocketOk) {
+        return false;
+      }
+    }
+    return !server_.stop_;
+  }
+
   bool readMore() {
     while (!server_.stop_) {
       platform::SocketError error = platform::kSocketOk;
-      const SocketApi::Ready ready = systemSockets().waitReadable(socket_, kSliceMs, error);
-      if (ready == SocketApi::Ready::TimedOut) continue;
+      if (systemSockets().waitReadable(socket_, kSliceMs, error) == SocketApi::Ready::TimedOut) {
+        continue;
+      }
       char chunk[16384];
       std::size_t count = 0;
       error = systemSockets().receive(socket_, chunk, sizeof chunk, count);
       if (error == platform::kWsaWouldBlock) continue;
-      if (error != platform::kSocketOk || count == 0) return false;
-      buffer_.append(chunk, count);
-      const std::lock_guard<std::mutex> lock(server_.mutex_);
-      server_.everything_.append(chunk, count);
-      return true;
+      return error == platform::kSocketOk && count > 0 && take({chunk, count});
     }
     return false;
+  }
+
+  bool take(std::string_view bytes) {
+    {
+      const std::lock_guard<std::mutex> lock(server_.mutex_);
+      server_.everything_.append(bytes);
+    }
+    if (tls_ == nullptr) {
+      buffer_.append(bytes);
+      return true;
+    }
+    std::string wire;
+    const bool alive = tls_->feed(bytes, buffer_, wire);
+    return sendRaw(wire) && alive;
   }
 
   ScriptedSmtpServer& server_;
   platform::SocketHandle socket_;
   std::string buffer_;
+  std::unique_ptr<TlsServerStream> tls_;  // null: plain
 };
 
 ScriptedSmtpServer::ScriptedSmtpServer(std::vector<std::string> scripts)
@@ -129,46 +160,58 @@ void ScriptedSmtpServer::runScript(platform::SocketHandle socket, const std::str
   for (std::string step; std::getline(steps, step);) {
     step.erase(0, step.find_first_not_of(' '));
     const std::size_t colon = step.find(": ");
-    const std::string verb = step.substr(0, colon);
     const std::string text = colon == std::string::npos ? "" : step.substr(colon + 2);
-    std::string heard;
-    bool alive = true;
-    if (verb == "S") {
-      alive = connection.send(unescape(text));
-    } else if (verb == "DRIP") {
-      for (const char c : unescape(text)) {
-        connection.pause(kDripMs);
-        alive = alive && connection.send({&c, 1});
-      }
-    } else if (verb == "ENDLESS") {
-      const std::string line = unescape(text);
-      while (connection.send(line)) continue;
-      return;
-    } else if (verb == "C") {
-      alive = connection.readUntil("\r\n", heard);
-      if (alive) heard.resize(heard.size() - 2);
-      const bool prefix = !text.empty() && text.back() == '*';
-      const bool matches =
-          prefix ? heard.compare(0, text.size() - 1, text, 0, text.size() - 1) == 0 : heard == text;
-      const std::lock_guard<std::mutex> lock(mutex_);
-      if (alive && matches) {
-        commands_.push_back(heard);
-      } else {
-        surprises_.push_back("expected \"" + text + "\", got \"" + heard + "\"");
-        return;
-      }
-    } else if (verb == "DATA") {
-      alive = connection.readUntil("\r\n.\r\n", heard);
-      const std::lock_guard<std::mutex> lock(mutex_);
-      if (alive) messages_.push_back(heard.substr(0, heard.size() - 5));
-    } else if (verb == "HANGUP") {
-      return;
-    } else if (verb == "SILENCE") {
-      break;
-    }
-    if (!alive) return;
+    if (!runStep(connection, step.substr(0, colon), text)) return;
   }
   connection.readToTheEnd();
+}
+
+// False when the connection is at its end.
+bool ScriptedSmtpServer::runStep(Connection& connection, const std::string& verb,
+                                 const std::string& text) {
+  if (verb == "S") return connection.send(unescape(text));
+  if (verb == "C") return expectLine(connection, text);
+  if (verb == "HANGUP") return false;
+  if (verb == "DATA") {
+    std::string message;
+    if (!connection.readUntil("\r\n.\r\n", message)) return false;
+    const std::lock_guard<std::mutex> lock(mutex_);
+    messages_.push_back(message.substr(0, message.size() - 5));
+  } else if (verb == "DRIP") {
+    for (const char c : unescape(text)) {
+      connection.pause(kDripMs);
+      if (!connection.send({&c, 1})) return false;
+    }
+  } else if (verb == "ENDLESS") {
+    const std::string line = unescape(text);
+    while (connection.send(line)) continue;
+    return false;
+  } else if (verb == "TLS") {
+    return connection.startTls(text == "trusted"      ? TestCertificate::Trusted
+                               : text == "selfsigned" ? TestCertificate::SelfSigned
+                                                      : TestCertificate::OtherHost);
+  } else if (verb == "SILENCE") {
+    connection.readToTheEnd();
+    return false;
+  }
+  return true;
+}
+
+bool ScriptedSmtpServer::expectLine(Connection& connection, const std::string& expected) {
+  std::string heard;
+  const bool alive = connection.readUntil("\r\n", heard);
+  if (alive) heard.resize(heard.size() - 2);
+  const bool open = !expected.empty() && expected.back() == '*';
+  const bool matches =
+      open ? heard.compare(0, expected.size() - 1, expected, 0, expected.size() - 1) == 0
+           : heard == expected;
+  const std::lock_guard<std::mutex> lock(mutex_);
+  if (alive && matches) {
+    commands_.push_back(heard);
+    return true;
+  }
+  surprises_.push_back("expected \"" + expected + "\", got \"" + heard + "\"");
+  return false;
 }
 
 void ScriptedSmtpServer::waitUntilIdle() {

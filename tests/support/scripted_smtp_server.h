@@ -9,6 +9,8 @@
 //   DRIP: 250 ok\r\n    sends byte by byte, each with a pause of some milliseconds
 //   ENDLESS: 250-x\r\n  sends this again and again until the client leaves
 //   SILENCE             reads on and says nothing more until the client leaves
+//   TLS: trusted        the handshake, with the "trusted", the "selfsigned" or the "otherhost"
+//                       certificate; what follows goes over TLS
 //   HANGUP              closes the connection
 // After the last step it waits for the client to leave.
 #pragma once
@@ -36,15 +38,18 @@ class ScriptedSmtpServer {
   // These wait until the connections that were made have ended, so that all they said is in.
   std::vector<std::string> commands();   // lines that "C:" steps matched, without CR LF
   std::vector<std::string> messages();   // between DATA and its terminator
-  std::string everything();              // each byte received, on all connections
+  std::string everything();              // each byte of the wire, on all connections
   std::vector<std::string> surprises();  // "expected ..., got ..."
   int connections() const { return connections_; }
+  int resumedSessions() const { return resumedSessions_; }  // TLS ones
 
  private:
   class Connection;
 
   void serve();
   void runScript(platform::SocketHandle socket, const std::string& script);
+  bool runStep(Connection& connection, const std::string& verb, const std::string& text);
+  bool expectLine(Connection& connection, const std::string& expected);
   void waitUntilIdle();
 
   std::vector<std::string> scripts_;
@@ -53,6 +58,7 @@ class ScriptedSmtpServer {
   std::atomic<bool> stop_{false};
   std::atomic<int> connections_{0};
   std::atomic<int> finished_{0};
+  std::atomic<int> resumedSessions_{0};
   std::mutex mutex_;  // guards the records below
   std::vector<std::string> commands_;
   std::vector<std::string> messages_;

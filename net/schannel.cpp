@@ -1,0 +1,200 @@
+#include "net/schannel.h"
+
+#include <algorithm>
+
+namespace kelvado {
+namespace {
+
+using platform::SecurityStatus;
+
+// No handshake or record needs more at once; a peer that sends more without making sense is cut
+// off.
+constexpr std::size_t kMaxUndecrypted = 65'536;
+
+}  // namespace
+
+bool SChannel::EstablishChannel(const std::string& host, std::uint16_t port,
+                                const TlsRequirements& requirements, std::uint32_t timeoutMs,
+                                LogBase& log, ProgressMonitor& progress) {
+  platform::TlsClientOptions options;
+  options.host = host;
+  options.clientCertificate = requirements.clientCertificate;
+  options.sessionKey = host + ":" + std::to_string(port) + ":" + requirements.clientCertificate;
+  std::string error;
+  stream_ = platform::createTlsClient(options, error);
+  if (stream_ == nullptr) {
+    log.LogError("Error creating credentials");
+    log.LogData("tls_error", error);
+    return false;
+  }
+  if (!handshake(timeoutMs, log, progress)) {
+    log.LogError("Error performing handshake.");
+    return false;
+  }
+  if (!verifyCertificate(requirements, log) || !meetsRequirement(requirements, log)) return false;
+  established_ = true;
+  log.LogInfo("Secure Channel Established.");
+  return true;
+}
+
+bool SChannel::handshake(std::uint32_t timeoutMs, LogBase& log, ProgressMonitor& progress) {
+  const Countdown left(timeoutMs, progress.clock());
+  for (;;) {
+    std::string token;
+    std::size_t extra = 0;
+    const SecurityStatus status = stream_->step(encrypted_, token, extra);
+    keepExtra(extra);
+    // An alert goes out with a failure, too: the server's log then says what was wrong.
+    const bool sent = sendToken(token, timeoutMs, log, progress);
+    if (status == SecurityStatus::Ok) return sent;
+    if (status == SecurityStatus::Failed) {
+      log.LogData("tls_error", stream_->failureText());
+      return false;
+    }
+    if (!sent) return false;
+    if (left.remaining() == 0) {
+      logReadTimeout(timeoutMs, log);
+      return false;
+    }
+    if (!readEncrypted(left.remaining(), log, progress)) return false;
+  }
+}
+
+bool SChannel::verifyCertificate(const TlsRequirements& requirements, LogBase& log) {
+  if (!stream_->peerCertificate(certificate_)) {
+    log.LogError("Error querying remote certificate");
+    return false;
+  }
+  if (certificate_.verified) {
+    log.LogInfo("SSL Server Certificate verified.");
+    return true;
+  }
+  log.LogInfo("SSL Server Certificate not verified.");
+  log.LogData("tls_error", certificate_.problem);
+  if (requirements.verified) log.LogError("Failed to verify server certificate");
+  return !requirements.verified;
+}
+
+bool SChannel::meetsRequirement(const TlsRequirements& requirements, LogBase& log) const {
+  if (requirements.name.empty()) return true;
+  const bool issuer = (requirements.name[0] | 0x20) == 'i';
+  const std::string& actual = issuer ? certificate_.issuerCn : certificate_.subjectCn;
+  if (actual == requirements.value) return true;
+  log.LogError("SSL server certificate fails to match requirement");
+  log.LogData("requireName", requirements.name);
+  log.LogData("requireValue", requirements.value);
+  log.LogData("certValue", actual);
+  return false;
+}
+
+bool SChannel::sendToken(const std::string& token, std::uint32_t timeoutMs, LogBase& log,
+                         ProgressMonitor& progress) {
+  if (token.empty()) return true;
+  const bool sent = socket_.sendBytes(token, timeoutMs, log, progress);
+  if (!sent) status_ = socket_.status();
+  return sent;
+}
+
+bool SChannel::readEncrypted(std::uint32_t timeoutMs, LogBase& log, ProgressMonitor& progress) {
+  std::string arrived;
+  if (encrypted_.size() > kMaxUndecrypted) {
+    log.LogError("Received record is longer than allowed.");
+    return false;
+  }
+  if (!socket_.receiveBytes(arrived, timeoutMs, log, progress)) {
+    status_ = socket_.status();
+    return false;
+  }
+  encrypted_ += arrived;
+  return true;
+}
+
+bool SChannel::SendSecure(std::string_view data, std::uint32_t idleTimeoutMs, LogBase& log,
+                          ProgressMonitor& progress) {
+  status_ = {};
+  if (!isConnected()) {
+    log.LogError("(SendSecure) Cannot send data, not connected.");
+    return false;
+  }
+  const std::size_t pieceSize = stream_->sizes().maximumMessage;
+  std::string records;  // of one call together: fewer writes than records
+  while (!data.empty()) {
+    const std::string_view piece = data.substr(0, pieceSize);
+    if (stream_->encrypt(piece, records) != SecurityStatus::Ok) {
+      log.LogError("Failed to encrypt secure send request");
+      log.LogData("tls_error", stream_->failureText());
+      return false;
+    }
+    data.remove_prefix(piece.size());
+  }
+  if (sendToken(records, idleTimeoutMs, log, progress)) return true;
+  log.LogError("Failed to send secure");
+  return false;
+}
+
+bool SChannel::receiveMore(std::string& buffer, std::uint32_t timeoutMs, LogBase& log,
+                           ProgressMonitor& progress) {
+  if (!isConnected()) {
+    log.LogError("This socket is not connected");
+    return false;
+  }
+  const Countdown left(timeoutMs, progress.clock());
+  const std::size_t before = buffer.size();
+  for (;;) {
+    std::string token;
+    std::size_t extra = 0;
+    const SecurityStatus status = stream_->decrypt(encrypted_, buffer, token, extra);
+    keepExtra(extra);
+    if (!sendToken(token, timeoutMs, log, progress)) return false;
+    if (buffer.size() > before) return true;
+    if (status == SecurityStatus::ContextExpired) {
+      status_.peerClosed = true;
+      log.LogError("Connection closed by server.");
+      return false;
+    }
+    if (status == SecurityStatus::Failed) {
+      log.LogError("Failed to receive data on the TCP socket");
+      log.LogData("tls_error", stream_->failureText());
+      return false;
+    }
+    if (status == SecurityStatus::Renegotiate) {
+      if (!handshake(std::max<std::uint32_t>(1, left.remaining()), log, progress)) return false;
+      continue;
+    }
+    if (left.remaining() == 0) {
+      logReadTimeout(timeoutMs, log);
+      return false;
+    }
+    if (!readEncrypted(left.remaining(), log, progress)) return false;
+  }
+}
+
+bool SChannel::sendCloseNotify(std::uint32_t timeoutMs, LogBase& log, ProgressMonitor& progress) {
+  if (stream_ == nullptr) {
+    log.LogError("Cannot shutdown channel, no context exists");
+    return false;
+  }
+  std::string token;
+  if (stream_->shutdown(token) != SecurityStatus::Ok) {
+    log.LogError("Error in ApplyControlToken");
+    return false;
+  }
+  if (!sendToken(token, timeoutMs, log, progress)) {
+    log.LogError("Error sending close notify");
+    return false;
+  }
+  return true;
+}
+
+void SChannel::ShutdownChannel(std::uint32_t timeoutMs, LogBase& log, ProgressMonitor& progress) {
+  const LogContext context(log, "ShutdownChannel");
+  log.LogInfo("Shutting down SChannel");
+  const bool notified = sendCloseNotify(timeoutMs, log, progress);
+  if (!notified) log.LogInfo("Forcibly closing socket.");
+  socket_.close();
+  established_ = false;
+  log.LogInfo("socket shutdown.");
+  if (notified) log.LogInfo("Secure Channel Shutdown Complete.");
+}
+
+}  // namespace kelvado

@@ -1,0 +1,248 @@
+// The socket's rules that a server cannot show: look-ups, time-outs, aborts, error texts.
+#include "net/kelvado_socket.h"
+
+#include <deque>
+
+#include <gtest/gtest.h>
+
+#include "mail/mime/error_log.h"
+#include "net/host_resolver.h"
+#include "net/socket_errors.h"
+#include "tests/support/manual_clock.h"
+
+namespace kelvado {
+namespace {
+
+using platform::SocketError;
+using platform::SocketHandle;
+
+// A network that does what a test says; time passes only in here. Lives as long as the process, as
+// the look-up's thread may.
+class FakeNetwork : public platform::SocketApi {
+ public:
+  explicit FakeNetwork(test_support::ManualClock& clock) : clock_(clock) {}
+
+  std::uint32_t lookupMs = 0;
+  SocketError lookupError = platform::kSocketOk;
+  std::vector<std::string> lookedUp;
+  std::vector<std::string> connected;
+  std::deque<SocketError> connectResults;
+  std::deque<std::string> incoming;  // what each receive finds; empty text: the peer closed
+  std::uint32_t arrivalMs = 0;       // between two of them
+  bool full = false;                 // no room for sending
+  std::vector<std::uint32_t> waits;
+
+  SocketError start() override { return platform::kSocketOk; }
+  SocketError resolve(const std::string& host, platform::ResolvedHost& result) override {
+    lookedUp.push_back(host);
+    clock_.ticks += lookupMs;
+    result.addresses = {"192.0.2.1", "192.0.2.2"};
+    return lookupError;
+  }
+  SocketError hostName(std::string& name) override {
+    name = "pc";
+    return platform::kSocketOk;
+  }
+  SocketHandle open(SocketError& error) override {
+    error = platform::kSocketOk;
+    return 7;
+  }
+  SocketError connect(SocketHandle, const std::string& address, std::uint16_t) override {
+    connected.push_back(address);
+    if (connectResults.empty()) return platform::kSocketOk;
+    const SocketError result = connectResults.front();
+    connectResults.pop_front();
+    return result;
+  }
+  SocketError pendingError(SocketHandle) override { return platform::kSocketOk; }
+  void close(SocketHandle) override {}
+  Ready waitReadable(SocketHandle, std::uint32_t ms, SocketError&) override {
+    waits.push_back(ms);
+    const std::uint32_t passed = incoming.empty() ? ms : std::min(ms, arrivalMs);
+    clock_.ticks += passed;
+    return incoming.empty() || passed < arrivalMs ? Ready::TimedOut : Ready::Yes;
+  }
+  Ready waitWritable(SocketHandle, std::uint32_t ms, SocketError&) override {
+    waits.push_back(ms);
+    clock_.ticks += ms;
+    return Ready::TimedOut;
+  }
+  SocketError send(SocketHandle, std::string_view bytes, std::size_t& count) override {
+    count = full ? 0 : bytes.size();
+    return full ? platform::kWsaWouldBlock : platform::kSocketOk;
+  }
+  SocketError receive(SocketHandle, char* buffer, std::size_t, std::size_t& count) override {
+    count = incoming.front().copy(buffer, incoming.front().size());
+    incoming.pop_front();
+    return platform::kSocketOk;
+  }
+  SocketHandle listenOnLoopback(std::uint16_t&, SocketError&) override { return -1; }
+  SocketHandle accept(SocketHandle, SocketError&) override { return -1; }
+
+ private:
+  test_support::ManualClock& clock_;
+};
+
+class AbortingSink : public KvProgress {
+ public:
+  int checksBeforeAbort = 0;
+  void AbortCheck(bool& abort) override { abort = --checksBeforeAbort < 0; }
+};
+
+class KelvadoSocketTest : public testing::Test {
+ protected:
+  bool connect(const char* host, std::uint32_t timeoutMs = 1000) {
+    return socket.connect(host, 25, timeoutMs, log, progress);
+  }
+  bool logged(const std::string& text) const { return log.text().find(text) != std::string::npos; }
+
+  test_support::ManualClock clock;
+  FakeNetwork network{clock};
+  KelvadoSocket socket{network};
+  ErrorLog log;
+  ProgressMonitor progress{nullptr, 0, clock};
+};
+
+TEST_F(KelvadoSocketTest, ConnectsToWhatTheNameMeans) {
+  struct Case {
+    const char* host;
+    std::vector<std::string> lookedUp;
+    std::vector<std::string> connected;
+    const char* logged;
+  };
+  const Case cases[] = {
+      {"LocalHost", {}, {"127.0.0.1"}, "IP address passed to DNS lookup"},
+      {"192.0.2.9", {}, {"192.0.2.9"}, "IP address passed to DNS lookup"},
+      {"192.0.2.256", {"192.0.2.256"}, {"192.0.2.1"}, ""},
+      {"mail.example", {"mail.example"}, {"192.0.2.1"}, ""},
+      {nullptr, {}, {}, "Cannot connect, hostname is NULL"},
+      {"", {}, {}, "Cannot connect, hostname is zero length"},
+  };
+  for (const Case& c : cases) {
+    SCOPED_TRACE(c.host == nullptr ? "null" : c.host);
+    network.lookedUp.clear();
+    network.connected.clear();
+    log.Clear();
+    EXPECT_EQ(connect(c.host), !c.connected.empty());
+    EXPECT_EQ(network.lookedUp, c.lookedUp);
+    EXPECT_EQ(network.connected, c.connected);
+    EXPECT_TRUE(logged(c.logged)) << log.text();
+  }
+}
+
+TEST_F(KelvadoSocketTest, ATimeoutUsedUpByTheLookupPreventsTheConnect) {
+  network.lookupMs = 1000;
+  EXPECT_FALSE(connect("mail.example", 1000));
+  EXPECT_TRUE(network.connected.empty());
+  EXPECT_TRUE(logged("<error>Application timeout after DNS</error>"));
+}
+
+TEST_F(KelvadoSocketTest, ANameThatIsNotThereFails) {
+  network.lookupError = platform::kWsaHostNotFound;
+  EXPECT_FALSE(connect("gone.example"));
+  EXPECT_TRUE(logged("Cannot get host by name.</error>\r\n<hostname>gone.example</hostname>"));
+}
+
+TEST_F(KelvadoSocketTest, TriesTheNextAddressOfTheHost) {
+  network.connectResults = {platform::kWsaConnectionRefused, platform::kSocketOk};
+  EXPECT_TRUE(connect("mail.example"));
+  EXPECT_EQ(network.connected, (std::vector<std::string>{"192.0.2.1", "192.0.2.2"}));
+}
+
+TEST_F(KelvadoSocketTest, AConnectThatTakesTooLongSaysSo) {
+  network.connectResults = {platform::kWsaWouldBlock};
+  EXPECT_FALSE(connect("192.0.2.9", 1500));
+  EXPECT_TRUE(socket.status().timedOut);
+  EXPECT_TRUE(
+      logged("Connect function failed</error>\r\n<sockError>10060</sockError>\r\n"
+             "<ConnectTimeoutMs>1500</ConnectTimeoutMs>\r\n<SocketError>WSAETIMEDOUT"));
+}
+
+TEST_F(KelvadoSocketTest, ReadsUpToTheDelimiterAndKeepsTheRest) {
+  ASSERT_TRUE(connect("192.0.2.9"));
+  network.incoming = {"250-a\r", "\n250 b\r\n220", " c\r\n"};
+  std::string line;
+  const ReadLimits limits{1000, 100};
+  for (const char* expected : {"250-a\r\n", "250 b\r\n", "220 c\r\n"}) {
+    ASSERT_TRUE(socket.readUntilMatch("\r\n", line, limits, log, progress));
+    EXPECT_EQ(line, expected);
+  }
+  network.incoming = {std::string(150, 'x')};
+  EXPECT_FALSE(socket.readUntilMatch("\r\n", line, limits, log, progress));
+  EXPECT_TRUE(logged("Received line is longer than allowed."));
+}
+
+// Each byte comes within the time-out, the line does not.
+TEST_F(KelvadoSocketTest, DrippingDoesNotProlongARead) {
+  ASSERT_TRUE(connect("192.0.2.9"));
+  network.incoming.assign(100, "x");
+  network.arrivalMs = 300;
+  std::string line;
+  EXPECT_FALSE(socket.readUntilMatch("\r\n", line, {1000, 1000}, log, progress));
+  EXPECT_TRUE(socket.status().timedOut);
+  EXPECT_EQ(clock.ticks, 1000U);
+}
+
+TEST_F(KelvadoSocketTest, WaitsWholeWithoutAHeartbeatAndInSlicesWithOne) {
+  ASSERT_TRUE(connect("192.0.2.9"));
+  EXPECT_FALSE(socket.waitForData(1000, log, progress));
+  EXPECT_EQ(network.waits, std::vector<std::uint32_t>{1000});
+
+  network.waits.clear();
+  AbortingSink sink;
+  sink.checksBeforeAbort = 2;
+  ProgressMonitor watched(&sink, 100, clock);
+  EXPECT_FALSE(socket.waitForData(1000, log, watched));
+  EXPECT_TRUE(socket.status().aborted);
+  EXPECT_EQ(network.waits, (std::vector<std::uint32_t>{100, 100, 100}));
+  EXPECT_TRUE(logged("Socket read aborted by application"));
+}
+
+TEST_F(KelvadoSocketTest, ASendWithoutProgressTimesOut) {
+  ASSERT_TRUE(connect("192.0.2.9"));
+  network.full = true;
+  EXPECT_FALSE(socket.sendBytes("four", 700, log, progress));
+  EXPECT_TRUE(
+      logged("Socket send idle timeout</error>\r\n<send_size>4</send_size>\r\n"
+             "<idleTimeoutMs>700</idleTimeoutMs>"));
+}
+
+// A tick count that goes backwards starts the heartbeat's interval again.
+TEST(ProgressMonitor, HeartbeatsSurviveATickCountThatWraps) {
+  test_support::ManualClock clock;
+  clock.ticks = 0xFFFFFFF0;
+  AbortingSink sink;
+  ProgressMonitor progress(&sink, 50, clock);
+  clock.ticks = 20;
+  EXPECT_FALSE(progress.abortCheck());
+  clock.ticks = 69;
+  EXPECT_FALSE(progress.abortCheck());
+  clock.ticks = 70;
+  EXPECT_TRUE(progress.abortCheck());
+}
+
+TEST(SocketErrors, AreToldInWords) {
+  struct Case {
+    SocketError code;
+    const char* text;
+  };
+  const Case cases[] = {
+      {10061,
+       "<SocketError>WSAECONNREFUSED No connection could be made because the target machine "
+       "actively refused it.</SocketError>\r\n</KelvadoLog>"},
+      {10035,
+       "socket would block.</SocketError>\r\n<SocketError>Check to make sure the port is not "
+       "blocked by a firewall.</SocketError>"},
+      {11001,
+       "<SocketError>Error 2af9</SocketError>\r\n<SocketError>Check to make sure the "
+       "connection is not blocked by a firewall or anti-virus port filtering.</SocketError>"},
+  };
+  for (const Case& c : cases) {
+    ErrorLog log;
+    logSocketError(c.code, log);
+    EXPECT_NE(log.text().find(c.text), std::string::npos) << log.text();
+  }
+}
+
+}  // namespace
+}  // namespace kelvado
