@@ -1,11 +1,15 @@
 // A pass over small sites: who is skipped, warned, expired, and what the report and the logs say.
 #include "service/expiration_run.h"
 
+#include <filesystem>
 #include <memory>
 
 #include <gtest/gtest.h>
 
 #include "console/smtp_catcher.h"
+#include "platform/file/ldif_source.h"
+#include "platform/file/reg_registry.h"
+#include "platform/file/snapshot_directory.h"
 #include "tests/support/test_site.h"
 
 namespace {
