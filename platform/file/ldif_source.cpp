@@ -26,6 +26,7 @@ constexpr std::size_t kMaxWarnings = 1000;
 constexpr std::uint64_t kMaxMarkedBytes = std::uint64_t{64} << 20U;
 
 constexpr HResult kFileNotFound = 0x80070002;
+constexpr HResult kAccessDenied = 0x80070005;
 constexpr HResult kReadFault = 0x8007001E;
 
 constexpr const char* kProvider = "LDIF";
@@ -241,7 +242,7 @@ class SnapshotFiller {
   bool headHasMaxPwdAge_ = false;
 };
 
-// The number of bytes that a byte order mark takes; the file is at its end. Nothing for UTF-16.
+// The number of bytes that a byte order mark takes, which are skipped. Nothing for UTF-16.
 std::optional<std::uint64_t> skipByteOrderMark(std::FILE* file) {
   char start[3] = {};
   const std::string_view bytes(start, std::fread(start, 1, sizeof start, file));
@@ -338,8 +339,10 @@ HResult LdifSource::load(DirectorySnapshot& snapshot, DirectoryError& error) {
   errno = 0;
   const File file = openFile(file_, "rb");
   if (file == nullptr) {
-    const char* reason = errno != 0 ? std::strerror(errno) : "cannot be opened";
-    return refuse(kFileNotFound, file_ + ": " + reason, snapshot, error);
+    const int code = errno;
+    const char* reason = code != 0 ? std::strerror(code) : "cannot be opened";
+    return refuse(code == EACCES ? kAccessDenied : kFileNotFound, file_ + ": " + reason, snapshot,
+                  error);
   }
   const std::optional<std::uint64_t> mark = skipByteOrderMark(file.get());
   if (!mark) {
@@ -371,7 +374,7 @@ NetStatus LdifSource::expirePassword(const DirectoryEntry& entry, DirectoryError
     error = {kNetWriteFault, file_ + ": " + what, kProvider};
     return kNetWriteFault;
   };
-  if (entry.sourceLength == 0) return refuseWrite("no pwdLastSet to set for " + entry.dn);
+  if (entry.sourceLength == 0) return refuseWrite("no pwdLastSet to set for " + entry.logonName);
   // Three more bytes show how the line ends.
   const std::string bytes = readPart(file_, entry.sourceOffset, entry.sourceLength + 3);
   const std::string_view marked = std::string_view(bytes).substr(0, entry.sourceLength);

@@ -9,32 +9,36 @@
 namespace platform {
 
 void NameIndex::build(const Entries& entries) {
-  heads_.assign(std::bit_ceil(entries.size() + 1), kNone);
-  links_.assign(entries.size(), kNone);
-  // Backwards, so that each chain is in the order of the entries.
+  heads_.assign(std::bit_ceil(entries.size() * 2 + 1), kNone);
+  links_.assign(entries.size(), Link());
+  // Backwards, so that each bucket is in the order of the entries.
   for (std::size_t i = entries.size(); i-- > 0;) {
-    std::uint32_t& head = heads_[bucketOf(foldCase(entries[i].*name_))];
-    links_[i] = head;
+    const std::uint32_t hash = hashOf(foldCase(entries[i].*name_));
+    std::uint32_t& head = heads_[hash & (heads_.size() - 1)];
+    links_[i] = {head, hash};
     head = static_cast<std::uint32_t>(i);
   }
 }
 
 std::uint32_t NameIndex::first(const Entries& entries, std::string_view folded) const {
-  return match(entries, folded, heads_[bucketOf(folded)]);
+  const std::uint32_t hash = hashOf(folded);
+  return match(entries, folded, hash, heads_[hash & (heads_.size() - 1)]);
 }
 
 std::uint32_t NameIndex::next(const Entries& entries, std::string_view folded,
                               std::uint32_t previous) const {
-  return match(entries, folded, links_[previous]);
+  return match(entries, folded, links_[previous].hash, links_[previous].next);
 }
 
-std::size_t NameIndex::bucketOf(std::string_view folded) const {
-  return std::hash<std::string_view>()(folded) & (heads_.size() - 1);
+std::uint32_t NameIndex::hashOf(std::string_view folded) {
+  return static_cast<std::uint32_t>(std::hash<std::string_view>()(folded));
 }
 
-std::uint32_t NameIndex::match(const Entries& entries, std::string_view folded,
+std::uint32_t NameIndex::match(const Entries& entries, std::string_view folded, std::uint32_t hash,
                                std::uint32_t from) const {
-  while (from != kNone && foldCase(entries[from].*name_) != folded) from = links_[from];
+  while (from != kNone && (links_[from].hash != hash || foldCase(entries[from].*name_) != folded)) {
+    from = links_[from].next;
+  }
   return from;
 }
 

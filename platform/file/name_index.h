@@ -1,6 +1,6 @@
 // Finds the entries of a snapshot by one of their names, without regard to case, in constant time
-// and with eight bytes an entry. Used by SnapshotDirectory. Refers to nothing: the entries are
-// handed to each call, unchanged in number, order and name.
+// and with some twenty bytes an entry. Used by SnapshotDirectory. Refers to nothing: the entries
+// are handed to each call, unchanged in number, order and name.
 #pragma once
 
 #include <cstddef>
@@ -30,12 +30,20 @@ class NameIndex {
   std::uint32_t next(const Entries& entries, std::string_view folded, std::uint32_t previous) const;
 
  private:
-  std::size_t bucketOf(std::string_view folded) const;
-  std::uint32_t match(const Entries& entries, std::string_view folded, std::uint32_t from) const;
+  // What there is to know of an entry without looking at it: most that share a bucket are told
+  // apart by their hash, and entries lie far apart in memory.
+  struct Link {
+    std::uint32_t next = kNone;  // in the bucket
+    std::uint32_t hash = 0;
+  };
+
+  static std::uint32_t hashOf(std::string_view folded);
+  std::uint32_t match(const Entries& entries, std::string_view folded, std::uint32_t hash,
+                      std::uint32_t from) const;
 
   Name name_;
-  std::vector<std::uint32_t> heads_;  // a power of two of them
-  std::vector<std::uint32_t> links_;  // from each entry to the next in its bucket
+  std::vector<std::uint32_t> heads_;  // of the buckets, a power of two of them
+  std::vector<Link> links_;           // of the entries
 };
 
 }  // namespace platform
