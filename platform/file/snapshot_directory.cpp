@@ -133,8 +133,8 @@ class SnapshotRows final : public SearchRows {
     while (!done_) {
       current_ = nextCandidate();
       done_ = current_ == NameIndex::kNone;
-      if (!done_ && filter_.matches(entries[current_]) && base_.holds(entries[current_]))
-        return kOk;
+      if (done_) break;
+      if (filter_.matches(entries[current_]) && base_.holds(entries[current_])) return kOk;
     }
     return kAdsNoMoreRows;
   }
