@@ -3,8 +3,8 @@
 // fails sets the last error (process.h).
 //
 // startDispatcher, registerHandler and setStatus belong to the service: setStatus is called by its
-// main thread and by the dispatcher's, and allocates nothing, because the worker may be frozen in the
-// middle of an allocation. The rest belongs to the installer, on one thread.
+// main thread and by the dispatcher's, and allocates nothing, because the worker may be frozen in
+// the middle of an allocation. The rest belongs to the installer, on one thread.
 #pragma once
 
 #include <cstdint>
@@ -21,10 +21,14 @@ using ServiceHandle = std::uintptr_t;
 inline constexpr ServiceHandle kNoServiceHandle = 0;
 
 inline constexpr WinError kErrorInvalidHandle = 6;
-inline constexpr WinError kErrorServiceExists = 1073;
+inline constexpr WinError kErrorNotEnoughMemory = 8;
+inline constexpr WinError kErrorInvalidServiceControl = 1052;
+inline constexpr WinError kErrorServiceRequestTimeout = 1053;
 inline constexpr WinError kErrorServiceDoesNotExist = 1060;
-inline constexpr WinError kErrorNoServiceManager = 1063;  // the dispatcher, outside the manager
+inline constexpr WinError kErrorNoServiceManager = 1063;      // the dispatcher, outside the manager
+inline constexpr WinError kErrorDatabaseDoesNotExist = 1065;  // there is no manager
 inline constexpr WinError kErrorServiceSpecific = 1066;
+inline constexpr WinError kErrorServiceExists = 1073;
 
 inline constexpr std::uint32_t kOwnProcess = 16;
 inline constexpr std::uint32_t kStartAutomatically = 2;

@@ -1,6 +1,10 @@
 # The sources below platform/posix.
 list(APPEND platform_sources
+  posix/process.cpp
+  posix/service_control.cpp
+  posix/systemd_units.cpp
   posix/terminal.cpp
+  posix/worker_thread.cpp
   posix/clock.cpp
   posix/code_page.cpp
   posix/digest.cpp

@@ -1,0 +1,11 @@
+// pwLapseSvc, the password expiration service: installs and removes itself, and runs under the
+// service manager of its system.
+#include "service/expiration_worker.h"
+#include "service/service_entry.h"
+
+int main(int argc, char** argv) {
+  const service::ServiceSystem system{platform::systemServiceControl(), platform::systemThreads(),
+                                      platform::systemProcess(), platform::systemClock()};
+  service::ExpirationWorker work;
+  return service::enterService({argv + (argc > 0 ? 1 : 0), argv + argc}, system, work);
+}

@@ -1,0 +1,128 @@
+#include "service/service_installer.h"
+
+#include <cstddef>
+#include <cstdio>
+#include <memory>
+
+#include "config/format_text.h"
+#include "config/registry_readers.h"
+
+namespace service {
+namespace {
+
+using platform::kErrorSuccess;
+using platform::kNoServiceHandle;
+using platform::ManagerAccess;
+using platform::ServiceHandle;
+using platform::ServiceState;
+
+// How long a service that was told to stop is given, whether it was heard or not.
+constexpr std::uint32_t kStopGraceMs = 1000;
+
+// Steps 5 to 7 of an installation. The description is no argument of CreateServiceA; it is written
+// where the manager keeps it. False, said on standard output, when it could not be.
+bool writeDescription(ServiceSystem system, const std::string& name,
+                      const std::string& description) {
+  std::unique_ptr<platform::Registry> registry;
+  const platform::WinError connected = system.control.connectRegistry(registry);
+  if (connected != kErrorSuccess) {
+    std::printf("Error connecting to registry.\n");
+    std::printf("\tError number: %d\n", static_cast<int>(connected));
+    return false;
+  }
+  const std::string path =
+      config::formatText("SYSTEM\\CurrentControlSet\\Services\\%s", name.c_str());
+  std::unique_ptr<platform::RegistryKey> key;
+  const platform::WinError opened = registry->openKey(path, platform::RegistryAccess::All, key);
+  if (opened != kErrorSuccess) {
+    std::printf("Error adding service description.\n\tError: %d\n", static_cast<int>(opened));
+    return false;
+  }
+  config::writeText(*registry, path, "Description", description);
+  config::writeNumber(*registry, path, "Start", platform::kStartAutomatically);
+  return true;
+}
+
+// `step` and the last error as decimal text.
+void printLastErrorNumber(ServiceSystem system, const char* step) {
+  std::printf("%s%s\n", step, std::to_string(system.process.lastError()).c_str());
+}
+
+void stopService(ServiceSystem system, ServiceHandle service) {
+  std::printf("Stopping service...\n");
+  platform::ServiceStatus status;
+  if (!system.control.control(service, platform::ServiceControlCode::Stop, status)) {
+    printLastErrorNumber(system, "Problems stopping service. Error number: ");
+  }
+  system.clock.sleep(kStopGraceMs);
+}
+
+}  // namespace
+
+std::string lastErrorText(platform::Process& process) {
+  constexpr std::size_t kBufferSize = 256;
+  constexpr std::size_t kRoomForNumber = 14;  // " (0x", eight digits, ")" and a terminator
+  constexpr std::size_t kLineEnd = 2;
+  const std::string text = process.errorMessage(process.lastError());
+  if (text.size() < kLineEnd || kBufferSize < text.size() + kRoomForNumber) return {};
+  return config::formatText("%s (0x%x)", text.substr(0, text.size() - kLineEnd).c_str(),
+                            process.lastError());
+}
+
+void installService(ServiceSystem system, const std::string& name, const std::string& displayName,
+                    const std::string& description, const std::string& dependencies) {
+  platform::NewService service;
+  service.name = name;
+  service.displayName = displayName;
+  service.dependencies = dependencies;
+  service.imagePath = system.process.imagePath();
+  if (service.imagePath.empty()) {
+    std::printf("Unable to install %s - %s\n", displayName.c_str(),
+                lastErrorText(system.process).c_str());
+    return;
+  }
+  const ServiceHandle manager = system.control.openManager(ManagerAccess::All);
+  if (manager == kNoServiceHandle) {
+    std::printf("OpenSCManager failed - %s\n", lastErrorText(system.process).c_str());
+    return;
+  }
+  const ServiceHandle created = system.control.createService(manager, service);
+  if (created == kNoServiceHandle) {
+    std::printf("CreateService failed - %s\n", lastErrorText(system.process).c_str());
+    system.control.closeHandle(manager);
+    return;
+  }
+  std::printf("%s installed.\n", displayName.c_str());
+  // Said to be started whether it was or not: the manager's own log tells.
+  system.control.startService(created);
+  std::printf("%s started.\n", displayName.c_str());
+  system.control.closeHandle(created);
+  // Without a description the manager's handle stays open; the process is about to end.
+  if (writeDescription(system, name, description)) system.control.closeHandle(manager);
+}
+
+void removeService(ServiceSystem system, const std::string& name) {
+  const ServiceHandle manager = system.control.openManager(ManagerAccess::Connect);
+  if (manager == kNoServiceHandle) {
+    printLastErrorNumber(system, "Error opening service control database. Error number :");
+  }
+  const ServiceHandle service = system.control.openService(manager, name);
+  if (service == kNoServiceHandle) {
+    printLastErrorNumber(system, "Problems removing service. Error number: ");
+  }
+  platform::ServiceStatus status;
+  if (!system.control.queryStatus(service, status)) {
+    printLastErrorNumber(system, "Problems getting service status. Error number: ");
+  }
+  // A state that could not be read is taken for a service that runs.
+  if (status.state != ServiceState::Stopped) stopService(system, service);
+  if (system.control.deleteService(service)) {
+    std::printf("Service successfully removed.\n");
+  } else {
+    printLastErrorNumber(system, "Problems deleting service. Error number: ");
+  }
+  system.control.closeHandle(service);
+  system.control.closeHandle(manager);
+}
+
+}  // namespace service
