@@ -85,8 +85,9 @@ void printPaths(const SmtpCatcher& catcher) {
     std::printf("  %s\n", platform::absolutePath(file).c_str());
   }
   std::printf("Report:\n  %s\n", platform::absolutePath(notify::kReportFile).c_str());
-  std::printf("The site: its registry, directory, lists and logs:\n  %s\n",
-              platform::absolutePath(".").c_str());
+  std::error_code status;
+  std::printf("The site itself, with registry, directory, lists and logs:\n  %s\n",
+              fs::current_path(status).string().c_str());
 }
 
 }  // namespace
@@ -108,12 +109,13 @@ int demoCommand(const DemoOptions& options) {
   const platform::Host host = system->host();
 
   PassWatcher watcher(PassWatcher::Keep::Verdicts, nullptr);
-  service::ExpirationRun run(host, service::readServiceValues(host.registry), &watcher);
+  service::ExpirationRun run(host, service::readServiceValues(host.registry), &watcher, nullptr);
   run.prepare();
-  watcher.finish(run.pass());
+  watcher.finish(run.pass(), system->directoryWarnings());
   catcher.stop();
   const bool asExpected = printVerdicts(watcher.verdicts());
-  std::printf("\n%s", watcher.summaryText().c_str());
+  std::printf("\n%sThe failure is part of the demonstration: the server refuses %s.\n",
+              watcher.summaryText().c_str(), kDemoRefusedAddress);
   printPaths(catcher);
   return asExpected ? kExitDone : kExitSomethingFailed;
 }

@@ -120,7 +120,9 @@ std::string registryText(std::uint16_t smtpPort) {
          "[HKEY_LOCAL_MACHINE\\System\\CurrentControlSet\\Control\\ProductOptions]\r\n"
          "\"productType\"=\"LanmanNT\"\r\n\r\n"
          "[HKEY_LOCAL_MACHINE\\Software\\Kadro\\PwsentryPro\\Directory]\r\n"
-         "\"uri\"=" + quoted(directoryUri) + "\r\n\r\n"
+         "\"uri\"=" +
+         quoted(directoryUri) +
+         "\r\n\r\n"
          "[HKEY_LOCAL_MACHINE\\Software\\Policies\\Kadro\\PwsentryProMPE]\r\n"
          "\"expirationServiceDebug\"=dword:00000001\r\n\r\n"
          "[HKEY_LOCAL_MACHINE\\Software\\Policies\\Kadro\\PwsentryProMPE\\DefaultPolicy]\r\n"

@@ -1,5 +1,5 @@
-// The sample site of `pwlapse demo`: a registry file, a directory, templates and lists, with at least
-// one user for every outcome a pass can have.
+// The sample site of `pwlapse demo`: a registry file, a directory, templates and lists, with at
+// least one user for every outcome a pass can have.
 #pragma once
 
 #include <cstdint>
@@ -24,8 +24,9 @@ struct ExpectedOutcome {
   std::uint32_t skipReasons = 0;
 };
 
-// Writes the site's files into the current directory, passwords aged as of now; `smtpPort` is that of
-// a mail server on this machine. False, with `error` naming the file, when one cannot be written.
+// Writes the site's files into the current directory, passwords aged as of now; `smtpPort` is that
+// of a mail server on this machine. False, with `error` naming the file, when one cannot be
+// written.
 bool makeDemoSite(platform::Clock& clock, std::uint16_t smtpPort, std::string& error);
 
 std::vector<ExpectedOutcome> demoExpectations();

@@ -12,11 +12,13 @@ int main(int argc, char** argv) {
   console::RunOptions run;
   CLI::App* runApp = app.add_subcommand("run", "Make one whole pass now");
   runApp->add_option("--registry", run.registryFile, "Registry file (.reg)")->type_name("FILE");
-  runApp->add_option("--directory", run.directoryUri,
-                     "Directory, instead of the registry's: ldap://, ldaps://, ldapi://, ldif:PATH")
+  runApp
+      ->add_option("--directory", run.directoryUri,
+                   "Directory, instead of the registry's: ldap://, ldaps://, ldapi://, ldif:PATH")
       ->type_name("URI");
-  runApp->add_option("--work-dir", run.workDir,
-                     "Where templates and lists are read and logs written (default: here)")
+  runApp
+      ->add_option("--work-dir", run.workDir,
+                   "Where templates and lists are read and logs written (default: here)")
       ->type_name("DIR");
   runApp->add_flag("--debug", run.debug, "Write the debug log, whatever the registry says");
 

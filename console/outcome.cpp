@@ -32,8 +32,8 @@ std::string skipText(const UserVerdict& verdict) {
 }
 
 std::string agePhrase(const UserVerdict& verdict) {
-  if (!verdict.accountFound) return "account not found, age taken as " +
-                                    formatText("%u", verdict.age);
+  if (!verdict.accountFound)
+    return "account not found, age taken as " + formatText("%u", verdict.age);
   return formatText("age %u of %i days", verdict.age, verdict.maxAge);
 }
 
@@ -53,10 +53,14 @@ std::string mailPhrase(const UserVerdict& verdict) {
 Outcome outcomeOf(const UserVerdict& verdict) {
   if (verdict.skipReasons != 0) return Outcome::Skipped;
   switch (verdict.expiry) {
-    case service::Expiry::Forced: return Outcome::Expired;
-    case service::Expiry::OnlyReported: return Outcome::WouldExpire;
-    case service::Expiry::Refused: return Outcome::ExpiryRefused;
-    case service::Expiry::NotDue: break;
+    case service::Expiry::Forced:
+      return Outcome::Expired;
+    case service::Expiry::OnlyReported:
+      return Outcome::WouldExpire;
+    case service::Expiry::Refused:
+      return Outcome::ExpiryRefused;
+    case service::Expiry::NotDue:
+      break;
   }
   if (!verdict.inWarningPeriod) return Outcome::OutsidePeriod;
   if (verdict.mailFailed) return Outcome::MailFailed;
@@ -65,14 +69,22 @@ Outcome outcomeOf(const UserVerdict& verdict) {
 
 const char* outcomeLabel(Outcome outcome) {
   switch (outcome) {
-    case Outcome::OutsidePeriod: return "outside period";
-    case Outcome::Warned: return "warned";
-    case Outcome::NotMailed: return "not mailed";
-    case Outcome::MailFailed: return "mail failed";
-    case Outcome::Expired: return "expired";
-    case Outcome::WouldExpire: return "would expire";
-    case Outcome::ExpiryRefused: return "expiry refused";
-    case Outcome::Skipped: return "skipped";
+    case Outcome::OutsidePeriod:
+      return "outside period";
+    case Outcome::Warned:
+      return "warned";
+    case Outcome::NotMailed:
+      return "not mailed";
+    case Outcome::MailFailed:
+      return "mail failed";
+    case Outcome::Expired:
+      return "expired";
+    case Outcome::WouldExpire:
+      return "would expire";
+    case Outcome::ExpiryRefused:
+      return "expiry refused";
+    case Outcome::Skipped:
+      return "skipped";
   }
   return "";
 }
@@ -81,14 +93,18 @@ std::string outcomeReason(const UserVerdict& verdict) {
   const std::string age = agePhrase(verdict);
   const int daysLeft = verdict.maxAge - static_cast<int>(verdict.age);
   switch (outcomeOf(verdict)) {
-    case Outcome::Skipped: return skipText(verdict);
+    case Outcome::Skipped:
+      return skipText(verdict);
     case Outcome::OutsidePeriod:
       return verdict.changeAlreadyDue ? "already to change the password at next logon" : age;
-    case Outcome::Expired: return age + "; change forced at next logon; " + mailPhrase(verdict);
-    case Outcome::WouldExpire: return age + "; report-only mode; " + mailPhrase(verdict);
+    case Outcome::Expired:
+      return age + "; change forced at next logon; " + mailPhrase(verdict);
+    case Outcome::WouldExpire:
+      return age + "; report-only mode; " + mailPhrase(verdict);
     case Outcome::ExpiryRefused:
       return age + "; the directory did not take the forced change; " + mailPhrase(verdict);
-    default: return age + formatText(", %i left; ", daysLeft) + mailPhrase(verdict);
+    default:
+      return age + formatText(", %i left; ", daysLeft) + mailPhrase(verdict);
   }
 }
 

@@ -9,8 +9,17 @@ namespace {
 
 using config::formatText;
 
-constexpr std::size_t kProblemsNamed = 10;  // more are counted only
+constexpr std::size_t kLinesShown = 10;  // of a kind; more are counted only
 constexpr int kBarWidth = 30;
+
+void appendLines(std::string& text, const char* label, const std::vector<std::string>& lines,
+                 std::uint64_t count) {
+  for (const std::string& line : lines) text += std::string(label) + ": " + line + "\n";
+  if (count > lines.size()) {
+    text +=
+        formatText("%s: %llu more\n", label, static_cast<unsigned long long>(count - lines.size()));
+  }
+}
 
 }  // namespace
 
@@ -24,8 +33,9 @@ void PassWatcher::slotStarted(int slot, const std::string& includeFile, std::uin
 }
 
 void PassWatcher::policyUndefined(const std::string& name) {
-  notes_.push_back(name + " has a maximum password age but no policyName of at least 2 characters: "
-                          "it is left out");
+  addNote(name +
+          " has a maximum password age but no policyName of at least 2 characters: "
+          "it is left out");
 }
 
 void PassWatcher::userExamined(const service::UserVerdict& verdict) {
@@ -35,16 +45,20 @@ void PassWatcher::userExamined(const service::UserVerdict& verdict) {
     addProblem("mail to " + verdict.username + " <" + verdict.email + "> was not sent");
   }
   if (verdict.expiry == service::Expiry::Refused) {
-    addProblem("the directory did not take the forced password change of " + verdict.username);
+    const std::string& why = verdict.refusal;
+    addProblem("the directory did not take the forced password change of " + verdict.username +
+               (why.empty() ? "" : ": " + why));
   }
   if (keep_ == Keep::Verdicts) verdicts_.push_back(verdict);
   readBytes_ += verdict.username.size() + 1;
   drawBar();
 }
 
-bool PassWatcher::finish(const service::RunSummary& summary) {
+bool PassWatcher::finish(const service::RunSummary& summary,
+                         const std::vector<std::string>& warnings) {
   if (drawnPercent_ >= 0) std::fputs("\r\033[K", terminal_);
   reportOnly_ = summary.reportOnly;
+  for (const std::string& warning : warnings) addNote(warning);
   if (!summary.directoryBound) {
     const std::string& text = summary.directoryError.text;
     addProblem("could not bind to the domain" + (text.empty() ? "" : ": " + text));
@@ -56,27 +70,28 @@ bool PassWatcher::finish(const service::RunSummary& summary) {
 }
 
 std::string PassWatcher::summaryText() const {
-  std::string text = formatText("%llu %s in %i user %s%s\n", static_cast<unsigned long long>(lines_),
-                                lines_ == 1 ? "line" : "lines", lists_,
-                                lists_ == 1 ? "list" : "lists",
-                                reportOnly_ ? ", report-only mode" : "");
+  std::string text =
+      formatText("%llu %s in %i user %s%s\n", static_cast<unsigned long long>(lines_),
+                 lines_ == 1 ? "line" : "lines", lists_, lists_ == 1 ? "list" : "lists",
+                 reportOnly_ ? ", report-only mode" : "");
   for (int i = 0; i < kOutcomes; ++i) {
     if (counts_[i] == 0) continue;
     text += formatText("  %-16s %8llu\n", outcomeLabel(static_cast<Outcome>(i)),
                        static_cast<unsigned long long>(counts_[i]));
   }
-  for (const std::string& note : notes_) text += "note: " + note + "\n";
-  for (const std::string& problem : problems_) text += "FAILED: " + problem + "\n";
-  if (problemCount_ > problems_.size()) {
-    text += formatText("FAILED: %llu more\n",
-                       static_cast<unsigned long long>(problemCount_ - problems_.size()));
-  }
+  appendLines(text, "note", notes_, noteCount_);
+  appendLines(text, "FAILED", problems_, problemCount_);
   return text;
 }
 
 void PassWatcher::addProblem(const std::string& problem) {
   ++problemCount_;
-  if (problems_.size() < kProblemsNamed) problems_.push_back(problem);
+  if (problems_.size() < kLinesShown) problems_.push_back(problem);
+}
+
+void PassWatcher::addNote(const std::string& note) {
+  ++noteCount_;
+  if (notes_.size() < kLinesShown) notes_.push_back(note);
 }
 
 void PassWatcher::drawBar() {

@@ -24,8 +24,8 @@ class PassWatcher : public service::RunObserver {
   void policyUndefined(const std::string& name) override;
   void userExamined(const service::UserVerdict& verdict) override;
 
-  // The pass is over: the bar goes. True when nothing in it failed.
-  bool finish(const service::RunSummary& summary);
+  // The pass is over: the bar goes. `warnings` are the directory's. True when nothing failed.
+  bool finish(const service::RunSummary& summary, const std::vector<std::string>& warnings);
 
   // What the pass came to, one fact a line, and what failed; after finish().
   std::string summaryText() const;
@@ -33,6 +33,7 @@ class PassWatcher : public service::RunObserver {
 
  private:
   void addProblem(const std::string& problem);
+  void addNote(const std::string& note);
   void drawBar();
 
   Keep keep_;
@@ -43,7 +44,8 @@ class PassWatcher : public service::RunObserver {
   bool reportOnly_ = false;
   std::uint64_t problemCount_ = 0;
   std::vector<std::string> problems_;  // the first few
-  std::vector<std::string> notes_;
+  std::uint64_t noteCount_ = 0;
+  std::vector<std::string> notes_;  // the first few
   std::vector<service::UserVerdict> verdicts_;
   std::string listName_;
   std::uint64_t listBytes_ = 0;

@@ -34,11 +34,10 @@ int runCommand(const RunOptions& options) {
   // A pass makes the folder with debug on only; whoever runs one by hand wants the report and logs.
   platform::createDirectory(notify::kLogDirectory);
 
-  PassWatcher watcher(PassWatcher::Keep::Counts,
-                      platform::isTerminal(stderr) ? stderr : nullptr);
-  service::ExpirationRun run(host, values, &watcher);
+  PassWatcher watcher(PassWatcher::Keep::Counts, platform::isTerminal(stderr) ? stderr : nullptr);
+  service::ExpirationRun run(host, values, &watcher, nullptr);
   run.prepare();
-  const bool allWell = watcher.finish(run.pass());
+  const bool allWell = watcher.finish(run.pass(), system->directoryWarnings());
   std::fputs(watcher.summaryText().c_str(), stdout);
   return allWell ? kExitDone : kExitSomethingFailed;
 }

@@ -72,10 +72,11 @@ std::u16string escapeFilterValue(std::u16string_view value) {
 }
 
 // As the administrator's tools print it: the attribute's name and its value.
-void printFound(const std::u16string& path) {
-  std::fputs("Found User.\n", stdout);
-  std::printf("%s: %s\r\n", platform::utf16ToAnsi(kPathAttribute).c_str(),
-              platform::utf16ToAnsi(path).c_str());
+void printFound(std::FILE* out, const std::u16string& path) {
+  if (out == nullptr) return;
+  std::fputs("Found User.\n", out);
+  std::fprintf(out, "%s: %s\r\n", platform::utf16ToAnsi(kPathAttribute).c_str(),
+               platform::utf16ToAnsi(path).c_str());
 }
 
 // The ANSI text, up to a NUL, cut to what a field of UserDirectoryData holds.
@@ -96,10 +97,10 @@ void setDefaults(UserDirectoryData& data) {
 
 // `traced`: with the lines that tell each step.
 HResult lookUp(DirectoryAccess& access, DirectorySearch* search, const std::u16string& logonName,
-               config::DebugLog& log, bool traced, UserDirectoryData& data) {
+               config::DebugLog& log, bool traced, std::FILE* foundUsers, UserDirectoryData& data) {
   std::unique_ptr<DirectoryObject> object;
   if (traced) log.print("    find user by name\n");
-  HResult status = FindUserByName(access, search, logonName, object);
+  HResult status = FindUserByName(access, search, logonName, object, foundUsers);
   if (failed(status)) {
     log.print("    User %s not Found.\n", platform::utf16ToAnsi(logonName).c_str());
     log.print("    FindUserByName failed with the following HR: %x\n", status);
@@ -134,7 +135,7 @@ void DomainDirectory::unbindDomain() {
 HResult DomainDirectory::getEmailBound(const std::u16string& logonName, UserDirectoryData& data) {
   if (logonName.empty()) return platform::kOk;
   setDefaults(data);
-  return lookUp(access_, domain_.get(), logonName, log_, false, data);
+  return lookUp(access_, domain_.get(), logonName, log_, false, foundUsers_, data);
 }
 
 HResult DomainDirectory::getEmail(const std::u16string& logonName, UserDirectoryData& data) {
@@ -147,7 +148,7 @@ HResult DomainDirectory::getEmail(const std::u16string& logonName, UserDirectory
   Binding binding = bindDefaultContext(access_);
   HResult status = binding.status;
   if (binding.contextKnown) {
-    status = lookUp(access_, binding.search.get(), logonName, log_, true, data);
+    status = lookUp(access_, binding.search.get(), logonName, log_, true, foundUsers_, data);
   } else {
     log_.print("    Not Found. Could not bind to the domain.\n");
   }
@@ -164,7 +165,7 @@ HResult DomainDirectory::getEmail2(const std::u16string& logonName, UserDirector
   Binding binding = bindDefaultContext(access_);
   HResult status = binding.status;
   if (binding.contextKnown) {
-    status = lookUp(access_, binding.search.get(), logonName, log_, false, data);
+    status = lookUp(access_, binding.search.get(), logonName, log_, false, foundUsers_, data);
   } else {
     log_.print("Not Found. Could not bind to the domain.\n");
   }
@@ -175,7 +176,8 @@ HResult DomainDirectory::getEmail2(const std::u16string& logonName, UserDirector
 }
 
 HResult FindUserByName(DirectoryAccess& access, DirectorySearch* search,
-                       const std::u16string& logonName, std::unique_ptr<DirectoryObject>& user) {
+                       const std::u16string& logonName, std::unique_ptr<DirectoryObject>& user,
+                       std::FILE* foundUsers) {
   if (search == nullptr || logonName.empty()) return platform::kInvalidArgument;
   const std::u16string filter =
       u"(&(objectCategory=user)(samAccountName=" + escapeFilterValue(logonName) + u"))";
@@ -199,7 +201,7 @@ HResult FindUserByName(DirectoryAccess& access, DirectorySearch* search,
     if (failed(status)) continue;
     user = std::move(opened);  // of several matches the last one
     found = true;
-    printFound(path.firstValue);
+    printFound(foundUsers, path.firstValue);
   }
   return found ? status : platform::kFail;
 }

@@ -3,6 +3,7 @@
 // ends a pass: a failure is a status and a line in the debug log.
 #pragma once
 
+#include <cstdio>
 #include <memory>
 #include <string>
 
@@ -16,8 +17,10 @@ inline constexpr const char* kDomainUsersFile = "pwsentry_pro_domain_users.txt";
 
 class DomainDirectory {
  public:
-  DomainDirectory(platform::DirectoryAccess& access, config::DebugLog& log)
-      : access_(access), log_(log) {}
+  // `foundUsers` is where look-ups print whom they found; borrowed, null for nowhere.
+  DomainDirectory(platform::DirectoryAccess& access, config::DebugLog& log,
+                  std::FILE* foundUsers = stdout)
+      : access_(access), log_(log), foundUsers_(foundUsers) {}
 
   // Opens the persistent binding to the default naming context; 1 when it is open, else 0.
   int bindDomain();
@@ -37,15 +40,18 @@ class DomainDirectory {
  private:
   platform::DirectoryAccess& access_;
   config::DebugLog& log_;
+  std::FILE* foundUsers_;
   std::unique_ptr<platform::DirectorySearch> domain_;  // the persistent binding; null: not bound
 };
 
 // The object of the user with this logon name, found below `search`. The name is escaped (RFC 4515
 // section 3), so that one with '*' or '(' is found as itself. kInvalidArgument for a missing
-// binding or name, kFail when no entry was found.
+// binding or name, kFail when no entry was found. Each user found is printed to `foundUsers`,
+// unless that is null.
 platform::HResult FindUserByName(platform::DirectoryAccess& access,
                                  platform::DirectorySearch* search, const std::u16string& logonName,
-                                 std::unique_ptr<platform::DirectoryObject>& user);
+                                 std::unique_ptr<platform::DirectoryObject>& user,
+                                 std::FILE* foundUsers = stdout);
 
 // Reads the three properties; the result of the last read.
 platform::HResult getUserEmail(platform::DirectoryUser& user, config::DebugLog& log,

@@ -22,12 +22,23 @@ bool isPlain(std::string_view text) {
 
 void appendCharacter(std::string& html, char32_t character) {
   switch (character) {
-    case U'&': html += "&amp;"; return;
-    case U'<': html += "&lt;"; return;
-    case U'>': html += "&gt;"; return;
-    case U'"': html += "&quot;"; return;
-    case U'\'': html += "&#39;"; return;
-    default: break;
+    case U'&':
+      html += "&amp;";
+      return;
+    case U'<':
+      html += "&lt;";
+      return;
+    case U'>':
+      html += "&gt;";
+      return;
+    case U'"':
+      html += "&quot;";
+      return;
+    case U'\'':
+      html += "&#39;";
+      return;
+    default:
+      break;
   }
   if (character < 0x80) {
     html += static_cast<char>(character);

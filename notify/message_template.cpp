@@ -39,8 +39,7 @@ MessageBody loadMessageBody(const std::string& customMessage, config::DebugLog& 
   } else if (readTemplate(kTextTemplateFile, body.text)) {
     log.print("**Plain text email body file found.\n");
   } else {
-    log.print(
-        "**No custom email text files found.  Using registry value for custom email body.\n");
+    log.print("**No custom email text files found.  Using registry value for custom email body.\n");
     body.text = customMessage;
   }
   return body;

@@ -62,7 +62,9 @@ void writeDebugHeader(config::DebugLog& log, const config::ExpirationSettings& s
   }
 }
 
-void recreateSkipList() { platform::writeWholeFile(kSkipListFile, "LIST OF SKIPPED USERS\n"); }
+void recreateSkipList() {
+  platform::writeTextFile(kSkipListFile, "LIST OF SKIPPED USERS\n");
+}
 
 void appendSkippedUser(const std::string& username) {
   platform::appendToFile("logfiles//pwExpirationSkipList.txt",
@@ -70,8 +72,8 @@ void appendSkippedUser(const std::string& username) {
 }
 
 void recreateExpiringSoonLog() {
-  platform::writeWholeFile(kExpiringSoonLog,
-                           "\"Date of Run\",\"Username\",\"Email\",\"Days before expiration\"\n");
+  platform::writeTextFile(kExpiringSoonLog,
+                          "\"Date of Run\",\"Username\",\"Email\",\"Days before expiration\"\n");
 }
 
 void appendExpiringSoon(const platform::LocalTime& now, const std::string& username,

@@ -18,14 +18,14 @@ inline constexpr const char* kExpiringSoonLog = "logfiles\\Norvyn-expiring-soon.
 
 // Figures of the debug log's header that are not settings.
 struct RunFigures {
-  double uptimeSeconds = 0;              // measured once, when the worker started
-  std::uint32_t domainMaxAgeDays = 0;    // 0 until known
+  double uptimeSeconds = 0;            // measured once, when the worker started
+  std::uint32_t domainMaxAgeDays = 0;  // 0 until known
   std::uint32_t intervalMs = 0;
-  bool emailedToday = false;             // the mailing-day guard has fired
+  bool emailedToday = false;  // the mailing-day guard has fired
 };
 
-// Product, domain policy and every setting, none of them secret. `settings.reportOnly` is the pass's
-// effective one.
+// Product, domain policy and every setting, none of them secret. `settings.reportOnly` is the
+// pass's effective one.
 void writeDebugHeader(config::DebugLog& log, const config::ExpirationSettings& settings,
                       const RunFigures& figures, const platform::LocalTime& now);
 

@@ -110,10 +110,10 @@ void RunReport::start(const config::ExpirationSettings& settings, std::uint32_t 
 void RunReport::addUpcoming(const ReportUser& user, std::uint32_t emailWarnings,
                             const std::string& emailedText) {
   const int age = static_cast<int>(user.passwordAge);
-  upcoming_ += rowStart(user) +
-               formatText("<td>%i</td><td>%i</td><td>%i</td><td>%i</td><td>%s</td></tr>\n",
-                          static_cast<int>(emailWarnings), age, user.maxAge, user.maxAge - age,
-                          emailedText.c_str());
+  upcoming_ +=
+      rowStart(user) + formatText("<td>%i</td><td>%i</td><td>%i</td><td>%i</td><td>%s</td></tr>\n",
+                                  static_cast<int>(emailWarnings), age, user.maxAge,
+                                  user.maxAge - age, emailedText.c_str());
 }
 
 void RunReport::addExpired(const ReportUser& user) {
@@ -141,6 +141,8 @@ bool RunReport::writeFileReport() {
   return platform::writeWholeFile(kReportFile, fileReport_);
 }
 
-bool writeReportLogo() { return platform::writeWholeFile(kLogoFile, reportLogo()); }
+bool writeReportLogo() {
+  return platform::writeWholeFile(kLogoFile, reportLogo());
+}
 
 }  // namespace notify

@@ -13,8 +13,7 @@ constexpr const char* kExpiredText =
     "\r\n"
     "You will be prompted to change your password prior to your next logon.\r\n";
 
-MessageBody composeBody(const WarningContext& context, const std::string& username,
-                        int countdown) {
+MessageBody composeBody(const WarningContext& context, const std::string& username, int countdown) {
   // An expired password has its own fixed words; templates speak of days that remain.
   if (countdown < 1) return {kExpiredText, false};
 

@@ -1,6 +1,6 @@
 // The one e-mail that warns a user that the password expires in some days, or has expired; and the
-// record of the day of the mailing. Used by the pass, once per user who is due a warning, and in test
-// mode.
+// record of the day of the mailing. Used by the pass, once per user who is due a warning, and in
+// test mode.
 #pragma once
 
 #include <string>

@@ -22,10 +22,6 @@ std::string utf16ToAnsi(std::u16string_view text);
 
 bool isValidUtf8(std::string_view text);
 
-// Every character in lower case, by the simple case mapping of Unicode; no locale has a say. For
-// comparing names.
-std::u16string lowerCase(std::u16string_view text);
-
 // Text in a Windows code page to and from UTF-8. False, with `out` empty, when the system cannot
 // convert that code page; `lossy` (may be null) is set when a character had to be replaced.
 bool codePageToUtf8(std::uint32_t codePage, std::string_view text, std::string& out,

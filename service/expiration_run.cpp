@@ -1,6 +1,5 @@
 #include "service/expiration_run.h"
 
-#include <cstdio>
 #include <utility>
 
 #include "config/registry_readers.h"
@@ -8,6 +7,7 @@
 #include "notify/admin_report_mail.h"
 #include "notify/run_logs.h"
 #include "notify/warning_email.h"
+#include "platform/case_fold.h"
 #include "platform/files.h"
 
 namespace service {
@@ -51,12 +51,12 @@ std::uint64_t fileSize(std::FILE* file) {
 }  // namespace
 
 ExpirationRun::ExpirationRun(platform::Host host, const ServiceValues& values,
-                             RunObserver* observer)
+                             RunObserver* observer, std::FILE* foundUsers)
     : host_(host),
       values_(values),
       observer_(observer),
       log_(values.debug),
-      domain_(host.directory, log_),
+      domain_(host.directory, log_, foundUsers),
       settingsKeyPath_(config::kExpirationKeyMpe),
       examiner_(host_, log_, domain_, pass_) {}
 
@@ -67,12 +67,12 @@ void ExpirationRun::prepare() {
 }
 
 void ExpirationRun::decideEdition() {
-  const std::string productType =
-      config::readTextField(host_.registry, kProductOptionsKey, "productType", kProductTypeCapacity);
+  const std::string productType = config::readTextField(host_.registry, kProductOptionsKey,
+                                                        "productType", kProductTypeCapacity);
   std::unique_ptr<platform::RegistryKey> key;
   if (host_.registry.openKey(config::kExpirationKeyMpems, platform::RegistryAccess::Query, key) !=
           platform::kErrorSuccess ||
-      lowerCased(productType) != "servernt") {
+      !platform::equalAsciiNoCase(productType, "ServerNT")) {
     return;
   }
   memberServer_ = true;
@@ -126,8 +126,8 @@ void ExpirationRun::beginPass() {
 
 // Without a settings key, or without a mail server in it, a pass only reports.
 void ExpirationRun::checkSettingsKey() {
-  const platform::WinError opened = host_.registry.openKey(
-      settingsKeyPath_, platform::RegistryAccess::Query, settingsKey_);
+  const platform::WinError opened =
+      host_.registry.openKey(settingsKeyPath_, platform::RegistryAccess::Query, settingsKey_);
   if (opened != platform::kErrorSuccess) pass_.settings.reportOnly = true;
   platform::RegistryValue value;
   if (settingsKey_ && settingsKey_->queryValue("smtpServer", config::kMaxTextValueBytes, value) ==
@@ -164,8 +164,8 @@ void ExpirationRun::splitCustomMessage() {
   }
 }
 
-// Only the day of month is compared: a mailing on the 5th also blocks the 5th of the next month when
-// no mail went out in between.
+// Only the day of month is compared: a mailing on the 5th also blocks the 5th of the next month
+// when no mail went out in between.
 void ExpirationRun::guardMailingDay() {
   const auto today = static_cast<std::uint32_t>(host_.clock.localTime().day);
   if (pass_.settings.expirationLastRunDay == today && pass_.settings.limitEmails) {
@@ -229,8 +229,7 @@ void ExpirationRun::examineList(PolicyInHand& policy, const PolicyFiles& files) 
 void ExpirationRun::finishPass(RunSummary& summary) {
   pass_.report.finish(pass_.expiredUsers);
   if (pass_.settings.emailAdminReports) {
-    summary.adminReportFailed =
-        !notify::sendAdminReport(pass_.settings, pass_.report.mailReport());
+    summary.adminReportFailed = !notify::sendAdminReport(pass_.settings, pass_.report.mailReport());
   }
   if (pass_.settings.htmllog) summary.fileReportFailed = !pass_.report.writeFileReport();
   pass_.processed.clear();

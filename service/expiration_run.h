@@ -1,11 +1,12 @@
-// The expiration run: the body of the worker thread. It prepares once and then passes over all users,
-// again and again, with a sleep between two passes. Nothing that happens in a pass ends the run.
-// One object per worker, used by that thread only. A pass blocks for as long as the directory and the
-// mail server take.
+// The expiration run: the body of the worker thread. It prepares once and then passes over all
+// users, again and again, with a sleep between two passes. Nothing that happens in a pass ends the
+// run. One object per worker, used by that thread only. A pass blocks for as long as the directory
+// and the mail server take.
 #pragma once
 
 #include <array>
 #include <cstdint>
+#include <cstdio>
 #include <memory>
 #include <string>
 
@@ -22,8 +23,10 @@ namespace service {
 
 class ExpirationRun {
  public:
-  // `observer` is borrowed and may be null.
-  ExpirationRun(platform::Host host, const ServiceValues& values, RunObserver* observer);
+  // `observer` is borrowed and may be null. `foundUsers` is where look-ups print whom they found:
+  // borrowed, null for nowhere.
+  ExpirationRun(platform::Host host, const ServiceValues& values, RunObserver* observer,
+                std::FILE* foundUsers = stdout);
 
   // Once, before the first pass: the logo file, the kind of machine, which edition's keys to use.
   void prepare();

@@ -23,14 +23,15 @@ using PolicyTable = std::array<config::PolicyRecord, kPolicySlots>;
 // "DefaultPolicy", "Policy1" .. "Policy5", of slots 0 to 5.
 std::string policySlotName(int slot);
 
-// Resets and loads all slots. `memberServer`: the member-server edition's keys win for slots 0 to 2.
+// Resets and loads all slots. `memberServer`: the member-server edition's keys win for slots 0
+// to 2.
 PolicyTable loadPolicyTable(platform::Registry& registry,
                             const config::ExpirationSettings& settings, bool memberServer,
                             config::DebugLog& log);
 
-// Slot numbers in visiting order: rising maximum age. Among equal ages the highest-numbered slot comes
-// first, so a numbered policy takes its users before the default policy does. Slots whose age is
-// above 10,000 days are not found any more; slot 0 stands in their places.
+// Slot numbers in visiting order: rising maximum age. Among equal ages the highest-numbered slot
+// comes first, so a numbered policy takes its users before the default policy does. Slots whose age
+// is above 10,000 days are not found any more; slot 0 stands in their places.
 std::array<int, kPolicySlots> policyOrder(const PolicyTable& slots);
 
 // The maximum age a pass goes by, in days: 0, which skips the slot, for a named policy that is not

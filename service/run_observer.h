@@ -43,14 +43,15 @@ struct UserVerdict {
   bool emailDue = false;           // all conditions for a mail held, but perhaps the address
   bool mailFailed = false;
   Expiry expiry = Expiry::NotDue;
+  std::string refusal;  // the directory's words when the expiry was refused
 };
 
 struct RunSummary {
-  bool reportOnly = false;         // effective
+  bool reportOnly = false;  // effective
   bool testEmailFailed = false;
   bool directoryBound = false;
   platform::DirectoryError directoryError;  // when not bound
-  bool smtpFailure = false;        // some warning was not sent
+  bool smtpFailure = false;                 // some warning was not sent
   bool adminReportFailed = false;
   bool fileReportFailed = false;
   std::uint32_t upcomingRows = 0;

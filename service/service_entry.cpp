@@ -2,18 +2,19 @@
 
 #include <cstdio>
 
+#include "config/same_text.h"
+#include "platform/case_fold.h"
 #include "service/service_installer.h"
 #include "service/service_main.h"
-#include "service/user_list.h"
 
 namespace service {
 namespace {
 
-// The word of a switch in lower case; empty when the argument is none.
+// The word behind the sign of a switch; empty when the first argument is none.
 std::string switchWord(const std::vector<std::string>& arguments) {
   if (arguments.empty() || arguments[0].empty()) return {};
   const std::string& first = arguments[0];
-  return first[0] == '-' || first[0] == '/' ? lowerCased(first.substr(1)) : std::string();
+  return first[0] == '-' || first[0] == '/' ? first.substr(1) : std::string();
 }
 
 void printUsage() {
@@ -34,11 +35,11 @@ void fatalError(platform::Process& process, const char* message, platform::WinEr
 int enterService(const std::vector<std::string>& arguments, ServiceSystem system,
                  ServiceWork& work) {
   const std::string word = switchWord(arguments);
-  if (word == "install") {
+  if (config::sameText(word, "install")) {
     installService(system, kServiceName, kDisplayName, kDescription, kDependencies);
     return 0;
   }
-  if (word == "remove") {
+  if (config::sameText(word, "remove")) {
     removeService(system, kServiceName);
     return 0;
   }

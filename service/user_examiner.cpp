@@ -35,7 +35,7 @@ UserVerdict UserExaminer::examine(const PolicyInHand& policy, std::string line) 
     verdict.skipReasons |= kSkipComputerAccount;
     log_.print("  Username contains $ character.  Skipping User.\n");
   }
-  if (!policy.excluded.empty() && policy.excluded.count(lowerCased(verdict.username)) != 0) {
+  if (!policy.excluded.empty() && policy.excluded.count(nameKey(verdict.username)) != 0) {
     verdict.skipReasons |= kSkipExcluded;
     log_.print(" user excluded from policy\n");
   }
@@ -48,8 +48,8 @@ UserVerdict UserExaminer::examine(const PolicyInHand& policy, std::string line) 
   readAge(name);
   verdict.age = pass_.age;
   // Unsigned, so that a threshold stored as a negative number puts nearly everybody outside.
-  verdict.inWarningPeriod = pass_.age + pass_.settings.warningThreshold >=
-                            static_cast<std::uint32_t>(policy.maxAge);
+  verdict.inWarningPeriod =
+      pass_.age + pass_.settings.warningThreshold >= static_cast<std::uint32_t>(policy.maxAge);
   if (verdict.inWarningPeriod) warn(policy, name, verdict);
   if (static_cast<std::int32_t>(pass_.age) >= policy.maxAge && policy.maxAge != 0) {
     expire(policy, name, verdict);
@@ -115,10 +115,11 @@ void UserExaminer::warn(const PolicyInHand& policy, const std::u16string& name,
 
   const config::ExpirationSettings& settings = pass_.settings;
   const bool disabled = false;  // disabled accounts do not get here
-  log_.print("  bEmailWarnings: %i  reportOnly: %i  bDisabled: %i  bEmailRunToday: %i"
-             "  bEmailUserOK: %i  countdown: %i\n",
-             static_cast<int>(policy.emailWarnings), settings.reportOnly, disabled,
-             pass_.emailedToday, pass_.mayEmail, countdown);
+  log_.print(
+      "  bEmailWarnings: %i  reportOnly: %i  bDisabled: %i  bEmailRunToday: %i"
+      "  bEmailUserOK: %i  countdown: %i\n",
+      static_cast<int>(policy.emailWarnings), settings.reportOnly, disabled, pass_.emailedToday,
+      pass_.mayEmail, countdown);
   log_.print("  countdown: %i\twarning1: %i\twarning2: %i\twarning3: %i\n", countdown,
              settings.warnings[0], settings.warnings[1], settings.warnings[2]);
   const bool onWarningDay = matchesWarningDay(countdown);
@@ -204,9 +205,9 @@ void UserExaminer::expire(const PolicyInHand& policy, const std::u16string& name
     pass_.report.addNotExpired(reportUser(policy));
   } else {
     log_.print("  Expiring password for user=%s\n", verdict.username.c_str());
-    const bool taken =
-        directory::expireUserPassword(host_.accounts, host_.clock, name, pass_.age);
+    const bool taken = directory::expireUserPassword(host_.accounts, host_.clock, name, pass_.age);
     verdict.expiry = taken ? Expiry::Forced : Expiry::Refused;
+    if (!taken) verdict.refusal = host_.directory.lastError().text;
     pass_.report.addExpired(reportUser(policy));
   }
   ++pass_.expiredUsers;

@@ -1,5 +1,5 @@
-// What a pass does with one line of an include file: screens the account, works out the days that are
-// left, warns, expires, reports. Used by the expiration run only, on its thread.
+// What a pass does with one line of an include file: screens the account, works out the days that
+// are left, warns, expires, reports. Used by the expiration run only, on its thread.
 #pragma once
 
 #include <cstdint>
@@ -22,7 +22,7 @@ struct PolicyInHand {
   int slot = 0;
   std::int32_t maxAge = 0;  // days
   std::uint32_t emailWarnings = 0;
-  std::unordered_set<std::string> excluded;  // lower-cased names of the exclude file
+  std::unordered_set<std::string> excluded;  // keys of the names in the exclude file
 };
 
 // What a pass knows as a whole; filled by the run, changed by the examiner where it says so.

@@ -2,6 +2,7 @@
 
 #include "config/format_text.h"
 #include "directory/domain_directory.h"
+#include "platform/case_fold.h"
 #include "platform/code_page.h"
 #include "platform/files.h"
 
@@ -17,8 +18,8 @@ void cutLineEnd(std::string& line) {
   if (!line.empty()) line.pop_back();
 }
 
-std::string lowerCased(const std::string& ansi) {
-  return platform::utf16ToAnsi(platform::lowerCase(platform::ansiToUtf16(ansi)));
+std::string nameKey(const std::string& ansi) {
+  return platform::foldCase(platform::utf16ToUtf8(platform::ansiToUtf16(ansi)));
 }
 
 std::unordered_set<std::string> readExcludeFile(const std::string& file) {
@@ -28,7 +29,7 @@ std::unordered_set<std::string> readExcludeFile(const std::string& file) {
   std::string line;
   while (platform::readTextLine(list.get(), kListReadSize, line)) {
     cutLineEnd(line);
-    names.insert(lowerCased(line));
+    names.insert(nameKey(line));
   }
   return names;
 }

@@ -21,10 +21,10 @@ PolicyFiles policyFiles(int slot);
 // Cuts the last character, whatever it is: a last line without a line end loses a real one.
 void cutLineEnd(std::string& line);
 
-// For comparing names: ASCII letters lower-cased, other letters as far as the system knows them.
-std::string lowerCased(const std::string& ansi);
+// What a name is compared by, whatever its letter case.
+std::string nameKey(const std::string& ansi);
 
-// The lower-cased names of an exclude file; missing, it excludes nobody.
+// The keys of the names in an exclude file; missing, it excludes nobody.
 std::unordered_set<std::string> readExcludeFile(const std::string& file);
 
 }  // namespace service

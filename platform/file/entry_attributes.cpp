@@ -6,7 +6,7 @@
 #include <limits>
 
 #include "platform/code_page.h"
-#include "platform/file/case_fold.h"
+#include "platform/case_fold.h"
 #include "platform/file/security_descriptor.h"
 
 namespace platform {

@@ -6,7 +6,7 @@
 #include <cstddef>
 #include <utility>
 
-#include "platform/file/case_fold.h"
+#include "platform/case_fold.h"
 
 namespace platform {
 namespace {

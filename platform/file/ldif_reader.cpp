@@ -3,7 +3,7 @@
 
 #include <array>
 
-#include "platform/file/case_fold.h"
+#include "platform/case_fold.h"
 
 namespace platform {
 namespace {

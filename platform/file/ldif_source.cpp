@@ -12,7 +12,7 @@
 #include <utility>
 
 #include "platform/code_page.h"
-#include "platform/file/case_fold.h"
+#include "platform/case_fold.h"
 #include "platform/file/ldif_reader.h"
 #include "platform/file/security_descriptor.h"
 #include "platform/files.h"

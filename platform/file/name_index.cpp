@@ -4,7 +4,7 @@
 #include <bit>
 #include <functional>
 
-#include "platform/file/case_fold.h"
+#include "platform/case_fold.h"
 
 namespace platform {
 

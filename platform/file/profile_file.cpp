@@ -6,7 +6,7 @@
 #include <optional>
 #include <string_view>
 
-#include "platform/file/case_fold.h"
+#include "platform/case_fold.h"
 #include "platform/file/text_lines.h"
 #include "platform/files.h"
 

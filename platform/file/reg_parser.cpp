@@ -5,7 +5,7 @@
 #include <cstdint>
 #include <utility>
 
-#include "platform/file/case_fold.h"
+#include "platform/case_fold.h"
 #include "platform/file/reg_file.h"
 #include "platform/file/text_lines.h"
 

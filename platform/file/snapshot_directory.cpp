@@ -8,7 +8,7 @@
 #include <utility>
 
 #include "platform/code_page.h"
-#include "platform/file/case_fold.h"
+#include "platform/case_fold.h"
 #include "platform/file/ldap_filter.h"
 #include "platform/file/name_index.h"
 

@@ -22,7 +22,7 @@ namespace platform {
 // with its HRESULT (accounts: kNetNoDomainController), and lastError() has its text.
 //
 // Paths are "LDAP://rootDSE" and "LDAP://" with a distinguished name, in any letter case. Names
-// are compared without regard to case as platform/file/case_fold.h says.
+// are compared without regard to case as platform/case_fold.h says.
 class SnapshotDirectory final : public DirectoryAccess, public AccountDatabase {
  public:
   SnapshotDirectory(std::unique_ptr<DirectorySource> source, Clock& clock);

@@ -1,7 +1,7 @@
 # The sources below platform/file.
 list(APPEND platform_sources
   file/byte_lines.cpp
-  file/case_fold.cpp
+  case_fold.cpp
   file/entry_attributes.cpp
   file/ldap_filter.cpp
   file/ldif_reader.cpp

@@ -5,11 +5,9 @@
 #include <array>
 #include <cerrno>
 #include <cstddef>
-#include <cwctype>
 #include <iterator>
 
 #include <iconv.h>
-#include <locale.h>
 
 namespace platform {
 namespace {
@@ -140,22 +138,6 @@ std::u16string ansiToUtf16(std::string_view text) {
 
 std::string utf16ToAnsi(std::u16string_view text) {
   return utf16ToUtf8(text);
-}
-
-std::u16string lowerCase(std::u16string_view text) {
-  // Part of the C library itself, so it is there whatever locales are installed.
-  static const locale_t unicode = newlocale(LC_CTYPE_MASK, "C.UTF-8", nullptr);
-  std::u16string out(text);
-  for (char16_t& unit : out) {
-    if (unit < 0x80) {
-      if (unit >= u'A' && unit <= u'Z') unit = static_cast<char16_t>(unit + (u'a' - u'A'));
-    } else if (unicode != nullptr) {
-      // No character beyond U+FFFF that an account name can sensibly hold has two cases.
-      const std::wint_t lower = towlower_l(unit, unicode);
-      if (lower < 0x10000) unit = static_cast<char16_t>(lower);
-    }
-  }
-  return out;
 }
 
 bool codePageToUtf8(std::uint32_t codePage, std::string_view text, std::string& out, bool* lossy) {

@@ -7,7 +7,7 @@
 
 #include <ldap.h>
 
-#include "platform/file/case_fold.h"
+#include "platform/case_fold.h"
 #include "platform/files.h"
 
 namespace platform {

@@ -5,7 +5,7 @@
 #include <string_view>
 #include <vector>
 
-#include "platform/file/case_fold.h"
+#include "platform/case_fold.h"
 #include "platform/file/entry_attributes.h"
 #include "platform/posix/ldap_paged_search.h"
 

@@ -148,17 +148,6 @@ std::string utf16ToAnsi(std::u16string_view text) {
   return out;
 }
 
-std::u16string lowerCase(std::u16string_view text) {
-  const std::wstring wide = toWide(text);
-  std::wstring lower = wide;
-  if (!wide.empty() && wide.size() <= INT_MAX) {
-    const int size = static_cast<int>(wide.size());
-    LCMapStringEx(LOCALE_NAME_INVARIANT, LCMAP_LOWERCASE, wide.data(), size, lower.data(), size,
-                  nullptr, nullptr, 0);
-  }
-  return narrowed(lower);
-}
-
 bool codePageToUtf8(std::uint32_t codePage, std::string_view text, std::string& out, bool* lossy) {
   out.clear();
   bool replaced = false;

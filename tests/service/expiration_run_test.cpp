@@ -67,15 +67,31 @@ TEST_F(PassTest, DecidesMailAndExpiryByAgeAndSettings) {
       {"age equal to the maximum: mailed and expired", 42, {}, 1, nullptr, Expiry::Forced},
       {"on a warning day", 35, days, 1, "yes", Expiry::NotDue},
       {"between warning days", 36, days, 1, "no", Expiry::NotDue},
-      {"negative warning days leave interval mode off", 36,
-       {{"warning1", 0xFFFFFFFF}, {"warning2", 0xFFFFFFFF}}, 1, "yes", Expiry::NotDue},
-      {"negative threshold wraps: nobody is in the period", 36, {{"warningThreshold", 0xFFFFFFF0}},
-       1, nullptr, Expiry::NotDue},
-      {"negative threshold still expires", 43, {{"warningThreshold", 0xFFFFFFF0}}, 1, nullptr,
+      {"negative warning days leave interval mode off",
+       36,
+       {{"warning1", 0xFFFFFFFF}, {"warning2", 0xFFFFFFFF}},
+       1,
+       "yes",
+       Expiry::NotDue},
+      {"negative threshold wraps: nobody is in the period",
+       36,
+       {{"warningThreshold", 0xFFFFFFF0}},
+       1,
+       nullptr,
+       Expiry::NotDue},
+      {"negative threshold still expires",
+       43,
+       {{"warningThreshold", 0xFFFFFFF0}},
+       1,
+       nullptr,
        Expiry::Forced},
       {"policy without warnings is not looked up", 36, {}, 0, "no", Expiry::NotDue},
       {"report-only mode", 36, {{"reportOnly", 1}}, 1, "no (in ReportOnly mode)", Expiry::NotDue},
-      {"report-only mode does not expire", 50, {{"reportOnly", 1}}, 1, nullptr,
+      {"report-only mode does not expire",
+       50,
+       {{"reportOnly", 1}},
+       1,
+       nullptr,
        Expiry::OnlyReported},
       {"mailed today already", 36, {}, 1, "no", Expiry::NotDue},
   };
@@ -153,8 +169,9 @@ TEST_F(PassTest, ScreensAccountsAndClaimsThemForTheFirstPolicy) {
   EXPECT_EQ(record.of("ghost", 1).age, 29U);
 
   const std::string debug = site.read(kDebug);
-  EXPECT_TRUE(contains(debug, "  disabled account: offandnever\n"
-                              "  account with non-expiring pw: offandnever\n"));
+  EXPECT_TRUE(contains(debug,
+                       "  disabled account: offandnever\n"
+                       "  account with non-expiring pw: offandnever\n"));
   EXPECT_EQ(site.read("logfiles/pwexpirationskiplist.txt").substr(0, 56),
             "LIST OF SKIPPED USERS\n  user found in list: twice\n  user");
 }
@@ -175,9 +192,13 @@ TEST_F(PassTest, ReadsListLinesAsTheyAre) {
   }
   // A read takes 127 characters; the last of each is taken for the line end. Bytes that are not
   // UTF-8 are Windows-1252, so that they stay different names.
-  const std::vector<std::string> expected = {
-      std::string(126, 'x'), std::string(23, 'x'), "J\u00fcrgen", "J\u00f6rgen", "",
-      "lastonex\u00ff",      "lastone"};
+  const std::vector<std::string> expected = {std::string(126, 'x'),
+                                             std::string(23, 'x'),
+                                             "J\u00fcrgen",
+                                             "J\u00f6rgen",
+                                             "",
+                                             "lastonex\u00ff",
+                                             "lastone"};
   EXPECT_EQ(names, expected);
   EXPECT_TRUE(record.of("J\u00fcrgen", 1).accountFound);
 }
@@ -212,8 +233,9 @@ TEST_F(PassTest, OnlyReportsWithoutASettingsKeyOrAMailServer) {
         "[HKEY_LOCAL_MACHINE\\Software\\Policies\\Kadro\\PwsentryProMPE\\DefaultPolicy]\r\n"
         "\"policyName\"=\"Default\"\r\n\"maxPasswordAge\"=dword:0000002a\r\n";
     if (keyExists) {
-      reg += "\r\n[HKEY_LOCAL_MACHINE\\Software\\Policies\\Kadro\\PwsentryProMPE\\PWExpiration]\r\n"
-             "\"htmllog\"=dword:00000001\r\n";
+      reg +=
+          "\r\n[HKEY_LOCAL_MACHINE\\Software\\Policies\\Kadro\\PwsentryProMPE\\PWExpiration]\r\n"
+          "\"htmllog\"=dword:00000001\r\n";
     }
     bare.write("site.reg", reg);
     const PassRecord record = bare.pass();
@@ -285,8 +307,9 @@ TEST_F(PassTest, AnUnreachableDirectoryDoesNotStopThePass) {
   EXPECT_TRUE(contains(record.summary.directoryError.text, "domain.ldif"));
   const std::string debug = site.read(kDebug);
   EXPECT_TRUE(contains(debug, "Could not bind to the domain."));
-  EXPECT_TRUE(contains(debug, "---------------------------\nAD Connection not OK\n"
-                              "---------------------------\n"));
+  EXPECT_TRUE(contains(debug,
+                       "---------------------------\nAD Connection not OK\n"
+                       "---------------------------\n"));
   EXPECT_TRUE(contains(site.read(kReport), "<td>walter</td><td>none</td>"));
 }
 

@@ -4,6 +4,7 @@
 
 #include "platform/files.h"
 #include "tests/support/temp_dir.h"
+#include "tests/support/text_file.h"
 
 namespace {
 
@@ -20,14 +21,12 @@ TEST(ProcessedUsers, RemovesByExactNameAndKeepsTheOrderOfTheRest) {
   users.append(u"Ben");
   users.dumpList();
 
-  std::string text;
-  platform::readWholeFile("logfiles\\userList.txt", text);
-  EXPECT_EQ(text,
+  EXPECT_EQ(test_support::readText("logfiles\\userList.txt"),
             " -in removeList() checking for  ben, found=0\n"
             " -in removeList() checking for  Ben, found=1\n");
-  platform::readWholeFile("logfiles//ExpirationList.txt", text);
   const std::string rule(44, '-');
-  EXPECT_EQ(text, rule + "\nglobalListCount=3\n" + rule + "\nanna\ncarla\nBen\n");
+  EXPECT_EQ(test_support::readText("logfiles//ExpirationList.txt"),
+            rule + "\nglobalListCount=3\n" + rule + "\nanna\ncarla\nBen\n");
 }
 
 }  // namespace

@@ -7,7 +7,7 @@
 
 namespace test_support {
 
-inline constexpr std::int64_t kFileTimeDay = 864000000000;   // 100 ns units
+inline constexpr std::int64_t kFileTimeDay = 864000000000;  // 100 ns units
 inline constexpr std::int64_t kFileTimeSecond = 10000000;
 
 class ManualClock : public platform::Clock {

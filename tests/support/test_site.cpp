@@ -2,7 +2,6 @@
 
 #include <fstream>
 #include <memory>
-#include <sstream>
 
 #include <gtest/gtest.h>
 
@@ -11,6 +10,7 @@
 #include "platform/file/ldif_source.h"
 #include "platform/file/reg_registry.h"
 #include "platform/file/snapshot_directory.h"
+#include "tests/support/text_file.h"
 
 namespace test_support {
 namespace {
@@ -66,17 +66,16 @@ void TestSite::policy(const std::string& name, std::uint32_t maxAge, std::uint32
   setNumber(key, "emailWarnings", emailWarnings);
 }
 
-void TestSite::user(const SiteUser& user) { users_.push_back(user); }
+void TestSite::user(const SiteUser& user) {
+  users_.push_back(user);
+}
 
 void TestSite::write(const std::string& file, const std::string& text) {
   std::ofstream(file, std::ios::binary) << text;
 }
 
 std::string TestSite::read(const std::string& file) const {
-  std::ifstream stream(file, std::ios::binary);
-  std::ostringstream text;
-  text << stream.rdbuf();
-  return text.str();
+  return readText(file);
 }
 
 void TestSite::writeOut() {
@@ -95,8 +94,9 @@ void TestSite::writeOut() {
         user.age < 0 ? 0 : clock.now - user.age * kFileTimeDay - 3600 * kFileTimeSecond;
     ldif += "\ndn: CN=" + user.name + ",CN=Users,DC=site,DC=example\nobjectClass: user\n" +
             "objectCategory: CN=Person,CN=Schema,CN=Configuration,DC=site,DC=example\n" +
-            "sAMAccountName: " + user.name + "\nuserAccountControl: " +
-            std::to_string(user.accountControl) + "\npwdLastSet: " + std::to_string(changed) + "\n";
+            "sAMAccountName: " + user.name +
+            "\nuserAccountControl: " + std::to_string(user.accountControl) +
+            "\npwdLastSet: " + std::to_string(changed) + "\n";
     if (!user.mail.empty()) ldif += "mail: " + user.mail + "\n";
     if (!user.givenName.empty()) ldif += "givenName: " + user.givenName + "\n";
     if (!user.surname.empty()) ldif += "sn: " + user.surname + "\n";

@@ -1,5 +1,5 @@
 // Lower-case mapping of the scripts that logon names are written in; see the header.
-#include "platform/file/case_fold.h"
+#include "platform/case_fold.h"
 
 #include <cstddef>
 

@@ -1,0 +1,20 @@
+// A file of text as its writer meant it: lines end in "\n" whatever they end in on disk.
+#pragma once
+
+#include <string>
+
+#include "platform/files.h"
+
+namespace test_support {
+
+// Empty when the file cannot be read.
+inline std::string readText(const std::string& name) {
+  const platform::File file = platform::openFile(name, "r");
+  std::string text;
+  if (file == nullptr) return text;
+  constexpr std::size_t kLongestLine = 65536;
+  for (std::string line; platform::readTextLine(file.get(), kLongestLine, line);) text += line;
+  return text;
+}
+
+}  // namespace test_support
