@@ -195,10 +195,8 @@ bool ClsMailMan::quickSend(const std::string& from, const std::string& to,
   email.putFrom(from);
   email.putSubject(subject);
   email.putBody(body);
-  for (const EmailAddress& recipient : parseAddressList(to)) {
-    if (!email.add(RecipientKind::To, recipient.name, recipient.address)) {
-      return bracket.fail("A recipient's address is not valid.");
-    }
+  if (!email.addMultiple("AddMultipleTo", RecipientKind::To, to)) {
+    return bracket.fail("A recipient's address is not valid.");
   }
   settings_.server.host = host;
   return deliver(&email, bracket.log());

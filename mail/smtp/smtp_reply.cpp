@@ -6,6 +6,7 @@ namespace kelvado {
 namespace {
 
 constexpr std::size_t kCodeDigits = 3;
+constexpr int kEhloCode = 250;  // in every line of its reply
 
 int parseCode(std::string_view line) {
   int code = 0;
@@ -53,8 +54,10 @@ SmtpReply::Progress SmtpReply::addLine(std::string_view line) {
   text_.append(line).append("\r\n");
   if (line.size() <= kCodeDigits) return Progress::Unrecognized;
   const char separator = line[kCodeDigits];
-  const bool last = ending_ == Ending::Blank ? separator == ' ' : separator != '-';
-  if (!last) return Progress::More;
+  // Nonsense in place of an EHLO reply has no line with a blank to wait for.
+  const bool goesOn = separator == '-' || (ending_ == Ending::Blank && separator != ' ' &&
+                                           parseCode(line) == kEhloCode);
+  if (goesOn) return Progress::More;
   code_ = parseCode(line);
   return Progress::Complete;
 }
@@ -64,7 +67,7 @@ std::optional<SmtpExtensions> parseEhloReply(std::string_view text) {
   while (!text.empty()) {
     const std::size_t end = text.find("\r\n");
     const std::string_view line = text.substr(0, end);
-    if (line.size() <= kCodeDigits || parseCode(line) != 250) return std::nullopt;
+    if (line.size() <= kCodeDigits || parseCode(line) != kEhloCode) return std::nullopt;
     noteExtension(line.substr(kCodeDigits + 1), extensions);
     text.remove_prefix(end == std::string_view::npos ? text.size() : end + 2);
   }

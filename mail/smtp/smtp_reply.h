@@ -20,8 +20,8 @@ inline constexpr int kBadReplyCode = -2;  // its first three characters are not 
 
 class SmtpReply {
  public:
-  // EHLO's reply ends only at a line with a blank behind the code; any other at the first line
-  // without a '-' there.
+  // EHLO's reply ends at a line with a blank behind its 250; any other, and one to EHLO that is not
+  // 250, at the first line without a '-' there.
   enum class Ending { NoHyphen, Blank };
   enum class Progress { More, Complete, Unrecognized, TooLong };
 

@@ -42,8 +42,7 @@ bool isSafeEnvelope(const Envelope& envelope, const DsnOptions& dsn, LogBase& lo
   bool safe = isSafeValue(path.empty() || isSafeAddress(path), "reversePath", path, log);
   for (const auto* list : {&envelope.to, &envelope.cc, &envelope.bcc}) {
     for (const std::string& address : *list) {
-      safe =
-          isSafeValue(isSafeAddress(address), "address", address, log) && safe;
+      safe = isSafeValue(isSafeAddress(address), "address", address, log) && safe;
     }
   }
   safe = isSafeValue(isSafeWord(dsn.ret), "dsnRet", dsn.ret, log) && safe;

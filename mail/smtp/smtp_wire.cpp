@@ -84,7 +84,6 @@ bool SmtpWire::readReply(int expected, SmtpCall& call, ReplyLog replyLog) {
 
 std::optional<SmtpExtensions> SmtpWire::readEhloReply(SmtpCall& call) {
   if (!receiveReply(SmtpReply::Ending::Blank, call)) return std::nullopt;
-  call.log.LogData("reply", loggable(replyText()));
   return parseEhloReply(replyText());
 }
 

@@ -58,7 +58,8 @@ class SmtpWire {
 
   // Reads one whole reply. True only when its code is exactly `expected`: 251 is not 250.
   bool readReply(int expected, SmtpCall& call, ReplyLog replyLog = ReplyLog::Text);
-  // The reply to EHLO. Nothing when it is not 250 in every line or did not come.
+  // The reply to EHLO, for the caller to log. Nothing when it is not 250 in every line or did not
+  // come.
   std::optional<SmtpExtensions> readEhloReply(SmtpCall& call);
 
   // Of the last reply; kNoReplyCode when none came. Then the session is out of step with the server

@@ -1,0 +1,146 @@
+// A server that misbehaves: each step of a session crossed with each fault. The call must come
+// back, the log must say at which step, and the same object must be able to send the next mail.
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include "mail/mime/cls_email.h"
+#include "mail/smtp/cls_mail_man.h"
+#include "tests/support/scripted_smtp_server.h"
+
+namespace kelvado {
+namespace {
+
+using test_support::ScriptedSmtpServer;
+
+struct Step {
+  const char* name;
+  const char* command;  // what the client sends, as a line of the script; empty: nothing
+  const char* reply;
+  const char* logged;  // when it goes wrong
+};
+
+constexpr const char* kConnectFailed = "Failed to connect to SMTP server.";
+
+const Step kSteps[] = {
+    {"greeting", "", "220 ready\\r\\n", "Failed to get initial SMTP response.."},
+    {"EHLO", "C: EHLO pc.example\n", "250 AUTH LOGIN\\r\\n", kConnectFailed},
+    {"AUTH", "C: AUTH LOGIN\n", "334 VXNlcm5hbWU6\\r\\n", "Failed to login using LOGIN method"},
+    {"user name", "C: dXNlcg==\n", "334 UGFzc3dvcmQ6\\r\\n",
+     "Failed to get response to login name"},
+    {"password", "C: c2VjcmV0\n", "235 welcome\\r\\n", "Failed to get response to login password"},
+    {"MAIL", "C: MAIL FROM:<me@site.example>\n", "250 ok\\r\\n",
+     "Failed when sending MAIL FROM:<me@site.example>"},
+    {"RCPT", "C: RCPT TO:<to@site.example>\n", "250 ok\\r\\n",
+     "Failed when sending RCPT TO:<to@site.example>"},
+    {"DATA", "C: DATA\n", "354 go on\\r\\n", "Failed when sending DATA command"},
+    {"end of data", "DATA\n", "250 queued\\r\\n", "Failed when sending end-of-body"},
+};
+constexpr std::size_t kFirstOfTransaction = 5;
+const std::string kQuit = "C: QUIT\nS: 221 bye\\r\\n\n";
+
+struct Fault {
+  const char* name;
+  std::string script;    // in place of the reply
+  const char* logged;    // how it shows itself, at any step; empty: the reply is only a wrong one
+  bool dripped = false;  // the right reply, byte by byte
+};
+
+const Fault kFaults[] = {
+    {"hangs up", "HANGUP\n", "Failed to get SMTP command response..."},
+    {"is silent", "SILENCE\n",
+     "ReadTimeout expired, abandoning attempt to retrieve SMTP response."},
+    {"refuses for now", "S: 450 later\\r\\n\n", ""},
+    {"refuses", "S: 550 no\\r\\n\n", ""},
+    {"answers beside the point", "S: 299 hm\\r\\n\n", ""},
+    {"sends a code alone", "S: 250\\r\\n\n", "Unrecognized response from SMTP server"},
+    {"sends no number", "S: hello there\\r\\n\n", ""},
+    {"never comes to an end", "ENDLESS: 250-more\\r\\n\n", "longer than allowed"},
+    {"never ends the line", "ENDLESS: 250 more and more and more \n", "longer than allowed"},
+    {"sends noise", "S: \\x00\\xFF\\x1B]]>\\x80\\x01\\r\\n\n", ""},
+    {"drips", "", "", true},
+};
+
+std::string conversation(std::size_t from, std::size_t to) {
+  std::string script;
+  for (std::size_t i = from; i < to; ++i) {
+    script += kSteps[i].command + ("S: " + std::string(kSteps[i].reply)) + "\n";
+  }
+  return script;
+}
+
+std::string withFault(std::size_t step, const Fault& fault) {
+  const std::string command = kSteps[step].command;
+  if (fault.dripped) {
+    return conversation(0, step) + command + "DRIP: " + kSteps[step].reply + "\n" +
+           conversation(step + 1, std::size(kSteps));
+  }
+  std::string script = conversation(0, step) + command + fault.script;
+  // A rejected HELO is its own affair, as is the second one.
+  if (step == 1)
+    script += "C: HELO pc.example\nS: 500 no\\r\\n\nC: HELO 127.0.0.1\nS: 500 no\\r\\n\n";
+  return script;
+}
+
+class MisbehavingServer : public testing::TestWithParam<std::size_t> {};
+
+TEST_P(MisbehavingServer, CostsOneMailAtMost) {
+  const Step& step = kSteps[GetParam()];
+  const std::string whole = conversation(0, std::size(kSteps)) + kQuit;
+  const std::string afterReset =
+      "C: RSET\nS: 250 ok\\r\\n\n" + conversation(kFirstOfTransaction, std::size(kSteps)) + kQuit;
+  for (const Fault& fault : kFaults) {
+    SCOPED_TRACE(std::string(step.name) + ": the server " + fault.name);
+    ScriptedSmtpServer server({withFault(GetParam(), fault) + afterReset, whole});
+    ClsMailMan mailMan;
+    SmtpServer& settings = mailMan.settings().server;
+    mailMan.unlockComponent("code");
+    settings.host = "127.0.0.1";
+    settings.port = server.port();
+    settings.helloName = "pc.example";
+    settings.credentials.username = "user";
+    settings.credentials.password = "secret";
+    settings.readTimeoutMs = fault.script == "SILENCE\n" ? 60 : 5000;
+    ClsEmail email;
+    email.putFrom("me@site.example");
+    email.addRecipient("AddTo", RecipientKind::To, "", "to@site.example");
+
+    EXPECT_EQ(mailMan.sendEmail(&email), fault.dripped);
+    const std::string log = mailMan.log().text();
+    if (!fault.dripped) {
+      EXPECT_THAT(log, testing::HasSubstr(step.logged));
+      EXPECT_THAT(log, testing::HasSubstr(fault.logged));
+    }
+    EXPECT_THAT(log, testing::Not(testing::HasSubstr("secret")));
+    EXPECT_EQ(log.find('\0'), std::string::npos);
+
+    settings.readTimeoutMs = 5000;
+    EXPECT_TRUE(mailMan.sendEmail(&email)) << log << mailMan.log().text();
+  }
+}
+
+INSTANTIATE_TEST_SUITE_P(Steps, MisbehavingServer,
+                         testing::Range(std::size_t{0}, std::size(kSteps)), [](const auto& step) {
+                           std::string name = kSteps[step.param].name;
+                           std::replace(name.begin(), name.end(), ' ', '_');
+                           return name;
+                         });
+
+// Nobody listens at all.
+TEST(MisbehavingServer, MayBeAbsent) {
+  std::uint16_t port = 0;
+  { port = ScriptedSmtpServer({""}).port(); }
+  ClsMailMan mailMan;
+  mailMan.unlockComponent("code");
+  mailMan.settings().server.host = "localhost";
+  mailMan.settings().server.port = port;
+  ClsEmail email;
+  EXPECT_FALSE(mailMan.sendEmail(&email));
+  for (const char* text :
+       {"<error>Connect function failed</error>", "<sockError>10061</sockError>", "WSAECONNREFUSED",
+        "<error>Failed to connect (1)</error>", kConnectFailed}) {
+    EXPECT_THAT(mailMan.log().text(), testing::HasSubstr(text));
+  }
+}
+
+}  // namespace
+}  // namespace kelvado

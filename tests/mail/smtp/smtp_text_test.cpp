@@ -1,0 +1,166 @@
+// The pure parts of the mail session: replies, extension lists, wire forms.
+#include <gtest/gtest.h>
+
+#include "mail/smtp/smtp_auth.h"
+#include "mail/smtp/smtp_reply.h"
+#include "mail/smtp/smtp_transaction.h"
+#include "mail/smtp/smtp_wire.h"
+#include "mail/smtp/wire_text.h"
+
+namespace kelvado {
+namespace {
+
+using Progress = SmtpReply::Progress;
+using Ending = SmtpReply::Ending;
+using std::string_literals::operator""s;
+
+TEST(SmtpReply, EndsAndCodes) {
+  struct Case {
+    const char* what;
+    Ending ending;
+    std::vector<std::string> lines;
+    Progress last;
+    int code;
+  };
+  const Case cases[] = {
+      {"one line", Ending::NoHyphen, {"220 ready\r\n"}, Progress::Complete, 220},
+      {"many lines",
+       Ending::NoHyphen,
+       {"220-a\r\n", "220-b\r\n", "220 c\r\n"},
+       Progress::Complete,
+       220},
+      {"the last line's code counts",
+       Ending::NoHyphen,
+       {"250-a\r\n", "550 b\r\n"},
+       Progress::Complete,
+       550},
+      {"any separator but '-' ends it", Ending::NoHyphen, {"250\tx\r\n"}, Progress::Complete, 250},
+      {"EHLO goes on after another one", Ending::Blank, {"250\tx\r\n"}, Progress::More, -1},
+      {"but not after nonsense", Ending::Blank, {"hello\r\n"}, Progress::Complete, -2},
+      {"a code alone", Ending::NoHyphen, {"220\r\n"}, Progress::Unrecognized, -1},
+      {"nothing", Ending::NoHyphen, {"\r\n"}, Progress::Unrecognized, -1},
+      {"no number", Ending::NoHyphen, {"2x0 ready\r\n"}, Progress::Complete, -2},
+      {"NUL", Ending::NoHyphen, {"250 a\0b\r\n"s}, Progress::Complete, 250},
+  };
+  for (const Case& c : cases) {
+    SCOPED_TRACE(c.what);
+    SmtpReply reply(c.ending);
+    std::string text;
+    for (const std::string& line : c.lines) {
+      EXPECT_EQ(reply.addLine(line), &line == &c.lines.back() ? c.last : Progress::More);
+      text += line;
+    }
+    EXPECT_EQ(reply.code(), c.code);
+    EXPECT_EQ(reply.text(), text);
+  }
+}
+
+TEST(SmtpReply, IsBoundedInLinesAndBytes) {
+  SmtpReply lines;
+  for (std::size_t i = 0; i < kMaxReplyLines; ++i) {
+    ASSERT_EQ(lines.addLine("250-x\r\n"), Progress::More);
+  }
+  EXPECT_EQ(lines.addLine("250 x\r\n"), Progress::TooLong);
+
+  SmtpReply bytes;
+  EXPECT_EQ(bytes.addLine("250-" + std::string(kMaxReplyBytes - 6, 'x') + "\r\n"), Progress::More);
+  EXPECT_EQ(bytes.addLine("250 x\r\n"), Progress::TooLong);
+}
+
+TEST(EhloReply, ListsExtensions) {
+  struct Case {
+    const char* text;
+    bool accepted;
+    bool dsn;
+    unsigned methods;
+  };
+  const Case cases[] = {
+      {"250-host\r\n250-AUTH LOGIN PLAIN\r\n250 DSN\r\n", true, true, kAuthLogin | kAuthPlain},
+      {"250-host\r\n250 auth cram-md5 login\r\n", true, false, kAuthCramMd5 | kAuthLogin},
+      {"250-host\r\n250 AUTH=LOGIN\r\n", true, false, 0},
+      {"250 AUTH NTLM MSN GSSAPI ANONYMOUS DIGEST-MD5 KERBEROS_V4\r\n", true, false,
+       kAuthNtlm | kAuthMsn | kAuthGssapi | kAuthAnonymous | kAuthDigestMd5 | kAuthKerberosV4},
+      {"250-host\r\n251 DSN\r\n", false, false, 0},
+      {"502 what\r\n", false, false, 0},
+  };
+  for (const Case& c : cases) {
+    SCOPED_TRACE(c.text);
+    const std::optional<SmtpExtensions> extensions = parseEhloReply(c.text);
+    ASSERT_EQ(extensions.has_value(), c.accepted);
+    if (!extensions) continue;
+    EXPECT_EQ(extensions->dsn, c.dsn);
+    EXPECT_EQ(extensions->authMethods, c.methods);
+  }
+}
+
+// The pieces differ in size, the bytes must not.
+TEST(DataEncoder, NormalisesLineEndsAndDoublesDots) {
+  struct Case {
+    std::string text;
+    std::string wire;
+  };
+  const Case cases[] = {
+      {"", ""},
+      {"a\r\n.\r\nb", "a\r\n..\r\nb"},
+      {".first\r\n..two", ".first\r\n...two"},
+      {"bare\n.lf\r.cr\r\r\n.both\n\n.", "bare\r\n..lf\r\n..cr\r\n\r\n..both\r\n\r\n.."},
+      {"no end. of line", "no end. of line"},
+      {"ends\r\n", "ends\r\n"},
+      {std::string(5000, 'x') + "\n.", std::string(5000, 'x') + "\r\n.."},
+  };
+  for (const Case& c : cases) {
+    for (const std::size_t size : {1U, 2U, 7U, 65536U}) {
+      SCOPED_TRACE(testing::Message() << c.text.substr(0, 20) << " in pieces of " << size);
+      DataEncoder encoder(c.text);
+      std::string wire;
+      for (std::string piece; encoder.next(size, piece);) wire += piece;
+      EXPECT_EQ(wire, c.wire);
+    }
+  }
+}
+
+TEST(CramMd5, AnswersAndCutsTheKey) {
+  // The example of RFC 2195.
+  EXPECT_EQ(cramMd5Answer("tim", "tanstaaftanstaaf", "<1896.697170952@postoffice.reston.mci.net>"),
+            "tim b913a602c7eda7a495b4e6e7334d3890");
+  const std::string key(70, 'k');
+  EXPECT_EQ(cramMd5Answer("u", key, "c"), cramMd5Answer("u", key.substr(0, 64), "c"));
+  EXPECT_NE(cramMd5Answer("u", key, "c"), cramMd5Answer("u", key.substr(0, 63), "c"));
+}
+
+TEST(ReadTimeout, DiffersUnderTls) {
+  struct Case {
+    std::uint64_t configured;
+    std::uint32_t plain;
+    std::uint32_t tls;
+  };
+  for (const Case& c : {Case{0, 5000000, 1000}, Case{2500, 2500, 2000}, Case{999, 999, 1000},
+                        Case{5000001, 5000000, 5000000}, Case{1ULL << 40, 5000000, 5000000}}) {
+    EXPECT_EQ(effectiveReadTimeoutMs(c.configured, false), c.plain);
+    EXPECT_EQ(effectiveReadTimeoutMs(c.configured, true), c.tls);
+  }
+}
+
+TEST(WireText, KnowsWhatMayGoIntoACommand) {
+  for (const char* good :
+       {"u@x.example", "o'neil+tag@x.example", "\"a b\"@x.example", "g\xC3\xBCnter@x.example"}) {
+    EXPECT_TRUE(isSafeAddress(good)) << good;
+  }
+  for (const std::string& bad :
+       {"u@x>\r\nRCPT TO:<evil@x"s, "u@x\nQUIT"s, "u@x\r"s, "u\0@x"s, "u@x> NOTIFY=NEVER <"s,
+        "<u@x>"s, "u@x y@x"s, std::string(2000, 'u') + "@x", ""s}) {
+    EXPECT_FALSE(isSafeAddress(bad)) << bad.substr(0, 30);
+  }
+}
+
+TEST(WireText, ShowsForeignBytesInTheLog) {
+  EXPECT_EQ(loggable("250 ok\r\n"), "250 ok\r\n");
+  EXPECT_EQ(loggable("a\0b\x1B\x7F"s), "a\\x00b\\x1B\\x7F");
+  EXPECT_EQ(loggable("Gr\xC3\xBC\xC3\x9F"), "Gr\xC3\xBC\xC3\x9F");
+  EXPECT_EQ(loggable("Gr\xFC"), "Gr\\xFC");
+  EXPECT_EQ(loggable("<![CDATA[ ]]>"), "<![CDATA[ ]] >");
+  EXPECT_EQ(loggable(std::string(10000, 'x')).size(), 4099U);
+}
+
+}  // namespace
+}  // namespace kelvado
