@@ -37,10 +37,11 @@ void putPair(std::uint64_t bits, char* out) {
   std::memcpy(out, kPairs[bits & 0xFFF].characters, 2);
 }
 
+// Spelled out, it becomes one load and one byte swap.
 std::uint64_t loadBigEndian(const unsigned char* in) {
-  std::uint64_t bits = 0;
-  for (int i = 0; i < 8; ++i) bits = (bits << 8) | in[i];  // one load and one byte swap
-  return bits;
+  const auto byte = [in](int i, int shift) { return std::uint64_t{in[i]} << shift; };
+  return byte(0, 56) | byte(1, 48) | byte(2, 40) | byte(3, 32) | byte(4, 24) | byte(5, 16) |
+         byte(6, 8) | byte(7, 0);
 }
 
 // `groups` whole groups of three bytes; `readable` is how many bytes may be looked at.

@@ -5,6 +5,7 @@
 #include <iterator>
 
 #include "mail/mime/text_tools.h"
+#include "platform/code_page.h"
 
 namespace kelvado {
 namespace {
@@ -239,13 +240,18 @@ bool CharsetNaming::getName(std::uint32_t codePage, StringBuffer& name) {
 }
 
 std::uint32_t CharsetNaming::getCodePage(std::string_view name) {
+  if (equalsNoCase(name, "utf-8")) return platform::kCodePageUtf8;  // nearly every time
   const std::string plain = plainName(name);
   for (const Alias& alias : kAliases) {
     if (alias.name == plain) return alias.codePage;
   }
-  // Some names of the table hold an underscore.
+  const auto same = [](char rowCharacter, char character) {
+    return (rowCharacter == '_' ? '-' : rowCharacter) == character;
+  };
   for (const Row& row : kRows) {
-    if (plainName(row.name) == plain) return row.codePage;
+    if (std::equal(row.name.begin(), row.name.end(), plain.begin(), plain.end(), same)) {
+      return row.codePage;
+    }
   }
   return codePageInName(plain);
 }

@@ -2,7 +2,7 @@
 // email2_structure.cpp.
 #include "mail/mime/email2.h"
 
-#include <array>
+#include <algorithm>
 #include <clocale>
 
 #include "mail/mime/charset.h"
@@ -15,6 +15,7 @@
 #include "mail/mime/mime_parameter.h"
 #include "mail/mime/text_tools.h"
 #include "platform/clock.h"
+#include "platform/code_page.h"
 
 namespace kelvado {
 namespace {
@@ -305,10 +306,12 @@ std::string_view Email2::body() const {
 
 std::string Email2::textBody() const {
   std::string text;
-  if (!bodyIsUtf8_ && EncodingConvert::toUtf8(Charset(contentType_.charset), body(), text)) {
-    return text;
-  }
-  return repairedUtf8(body());
+  bool lossy = false;
+  const bool converted =
+      !bodyIsUtf8_ && EncodingConvert::toUtf8(Charset(contentType_.charset), body(), text, &lossy);
+  // A wrong label is best read as UTF-8, when it can be.
+  const bool wrongLabel = lossy && platform::isValidUtf8(body());
+  return converted && !wrongLabel ? text : repairedUtf8(body());
 }
 
 std::string_view Email2::wireBody(std::string& scratch) const {
@@ -324,6 +327,20 @@ std::string_view Email2::wireBody(std::string& scratch) const {
 void Email2::normaliseTransferEncodings() {
   if (children_.empty()) normaliseOwnEncoding();
   for (const auto& child : children_) child->normaliseTransferEncodings();
+  // A boundary that others chose, or that somebody knows, must not be found in a body.
+  if (!children_.empty() && hasInBody("--" + contentType_.boundary)) {
+    contentType_.boundary = generateBoundary(kMixedMarker);
+    setContentType(ContentType(contentType_));
+  }
+}
+
+bool Email2::hasInBody(std::string_view text) const {
+  // Base64 has no '-'.
+  if (children_.empty()) {
+    return transferEncoding_ != "base64" && body().find(text) != std::string_view::npos;
+  }
+  return std::any_of(children_.begin(), children_.end(),
+                     [text](const auto& child) { return child->hasInBody(text); });
 }
 
 void Email2::normaliseOwnEncoding() {

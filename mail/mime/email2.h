@@ -107,7 +107,8 @@ class Email2 {
 
   // --- the wire ---
 
-  // Chooses the transfer encodings for the whole tree, just before it is written.
+  // Chooses the transfer encodings for the whole tree, just before it is written, and a fresh
+  // boundary where a body holds the one there is.
   void normaliseTransferEncodings();
   // Everything on the wire, CR LF throughout: the header without private fields and without "Bcc",
   // so that blind copies stay blind; then the body.
@@ -124,6 +125,7 @@ class Email2 {
   void adoptCharsetFor(std::string_view text);
   void keepCharsetTrue();
   void normaliseOwnEncoding();
+  bool hasInBody(std::string_view text) const;
   // The body as it is before the transfer encoding: text in the part's charset. `scratch` keeps it
   // when it had to be converted.
   std::string_view wireBody(std::string& scratch) const;

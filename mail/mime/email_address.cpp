@@ -56,9 +56,7 @@ class AddressScanner {
     } else if (c == '<' && !entry_.hasAngle) {
       takeAngle();
     } else if (c == '"') {
-      const std::size_t start = at_;
-      const std::string content = takeQuoted();
-      addWord(content, text_.substr(start, at_ - start));
+      takeQuotedWord();
     } else if (c == ':' && !entry_.hasAngle && entry_.raw.find('@') == std::string::npos) {
       entry_ = Entry();  // that was the name of a group
       ++at_;
@@ -79,7 +77,16 @@ class AddressScanner {
     entry_.raw.append(raw);
   }
 
-  // At a quote. Without a closing one the rest belongs to it.
+  // A quote without a closing one counts for nothing; from then on there is none to look for.
+  void takeQuotedWord() {
+    const std::size_t start = at_;
+    const std::string content = quotesClose_ ? takeQuoted() : std::string();
+    quotesClose_ = quotesClose_ && at_ <= text_.size();
+    if (!quotesClose_) at_ = start + 1;
+    if (quotesClose_) addWord(content, text_.substr(start, at_ - start));
+  }
+
+  // At a quote. Behind the end of the text when there is no closing one.
   std::string takeQuoted() {
     std::string content;
     for (++at_; !atEnd() && text_[at_] != '"'; ++at_) {
@@ -158,6 +165,7 @@ class AddressScanner {
   std::string_view text_;
   std::size_t at_ = 0;
   Entry entry_;
+  bool quotesClose_ = true;
 };
 
 bool isQuoted(std::string_view local) {

@@ -245,8 +245,8 @@ std::string decodeHeaderText(std::string_view value) {
     const std::size_t start = value.find("=?");
     const ReadWord word =
         start == std::string_view::npos ? ReadWord() : readWord(value.substr(start));
-    const Charset charset(word.charset);
-    if (word.length == 0 || charset.codePage() == kNoCodePage) {
+    const Charset charset = word.length == 0 ? Charset() : Charset(word.charset);
+    if (charset.codePage() == kNoCodePage) {
       flush();
       const std::size_t length = start == std::string_view::npos ? start : start + 2;
       out.append(value.substr(0, length));

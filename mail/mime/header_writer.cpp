@@ -101,7 +101,10 @@ std::string encodedAddressList(std::string_view value, std::size_t column) {
 }
 
 std::string encodedValue(const MimeField& field, std::size_t column) {
-  if (isAddressField(field.name)) return encodedAddressList(field.value, column);
+  if (isAddressField(field.name)) {
+    std::string list = encodedAddressList(field.value, column);
+    if (!list.empty()) return list;
+  }
   return encodeHeaderWords(field.value, kWordCharset, column);
 }
 

@@ -50,16 +50,18 @@ void KvEmail::put_Body(const char* text) {
 }
 
 bool KvEmail::AddTo(const char* name, const char* address) {
-  return implementation().addRecipient("AddTo", RecipientKind::To, textArgument(name), textArgument(address));
+  return implementation().addRecipient("AddTo", RecipientKind::To, textArgument(name),
+                                       textArgument(address));
 }
 
 bool KvEmail::AddCC(const char* name, const char* address) {
-  return implementation().addRecipient("AddCC", RecipientKind::Cc, textArgument(name), textArgument(address));
+  return implementation().addRecipient("AddCC", RecipientKind::Cc, textArgument(name),
+                                       textArgument(address));
 }
 
 bool KvEmail::AddBcc(const char* name, const char* address) {
   return implementation().addRecipient("AddBcc", RecipientKind::Bcc, textArgument(name),
-                             textArgument(address));
+                                       textArgument(address));
 }
 
 bool KvEmail::AddMultipleTo(const char* addresses) {
@@ -71,7 +73,8 @@ bool KvEmail::AddMultipleCC(const char* addresses) {
 }
 
 bool KvEmail::AddMultipleBcc(const char* addresses) {
-  return implementation().addMultiple("AddMultipleBcc", RecipientKind::Bcc, textArgument(addresses));
+  return implementation().addMultiple("AddMultipleBcc", RecipientKind::Bcc,
+                                      textArgument(addresses));
 }
 
 const char* KvEmail::GetTo() {
@@ -112,11 +115,13 @@ bool KvEmail::SetTextBody(const char* text, const char* contentType) {
 }
 
 bool KvEmail::AddPlainTextAlternativeBody(const char* text) {
-  return implementation().addAlternativeBody("AddPlainTextAlternativeBody", textArgument(text), "text/plain");
+  return implementation().addAlternativeBody("AddPlainTextAlternativeBody", textArgument(text),
+                                             "text/plain");
 }
 
 bool KvEmail::AddHtmlAlternativeBody(const char* html) {
-  return implementation().addAlternativeBody("AddHtmlAlternativeBody", textArgument(html), "text/html");
+  return implementation().addAlternativeBody("AddHtmlAlternativeBody", textArgument(html),
+                                             "text/html");
 }
 
 const char* KvEmail::GetPlainTextBody() {
@@ -136,13 +141,13 @@ const char* KvEmail::AddRelatedFile(const char* path) {
 }
 
 const char* KvEmail::AddRelatedString(const char* nameInHtml, const char* text) {
-  return resultOrNull(implementation().addRelatedContent("AddRelatedString", textArgument(nameInHtml),
-                                               untrimmedArgument(text)));
+  return resultOrNull(implementation().addRelatedContent(
+      "AddRelatedString", textArgument(nameInHtml), untrimmedArgument(text)));
 }
 
 const char* KvEmail::AddRelatedData(const char* nameInHtml, const void* data, std::size_t size) {
   return resultOrNull(implementation().addRelatedContent("AddRelatedData", textArgument(nameInHtml),
-                                               bytesArgument(data, size)));
+                                                         bytesArgument(data, size)));
 }
 
 bool KvEmail::AddFileAttachment(const char* path) {
@@ -151,12 +156,12 @@ bool KvEmail::AddFileAttachment(const char* path) {
 
 bool KvEmail::AddStringAttachment(const char* fileName, const char* text) {
   return implementation().addAttachment("AddStringAttachment", textArgument(fileName),
-                              untrimmedArgument(text));
+                                        untrimmedArgument(text));
 }
 
 bool KvEmail::AddDataAttachment(const char* fileName, const void* data, std::size_t size) {
   return implementation().addAttachment("AddDataAttachment", textArgument(fileName),
-                              bytesArgument(data, size));
+                                        bytesArgument(data, size));
 }
 
 const char* KvEmail::GetMime() {

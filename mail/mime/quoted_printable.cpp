@@ -1,5 +1,6 @@
 #include "mail/mime/quoted_printable.h"
 
+#include <algorithm>
 #include <array>
 #include <cstdint>
 #include <cstring>
@@ -12,6 +13,8 @@ namespace {
 
 constexpr std::size_t kLastColumn = kBodyLineLength - 1;  // one is kept for the '=' of a soft break
 constexpr std::size_t kEscapeLength = 3;
+constexpr std::size_t kRoomForALine = 2 * kBodyLineLength;  // with what is stored behind its end
+constexpr std::ptrdiff_t kWord = sizeof(std::uint64_t);
 
 constexpr bool isLiteral(unsigned char byte) {
   return (byte >= 0x20 && byte <= 0x7E && byte != '=') || byte == '\t';
@@ -38,19 +41,26 @@ bool allLiteral(std::uint64_t word) {
   return (found & everyByte(0x80)) == 0;
 }
 
-// How many bytes at the start of `text` can stand for themselves, at most `limit`.
-std::size_t literalRun(std::string_view text, std::size_t limit) {
-  if (limit > text.size()) limit = text.size();
-  std::size_t run = 0;
-  while (run + sizeof(std::uint64_t) <= limit) {
-    std::uint64_t word = 0;
-    std::memcpy(&word, text.data() + run, sizeof word);
-    if (!allLiteral(word)) break;
-    run += sizeof word;
+// What a byte becomes: itself or "=XX". Always stored as four characters, of which `length` count:
+// a branch for each byte would cost more. CR and LF have the length 0: they are looked at apart.
+struct Form {
+  char characters[4];
+  std::uint8_t length;
+};
+constexpr std::array<Form, 256> makeForms() {
+  std::array<Form, 256> forms{};
+  for (std::size_t i = 0; i < forms.size(); ++i) {
+    if (kLiteral[i]) {
+      forms[i] = {{static_cast<char>(i)}, 1};
+    } else {
+      forms[i] = {{'=', kHexDigits[i >> 4], kHexDigits[i & 0x0F]}, kEscapeLength};
+    }
   }
-  while (run < limit && kLiteral[static_cast<unsigned char>(text[run])]) ++run;
-  return run;
+  forms['\r'].length = 0;
+  forms['\n'].length = 0;
+  return forms;
 }
+constexpr std::array<Form, 256> kForms = makeForms();
 
 // Builds lines in a small buffer that stays in the cache, and appends them in larger pieces.
 class LineWriter {
@@ -60,23 +70,52 @@ class LineWriter {
   LineWriter(const LineWriter&) = delete;
   LineWriter& operator=(const LineWriter&) = delete;
 
-  std::size_t room() const { return kLastColumn - column_; }
-
-  void literal(std::string_view run) {
-    std::memcpy(buffer_.data() + used_, run.data(), run.size());
-    used_ += run.size();
-    column_ += run.size();
+  // Takes bytes up to a CR or LF, or as many as the line has room for.
+  void takeBytes(std::string_view& text) {
+    const char* from = text.data();
+    const char* const end = from + text.size();
+    char* to = buffer_.data() + used_;
+    const char* const lineEnd = to + (kLastColumn - column_);
+    const char* const last = lineEnd - kEscapeLength;  // where any form still has room
+    while (from < end && to <= last) {
+      std::uint64_t word = 0;
+      if (end - from >= kWord && lineEnd - to >= kWord) {
+        std::memcpy(&word, from, sizeof word);
+        if (allLiteral(word)) {
+          std::memcpy(to, &word, sizeof word);
+          from += kWord;
+          to += kWord;
+          continue;
+        }
+      }
+      const char* const stop = from + std::min(end - from, kWord);
+      const Form* form = nullptr;
+      do {
+        form = &kForms[static_cast<unsigned char>(*from)];
+        std::memcpy(to, form->characters, sizeof form->characters);
+        to += form->length;
+        from += form->length != 0 ? 1 : 0;
+      } while (form->length != 0 && from < stop && to <= last);
+      if (form->length == 0) break;
+    }
+    while (from < end && to < lineEnd && kLiteral[static_cast<unsigned char>(*from)])
+      *to++ = *from++;
+    advance(static_cast<std::size_t>(to - (buffer_.data() + used_)));
+    text.remove_prefix(static_cast<std::size_t>(from - text.data()));
   }
 
   void escape(char c) {
-    if (room() < kEscapeLength) softBreak();
+    if (kLastColumn - column_ < kEscapeLength) softBreak();
     const auto byte = static_cast<unsigned char>(c);
-    const char escaped[] = {'=', kHexDigits[byte >> 4], kHexDigits[byte & 0x0F]};
-    literal({escaped, sizeof escaped});
+    char* to = buffer_.data() + used_;
+    to[0] = '=';
+    to[1] = kHexDigits[byte >> 4];
+    to[2] = kHexDigits[byte & 0x0F];
+    advance(kEscapeLength);
   }
 
   void softBreak() {
-    literal("=");
+    buffer_[used_++] = '=';
     endLine();
   }
 
@@ -95,11 +134,16 @@ class LineWriter {
   }
 
  private:
+  void advance(std::size_t characters) {
+    used_ += characters;
+    column_ += characters;
+  }
+
   void endLine() {
     buffer_[used_++] = '\r';
     buffer_[used_++] = '\n';
     column_ = 0;
-    if (used_ + kBodyLineLength + 2 > buffer_.size()) flush();
+    if (used_ + kRoomForALine > buffer_.size()) flush();
   }
 
   void flush() {
@@ -113,11 +157,15 @@ class LineWriter {
   std::size_t column_ = 0;
 };
 
+bool isLineEnd(char c) {
+  return c == '\r' || c == '\n';
+}
+
 // The length of the line end at the start of `text`, 0 when there is none.
 std::size_t lineEndLength(std::string_view text, LineEnds lineEnds) {
   if (text.substr(0, 2) == "\r\n") return 2;
   if (lineEnds == LineEnds::Exact) return 0;
-  return text.front() == '\n' || text.front() == '\r' ? 1 : 0;
+  return isLineEnd(text.front()) ? 1 : 0;
 }
 
 // One line, without its line end. True when the line goes on after it (a soft break).
@@ -147,19 +195,17 @@ void quotedPrintableAppend(std::string_view bytes, LineEnds lineEnds, std::strin
   out.reserve(out.size() + bytes.size() + bytes.size() / 32);
   LineWriter lines(out);
   while (!bytes.empty()) {
-    const std::size_t run = literalRun(bytes, lines.room());
-    lines.literal(bytes.substr(0, run));
-    bytes.remove_prefix(run);
+    lines.takeBytes(bytes);
     if (bytes.empty()) break;
     const std::size_t lineEnd = lineEndLength(bytes, lineEnds);
     if (lineEnd > 0) {
       lines.hardBreak();
       bytes.remove_prefix(lineEnd);
-    } else if (kLiteral[static_cast<unsigned char>(bytes.front())]) {
-      lines.softBreak();  // the line is full
-    } else {
+    } else if (isLineEnd(bytes.front())) {
       lines.escape(bytes.front());
       bytes.remove_prefix(1);
+    } else {
+      lines.softBreak();  // the line is full
     }
   }
   lines.protectTrailingBlank();

@@ -1,0 +1,410 @@
+// Messages as programs build them, from the public methods to the bytes that leave.
+#include <regex>
+#include <string>
+
+#include <gtest/gtest.h>
+
+#include "mail/mime/cls_email.h"
+#include "mail/mime/kv_email.h"
+#include "mail/mime/log_null.h"
+#include "platform/files.h"
+#include "tests/support/temp_dir.h"
+
+namespace kelvado {
+namespace {
+
+// With what differs from mail to mail replaced.
+std::string masked(const char* mime) {
+  std::string text(mime);
+  text = std::regex_replace(text, std::regex("(^|\n)Date: [^\r]*"), "$1Date: D");
+  text = std::regex_replace(text, std::regex("<KELVADO-MID-[0-9a-f-]{36}@[^>]+>"), "<MID>");
+  text = std::regex_replace(text, std::regex("KELVADO-CID-[0-9a-f-]{36}@[^>]+"), "CID");
+  const std::string hex = "[0-9a-f]";
+  return std::regex_replace(
+      text,
+      std::regex("-----_kelvado_" + hex + "{3}_" + hex + "{4}_" + hex + "{8}\\." + hex + "{8}_\\."),
+      "B.");
+}
+
+std::string headerAndBody(const std::string& mime, std::string_view name) {
+  const std::size_t start = mime.find(std::string(name) + ": ");
+  return start == std::string::npos ? "" : mime.substr(start, mime.find("\r\n", start) - start);
+}
+
+TEST(KvEmail, ANewMessageHasItsDefaults) {
+  KvEmail email;
+  EXPECT_EQ(masked(email.GetMime()),
+            "MIME-Version: 1.0\r\n"
+            "Date: D\r\n"
+            "Message-ID: <MID>\r\n"
+            "Content-Type: text/plain\r\n"
+            "Content-Transfer-Encoding: 7bit\r\n"
+            "X-Priority: 3 (Normal)\r\n"
+            "\r\n");
+}
+
+TEST(KvEmail, WarningMail) {
+  KvEmail email;
+  email.AddHeaderField("X-Priority", "1");
+  email.put_From("Help Desk <help@example.org>");
+  email.AddTo("joe@example.org", "joe@example.org");
+  email.put_Subject("Ihr Kennwort l\xC3\xA4uft ab");
+  email.put_Body("Joe,\n.\r\nyour password expires in 5 days.\r\n");
+  EXPECT_EQ(masked(email.GetMime()),
+            "MIME-Version: 1.0\r\n"
+            "Date: D\r\n"
+            "Message-ID: <MID>\r\n"
+            "Content-Type: text/plain; charset=\"utf-8\"\r\n"  // from the subject
+            "Content-Transfer-Encoding: 7bit\r\n"
+            "X-Priority: 1\r\n"
+            "From: \"Help Desk\" <help@example.org>\r\n"
+            "Return-Path: help@example.org\r\n"
+            "To: \"joe@example.org\" <joe@example.org>\r\n"
+            "Subject: =?utf-8?Q?Ihr_Kennwort_l=C3=A4uft_ab?=\r\n"
+            "\r\n"
+            "Joe,\r\n.\r\nyour password expires in 5 days.");
+}
+
+TEST(KvEmail, ReportMail) {
+  const test_support::TempDir folder;
+  ASSERT_TRUE(platform::writeWholeFile("norvyn-report-logo.gif", "GIF89a\r\n\n\x01"));
+  KvEmail email;
+  ASSERT_TRUE(email.AddRelatedFile2("Norvyn-Report-Logo.gif", "images/logo.gif"));
+  email.AddHeaderField("X-Priority", "1");
+  email.put_From("help@example.org");
+  email.AddTo("admin@example.org", "admin@example.org");
+  email.put_Subject("Norvyn Password Expiration Report");
+  email.SetHtmlBody("<html><img src=images/logo.gif>\n<td>J\xC3\xB6rg</td></html>");
+  EXPECT_EQ(masked(email.GetMime()),
+            "MIME-Version: 1.0\r\n"
+            "Date: D\r\n"
+            "Message-ID: <MID>\r\n"
+            "Content-Type: multipart/mixed;\r\n"
+            "\tboundary=\"B.MIX\"\r\n"
+            "Content-Transfer-Encoding: 7bit\r\n"
+            "X-Priority: 1\r\n"
+            "From: help@example.org\r\n"
+            "Return-Path: help@example.org\r\n"
+            "To: \"admin@example.org\" <admin@example.org>\r\n"
+            "Subject: Norvyn Password Expiration Report\r\n"
+            "\r\n"
+            "--B.MIX\r\n"
+            "Content-Type: multipart/related;\r\n"
+            "\tboundary=\"B.REL\"\r\n"
+            "\r\n"
+            "--B.REL\r\n"
+            "Content-Type: text/html; charset=\"utf-8\"\r\n"
+            "Content-Transfer-Encoding: quoted-printable\r\n"
+            "\r\n"
+            "<html><img src=3Dimages/logo.gif>\r\n<td>J=C3=B6rg</td></html>\r\n"
+            "--B.REL\r\n"
+            "Content-Type: image/gif\r\n"
+            "Content-Transfer-Encoding: base64\r\n"
+            "Content-Disposition: inline; filename=\"images/logo.gif\"\r\n"
+            "Content-Location: images/logo.gif\r\n"
+            "\r\n"
+            "R0lGODlhDQoKAQ==\r\n"
+            "--B.REL--\r\n"
+            "--B.MIX--\r\n");
+}
+
+TEST(KvEmail, From) {
+  struct Row {
+    const char* from;
+    std::string_view field, returnPath;
+  };
+  const Row rows[] = {
+      {"no address", "", ""},
+      {"help@x.org", "From: help@x.org", "help@x.org"},
+      {"Help Desk <help@x.org>", "From: \"Help Desk\" <help@x.org>", "help@x.org"},
+      {"\"a \\\"b\\\" <c>\" <help@x.org>", "From: \"a \\\"b\\\" <c>\" <help@x.org>", "help@x.org"},
+      {"J\xC3\xB6rg <j@x.org>", "From: =?utf-8?Q?J=C3=B6rg?= <j@x.org>", "j@x.org"},
+  };
+  for (const Row& row : rows) {
+    KvEmail email;
+    email.put_From(row.from);
+    EXPECT_EQ(headerAndBody(email.GetMime(), "From"), row.field);
+    const char* returnPath = email.GetHeaderField("Return-Path");
+    EXPECT_EQ(returnPath == nullptr ? "" : std::string_view(returnPath), row.returnPath);
+    EXPECT_EQ(email.implementation().message()->reversePath(), row.returnPath);
+  }
+  KvEmail email;
+  email.put_From("first@x.org");
+  email.AddHeaderField("From", "Second <second@x.org>");
+  EXPECT_STREQ(email.GetHeaderField("Return-Path"), "first@x.org");
+  EXPECT_EQ(email.implementation().message()->reversePath(), "second@x.org");
+  // An explicit bounce address stays, although the field is taken out before the mail is sent.
+  email.AddHeaderField("Return-Path", "<bounce@x.org>");
+  const auto copy = email.implementation().message()->clone();
+  copy->removeHeaderField("Return-Path");
+  EXPECT_EQ(copy->reversePath(), "bounce@x.org");
+}
+
+TEST(KvEmail, Recipients) {
+  KvEmail email;
+  EXPECT_FALSE(email.AddTo("", ""));
+  EXPECT_NE(std::string(email.LastErrorText()).find("<error>No Email Address was provided</error>"),
+            std::string::npos);
+  EXPECT_FALSE(email.AddTo("name only", nullptr));
+  EXPECT_TRUE(email.AddTo("Doe, \"J\"", "j@x.org"));
+  EXPECT_TRUE(email.AddMultipleTo("k@x.org, \"L, M\" <l@x.org>"));
+  EXPECT_FALSE(email.AddMultipleCC("c@x.org, none"));
+  EXPECT_TRUE(email.AddBcc("", "blind@x.org"));
+  EXPECT_STREQ(email.GetTo(), "\"Doe, \\\"J\\\"\" <j@x.org>, k@x.org, \"L, M\" <l@x.org>");
+  EXPECT_STREQ(email.GetCC(), "c@x.org");
+  EXPECT_STREQ(email.GetBcc(), "blind@x.org");
+  email.AddHeaderField("KVZ-Private", "secret");
+
+  // Prepared as for sending: blind copies in "Bcc", which is read but not written.
+  LogNull log;
+  const auto copy = email.implementation().cloneForSending(log);
+  copy->setHeaderField("Bcc", copy->headerField("KVX-Bcc"), log);
+  copy->removeHeaderField("KVX-Bcc");
+  EXPECT_EQ(copy->recipients(RecipientKind::To),
+            (std::vector<std::string>{"j@x.org", "k@x.org", "l@x.org"}));
+  EXPECT_EQ(copy->recipients(RecipientKind::Bcc), std::vector<std::string>{"blind@x.org"});
+  std::string mime;
+  copy->appendMime(mime);
+  EXPECT_NE(mime.find("To: \"Doe, \\\"J\\\"\" <j@x.org>,\r\n k@x.org,\r\n \"L, M\" <l@x.org>\r\n"),
+            std::string::npos);
+  EXPECT_EQ(mime.find("blind"), std::string::npos);
+  EXPECT_EQ(mime.find("secret"), std::string::npos);
+}
+
+TEST(KvEmail, NoValueStartsANewLine) {
+  KvEmail email;
+  const std::string evil = "x\"\r\nBcc: evil@x.org\r\n\r\nbody\\";
+  email.put_Subject(evil.c_str());
+  email.put_From((evil + " <f@x.org>").c_str());
+  EXPECT_FALSE(email.AddTo("", "u@x>\r\nRCPT TO:<evil@x"));
+  EXPECT_TRUE(email.AddTo(evil.c_str(), "t@x.org"));
+  EXPECT_TRUE(email.AddHeaderField("X-Value", evil.c_str()));
+  EXPECT_FALSE(email.AddHeaderField("X-Name: y\r\nBcc", "evil@x.org"));
+  EXPECT_TRUE(email.AddHeaderField("", "ignored"));
+  EXPECT_FALSE(email.AddHeaderField("Content-Type", "multipart/mixed; boundary=b"));
+  EXPECT_FALSE(email.AddHeaderField("Content-Transfer-Encoding", "7bit\r\nBcc: evil@x.org"));
+  EXPECT_TRUE(email.AddHeaderField("Content-ID", evil.c_str()));
+  EXPECT_TRUE(email.AddHeaderField("Date", evil.c_str()));
+  EXPECT_TRUE(email.AddStringAttachment(evil.c_str(), "data"));
+  EXPECT_NE(email.AddRelatedString(evil.c_str(), "data"), nullptr);
+  email.put_Body("the body");
+  const std::string mime = email.GetMime();
+  EXPECT_EQ(mime.find("\nBcc"), std::string::npos);
+  EXPECT_EQ(mime.find("\nbody"), std::string::npos);
+  KvEmail read;
+  ASSERT_TRUE(read.SetFromMimeText(mime.c_str()));
+  EXPECT_STREQ(read.GetPlainTextBody(), "the body");
+  EXPECT_STREQ(read.GetHeaderField("Subject"), "x\"Bcc: evil@x.orgbody\\");
+}
+
+TEST(KvEmail, FieldsKeepTheirPlaceAndTheMessageItsCharset) {
+  KvEmail email;
+  email.AddHeaderField("x-priority", "1");
+  EXPECT_STREQ(email.GetHeaderFieldName(5), "X-Priority");
+  EXPECT_STREQ(email.GetHeaderFieldValue(5), "1");
+  EXPECT_EQ(email.GetHeaderFieldName(6), nullptr);
+  EXPECT_EQ(email.GetHeaderFieldValue(-1), nullptr);
+  EXPECT_STREQ(email.GetHeaderField("content-type"), "text/plain");
+  email.AddTo("J\xC3\xB6rg", "j@x.org");
+  EXPECT_STREQ(email.GetHeaderField("content-type"), "text/plain; charset=\"utf-8\"");
+
+  KvEmail latin;
+  latin.AddHeaderField("Content-Type", "text/plain; charset=iso-8859-1; x-more=1");
+  latin.AddTo("J\xC3\xB6rg", "j@x.org");
+  EXPECT_STREQ(latin.GetHeaderField("content-type"), "text/plain; charset=iso-8859-1; x-more=1");
+  latin.put_Body("\xC3\xBC");
+  EXPECT_TRUE(std::string(latin.GetMime()).ends_with("\r\n\r\n=FC"));
+  // Text that the charset can't carry changes the label, not the text.
+  latin.put_Body("\xE6\xBC\xA2");
+  EXPECT_STREQ(latin.GetHeaderField("content-type"), "text/plain; charset=\"utf-8\"");
+  EXPECT_TRUE(std::string(latin.GetMime()).ends_with("\r\n\r\n=E6=BC=A2"));
+}
+
+// The tree's types, and what each text is: "mixed(related(html image) plain)".
+std::string shape(const Email2& part) {
+  const std::string& type = part.contentType().type;
+  std::string text = type.substr(type.find('/') + 1);
+  for (const auto& child : part.children()) {
+    text += (&child == &part.children().front() ? "(" : " ") + shape(*child);
+  }
+  return part.children().empty() ? text : text + ")";
+}
+
+TEST(KvEmail, PartsFindTheirPlaces) {
+  const test_support::TempDir folder;
+  ASSERT_TRUE(platform::writeWholeFile("a.gif", "GIF89a"));
+  using Step = void (*)(KvEmail&);
+  const Step plain = [](KvEmail& e) { e.put_Body("P"); };
+  const Step html = [](KvEmail& e) { e.SetHtmlBody("H"); };
+  const Step plainToo = [](KvEmail& e) { e.AddPlainTextAlternativeBody("P"); };
+  const Step htmlToo = [](KvEmail& e) { e.AddHtmlAlternativeBody("H"); };
+  const Step related = [](KvEmail& e) { e.AddRelatedFile2("a.gif", "a.gif"); };
+  const Step attached = [](KvEmail& e) { e.AddFileAttachment("a.gif"); };
+  struct Row {
+    std::vector<Step> steps;
+    const char* shape;
+    const char* plain;
+    const char* html;
+  };
+  const Row rows[] = {
+      {{plain}, "plain", "P", nullptr},
+      {{html}, "html", nullptr, "H"},
+      {{plain, html}, "html", nullptr, "H"},  // an alternative is only made when asked for
+      {{html, plain}, "html", nullptr, "P"},  // the main part's text; it keeps its type
+      {{html, plainToo}, "alternative(plain html)", "P", "H"},
+      {{plainToo, html}, "alternative(plain html)", "P", "H"},
+      {{plain, htmlToo, htmlToo}, "alternative(plain html)", "P", "H"},
+      {{related, html}, "mixed(related(html gif))", nullptr, "H"},
+      {{html, related, related}, "mixed(related(html gif gif))", nullptr, "H"},
+      {{related, html, plainToo}, "mixed(related(alternative(plain html) gif))", "P", "H"},
+      {{plainToo, related, html}, "mixed(related(alternative(plain html) gif))", "P", "H"},
+      {{attached, related, html}, "mixed(related(html gif) gif)", nullptr, "H"},
+      {{related, attached, html}, "mixed(related(html gif) gif)", nullptr, "H"},
+      {{html, plainToo, attached}, "mixed(alternative(plain html) gif)", "P", "H"},
+      {{attached, plain}, "mixed(plain gif)", "P", nullptr},
+  };
+  for (const Row& row : rows) {
+    KvEmail email;
+    for (const Step step : row.steps) step(email);
+    EXPECT_EQ(shape(*email.implementation().message()), row.shape);
+    EXPECT_STREQ(email.GetPlainTextBody(), row.plain) << row.shape;
+    EXPECT_STREQ(email.GetHtmlBody(), row.html) << row.shape;
+  }
+}
+
+TEST(KvEmail, FailuresLeaveTheMessageAsItWas) {
+  const test_support::TempDir folder;
+  KvEmail email;
+  email.SetHtmlBody("<p>");
+  const std::string before = email.GetMime();
+  EXPECT_FALSE(email.SetHtmlBody(nullptr));
+  EXPECT_NE(std::string(email.LastErrorText()).find("<error>HTML string is NULL</error>"),
+            std::string::npos);
+  EXPECT_FALSE(email.AddRelatedFile2("missing.gif", "x.gif"));
+  EXPECT_STREQ(email.LastErrorText(),
+               "<KelvadoLog>\r\n<AddRelatedFile2>\r\n<DllDate>May 31 2008</DllDate>\r\n"
+               "<filename>missing.gif</filename>\r\n"
+               "<error>File does not exist, or cannot open file.</error>\r\n"
+               "<error>Failed to add related file</error>\r\n"
+               "</AddRelatedFile2>\r\n</KelvadoLog>\r\n");
+  EXPECT_EQ(email.AddRelatedFile("missing.gif"), nullptr);
+  EXPECT_FALSE(email.AddFileAttachment("missing.gif"));
+  EXPECT_FALSE(email.LoadEml("missing.eml"));
+  EXPECT_FALSE(email.SetTextBody("x", "image/gif"));
+  EXPECT_FALSE(email.SaveEml("no/such/folder.eml"));
+  EXPECT_EQ(email.GetMime(), before);
+
+  ClsEmail empty(nullptr);
+  EXPECT_FALSE(empty.addRecipient("AddTo", RecipientKind::To, "", "j@x.org"));
+  EXPECT_NE(empty.log().text().find("<error>No internal email object</error>"), std::string::npos);
+}
+
+TEST(Email2, NormalisesTransferEncodings) {
+  const std::string longLine(999, 'x');
+  struct Row {
+    const char* type;
+    const char* charset;
+    const char* encoding;
+    std::string body;
+    const char* normalised;
+  };
+  const Row rows[] = {
+      {"text/html", "", "7bit", "a", "quoted-printable"},
+      {"text/html", "utf-8", "base64", "a", "quoted-printable"},
+      {"text/html", "us-ascii", "7bit", "a", "7bit"},
+      {"text/html", "us-ascii", "8bit", "a", "8bit"},
+      {"text/plain", "", "7bit", "a", "7bit"},
+      {"text/plain", "", "7bit", "\xC3\xBC", "quoted-printable"},
+      {"text/plain", "us-ascii", "base64", "\xC3\xBC", "7bit"},
+      {"text/plain", "", "8bit", "a", "quoted-printable"},
+      {"text/plain", "us-ascii", "8bit", "a", "7bit"},
+      {"text/csv", "utf-8", "base64", "\xC3\xBC", "quoted-printable"},
+      {"text/csv", "utf-8", "base64", "a", "base64"},
+      {"image/gif", "", "base64", "\xFF", "base64"},
+      {"application/x", "", "8bit", "\xFF", "8bit"},
+      // Lines longer than mail may have never leave as they are.
+      {"text/plain", "us-ascii", "7bit", longLine, "quoted-printable"},
+      {"text/html", "us-ascii", "7bit", longLine, "quoted-printable"},
+      {"text/plain", "", "7bit", longLine.substr(1) + "\nx", "7bit"},
+      {"application/x", "", "7bit", longLine, "base64"},
+      {"message/rfc822", "", "7bit", longLine, "7bit"},
+  };
+  for (const Row& row : rows) {
+    const auto part = Email2::createPart(row.type, row.encoding);
+    if (*row.charset != '\0') part->setCharset(row.charset);
+    part->setTextBody(row.body);
+    if (*row.charset == '\0' && !part->contentType().charset.empty()) {
+      part->setContentType(ContentType::ofType(row.type));
+    }
+    part->normaliseTransferEncodings();
+    EXPECT_EQ(part->transferEncoding(), row.normalised) << row.type << " " << row.charset;
+    EXPECT_EQ(part->headerField("Content-Transfer-Encoding"), row.normalised);
+  }
+}
+
+TEST(Email2, AttachmentsComeBackByteForByte) {
+  const std::string bytes("l1\nl2\r\n\rl3 \xC3\xBC \0\n", 17);
+  for (const char* name : {"a.txt", "a.bin", "\xC3\xBC \xE6\xBC\xA2 \"x\".txt"}) {
+    KvEmail email;
+    email.AddDataAttachment(name, bytes.data(), bytes.size());
+    email.SetReplacePattern("l1", "changed");  // texts only
+    LogNull log;
+    const auto copy = email.implementation().cloneForSending(log);
+    copy->normaliseTransferEncodings();
+    std::string mime;
+    copy->appendMime(mime);
+    KvEmail read;
+    ASSERT_TRUE(read.SetFromMimeText(mime.c_str()));
+    const Email2& part = *read.implementation().message()->children().at(1);
+    EXPECT_EQ(part.body(), bytes);
+    EXPECT_EQ(part.filename(), name);
+    EXPECT_EQ(part.contentType().name, name);
+  }
+}
+
+TEST(KvEmail, ReplacesPatternsInTheCopyOnly) {
+  KvEmail email;
+  email.put_Subject("Dear NAME");
+  email.SetHtmlBody("<b>NAME, NAME</b>");
+  EXPECT_FALSE(email.SetReplacePattern("", "x"));
+  EXPECT_TRUE(email.SetReplacePattern("NAME", "J\xC3\xB6rg\r\nBcc: x"));
+  ErrorLog log;
+  const auto copy = email.implementation().cloneForSending(log);
+  EXPECT_EQ(copy->headerField("Subject"), "Dear J\xC3\xB6rgBcc: x");
+  EXPECT_EQ(copy->findText("text/html")->textBody(),
+            "<b>J\xC3\xB6rg\r\nBcc: x, J\xC3\xB6rg\r\nBcc: x</b>");
+  EXPECT_NE(log.text().find("Replacing [NAME] with [J"), std::string::npos);
+  EXPECT_STREQ(email.GetHeaderField("Subject"), "Dear NAME");
+  EXPECT_STREQ(email.GetHtmlBody(), "<b>NAME, NAME</b>");
+}
+
+TEST(KvEmail, RepliesAndForwards) {
+  KvEmail original;
+  original.SetFromMimeText(
+      "From: Ann <ann@x.org>\r\nTo: Bob <bob@x.org>, c@x.org\r\nSubject: Plan\r\n"
+      "Message-ID: <1@x>\r\nReferences: <0@x>\r\nDate: D\r\n"
+      "Content-Type: multipart/mixed; boundary=b\r\n\r\n"
+      "--b\r\n\r\nline 1\r\n> old\r\n--b\r\nContent-Type: text/plain; name=a.txt\r\n"
+      "Content-Disposition: attachment; filename=a.txt\r\n\r\ndata\r\n--b--\r\n");
+  const auto reply = original.CreateReply();
+  EXPECT_STREQ(reply->GetTo(), "\"Ann\" <ann@x.org>");
+  EXPECT_STREQ(reply->GetHeaderField("From"), "\"Bob\" <bob@x.org>");
+  EXPECT_STREQ(reply->GetHeaderField("Subject"), "Re: Plan");
+  EXPECT_STREQ(reply->GetHeaderField("In-Reply-To"), "<1@x>");
+  EXPECT_STREQ(reply->GetHeaderField("References"), "<0@x> <1@x>");
+  EXPECT_STREQ(reply->GetPlainTextBody(),
+               "\r\nOn D, \"Ann\" <ann@x.org> wrote:\r\n> line 1\r\n>> old");
+  EXPECT_STREQ(reply->CreateReply()->GetHeaderField("Subject"), "Re: Plan");
+
+  const auto forward = original.CreateForward();
+  EXPECT_STREQ(forward->GetTo(), "");
+  EXPECT_EQ(forward->GetHeaderField("From"), nullptr);
+  EXPECT_STREQ(forward->GetHeaderField("Subject"), "Fwd: Plan");
+  EXPECT_EQ(shape(*forward->implementation().message()), "mixed(plain plain)");
+  EXPECT_STREQ(forward->GetPlainTextBody(),
+               "\r\n-----Original Message-----\r\nFrom: \"Ann\" <ann@x.org>\r\nDate: D\r\n"
+               "To: \"Bob\" <bob@x.org>, c@x.org\r\nSubject: Plan\r\n\r\nline 1\r\n> old");
+}
+
+}  // namespace
+}  // namespace kelvado

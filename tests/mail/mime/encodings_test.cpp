@@ -1,0 +1,234 @@
+// Base64, quoted-printable, encoded words and uuencode: bytes that other programs must read.
+#include <random>
+#include <string>
+#include <utility>
+
+#include <gtest/gtest.h>
+
+#include "mail/mime/base64.h"
+#include "mail/mime/encoded_word.h"
+#include "mail/mime/quoted_printable.h"
+#include "mail/mime/text_tools.h"
+#include "mail/mime/uu.h"
+
+namespace kelvado {
+namespace {
+
+std::string repeated(std::string_view text, int times) {
+  std::string out;
+  for (int i = 0; i < times; ++i) out.append(text);
+  return out;
+}
+
+std::string randomBytes(std::size_t count) {
+  static std::mt19937 source(7);
+  std::string bytes(count, '\0');
+  for (char& c : bytes) c = static_cast<char>(source());
+  return bytes;
+}
+
+std::size_t longestLine(std::string_view text) {
+  std::size_t longest = 0;
+  while (!text.empty()) {
+    const std::size_t end = std::min(text.find("\r\n"), text.size());
+    longest = std::max(longest, end);
+    text.remove_prefix(std::min(end + 2, text.size()));
+  }
+  return longest;
+}
+
+std::string quotedPrintable(std::string_view text, LineEnds lineEnds = LineEnds::AsLines) {
+  std::string out;
+  quotedPrintableAppend(text, lineEnds, out);
+  return out;
+}
+
+TEST(Base64, EncodesInLines) {
+  struct Row {
+    std::size_t bytes;
+    std::uint32_t lineLength;
+    std::string lines;  // of zero bytes
+  };
+  const Row rows[] = {
+      {0, 72, "\r\n"},
+      {1, 72, "AA==\r\n"},
+      {2, 72, "AAA=\r\n"},
+      {51, 72, std::string(68, 'A') + "\r\n"},
+      {54, 72, std::string(72, 'A') + "\r\n"},  // a full line has one line end, not two
+      {55, 72, std::string(72, 'A') + "\r\nAA==\r\n"},
+      {6, 5, "AAAAAAAA\r\n"},  // the break comes after the group that reaches the length
+      {6, 0, "AAAA\r\nAAAA\r\n"},
+  };
+  for (const Row& row : rows) {
+    std::string out = "kept ";
+    base64AppendLines(std::string(row.bytes, '\0'), row.lineLength, out);
+    EXPECT_EQ(out, "kept " + row.lines) << row.bytes << " " << row.lineLength;
+  }
+  EXPECT_EQ(base64Encode("Man\xFF\xFE"), "TWFu//4=");
+}
+
+TEST(Base64, EveryLengthComesBack) {
+  for (std::size_t length = 0; length < 300; ++length) {
+    const std::string bytes = randomBytes(length);
+    std::string lines;
+    base64AppendLines(bytes, kBodyLineLength, lines);
+    EXPECT_LE(longestLine(lines), kBodyLineLength);
+    std::string decoded;
+    EXPECT_TRUE(base64Decode(lines, decoded));
+    EXPECT_EQ(decoded, bytes);
+    EXPECT_TRUE(base64Decode(base64Encode(bytes), decoded));
+    EXPECT_EQ(decoded, bytes);
+  }
+}
+
+TEST(Base64, DecodesWhatItCanAndTellsWhatIsWrong) {
+  struct Row {
+    std::string_view text, bytes;
+    bool clean;
+  };
+  const Row rows[] = {
+      {"TWFu", "Man", true},    {" TW\r\nE= \n", "Ma", true}, {"TQ==", "M", true},
+      {"TWE", "Ma", false},     {"TW*Fu", "Man", false},      {"T", "", false},
+      {"TQ==TWFu", "M", false}, {"====", "", false},          {"TWFu=", "Man", false},
+  };
+  for (const Row& row : rows) {
+    std::string bytes;
+    EXPECT_EQ(base64Decode(row.text, bytes), row.clean) << row.text;
+    EXPECT_EQ(bytes, row.bytes) << row.text;
+  }
+}
+
+TEST(QuotedPrintable, EncodesExactly) {
+  const std::string full(75, 'a');
+  const std::pair<std::string, std::string> rows[] = {
+      {"", ""},
+      {"a=b\xC3\xBC\x7F", "a=3Db=C3=BC=7F"},
+      {"tab\there", "tab\there"},
+      {"a\nb\rc\r\nd", "a\r\nb\r\nc\r\nd"},
+      // A blank at the end of a line or of the text would be lost.
+      {"a \r\nb\t\n ", "a=20\r\nb=09\r\n=20"},
+      {full, full},
+      {full + "\r\nb", full + "\r\nb"},
+      {full + "b", full + "=\r\nb"},
+      {std::string(74, 'a') + "\xFF", std::string(74, 'a') + "=\r\n=FF"},
+      {std::string(72, 'a') + "\xFF", std::string(72, 'a') + "=FF"},
+      {std::string(74, 'a') + " \n", std::string(74, 'a') + "=\r\n=20\r\n"},
+      {std::string("\0", 1), "=00"},
+  };
+  for (const auto& [text, encoded] : rows) EXPECT_EQ(quotedPrintable(text), encoded);
+  EXPECT_EQ(quotedPrintable("a\nb\rc\r\n", LineEnds::Exact), "a=0Ab=0Dc\r\n");
+}
+
+TEST(QuotedPrintable, AnyBytesComeBackInShortLines) {
+  for (std::size_t length = 0; length < 400; ++length) {
+    for (const std::string& bytes : {randomBytes(length), std::string(length, 'y'),
+                                     repeated("w \xC3\xBC\r", static_cast<int>(length) / 5)}) {
+      const std::string encoded = quotedPrintable(bytes, LineEnds::Exact);
+      EXPECT_LE(longestLine(encoded), kBodyLineLength);
+      EXPECT_EQ(quotedPrintableDecode(encoded), bytes);
+    }
+  }
+}
+
+TEST(QuotedPrintable, DecodesWhatOthersWrite) {
+  const std::pair<std::string_view, std::string_view> rows[] = {
+      {"a=\r\nb", "ab"},      {"a= \t\r\nb", "ab"}, {"a=\nb\n", "ab\n"}, {"a  \r\nb ", "a\r\nb"},
+      {"=c3=bc", "\xC3\xBC"}, {"=XX=4", "=XX=4"},   {"a=", "a"},         {"=3D=", "="},
+  };
+  for (const auto& [text, decoded] : rows) EXPECT_EQ(quotedPrintableDecode(text), decoded) << text;
+}
+
+TEST(EncodedWord, EncodesExactly) {
+  struct Row {
+    std::string_view text, charset, encoded;
+  };
+  const Row rows[] = {
+      {"plain (a@b), \"q\"", "utf-8", "plain (a@b), \"q\""},
+      {"Gr\xC3\xBC\xC3\x9F"
+       "e, Welt_=?",
+       "", "=?utf-8?Q?Gr=C3=BC=C3=9Fe=2C_Welt=5F=3D=3F?="},
+      {"\xEF\xBB\xBF\xC3\xBC", "utf-8", "=?utf-8?Q?=C3=BC?="},  // the mark is dropped
+      {"\xEF\xBB\xBF", "utf-8", ""},
+      {"\xC3\xBC", "us-ascii", "\xC3\xBC"},
+      {"=?utf-8?q?=C3=BC?= \xC3\xBC", "utf-8", "=?utf-8?q?=C3=BC?= \xC3\xBC"},  // taken as encoded
+      {"\xC3\xBC", "iso-8859-1", "=?iso-8859-1?Q?=FC?="},
+      {"\xC4\x9F", "iso-8859-9", "=?iso-8859-9?B?8A==?="},
+      {"\xE6\xBC\xA2", "Shift_JIS", "=?shift_jis?B?ir8=?="},
+      {"\xE6\xBC\xA2", "iso-2022-jp", "=?iso-2022-jp?B?GyRCNEEbKEI=?="},  // whole by itself
+      // What the charset can't carry goes out as UTF-8.
+      {"\xE6\xBC\xA2", "iso-8859-1", "=?utf-8?Q?=E6=BC=A2?="},
+      {"\xC3\xBC", "no-such-charset", "=?utf-8?Q?=C3=BC?="},
+  };
+  for (const Row& row : rows) EXPECT_EQ(encodeHeaderText(row.text, row.charset), row.encoded);
+  EXPECT_EQ(encodeBWords("\xC3\xBC", "utf-8"), "=?utf-8?B?w7w=?=");
+  EXPECT_EQ(encodeBWords("=?x?b?w7w=?= \xC3\xBC", "utf-8"), "=?x?b?w7w=?= \xC3\xBC");
+}
+
+TEST(EncodedWord, NoWordIsTooLongOrSplitsACharacter) {
+  const std::string text =
+      repeated("\xD0\x9F\xD0\xB0 x\xF0\x9F\x98\x80\xE6\xBC\xA2", 40) + repeated("y", 200);
+  for (const std::size_t column : {0, 9, 60, 75, 100}) {
+    for (const std::string& encoded :
+         {encodeQWords(text, "utf-8", column), encodeBWords(text, "utf-8", column)}) {
+      std::string joined;
+      std::size_t lineStart = column;
+      std::string_view rest = encoded;
+      if (rest.starts_with("\r\n ")) {
+        EXPECT_GT(column, 40U);  // only where no word has room
+        lineStart = 1;
+        rest.remove_prefix(3);
+      }
+      while (!rest.empty()) {
+        const std::size_t end = std::min(rest.find("\r\n "), rest.size());
+        const std::string word(rest.substr(0, end));
+        EXPECT_LE(word.size(), 75U);
+        EXPECT_LE(lineStart + word.size(), 76U);
+        const std::string decoded = decodeHeaderText(word);
+        EXPECT_EQ(decoded.find("\xEF\xBF\xBD"), std::string::npos) << word;
+        joined += decoded;
+        lineStart = 1;
+        rest.remove_prefix(std::min(end + 3, rest.size()));
+      }
+      EXPECT_TRUE(joined == text);
+      EXPECT_TRUE(trimmed(decodeHeaderText(encoded)) == text);
+    }
+  }
+}
+
+TEST(EncodedWord, DecodesWhatOthersWrite) {
+  const std::pair<std::string_view, std::string_view> rows[] = {
+      {"a =?utf-8?Q?b_=3F?= c", "a b ? c"},
+      {"=?utf-8?q?a?= \r\n =?UTF-8?b?Yg==?=", "ab"},  // the white space between words goes
+      {"=?utf-8?Q?a?= - =?utf-8?Q?b?=", "a - b"},
+      {"=?utf-8?Q?=C3?= =?utf-8?Q?=BC?=", "\xC3\xBC"},  // a character split between words
+      {"=?iso-8859-1*de?Q?=FC?=", "\xC3\xBC"},
+      {"=?windows-1251?B?z/Do4uXy?=", "\xD0\x9F\xD1\x80\xD0\xB8\xD0\xB2\xD0\xB5\xD1\x82"},
+      {"=?no-such?Q?a?=", "=?no-such?Q?a?="},
+      {"=?utf-8?X?a?= =?utf-8?Q?b", "=?utf-8?X?a?= =?utf-8?Q?b"},
+      {"=?=?=?utf-8?Q?=ZZ?=", "=?=?=ZZ"},
+      {"=?", "=?"},
+  };
+  for (const auto& [value, decoded] : rows) EXPECT_EQ(decodeHeaderText(value), decoded) << value;
+}
+
+TEST(Uu, ComesBackAndReadsWhatOthersWrite) {
+  for (const std::size_t length : {0, 1, 2, 3, 44, 45, 46, 200}) {
+    const std::string bytes = randomBytes(length);
+    StringBuffer encoded;
+    Uu("a b.bin\r\nx").encode(bytes, encoded);
+    EXPECT_TRUE(encoded.view().starts_with("begin 666 a b.binx\r\n"));
+    std::string decoded, name;
+    EXPECT_TRUE(Uu::decode(encoded.view(), decoded, &name));
+    EXPECT_EQ(decoded, bytes);
+    EXPECT_EQ(name, "a b.binx");
+  }
+  std::string decoded;
+  EXPECT_TRUE(Uu::decode("text\nbegin 0644 cat.txt\n#0V%T\n \nend\n", decoded));
+  EXPECT_EQ(decoded, "Cat");
+  EXPECT_TRUE(Uu::decode("begin 644 x\n#0V", decoded));  // cut off: zeros for what is missing
+  EXPECT_EQ(decoded, std::string("C\0\0", 3).replace(1, 1, "`"));
+  EXPECT_FALSE(Uu::decode("begin nothing\nend\n", decoded));
+}
+
+}  // namespace
+}  // namespace kelvado

@@ -1,0 +1,274 @@
+// Header fields on the wire, and the values that a message is given: dates, identifiers, types.
+#include <regex>
+#include <string>
+#include <vector>
+
+#include <gtest/gtest.h>
+
+#include "mail/mime/content_type.h"
+#include "mail/mime/content_types_by_extension.h"
+#include "mail/mime/error_log.h"
+#include "mail/mime/header_writer.h"
+#include "mail/mime/identifiers.h"
+#include "mail/mime/mail_date.h"
+#include "mail/mime/mime_parameter.h"
+#include "platform/socket_api.h"
+
+namespace kelvado {
+namespace {
+
+std::string onTheWire(std::string_view name, std::string_view value,
+                      std::string_view charset = "utf-8") {
+  std::string out;
+  appendHeaderField({std::string(name), std::string(value)}, charset, out);
+  return out;
+}
+
+std::size_t longestLine(const std::string& text) {
+  std::size_t longest = 0;
+  for (std::size_t at = 0; at < text.size();) {
+    const std::size_t end = std::min(text.find("\r\n", at), text.size());
+    longest = std::max(longest, end - at);
+    at = end + 2;
+  }
+  return longest;
+}
+
+TEST(HeaderWriter, FoldsAndEncodes) {
+  const std::string x70(70, 'x');
+  struct Row {
+    std::string_view name;
+    std::string value, line;
+  };
+  const Row rows[] = {
+      {"Subject", "Hello", "Subject: Hello\r\n"},
+      {"Subject", "", "Subject: \r\n"},
+      {"Subject", "\xC3\xBC", "Subject: =?utf-8?Q?=C3=BC?=\r\n"},
+      {"Subject", "a " + x70 + " b", "Subject: a\r\n " + x70 + " b\r\n"},
+      // No line of blanks only, which some take for the end of the header.
+      {"Subject", "a  " + x70 + "  ", "Subject: a\r\n  " + x70 + "  \r\n"},
+      // A long word: free text in encoded words, anything else whole.
+      {"X-Note", x70,
+       "X-Note: =?utf-8?Q?" + std::string(56, 'x') + "?=\r\n =?utf-8?Q?" + std::string(14, 'x') +
+           "?=\r\n"},
+      {"References", "<" + x70 + "@x>", "References: <" + x70 + "@x>\r\n"},
+      // Folds that are in the value stay.
+      {"To", "a@x,\r\n b@x", "To: a@x,\r\n b@x\r\n"},
+      {"To", "\"J\xC3\xB6rg\" <a@x>,\r\n \"B, C\" <b@x>",
+       "To: =?utf-8?Q?J=C3=B6rg?= <a@x>,\r\n =?utf-8?Q?B=2C_C?= <b@x>\r\n"},
+      {"Cc", "\"" + x70 + "\" <a@x>", "Cc: \"" + x70 + "\"\r\n <a@x>\r\n"},
+      {"From", "\"" + std::string(45, 'n') + "\xC3\xBC\" <address@example.org>",
+       "From: =?utf-8?Q?" + std::string(45, 'n') + "=C3=BC?=\r\n <address@example.org>\r\n"},
+  };
+  for (const Row& row : rows) EXPECT_EQ(onTheWire(row.name, row.value), row.line);
+  // Names of a "us-ascii" message are not encoded; its subject is.
+  EXPECT_EQ(onTheWire("To", "\"\xC3\xBC\" <a@x>", "us-ascii"), "To: \"\xC3\xBC\" <a@x>\r\n");
+  EXPECT_EQ(onTheWire("Subject", "\xC3\xBC", "us-ascii"), "Subject: =?utf-8?Q?=C3=BC?=\r\n");
+}
+
+TEST(HeaderWriter, NoLineIsTooLong) {
+  std::string words;
+  for (int i = 0; i < 300; ++i) words += "word ";
+  const std::string unbroken(1500, 'x');
+  const std::string blanks = "a" + std::string(1500, ' ') + "b";
+  for (const std::string& value : {words, unbroken, blanks, "\xC3\xBC" + unbroken}) {
+    const std::string subject = onTheWire("Subject", value);
+    EXPECT_LE(longestLine(subject), 76U);
+    EXPECT_EQ(subject.find("\r\n \r\n"), std::string::npos);
+  }
+  // Where no good way is left, the limit of the protocol holds all the same.
+  for (const std::string_view name : {"References", "To", "Subject"}) {
+    EXPECT_LE(longestLine(onTheWire(name, "?Q?" + unbroken)), kMaxLineOctets) << name;
+    EXPECT_LE(longestLine(onTheWire(name, unbroken)), kMaxLineOctets) << name;
+  }
+}
+
+TEST(ContentType, FormatsItsParameters) {
+  ContentType all = ContentType::ofType("text/plain");
+  all.charset = "utf-8";
+  all.typeParameter = "t";
+  all.boundary = "b";
+  all.name = "n";
+  all.protocol = "p";
+  all.micalg = "sha1";
+  all.smimeType = "s";
+  all.flowed = true;
+  EXPECT_EQ(all.format(),
+            "text/plain; charset=\"utf-8\"; type=\"t\";\r\n\tboundary=\"b\";\r\n\tname=\"n\";"
+            "\r\n\tprotocol=\"p\";\r\n\tmicalg=sha1;\r\n\tsmime-type=s;\r\n\tformat=flowed");
+
+  struct Row {
+    std::string_view type;
+    std::string charset, boundary, name;
+    std::string_view value;
+  };
+  const Row rows[] = {
+      {"", "", "", "", "text/plain"},
+      {"image/gif", "utf-8", "", "", "image/gif"},  // only text carries a charset
+      {"multipart/signed", "utf-8", "", "", "multipart/signed; charset=\"utf-8\""},
+      {"message/rfc822", "utf-8", "", "", "message/rfc822; charset=\"utf-8\""},
+      {"multipart/alternative", "", "b", "", "multipart/alternative;\r\n\tboundary=\"b\""},
+      // Nothing breaks out of a parameter or of the line.
+      {"a/b", "", "", "x\"; y=\"\r\nBcc: z\\", "a/b;\r\n\tname=\"x\\\"; y=\\\"Bcc: z\\\\\""},
+      {"a/b\r\nBcc: x; y", "", "", "", "a/bBccxy"},
+      {"a/b", "", "", "\xC3\xBC \".txt", "a/b;\r\n\tname*=utf-8''%C3%BC%20%22.txt"},
+  };
+  for (const Row& row : rows) {
+    ContentType type = ContentType::ofType(row.type);
+    type.charset = row.charset;
+    type.boundary = row.boundary;
+    type.name = row.name;
+    EXPECT_EQ(type.format(), row.value);
+  }
+}
+
+TEST(ContentType, ReadsWhatOthersWrite) {
+  const ContentType html = parseContentType("TEXT/HTML; Charset=\"UTF-8\" (x;y); FORMAT=flowed;;");
+  EXPECT_EQ(html.type, "text/html");
+  EXPECT_EQ(html.charset, "utf-8");
+  EXPECT_TRUE(html.flowed);
+  struct Row {
+    std::string_view value, name;
+  };
+  const Row rows[] = {
+      {"a/b; name=plain.txt", "plain.txt"},
+      {"a/b; name=\"q\\\"uo;ted\"", "q\"uo;ted"},
+      {"a/b; name*=iso-8859-1'de'%FC.txt", "\xC3\xBC.txt"},
+      {"a/b; name*1*=%BC.txt; name*0*=utf-8''%C3", "\xC3\xBC.txt"},
+      {"a/b; name*0=\"one \"; name*1=two", "onetwo"},
+      {"a/b; name=fallback; name*=utf-8''%C3%BC", "\xC3\xBC"},
+      {"a/b; name=\"=?utf-8?B?w7w=?=\"", "\xC3\xBC"},
+      {"a/b; name*=utf-8''a%0D%0ABcc: x", "aBcc: x"},
+      {"a/b; name", ""},
+      {"a/b; name=\"open", "open"},
+      {"", ""},
+  };
+  for (const Row& row : rows) EXPECT_EQ(parseContentType(row.value).name, row.name) << row.value;
+}
+
+TEST(MimeParameter, LongNamesComeBackInPieces) {
+  std::string name;
+  for (int i = 0; i < 60; ++i) name += "\xC3\xBC x";
+  std::string text = "attachment;\r\n\t";
+  appendParameter("filename", name, text);
+  EXPECT_LE(longestLine(text), 76U);
+  std::vector<MimeParameter> parameters;
+  EXPECT_EQ(parseParameterised(text, parameters), "attachment");
+  EXPECT_EQ(parameterNamed(parameters, "filename"), name);
+}
+
+TEST(ContentTypeForFile, LooksAtTheLastExtension) {
+  const std::pair<std::string_view, std::string_view> rows[] = {
+      {"Norvyn-Report-Logo.gif", "image/gif"},     {"A.B.HTML", "text/html"},
+      {"noextension", "application/octet-stream"}, {"x.", "application/octet-stream"},
+      {"gif", "application/octet-stream"},         {"a.unknown", "application/octet-stream"}};
+  for (const auto& [name, type] : rows) EXPECT_EQ(contentTypeForFile(name), type) << name;
+}
+
+TEST(Identifiers, HaveTheirLayouts) {
+  const std::string uuid = KelvadoUuid::generate();
+  EXPECT_TRUE(std::regex_match(
+      uuid, std::regex("[0-9a-f]{8}-[0-9a-f]{4}-[0-9a-f]{4}-[0-9a-f]{4}-[0-9a-f]{12}")))
+      << uuid;
+  EXPECT_EQ(boundaryFrom("3f2a91c7-0b1d-44e2-8899-abcd9c0f1a2b", kAlternativeMarker),
+            "-----_kelvado_3f2_a91c_0b1d44e2.abcd9c0f_.ALT");
+  EXPECT_NE(generateBoundary(kMixedMarker), generateBoundary(kMixedMarker));
+}
+
+class HostNames : public platform::SocketApi {
+ public:
+  platform::SocketError start() override { return startResult; }
+  platform::SocketError hostName(std::string& name) override {
+    name = own;
+    return own.empty() ? platform::kWsaInvalid : platform::kSocketOk;
+  }
+  platform::SocketError resolve(const std::string&, platform::ResolvedHost& host) override {
+    host.officialName = official;
+    return resolves ? platform::kSocketOk : platform::kWsaHostNotFound;
+  }
+  platform::SocketHandle open(platform::SocketError&) override { return platform::kInvalidSocket; }
+  platform::SocketError connect(platform::SocketHandle, const std::string&,
+                                std::uint16_t) override {
+    return platform::kWsaInvalid;
+  }
+  platform::SocketError pendingError(platform::SocketHandle) override {
+    return platform::kWsaInvalid;
+  }
+  void close(platform::SocketHandle) override {}
+  Ready waitReadable(platform::SocketHandle, std::uint32_t, platform::SocketError&) override {
+    return Ready::Failed;
+  }
+  Ready waitWritable(platform::SocketHandle, std::uint32_t, platform::SocketError&) override {
+    return Ready::Failed;
+  }
+  platform::SocketError send(platform::SocketHandle, std::string_view, std::size_t&) override {
+    return platform::kWsaInvalid;
+  }
+  platform::SocketError receive(platform::SocketHandle, char*, std::size_t, std::size_t&) override {
+    return platform::kWsaInvalid;
+  }
+  platform::SocketHandle listenOnLoopback(std::uint16_t&, platform::SocketError&) override {
+    return platform::kInvalidSocket;
+  }
+  platform::SocketHandle accept(platform::SocketHandle, platform::SocketError&) override {
+    return platform::kInvalidSocket;
+  }
+
+  platform::SocketError startResult = platform::kSocketOk;
+  std::string own, official;
+  bool resolves = false;
+};
+
+TEST(LocalHostName, FallsBackStepByStep) {
+  struct Row {
+    platform::SocketError start;
+    std::string own;
+    bool resolves;
+    std::string official, name;
+  };
+  const Row rows[] = {
+      {0, "pc", true, "pc.example.org", "pc.example.org"},
+      {0, "pc", false, "", "pc"},
+      {0, "", false, "", "unknown"},
+      {0, "pc", true, "", "unknown"},
+      {0, "pc", true, "e>\r\nvil <x", "evilx"},
+      {0, std::string(600, 'x'), false, "", std::string(500, 'x')},
+      {platform::kWsaInvalid, "pc", true, "pc", "unknown"},
+  };
+  for (const Row& row : rows) {
+    HostNames sockets;
+    sockets.startResult = row.start;
+    sockets.own = row.own;
+    sockets.resolves = row.resolves;
+    sockets.official = row.official;
+    ErrorLog log;
+    EXPECT_EQ(readLocalHostName(sockets, log), row.name);
+    const bool logged =
+        log.text().find("WSA startup failed for getting local hostname") != std::string::npos;
+    EXPECT_EQ(logged, row.start != platform::kSocketOk);
+  }
+}
+
+TEST(MailDate, FormatsLocalTimeAndZone) {
+  struct Row {
+    platform::LocalTime time;
+    platform::TimeZone zone;
+    std::string_view date;
+  };
+  const platform::LocalTime noon{2026, 7, 2, 21, 12, 0, 0};
+  const Row rows[] = {
+      {{2008, 1, 6, 5, 9, 3, 7}, {300, 0, false}, "Sat, 05 Jan 2008 09:03:07 -0500"},
+      {noon, {-330, 0, false}, "Tue, 21 Jul 2026 12:00:00 +0530"},
+      {noon, {-60, -60, true}, "Tue, 21 Jul 2026 12:00:00 +0200"},
+      {noon, {-60, -60, false}, "Tue, 21 Jul 2026 12:00:00 +0100"},
+      {noon, {0, 0, false}, "Tue, 21 Jul 2026 12:00:00 +0000"},
+      {noon, {30, 0, false}, "Tue, 21 Jul 2026 12:00:00 +0030"},  // kept as it is
+      {noon, {210, -60, true}, "Tue, 21 Jul 2026 12:00:00 -0230"},
+      {{2026, 0, 7, 1, 0, 0, 0}, {}, "Sun, 01 Jan 2026 00:00:00 +0000"},
+      {{2026, 13, -1, 1, 0, 0, 0}, {}, "Sun, 01 Jan 2026 00:00:00 +0000"},
+  };
+  for (const Row& row : rows) EXPECT_EQ(formatMailDate(row.time, row.zone), row.date);
+}
+
+}  // namespace
+}  // namespace kelvado
