@@ -4,7 +4,7 @@
 
 #include "config/expiration_settings.h"
 #include "config/registry_readers.h"
-#include "config/same_text.h"
+#include "platform/case_fold.h"
 #include "platform/profile_file.h"
 
 namespace config {
@@ -37,10 +37,11 @@ void readMachineKind(Registry& registry, ProductSettings& pSettings) {
       readTextField(registry, kProductOptionsKey, "productType", kMachineTextCapacity);
   const std::string testOS = readTextField(registry, kProductKey, "testOS", kMachineTextCapacity);
   for (const MachineKind& kind : kMachineKinds) {
-    if (sameText(productType, kind.productType)) pSettings.osType = kind.osType;
+    if (platform::equalAsciiNoCase(productType, kind.productType)) pSettings.osType = kind.osType;
   }
   for (const MachineKind& kind : kMachineKinds) {
-    if (sameText(testOS, kind.osType)) pSettings.testOS = pSettings.osType = kind.osType;
+    if (platform::equalAsciiNoCase(testOS, kind.osType))
+      pSettings.testOS = pSettings.osType = kind.osType;
   }
 }
 

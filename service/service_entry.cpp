@@ -2,7 +2,6 @@
 
 #include <cstdio>
 
-#include "config/same_text.h"
 #include "platform/case_fold.h"
 #include "service/service_installer.h"
 #include "service/service_main.h"
@@ -35,11 +34,11 @@ void fatalError(platform::Process& process, const char* message, platform::WinEr
 int enterService(const std::vector<std::string>& arguments, ServiceSystem system,
                  ServiceWork& work) {
   const std::string word = switchWord(arguments);
-  if (config::sameText(word, "install")) {
+  if (platform::equalAsciiNoCase(word, "install")) {
     installService(system, kServiceName, kDisplayName, kDescription, kDependencies);
     return 0;
   }
-  if (config::sameText(word, "remove")) {
+  if (platform::equalAsciiNoCase(word, "remove")) {
     removeService(system, kServiceName);
     return 0;
   }

@@ -1,0 +1,217 @@
+// The printouts line by line: of a record in which every line of both forms shows, and of what
+// leaves lines out.
+#include "config/policy_printout.h"
+
+#include <gtest/gtest.h>
+
+#include "config/policy_store.h"
+#include "platform/files.h"
+#include "tests/support/temp_dir.h"
+
+namespace config {
+namespace {
+
+constexpr const char* kRule = "------------------------------------------------------------\n";
+
+// Each number of the record differs from its neighbours', so that no line can show another's.
+PolicyRecord everything() {
+  PolicyRecord policy;
+  std::uint32_t number = 100;
+  policy.policyName = "Everybody";
+  for (const auto field : {&PolicyRecord::minPasswordAge,
+                           &PolicyRecord::maxPasswordAge,
+                           &PolicyRecord::emailWarnings,
+                           &PolicyRecord::minCharacters,
+                           &PolicyRecord::maxCharacters,
+                           &PolicyRecord::maxSimilar,
+                           &PolicyRecord::minDifferent,
+                           &PolicyRecord::minCharTypes,
+                           &PolicyRecord::minLowerChar,
+                           &PolicyRecord::maxLowerChar,
+                           &PolicyRecord::minUpperChar,
+                           &PolicyRecord::maxUpperChar,
+                           &PolicyRecord::minNumericChar,
+                           &PolicyRecord::maxNumericChar,
+                           &PolicyRecord::minNonAlphaNumericChar,
+                           &PolicyRecord::maxNonAlphaNumericChar,
+                           &PolicyRecord::minSpaces,
+                           &PolicyRecord::maxSpaces,
+                           &PolicyRecord::minAlphaChar,
+                           &PolicyRecord::maxAlphaChar,
+                           &PolicyRecord::minNonAlphaChar,
+                           &PolicyRecord::maxNonAlphaChar,
+                           &PolicyRecord::check3ConsecutiveCharTypes,
+                           &PolicyRecord::numericPosition,
+                           &PolicyRecord::specialPosition,
+                           &PolicyRecord::specialBefore}) {
+    policy.*field = ++number;
+  }
+  std::uint8_t flag = 0;
+  for (const auto field : {&PolicyRecord::checkSimilar,
+                           &PolicyRecord::checkLower,
+                           &PolicyRecord::checkUpper,
+                           &PolicyRecord::checkNumeric,
+                           &PolicyRecord::checkNonAlphaNumeric,
+                           &PolicyRecord::checkSpaces,
+                           &PolicyRecord::checkAlpha,
+                           &PolicyRecord::checkNonAlpha,
+                           &PolicyRecord::restrictSpecialChar,
+                           &PolicyRecord::checkVowels,
+                           &PolicyRecord::checkConsecutive,
+                           &PolicyRecord::check3Consecutive,
+                           &PolicyRecord::check3ConsecutiveAlpha,
+                           &PolicyRecord::checkAscii,
+                           &PolicyRecord::numericBetweenAlpha,
+                           &PolicyRecord::noBeginNumeric,
+                           &PolicyRecord::noEndNumeric,
+                           &PolicyRecord::noBeginSpecial,
+                           &PolicyRecord::noEndSpecial,
+                           &PolicyRecord::checkUsername,
+                           &PolicyRecord::checkFullname,
+                           &PolicyRecord::checkSAP,
+                           &PolicyRecord::checkNameFragments,
+                           &PolicyRecord::checkDictionary,
+                           &PolicyRecord::substringSearch,
+                           &PolicyRecord::checkDictionarySubstitution,
+                           &PolicyRecord::checkDictionaryWildcard,
+                           &PolicyRecord::applyNonExpiring,
+                           &PolicyRecord::excludeNonExpiring}) {
+    policy.*field = ++flag;
+  }
+  policy.allowedSpecialChar = "!%s";
+  policy.includeGroups = "domain users";
+  policy.excludeGroups = "Service Accounts";
+  policy.appliesToUser = 1;
+  policy.passed = 0;
+  policy.failureCode = 0xFFFFFFFF;
+  return policy;
+}
+
+constexpr const char* kFull =
+    "POLICY NAME: Everybody\n\n"
+    "minPasswordAge = 101\nmaxPasswordAge = 102\nemailWarnings = 103\nminCharacters = 104\n"
+    "maxCharacters = 105\ncheckSimilar = 1\n  maxSimilar = 106\n  minDifferent = 107\n"
+    "minCharTypes = 108\ncheckLower = 2\n  minLowerChar = 109\n  maxLowerChar = 110\n"
+    "checkUpper = 3\n  minUpperChar = 111\n  maxUpperChar = 112\ncheckNumeric = 4\n"
+    "  minNumericChar = 113\n  maxNumericChar = 114\ncheckSpecialChar = 5\n"
+    "  minSpecialChar = 115\n  maxSpecialChar = 116\ncheckSpaces = 6\n  minSpaces = 117\n"
+    "  maxSpaces = 118\ncheckAlpha = 7\n  minAlphaChar = 119\n  maxAlphaChar = 120\n"
+    "checkNonAlpha = 8\n  minNonAlphaChar = 121\n  maxNonAlphaChar = 122\n"
+    "restrictSpecialChar = 9\n   allowedSpecialChar = !%s\ncheckVowels = 10\n"
+    "checkConsecutive = 11\ncheck3Consecutive = 12\ncheck3ConsecutiveCharTypes= 123\n"
+    "check3ConsecutiveAlpha = 13\ncheckAscii = 14\nnumericBetweenAlpha = 15\n"
+    "noBeginNumeric = 16\nnoEndNumeric = 17\nnoBeginSpecial = 18\nnoEndSpecial = 19\n"
+    "numericPosition = 124\nspecialPosition = 125\n"
+    "password must contain a special character within the first 126 characters.\n"
+    "checkUsername = 20\ncheckFullname = 21\ncheckSAP = 22\n"
+    "No more than 3 consecutive characters from username or full name = 23\n"
+    "checkDictionary = 24\ndictionary substring search = 25\n  checkSubstitution = 26\n"
+    "  checkWildcard = 27\napplyGroups = domain users\napplyNonExpiring = 28\n"
+    "excludeGroups = Service Accounts\nexcludeNonExpiring = 29\n\n";
+
+constexpr const char* kShort =
+    "minCharacters = 104\nmaxCharacters = 105\ncheckSpaces = 6\n  minSpaces = 117\n"
+    "  maxSpaces = 118\ncheckUsername = 20\n\n";
+
+constexpr const char* kFailed =
+    "This policy applies to the user.\n"
+    "THE PASSWORD DOES NOT MEET THE POLICY REQUIREMENTS.\n"
+    "THE FAILURE CODE IS -1\n"
+    "THE PASSWORD FAILED THIS POLICY BECAUSE:\n";
+
+constexpr const char* kFirstReasons =
+    " - Password has less than the minimum number of required characters.\n"
+    " - Password does not meet minimum password age requirements.\n"
+    " - Password exceeded maximum number of characters.\n"
+    " - Password has less than the minimum number of required character types.\n"
+    " - Password has more than 3 characters from the same character set.\n";
+
+constexpr const char* kSap = " - Password fails to meet SAP requirements.\n";
+
+constexpr const char* kSharedReasons =
+    " - Password does not meet requirement for numeric characters.\n"
+    " - Password does not meet requirement for upper case characters.\n"
+    " - Password does not meet requirement for lower case characters.\n"
+    " - Password does not meet requirement for alpha characters.\n"
+    " - Password does not meet requirement for non-alpha characters.\n"
+    " - Password does not meet requirement for special characters.\n"
+    " - Password contains special characters that are not allowed.\n"
+    " - Password contains one or more vowels.\n"
+    " - Password does not meet requirement for space characters.\n"
+    " - Password contains 2 or more consecutive identical characters.\n"
+    " - Password contains 3 or more consecutive identical characters.\n"
+    " - Password contains non-ascii characters with code outside of 33 through 126.\n"
+    " - Password begins with a number.\n"
+    " - Password ends with a number.\n"
+    " - Password begins with a special character.\n"
+    " - Password ends with a special character.\n"
+    " - Password does not contain a number in the correct position.\n";
+
+constexpr const char* kLastReasons =
+    " - Password does not contain a numeric character between two alpha characters.\n"
+    " - Password does not contain a special character before character number 126.\n"
+    " - Password contains the username.\n"
+    " - Password contains a part of the user's full name.\n"
+    " - Password matches a word in dictionary.txt.\n"
+    " - Password contains a word from dictionary.txt.\n";
+
+TEST(PolicyPrintout, PrintsEveryLineOfBothForms) {
+  const std::string reasons = kFirstReasons;
+  EXPECT_EQ(policyText(everything()),
+            kFull + (kFailed + reasons) + kSharedReasons +
+                " - Password contains too many characters from the same class.\n" + kLastReasons +
+                kSap +
+                " - Password contains 3 or more consecutive characters from the username or the "
+                "user's full name.\n" +
+                kRule);
+  EXPECT_EQ(policyTextShort(everything()),
+            kShort + (kFailed + reasons) + kSap + kSharedReasons +
+                " - Password does not contain a special character in the correct position.\n" +
+                kLastReasons + kRule);
+}
+
+TEST(PolicyPrintout, LeavesOutWhatDoesNotApply) {
+  PolicyRecord policy;
+  initLivePolicy(policy);
+  policy.emailWarnings = 1;
+  const std::string settings =
+      "minCharacters = 6\nmaxCharacters = 16\ncheckSpaces = 1\n  minSpaces = 0\n"
+      "  maxSpaces = 0\ncheckUsername = 1\n\n";
+  // A failure code counts for an evaluated policy only.
+  policy.failureCode = 1;
+  EXPECT_EQ(policyTextShort(policy),
+            settings + "THIS POLICY DOES NOT APPLY TO THE USER.\n" + kRule);
+  policy.appliesToUser = 1;
+  policy.failureCode = 0;
+  EXPECT_EQ(policyTextShort(policy), settings +
+                                         "This policy applies to the user.\n"
+                                         "The password meets the policy requirements.\n" +
+                                         kRule);
+  policy.defined = 0;  // evaluated is enough
+  policy.passed = 0;
+  EXPECT_EQ(policyTextShort(policy), settings +
+                                         "This policy applies to the user.\n"
+                                         "THE PASSWORD DOES NOT MEET THE POLICY REQUIREMENTS.\n"
+                                         "THE FAILURE CODE IS 0\n" +
+                                         kRule);
+  const std::string full = policyText(policy);
+  EXPECT_TRUE(full.starts_with("POLICY NAME: \n\nminCharacters = 6\n")) << full;
+  EXPECT_EQ(full.find("special character within"), std::string::npos);
+}
+
+TEST(PolicyPrintout, AppendsAndIgnoresAFileThatCannotBeOpened) {
+  const test_support::TempDir directory;
+  PolicyRecord policy;
+  EXPECT_EQ(printPolicy(policy, "out.txt"), 1);
+  EXPECT_FALSE(platform::fileExists("out.txt"));  // neither defined nor evaluated
+  policy.defined = 1;
+  printPolicy(policy, "out.txt");
+  printPolicyShort(policy, "out.txt");
+  std::string text;
+  ASSERT_TRUE(platform::readWholeFile("out.txt", text));
+  EXPECT_NE(text.find(std::string(kRule) + "minCharacters = 0\n"), std::string::npos);
+  EXPECT_EQ(printPolicy(policy, "missing/out.txt"), 1);
+}
+
+}  // namespace
+}  // namespace config

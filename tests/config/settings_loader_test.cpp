@@ -1,0 +1,179 @@
+// The product settings: which edition a machine gets, which store says what, and the dump.
+#include "config/settings_loader.h"
+
+#include "config/settings_dump.h"
+#include "tests/config/registry_fixture.h"
+
+namespace config {
+namespace {
+
+constexpr const char* kPolicies = "Software\\Policies\\Kadro\\";
+
+class SettingsLoaderTest : public RegistryFixture {
+ protected:
+  // The values of several keys: each begins with "[KEY]", below HKEY_LOCAL_MACHINE.
+  platform::Registry& registryOf(const std::string& body) {
+    std::string text;
+    for (const char c : body) {
+      text += c;
+      if (c == '[') text += "HKEY_LOCAL_MACHINE\\";
+    }
+    return registryWith("Software", text);
+  }
+  ProductSettings load(const std::string& body) {
+    ProductSettings settings;
+    EXPECT_EQ(loadSettings(registryOf(body), licences, settings), 1);
+    return settings;
+  }
+
+  RegcodeLicenceCheck licences;
+};
+
+std::string machine(const std::string& productType, const std::string& testOS = "") {
+  std::string text = "[System\\CurrentControlSet\\Control\\ProductOptions]\n\"productType\"=\"" +
+                     productType + "\"\n";
+  if (!testOS.empty()) text += "[Software\\Kadro\\PwsentryPro]\n\"testOS\"=\"" + testOS + "\"\n";
+  return text;
+}
+
+std::string licence(const std::string& edition, const std::string& regcode = "R") {
+  return "[Software\\Policies\\Kadro\\" + edition + "]\n\"regcode\"=\"" + regcode +
+         "\"\n\"maintCode\"=\"M-" + edition + "\"\n\"evaluation\"=dword:00000002\n";
+}
+
+TEST_F(SettingsLoaderTest, ChoosesTheEditionByMachineAndLicence) {
+  const struct {
+    std::string registry;
+    const char *osType, *testOS, *edition, *version, *maintCode;
+    std::uint32_t policyMax;
+  } cases[] = {
+      {machine("WinNT"), "de", "none", "PwsentryProDE", "", "", 0},
+      {machine("winnt") + licence("PwsentryProDE"), "de", "none", "PwsentryProDE", "NRV-DE",
+       "M-PwsentryProDE", 0},
+      {machine("SERVERNT") + licence("PwsentryProMPEMS", ""), "ms", "none", "PwsentryProSPEMS", "",
+       "", 0},
+      {machine("ServerNT") + licence("PwsentryProSPEMS"), "ms", "none", "PwsentryProSPEMS",
+       "NRV-SPEMS", "M-PwsentryProSPEMS", 0},
+      // Both are licensed: the one tried last wins.
+      {machine("ServerNT") + licence("PwsentryProSPEMS") + licence("PwsentryProMPEMS"), "ms",
+       "none", "PwsentryProMPEMS", "NRV-MPEMS", "M-PwsentryProMPEMS", 2},
+      {machine("LanmanNT") + licence("PwsentryPro"), "dc", "none", "PwsentryPro", "NRV-SPE",
+       "M-PwsentryPro", 0},
+      {machine("LanmanNT") + licence("PwsentryProMPE"), "dc", "none", "PwsentryProMPE", "NRV-MPE",
+       "M-PwsentryProMPE", 5},
+      // A forced kind of machine.
+      {machine("winnt", "DC") + licence("PwsentryProMPE"), "dc", "dc", "PwsentryProMPE", "NRV-MPE",
+       "M-PwsentryProMPE", 5},
+      {machine("winnt", "vax"), "de", "none", "PwsentryProDE", "", "", 0},
+  };
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.registry);
+    const ProductSettings settings = load(c.registry);
+    EXPECT_EQ(settings.osType, c.osType);
+    EXPECT_EQ(settings.testOS, c.testOS);
+    EXPECT_EQ(settings.keyPath, kPolicies + std::string(c.edition));
+    EXPECT_EQ(settings.version, c.version);
+    EXPECT_EQ(settings.maintCode, c.maintCode);
+    EXPECT_EQ(settings.evaluation, *c.version != '\0');
+    EXPECT_EQ(settings.policyMax, c.policyMax);
+  }
+  const ProductSettings unknown = load(machine("other"));
+  EXPECT_EQ(unknown.keyPath, "");
+  EXPECT_TRUE(unknown.noLogRejects);
+}
+
+// What each loader makes of a key that holds everything, and of one that holds nothing.
+TEST_F(SettingsLoaderTest, ReadsTheSwitchesThatEachLoaderKnows) {
+  const std::string values =
+      "\"regcode\"=\"R\"\n\"debug\"=dword:00000007\n\"dictionaryDebug\"=dword:00000001\n"
+      "\"dictionarySkipLength\"=dword:00000000\n\"noLogRejects\"=dword:00000000\n"
+      "\"logRejects\"=dword:00000001\n\"logResets\"=\"1\"\n\"noReportStatus\"=dword:00000001\n"
+      "\"skipLength\"=dword:00000014\n\"logSkips\"=dword:00000001\n";
+  ProductSettings before;
+  before.skipLength = 99;
+  before.logSkips = before.dictionaryDebug = before.callResetScript = true;
+
+  ProductSettings s =
+      load(machine("winnt") + "[Software\\Policies\\Kadro\\PwsentryProDE]\n" + values);
+  EXPECT_TRUE(s.debug && s.dictionaryDebug && s.logRejects && s.noReportStatus && s.logSkips);
+  EXPECT_FALSE(s.noLogRejects || s.logResets || s.reportStatistics);  // a text is no flag
+  EXPECT_EQ(s.dictionarySkipLength, 0U);                              // 0 counts as set
+  EXPECT_EQ(s.skipLength, 20U);
+  s = load(machine("winnt"));
+  EXPECT_EQ(s.dictionarySkipLength, 127U);
+  EXPECT_EQ(s.skipLength, 0U);
+  EXPECT_FALSE(s.reportStatistics);
+
+  s = before;
+  loadLiveSettings(registryOf("[Software\\Policies\\NorvynSecurity\\NRVLive]\n" + values), licences,
+                   s);
+  EXPECT_EQ(s.version, "NRV-LE");
+  EXPECT_EQ(s.policyMax, 1U);
+  EXPECT_TRUE(s.debug && s.logRejects && s.dictionaryDebug && s.logSkips);
+  EXPECT_FALSE(s.noLogRejects || s.callResetScript);
+  EXPECT_EQ(s.skipLength, 99U);  // this edition does not know it
+  loadLiveSettings(registryOf(machine("winnt")), licences, s);
+  EXPECT_EQ(s.version + s.keyPath, "");
+  EXPECT_TRUE(s.noLogRejects);
+
+  const std::string key = "Software\\Policies\\Kadro\\PwsentryProMPEMS";
+  s = before;
+  loadSettingsFrom(PolicyStore::Registry, registryOf("[" + key + "]\n" + values), licences, key, s);
+  EXPECT_EQ(s.version, "PW-MPE-MS");
+  EXPECT_TRUE(s.debug && s.noReportStatus && s.callResetScript);
+  EXPECT_FALSE(s.logRejects || s.noLogRejects);
+  s = ProductSettings();
+  loadSettingsFrom(PolicyStore::Registry, registryOf(machine("winnt")), licences,
+                   "software\\Policies\\Kadro\\PwsentryProDE", s);
+  EXPECT_EQ(s.version, "");  // another spelling is not that key
+  EXPECT_FALSE(s.noLogRejects);
+}
+
+TEST_F(SettingsLoaderTest, ReadsTheIniFileWithItsOddities) {
+  platform::Registry& registry = registryOf(machine("winnt"));
+  ProductSettings s;
+  s.logRejects = true;
+  loadSettingsFrom(PolicyStore::IniFile, registry, licences, "", s);
+  EXPECT_FALSE(s.noLogRejects);  // what "logRejects" says, which is nothing
+  EXPECT_TRUE(s.logRejects);
+  EXPECT_EQ(s.dictionarySkipLength, 127U);
+
+  platform::writeWholeFile("pwsentrypro.ini",
+                           "[registration]\nregcode=R\nversion=PW-SPE\n[config]\nlogRejects=1\n"
+                           "noLogRejects=0\nnoreportStatus=1\ndictionarySkipLength=9\n");
+  s = ProductSettings();
+  loadSettingsFrom(PolicyStore::IniFile, registry, licences, "", s);
+  EXPECT_EQ(s.regcode + s.version, "RPW-SPE");
+  EXPECT_TRUE(s.noLogRejects && s.noReportStatus);
+  EXPECT_FALSE(s.logRejects);
+  EXPECT_EQ(s.dictionarySkipLength, 9U);
+}
+
+TEST_F(SettingsLoaderTest, DumpsTheFieldsInTheirOrder) {
+  ProductSettings s;
+  s.regcode = "R";
+  s.keyPath = "K";
+  s.evaluation = s.logRejects = true;
+  s.dictionarySkipLength = 0xFFFFFFFF;
+  const std::string rule = std::string(80, '-') + "\n";
+  EXPECT_EQ(settingsDump(s),
+            rule + "| Norvyn settings.txt\n" + rule +
+                "   pSettings.regcode= R\n   pSettings.maintCode= \n   pSettings.version= \n"
+                "   pSettings.osType= \n   pSettings.keyPath= K\n   pSettings.testOS= none\n"
+                "   pSettings.evaluation= 1\n   pSettings.debug= 0\n"
+                "   pSettings.vendorDebug= 0\n   pSettings.dictionarySkipLength= -1\n"
+                "   pSettings.policyMax= 0\n   pSettings.netlogonDictionary= 0\n"
+                "   pSettings.resetBypass= 0\n   pSettings.bypassFilter= 0\n"
+                "   pSettings.logRejects= 1\n   pSettings.showFailedPasswords= 0\n"
+                "   pSettings.logResets= 0\n   pSettings.callResetScript= 0\n"
+                "   pSettings.noReportStatus= 0\n   pSettings.reportStatistics= 0\n");
+  platform::writeWholeFile("dump.txt", "much longer text than before, to be replaced");
+  EXPECT_EQ(dumpSettings(s, "dump.txt"), 1);
+  std::string written;
+  ASSERT_TRUE(platform::readWholeFile("dump.txt", written));
+  EXPECT_TRUE(written.starts_with(rule));
+  EXPECT_EQ(written.find("longer"), std::string::npos);
+}
+
+}  // namespace
+}  // namespace config
