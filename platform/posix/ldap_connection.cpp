@@ -2,6 +2,7 @@
 #include "platform/posix/ldap_connection.h"
 
 #include <algorithm>
+#include <csignal>
 #include <cstring>
 #include <string_view>
 #include <utility>
@@ -69,8 +70,12 @@ std::string oneLine(std::string_view text) {
 std::string diagnosticOf(LDAP* ldap) {
   char* text = nullptr;
   if (ldap_get_option(ldap, LDAP_OPT_DIAGNOSTIC_MESSAGE, &text) != LDAP_OPT_SUCCESS) return {};
-  const std::string line = text != nullptr ? oneLine(text) : std::string();
+  std::string line = text != nullptr ? oneLine(text) : std::string();
   ldap_memfree(text);
+  // What libldap over GnuTLS has to say of any certificate that it refuses.
+  if (line == "(unknown error code)") {
+    line = "the server's certificate is expired, of another name or of an unknown authority";
+  }
   return line;
 }
 
@@ -121,6 +126,15 @@ int answerWithDefaults(LDAP*, unsigned, void*, void* questions) {
   return LDAP_SUCCESS;
 }
 
+// libldap writes to its sockets with no regard to SIGPIPE, so a server that has dropped the
+// connection would end this process. Left alone where the program has an own way with it.
+void ignoreBrokenPipes() {
+  struct sigaction current = {};
+  if (::sigaction(SIGPIPE, nullptr, &current) == 0 && current.sa_handler == SIG_DFL) {
+    std::signal(SIGPIPE, SIG_IGN);
+  }
+}
+
 }  // namespace
 
 bool isConnectionLost(int code) {
@@ -130,6 +144,7 @@ bool isConnectionLost(int code) {
 
 std::unique_ptr<LdapConnection> LdapConnection::open(const LdapSettings& settings, HResult& status,
                                                      DirectoryError& error) {
+  ignoreBrokenPipes();
   status = kServerDown;
   for (const std::string& uri : serversOf(settings, error)) {
     std::unique_ptr<LdapConnection> connection(new LdapConnection(uri));

@@ -130,25 +130,30 @@ class SambaAd:
             self._write_configuration()
             self._bind_system_files()
             self._add_service_names()
-            self._run_server()
+            self.run_server()
         except BaseException:
             self.stop()
             raise
 
     def stop(self):
-        if self._server is not None:
-            # Its own process group: the server and what it started, nobody else.
-            os.killpg(self._server.pid, signal.SIGTERM)
-            try:
-                self._server.wait(_STOP_SECONDS)
-            except subprocess.TimeoutExpired:
-                os.killpg(self._server.pid, signal.SIGKILL)
-                self._server.wait()
-            self._server = None
+        self.stop_server()
         if in_own_network():
             for name in ("hosts", "resolv.conf"):
                 subprocess.run(["umount", f"/etc/{name}"], capture_output=True)
         shutil.rmtree(self.folder, ignore_errors=True)
+
+    def stop_server(self):
+        """The domain goes down; run_server() brings it up again."""
+        if self._server is None:
+            return
+        # Its own process group: the server and what it started, nobody else.
+        os.killpg(self._server.pid, signal.SIGTERM)
+        try:
+            self._server.wait(_STOP_SECONDS)
+        except subprocess.TimeoutExpired:
+            os.killpg(self._server.pid, signal.SIGKILL)
+            self._server.wait()
+        self._server = None
 
     # What the domain holds.
 
@@ -166,6 +171,11 @@ class SambaAd:
         span = -int(days * _SECONDS_PER_DAY * 10_000_000) if days else -0x8000000000000000
         self.ldb("ldbmodify", f"dn: {BASE_DN}\nchangetype: modify\nreplace: maxPwdAge\n"
                               f"maxPwdAge: {span}\n")
+
+    def set_password(self, name, password):
+        """Sets pwdLastSet to now as well."""
+        _run(["samba-tool", "user", "setpassword", name, f"--newpassword={password}",
+              f"--configfile={self.folder}/smb.conf"])
 
     def pwd_last_set(self, name):
         """The attribute as a number, read from the database itself."""
@@ -208,7 +218,7 @@ class SambaAd:
     def _make_certificate(self):
         """An authority and a host certificate that has the names in the place clients look."""
         names = self.folder / "names.ext"
-        names.write_text("subjectAltName=DNS:dc1.example.test,DNS:localhost,IP:127.0.0.1\n")
+        names.write_text("subjectAltName=DNS:dc1.example.test,DNS:localhost\n")
 
         def openssl(*arguments):
             _run(["openssl", *arguments], cwd=self.folder)
@@ -241,6 +251,7 @@ pid directory = {dc}
 ncalrpc dir = {dc}/ncalrpc
 log file = {folder}/log.samba
 logging = file
+ldap server require strong auth = allow_sasl_over_tls
 tls keyfile = {folder}/host.key
 tls certfile = {folder}/host.pem
 tls cafile = {folder}/ca.pem
@@ -274,7 +285,7 @@ localhost = {REALM}
                               "add: servicePrincipalName\nservicePrincipalName: ldap/localhost\n"
                               "servicePrincipalName: ldap/dc1.example.test\n")
 
-    def _run_server(self):
+    def run_server(self):
         with open(self.folder / "samba.out", "wb") as output:
             self._server = subprocess.Popen(
                 ["samba", "-s", self.folder / "smb.conf", "--interactive", "--model=single"],

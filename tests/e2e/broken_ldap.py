@@ -1,0 +1,118 @@
+"""An LDAP server that says what a test tells it to, right or wrong, over a local socket.
+
+It takes any bind, answers every base search with `head` and gives for every subtree search the next
+of `pages`: bytes to send as they are, or None to hang up. After the last page it stays silent.
+`message`, `entry` and the like make the bytes (RFC 4511, in BER).
+"""
+
+import contextlib
+import pathlib
+import socket
+import tempfile
+import threading
+import urllib.parse
+
+PAGED_RESULTS = b"1.2.840.113556.1.4.319"
+SUCCESS, REFERRAL = 0, 10
+
+
+def ber(tag, *parts):
+    body = b"".join(parts)
+    if len(body) < 0x80:
+        return bytes([tag, len(body)]) + body
+    length = len(body).to_bytes(4, "big")
+    return bytes([tag, 0x84]) + length + body
+
+
+def octets(text):
+    return ber(0x04, text.encode() if isinstance(text, str) else text)
+
+
+def message(number, operation, controls=b""):
+    return ber(0x30, ber(0x02, number.to_bytes(2, "big")), operation, controls)
+
+
+def result(tag, code=SUCCESS):
+    return ber(tag, ber(0x0A, bytes([code])), octets(""), octets(""))
+
+
+def entry(dn, **attributes):
+    return ber(0x64, octets(dn), ber(0x30, *(
+        ber(0x30, octets(name), ber(0x31, octets(value))) for name, value in attributes.items())))
+
+
+def reference(uri):
+    return ber(0x73, octets(uri))
+
+
+def page_of(*operations, cookie=b"", code=SUCCESS):
+    """A function from the message number to the bytes of a whole page."""
+    paging = ber(0xA0, ber(0x30, octets(PAGED_RESULTS), octets(
+        ber(0x30, ber(0x02, b"\0"), octets(cookie)))))
+    return lambda number: b"".join(message(number, operation) for operation in operations) + message(
+        number, result(0x65, code), paging)
+
+
+class BrokenLdap:
+    def __init__(self, pages, head=entry("DC=x", defaultNamingContext="DC=x", maxPwdAge="-600000000"),
+                 bind=lambda number: message(number, result(0x61))):
+        self._pages = iter(pages)
+        self._head = head
+        self._bind = bind
+        self._folder = tempfile.TemporaryDirectory(prefix="pwlapse-ldap-")
+        path = str(pathlib.Path(self._folder.name) / "socket")
+        self.uri = "ldapi://" + urllib.parse.quote(path, safe="")
+        self._listener = socket.socket(socket.AF_UNIX)
+        self._listener.bind(path)
+        self._listener.listen()
+
+    def __enter__(self):
+        self._thread = threading.Thread(target=self._serve)
+        self._thread.start()
+        return self
+
+    def __exit__(self, *_):
+        self._listener.shutdown(socket.SHUT_RDWR)
+        self._thread.join()
+        self._listener.close()
+        self._folder.cleanup()
+
+    def _serve(self):
+        with contextlib.suppress(OSError):
+            while True:
+                peer, _ = self._listener.accept()
+                with peer, contextlib.suppress(OSError, StopIteration):
+                    self._converse(peer)
+
+    def _converse(self, peer):
+        while request := self._read(peer):
+            number, operation, scope = request
+            answer = None
+            if operation == 0x60:
+                answer = self._bind
+            elif operation == 0x63 and scope == 0:
+                answer = page_of(self._head)
+            elif operation == 0x63:
+                answer = next(self._pages, lambda _: b"")
+            elif operation in (0x42, 0x50):
+                continue
+            if answer is None:
+                return
+            peer.sendall(answer(number))
+
+    @staticmethod
+    def _read(peer):
+        """Message number, operation and, of a search, its scope."""
+        data = peer.recv(65536)
+        if not data:
+            return None
+        at = 2 if data[1] < 0x80 else 2 + (data[1] & 0x7F)
+        number_size = data[at + 1]
+        number = int.from_bytes(data[at + 2:at + 2 + number_size], "big")
+        at += 2 + number_size
+        operation = data[at]
+        scope = 0
+        if operation == 0x63:
+            at += 2 if data[at + 1] < 0x80 else 2 + (data[at + 1] & 0x7F)
+            scope = data[at + 2 + data[at + 1] + 2]
+        return number, operation, scope

@@ -1,0 +1,273 @@
+"""The LDAP directory against a real domain controller and against servers that are broken.
+
+Drives the program in DIRECTORY_PROBE (built from directory_probe.cpp). Needs root.
+"""
+
+import os
+import pathlib
+import socket
+import subprocess
+import tempfile
+import threading
+import unittest
+
+import broken_ldap
+import samba_ad
+from broken_ldap import BrokenLdap, entry, page_of
+from samba_ad import BASE_DN, User
+
+samba_ad.enter_own_network()
+
+PROBE = os.environ.get("DIRECTORY_PROBE", "directory_probe")
+DAY = 86400
+KEY = r"HKEY_LOCAL_MACHINE\Software\Kadro\PwsentryPro\Directory"
+# More than two pages.
+MANY = 2100
+
+NO_OBJECT, DOWN, LOGON, FAIL = "80072030", "8007203A", "8007052E", "80004005"
+
+
+class Probe:
+    """The program with its settings, kept in `folder` while it runs."""
+
+    def __init__(self, folder, **settings):
+        self.registry = pathlib.Path(folder) / "registry.reg"
+        values = "".join(f'"{name}"="{value}"\n' for name, value in settings.items())
+        self.text = f"Windows Registry Editor Version 5.00\n\n[{KEY}]\n{values}"
+
+    def start(self, *arguments, environment=None):
+        self.registry.write_text(self.text)
+        return subprocess.Popen([PROBE, str(self.registry), *arguments], text=True, env=environment,
+                                stdin=subprocess.PIPE, stdout=subprocess.PIPE)
+
+    def run(self, *arguments, environment=None):
+        """The lines that it prints, split, in a list by their first word."""
+        with self.start(*arguments, environment=environment) as process:
+            output, _ = process.communicate(timeout=60)
+        found = {"status": process.returncode}
+        for line in output.splitlines():
+            kind, *fields = line.split("\t")
+            found.setdefault(kind, []).append(fields)
+        return found
+
+
+class RealDirectoryTest(unittest.TestCase):
+    @classmethod
+    def setUpClass(cls):
+        cls.ad = samba_ad.SambaAd()
+        cls.addClassCleanup(cls.ad.stop)
+        cls.ad.start()
+        cls.ad.add_users([
+            User("plain", mail="plain@example.test", given_name="Jörg", surname="O'Neil <x>",
+                 password_age=85),
+            User("disabled", password_age=10, disabled=True),
+            User("never", password_age=20, never_expires=True),
+            User("cant", password_age=30, cant_change=True),
+            User("must", password_age=None),
+            User("COMPUTER$", password_age=40, computer=True),
+            User("a(b)", cn=r"Doe, J (x)*\y", mail="paren@example.test", password_age=50),
+            User("Jürgen ß", mail="j@example.test", password_age=60),
+            User("reader", password_age=1),
+        ])
+        cls.ad.add_users(User(f"many{i:04}", password_age=5) for i in range(MANY))
+        cls.ad.set_max_password_age(90)
+        cls.ad.set_password("reader", samba_ad.ADMIN_PASSWORD)
+        cls.password_file = cls.ad.folder / "password"
+        cls.password_file.write_text(samba_ad.ADMIN_PASSWORD + "\r\nnot this line\n")
+        cls.ad.kinit("reader")
+
+    def probe(self, scheme="ldaps", base="", **settings):
+        given = {"uri": f"{scheme}://{self.ad.uri_host}{base}", "bindMethod": "simple",
+                 "bindUser": samba_ad.ADMIN, "bindPasswordFile": self.password_file,
+                 "caFile": self.ad.ca_file}
+        given.update(settings)
+        return Probe(self.ad.folder, **{k: v for k, v in given.items() if v is not None})
+
+    def read_until(self, process, start):
+        for line in process.stdout:
+            if line.startswith(start):
+                return line
+        self.fail(f"the program ended with {process.wait()} before it printed {start!r}")
+
+    def test_every_way_in_reads_the_domain(self):
+        expected = {"plain": (0, 85), "disabled": (0x2, 10), "never": (0x10000, 20),
+                    "cant": (0x40, 30), "must": (0, 0), "COMPUTER$": (0, 40), "a(b)": (0, 50),
+                    "Jürgen ß": (0, 60)}
+        reader = {"bindUser": "reader@example.test"}
+        kerberos = {"bindMethod": None, "bindUser": None}
+        ways = {"simple, ldaps": self.probe(**reader),
+                "simple, StartTLS": self.probe("LDAP", **reader),
+                "Kerberos, ldap": self.probe("ldap", **kerberos),
+                "Kerberos, ldaps": self.probe("ldaps", bindMethod="GSSAPI"),
+                "base below the domain": self.probe(base=f"/CN=Users,{BASE_DN}", **reader)}
+        if samba_ad.in_own_network():
+            ways["Kerberos, server by DNS"] = self.probe("ldap", uri=None, **kerberos)
+        for way, probe in ways.items():
+            with self.subTest(way):
+                found = probe.run("--find", "plain", "--find", r"a\28b\29", "--find", "Jürgen ß",
+                                  "--find", r"p\2a", environment=self.ad.environment)
+                self.assertNotIn("error", found)
+                self.assertEqual(found["domain"], [[BASE_DN, str(90 * DAY)]])
+                users = {name: (int(flags, 16), int(age) // DAY)
+                         for name, flags, age, _ in found["user"]}
+                self.assertEqual({name: users.get(name) for name in expected}, expected)
+                self.assertEqual(sum(name.startswith("many") for name in users), MANY)
+                self.assertEqual([user[3] for user in found["user"] if user[0] == "must"], ["1"])
+                self.assertEqual(found["mail"],
+                                 [["plain", "plain@example.test", "Jörg", "O'Neil <x>"],
+                                  [r"a\28b\29", "paren@example.test", "", ""],
+                                  ["Jürgen ß", "j@example.test", "", ""]])
+                self.assertNotIn("warning", found)
+
+    def test_expiry_reaches_the_directory_or_is_refused(self):
+        self.ad.add_users([User("expire1", password_age=99), User("a(b)2", cn="Expire, (2)*"),
+                           User("expire3")])
+        names = ("--expire", "expire1", "--expire", "a(b)2")
+        self.assertEqual(self.probe().run(*names)["expired"],
+                         [["expire1", "0", ""], ["a(b)2", "0", ""]])
+        self.assertEqual([self.ad.pwd_last_set(name) for name in ("expire1", "a(b)2")], [0, 0])
+        found = self.probe(bindUser="reader@example.test").run("--expire", "expire3")
+        self.assertEqual(found["expired"][0][:2], ["expire3", "5"])
+        self.assertNotEqual(self.ad.pwd_last_set("expire3"), 0)
+
+    def test_a_dropped_connection_is_made_anew_for_an_expiry(self):
+        self.ad.add_users([User("dropped1"), User("dropped2")])
+        with self.probe().start("--wait", "--expire", "dropped1", "--expire", "dropped2") as probe:
+            self.read_until(probe, "user\tdropped2")
+            self.ad.stop_server()
+            try:
+                probe.stdin.write("\n")
+                probe.stdin.flush()
+                lost = self.read_until(probe, "expired")
+            finally:
+                self.ad.run_server()
+            output, _ = probe.communicate("\n")
+        self.assertIn("expired\tdropped1\t2453\t", lost)
+        self.assertIn("expired\tdropped2\t0\t\n", output)
+        self.assertEqual(self.ad.pwd_last_set("dropped2"), 0)
+
+    def test_what_cannot_be_is_one_line(self):
+        wrong = self.ad.folder / "wrong"
+        wrong.write_text("not the password\n")
+        empty = self.ad.folder / "empty"
+        empty.write_text("\n")
+        for probe, status, text in [
+                (self.probe(bindPasswordFile=wrong), LOGON, "Invalid credentials"),
+                (self.probe(bindPasswordFile="/no/such"), LOGON, "/no/such: No such file"),
+                (self.probe(bindPasswordFile=empty), LOGON, f"{empty}: its first line is empty"),
+                (self.probe(base="/OU=None,DC=example,DC=test"), NO_OBJECT, "OU=None"),
+                (self.probe(base="/DC=other,DC=test"), NO_OBJECT, "DC=other"),
+                (self.probe(uri="ldaps://localhost:1"), DOWN, "ldaps://localhost:1"),
+                (self.probe(uri="ldap://no-such-host.invalid"), DOWN, "no-such-host.invalid"),
+                # Its authority is not one that this system trusts, or the name is not the server's.
+                (self.probe(caFile=None), DOWN, "of an unknown authority"),
+                (self.probe("ldap", caFile=None), DOWN, "the password was not sent"),
+                (self.probe(uri="ldaps://127.0.0.1"), DOWN, "of another name"),
+                (self.probe(caFile="/no/such"), LOGON, "caFile /no/such"),
+                (self.probe("ldap", bindMethod="gssapi"), LOGON, "Kerberos bind"),
+                (self.probe(bindMethod="digest"), "00000000", '"bindMethod": "digest" is neither'),
+                (self.probe(bindUser=None), "00000000", '"bindUser": missing'),
+                (self.probe(uri="http://dc1"), "00000000", '"uri": "http://dc1" is not ldap://')]:
+            with self.subTest(text):
+                found = probe.run(environment=dict(self.ad.environment, KRB5CCNAME="FILE:/none"))
+                self.assertEqual((found["status"], found["error"][0][0]), (1, status), found)
+                self.assertIn(text, found["error"][0][1])
+
+    def test_no_password_goes_over_a_plain_connection(self):
+        received = []
+
+        def refuse_tls(listener):
+            peer, _ = listener.accept()
+            with peer:
+                received.append(peer.recv(4096))
+                peer.sendall(broken_ldap.message(1, broken_ldap.result(0x78, 2)))
+                while data := peer.recv(4096):
+                    received.append(data)
+
+        with socket.create_server(("127.0.0.1", 0)) as listener:
+            thread = threading.Thread(target=refuse_tls, args=[listener])
+            thread.start()
+            uri = f"ldap://127.0.0.1:{listener.getsockname()[1]}"
+            found = self.probe(uri=uri).run()
+            thread.join()
+        self.assertEqual(found["error"][0][0], DOWN)
+        self.assertIn("the password was not sent", found["error"][0][1])
+        self.assertNotIn(samba_ad.ADMIN_PASSWORD.encode(), b"".join(received))
+
+
+class BrokenServerTest(unittest.TestCase):
+    def setUp(self):
+        folder = tempfile.TemporaryDirectory()
+        self.addCleanup(folder.cleanup)
+        self.folder = pathlib.Path(folder.name)
+        (self.folder / "password").write_text("secret\n")
+
+    def run_probe(self, server, *arguments):
+        with server:
+            return Probe(self.folder, uri=server.uri, bindMethod="simple", bindUser="u",
+                         bindPasswordFile=self.folder / "password").run("--seconds", "1", *arguments)
+
+    def test_values_that_cannot_be_spare_their_neighbours(self):
+        faults = {
+            "CN=nameless": {"mail": "m"},
+            "CN=word": {"sAMAccountName": "word", "pwdLastSet": "soon"},
+            "CN=huge": {"sAMAccountName": "huge", "pwdLastSet": "9" * 40},
+            "CN=flags": {"sAMAccountName": "flags", "userAccountControl": "99999999999"},
+            "CN=lines": {"sAMAccountName": "two\nlines"},
+        }
+        good = {"userAccountControl": "514", "pwdLastSet": "0", "nTSecurityDescriptor": b"\x01\xff"}
+        pages = [
+            page_of(entry("CN=first", sAMAccountName="first", **good),
+                    broken_ldap.reference("ldap://elsewhere/DC=y"),
+                    *(entry(dn, **values) for dn, values in faults.items()), cookie=b"same"),
+            # Servers may use one cookie throughout, and give a page without an entry.
+            page_of(cookie=b"same"),
+            page_of(entry("CN=last", sAMAccountName="last", mail="x" * 1_000_000, sn=b"\xff", **good),
+                    entry("CN=bare", sAMAccountName="bare"))]
+        found = self.run_probe(BrokenLdap(pages), "--find", "last")
+        self.assertEqual([user[:2] for user in found["user"]],
+                         [["first", "2"], ["last", "2"], ["bare", "0"]])
+        self.assertEqual(found["domain"], [["DC=x", "60"]])
+        self.assertEqual([(mail[0], len(mail[1]), mail[3]) for mail in found["mail"]],
+                         [("last", 1_000_000, "ÿ")])
+        self.assertEqual([warning[0].split(":")[0] for warning in found["warning"]],
+                         [*faults, "1 users without userAccountControl, pwdLastSet or "
+                                   "nTSecurityDescriptor"])
+
+    def test_a_server_that_misbehaves_is_given_up(self):
+        user = entry("CN=u", sAMAccountName="u")
+        endless = page_of(user, cookie=b"c")
+        empty = page_of(cookie=b"c")
+
+        def raw(data):
+            return lambda _: data
+
+        def part(number):
+            return broken_ldap.message(number, user)
+
+        for name, server, status, text in [
+                ("same page", BrokenLdap([endless] * 9), FAIL, "the same page again"),
+                ("no entries", BrokenLdap([empty] * 200), FAIL, "page after page without an entry"),
+                ("overfull", BrokenLdap([page_of(*[user] * 1001, cookie=b"c")]), FAIL,
+                 "more entries than a page holds"),
+                ("refused", BrokenLdap([page_of(code=50)]), LOGON, "Insufficient access"),
+                ("cut short", BrokenLdap([page_of(user, cookie=b"c"), page_of(code=4)]), FAIL,
+                 "Size limit exceeded"),
+                ("referral", BrokenLdap([page_of(code=broken_ldap.REFERRAL)]), NO_OBJECT, "Referral"),
+                ("silent", BrokenLdap([part]), DOWN, "Timed out"),
+                ("hangs up", BrokenLdap([part, None]), DOWN, ""),
+                ("garbage", BrokenLdap([raw(b"HTTP/1.1 400 Bad Request\r\n\r\n")]), None, ""),
+                ("made-up length", BrokenLdap([raw(b"\x30\x84\x7f\xff\xff\xff")]), None, ""),
+                ("silent at bind", BrokenLdap([], bind=raw(b"")), DOWN, ""),
+                ("no directory", BrokenLdap([], head=entry("", vendorName="x")), NO_OBJECT,
+                 "no defaultNamingContext")]:
+            with self.subTest(name):
+                found = self.run_probe(server)
+                self.assertEqual((found["status"], len(found.get("error", []))), (1, 1), found)
+                if status is not None:
+                    self.assertEqual(found["error"][0][0], status, found)
+                self.assertIn(text, found["error"][0][1])
+
+
+if __name__ == "__main__":
+    unittest.main()
