@@ -51,14 +51,16 @@ class SystemRegistry final : public Registry {
                    std::unique_ptr<RegistryKey>& key) override {
     HKEY opened = nullptr;
     const REGSAM rights = access == RegistryAccess::All ? KEY_ALL_ACCESS : KEY_QUERY_VALUE;
-    return wrap(RegOpenKeyExA(HKEY_LOCAL_MACHINE, path.c_str(), 0, rights, &opened), opened, key);
+    const LSTATUS status = RegOpenKeyExA(HKEY_LOCAL_MACHINE, path.c_str(), 0, rights, &opened);
+    return wrap(status, opened, key);
   }
 
   WinError createKey(const std::string& path, std::unique_ptr<RegistryKey>& key) override {
     HKEY opened = nullptr;
-    return wrap(RegCreateKeyExA(HKEY_LOCAL_MACHINE, path.c_str(), 0, nullptr,
-                                REG_OPTION_NON_VOLATILE, KEY_ALL_ACCESS, nullptr, &opened, nullptr),
-                opened, key);
+    const LSTATUS status =
+        RegCreateKeyExA(HKEY_LOCAL_MACHINE, path.c_str(), 0, nullptr, REG_OPTION_NON_VOLATILE,
+                        KEY_ALL_ACCESS, nullptr, &opened, nullptr);
+    return wrap(status, opened, key);
   }
 };
 

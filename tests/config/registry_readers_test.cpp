@@ -2,6 +2,7 @@
 
 #include "config/debug_log.h"
 #include "tests/config/registry_fixture.h"
+#include "tests/support/text_file.h"
 
 namespace config {
 namespace {
@@ -75,9 +76,7 @@ TEST_F(RegistryReaders, DebugLinesOfAnyLengthFollowEachOtherUnlessSwitchedOff) {
   log.setEnabled(true);
   log.print("user %s\n", name.c_str());
   log.print("%x\n", 0x80070005U);
-  std::string bytes;
-  platform::readWholeFile(kDebugLogFile, bytes);
-  EXPECT_EQ(bytes, "user " + name + "\n80070005\n");
+  EXPECT_EQ(test_support::readText(kDebugLogFile), "user " + name + "\n80070005\n");
 }
 
 }  // namespace

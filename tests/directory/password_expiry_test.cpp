@@ -8,6 +8,7 @@
 #include "platform/files.h"
 #include "tests/support/manual_clock.h"
 #include "tests/support/temp_dir.h"
+#include "tests/support/text_file.h"
 
 namespace {
 
@@ -43,9 +44,7 @@ TEST(PasswordExpiry, WritesTheRecordBackAndLogsOnlyWhatWasTaken) {
   accounts.status = kNetUserNotFound;
   EXPECT_FALSE(directory::expireUserPassword(accounts, clock, u"unknown", 91));
   EXPECT_FALSE(directory::readDomainMaxAge(accounts).known);
-  std::string text;
-  readWholeFile("logfiles\\Norvyn-expired-pw.log", text);
-  EXPECT_EQ(text,
+  EXPECT_EQ(test_support::readText("logfiles\\Norvyn-expired-pw.log"),
             "\" 3/03/2024  9:05:07\",\"\u00C4nna\",\"91\",\"successful\"\n"
             "\" 3/03/2024  9:05:07\",\"bob\",\"100\",\"successful\"\n");
 }

@@ -2,7 +2,6 @@
 #include <filesystem>
 #include <iterator>
 #include <string>
-#include <vector>
 
 #include <gtest/gtest.h>
 #include <sys/resource.h>
@@ -14,7 +13,6 @@ namespace platform {
 namespace {
 
 namespace fs = std::filesystem;
-using namespace std::string_literals;
 
 std::string contents(const std::string& name) {
   std::string bytes;
@@ -55,32 +53,6 @@ TEST_F(PosixFiles, NamesThatAPersonGaveStandAsTheyAre) {
   EXPECT_EQ(absolutePath("logfiles\\x"), directory_.path() + "/Work/logfiles/x");
 }
 
-TEST_F(PosixFiles, ReadsLinesAsTheTextModeOfWindowsDoes) {
-  const struct {
-    std::string bytes;
-    std::size_t capacity;
-    std::vector<std::string> lines;
-  } cases[] = {
-      {"", 10, {}},
-      {"a\nb", 10, {"a\n", "b"}},
-      {"a\r\nb\r\n", 10, {"a\n", "b\n"}},
-      {"a\rb\r\r\nc\r", 10, {"a\rb\r\n", "c\r"}},
-      {"a\0b\n"s, 10, {"a\0b\n"s}},
-      {"abcdef\n", 4, {"abc", "def", "\n"}},
-      {"ab\r\ncd", 4, {"ab\n", "cd"}},        // CR LF takes one place
-      {"abc\r\ncd", 4, {"abc", "\n", "cd"}},  // and is not torn
-      {"\n\n", 2, {"\n", "\n"}},
-  };
-  for (const auto& c : cases) {
-    ASSERT_TRUE(writeWholeFile("list.txt", c.bytes));
-    const File file = openFile("list.txt", "r");
-    ASSERT_NE(file, nullptr);
-    std::vector<std::string> lines;
-    for (std::string line; readTextLine(file.get(), c.capacity, line);) lines.push_back(line);
-    EXPECT_EQ(lines, c.lines) << c.bytes;
-  }
-}
-
 TEST_F(PosixFiles, ReplacingKeepsLinksAndIsForTheOwnerOnly) {
   ASSERT_TRUE(writeWholeFile("real.reg", "old"));
   fs::create_symlink("real.reg", "link.reg");
@@ -106,19 +78,6 @@ TEST_F(PosixFiles, AFullDiskLeavesTheOldFileWholeAndNothingBesideIt) {
   EXPECT_FALSE(appended);
   EXPECT_EQ(contents("site.reg"), "old");
   EXPECT_EQ(std::distance(fs::directory_iterator("."), {}), 2);
-}
-
-TEST_F(PosixFiles, FailuresAreAnsweredNotSilent) {
-  std::string bytes = "left over";
-  EXPECT_FALSE(readWholeFile("missing", bytes));
-  EXPECT_EQ(errno, ENOENT);
-  EXPECT_EQ(bytes, "");
-  ASSERT_TRUE(writeWholeFile("file", "12345"));
-  EXPECT_FALSE(readWholeFile("file", bytes, 4));
-  EXPECT_EQ(errno, EFBIG);
-  EXPECT_FALSE(createDirectory("file"));
-  EXPECT_TRUE(overwriteInFile("file", 2, "xy"));
-  EXPECT_EQ(contents("file"), "12xy5");
 }
 
 }  // namespace

@@ -55,12 +55,12 @@ class RegRegistryTest : public testing::Test {
 TEST_F(RegRegistryTest, LoadErrorsAreOneLineThatNamesFileAndPlace) {
   std::string error;
   EXPECT_EQ(RegRegistry::load("missing.reg", error), nullptr);
-  EXPECT_EQ(error, directory_.path() + "/missing.reg: No such file or directory");
+  EXPECT_EQ(error, absolutePath("missing.reg") + ": No such file or directory");
 
   const std::string wrong = kSite + "smtpPassword=secret\n"s;
   writeWholeFile("wrong.reg", wrong);
   EXPECT_EQ(RegRegistry::load("wrong.reg", error), nullptr);
-  EXPECT_EQ(error, directory_.path() + "/wrong.reg:5: neither a key, a value nor a comment");
+  EXPECT_EQ(error, absolutePath("wrong.reg") + ":5: neither a key, a value nor a comment");
   EXPECT_EQ(contents("wrong.reg"), wrong);
 }
 
@@ -71,7 +71,7 @@ TEST_F(RegRegistryTest, FollowsTheFileAndKeepsItsValuesWhileTheFileIsWrong) {
 
   writeWholeFile("site.reg", kSite + "\"more\"=\"half wri"s);
   EXPECT_EQ(text(*registry, "more"), "two");
-  EXPECT_EQ(registry->lastError(), directory_.path() + "/site.reg:5: a text has no closing quote");
+  EXPECT_EQ(registry->lastError(), absolutePath("site.reg") + ":5: a text has no closing quote");
 
   writeWholeFile("site.reg", kSite);
   EXPECT_EQ(text(*registry, "more"), "<missing>");

@@ -1,5 +1,5 @@
-// What every implementation of the registry must do. A new one adds a row at the end.
-#include <functional>
+#include "tests/platform/registry_contract.h"
+
 #include <memory>
 #include <string>
 
@@ -7,38 +7,11 @@
 
 #include "platform/file/reg_registry.h"
 #include "platform/files.h"
-#include "platform/registry.h"
-#include "tests/support/temp_dir.h"
 
 namespace platform {
 namespace {
 
 using namespace std::string_literals;
-
-constexpr const char* kPath = "Software\\Kadro\\ContractTest";
-
-struct Implementation {
-  std::string name;
-  std::function<std::unique_ptr<Registry>()> make;  // without the key kPath
-};
-
-class RegistryContract : public testing::TestWithParam<Implementation> {
- protected:
-  RegistryContract() : registry_(GetParam().make()) {}
-  std::unique_ptr<RegistryKey> create(const std::string& path) {
-    std::unique_ptr<RegistryKey> key;
-    EXPECT_EQ(registry_->createKey(path, key), kErrorSuccess);
-    return key;
-  }
-  std::unique_ptr<RegistryKey> open(const std::string& path) {
-    std::unique_ptr<RegistryKey> key;
-    const bool opened = registry_->openKey(path, RegistryAccess::Query, key) == kErrorSuccess;
-    EXPECT_EQ(opened, key != nullptr);
-    return key;
-  }
-  test_support::TempDir directory_;
-  std::unique_ptr<Registry> registry_;
-};
 
 TEST_P(RegistryContract, CreatesKeysWithAllAboveThem) {
   EXPECT_EQ(open(kPath), nullptr);
@@ -54,7 +27,7 @@ TEST_P(RegistryContract, GivesBackWhatWasSet) {
   } cases[] = {
       {"", {RegistryType::String, "a \"b\" \\ c\0"s}},
       {"lines", {RegistryType::String, "one\r\ntwo\0"s}},
-      {"open", {RegistryType::ExpandString, "no terminator"}},
+      {"expand", {RegistryType::ExpandString, "%A%\0"s}},
       {"multi", {RegistryType::MultiString, "a\0b\0\0"s}},
       {"number", {RegistryType::Dword, "\1\2\3\4"}},
       {"binary", {RegistryType::Binary, "\0\xFF\x80"s}},
@@ -93,11 +66,11 @@ std::unique_ptr<Registry> registryInFile(const std::string& head) {
 }
 
 INSTANTIATE_TEST_SUITE_P(
-    Implementations, RegistryContract,
+    Files, RegistryContract,
     testing::Values(
-        Implementation{"Utf8File",
-                       [] { return registryInFile("Windows Registry Editor Version 5.00\r\n"); }},
-        Implementation{"Version4File", [] { return registryInFile("REGEDIT4"); }}),
+        RegistryImplementation{
+            "Utf8File", [] { return registryInFile("Windows Registry Editor Version 5.00\r\n"); }},
+        RegistryImplementation{"Version4File", [] { return registryInFile("REGEDIT4"); }}),
     [](const auto& implementation) { return implementation.param.name; });
 
 }  // namespace

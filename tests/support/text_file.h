@@ -1,8 +1,10 @@
-// A file of text as its writer meant it: lines end in "\n" whatever they end in on disk.
+// A file of text as its writer meant it: in UTF-8, with lines that end in "\n", whatever the system
+// makes of either on disk.
 #pragma once
 
 #include <string>
 
+#include "platform/code_page.h"
 #include "platform/files.h"
 
 namespace test_support {
@@ -14,7 +16,7 @@ inline std::string readText(const std::string& name) {
   if (file == nullptr) return text;
   constexpr std::size_t kLongestLine = 65536;
   for (std::string line; platform::readTextLine(file.get(), kLongestLine, line);) text += line;
-  return text;
+  return platform::utf16ToUtf8(platform::ansiToUtf16(text));
 }
 
 }  // namespace test_support
