@@ -30,6 +30,20 @@ struct CatchOptions {
 };
 int catchCommand(const CatchOptions& options);
 
+struct SettingsOptions {
+  std::string registryFile;  // empty: the registry of this system
+};
+int settingsCommand(const SettingsOptions& options);
+
+struct PoliciesOptions {
+  std::string registryFile;  // empty: the registry of this system
+  bool shortForm = false;
+};
+int policiesCommand(const PoliciesOptions& options);
+
+// The registry that the option stands for, in words.
+std::string registryName(const std::string& registryFile);
+
 // One line on standard error, prefixed with the program's name; returns kExitUnusable.
 int refuse(const std::string& reason);
 

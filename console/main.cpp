@@ -38,6 +38,19 @@ int main(int argc, char** argv) {
       ->type_name("DIR")
       ->required();
 
+  console::SettingsOptions settings;
+  CLI::App* settingsApp =
+      app.add_subcommand("settings", "Show the edition in use, its key and its switches");
+  settingsApp->add_option("--registry", settings.registryFile, "Registry file (.reg)")
+      ->type_name("FILE");
+
+  console::PoliciesOptions policies;
+  CLI::App* policiesApp = app.add_subcommand(
+      "policies", "Show every policy as a pass loads it, in the order of its visits");
+  policiesApp->add_option("--registry", policies.registryFile, "Registry file (.reg)")
+      ->type_name("FILE");
+  policiesApp->add_flag("--short", policies.shortForm, "The short printout");
+
   try {
     app.parse(argc, argv);
   } catch (const CLI::ParseError& error) {
@@ -46,5 +59,7 @@ int main(int argc, char** argv) {
   }
   if (runApp->parsed()) return console::runCommand(run);
   if (demoApp->parsed()) return console::demoCommand(demo);
+  if (settingsApp->parsed()) return console::settingsCommand(settings);
+  if (policiesApp->parsed()) return console::policiesCommand(policies);
   return console::catchCommand(catcher);
 }
