@@ -3,18 +3,15 @@
 
 #include <algorithm>
 #include <cerrno>
-#include <charconv>
 #include <cstdio>
 #include <cstring>
-#include <limits>
 #include <optional>
 #include <string_view>
 #include <utility>
 
-#include "platform/code_page.h"
 #include "platform/case_fold.h"
+#include "platform/file/entry_attributes.h"
 #include "platform/file/ldif_reader.h"
-#include "platform/file/security_descriptor.h"
 #include "platform/files.h"
 
 namespace platform {
@@ -32,35 +29,6 @@ constexpr HResult kReadFault = 0x8007001E;
 constexpr const char* kProvider = "LDIF";
 
 constexpr std::string_view kByteOrderMark = "\xEF\xBB\xBF";
-
-std::optional<std::int64_t> decimal(std::string_view text) {
-  while (text.ends_with(' ')) text.remove_suffix(1);
-  std::int64_t value = 0;
-  auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), value);
-  if (error != std::errc() || end != text.data() + text.size()) return std::nullopt;
-  return value;
-}
-
-// Values that are not UTF-8 are what older tools wrote in their code page, as in the list files.
-std::string textValue(std::string_view value) {
-  return isValidUtf8(value) ? std::string(value) : utf16ToUtf8(ansiToUtf16(value));
-}
-
-bool hasControlCharacter(std::string_view text) {
-  return std::any_of(text.begin(), text.end(),
-                     [](char c) { return static_cast<unsigned char>(c) < 0x20 || c == 0x7F; });
-}
-
-// The domain's part of a distinguished name: from its first "DC=" on.
-std::string_view domainPart(std::string_view dn) {
-  for (std::size_t start = 0; start < dn.size();) {
-    if (equalAsciiNoCase(dn.substr(start, 3), "DC=")) return dn.substr(start);
-    std::size_t comma = dn.find(',', start);
-    if (comma == std::string_view::npos) break;
-    start = comma + 1;
-  }
-  return {};
-}
 
 // One record as this system sees it.
 struct ParsedRecord {
@@ -84,62 +52,29 @@ void takeObjectClass(ParsedRecord& record, const LdifAttribute& attribute) {
   record.isDomain |= equalAsciiNoCase(attribute.value, "domainDNS");
 }
 
+void takeEntryValue(ParsedRecord& record, const LdifAttribute& attribute) {
+  const char* fault = entrySetter(attribute.name)(record.entry, attribute.value);
+  if (fault != nullptr) setFault(record, attribute, fault);
+}
+
 void takeObjectCategory(ParsedRecord& record, const LdifAttribute& attribute) {
-  std::string_view value = attribute.value;
-  if (equalAsciiNoCase(value.substr(0, 3), "CN=")) value = value.substr(3, value.find(',') - 3);
   record.hasCategory = true;
-  record.entry.isPerson = equalAsciiNoCase(value, "person") || equalAsciiNoCase(value, "user");
-}
-
-void takeLogonName(ParsedRecord& record, const LdifAttribute& attribute) {
-  if (hasControlCharacter(attribute.value)) {
-    setFault(record, attribute, "sAMAccountName holds a control character");
-  } else {
-    record.entry.logonName = textValue(attribute.value);
-  }
-}
-
-// Single-valued in the directory: should there be several, the first counts.
-void takeText(std::string& field, const LdifAttribute& attribute) {
-  if (field.empty()) field = textValue(attribute.value);
-}
-
-void takeMail(ParsedRecord& record, const LdifAttribute& attribute) {
-  takeText(record.entry.mail, attribute);
-}
-
-void takeGivenName(ParsedRecord& record, const LdifAttribute& attribute) {
-  takeText(record.entry.givenName, attribute);
-}
-
-void takeSurname(ParsedRecord& record, const LdifAttribute& attribute) {
-  takeText(record.entry.surname, attribute);
+  takeEntryValue(record, attribute);
 }
 
 void takePwdLastSet(ParsedRecord& record, const LdifAttribute& attribute) {
-  const std::optional<std::int64_t> value = decimal(attribute.value);
-  if (!value || *value < 0) return setFault(record, attribute, "pwdLastSet is not a time");
-  record.entry.pwdLastSet = *value;
+  takeEntryValue(record, attribute);
   // For now the attribute's end; parseRecord makes the record's mark of it.
   record.entry.sourceOffset = attribute.endOffset;
 }
 
 void takeAccountControl(ParsedRecord& record, const LdifAttribute& attribute) {
-  const std::optional<std::int64_t> value = decimal(attribute.value);
-  if (!value || *value < std::numeric_limits<std::int32_t>::min() ||
-      *value > std::numeric_limits<std::uint32_t>::max()) {
-    return setFault(record, attribute, "userAccountControl is not a number of 32 bits");
-  }
   record.hasAccountControl = true;
-  record.entry.accountControl = static_cast<std::uint32_t>(*value);
-}
-
-void takeSecurityDescriptor(ParsedRecord& record, const LdifAttribute& attribute) {
-  record.entry.cantChangePassword = deniesPasswordChange(attribute.value);
+  takeEntryValue(record, attribute);
 }
 
 void takeMaxPwdAge(ParsedRecord& record, const LdifAttribute& attribute) {
-  record.maxPwdAge = decimal(attribute.value);
+  record.maxPwdAge = decimalValue(attribute.value);
   if (!record.maxPwdAge) setFault(record, attribute, "maxPwdAge is not a number");
 }
 
@@ -151,13 +86,13 @@ struct Taker {
 constexpr Taker kTakers[] = {
     {"objectClass", takeObjectClass},
     {"objectCategory", takeObjectCategory},
-    {"sAMAccountName", takeLogonName},
-    {"mail", takeMail},
-    {"givenName", takeGivenName},
-    {"sn", takeSurname},
+    {"sAMAccountName", takeEntryValue},
+    {"mail", takeEntryValue},
+    {"givenName", takeEntryValue},
+    {"sn", takeEntryValue},
     {"pwdLastSet", takePwdLastSet},
     {"userAccountControl", takeAccountControl},
-    {"nTSecurityDescriptor", takeSecurityDescriptor},
+    {"nTSecurityDescriptor", takeEntryValue},
     {"maxPwdAge", takeMaxPwdAge},
 };
 
@@ -301,7 +236,7 @@ std::optional<Place> findPwdLastSet(std::string_view marked, const DirectoryEntr
     return std::nullopt;
   }
   const LdifAttribute& attribute = record.attributes.back();
-  const std::optional<std::int64_t> value = decimal(attribute.value);
+  const std::optional<std::int64_t> value = decimalValue(attribute.value);
   const Place place{static_cast<std::size_t>(attribute.offset),
                     static_cast<std::size_t>(attribute.endOffset - attribute.offset), value == 0};
   // A 0 that was written since stands before its comment; any other value ends the marked part.

@@ -1,7 +1,8 @@
 // A connection to a directory server, bound and ready to ask (RFC 4511, by libldap). Knows how to
-// get there: which servers, TLS, the two kinds of bind. Used by the LDAP source. Used by one
-// thread. Every call blocks, bounded by the times of the settings: for connecting once a server,
-// for asking once an answer.
+// get there: which servers, TLS, the two kinds of bind. Used by the LDAP source.
+//
+// Used by one thread. Every call blocks, bounded by the times of the settings: for connecting once
+// a server, for asking once an answer. The first connection makes the process ignore SIGPIPE.
 #pragma once
 
 #include <chrono>
