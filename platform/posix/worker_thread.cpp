@@ -75,8 +75,18 @@ void installHandlers() {
   sigaction(resumeSignal(), &action, nullptr);
 }
 
+sigset_t onlyPark() {
+  sigset_t signals;
+  sigemptyset(&signals);
+  sigaddset(&signals, parkSignal());
+  return signals;
+}
+
+// Begins with the park signal blocked: it must not arrive before the thread knows itself.
 void* runWorker(void* argument) {
   workerOfThread = static_cast<Worker*>(argument);
+  const sigset_t parkBlocked = onlyPark();
+  pthread_sigmask(SIG_UNBLOCK, &parkBlocked, nullptr);
   workerOfThread->body();
   return nullptr;
 }
@@ -96,7 +106,11 @@ class PosixThreads final : public WorkerThreads {
   ThreadHandle createThread(std::function<void()> body) override {
     installHandlers();
     auto worker = std::make_unique<Worker>(std::move(body));
+    const sigset_t parkBlocked = onlyPark();
+    sigset_t before;
+    pthread_sigmask(SIG_BLOCK, &parkBlocked, &before);
     const int error = pthread_create(&worker->thread, nullptr, runWorker, worker.get());
+    pthread_sigmask(SIG_SETMASK, &before, nullptr);
     if (error != 0) {
       setLastError(winErrorOf(error));
       return kNullHandle;
