@@ -328,7 +328,7 @@ void Email2::normaliseTransferEncodings() {
   if (children_.empty()) normaliseOwnEncoding();
   for (const auto& child : children_) child->normaliseTransferEncodings();
   // A boundary that others chose, or that somebody knows, must not be found in a body.
-  if (!children_.empty() && hasInBody("--" + contentType_.boundary)) {
+  if (contentType_.isMultipart() && hasInBody("--" + contentType_.boundary)) {
     contentType_.boundary = generateBoundary(kMixedMarker);
     setContentType(ContentType(contentType_));
   }

@@ -41,7 +41,9 @@ std::string_view takeLine(std::string_view& text) {
 void decodeLine(std::string_view line, std::string& bytes) {
   std::size_t left = valueOf(line.front());
   line.remove_prefix(1);
-  // Blanks at the end may have been lost: they were zeros.
+  // Blanks at the end of the last group may have been lost: they were zeros. More than that is not
+  // made up, or a short text could ask for a long file.
+  left = std::min(left, (line.size() + 3) / 4 * 3);
   const auto valueAt = [line](std::size_t at) { return at < line.size() ? valueOf(line[at]) : 0U; };
   for (std::size_t i = 0; left > 0; i += 4) {
     const unsigned bits =
