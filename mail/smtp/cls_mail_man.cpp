@@ -1,6 +1,8 @@
 #include "mail/smtp/cls_mail_man.h"
 
 #include "mail/mime/email_address.h"
+#include "mail/smtp/mx_lookup.h"
+#include "mail/smtp/wire_text.h"
 #include "platform/files.h"
 
 namespace kelvado {
@@ -341,6 +343,36 @@ std::optional<std::string> ClsMailMan::smtpSslServerCert() {
   if (!pem.empty()) return pem;
   bracket.fail("No SSL server certificate.  Check to make sure the connection was SSL.");
   return std::nullopt;
+}
+
+std::vector<platform::MxRecord> ClsMailMan::mailHosts(const std::string& emailOrDomain,
+                                                      LogBase& log) const {
+  std::string domain;
+  std::vector<platform::MxRecord> hosts;
+  if (domainOf(emailOrDomain, domain, log)) hosts = lookupMx(dns_, domain, log);
+  if (hosts.empty()) log.LogData("emailOrDomain", loggable(emailOrDomain));
+  return hosts;
+}
+
+std::optional<std::string> ClsMailMan::mxLookup(const std::string& emailOrDomain) {
+  const MethodBracket bracket(*this, "MxLookup");
+  const std::vector<platform::MxRecord> hosts = mailHosts(emailOrDomain, bracket.log());
+  if (hosts.empty()) return std::nullopt;
+  return hosts.front().host;
+}
+
+std::vector<std::string> ClsMailMan::mxLookupAll(const std::string& emailOrDomain) {
+  const MethodBracket bracket(*this, "MxLookupAll");
+  std::vector<std::string> names;
+  for (platform::MxRecord& host : mailHosts(emailOrDomain, bracket.log())) {
+    names.push_back(std::move(host.host));
+  }
+  if (names.empty()) {
+    bracket.log().LogError("Failed.");
+  } else {
+    bracket.log().LogInfo("Success.");
+  }
+  return names;
 }
 
 }  // namespace kelvado

@@ -11,6 +11,7 @@
 #include "mail/mime/cls_base.h"
 #include "mail/mime/cls_email.h"
 #include "mail/smtp/smtp_conn_impl.h"
+#include "platform/dns.h"
 
 namespace kelvado {
 
@@ -23,8 +24,9 @@ struct MailManSettings {
 
 class ClsMailMan : public ClsBase {
  public:
-  explicit ClsMailMan(platform::SocketApi& sockets = platform::systemSockets())
-      : session_(sockets) {}
+  explicit ClsMailMan(platform::SocketApi& sockets = platform::systemSockets(),
+                      platform::Dns& dns = platform::systemDns())
+      : session_(sockets), dns_(dns) {}
   ~ClsMailMan() override { session_.hangUp(); }
 
   MailManSettings& settings() { return settings_; }
@@ -56,6 +58,9 @@ class ClsMailMan : public ClsBase {
   bool setSslClientCert(const std::string& pemFile);
   std::optional<std::string> smtpSslServerCert();  // PEM
 
+  std::optional<std::string> mxLookup(const std::string& emailOrDomain);
+  std::vector<std::string> mxLookupAll(const std::string& emailOrDomain);
+
  private:
   bool begin(LogBase& log);
   bool beginSend(LogBase& log);
@@ -71,12 +76,14 @@ class ClsMailMan : public ClsBase {
   bool deliver(ClsEmail* email, LogBase& log);
   bool sendText(const std::string& from, const std::vector<std::string>& addresses,
                 std::string_view mime, LogBase& log);
+  std::vector<platform::MxRecord> mailHosts(const std::string& emailOrDomain, LogBase& log) const;
   bool reportOutcome(bool sent, SmtpCall& call) const;
 
   MailManSettings settings_;
   bool unlocked_ = false;
   SendCounters counters_;
   SmtpConnImpl session_;
+  platform::Dns& dns_;
 };
 
 }  // namespace kelvado

@@ -232,6 +232,14 @@ const char* KvMailMan::GetSmtpSslServerCert() {
   return pem ? result(*pem) : nullptr;
 }
 
+const char* KvMailMan::MxLookup(const char* emailOrDomain) {
+  const std::optional<std::string> host = impl_->mxLookup(textArgument(emailOrDomain));
+  return host ? result(*host) : nullptr;
+}
+std::vector<std::string> KvMailMan::MxLookupAll(const char* emailOrDomain) {
+  return impl_->mxLookupAll(textArgument(emailOrDomain));
+}
+
 bool KvMailMan::SendQ(KvEmail&) {
   return impl_->queueRefused("SendQ");
 }

@@ -120,6 +120,10 @@ class KvMailMan : public KvObject {
   bool IsSmtpDsnCapable();
   const char* GetSmtpSslServerCert();  // in PEM, of the open connection
 
+  // --- the mail exchangers of a domain, or of the domain of an address; needs no unlocking ---
+  const char* MxLookup(const char* emailOrDomain);                  // the first to try
+  std::vector<std::string> MxLookupAll(const char* emailOrDomain);  // in the order to try them
+
   // --- the queue service, which is not installed with this library: these fail and say so ---
   bool SendQ(KvEmail& email);
   bool SendQ2(KvEmail& email, const char* queueDirectory);

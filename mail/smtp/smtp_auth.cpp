@@ -119,6 +119,17 @@ bool authCramMd5(SmtpWire& wire, const SmtpCredentials& credentials, SmtpCall& c
   return true;
 }
 
+// There is no NTLM on this system yet; the password must not go out in a weaker way instead.
+bool authNtlm(SmtpWire&, const SmtpCredentials&, SmtpCall& call) {
+  call.log.LogError("NTLM authentication failed");
+  return false;
+}
+
+bool authMsn(SmtpWire&, const SmtpCredentials&, SmtpCall& call) {
+  call.log.LogError("MSN authentication failed");
+  return false;
+}
+
 struct Exchange {
   unsigned method;
   const char* logName;  // under "login_method"
@@ -129,6 +140,8 @@ struct Exchange {
 // In order of preference.
 constexpr Exchange kExchanges[] = {
     {kAuthLogin, "LOGIN", "Failed to login using LOGIN method", authLogin},
+    {kAuthNtlm, "NTLM", "Failed to login using NTLM method", authNtlm},
+    {kAuthMsn, "MSN", "Failed to login using MSN method", authMsn},
     {kAuthCramMd5, "CRAM_MD5", "Failed to login using CRAM-MD5 method", authCramMd5},
     {kAuthPlain, "PLAIN", "Failed to login using PLAIN method", authPlain},
 };

@@ -9,6 +9,7 @@ list(APPEND platform_sources
   posix/code_page.cpp
   posix/digest.cpp
   posix/directory_settings.cpp
+  posix/dns.cpp
   posix/files.cpp
   posix/ldap_connection.cpp
   posix/ldap_paged_search.cpp

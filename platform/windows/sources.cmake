@@ -5,6 +5,7 @@ list(APPEND platform_sources
   windows/clock.cpp
   windows/code_page.cpp
   windows/digest.cpp
+  windows/dns.cpp
   windows/files.cpp
   windows/profile_file.cpp
   windows/random.cpp

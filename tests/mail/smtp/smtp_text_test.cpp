@@ -1,6 +1,7 @@
 // The pure parts of the mail session: replies, extension lists, wire forms.
 #include <gtest/gtest.h>
 
+#include "mail/smtp/cls_mail_man.h"
 #include "mail/smtp/smtp_auth.h"
 #include "mail/smtp/smtp_reply.h"
 #include "mail/smtp/smtp_transaction.h"
@@ -160,6 +161,30 @@ TEST(WireText, ShowsForeignBytesInTheLog) {
   EXPECT_EQ(loggable("Gr\xFC"), "Gr\\xFC");
   EXPECT_EQ(loggable("<![CDATA[ ]]>"), "<![CDATA[ ]] >");
   EXPECT_EQ(loggable(std::string(10000, 'x')).size(), 4099U);
+}
+
+TEST(MxLookup, OrdersTheHostsOfADomain) {
+  class FakeDns : public platform::Dns {
+   public:
+    std::vector<std::string> asked;
+    bool queryMx(const std::string& domain, std::vector<platform::MxRecord>& records) override {
+      asked.push_back(domain);
+      if (domain == "nomail.example") records = {{0, "."}};
+      if (domain == "site.example") records = {{20, "c"}, {5, "a"}, {20, "d"}, {10, "b"}};
+      return !records.empty();
+    }
+  } dns;
+  ClsMailMan mailMan(platform::systemSockets(), dns);
+  using Hosts = std::vector<std::string>;
+  EXPECT_EQ(mailMan.mxLookupAll("Me <me@site.example>"), (Hosts{"a", "b", "c", "d"}));
+  EXPECT_EQ(mailMan.mxLookup("site.example"), "a");
+  EXPECT_EQ(mailMan.mxLookupAll("nomail.example"), Hosts());
+  EXPECT_EQ(mailMan.mxLookup("gone.example"), std::nullopt);
+  EXPECT_NE(mailMan.log().text().find(
+                "<error>Failed to lookup MX record</error>\r\n<domain>gone.example</domain>\r\n"
+                "<emailOrDomain>gone.example</emailOrDomain>"),
+            std::string::npos);
+  EXPECT_EQ(dns.asked, (Hosts{"site.example", "site.example", "nomail.example", "gone.example"}));
 }
 
 }  // namespace
