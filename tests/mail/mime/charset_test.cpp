@@ -58,18 +58,22 @@ TEST(EncodingConvert, TellsWhatWasLost) {
     const char* charset;
     std::string_view utf8, bytes;
     bool lossy;
+    bool mayBeMissing = false;  // not every system has it
   };
   const Row rows[] = {
       {"koi8-r", "\xD0\x9F", "\xF0", false},
       {"windows-1252", "\xE2\x82\xAC", "\x80", false},
       {"iso-8859-1", "\xE2\x82\xAC", "?", true},
-      {"gb18030", "\xE6\xBC\xA2", "\x9D\x68", false},
-      {"iso-2022-jp", "\xE6\xBC\xA2", "\x1B$B4A\x1B(B", false},
+      {"big5", "\xE6\xBC\xA2", "\xBA\x7E", false},
+      {"gb18030", "\xE6\xBC\xA2", "\x9D\x68", false, true},
+      {"iso-2022-jp", "\xE6\xBC\xA2", "\x1B$B4A\x1B(B", false, true},
   };
   for (const Row& row : rows) {
     std::string bytes, back;
     bool lossy = false;
-    EXPECT_TRUE(EncodingConvert::fromUtf8(Charset(row.charset), row.utf8, bytes, &lossy));
+    const bool converted = EncodingConvert::fromUtf8(Charset(row.charset), row.utf8, bytes, &lossy);
+    if (row.mayBeMissing && !converted) continue;
+    EXPECT_TRUE(converted);
     EXPECT_EQ(bytes, row.bytes) << row.charset;
     EXPECT_EQ(lossy, row.lossy) << row.charset;
     if (row.lossy) continue;

@@ -5,9 +5,9 @@
 #include <gtest/gtest.h>
 
 #include "mail/mime/cls_email.h"
-#include "mail/mime/kv_email.h"
 #include "mail/mime/log_null.h"
 #include "platform/files.h"
+#include "tests/mail/mime/utf8_email.h"
 #include "tests/support/temp_dir.h"
 
 namespace kelvado {
@@ -32,7 +32,7 @@ std::string headerAndBody(const std::string& mime, std::string_view name) {
 }
 
 TEST(KvEmail, ANewMessageHasItsDefaults) {
-  KvEmail email;
+  Utf8Email email;
   EXPECT_EQ(masked(email.GetMime()),
             "MIME-Version: 1.0\r\n"
             "Date: D\r\n"
@@ -44,7 +44,7 @@ TEST(KvEmail, ANewMessageHasItsDefaults) {
 }
 
 TEST(KvEmail, WarningMail) {
-  KvEmail email;
+  Utf8Email email;
   email.AddHeaderField("X-Priority", "1");
   email.put_From("Help Desk <help@example.org>");
   email.AddTo("joe@example.org", "joe@example.org");
@@ -68,7 +68,7 @@ TEST(KvEmail, WarningMail) {
 TEST(KvEmail, ReportMail) {
   const test_support::TempDir folder;
   ASSERT_TRUE(platform::writeWholeFile("norvyn-report-logo.gif", "GIF89a\r\n\n\x01"));
-  KvEmail email;
+  Utf8Email email;
   ASSERT_TRUE(email.AddRelatedFile2("Norvyn-Report-Logo.gif", "images/logo.gif"));
   email.AddHeaderField("X-Priority", "1");
   email.put_From("help@example.org");
@@ -121,14 +121,14 @@ TEST(KvEmail, From) {
       {"J\xC3\xB6rg <j@x.org>", "From: =?utf-8?Q?J=C3=B6rg?= <j@x.org>", "j@x.org"},
   };
   for (const Row& row : rows) {
-    KvEmail email;
+    Utf8Email email;
     email.put_From(row.from);
     EXPECT_EQ(headerAndBody(email.GetMime(), "From"), row.field);
     const char* returnPath = email.GetHeaderField("Return-Path");
     EXPECT_EQ(returnPath == nullptr ? "" : std::string_view(returnPath), row.returnPath);
     EXPECT_EQ(email.implementation().message()->reversePath(), row.returnPath);
   }
-  KvEmail email;
+  Utf8Email email;
   email.put_From("first@x.org");
   email.AddHeaderField("From", "Second <second@x.org>");
   EXPECT_STREQ(email.GetHeaderField("Return-Path"), "first@x.org");
@@ -141,7 +141,7 @@ TEST(KvEmail, From) {
 }
 
 TEST(KvEmail, Recipients) {
-  KvEmail email;
+  Utf8Email email;
   EXPECT_FALSE(email.AddTo("", ""));
   EXPECT_NE(std::string(email.LastErrorText()).find("<error>No Email Address was provided</error>"),
             std::string::npos);
@@ -172,7 +172,7 @@ TEST(KvEmail, Recipients) {
 }
 
 TEST(KvEmail, NoValueStartsANewLine) {
-  KvEmail email;
+  Utf8Email email;
   const std::string evil = "x\"\r\nBcc: evil@x.org\r\n\r\nbody\\";
   email.put_Subject(evil.c_str());
   email.put_From((evil + " <f@x.org>").c_str());
@@ -191,14 +191,14 @@ TEST(KvEmail, NoValueStartsANewLine) {
   const std::string mime = email.GetMime();
   EXPECT_EQ(mime.find("\nBcc"), std::string::npos);
   EXPECT_EQ(mime.find("\nbody"), std::string::npos);
-  KvEmail read;
+  Utf8Email read;
   ASSERT_TRUE(read.SetFromMimeText(mime.c_str()));
   EXPECT_STREQ(read.GetPlainTextBody(), "the body");
   EXPECT_STREQ(read.GetHeaderField("Subject"), "x\"Bcc: evil@x.orgbody\\");
 }
 
 TEST(KvEmail, FieldsKeepTheirPlaceAndTheMessageItsCharset) {
-  KvEmail email;
+  Utf8Email email;
   email.AddHeaderField("x-priority", "1");
   EXPECT_STREQ(email.GetHeaderFieldName(5), "X-Priority");
   EXPECT_STREQ(email.GetHeaderFieldValue(5), "1");
@@ -208,7 +208,7 @@ TEST(KvEmail, FieldsKeepTheirPlaceAndTheMessageItsCharset) {
   email.AddTo("J\xC3\xB6rg", "j@x.org");
   EXPECT_STREQ(email.GetHeaderField("content-type"), "text/plain; charset=\"utf-8\"");
 
-  KvEmail latin;
+  Utf8Email latin;
   latin.AddHeaderField("Content-Type", "text/plain; charset=iso-8859-1; x-more=1");
   latin.AddTo("J\xC3\xB6rg", "j@x.org");
   EXPECT_STREQ(latin.GetHeaderField("content-type"), "text/plain; charset=iso-8859-1; x-more=1");
@@ -264,7 +264,7 @@ TEST(KvEmail, PartsFindTheirPlaces) {
       {{attached, plain}, "mixed(plain gif)", "P", nullptr},
   };
   for (const Row& row : rows) {
-    KvEmail email;
+    Utf8Email email;
     for (const Step step : row.steps) step(email);
     EXPECT_EQ(shape(*email.implementation().message()), row.shape);
     EXPECT_STREQ(email.GetPlainTextBody(), row.plain) << row.shape;
@@ -274,7 +274,7 @@ TEST(KvEmail, PartsFindTheirPlaces) {
 
 TEST(KvEmail, FailuresLeaveTheMessageAsItWas) {
   const test_support::TempDir folder;
-  KvEmail email;
+  Utf8Email email;
   email.SetHtmlBody("<p>");
   const std::string before = email.GetMime();
   EXPECT_FALSE(email.SetHtmlBody(nullptr));
@@ -345,7 +345,7 @@ TEST(Email2, NormalisesTransferEncodings) {
 TEST(Email2, AttachmentsComeBackByteForByte) {
   const std::string bytes("l1\nl2\r\n\rl3 \xC3\xBC \0\n", 17);
   for (const char* name : {"a.txt", "a.bin", "\xC3\xBC \xE6\xBC\xA2 \"x\".txt"}) {
-    KvEmail email;
+    Utf8Email email;
     email.AddDataAttachment(name, bytes.data(), bytes.size());
     email.SetReplacePattern("l1", "changed");  // texts only
     LogNull log;
@@ -353,7 +353,7 @@ TEST(Email2, AttachmentsComeBackByteForByte) {
     copy->normaliseTransferEncodings();
     std::string mime;
     copy->appendMime(mime);
-    KvEmail read;
+    Utf8Email read;
     ASSERT_TRUE(read.SetFromMimeText(mime.c_str()));
     const Email2& part = *read.implementation().message()->children().at(1);
     EXPECT_EQ(part.body(), bytes);
@@ -363,7 +363,7 @@ TEST(Email2, AttachmentsComeBackByteForByte) {
 }
 
 TEST(KvEmail, ReplacesPatternsInTheCopyOnly) {
-  KvEmail email;
+  Utf8Email email;
   email.put_Subject("Dear NAME");
   email.SetHtmlBody("<b>NAME, NAME</b>");
   EXPECT_FALSE(email.SetReplacePattern("", "x"));
@@ -379,7 +379,7 @@ TEST(KvEmail, ReplacesPatternsInTheCopyOnly) {
 }
 
 TEST(KvEmail, RepliesAndForwards) {
-  KvEmail original;
+  Utf8Email original;
   original.SetFromMimeText(
       "From: Ann <ann@x.org>\r\nTo: Bob <bob@x.org>, c@x.org\r\nSubject: Plan\r\n"
       "Message-ID: <1@x>\r\nReferences: <0@x>\r\nDate: D\r\n"

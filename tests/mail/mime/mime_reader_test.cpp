@@ -4,9 +4,9 @@
 #include <gtest/gtest.h>
 
 #include "mail/mime/error_log.h"
-#include "mail/mime/kv_email.h"
 #include "mail/mime/mime_message2.h"
 #include "mail/mime/text_tools.h"
+#include "tests/mail/mime/utf8_email.h"
 
 namespace kelvado {
 namespace {
@@ -25,7 +25,7 @@ std::string written(const Email2& message) {
 }
 
 TEST(MimeReader, ReadsBackWhatTheLibraryWrites) {
-  KvEmail email;
+  Utf8Email email;
   email.put_From("J\xC3\xB6rg, \"x\" <f@x.org>");
   email.AddTo("\xE6\xBC\xA2\xE5\xAD\x97", "a@x.org");
   email.AddTo("Doe, J", "b@x.org");
@@ -40,7 +40,7 @@ TEST(MimeReader, ReadsBackWhatTheLibraryWrites) {
   email.AddDataAttachment("b.bin", "\0\r\n\xFF", 4);
   const std::string mime = email.GetMime();
   EXPECT_EQ(written(*parsed(mime)), mime);
-  KvEmail read;
+  Utf8Email read;
   ASSERT_TRUE(read.SetFromMimeText(mime.c_str()));
   for (const char* field : {"From", "To", "Subject", "Message-ID", "Date"}) {
     EXPECT_STREQ(read.GetHeaderField(field), email.GetHeaderField(field));
@@ -180,7 +180,7 @@ TEST(MimeReader, RefusesWhatGoesBeyondItsLimits) {
 }
 
 TEST(MimeReader, SurvivesDamagedText) {
-  KvEmail email;
+  Utf8Email email;
   email.put_From("J\xC3\xB6rg <f@x.org>");
   email.AddTo("\"a\" (b)", "a@x.org");
   email.SetHtmlBody("<p>\xC3\xBC");

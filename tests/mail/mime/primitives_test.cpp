@@ -172,9 +172,10 @@ TEST(ResultRing, TheEleventhResultTakesTheFirstSlot) {
 }
 
 TEST(KvString, GivesWhatWasSetInEachEncoding) {
-  KvString text("\xC3\xBC \xF0\x9F\x98\x80");
-  EXPECT_EQ(text.getUnicode(), u"\u00FC \U0001F600");
+  KvString text;
   text.put_Utf8(true);
+  text.setString("\xC3\xBC \xF0\x9F\x98\x80");
+  EXPECT_EQ(text.getUnicode(), u"\u00FC \U0001F600");
   text.append(" +");
   EXPECT_STREQ(text.getString(), "\xC3\xBC \xF0\x9F\x98\x80 +");
   // What is not UTF-8 is repaired, so that no later step meets half a character.
