@@ -2,6 +2,7 @@
 #include "platform/posix/ldap_connection.h"
 
 #include <algorithm>
+#include <cerrno>
 #include <csignal>
 #include <cstring>
 #include <string_view>
@@ -26,7 +27,6 @@ constexpr ber_len_t kMaxAnswer = ber_len_t{16} << 20U;
 constexpr std::size_t kMaxServerText = 300;
 // Of the servers a domain has. Each that is down costs the time for connecting.
 constexpr std::size_t kMaxServersTried = 4;
-// What libldap trusts without a setting is that of its own configuration; this, when it has none.
 constexpr const char* kSystemAuthorities = "/etc/ssl/certs/ca-certificates.crt";
 
 HResult hresultOf(int code) {
@@ -161,68 +161,75 @@ LdapConnection::~LdapConnection() {
 
 HResult LdapConnection::connect(const LdapSettings& settings, DirectoryError& error) {
   answerSeconds_ = settings.answerSeconds;
-  std::string action = "not a URI";
-  int code = ldap_initialize(&ldap_, uri_.c_str());
-  if (code == LDAP_SUCCESS) code = setOptions(settings, action);
-  if (code != LDAP_SUCCESS) return fail(code, action, error);
+  const int code = ldap_initialize(&ldap_, uri_.c_str());
+  if (code != LDAP_SUCCESS) return fail(code, "not a server's address", error);
+  std::string problem;
+  if (!setOptions(settings) || !setTlsOptions(settings, problem)) {
+    if (problem.empty()) problem = "an option of the LDAP library cannot be set";
+    error = {kFail & 0xFFFFU, uri_ + ": " + problem, kProvider};
+    return kFail;
+  }
   return settings.bind == LdapSettings::Bind::Simple ? bindSimple(settings, error)
                                                      : bindGssapi(error);
 }
 
-// Everything that libldap's own configuration and environment could change is set here.
-int LdapConnection::setOptions(const LdapSettings& settings, std::string& action) {
+// Everything that libldap's own configuration and environment could change is set here and below.
+bool LdapConnection::setOptions(const LdapSettings& settings) {
   const int protocol = LDAP_VERSION3;
   const int none = 0;
   const int never = LDAP_DEREF_NEVER;
   timeval connectTime = {settings.connectSeconds, 0};
   timeval answerTime = {settings.answerSeconds, 0};
-  const std::pair<int, const void*> options[] = {
-      {LDAP_OPT_PROTOCOL_VERSION, &protocol},
-      {LDAP_OPT_REFERRALS, LDAP_OPT_OFF},
-      {LDAP_OPT_DEREF, &never},
-      {LDAP_OPT_SIZELIMIT, &none},
-      {LDAP_OPT_TIMELIMIT, &none},
-      {LDAP_OPT_RESTART, LDAP_OPT_ON},
-      {LDAP_OPT_TIMEOUT, &answerTime},
-      {LDAP_OPT_NETWORK_TIMEOUT, &connectTime},
-  };
-  action = "an option cannot be set";
-  for (const auto& [option, value] : options) {
-    if (ldap_set_option(ldap_, option, value) != LDAP_OPT_SUCCESS) return LDAP_LOCAL_ERROR;
-  }
   Sockbuf* socket = nullptr;
   ber_len_t limit = kMaxAnswer;
-  if (ldap_get_option(ldap_, LDAP_OPT_SOCKBUF, &socket) != LDAP_OPT_SUCCESS || socket == nullptr ||
-      ber_sockbuf_ctrl(socket, LBER_SB_OPT_SET_MAX_INCOMING, &limit) != 1) {
-    return LDAP_LOCAL_ERROR;
-  }
-  action = settings.caFile.empty() ? "TLS cannot be set up" : "caFile " + settings.caFile;
-  return hasScheme("ldapi") ? LDAP_SUCCESS : setTlsOptions(settings.caFile);
+  return setAll({{LDAP_OPT_PROTOCOL_VERSION, &protocol},
+                 {LDAP_OPT_REFERRALS, LDAP_OPT_OFF},
+                 {LDAP_OPT_DEREF, &never},
+                 {LDAP_OPT_SIZELIMIT, &none},
+                 {LDAP_OPT_TIMELIMIT, &none},
+                 {LDAP_OPT_RESTART, LDAP_OPT_ON},
+                 {LDAP_OPT_TIMEOUT, &answerTime},
+                 {LDAP_OPT_NETWORK_TIMEOUT, &connectTime}}) &&
+         ldap_get_option(ldap_, LDAP_OPT_SOCKBUF, &socket) == LDAP_OPT_SUCCESS &&
+         socket != nullptr && ber_sockbuf_ctrl(socket, LBER_SB_OPT_SET_MAX_INCOMING, &limit) == 1;
 }
 
-int LdapConnection::setTlsOptions(const std::string& caFile) {
-  // A file that cannot be read is told here, by its name; libldap would tell of a failed
-  // connection.
-  if (!caFile.empty() && ::access(caFile.c_str(), R_OK) != 0) return LDAP_LOCAL_ERROR;
+bool LdapConnection::setTlsOptions(const LdapSettings& settings, std::string& problem) {
+  const bool startsTls = hasScheme("ldap") && settings.bind == LdapSettings::Bind::Simple;
+  if (!startsTls && !hasScheme("ldaps")) return true;
+  const std::string file = settings.caFile.empty() ? trustedAuthorities() : settings.caFile;
+  // Told here, by its name; libldap would tell of a failed connection.
+  if (::access(file.c_str(), R_OK) != 0) {
+    problem = "certificates of authorities " + file + ": " + std::strerror(errno);
+    return false;
+  }
   const int hard = LDAP_OPT_X_TLS_HARD;
   const int minimum = LDAP_OPT_X_TLS_PROTOCOL_TLS1_2;
   const int client = 0;
-  std::string authorities = caFile;
-  if (authorities.empty()) {
-    char* configured = nullptr;
-    ldap_get_option(ldap_, LDAP_OPT_X_TLS_CACERTFILE, &configured);
-    if (configured == nullptr) authorities = kSystemAuthorities;
-    ldap_memfree(configured);
+  if (setAll({{LDAP_OPT_X_TLS_CACERTFILE, file.c_str()},
+              {LDAP_OPT_X_TLS_CACERTDIR, ""},
+              {LDAP_OPT_X_TLS_REQUIRE_CERT, &hard},
+              {LDAP_OPT_X_TLS_PROTOCOL_MIN, &minimum},
+              {LDAP_OPT_X_TLS_NEWCTX, &client}})) {
+    return true;
   }
-  if (!authorities.empty() &&
-      ldap_set_option(ldap_, LDAP_OPT_X_TLS_CACERTFILE, authorities.c_str()) != LDAP_OPT_SUCCESS) {
-    return LDAP_LOCAL_ERROR;
-  }
-  const bool set =
-      ldap_set_option(ldap_, LDAP_OPT_X_TLS_REQUIRE_CERT, &hard) == LDAP_OPT_SUCCESS &&
-      ldap_set_option(ldap_, LDAP_OPT_X_TLS_PROTOCOL_MIN, &minimum) == LDAP_OPT_SUCCESS &&
-      ldap_set_option(ldap_, LDAP_OPT_X_TLS_NEWCTX, &client) == LDAP_OPT_SUCCESS;
-  return set ? LDAP_SUCCESS : LDAP_LOCAL_ERROR;
+  problem = "certificates of authorities " + file + ": not understood";
+  return false;
+}
+
+// The file that libldap's own configuration names, as on Debian, or the system's.
+std::string LdapConnection::trustedAuthorities() const {
+  char* configured = nullptr;
+  ldap_get_option(ldap_, LDAP_OPT_X_TLS_CACERTFILE, &configured);
+  const std::string file = configured != nullptr ? configured : kSystemAuthorities;
+  ldap_memfree(configured);
+  return file;
+}
+
+bool LdapConnection::setAll(std::initializer_list<std::pair<int, const void*>> options) {
+  return std::all_of(options.begin(), options.end(), [this](const auto& option) {
+    return ldap_set_option(ldap_, option.first, option.second) == LDAP_OPT_SUCCESS;
+  });
 }
 
 HResult LdapConnection::startTls(DirectoryError& error) {

@@ -6,8 +6,10 @@
 #pragma once
 
 #include <chrono>
+#include <initializer_list>
 #include <memory>
 #include <string>
+#include <utility>
 
 #include <ldap.h>
 
@@ -53,8 +55,10 @@ class LdapConnection {
   explicit LdapConnection(std::string uri) : uri_(std::move(uri)) {}
 
   HResult connect(const LdapSettings& settings, DirectoryError& error);
-  int setOptions(const LdapSettings& settings, std::string& action);
-  int setTlsOptions(const std::string& caFile);
+  bool setOptions(const LdapSettings& settings);
+  bool setTlsOptions(const LdapSettings& settings, std::string& problem);
+  std::string trustedAuthorities() const;
+  bool setAll(std::initializer_list<std::pair<int, const void*>> options);
   HResult startTls(DirectoryError& error);
   HResult bindSimple(const LdapSettings& settings, DirectoryError& error);
   HResult bindGssapi(DirectoryError& error);

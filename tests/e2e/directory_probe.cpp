@@ -1,22 +1,19 @@
 // Prints what a directory gives, for the tests that drive real and broken servers: it goes the way
 // of a pass, through the settings and SnapshotDirectory.
 //
-//   directory_probe REGISTRY-FILE [--uri URI] [--seconds N] [--find NAME]... [--expire NAME]...
+//   directory_probe REGISTRY-FILE SECONDS [NAME]...
 //
-// A line a fact, tab-separated: "domain DN SECONDS", "user NAME FLAGS AGE MUST-CHANGE", "mail NAME
-// MAIL GIVEN-NAME SURNAME" for each --find, "expired NAME STATUS", "warning TEXT". On failure
-// "error HRESULT TEXT" and exit status 1. With --wait it reads a line of input before each
-// --expire.
-#include <cstdio>
+// SECONDS is how long it waits for the server, 0: as usual. A line a fact, tab-separated:
+// "domain DN SECONDS", "user NAME FLAGS AGE MAIL GIVEN-NAME SURNAME", "warning TEXT". Then, for
+// each NAME, it reads a line of input, expires the user's password and prints "expired NAME STATUS
+// TEXT". On failure "error HRESULT TEXT" and exit status 1.
 #include <cstdlib>
 #include <iostream>
 #include <memory>
 #include <string>
-#include <vector>
 
 #include "platform/clock.h"
 #include "platform/code_page.h"
-#include "platform/file/ldif_source.h"
 #include "platform/file/reg_registry.h"
 #include "platform/file/snapshot_directory.h"
 #include "platform/posix/directory_settings.h"
@@ -30,92 +27,63 @@ extern "C" const char* __lsan_default_suppressions() {
 
 namespace {
 
-struct Arguments {
-  std::string registry, uri;
-  int seconds = 0;  // 0: as usual
-  bool wait = false;
-  std::vector<std::string> find, expire;
-};
-
-Arguments parse(int count, char** texts) {
-  Arguments arguments;
-  arguments.registry = count > 1 ? texts[1] : "";
-  for (int i = 2; i < count; ++i) {
-    const std::string option = texts[i];
-    if (option == "--wait") arguments.wait = true;
-    if (option == "--wait" || i + 1 >= count) continue;
-    const std::string value = texts[++i];
-    if (option == "--uri") arguments.uri = value;
-    if (option == "--seconds") arguments.seconds = std::atoi(value.c_str());
-    if (option == "--find") arguments.find.push_back(value);
-    if (option == "--expire") arguments.expire.push_back(value);
+void printUser(platform::SnapshotDirectory& directory, const std::u16string& path) {
+  std::unique_ptr<platform::DirectoryObject> object;
+  std::unique_ptr<platform::DirectoryUser> user;
+  if (directory.openObject(path, 0, object) != platform::kOk) return;
+  std::u16string name, mail, first, last;
+  platform::UserInfo info;
+  object->get(u"sAMAccountName", name);
+  object->queryUser(user);
+  user->emailAddress(mail);
+  user->firstName(first);
+  user->lastName(last);
+  directory.userInfo(name, info);
+  std::cout << "user\t" << platform::utf16ToUtf8(name) << '\t' << info.flags << '\t'
+            << info.passwordAge;
+  for (const std::u16string& text : {mail, first, last}) {
+    std::cout << '\t' << platform::utf16ToUtf8(text);
   }
-  return arguments;
+  std::cout << '\n';
 }
 
 void printUsers(platform::SnapshotDirectory& directory, const std::string& domain) {
   std::unique_ptr<platform::DirectorySearch> search;
   std::unique_ptr<platform::SearchRows> rows;
-  directory.openSearch(platform::utf8ToUtf16("LDAP://" + domain), 0, search);
-  if (search == nullptr || search->execute(u"(objectCategory=*)", u"samAccountName", rows) != 0) {
-    return;
-  }
-  while (rows->next() == platform::kOk) {
-    platform::SearchColumn name;
-    platform::UserInfo info;
-    if (rows->column(u"samAccountName", name) != platform::kOk) continue;
-    directory.userInfo(name.firstValue, info);
-    std::printf("user\t%s\t%x\t%u\t%u\n", platform::utf16ToUtf8(name.firstValue).c_str(),
-                info.flags, info.passwordAge, info.passwordExpired);
-  }
-}
-
-void printMail(platform::SnapshotDirectory& directory, const std::string& domain,
-               const std::string& name) {
-  std::unique_ptr<platform::DirectorySearch> search;
-  std::unique_ptr<platform::SearchRows> rows;
-  std::unique_ptr<platform::DirectoryObject> object;
-  std::unique_ptr<platform::DirectoryUser> user;
   platform::SearchColumn path;
   directory.openSearch(platform::utf8ToUtf16("LDAP://" + domain), 0, search);
-  search->execute(platform::utf8ToUtf16("(&(objectCategory=user)(samAccountName=" + name + "))"),
-                  u"ADsPath", rows);
-  if (rows == nullptr || rows->next() != platform::kOk) return;
-  rows->column(u"ADsPath", path);
-  if (directory.openObject(path.firstValue, 0, object) != platform::kOk) return;
-  object->queryUser(user);
-  std::u16string mail, first, last;
-  user->emailAddress(mail);
-  user->firstName(first);
-  user->lastName(last);
-  std::printf("mail\t%s\t%s\t%s\t%s\n", name.c_str(), platform::utf16ToUtf8(mail).c_str(),
-              platform::utf16ToUtf8(first).c_str(), platform::utf16ToUtf8(last).c_str());
+  search->execute(u"(sAMAccountName=*)", u"ADsPath", rows);
+  while (rows->next() == platform::kOk && rows->column(u"ADsPath", path) == platform::kOk) {
+    printUser(directory, path.firstValue);
+  }
 }
 
 void expire(platform::SnapshotDirectory& directory, const std::string& name) {
   platform::UserInfo info;
   info.passwordExpired = 5;
   const platform::NetStatus status = directory.setUserInfo(platform::utf8ToUtf16(name), info);
-  std::printf("expired\t%s\t%u\t%s\n", name.c_str(), status,
-              status == platform::kNetSuccess ? "" : directory.lastError().text.c_str());
+  const bool done = status == platform::kNetSuccess;
+  std::cout << "expired\t" << name << '\t' << status << '\t'
+            << (done ? "" : directory.lastError().text) << std::endl;
 }
 
-int refuse(unsigned status, const std::string& text) {
-  std::printf("error\t%08X\t%s\n", status, text.c_str());
+int refuse(platform::HResult status, const std::string& text) {
+  std::cout << "error\t" << std::hex << status << '\t' << text << '\n';
   return 1;
 }
 
 }  // namespace
 
-int main(int count, char** texts) {
-  const Arguments arguments = parse(count, texts);
+int main(int count, char** arguments) {
+  if (count < 3) return 2;
   std::string error;
-  auto registry = platform::RegRegistry::load(arguments.registry, error);
-  if (registry == nullptr) return refuse(0, error);
+  auto registry = platform::RegRegistry::load(arguments[1], error);
   platform::DirectorySettings settings;
-  if (!readDirectorySettings(*registry, arguments.uri, settings, error)) return refuse(0, error);
-  if (arguments.seconds > 0) {
-    settings.ldap.connectSeconds = settings.ldap.answerSeconds = arguments.seconds;
+  if (registry == nullptr || !readDirectorySettings(*registry, "", settings, error)) {
+    return refuse(0, error);
+  }
+  if (const int seconds = std::atoi(arguments[2]); seconds > 0) {
+    settings.ldap.connectSeconds = settings.ldap.answerSeconds = seconds;
   }
   platform::SnapshotDirectory directory(std::make_unique<platform::LdapSource>(settings.ldap),
                                         platform::systemClock());
@@ -128,18 +96,12 @@ int main(int count, char** texts) {
   const std::string domain = platform::utf16ToUtf8(context);
   platform::DomainModals modals;
   directory.domainModals(modals);
-  std::printf("domain\t%s\t%u\n", domain.c_str(), modals.maxPasswordAge);
+  std::cout << "domain\t" << domain << '\t' << modals.maxPasswordAge << '\n';
   printUsers(directory, domain);
-  for (const std::string& name : arguments.find) printMail(directory, domain, name);
-  for (const std::string& warning : directory.warnings()) {
-    std::printf("warning\t%s\n", warning.c_str());
-  }
-  std::fflush(stdout);
-  for (const std::string& name : arguments.expire) {
-    std::string line;
-    if (arguments.wait) std::getline(std::cin, line);
-    expire(directory, name);
-    std::fflush(stdout);
-  }
+  for (const std::string& warning : directory.warnings())
+    std::cout << "warning\t" << warning << '\n';
+  std::cout.flush();
+  std::string line;
+  for (int i = 3; i < count && std::getline(std::cin, line); ++i) expire(directory, arguments[i]);
   return 0;
 }
