@@ -1,0 +1,86 @@
+// A netapi32.dll that answers from an LDIF file and records what it was asked, for systems without
+// accounts of a domain.
+#include <set>
+#include <string>
+
+#include <windows.h>
+#include <lm.h>
+
+#include "tests/e2e/wine/recorded_domain.h"
+
+#define EXPORTED extern "C" __declspec(dllexport)
+
+namespace {
+
+using stand_in::record;
+using stand_in::shown;
+
+// What is not freed stays in here.
+std::set<void*>& buffers() {
+  static std::set<void*> live;
+  return live;
+}
+
+template <class Record>
+BYTE* newBuffer(const Record& content) {
+  auto* buffer = new Record(content);
+  buffers().insert(buffer);
+  return reinterpret_cast<BYTE*>(buffer);
+}
+
+std::string levelAndServer(LPCWSTR server, DWORD level) {
+  return " server=" + shown(server) + " level=" + std::to_string(level);
+}
+
+}  // namespace
+
+EXPORTED NET_API_STATUS WINAPI NetUserGetInfo(LPCWSTR server, LPCWSTR name, DWORD level,
+                                              LPBYTE* buffer) {
+  platform::UserInfo info;
+  const platform::NetStatus status = stand_in::domain().userInfo(stand_in::utf16(name), info);
+  record("NetUserGetInfo" + levelAndServer(server, level) + " user=" + shown(name) + " -> " +
+         std::to_string(status));
+  *buffer = nullptr;
+  if (level != 3) return ERROR_INVALID_LEVEL;
+  if (status != NERR_Success) return status;
+  USER_INFO_3 content{};
+  content.usri3_flags = info.flags;
+  content.usri3_password_age = info.passwordAge;
+  content.usri3_password_expired = info.passwordExpired;
+  *buffer = newBuffer(content);
+  return NERR_Success;
+}
+
+EXPORTED NET_API_STATUS WINAPI NetUserSetInfo(LPCWSTR server, LPCWSTR name, DWORD level,
+                                              LPBYTE buffer, LPDWORD) {
+  const auto* content = reinterpret_cast<const USER_INFO_3*>(buffer);
+  record("NetUserSetInfo" + levelAndServer(server, level) + " user=" + shown(name) +
+         " expired=" + std::to_string(content->usri3_password_expired) +
+         " password=" + (content->usri3_password == nullptr ? "null" : "set") +
+         " buffer=" + (buffers().contains(buffer) ? "read" : "made"));
+  if (level != 3) return ERROR_INVALID_LEVEL;
+  platform::UserInfo info;
+  info.passwordExpired = content->usri3_password_expired;
+  return stand_in::domain().setUserInfo(stand_in::utf16(name), info);
+}
+
+EXPORTED NET_API_STATUS WINAPI NetUserModalsGet(LPCWSTR server, DWORD level, LPBYTE* buffer) {
+  record("NetUserModalsGet" + levelAndServer(server, level));
+  *buffer = nullptr;
+  if (level != 0) return ERROR_INVALID_LEVEL;
+  platform::DomainModals modals;
+  const platform::NetStatus status = stand_in::domain().domainModals(modals);
+  if (status != NERR_Success) return status;
+  USER_MODALS_INFO_0 content{};
+  content.usrmod0_max_passwd_age = modals.maxPasswordAge;
+  *buffer = newBuffer(content);
+  return NERR_Success;
+}
+
+EXPORTED NET_API_STATUS WINAPI NetApiBufferFree(LPVOID buffer) {
+  // Null is allowed, and frees nothing.
+  const bool known = buffer == nullptr || buffers().erase(buffer) == 1;
+  record(std::string("NetApiBufferFree ") + (known ? "" : "of an unknown buffer, ") +
+         std::to_string(buffers().size()) + " left");
+  return NERR_Success;  // the memory stays: a second use would be seen above
+}
