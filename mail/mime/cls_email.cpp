@@ -74,7 +74,9 @@ std::unique_ptr<Email2> ClsEmail::cloneForSending(LogBase& log) const {
   if (message_ == nullptr) return nullptr;
   auto copy = message_->clone();
   for (const auto& [pattern, replacement] : replacePatterns_) {
-    log.LogInfo("Replacing [" + pattern + "] with [" + replacement + "]");
+    std::string text = "Replacing [";
+    text.append(pattern).append("] with [").append(replacement).append("]");
+    log.LogInfo(text);
     copy->replaceInTexts(pattern, replacement);
   }
   return copy;

@@ -9,7 +9,6 @@
 #include "mail/mime/encoded_word.h"
 #include "mail/mime/header_writer.h"
 #include "mail/mime/identifiers.h"
-#include "mail/mime/log_null.h"
 #include "mail/mime/mail_date.h"
 #include "mail/mime/mime_message2.h"
 #include "mail/mime/mime_parameter.h"
@@ -191,11 +190,6 @@ void Email2::generateMessageId(LogBase& log) {
   header_.set("Message-ID", kelvado::generateMessageId(log));
 }
 
-void Email2::generateMessageId() {
-  LogNull log;
-  generateMessageId(log);
-}
-
 bool Email2::addRecipient(RecipientKind kind, const EmailAddress& recipient) {
   const bool undisclosed = isUndisclosedRecipients(recipient.address);
   if (!undisclosed && !isSendableAddress(recipient.address)) return false;
@@ -373,8 +367,9 @@ std::size_t Email2::sizeEstimate() const {
   std::size_t size = body().size() + kLineEnds;
   if (transferEncoding_ == "base64") size += size / 3 + size / 28;
   if (transferEncoding_ == "quoted-printable") size += size / 16;
-  for (const MimeField& field : header_.fields())
+  for (const MimeField& field : header_.fields()) {
     size += field.name.size() + field.value.size() + 4;
+  }
   for (const auto& child : children_) {
     size += child->sizeEstimate() + contentType_.boundary.size() + kLineEnds;
   }

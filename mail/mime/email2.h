@@ -50,7 +50,6 @@ class Email2 {
   void setFrom(std::string_view text);
   const EmailAddress& from() const { return from_; }
   void generateMessageId(LogBase& log);
-  void generateMessageId();
 
   // --- addresses ---
 

@@ -16,8 +16,8 @@ namespace kelvado {
 // Beyond these a text is refused: no mail that people send comes near.
 inline constexpr std::size_t kMaxPartDepth = 64;
 inline constexpr std::size_t kMaxParts = 10000;
-inline constexpr std::size_t kMaxHeaderFields = 2000;        // of one part
-inline constexpr std::size_t kMaxHeaderBytes = 1024 * 1024;  // of one part; lists can be long
+inline constexpr std::size_t kMaxHeaderFields = 2000;    // of one part
+inline constexpr std::size_t kMaxHeaderBytes = 1 << 20;  // of one part; lists can be long
 
 class MimeMessage2 {
  public:

@@ -13,7 +13,8 @@ namespace {
 
 constexpr std::size_t kLastColumn = kBodyLineLength - 1;  // one is kept for the '=' of a soft break
 constexpr std::size_t kEscapeLength = 3;
-constexpr std::size_t kRoomForALine = 2 * kBodyLineLength;  // with what is stored behind its end
+constexpr std::size_t kRoomForALine =
+    2 * std::size_t{kBodyLineLength};  // with what is stored behind its end
 constexpr std::ptrdiff_t kWord = sizeof(std::uint64_t);
 
 constexpr bool isLiteral(unsigned char byte) {
@@ -98,8 +99,9 @@ class LineWriter {
       } while (form->length != 0 && from < stop && to <= last);
       if (form->length == 0) break;
     }
-    while (from < end && to < lineEnd && kLiteral[static_cast<unsigned char>(*from)])
+    while (from < end && to < lineEnd && kLiteral[static_cast<unsigned char>(*from)]) {
       *to++ = *from++;
+    }
     advance(static_cast<std::size_t>(to - (buffer_.data() + used_)));
     text.remove_prefix(static_cast<std::size_t>(from - text.data()));
   }
