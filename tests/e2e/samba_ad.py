@@ -218,7 +218,10 @@ class SambaAd:
     def _make_certificate(self):
         """An authority and a host certificate that has the names in the place clients look."""
         names = self.folder / "names.ext"
-        names.write_text("subjectAltName=DNS:dc1.example.test,DNS:localhost\n")
+        # For "localhost" libldap looks for the name of the machine.
+        machine = {socket.gethostname(), socket.getfqdn()}
+        names.write_text("subjectAltName=" + ",".join(
+            f"DNS:{name}" for name in ("dc1.example.test", "localhost", *machine)) + "\n")
 
         def openssl(*arguments):
             _run(["openssl", *arguments], cwd=self.folder)
