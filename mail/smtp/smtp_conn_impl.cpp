@@ -6,7 +6,6 @@
 #include "mail/mime/log_null.h"
 #include "mail/mime/text_tools.h"
 #include "mail/smtp/wire_text.h"
-#include "platform/files.h"
 
 namespace kelvado {
 namespace {
@@ -20,8 +19,6 @@ constexpr const char* kEhloFirstDomain = "ehlo-first-provider.example";
 constexpr int kMaxPort = 65535;
 // How long a good-bye that nobody waits for may take.
 constexpr std::uint32_t kHangUpTimeoutMs = 2000;
-// Servers must take 100 recipients in one transaction (RFC 5321 section 4.5.3.1.8), not more.
-constexpr std::size_t kRecipientsPerTransaction = 100;
 
 std::string atServer(const char* text, const SmtpServer& server) {
   return text + server.host + ":" + std::to_string(server.port);
@@ -53,37 +50,6 @@ bool areSafeSettings(const SmtpServer& server, LogBase& log) {
   return isSafeSetting(isSafeWord(server.host), "smtp_host", server.host, log) &&
          isSafeSetting(isSafeWord(server.helloName), "helo_hostname", server.helloName, log) &&
          isSafeSetting(isSafeText(username), "smtp_user", username, log);
-}
-
-// One envelope for each To and Cc recipient. Blind copies go together in one more: nobody named in
-// the message must wait for them, and none of them is seen by the others.
-std::vector<Envelope> individualEnvelopes(const Envelope& envelope) {
-  std::vector<Envelope> parts;
-  for (const std::string& address : envelope.to) {
-    parts.push_back({envelope.reversePath, {address}, {}, {}});
-  }
-  for (const std::string& address : envelope.cc) {
-    parts.push_back({envelope.reversePath, {}, {address}, {}});
-  }
-  if (!envelope.bcc.empty()) parts.push_back({envelope.reversePath, {}, {}, envelope.bcc});
-  return parts;
-}
-
-// One address a line; blank lines do not count.
-std::vector<std::string> readAddressFile(const std::string& path, LogBase& log) {
-  std::string text;
-  if (!platform::readWholeFile(path, text)) {
-    log.LogError("The distribution list cannot be read.");
-    log.LogData("filename", path);
-  }
-  std::vector<std::string> addresses;
-  for (std::string_view rest = text; !rest.empty();) {
-    const std::size_t end = std::min(rest.find('\n'), rest.size());
-    const std::string_view address = trimmed(rest.substr(0, end));
-    if (!address.empty()) addresses.emplace_back(address);
-    rest.remove_prefix(std::min(end + 1, rest.size()));
-  }
-  return addresses;
 }
 
 }  // namespace
@@ -364,13 +330,8 @@ bool SmtpConnImpl::sendMime(const Envelope& envelope, std::string_view mime,
 bool SmtpConnImpl::sendToList(const std::string& reversePath,
                               const std::vector<std::string>& addresses, std::string_view mime,
                               const SendOptions& options, SmtpCall& call, SendCounters& counters) {
-  const std::size_t partSize = options.individual ? 1 : kRecipientsPerTransaction;
-  std::vector<Envelope> parts;
-  for (std::size_t i = 0; i < addresses.size(); i += partSize) {
-    const auto first = addresses.begin() + static_cast<std::ptrdiff_t>(i);
-    const auto count = static_cast<std::ptrdiff_t>(std::min(partSize, addresses.size() - i));
-    parts.push_back({reversePath, {first, first + count}, {}, {}});
-  }
+  const std::vector<Envelope> parts =
+      listEnvelopes(reversePath, addresses, options.individual ? 1 : kRecipientsPerTransaction);
   if (!sendInParts(parts, mime, options, call, counters)) return false;
   call.log.LogInfo("Mail sent to " + std::to_string(counters.accepted) + " recipient" +
                    (counters.accepted < 2 ? "" : "s"));

@@ -1,6 +1,5 @@
 #include "mail/smtp/smtp_transaction.h"
 
-#include "mail/mime/email_address.h"
 #include "mail/mime/text_tools.h"
 #include "mail/smtp/wire_text.h"
 #include "platform/files.h"
@@ -28,27 +27,7 @@ std::size_t dataSize(std::string_view mime) {
   return size;
 }
 
-bool isSafeValue(bool safe, const char* what, const std::string& value, LogBase& log) {
-  if (safe) return true;
-  log.LogError("A value for the SMTP session holds characters that are not allowed.");
-  log.LogData(what, loggable(value));
-  return false;
-}
-
 }  // namespace
-
-bool isSafeEnvelope(const Envelope& envelope, const DsnOptions& dsn, LogBase& log) {
-  const std::string& path = envelope.reversePath;
-  bool safe = isSafeValue(path.empty() || isSafeAddress(path), "reversePath", path, log);
-  for (const auto* list : {&envelope.to, &envelope.cc, &envelope.bcc}) {
-    for (const std::string& address : *list) {
-      safe = isSafeValue(isSafeAddress(address), "address", address, log) && safe;
-    }
-  }
-  safe = isSafeValue(isSafeWord(dsn.ret), "dsnRet", dsn.ret, log) && safe;
-  safe = isSafeValue(isSafeWord(dsn.envid), "dsnEnvid", dsn.envid, log) && safe;
-  return isSafeValue(isSafeWord(dsn.notify), "dsnNotify", dsn.notify, log) && safe;
-}
 
 TransactionResult SmtpTransaction::failed() {
   if (wire_.outOfStep()) wire_.close();

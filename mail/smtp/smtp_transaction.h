@@ -7,16 +7,10 @@
 #include <string_view>
 #include <vector>
 
+#include "mail/smtp/envelope.h"
 #include "mail/smtp/smtp_wire.h"
 
 namespace kelvado {
-
-// Asked of the server when it offers DSN (RFC 3461); empty ones are not sent.
-struct DsnOptions {
-  std::string ret;
-  std::string envid;
-  std::string notify;
-};
 
 struct SendOptions {
   bool individual = false;  // one transaction for each To and Cc recipient
@@ -24,18 +18,6 @@ struct SendOptions {
   bool allOrNone = false;  // a rejected recipient fails the whole transaction
   DsnOptions dsn;
   std::string sentMailLog;  // file that sent messages are appended to; empty: none
-};
-
-// Who a message goes from and to; plain addresses.
-struct Envelope {
-  std::string reversePath;
-  std::vector<std::string> to;
-  std::vector<std::string> cc;
-  std::vector<std::string> bcc;
-
-  unsigned recipientCount() const {
-    return static_cast<unsigned>(to.size() + cc.size() + bcc.size());
-  }
 };
 
 struct SendCounters {
@@ -82,8 +64,5 @@ class SmtpTransaction {
   SmtpCall& call_;
   unsigned accepted_ = 0;
 };
-
-// False, with the value in the log, when an address or an option could break out of its command.
-bool isSafeEnvelope(const Envelope& envelope, const DsnOptions& dsn, LogBase& log);
 
 }  // namespace kelvado

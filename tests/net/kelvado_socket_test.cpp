@@ -13,6 +13,7 @@
 namespace kelvado {
 namespace {
 
+using platform::kSocketOk;
 using platform::SocketError;
 using platform::SocketHandle;
 
@@ -23,39 +24,26 @@ class FakeNetwork : public platform::SocketApi {
   explicit FakeNetwork(test_support::ManualClock& clock) : clock_(clock) {}
 
   std::uint32_t lookupMs = 0;
-  SocketError lookupError = platform::kSocketOk;
+  SocketError lookupError = kSocketOk;
   std::vector<std::string> lookedUp;
   std::vector<std::string> connected;
   std::deque<SocketError> connectResults;
   std::deque<std::string> incoming;  // what each receive finds; empty text: the peer closed
   std::uint32_t arrivalMs = 0;       // between two of them
-  bool full = false;                 // no room for sending
   std::vector<std::uint32_t> waits;
 
-  SocketError start() override { return platform::kSocketOk; }
   SocketError resolve(const std::string& host, platform::ResolvedHost& result) override {
     lookedUp.push_back(host);
     clock_.ticks += lookupMs;
     result.addresses = {"192.0.2.1", "192.0.2.2"};
     return lookupError;
   }
-  SocketError hostName(std::string& name) override {
-    name = "pc";
-    return platform::kSocketOk;
-  }
-  SocketHandle open(SocketError& error) override {
-    error = platform::kSocketOk;
-    return 7;
-  }
   SocketError connect(SocketHandle, const std::string& address, std::uint16_t) override {
     connected.push_back(address);
-    if (connectResults.empty()) return platform::kSocketOk;
-    const SocketError result = connectResults.front();
-    connectResults.pop_front();
+    const SocketError result = connectResults.empty() ? kSocketOk : connectResults.front();
+    if (!connectResults.empty()) connectResults.pop_front();
     return result;
   }
-  SocketError pendingError(SocketHandle) override { return platform::kSocketOk; }
-  void close(SocketHandle) override {}
   Ready waitReadable(SocketHandle, std::uint32_t ms, SocketError&) override {
     waits.push_back(ms);
     const std::uint32_t passed = incoming.empty() ? ms : std::min(ms, arrivalMs);
@@ -63,19 +51,24 @@ class FakeNetwork : public platform::SocketApi {
     return incoming.empty() || passed < arrivalMs ? Ready::TimedOut : Ready::Yes;
   }
   Ready waitWritable(SocketHandle, std::uint32_t ms, SocketError&) override {
-    waits.push_back(ms);
     clock_.ticks += ms;
     return Ready::TimedOut;
   }
-  SocketError send(SocketHandle, std::string_view bytes, std::size_t& count) override {
-    count = full ? 0 : bytes.size();
-    return full ? platform::kWsaWouldBlock : platform::kSocketOk;
+  SocketError send(SocketHandle, std::string_view, std::size_t& count) override {
+    count = 0;
+    return platform::kWsaWouldBlock;  // there is never room
   }
   SocketError receive(SocketHandle, char* buffer, std::size_t, std::size_t& count) override {
     count = incoming.front().copy(buffer, incoming.front().size());
     incoming.pop_front();
-    return platform::kSocketOk;
+    return kSocketOk;
   }
+
+  SocketError start() override { return kSocketOk; }
+  SocketError hostName(std::string&) override { return kSocketOk; }
+  SocketHandle open(SocketError&) override { return 7; }
+  SocketError pendingError(SocketHandle) override { return kSocketOk; }
+  void close(SocketHandle) override {}
   SocketHandle listenOnLoopback(std::uint16_t&, SocketError&) override { return -1; }
   SocketHandle accept(SocketHandle, SocketError&) override { return -1; }
 
@@ -144,7 +137,7 @@ TEST_F(KelvadoSocketTest, ANameThatIsNotThereFails) {
 }
 
 TEST_F(KelvadoSocketTest, TriesTheNextAddressOfTheHost) {
-  network.connectResults = {platform::kWsaConnectionRefused, platform::kSocketOk};
+  network.connectResults = {platform::kWsaConnectionRefused, kSocketOk};
   EXPECT_TRUE(connect("mail.example"));
   EXPECT_EQ(network.connected, (std::vector<std::string>{"192.0.2.1", "192.0.2.2"}));
 }
@@ -200,7 +193,6 @@ TEST_F(KelvadoSocketTest, WaitsWholeWithoutAHeartbeatAndInSlicesWithOne) {
 
 TEST_F(KelvadoSocketTest, ASendWithoutProgressTimesOut) {
   ASSERT_TRUE(connect("192.0.2.9"));
-  network.full = true;
   EXPECT_FALSE(socket.sendBytes("four", 700, log, progress));
   EXPECT_TRUE(
       logged("Socket send idle timeout</error>\r\n<send_size>4</send_size>\r\n"

@@ -15,8 +15,6 @@ using platform::systemSockets;
 constexpr std::uint32_t kSliceMs = 20;
 constexpr std::uint32_t kDripMs = 5;
 
-}  // namespace
-
 std::string unescape(const std::string& text) {
   std::string out;
   for (std::size_t i = 0; i < text.size(); ++i) {
@@ -34,6 +32,8 @@ std::string unescape(const std::string& text) {
   }
   return out;
 }
+
+}  // namespace
 
 // One accepted socket; every wait ends when the server stops.
 class ScriptedSmtpServer::Connection {
@@ -112,7 +112,7 @@ class ScriptedSmtpServer::Connection {
   bool take(std::string_view bytes) {
     {
       const std::lock_guard<std::mutex> lock(server_.mutex_);
-      server_.everything_.append(bytes);
+      server_.record_.wire.append(bytes);
     }
     if (tls_ == nullptr) {
       buffer_.append(bytes);
@@ -157,8 +157,7 @@ void ScriptedSmtpServer::serve() {
 void ScriptedSmtpServer::runScript(platform::SocketHandle socket, const std::string& script) {
   Connection connection(*this, socket);
   std::istringstream steps(script);
-  for (std::string step; std::getline(steps, step);) {
-    step.erase(0, step.find_first_not_of(' '));
+  for (std::string step; std::getline(steps, step, '|');) {
     const std::size_t colon = step.find(": ");
     const std::string text = colon == std::string::npos ? "" : step.substr(colon + 2);
     if (!runStep(connection, step.substr(0, colon), text)) return;
@@ -169,16 +168,17 @@ void ScriptedSmtpServer::runScript(platform::SocketHandle socket, const std::str
 // False when the connection is at its end.
 bool ScriptedSmtpServer::runStep(Connection& connection, const std::string& verb,
                                  const std::string& text) {
-  if (verb == "S") return connection.send(unescape(text));
+  if (verb == "S") return connection.send(unescape(text) + "\r\n");
+  if (verb == "RAW") return connection.send(unescape(text));
   if (verb == "C") return expectLine(connection, text);
   if (verb == "HANGUP") return false;
   if (verb == "DATA") {
     std::string message;
     if (!connection.readUntil("\r\n.\r\n", message)) return false;
     const std::lock_guard<std::mutex> lock(mutex_);
-    messages_.push_back(message.substr(0, message.size() - 5));
+    record_.messages.push_back(message.substr(0, message.size() - 5));
   } else if (verb == "DRIP") {
-    for (const char c : unescape(text)) {
+    for (const char c : unescape(text) + "\r\n") {
       connection.pause(kDripMs);
       if (!connection.send({&c, 1})) return false;
     }
@@ -206,40 +206,15 @@ bool ScriptedSmtpServer::expectLine(Connection& connection, const std::string& e
       open ? heard.compare(0, expected.size() - 1, expected, 0, expected.size() - 1) == 0
            : heard == expected;
   const std::lock_guard<std::mutex> lock(mutex_);
-  if (alive && matches) {
-    commands_.push_back(heard);
-    return true;
-  }
-  surprises_.push_back("expected \"" + expected + "\", got \"" + heard + "\"");
+  if (alive && matches) return true;
+  record_.surprises.push_back("expected \"" + expected + "\", got \"" + heard + "\"");
   return false;
 }
 
-void ScriptedSmtpServer::waitUntilIdle() {
+ScriptedSmtpServer::Record ScriptedSmtpServer::record() {
   while (finished_ < connections_) std::this_thread::yield();
-}
-
-std::vector<std::string> ScriptedSmtpServer::commands() {
-  waitUntilIdle();
   const std::lock_guard<std::mutex> lock(mutex_);
-  return commands_;
-}
-
-std::vector<std::string> ScriptedSmtpServer::messages() {
-  waitUntilIdle();
-  const std::lock_guard<std::mutex> lock(mutex_);
-  return messages_;
-}
-
-std::string ScriptedSmtpServer::everything() {
-  waitUntilIdle();
-  const std::lock_guard<std::mutex> lock(mutex_);
-  return everything_;
-}
-
-std::vector<std::string> ScriptedSmtpServer::surprises() {
-  waitUntilIdle();
-  const std::lock_guard<std::mutex> lock(mutex_);
-  return surprises_;
+  return record_;
 }
 
 }  // namespace test_support

@@ -2,16 +2,17 @@
 // Runs in a thread of its own from construction to destruction; one connection after another, each
 // with the next script; the last script serves all further connections.
 //
-// A script is a text of one step a line:
-//   S: 220 ready\r\n    sends these bytes; escapes \r \n \0 \\ \xNN
-//   C: EHLO *           expects this line ('*' at the end: anything more); else hangs up, and tells
-//   DATA                reads a message up to its terminator and keeps it
-//   DRIP: 250 ok\r\n    sends byte by byte, each with a pause of some milliseconds
-//   ENDLESS: 250-x\r\n  sends this again and again until the client leaves
-//   SILENCE             reads on and says nothing more until the client leaves
-//   TLS: trusted        the handshake, with the "trusted", the "selfsigned" or the "otherhost"
-//                       certificate; what follows goes over TLS
-//   HANGUP              closes the connection
+// A script is a text of steps with '|' between them:
+//   S: 220 ready       sends this and CR LF; escapes \r \n \0 \\ \xNN
+//   RAW: 250-x\r\n25   sends exactly these bytes; same escapes
+//   C: EHLO *          expects this line ('*' at the end: anything more); else hangs up, and tells
+//   DATA               reads a message up to its terminator and keeps it
+//   DRIP: 250 ok       as S, byte by byte, each with a pause of some milliseconds
+//   ENDLESS: 250-x     as RAW, again and again until the client leaves
+//   SILENCE            reads on and says nothing more until the client leaves
+//   TLS: trusted       the handshake, with the "trusted", the "selfsigned" or the "otherhost"
+//                      certificate; what follows goes over TLS
+//   HANGUP             closes the connection
 // After the last step it waits for the client to leave.
 #pragma once
 
@@ -35,11 +36,13 @@ class ScriptedSmtpServer {
 
   std::uint16_t port() const { return port_; }
 
-  // These wait until the connections that were made have ended, so that all they said is in.
-  std::vector<std::string> commands();   // lines that "C:" steps matched, without CR LF
-  std::vector<std::string> messages();   // between DATA and its terminator
-  std::string everything();              // each byte of the wire, on all connections
-  std::vector<std::string> surprises();  // "expected ..., got ..."
+  // Waits until the connections that were made have ended, so that all they said is in.
+  struct Record {
+    std::vector<std::string> messages;   // between DATA and its terminator
+    std::vector<std::string> surprises;  // "expected ..., got ..."
+    std::string wire;                    // each byte received, on all connections
+  };
+  Record record();
   int connections() const { return connections_; }
   int resumedSessions() const { return resumedSessions_; }  // TLS ones
 
@@ -50,7 +53,6 @@ class ScriptedSmtpServer {
   void runScript(platform::SocketHandle socket, const std::string& script);
   bool runStep(Connection& connection, const std::string& verb, const std::string& text);
   bool expectLine(Connection& connection, const std::string& expected);
-  void waitUntilIdle();
 
   std::vector<std::string> scripts_;
   platform::SocketHandle listener_ = platform::kInvalidSocket;
@@ -59,15 +61,9 @@ class ScriptedSmtpServer {
   std::atomic<int> connections_{0};
   std::atomic<int> finished_{0};
   std::atomic<int> resumedSessions_{0};
-  std::mutex mutex_;  // guards the records below
-  std::vector<std::string> commands_;
-  std::vector<std::string> messages_;
-  std::string everything_;
-  std::vector<std::string> surprises_;
+  std::mutex mutex_;  // guards record_
+  Record record_;
   std::thread thread_;
 };
-
-// "\r\n" and the like in a script to bytes.
-std::string unescape(const std::string& text);
 
 }  // namespace test_support

@@ -22,21 +22,20 @@ struct Step {
 constexpr const char* kConnectFailed = "Failed to connect to SMTP server.";
 
 const Step kSteps[] = {
-    {"greeting", "", "220 ready\\r\\n", "Failed to get initial SMTP response.."},
-    {"EHLO", "C: EHLO pc.example\n", "250 AUTH LOGIN\\r\\n", kConnectFailed},
-    {"AUTH", "C: AUTH LOGIN\n", "334 VXNlcm5hbWU6\\r\\n", "Failed to login using LOGIN method"},
-    {"user name", "C: dXNlcg==\n", "334 UGFzc3dvcmQ6\\r\\n",
-     "Failed to get response to login name"},
-    {"password", "C: c2VjcmV0\n", "235 welcome\\r\\n", "Failed to get response to login password"},
-    {"MAIL", "C: MAIL FROM:<me@site.example>\n", "250 ok\\r\\n",
+    {"greeting", "", "220 ready", "Failed to get initial SMTP response.."},
+    {"EHLO", "C: EHLO pc.example|", "250 AUTH LOGIN", kConnectFailed},
+    {"AUTH", "C: AUTH LOGIN|", "334 VXNlcm5hbWU6", "Failed to login using LOGIN method"},
+    {"user name", "C: dXNlcg==|", "334 UGFzc3dvcmQ6", "Failed to get response to login name"},
+    {"password", "C: c2VjcmV0|", "235 welcome", "Failed to get response to login password"},
+    {"MAIL", "C: MAIL FROM:<me@site.example>|", "250 ok",
      "Failed when sending MAIL FROM:<me@site.example>"},
-    {"RCPT", "C: RCPT TO:<to@site.example>\n", "250 ok\\r\\n",
+    {"RCPT", "C: RCPT TO:<to@site.example>|", "250 ok",
      "Failed when sending RCPT TO:<to@site.example>"},
-    {"DATA", "C: DATA\n", "354 go on\\r\\n", "Failed when sending DATA command"},
-    {"end of data", "DATA\n", "250 queued\\r\\n", "Failed when sending end-of-body"},
+    {"DATA", "C: DATA|", "354 go on", "Failed when sending DATA command"},
+    {"end of data", "DATA|", "250 queued", "Failed when sending end-of-body"},
 };
 constexpr std::size_t kFirstOfTransaction = 5;
-const std::string kQuit = "C: QUIT\nS: 221 bye\\r\\n\n";
+const std::string kQuit = "C: QUIT|S: 221 bye";
 
 struct Fault {
   const char* name;
@@ -46,24 +45,23 @@ struct Fault {
 };
 
 const Fault kFaults[] = {
-    {"hangs up", "HANGUP\n", "Failed to get SMTP command response..."},
-    {"is silent", "SILENCE\n",
-     "ReadTimeout expired, abandoning attempt to retrieve SMTP response."},
-    {"refuses for now", "S: 450 later\\r\\n\n", ""},
-    {"refuses", "S: 550 no\\r\\n\n", ""},
-    {"answers beside the point", "S: 299 hm\\r\\n\n", ""},
-    {"sends a code alone", "S: 250\\r\\n\n", "Unrecognized response from SMTP server"},
-    {"sends no number", "S: hello there\\r\\n\n", ""},
-    {"never comes to an end", "ENDLESS: 250-more\\r\\n\n", "longer than allowed"},
-    {"never ends the line", "ENDLESS: 250 more and more and more \n", "longer than allowed"},
-    {"sends noise", "S: \\x00\\xFF\\x1B]]>\\x80\\x01\\r\\n\n", ""},
+    {"hangs up", "HANGUP|", "Failed to get SMTP command response..."},
+    {"is silent", "SILENCE|", "ReadTimeout expired, abandoning attempt to retrieve SMTP response."},
+    {"refuses for now", "S: 450 later|", ""},
+    {"refuses", "S: 550 no|", ""},
+    {"answers beside the point", "S: 299 hm|", ""},
+    {"sends a code alone", "S: 250|", "Unrecognized response from SMTP server"},
+    {"sends no number", "S: hello there|", ""},
+    {"never comes to an end", "ENDLESS: 250-more\\r\\n|", "longer than allowed"},
+    {"never ends the line", "ENDLESS: 250 more and more and more |", "longer than allowed"},
+    {"sends noise", "S: \\x00\\xFF\\x1B]]>\\x80\\x01|", ""},
     {"drips", "", "", true},
 };
 
 std::string conversation(std::size_t from, std::size_t to) {
   std::string script;
   for (std::size_t i = from; i < to; ++i) {
-    script += kSteps[i].command + ("S: " + std::string(kSteps[i].reply)) + "\n";
+    script += kSteps[i].command + ("S: " + std::string(kSteps[i].reply)) + "|";
   }
   return script;
 }
@@ -71,13 +69,12 @@ std::string conversation(std::size_t from, std::size_t to) {
 std::string withFault(std::size_t step, const Fault& fault) {
   const std::string command = kSteps[step].command;
   if (fault.dripped) {
-    return conversation(0, step) + command + "DRIP: " + kSteps[step].reply + "\n" +
+    return conversation(0, step) + command + "DRIP: " + kSteps[step].reply + "|" +
            conversation(step + 1, std::size(kSteps));
   }
   std::string script = conversation(0, step) + command + fault.script;
   // A rejected HELO is its own affair, as is the second one.
-  if (step == 1)
-    script += "C: HELO pc.example\nS: 500 no\\r\\n\nC: HELO 127.0.0.1\nS: 500 no\\r\\n\n";
+  if (step == 1) script += "C: HELO pc.example|S: 500 no|C: HELO 127.0.0.1|S: 500 no|";
   return script;
 }
 
@@ -87,7 +84,7 @@ TEST_P(MisbehavingServer, CostsOneMailAtMost) {
   const Step& step = kSteps[GetParam()];
   const std::string whole = conversation(0, std::size(kSteps)) + kQuit;
   const std::string afterReset =
-      "C: RSET\nS: 250 ok\\r\\n\n" + conversation(kFirstOfTransaction, std::size(kSteps)) + kQuit;
+      "C: RSET|S: 250 ok|" + conversation(kFirstOfTransaction, std::size(kSteps)) + kQuit;
   for (const Fault& fault : kFaults) {
     SCOPED_TRACE(std::string(step.name) + ": the server " + fault.name);
     ScriptedSmtpServer server({withFault(GetParam(), fault) + afterReset, whole});
@@ -99,7 +96,7 @@ TEST_P(MisbehavingServer, CostsOneMailAtMost) {
     settings.helloName = "pc.example";
     settings.credentials.username = "user";
     settings.credentials.password = "secret";
-    settings.readTimeoutMs = fault.script == "SILENCE\n" ? 60 : 5000;
+    settings.readTimeoutMs = fault.script == "SILENCE|" ? 60 : 5000;
     ClsEmail email;
     email.putFrom("me@site.example");
     email.addRecipient("AddTo", RecipientKind::To, "", "to@site.example");

@@ -17,13 +17,16 @@ namespace kelvado {
 namespace {
 
 using test_support::ScriptedSmtpServer;
+using testing::HasSubstr;
+using testing::Not;
 
-const std::string kStart = "S: 220 ready\\r\\n\nC: STARTTLS\nS: 220 go on\\r\\n\n";
+const std::string kStart = "S: 220 ready|C: STARTTLS|S: 220 go on|";
 const std::string kSession =
-    "C: EHLO pc.example\nS: 250 AUTH PLAIN\\r\\n\nC: AUTH PLAIN *\nS: 235 ok\\r\\n\n"
-    "C: MAIL FROM:<me@site.example>\nS: 250 ok\\r\\n\nC: RCPT TO:<to@site.example>\n"
-    "S: 250 ok\\r\\n\nC: DATA\nS: 354 go on\\r\\n\nDATA\nS: 250 queued\\r\\n\nC: QUIT\n"
-    "S: 221 bye\\r\\n\n";
+    "C: EHLO pc.example|S: 250 AUTH PLAIN|C: AUTH PLAIN *|S: 235 ok|"
+    "C: MAIL FROM:<me@site.example>|S: 250 ok|C: RCPT TO:<to@site.example>|S: 250 ok|"
+    "C: DATA|S: 354 go on|DATA|S: 250 queued|C: QUIT|S: 221 bye";
+
+using Prepare = std::function<void(KvMailMan&)>;
 
 // The process trusts the authority of the test's certificates.
 class TlsSession : public testing::Test {
@@ -59,132 +62,99 @@ class TlsSession : public testing::Test {
 
 test_support::TempDir* TlsSession::directory_ = nullptr;
 
-TEST_F(TlsSession, NothingIsToldBeforeTls) {
-  using Prepare = std::function<void(KvMailMan&)>;
-  const Prepare nothing = [](KvMailMan&) {};
-  const Prepare verified = [](KvMailMan& m) { m.put_RequireVerifiedCertificate(true); };
-  const Prepare implicit = [](KvMailMan& m) {
-    m.put_StartTLS(false);
-    m.put_SmtpSsl(true);
-  };
-  const auto requirement = [](const char* name, const char* value) {
-    return Prepare([name, value](KvMailMan& m) { m.SetSslCertRequirement(name, value); });
-  };
-  struct Case {
-    const char* what;
-    std::string script;
-    Prepare prepare;
-    bool sent;
-    std::vector<const char*> logged;
-  };
-  const Case cases[] = {
-      {"STARTTLS before EHLO",
-       kStart + "TLS: trusted\n" + kSession,
-       verified,
-       true,
-       {"Sending STARTTLS (1)...", "SSL Server Certificate verified.",
-        "Secure Channel Established.", "TLS connection established.", "CONNECTED to ESMTP"}},
-      {"implicit TLS",
-       "TLS: trusted\nS: 220 ready\\r\\n\n" + kSession,
-       implicit,
-       true,
-       {"Secure Channel Established.", "InitialResponse"}},
-      {"a server that wants EHLO first",
-       "S: 220 ready\\r\\n\nC: STARTTLS\nS: 503 hello first\\r\\n\nC: EHLO pc.example\n"
-       "S: 250-STARTTLS\\r\\n250 AUTH LOGIN\\r\\n\nC: STARTTLS\nS: 220 go on\\r\\n\nTLS: "
-       "trusted\n" +
-           kSession,  // PLAIN: what was listed in the clear does not count any more
-       nothing,
-       true,
-       {"Received 503 SMTP Status...", "Resending STARTTLS...", "TLS connection established.",
-        "<login_method>PLAIN</login_method>"}},
-      {"a self-signed certificate is logged",
-       kStart + "TLS: selfsigned\n" + kSession,
-       nothing,
-       true,
-       {"SSL Server Certificate not verified.", "TLS connection established."}},
-      {"a self-signed certificate when that is not good enough",
-       kStart + "TLS: selfsigned\n",
-       verified,
-       false,
-       {"SSL Server Certificate not verified.", "Failed to verify server certificate",
-        "Failed to establish TLS connection.", "Failed to connect to SMTP server."}},
-      {"another host's certificate",
-       kStart + "TLS: otherhost\n",
-       verified,
-       false,
-       {"Failed to verify server certificate"}},
-      {"a required subject",
-       kStart + "TLS: selfsigned\n" + kSession,
-       requirement("subject", "server.test"),
-       true,
-       {}},
-      {"another issuer than required",
-       kStart + "TLS: trusted\n",
-       requirement("Issuer", "Nobody"),
-       false,
-       {"SSL server certificate fails to match requirement", "<requireName>Issuer</requireName>",
-        "<requireValue>Nobody</requireValue>", "<certValue>Test Authority</certValue>"}},
-      {"STARTTLS refused",
-       "S: 220 ready\\r\\n\nC: STARTTLS\nS: 454 no\\r\\n\n",
-       nothing,
-       false,
-       {"Failed to receive STARTTLS response", "Failed to connect to SMTP server."}},
-      {"STARTTLS refused twice",
-       "S: 220 ready\\r\\n\nC: STARTTLS\nS: 503 no\\r\\n\nC: EHLO pc.example\nS: 250 mail\\r\\n\n"
-       "C: STARTTLS\nS: 250 yes\\r\\n\n",
-       nothing,
-       false,
-       {"Failed to receive STARTTLS response (2)"}},
-      {"replies slipped in before the handshake",
-       "S: 220 ready\\r\\n\nC: STARTTLS\nS: 220 go on\\r\\n250 AUTH PLAIN\\r\\n235 ok\\r\\n\n",
-       nothing,
-       false,
-       {"The server sent data before the TLS handshake.", "Failed to establish TLS connection."}},
-      {"no TLS where TLS was promised",
-       kStart + "S: 250 AUTH PLAIN\\r\\n\n",
-       nothing,
-       false,
-       {"Failed to establish TLS connection."}},
-      {"a plain greeting on a TLS port",
-       "S: 220 ready\\r\\n\n",
-       implicit,
-       false,
-       {"Error performing handshake.", "Failed to connect to secure SMTP (1)"}},
-      {"silence in the handshake",
-       kStart + "SILENCE\n",
-       [](KvMailMan& m) { m.put_ReadTimeout(0); },  // one second under TLS
-       false,
-       {"Timeout waiting to read socket", "Error performing handshake."}},
-      {"hung up in the handshake",
-       kStart + "HANGUP\n",
-       nothing,
-       false,
-       {"Error performing handshake."}},
-  };
-  for (const Case& c : cases) {
-    SCOPED_TRACE(c.what);
-    ScriptedSmtpServer server({c.script});
+// One mail; whatever happens, only what TLS needs is told in the clear.
+class TlsConversation : public TlsSession {
+ protected:
+  static void converse(const char* what, const std::string& script, bool sent,
+                       const std::vector<const char*>& logged, const Prepare& prepare = {}) {
+    SCOPED_TRACE(what);
+    ScriptedSmtpServer server({script});
     {
       KvMailMan mailMan;
       setUp(mailMan, server);
-      c.prepare(mailMan);
-      EXPECT_EQ(send(mailMan), c.sent);
+      if (prepare) prepare(mailMan);
+      EXPECT_EQ(send(mailMan), sent);
       const std::string log = mailMan.LastErrorText();
-      for (const char* text : c.logged) EXPECT_THAT(log, testing::HasSubstr(text));
-      EXPECT_THAT(log, testing::Not(testing::HasSubstr("secret")));
+      for (const char* text : logged) EXPECT_THAT(log, HasSubstr(text));
+      EXPECT_THAT(log, Not(HasSubstr("secret")));
     }
-    EXPECT_THAT(server.surprises(), testing::IsEmpty());
-    EXPECT_EQ(server.messages().size(), c.sent ? 1U : 0U);
+    const auto [messages, surprises, wire] = server.record();
+    EXPECT_THAT(surprises, testing::IsEmpty());
+    EXPECT_EQ(messages.size(), sent ? 1U : 0U);
     for (const char* told : {"AUTH", "secret", "MAIL FROM", "private"}) {
-      EXPECT_THAT(server.everything(), testing::Not(testing::HasSubstr(told)));
+      EXPECT_THAT(wire, Not(HasSubstr(told)));
     }
   }
+};
+
+void requireVerified(KvMailMan& mailMan) {
+  mailMan.put_RequireVerifiedCertificate(true);
+}
+
+void useImplicitTls(KvMailMan& mailMan) {
+  mailMan.put_StartTLS(false);
+  mailMan.put_SmtpSsl(true);
+}
+
+TEST_F(TlsConversation, BeginsWithTls) {
+  converse("STARTTLS before EHLO", kStart + "TLS: trusted|" + kSession, true,
+           {"Sending STARTTLS (1)...", "SSL Server Certificate verified.",
+            "Secure Channel Established.", "TLS connection established.", "CONNECTED to ESMTP"},
+           requireVerified);
+  converse("implicit TLS", "TLS: trusted|S: 220 ready|" + kSession, true,
+           {"Secure Channel Established.", "InitialResponse"}, useImplicitTls);
+  converse("EHLO first; what it listed in the clear does not count later",
+           "S: 220 ready|C: STARTTLS|S: 503 hello first|C: EHLO pc.example|"
+           "S: 250-STARTTLS\\r\\n250 AUTH LOGIN|C: STARTTLS|S: 220 go on|TLS: trusted|" +
+               kSession,
+           true,
+           {"Received 503 SMTP Status...", "Resending STARTTLS...", "TLS connection established.",
+            "<login_method>PLAIN</login_method>"});
+  converse("STARTTLS refused", "S: 220 ready|C: STARTTLS|S: 454 no|", false,
+           {"Failed to receive STARTTLS response", "Failed to connect to SMTP server."});
+  converse(
+      "STARTTLS refused twice",
+      "S: 220 ready|C: STARTTLS|S: 503 no|C: EHLO pc.example|S: 250 mail|C: STARTTLS|S: 250 no|",
+      false, {"Failed to receive STARTTLS response (2)"});
+  converse(
+      "replies slipped in before the handshake",
+      "S: 220 ready|C: STARTTLS|S: 220 go on\\r\\n250 AUTH PLAIN\\r\\n235 ok|", false,
+      {"The server sent data before the TLS handshake.", "Failed to establish TLS connection."});
+  converse("no TLS where TLS was promised", kStart + "S: 250 AUTH PLAIN|", false,
+           {"Failed to establish TLS connection."});
+  converse("a plain greeting on a TLS port", "S: 220 ready|", false,
+           {"Error performing handshake.", "Failed to connect to secure SMTP (1)"}, useImplicitTls);
+  converse("hung up in the handshake", kStart + "HANGUP", false, {"Error performing handshake."});
+  converse("silence in the handshake; a read time-out of 0 is one second under TLS",
+           kStart + "SILENCE", false,
+           {"Timeout waiting to read socket", "Error performing handshake."},
+           [](KvMailMan& mailMan) { mailMan.put_ReadTimeout(0); });
+}
+
+TEST_F(TlsConversation, LooksAtTheCertificate) {
+  const auto requirement = [](const char* name, const char* value) {
+    return [=](KvMailMan& mailMan) { mailMan.SetSslCertRequirement(name, value); };
+  };
+  converse("self-signed: logged only", kStart + "TLS: selfsigned|" + kSession, true,
+           {"SSL Server Certificate not verified.", "TLS connection established."});
+  converse("self-signed, and that is not good enough", kStart + "TLS: selfsigned|", false,
+           {"SSL Server Certificate not verified.", "Failed to verify server certificate",
+            "Failed to establish TLS connection."},
+           requireVerified);
+  converse("another host's", kStart + "TLS: otherhost|", false,
+           {"Failed to verify server certificate"}, requireVerified);
+  converse("of the required subject", kStart + "TLS: selfsigned|" + kSession, true, {},
+           requirement("subject", "server.test"));
+  converse(
+      "of another issuer", kStart + "TLS: trusted|", false,
+      {"SSL server certificate fails to match requirement", "<requireName>Issuer</requireName>",
+       "<requireValue>Nobody</requireValue>", "<certValue>Test Authority</certValue>"},
+      requirement("Issuer", "Nobody"));
 }
 
 // A megabyte is many records in both directions of the record layer.
 TEST_F(TlsSession, CarriesALongText) {
-  ScriptedSmtpServer server({kStart + "TLS: trusted\n" + kSession});
+  ScriptedSmtpServer server({kStart + "TLS: trusted|" + kSession});
   const std::string line(76, 'x');
   std::string mime = "A: b\r\n\r\n";
   while (mime.size() < 1'000'000) mime += line + "\r\n";
@@ -195,18 +165,18 @@ TEST_F(TlsSession, CarriesALongText) {
         << mailMan.LastErrorText();
     EXPECT_THAT(mailMan.GetSmtpSslServerCert(), testing::StartsWith("-----BEGIN CERTIFICATE-----"));
   }
-  EXPECT_EQ(server.messages(), std::vector<std::string>{mime});
+  EXPECT_EQ(server.record().messages, std::vector<std::string>{mime});
 }
 
 TEST_F(TlsSession, ResumesTheSessionOfTheConnectionBefore) {
-  ScriptedSmtpServer server({kStart + "TLS: trusted\n" + kSession});
+  ScriptedSmtpServer server({kStart + "TLS: trusted|" + kSession});
   for (int i = 0; i < 3; ++i) {
     KvMailMan mailMan;
     setUp(mailMan, server);
     mailMan.put_RequireVerifiedCertificate(true);
     EXPECT_TRUE(send(mailMan)) << mailMan.LastErrorText();
   }
-  EXPECT_THAT(server.surprises(), testing::IsEmpty());
+  EXPECT_THAT(server.record().surprises, testing::IsEmpty());
   EXPECT_EQ(server.resumedSessions(), 2);
 }
 

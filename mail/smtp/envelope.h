@@ -1,0 +1,49 @@
+// Who a message goes from and to, as the SMTP session tells it to the server; and how a message is
+// divided among several transactions. Used by the session and its transactions.
+#pragma once
+
+#include <cstddef>
+#include <string>
+#include <vector>
+
+#include "mail/mime/log_base.h"
+
+namespace kelvado {
+
+// Asked of the server when it offers DSN (RFC 3461); empty ones are not sent.
+struct DsnOptions {
+  std::string ret;
+  std::string envid;
+  std::string notify;
+};
+
+// Who a message goes from and to; plain addresses.
+struct Envelope {
+  std::string reversePath;
+  std::vector<std::string> to;
+  std::vector<std::string> cc;
+  std::vector<std::string> bcc;
+
+  unsigned recipientCount() const {
+    return static_cast<unsigned>(to.size() + cc.size() + bcc.size());
+  }
+};
+
+// False, with the value in the log, when an address or an option could break out of its command.
+bool isSafeEnvelope(const Envelope& envelope, const DsnOptions& dsn, LogBase& log);
+
+// One envelope for each To and Cc recipient. Blind copies go together in one more: nobody named in
+// the message must wait for them, and none of them is seen by the others.
+std::vector<Envelope> individualEnvelopes(const Envelope& envelope);
+
+// Servers must take 100 recipients in one transaction (RFC 5321 section 4.5.3.1.8), not more.
+inline constexpr std::size_t kRecipientsPerTransaction = 100;
+
+// The list in envelopes of at most `size` addresses each.
+std::vector<Envelope> listEnvelopes(const std::string& reversePath,
+                                    const std::vector<std::string>& addresses, std::size_t size);
+
+// A file with one address a line; blank lines do not count. Empty, logged, when it cannot be read.
+std::vector<std::string> readAddressFile(const std::string& path, LogBase& log);
+
+}  // namespace kelvado
