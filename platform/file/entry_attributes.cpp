@@ -5,8 +5,8 @@
 #include <charconv>
 #include <limits>
 
-#include "platform/code_page.h"
 #include "platform/case_fold.h"
+#include "platform/code_page.h"
 #include "platform/file/security_descriptor.h"
 
 namespace platform {
