@@ -7,9 +7,11 @@ list(APPEND platform_sources
   windows/digest.cpp
   windows/dns.cpp
   windows/files.cpp
+  windows/process.cpp
   windows/profile_file.cpp
   windows/random.cpp
   windows/schannel_stream.cpp
+  windows/service_control.cpp
   windows/socket_api.cpp
   windows/sspi.cpp
   windows/status_text.cpp
@@ -17,4 +19,5 @@ list(APPEND platform_sources
   windows/system_host.cpp
   windows/system_registry.cpp
   windows/terminal.cpp
+  windows/worker_thread.cpp
 )
