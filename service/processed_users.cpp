@@ -18,10 +18,9 @@ bool ProcessedUsers::removeList(const std::u16string& name, const config::DebugL
   const auto position = names_.find(name);
   const bool found = position != names_.end();
   if (log.enabled()) {
-    platform::appendToFile(
-        "logfiles\\userList.txt",
-        config::formatText(" -in removeList() checking for  %s, found=%i\n",
-                           platform::utf16ToAnsi(name).c_str(), found));
+    platform::appendToFile("logfiles\\userList.txt",
+                           config::formatText(" -in removeList() checking for  %s, found=%i\n",
+                                              platform::utf16ToAnsi(name).c_str(), found));
   }
   if (found) {
     order_.erase(std::find(order_.begin(), order_.end(), &*position));

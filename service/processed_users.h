@@ -1,5 +1,5 @@
-// The users that a pass has dealt with, in order: a user belongs to the first policy that names him.
-// Names are compared exactly. Used by the expiration run; emptied for every pass.
+// The users that a pass has dealt with, in order: a user belongs to the first policy that names
+// him. Names are compared exactly. Used by the expiration run; emptied for every pass.
 #pragma once
 
 #include <cstddef>
@@ -25,7 +25,7 @@ class ProcessedUsers {
   void clear();
 
  private:
-  std::unordered_set<std::u16string> names_;    // its elements stay where they are
+  std::unordered_set<std::u16string> names_;  // its elements stay where they are
   std::vector<const std::u16string*> order_;
 };
 

@@ -1,5 +1,6 @@
-// The two values that the service reads when it starts: whether debug lines are written, and how long
-// it sleeps between passes. Used by the service and by the console, which runs on the same values.
+// The two values that the service reads when it starts: whether debug lines are written, and how
+// long it sleeps between passes. Used by the service and by the console, which runs on the same
+// values.
 #pragma once
 
 #include <cstdint>
