@@ -236,33 +236,6 @@ TEST(Conversation, TransmitsTheText) {
   EXPECT_EQ(log, begin + messages[0] + end + begin + messages[1] + end);
 }
 
-// A message of more than one piece arrives whole.
-TEST(Conversation, SendsALongTextInPieces) {
-  class Percents : public KvProgress {
-   public:
-    std::vector<int> told;
-    void PercentDone(int percent, bool&) override { told.push_back(percent); }
-  } percents;
-  ScriptedSmtpServer server({kHello + kMail + kQuit});
-  std::string mime = "A: b\r\n";
-  std::string stuffed = mime;
-  for (int line = 0; line < 5000; ++line) {
-    mime += "\r\n.line " + std::to_string(line);
-    stuffed += "\r\n..line " + std::to_string(line);
-  }
-  {
-    KvMailMan mailMan;
-    KvEmail email;
-    setUp(mailMan, email, server);
-    mailMan.put_Progress(&percents);
-    ASSERT_TRUE(mailMan.SendMime("me@site.example", "to@site.example", mime.c_str()));
-  }
-  EXPECT_EQ(server.record().messages, std::vector<std::string>{stuffed});
-  EXPECT_TRUE(std::is_sorted(percents.told.begin(), percents.told.end()));
-  EXPECT_GT(percents.told.size(), 1U);
-  EXPECT_EQ(percents.told.back(), 100);
-}
-
 TEST(Conversation, KeepsAConnectionThatAnswers) {
   const std::string first = kHello + kMail;
   const auto sendTwice = [](const char* what, const std::vector<std::string>& scripts, bool sent,

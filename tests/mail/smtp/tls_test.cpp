@@ -152,20 +152,27 @@ TEST_F(TlsConversation, LooksAtTheCertificate) {
       requirement("Issuer", "Nobody"));
 }
 
-// A megabyte is many records in both directions of the record layer.
+// A megabyte is many pieces, and many records.
 TEST_F(TlsSession, CarriesALongText) {
+  class Percents : public KvProgress {
+   public:
+    std::vector<int> told;
+    void PercentDone(int percent, bool&) override { told.push_back(percent); }
+  } percents;
   ScriptedSmtpServer server({kStart + "TLS: trusted|" + kSession});
-  const std::string line(76, 'x');
   std::string mime = "A: b\r\n\r\n";
-  while (mime.size() < 1'000'000) mime += line + "\r\n";
+  while (mime.size() < 1'000'000) mime += std::string(76, 'x') + "\r\n";
   {
     KvMailMan mailMan;
     setUp(mailMan, server);
-    EXPECT_TRUE(mailMan.SendMime("me@site.example", "to@site.example", mime.c_str()))
-        << mailMan.LastErrorText();
+    mailMan.put_Progress(&percents);
+    EXPECT_TRUE(mailMan.SendMime("me@site.example", "to@site.example", mime.c_str()));
     EXPECT_THAT(mailMan.GetSmtpSslServerCert(), testing::StartsWith("-----BEGIN CERTIFICATE-----"));
   }
   EXPECT_EQ(server.record().messages, std::vector<std::string>{mime});
+  ASSERT_GT(percents.told.size(), 5U);
+  EXPECT_TRUE(std::is_sorted(percents.told.begin(), percents.told.end(), std::less_equal<int>()));
+  EXPECT_EQ(percents.told.back(), 100);
 }
 
 TEST_F(TlsSession, ResumesTheSessionOfTheConnectionBefore) {
