@@ -5,7 +5,6 @@
 #include "platform/files.h"
 
 #include <algorithm>
-#include <array>
 #include <cerrno>
 #include <climits>
 #include <csignal>
@@ -18,6 +17,8 @@
 #include <sys/file.h>
 #include <sys/stat.h>
 #include <unistd.h>
+
+#include "platform/file_steps.h"
 
 namespace platform {
 namespace {
@@ -119,15 +120,20 @@ void ignoreFileSizeSignal() {
   });
 }
 
+// A system call, tried again when a signal interrupted it.
+template <typename Call>
+auto uninterrupted(Call call) {
+  auto result = call();
+  while (result == -1 && errno == EINTR) result = call();
+  return result;
+}
+
 bool writeAll(int file, std::string_view bytes) {
   ignoreFileSizeSignal();
-  while (!bytes.empty()) {
-    const ssize_t written = ::write(file, bytes.data(), bytes.size());
-    if (written == -1 && errno == EINTR) continue;
-    if (written <= 0) return false;
-    bytes.remove_prefix(static_cast<std::size_t>(written));
-  }
-  return true;
+  const auto write = [file](const char* data, std::size_t size) {
+    return uninterrupted([=] { return ::write(file, data, size); });
+  };
+  return writeToEnd(write, bytes);
 }
 
 bool openAndWrite(const std::string& name, int flags, std::string_view bytes) {
@@ -159,22 +165,7 @@ File openFile(const std::string& name, const char* mode) {
 }
 
 bool readTextLine(std::FILE* file, std::size_t capacity, std::string& line) {
-  line.clear();
-  while (line.size() + 1 < capacity) {
-    int c = getc_unlocked(file);
-    if (c == EOF) break;
-    if (c == '\r') {
-      const int next = getc_unlocked(file);
-      if (next == '\n') {
-        c = '\n';
-      } else if (next != EOF) {
-        std::ungetc(next, file);
-      }
-    }
-    line += static_cast<char>(c);
-    if (c == '\n') break;
-  }
-  return !line.empty();
+  return readTextLineBy([](std::FILE* from) { return getc_unlocked(from); }, file, capacity, line);
 }
 
 bool readWholeFile(const std::string& name, std::string& bytes, std::size_t limit) {
@@ -185,19 +176,10 @@ bool readWholeFile(const std::string& name, std::string& bytes, std::size_t limi
   if (::fstat(file.get(), &status) == 0 && S_ISREG(status.st_mode)) {
     bytes.reserve(std::min(static_cast<std::size_t>(status.st_size), limit));
   }
-  std::array<char, 65536> buffer;
-  for (;;) {
-    const ssize_t count = ::read(file.get(), buffer.data(), buffer.size());
-    if (count == 0) return true;
-    if (count == -1 && errno == EINTR) continue;
-    const bool tooLong = count > 0 && static_cast<std::size_t>(count) > limit - bytes.size();
-    if (count == -1 || tooLong) {
-      bytes.clear();
-      if (tooLong) errno = EFBIG;
-      return false;
-    }
-    bytes.append(buffer.data(), static_cast<std::size_t>(count));
-  }
+  const auto read = [&file](char* data, std::size_t size) {
+    return uninterrupted([&] { return ::read(file.get(), data, size); });
+  };
+  return readToEnd(read, limit, bytes);
 }
 
 bool writeWholeFile(const std::string& name, std::string_view bytes) {
@@ -237,10 +219,8 @@ bool overwriteInFile(const std::string& name, std::uint64_t offset, std::string_
   ignoreFileSizeSignal();
   Descriptor file(::open(diskPath(name).c_str(), O_WRONLY | O_CLOEXEC));
   if (!file.valid()) return false;
-  ssize_t written = 0;
-  do {
-    written = ::pwrite(file.get(), bytes.data(), bytes.size(), static_cast<off_t>(offset));
-  } while (written == -1 && errno == EINTR);
+  const ssize_t written = uninterrupted(
+      [&] { return ::pwrite(file.get(), bytes.data(), bytes.size(), static_cast<off_t>(offset)); });
   return written == static_cast<ssize_t>(bytes.size()) && ::fdatasync(file.get()) == 0 &&
          file.close();
 }
@@ -279,11 +259,7 @@ FileLock::FileLock(const std::string& name) {
       ::open((path + ".lock").c_str(), O_RDWR | O_CREAT | O_CLOEXEC | O_NOFOLLOW, kOwnerOnly);
   if (file == -1) return;
   keepOwner(file, path);
-  int result = 0;
-  do {
-    result = ::flock(file, LOCK_EX);
-  } while (result == -1 && errno == EINTR);
-  if (result == 0) {
+  if (uninterrupted([file] { return ::flock(file, LOCK_EX); }) == 0) {
     handle_ = file;
   } else {
     ::close(file);

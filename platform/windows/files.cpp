@@ -2,7 +2,6 @@
 #include "platform/files.h"
 
 #include <algorithm>
-#include <array>
 #include <cerrno>
 #include <climits>
 
@@ -12,6 +11,7 @@
 #include <io.h>
 #include <sys/stat.h>
 
+#include "platform/file_steps.h"
 #include "platform/random.h"
 
 namespace platform {
@@ -41,13 +41,10 @@ class Descriptor {
 };
 
 bool writeAll(int file, std::string_view bytes) {
-  while (!bytes.empty()) {
-    const auto piece = static_cast<unsigned>(std::min<std::size_t>(bytes.size(), INT_MAX));
-    const int written = ::_write(file, bytes.data(), piece);
-    if (written <= 0) return false;
-    bytes.remove_prefix(static_cast<std::size_t>(written));
-  }
-  return true;
+  const auto write = [file](const char* data, std::size_t size) {
+    return ::_write(file, data, static_cast<unsigned>(std::min<std::size_t>(size, INT_MAX)));
+  };
+  return writeToEnd(write, bytes);
 }
 
 bool openAndWrite(const std::string& name, int flags, std::string_view bytes) {
@@ -82,22 +79,7 @@ File openFile(const std::string& name, const char* mode) {
 }
 
 bool readTextLine(std::FILE* file, std::size_t capacity, std::string& line) {
-  line.clear();
-  while (line.size() + 1 < capacity) {
-    int c = _getc_nolock(file);
-    if (c == EOF) break;
-    if (c == '\r') {
-      const int next = _getc_nolock(file);
-      if (next == '\n') {
-        c = '\n';
-      } else if (next != EOF) {
-        std::ungetc(next, file);
-      }
-    }
-    line += static_cast<char>(c);
-    if (c == '\n') break;
-  }
-  return !line.empty();
+  return readTextLineBy([](std::FILE* from) { return _getc_nolock(from); }, file, capacity, line);
 }
 
 bool readWholeFile(const std::string& name, std::string& bytes, std::size_t limit) {
@@ -106,18 +88,10 @@ bool readWholeFile(const std::string& name, std::string& bytes, std::size_t limi
   if (!file.valid()) return false;
   const __int64 size = ::_filelengthi64(file.get());
   if (size > 0) bytes.reserve(std::min(static_cast<std::size_t>(size), limit));
-  std::array<char, 65536> buffer;
-  for (;;) {
-    const int count = ::_read(file.get(), buffer.data(), buffer.size());
-    if (count == 0) return true;
-    const bool tooLong = count > 0 && static_cast<std::size_t>(count) > limit - bytes.size();
-    if (count == -1 || tooLong) {
-      bytes.clear();
-      if (tooLong) errno = EFBIG;
-      return false;
-    }
-    bytes.append(buffer.data(), static_cast<std::size_t>(count));
-  }
+  const auto read = [&file](char* data, std::size_t capacity) {
+    return ::_read(file.get(), data, static_cast<unsigned>(capacity));
+  };
+  return readToEnd(read, limit, bytes);
 }
 
 bool writeWholeFile(const std::string& name, std::string_view bytes) {
