@@ -13,71 +13,32 @@ namespace {
 
 constexpr const char* kRule = "------------------------------------------------------------\n";
 
+// Counts up from the number after `number`, a field after the other.
+template <typename Number, typename... Fields>
+void count(PolicyRecord& policy, Number number, Fields... fields) {
+  ((policy.*fields = ++number), ...);
+}
+
 // Each number of the record differs from its neighbours', so that no line can show another's.
 PolicyRecord everything() {
+  using P = PolicyRecord;
   PolicyRecord policy;
-  std::uint32_t number = 100;
   policy.policyName = "Everybody";
-  for (const auto field : {&PolicyRecord::minPasswordAge,
-                           &PolicyRecord::maxPasswordAge,
-                           &PolicyRecord::emailWarnings,
-                           &PolicyRecord::minCharacters,
-                           &PolicyRecord::maxCharacters,
-                           &PolicyRecord::maxSimilar,
-                           &PolicyRecord::minDifferent,
-                           &PolicyRecord::minCharTypes,
-                           &PolicyRecord::minLowerChar,
-                           &PolicyRecord::maxLowerChar,
-                           &PolicyRecord::minUpperChar,
-                           &PolicyRecord::maxUpperChar,
-                           &PolicyRecord::minNumericChar,
-                           &PolicyRecord::maxNumericChar,
-                           &PolicyRecord::minNonAlphaNumericChar,
-                           &PolicyRecord::maxNonAlphaNumericChar,
-                           &PolicyRecord::minSpaces,
-                           &PolicyRecord::maxSpaces,
-                           &PolicyRecord::minAlphaChar,
-                           &PolicyRecord::maxAlphaChar,
-                           &PolicyRecord::minNonAlphaChar,
-                           &PolicyRecord::maxNonAlphaChar,
-                           &PolicyRecord::check3ConsecutiveCharTypes,
-                           &PolicyRecord::numericPosition,
-                           &PolicyRecord::specialPosition,
-                           &PolicyRecord::specialBefore}) {
-    policy.*field = ++number;
-  }
-  std::uint8_t flag = 0;
-  for (const auto field : {&PolicyRecord::checkSimilar,
-                           &PolicyRecord::checkLower,
-                           &PolicyRecord::checkUpper,
-                           &PolicyRecord::checkNumeric,
-                           &PolicyRecord::checkNonAlphaNumeric,
-                           &PolicyRecord::checkSpaces,
-                           &PolicyRecord::checkAlpha,
-                           &PolicyRecord::checkNonAlpha,
-                           &PolicyRecord::restrictSpecialChar,
-                           &PolicyRecord::checkVowels,
-                           &PolicyRecord::checkConsecutive,
-                           &PolicyRecord::check3Consecutive,
-                           &PolicyRecord::check3ConsecutiveAlpha,
-                           &PolicyRecord::checkAscii,
-                           &PolicyRecord::numericBetweenAlpha,
-                           &PolicyRecord::noBeginNumeric,
-                           &PolicyRecord::noEndNumeric,
-                           &PolicyRecord::noBeginSpecial,
-                           &PolicyRecord::noEndSpecial,
-                           &PolicyRecord::checkUsername,
-                           &PolicyRecord::checkFullname,
-                           &PolicyRecord::checkSAP,
-                           &PolicyRecord::checkNameFragments,
-                           &PolicyRecord::checkDictionary,
-                           &PolicyRecord::substringSearch,
-                           &PolicyRecord::checkDictionarySubstitution,
-                           &PolicyRecord::checkDictionaryWildcard,
-                           &PolicyRecord::applyNonExpiring,
-                           &PolicyRecord::excludeNonExpiring}) {
-    policy.*field = ++flag;
-  }
+  count(policy, std::uint32_t{100}, &P::minPasswordAge, &P::maxPasswordAge, &P::emailWarnings,
+        &P::minCharacters, &P::maxCharacters, &P::maxSimilar, &P::minDifferent, &P::minCharTypes,
+        &P::minLowerChar, &P::maxLowerChar, &P::minUpperChar, &P::maxUpperChar, &P::minNumericChar,
+        &P::maxNumericChar, &P::minNonAlphaNumericChar, &P::maxNonAlphaNumericChar, &P::minSpaces,
+        &P::maxSpaces, &P::minAlphaChar, &P::maxAlphaChar, &P::minNonAlphaChar, &P::maxNonAlphaChar,
+        &P::check3ConsecutiveCharTypes, &P::numericPosition, &P::specialPosition,
+        &P::specialBefore);
+  count(policy, std::uint8_t{0}, &P::checkSimilar, &P::checkLower, &P::checkUpper, &P::checkNumeric,
+        &P::checkNonAlphaNumeric, &P::checkSpaces, &P::checkAlpha, &P::checkNonAlpha,
+        &P::restrictSpecialChar, &P::checkVowels, &P::checkConsecutive, &P::check3Consecutive,
+        &P::check3ConsecutiveAlpha, &P::checkAscii, &P::numericBetweenAlpha, &P::noBeginNumeric,
+        &P::noEndNumeric, &P::noBeginSpecial, &P::noEndSpecial, &P::checkUsername,
+        &P::checkFullname, &P::checkSAP, &P::checkNameFragments, &P::checkDictionary,
+        &P::substringSearch, &P::checkDictionarySubstitution, &P::checkDictionaryWildcard,
+        &P::applyNonExpiring, &P::excludeNonExpiring);
   policy.allowedSpecialChar = "!%s";
   policy.includeGroups = "domain users";
   policy.excludeGroups = "Service Accounts";
@@ -156,16 +117,15 @@ constexpr const char* kLastReasons =
     " - Password contains a word from dictionary.txt.\n";
 
 TEST(PolicyPrintout, PrintsEveryLineOfBothForms) {
-  const std::string reasons = kFirstReasons;
   EXPECT_EQ(policyText(everything()),
-            kFull + (kFailed + reasons) + kSharedReasons +
+            std::string(kFull) + kFailed + kFirstReasons + kSharedReasons +
                 " - Password contains too many characters from the same class.\n" + kLastReasons +
                 kSap +
                 " - Password contains 3 or more consecutive characters from the username or the "
                 "user's full name.\n" +
                 kRule);
   EXPECT_EQ(policyTextShort(everything()),
-            kShort + (kFailed + reasons) + kSap + kSharedReasons +
+            std::string(kShort) + kFailed + kFirstReasons + kSap + kSharedReasons +
                 " - Password does not contain a special character in the correct position.\n" +
                 kLastReasons + kRule);
 }

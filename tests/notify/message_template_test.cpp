@@ -15,7 +15,8 @@ TEST(MessageTemplate, ReplacesTokens) {
   } cases[] = {
       {"<%username%>, <%firstName%>", "jd, J\u00f6rg"},
       {"<%daysUntilExpiration%> and <%daysUntilExpiration%>", "-3 and -3"},
-      {"<%DaysUntilExpiration%> <%Username%> <%username%", "<%DaysUntilExpiration%> <%Username%> <%username%"},
+      {"<%DaysUntilExpiration%> <%Username%> <%username%",
+       "<%DaysUntilExpiration%> <%Username%> <%username%"},
       {"C:<%backslash%>Temp", "C:\\Temp"},
       // Kinds follow one another, so a last name that is a later token is replaced in its turn.
       {"<%lastName%>", "-3"},

@@ -19,8 +19,10 @@ TEST(WarningEmail, TakesTheFixedWordsOnceThePasswordHasExpired) {
     const char* contentType;
   } cases[] = {
       {1, "<b>1</b> day for walter", "Content-Type: text/html"},
-      {0, "Your Windows password has expired.\r\n\r\nYou will be prompted to change your password "
-          "prior to your next logon.\r\n", "Content-Type: text/plain"},
+      {0,
+       "Your Windows password has expired.\r\n\r\nYou will be prompted to change your password "
+       "prior to your next logon.\r\n",
+       "Content-Type: text/plain"},
       {-3, "Your Windows password has expired.\r\n\r\nYou will be", "Content-Type: text/plain"},
   };
   for (const auto& c : cases) {
