@@ -1,0 +1,114 @@
+"""The packages: what is in them, installed, tried and removed again. The Debian package goes into a root of
+its own, the zip into a Windows of its own."""
+import os
+import pathlib
+import shutil
+import subprocess
+import tempfile
+import unittest
+import zipfile
+
+import wine_prefix
+
+ROOT = pathlib.Path(__file__).resolve().parents[2]
+LINUX_BUILD = pathlib.Path(os.environ.get("LINUX_BUILD", ROOT / "build/release"))
+WINDOWS_BUILD = pathlib.Path(os.environ.get("WINDOWS_BUILD", ROOT / "build/windows"))
+UNIT = "NRVPasswordExpiration.service"
+SERVICE_KEY = r"HKLM\System\CurrentControlSet\Services\NRVPasswordExpiration"
+SETTINGS_KEY = r"HKLM\Software\Policies\Kadro\PwsentryProMPE\PWExpiration"
+
+
+class PackageTest(unittest.TestCase):
+    def setUp(self):
+        folder = tempfile.TemporaryDirectory(prefix="pwlapse-package-")
+        self.addCleanup(folder.cleanup)
+        self.folder = pathlib.Path(folder.name)
+
+    def run_well(self, *command, **options):
+        done = subprocess.run(command, capture_output=True, text=True, **options)
+        self.assertEqual(done.returncode, 0, f"{command}\n{done.stdout}{done.stderr}")
+        return done.stdout + done.stderr
+
+    def package(self, build, pattern):
+        self.run_well("cpack", "--config", build / "CPackConfig.cmake", "-B", self.folder / "cpack")
+        [package] = (self.folder / "cpack").glob(pattern)
+        return package
+
+
+class DebianPackageTest(PackageTest):
+    def test_installs_and_purges(self):
+        package = self.package(LINUX_BUILD, "*.deb")
+        depends = self.run_well("dpkg-deb", "--field", package, "Depends")
+        for library in ("libldap", "libssl", "libsystemd0"):
+            self.assertIn(library, depends)
+
+        root = self.folder / "root"
+        (root / "var/lib/dpkg/updates").mkdir(parents=True)
+        (root / "var/lib/dpkg/status").touch()
+        dpkg = ["dpkg", f"--root={root}", "--force-script-chrootless", "--force-depends", "--no-triggers"]
+        before = self.files(root)
+        self.run_well(*dpkg, "--install", package)
+        self.check_programs(root)
+
+        registry = root / "etc/pwlapse/registry.reg"
+        shutil.copy(root / "usr/share/doc/pwlapse/examples/registry.reg", registry)
+        state = root / "var/lib/pwlapse/logfiles"
+        state.mkdir(parents=True)
+        self.run_well(*dpkg, "--purge", "pwlapse")
+        # Settings are the administrator's.
+        self.assertEqual(self.files(root) - before, {"etc/pwlapse/registry.reg"})
+
+    @staticmethod
+    def files(root):
+        return {str(path.relative_to(root)) for path in root.rglob("*")
+                if path.is_file() and not path.is_relative_to(root / "var/lib/dpkg")}
+
+    def check_programs(self, root):
+        unit = root / "usr/lib/systemd/system" / UNIT
+        self.assertNotIn("@", unit.read_text().replace("@system-service", "").replace(
+            "@privileged", "").replace("@resources", ""))
+        complaints = subprocess.run(["systemd-analyze", "verify", "--man=no", f"--root={root}", UNIT],
+                                    capture_output=True, text=True).stderr
+        self.assertEqual([line for line in complaints.splitlines() if line.startswith(str(unit))], [])
+        self.assertEqual((root / "etc/pwlapse").stat().st_mode & 0o777, 0o750)
+
+        example = root / "usr/share/doc/pwlapse/examples/registry.reg"
+        shown = self.run_well(root / "usr/bin/pwlapse", "policies", "--registry", example)
+        self.assertIn("Slot 0: DefaultPolicy, maximum age 90 days, users are warned", shown)
+        service = subprocess.run([root / "usr/sbin/pwLapseSvc"], capture_output=True, text=True,
+                                 env={"PATH": os.environ["PATH"]})
+        self.assertEqual(service.returncode, 1063 % 256)
+        for page in root.glob("usr/share/man/man*/*.gz"):
+            self.assertEqual(
+                self.run_well("man", "--warnings", "--local-file", page, env=dict(
+                    os.environ, MANWIDTH="80", LC_ALL="C.UTF-8")).count("warning"), 0)
+
+
+class WindowsPackageTest(PackageTest):
+    def test_installs_and_removes(self):
+        package = self.package(WINDOWS_BUILD, "*.zip")
+        with wine_prefix.WinePrefix() as windows:
+            with zipfile.ZipFile(package) as archive:
+                archive.extractall(windows.drive)
+            [folder] = windows.drive.glob("pwlapse-*")
+            # A site's own template is kept.
+            system32 = windows.system_folder / "system32"
+            (system32 / "NorvynExpirationEmail.txt").write_text("ours")
+
+            done = windows.run("cmd", "/c", "install.cmd", cwd=folder)
+            self.assertEqual((done.returncode, done.stdout.decode("ascii").splitlines()), (0, [
+                "Norvyn Password Expiration Service installed.",
+                "Norvyn Password Expiration Service started."]), done.stderr)
+            self.assertEqual(windows.registry_value(SERVICE_KEY, "ImagePath").lower(),
+                             r"c:\windows\pwlapse\pwlapsesvc.exe")
+            self.assertEqual(windows.registry_value(SETTINGS_KEY, "reportOnly"), "0x1")
+            self.assertEqual((system32 / "NorvynExpirationEmail.txt").read_text(), "ours")
+            self.assertTrue((system32 / "NorvynExpirationEmail.html").exists())
+            self.assertTrue((system32 / "logfiles").is_dir())
+
+            done = windows.run("cmd", "/c", "install.cmd", "/remove", cwd=folder)
+            self.assertEqual(done.stdout.decode("ascii").splitlines(), [
+                "Stopping service...", "Service successfully removed."], done.stderr)
+            self.assertFalse((windows.system_folder / "pwlapse").exists())
+            self.assertFalse(windows.key_exists(SERVICE_KEY))
+            self.assertTrue(windows.key_exists(SETTINGS_KEY))
