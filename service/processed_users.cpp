@@ -1,45 +1,92 @@
 #include "service/processed_users.h"
 
-#include <algorithm>
+#include <functional>
+#include <utility>
 
 #include "config/format_text.h"
 #include "platform/code_page.h"
 #include "platform/files.h"
 
 namespace service {
+namespace {
 
-bool ProcessedUsers::append(const std::u16string& name) {
-  const auto [position, added] = names_.insert(name);
-  if (added) order_.push_back(&*position);
-  return added;
+constexpr std::size_t kSmallestTable = 1024;
+
+std::uint32_t hashOf(std::u16string_view name) {
+  return static_cast<std::uint32_t>(std::hash<std::u16string_view>()(name));
 }
 
-bool ProcessedUsers::removeList(const std::u16string& name, const config::DebugLog& log) {
-  const auto position = names_.find(name);
-  const bool found = position != names_.end();
+}  // namespace
+
+std::u16string_view ProcessedUsers::nameAt(std::size_t index) const {
+  const std::size_t begin = index == 0 ? 0 : ends_[index - 1];
+  return std::u16string_view(text_).substr(begin, ends_[index] - begin);
+}
+
+std::size_t ProcessedUsers::slotOf(std::u16string_view name, std::uint32_t hash) const {
+  const std::size_t mask = table_.size() - 1;
+  std::size_t at = hash & mask;
+  while (table_[at].number != 0 &&
+         (table_[at].hash != hash || nameAt(table_[at].number - 1) != name)) {
+    at = (at + 1) & mask;
+  }
+  return at;
+}
+
+bool ProcessedUsers::contains(std::u16string_view name) const {
+  return !table_.empty() && table_[slotOf(name, hashOf(name))].number != 0;
+}
+
+bool ProcessedUsers::append(std::u16string_view name) {
+  if ((count() + 1) * 2 > table_.size()) {
+    rebuildTable(table_.empty() ? kSmallestTable : table_.size() * 2);
+  }
+  const std::uint32_t hash = hashOf(name);
+  Slot& slot = table_[slotOf(name, hash)];
+  if (slot.number != 0) return false;
+  text_ += name;
+  ends_.push_back(text_.size());
+  slot = {hash, static_cast<std::uint32_t>(count())};
+  return true;
+}
+
+// All names differ, so each belongs into the first free slot from its hash on.
+void ProcessedUsers::rebuildTable(std::size_t size) {
+  const std::vector<Slot> before = std::exchange(table_, std::vector<Slot>(size));
+  const std::size_t mask = size - 1;
+  for (const Slot& slot : before) {
+    if (slot.number == 0) continue;
+    std::size_t at = slot.hash & mask;
+    while (table_[at].number != 0) at = (at + 1) & mask;
+    table_[at] = slot;
+  }
+}
+
+bool ProcessedUsers::removeList(std::u16string_view name, const config::DebugLog& log) {
+  const bool found = contains(name);
   if (log.enabled()) {
     platform::appendToFile("logfiles\\userList.txt",
                            config::formatText(" -in removeList() checking for  %s, found=%i\n",
                                               platform::utf16ToAnsi(name).c_str(), found));
   }
-  if (found) {
-    order_.erase(std::find(order_.begin(), order_.end(), &*position));
-    names_.erase(position);
+  if (!found) return false;
+  const ProcessedUsers before = std::exchange(*this, ProcessedUsers());
+  for (std::size_t i = 0; i < before.count(); ++i) {
+    if (before.nameAt(i) != name) append(before.nameAt(i));
   }
-  return found;
+  return true;
 }
 
 void ProcessedUsers::dumpList() const {
   const std::string rule = std::string(44, '-') + "\n";
   std::string text =
       rule + config::formatText("globalListCount=%i\n", static_cast<int>(count())) + rule;
-  for (const std::u16string* name : order_) text += platform::utf16ToAnsi(*name) + "\n";
+  for (std::size_t i = 0; i < count(); ++i) text += platform::utf16ToAnsi(nameAt(i)) + "\n";
   platform::appendToFile("logfiles//ExpirationList.txt", text);
 }
 
 void ProcessedUsers::clear() {
-  order_.clear();
-  names_.clear();
+  *this = ProcessedUsers();
 }
 
 }  // namespace service

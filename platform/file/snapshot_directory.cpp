@@ -7,8 +7,8 @@
 #include <string_view>
 #include <utility>
 
-#include "platform/code_page.h"
 #include "platform/case_fold.h"
+#include "platform/code_page.h"
 #include "platform/file/ldap_filter.h"
 #include "platform/file/name_index.h"
 
@@ -264,6 +264,7 @@ HResult SnapshotDirectory::ensureLoaded() {
 
 void SnapshotDirectory::drop() {
   loaded_.reset();
+  lastFound_ = 0;
   loadStatus_ = kOk;
 }
 
@@ -331,8 +332,18 @@ DirectoryError SnapshotDirectory::lastError() {
 NetStatus SnapshotDirectory::findEntry(const std::u16string& name, DirectoryEntry*& entry) {
   if (failed(ensureLoaded())) return kNetNoDomainController;
   NameIndex::Entries& entries = loaded_->snapshot.entries;
-  const std::uint32_t found = loaded_->byLogonName.first(entries, foldCase(utf16ToUtf8(name)));
+  const std::string text = utf16ToUtf8(name);
+  // A pass over all users asks in the order of the entries, for each twice: mostly the answer is
+  // the entry of the last time or the one behind it, and the index need not be looked into.
+  for (const std::size_t near : {lastFound_, lastFound_ + 1}) {
+    if (near >= entries.size() || entries[near].logonName != text) continue;
+    lastFound_ = near;
+    entry = &entries[near];
+    return kNetSuccess;
+  }
+  const std::uint32_t found = loaded_->byLogonName.first(entries, foldCase(text));
   if (found == NameIndex::kNone) return kNetUserNotFound;
+  lastFound_ = found;
   entry = &entries[found];
   return kNetSuccess;
 }

@@ -5,6 +5,7 @@
 // names no logon name: that one looks at every entry.
 #pragma once
 
+#include <cstddef>
 #include <memory>
 #include <string>
 #include <vector>
@@ -65,7 +66,8 @@ class SnapshotDirectory final : public DirectoryAccess, public AccountDatabase {
   std::unique_ptr<DirectorySource> source_;
   Clock& clock_;
   std::shared_ptr<Loaded> loaded_;
-  HResult loadStatus_ = kOk;  // a failure: not tried again until drop()
+  std::size_t lastFound_ = 0;  // entry of the last account look-up
+  HResult loadStatus_ = kOk;   // a failure: not tried again until drop()
   DirectoryError loadError_;
   DirectoryError lastError_;
   std::vector<std::string> warnings_;
