@@ -42,7 +42,9 @@ class WinePrefix:
             # A server that waits for its clients only would take the service manager along with the
             # first of them that ends.
             self._command("wineserver", "-p", seconds=START_SECONDS)
-            self._command("wineboot", "--init", seconds=START_SECONDS)
+            # Without an option: the first program of all starts the service manager, an option would
+            # start a second one beside it.
+            self._command("wineboot", seconds=START_SECONDS)
         except BaseException:
             self.stop()
             raise
@@ -68,7 +70,7 @@ class WinePrefix:
     @property
     def system_folder(self):
         """Where a service finds and leaves its files."""
-        return self.drive / "windows"
+        return self.drive / "windows/system32"
 
     def run(self, program, *arguments, seconds=RUN_SECONDS, **options):
         """A program to its end; its output as bytes."""

@@ -1,0 +1,339 @@
+"""The service as a Windows program: installed under Wine's service manager, configured in its registry,
+a whole pass over Winsock and Schannel to a real mail server, pause in the middle of a pass, and removal.
+ADSI and the network user functions are stand-ins that answer from an LDIF file and record each call; the
+program itself is the one that is delivered. What it leaves behind is compared with a pass on this system.
+"""
+import base64
+import datetime
+import pathlib
+import re
+import shutil
+import socket
+import subprocess
+import tempfile
+import time
+import unittest
+
+import as_root
+import postfix_mail
+import wine_prefix
+
+ROOT = pathlib.Path(__file__).resolve().parents[2]
+WINDOWS = ROOT / "build/windows"
+LINUX_PROGRAM = ROOT / "build/release/console/pwlapse"
+MAIL_DOMAIN = "example.com"
+ADMIN_MAIL = f"admin@{MAIL_DOMAIN}"
+REFUSED = f"refused@{MAIL_DOMAIN}"
+SERVICE = "NRVPasswordExpiration"
+SERVICE_KEY = rf"HKLM\SYSTEM\CurrentControlSet\Services\{SERVICE}"
+POLICIES = r"Software\Policies\Kadro\PwsentryProMPE"
+SETTINGS = POLICIES + r"\PWExpiration"
+CODE_PAGE = "cp1252"  # the ANSI code page of the prefix
+WAIT_SECONDS = 60
+SILENCE_SECONDS = 1  # of a worker that is suspended
+
+STOPPED, RUNNING, PAUSED = b"1", b"4", b"7"
+USAGE = f"{SERVICE} -install          install service\n{SERVICE} -remove           remove service\n"
+
+TEMPLATE = "<html><p>Gr\u00fc\u00dfe, <%firstName%>: <%username%> has <%daysUntilExpiration%> days.</p></html>\n"
+# Denies SELF the right to change the password.
+DENY_CHANGE = base64.b64decode(
+    "AQAEgAAAAAAAAAAAAAAAABQAAAAEADAAAQAAAAYAKAAAAQAAAQAAAFMacqsvHtARmBkAqgBAUpsBAQAAAAAABQoAAAA=")
+
+# The maximum age is 60 days, warnings go out 14, 7 and 1 days before.
+USERS = {
+    "outside": dict(age=20),
+    "warned": dict(age=53),
+    "quiet": dict(age=50),
+    "expired": dict(age=65),
+    "disabled": dict(age=65, control=0x202),
+    "never": dict(age=500, control=0x10200),
+    "cannot": dict(age=500, cannot=True),
+    "nomail": dict(age=59, mail=None),
+    "zo\u00eb.m\u00fcller": dict(age=53, mail=f"zoe@{MAIL_DOMAIN}"),
+    "refused": dict(age=46),
+}
+MAILED = {"warned": 7, "zo\u00eb.m\u00fcller": 7}
+SKIPPED = ["never", "cannot"]
+
+
+def address_of(name):
+    return USERS[name].get("mail", f"{name}@{MAIL_DOMAIN}")
+
+
+def ldif(users):
+    now = datetime.datetime.now(datetime.timezone.utc)
+    epoch = datetime.datetime(1601, 1, 1, tzinfo=datetime.timezone.utc)
+    text = f"dn: DC=site,DC=example\nobjectClass: domainDNS\nmaxPwdAge: {-42 * 86400 * 10**7}\n\n"
+    for name, user in users.items():
+        # Half a day over, so that no clock comes near the edge of a day.
+        changed = (now - epoch) // datetime.timedelta(microseconds=1) * 10 - int(
+            (user["age"] + 0.5) * 86400) * 10**7
+        text += (f"dn:: {encoded(f'CN={name},DC=site,DC=example')}\nobjectClass: user\n"
+                 f"objectCategory: CN=Person,CN=Schema\nsAMAccountName:: {encoded(name)}\n"
+                 f"userAccountControl: {user.get('control', 0x200)}\npwdLastSet: {changed}\n"
+                 f"givenName: Given\nsn: Name\n")
+        mail = user.get("mail", f"{name}@{MAIL_DOMAIN}")
+        text += f"mail: {mail}\n" if mail else ""
+        text += f"nTSecurityDescriptor:: {base64.b64encode(DENY_CHANGE).decode()}\n" if (
+            user.get("cannot")) else ""
+        text += "\n"
+    return text
+
+
+def encoded(text):
+    return base64.b64encode(text.encode()).decode()
+
+
+def settings(port, **more):
+    return {
+        POLICIES: {"expirationServiceDebug": 1},
+        POLICIES + r"\DefaultPolicy": {
+            "policyName": "Everybody", "maxPasswordAge": 60, "emailWarnings": 1},
+        SETTINGS: {
+            "smtpServer": "127.0.0.1", "smtpPort": port, "smtpStartTls": 1, "htmllog": 1,
+            "emailFromAddress": f"desk@{MAIL_DOMAIN}", "emailSubject": "Kennwort l\u00e4uft ab",
+            "adminEmailAddress": ADMIN_MAIL, "emailAdminReports": 1,
+            "warning1": 14, "warning2": 7, "warning3": 1, **more},
+    }
+
+
+# The calls of a pass, from pieces.
+
+def user_info(name, status=0):
+    return [f"NetUserGetInfo server=null level=3 user={name} -> {status}", "NetApiBufferFree 0 left"]
+
+
+def opened(path, kind):
+    return f"ADsOpenObject LDAP://{path} user=null password=null flags=1 as {kind}"
+
+
+def expected_calls():
+    listed = [name for name in USERS if name != "disabled"]
+    calls = ["ADsGetObject LDAP://RootDse as IADs", "+ object", "Get DefaultNamingContext -> 0", "- object",
+             "ADsGetObject LDAP://DC=site,DC=example as IDirectorySearch", "+ search",
+             "SetSearchPreference 5 type=7 value=2", "SetSearchPreference 7 type=7 value=100000",
+             "ExecuteSearch (&(objectCategory=person)(objectClass=user)"
+             "(!userAccountControl:1.2.840.113556.1.4.803:=2)) of 1: samAccountName", "+ rows"]
+    for number in range(len(listed)):
+        if number in (4, 8):  # a page of the stand-in's
+            calls.append("ADsGetLastError 512 512 -> 234")
+        calls += ["+ column", "- column"]
+    calls += ["ADsGetLastError 512 512 -> 0", "- rows", "- search",
+              "NetUserModalsGet server=null level=0", "NetApiBufferFree 0 left",
+              opened("rootDSE", "IADs"), "+ object", "Get defaultNamingContext -> 0", "- object",
+              opened("DC=site,DC=example", "IDirectorySearch"), "+ search"]
+    for name in listed:
+        calls += user_info(name)
+        if name in SKIPPED:
+            continue
+        calls += user_info(name)
+        if USERS[name]["age"] < 46:
+            continue
+        calls += ["SetSearchPreference 5 type=7 value=2",
+                  f"ExecuteSearch (&(objectCategory=user)(samAccountName={name})) of 1: ADsPath",
+                  "+ rows", "+ column", "- column", opened(f"CN={name},DC=site,DC=example", "IADs"),
+                  "+ object", "- rows", "QueryInterface IADsUser", "- object"]
+        if name == "expired":
+            read, freed = user_info(name)
+            calls += [read, f"NetUserSetInfo server=null level=3 user={name} expired=5 password=null "
+                            "buffer=read", freed]
+    return calls + ["- search"]
+
+
+def wait_for(what, condition):
+    deadline = time.monotonic() + WAIT_SECONDS
+    while not (result := condition()):
+        if time.monotonic() > deadline:
+            raise AssertionError("waited in vain for " + what)
+        time.sleep(0.02)
+    return result
+
+
+def comparable(text):
+    """Without what depends on when it was written."""
+    text = re.sub(r"[ \d]\d/[ \d]\d/\d{4} [ \d]\d:\d\d:\d\d", "TIME", text)
+    text = re.sub(r"(days, )\d\d:\d\d:\d\d", r"\1CLOCK", text)
+    return re.sub(r"uptime \(in seconds\): \d+", "uptime", text)
+
+
+class Machine(unittest.TestCase):
+    """A Windows machine with the program in a folder of its own."""
+
+    @classmethod
+    def setUpClass(cls):
+        if not as_root.become_root():
+            raise unittest.SkipTest("needs root")
+        cls.windows = wine_prefix.WinePrefix()
+        cls.addClassCleanup(cls.windows.stop)
+        cls.windows.start()
+        cls.folder = cls.windows.drive / "B\u00fcro"
+        cls.folder.mkdir()
+        for file in ("service/pwLapseSvc.exe", "console/pwlapse.exe", "tests/e2e/wine/netapi32.dll",
+                     "tests/e2e/wine/activeds.dll", "tests/e2e/wine/control_service.exe"):
+            shutil.copy(WINDOWS / file, cls.folder)
+        cls.windows.use_dlls_beside("pwLapseSvc.exe", "netapi32", "activeds")
+        cls.logs = cls.windows.system_folder / "LogFiles"
+
+    @classmethod
+    def prepare(cls, users, keys):
+        (cls.folder / "domain.ldif").write_text(ldif(users))
+        (cls.folder / "calls.log").unlink(missing_ok=True)
+        shutil.rmtree(cls.logs, ignore_errors=True)
+        (cls.windows.system_folder / "NorvynExpirationEmail.html").write_text(TEMPLATE, CODE_PAGE)
+        cls.windows.import_registry({f"HKEY_LOCAL_MACHINE\\{key}": values for key, values in keys.items()})
+
+    @classmethod
+    def program(cls, *arguments):
+        done = cls.windows.run(cls.folder / "pwLapseSvc.exe", *arguments)
+        return done.returncode, done.stdout.decode(CODE_PAGE).replace("\r\n", "\n")
+
+    @classmethod
+    def control(cls, word):
+        return cls.windows.run(cls.folder / "control_service.exe", SERVICE, word).stdout.strip()
+
+    @classmethod
+    def wait_for_report(cls):
+        file = cls.logs / "Norvyn-expiration-report.html"
+        wait_for("the report", lambda: file.exists() and file.read_bytes().endswith(b"</body></html>"))
+
+    @classmethod
+    def calls(cls):
+        return (cls.folder / "calls.log").read_text("utf-8").splitlines()
+
+    def assert_gone(self):
+        self.assertEqual(self.control("query"), b"error 1060")  # no such service
+        self.assertFalse(self.windows.key_exists(SERVICE_KEY))
+
+
+class FirstPassTest(Machine):
+    @classmethod
+    def setUpClass(cls):
+        super().setUpClass()
+        scratch = pathlib.Path(tempfile.mkdtemp(prefix="pwlapse-windows-"))
+        cls.addClassCleanup(shutil.rmtree, scratch)
+        certificate, key = scratch / "mail.pem", scratch / "mail.key"
+        subprocess.run(["openssl", "req", "-x509", "-newkey", "rsa:2048", "-nodes", "-keyout", key, "-out",
+                        certificate, "-days", "2", "-subj", "/CN=127.0.0.1"],
+                       check=True, capture_output=True)
+        cls.mail = postfix_mail.PostfixMail(
+            domain=MAIL_DOMAIN, refused=[REFUSED], tls=(certificate, key))
+        cls.addClassCleanup(cls.mail.stop)
+        cls.mail.start()
+
+        keys = settings(cls.mail.port)
+        cls.prepare(USERS, keys)
+        cls.installed = cls.program("-install")
+        cls.wait_for_report()
+        cls.running = cls.control("query")
+        cls.start_type = cls.windows.registry_value(SERVICE_KEY, "Start")
+        cls.mailing_day = cls.windows.registry_value(
+            r"HKLM\Software\Kadro\PwsentryPro", "expirationLastRunDay")
+        cls.delivered = cls.mail.delivered()
+        cls.stopped = cls.control("stop")
+        cls.here = cls.pass_on_this_system(scratch / "here", keys)
+
+    @staticmethod
+    def pass_on_this_system(folder, keys):
+        folder.mkdir()
+        registry = "Windows Registry Editor Version 5.00\n" + "".join(
+            f"\n[HKEY_LOCAL_MACHINE\\{key}]\n" + "".join(
+                f'"{name}"=' + (f"dword:{value:08x}\n" if isinstance(value, int) else f'"{value}"\n')
+                for name, value in values.items()) for key, values in keys.items())
+        (folder / "site.reg").write_text(registry)
+        (folder / "domain.ldif").write_text(ldif(USERS))
+        (folder / "NorvynExpirationEmail.html").write_text(TEMPLATE)
+        subprocess.run([LINUX_PROGRAM, "run", "--registry", folder / "site.reg", "--work-dir", folder,
+                        "--directory", f"ldif:{folder / 'domain.ldif'}"],
+                       timeout=WAIT_SECONDS, capture_output=True, check=False)
+        return folder
+
+    def test_installation_starts_it(self):
+        name = "Norvyn Password Expiration Service"
+        self.assertEqual(self.installed, (0, f"{name} installed.\n{name} started.\n"))
+        self.assertEqual(self.running, RUNNING)
+        self.assertEqual(self.start_type, "0x2")
+
+    def test_mails_go_out_over_tls(self):
+        warnings = [mail for mail in self.delivered if mail.recipient != ADMIN_MAIL]
+        self.assertEqual(sorted(mail.recipient for mail in warnings),
+                         sorted(address_of(name) for name in MAILED))
+        for mail in warnings:
+            name = next(name for name in MAILED if address_of(name) == mail.recipient)
+            self.assertIn("with ESMTPS", mail.message["Received"])
+            self.assertEqual(mail.message["Subject"], "Kennwort l\u00e4uft ab")
+            self.assertIn(f"Gr\u00fc\u00dfe, Given: {name} has {MAILED[name]} days.",
+                          mail.message.get_content())
+        self.assertEqual(len(self.delivered), len(warnings) + 1)
+
+    def test_calls_have_the_flags_and_release_everything(self):
+        self.assertEqual(self.calls(), expected_calls())
+
+    def test_only_the_expired_password_must_be_changed(self):
+        text = (self.folder / "domain.ldif").read_text()
+        due = re.findall(r"sAMAccountName:: (\S+)\nuserAccountControl: \d+\npwdLastSet: +0\n", text)
+        self.assertEqual(due, [encoded("expired")])
+
+    def test_files_are_those_of_a_pass_on_this_system(self):
+        names = {"norvyn-expiration-debug.log", "norvyn-expiring-soon.log", "norvyn-expired-pw.log",
+                 "pwexpirationskiplist.txt", "norvyn-expiration-report.html"}
+        there = {file.name.lower(): file.read_bytes() for file in self.logs.iterdir()}
+        here = {file.name: file.read_bytes() for file in (self.here / "logfiles").iterdir()}
+        self.assertEqual(set(there), names)
+        self.assertEqual(set(here), names)
+        report = "norvyn-expiration-report.html"
+        self.assertEqual(comparable(there.pop(report).decode("ascii")),
+                         comparable(here.pop(report).decode("ascii")))
+        for name, text in there.items():
+            self.assertEqual(text.count(b"\n"), text.count(b"\r\n"), name)
+            self.assertEqual(comparable(text.decode(CODE_PAGE).replace("\r\n", "\n")),
+                             comparable(here[name].decode()), name)
+        system = self.windows.system_folder
+        self.assertEqual((system / "norvyn-report-logo.gif").read_bytes(),
+                         (self.here / "norvyn-report-logo.gif").read_bytes())
+        self.assertIn(REFUSED, (system / "errors-norvyn-email.xml").read_text("utf-8"))
+
+    def test_mailing_day_is_in_the_registry(self):
+        self.assertEqual(self.mailing_day, hex(datetime.date.today().day))
+
+    def test_stops_and_leaves_nothing(self):
+        self.assertEqual(self.stopped, STOPPED)
+        self.assertEqual(self.program("-REMOVE"), (0, "Service successfully removed.\n"))
+        self.assert_gone()
+
+
+class ControlTest(Machine):
+    def test_outside_the_service_manager(self):
+        code, output = self.program("-x")
+        self.assertEqual(output, USAGE + "In StartServiceCtrlDispatcherError number: 1063\n")
+        self.assertEqual(code, 1063 & 0xFF)  # all that this system keeps of it
+
+    def test_pause_in_the_middle_of_a_mail(self):
+        users = {"walter": dict(age=59), "lukasz": dict(age=20), "\u0142ukasz": dict(age=65)}
+        with socket.create_server(("127.0.0.1", 0)) as server:
+            server.settimeout(WAIT_SECONDS)
+            self.prepare(users, settings(server.getsockname()[1], emailAdminReports=0, smtpStartTls=0))
+            before = (self.folder / "domain.ldif").read_text()
+            self.program("/install")
+            connection, _ = server.accept()
+            with connection:  # the worker waits for the greeting
+                self.assertEqual(self.control("pause"), PAUSED)
+                connection.sendall(b"220 ready\r\n")
+                connection.settimeout(SILENCE_SECONDS)
+                with self.assertRaises(TimeoutError):
+                    connection.recv(1)
+                self.assertEqual(self.control("continue"), RUNNING)
+                connection.settimeout(WAIT_SECONDS)
+                self.assertEqual(connection.recv(4), b"EHLO")
+        self.wait_for_report()
+        # A name that the code page cannot carry is nobody's: not that of a similar one.
+        self.assertEqual((self.folder / "domain.ldif").read_text(), before)
+        self.assertIn(user_info("?ukasz", 2221)[0], self.calls())
+        code, output = self.program("-remove")
+        self.assertEqual((code, output), (0, "Stopping service...\nService successfully removed.\n"))
+        wait_for("the end of the service", lambda: self.control("query") == b"error 1060")
+        self.assert_gone()
+
+
+if __name__ == "__main__":
+    unittest.main()
