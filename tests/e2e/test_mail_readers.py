@@ -1,0 +1,174 @@
+"""Messages of the mail library as other programs read them: Python's email package and GMime."""
+import email
+import email.policy
+import email.utils
+import pathlib
+import shutil
+import tempfile
+import unittest
+from email.header import decode_header, make_header
+
+import gi
+
+import mail_probe
+
+gi.require_version("GMime", "3.0")
+from gi.repository import GMime  # noqa: E402
+
+GMime.init()
+
+MAX_LINE, MAX_ENCODED_LINE = 998, 76  # octets, without the line end
+FROM, TO = ("Zoë Müller, IT", "zoe@example.com"), ("", "to@example.com")
+BYTES = bytes(range(256)) * 20
+HTML = "<p>gr\u00fc\u00df dich</p>"
+
+# The texts of subject and body, each in a message of its own.
+TEXTS = {
+    "ASCII": "Your password expires in 7 days",
+    "Latin-1": "Ihr Paßwort läuft in 7 Tagen ab: Größe, Übermaß",
+    "Cyrillic": "Срок действия пароля истекает через 7 дней, смените его заранее",
+    "CJK": "パスワードの有効期限は七日後に切れます。今すぐ変更してください。" * 3,
+    "emoji": "⏰ 👩‍💻 🇩🇪 key 🔑" * 9,
+    "mixed scripts": "é и 語 🔑 " * 20 + "end",
+    "300 characters": "words " * 49 + "to end",
+    "300 Cyrillic characters": "пароль" * 50,
+    "1,500 characters unbroken": "x" * 1500,
+    "almost an encoded word": "=?utf-8 =?= a=3Db ?= =E4",
+    "quotes and specials": 'a "b" <c@d.e>, (f); g:\\ h',
+}
+# Bodies whose lines are awkward.
+BODIES = {
+    "one dot": ".",
+    "dots": "..\n.\n.x",
+    "empty": "",
+    "bare LF": "one\ntwo\n\nfour",
+    "bare CR": "one\rtwo",
+    "long unbroken line": "y" * 5000,
+    "long unbroken umlauts": "ü" * 3000,
+    "trailing blanks": "one  \ntwo\t\nFrom here\n-- \nme",
+    "looks encoded": "=41=42\n--boundary\n====",
+}
+NAMES = ["plain.txt", "two words.txt", "Grüße.txt", "отчёт за год.bin", "日本語 100%.txt",
+         "it's; a=b.txt", "long" * 60 + "ß.txt", "🔑.pem"]
+
+
+def lines(text):
+    """A body without what the way of line ends may change."""
+    return text.replace("\r\n", "\n").replace("\r", "\n").rstrip("\n")
+
+
+def read_by_python(raw):
+    message = email.message_from_bytes(raw, policy=email.policy.default)
+    defects = [defect for part in message.walk() for defect in
+               [*part.defects, *(d for header in part.values() for d in header.defects)]]
+    found = {"subject": message["Subject"], "defects": defects, "texts": [], "files": {}}
+    # This package's newer half puts blanks between the encoded words of a name; its older does not.
+    older = email.message_from_bytes(raw)
+    for field in ("From", "To", "Cc"):
+        found[field] = [(str(make_header(decode_header(name))), address) for name, address in
+                        email.utils.getaddresses(older.get_all(field, []))]
+    for part in message.walk():
+        if part.get_filename():
+            found["files"][part.get_filename()] = part.get_payload(decode=True)
+        elif part.get_content_maintype() == "text":
+            found["texts"].append((part.get_content_type(), lines(part.get_content())))
+        elif not part.is_multipart():
+            found["files"][part["Content-Location"]] = part.get_payload(decode=True)
+    return found
+
+
+def read_by_gmime(raw):
+    parser = GMime.Parser.new_with_stream(GMime.StreamMem.new_with_buffer(raw))
+    message = parser.construct_message(None)
+    found = {"subject": message.get_subject(), "defects": [], "texts": [], "files": {}}
+    for field, addresses in (("From", message.get_from()), ("To", message.get_to()),
+                             ("Cc", message.get_cc())):
+        mailboxes = [addresses.get_address(i) for i in range(addresses.length())]
+        found[field] = [(box.get_name() or "", box.get_addr()) for box in mailboxes]
+    parts = GMime.PartIter.new(message)
+    while True:
+        part = parts.get_current()
+        if isinstance(part, GMime.Part):
+            stream = GMime.StreamMem.new()
+            part.get_content().write_to_stream(stream)
+            content = bytes(stream.get_byte_array())
+            if part.get_filename():
+                found["files"][part.get_filename()] = content
+            elif isinstance(part, GMime.TextPart):
+                kind = part.get_content_type().get_mime_type()
+                found["texts"].append((kind, lines(part.get_text())))
+            else:
+                found["files"][part.get_content_location()] = content
+        if not parts.next():
+            return found
+
+
+class ReadersTest(unittest.TestCase):
+    @classmethod
+    def setUpClass(cls):
+        folder = tempfile.mkdtemp(prefix="mail-readers-")
+        cls.addClassCleanup(shutil.rmtree, folder)
+        cls.folder = pathlib.Path(folder)
+
+    def check(self, calls, **expected):
+        """Builds a message, has it read by both, and compares what they found."""
+        file = self.folder / "message.eml"
+        results = mail_probe.run([("From", f'"{FROM[0]}" <{FROM[1]}>'), ("AddTo", *TO),
+                                  ("Subject", expected.get("subject", "s")), *calls,
+                                  ("SaveEml", file), ("LastErrorText",)])
+        self.assertNotIn("0", results, results[-1])
+        raw = file.read_bytes()
+        self.assertNotRegex(raw, rb"(?<!\r)\n|\r(?!\n)|\0")
+        self.assertLessEqual(max(map(len, raw.split(b"\r\n"))), MAX_LINE)
+        self.assertEqual([line for line in raw.partition(b"\r\n\r\n")[0].split(b"\r\n")
+                          if b"=?" in line and len(line) > MAX_ENCODED_LINE], [])
+        expected = {"subject": "s", "From": [FROM], "To": [TO], "Cc": [], "defects": [],
+                    "texts": [("text/plain", "")], "files": {}, **expected}
+        for reader in (read_by_python, read_by_gmime):
+            found = reader(raw)
+            for what, value in expected.items():
+                self.assertEqual(found[what], value, (reader.__name__, what, raw[:3000]))
+
+    def test_texts(self):
+        for what, text in TEXTS.items():
+            with self.subTest(what):
+                self.check([("Body", text)], subject=text, texts=[("text/plain", text)])
+            with self.subTest(what + ", in HTML"):
+                self.check([("SetHtmlBody", text), ("AddPlainTextAlternativeBody", text)],
+                           subject=text, texts=[("text/plain", text), ("text/html", text)])
+
+    def test_bodies(self):
+        for what, text in BODIES.items():
+            with self.subTest(what):
+                self.check([("Body", text)], texts=[("text/plain", lines(text))])
+
+    def test_recipients(self):
+        # A name of each text, 200 in all, and their addresses; Bcc is for the envelope only.
+        names = [f"{list(TEXTS.values())[i % 5][:60]} {i}" for i in range(200)]
+        people = [(name, f"user{i}@example.com") for i, name in enumerate(names)]
+        self.check([*(("AddTo", *person) for person in people[:150]),
+                    *(("AddCC", *person) for person in people[150:]),
+                    ("AddBcc", "Hidden", "hidden@example.com")],
+                   To=[TO, *people[:150]], Cc=people[150:])
+
+    def test_attachments(self):
+        file = self.folder / "Übersicht – 総覧.bin"
+        file.write_bytes(BYTES)
+        text = "приложение\r\n.\r\n"
+        self.check([("Body", "see"), *(("AddStringAttachment", name, text) for name in NAMES),
+                    ("AddFileAttachment", file)],
+                   texts=[("text/plain", "see")],
+                   files={**{name: text.encode() for name in NAMES}, file.name: BYTES})
+
+    def test_everything_at_once(self):
+        image = self.folder / "logo.gif"
+        image.write_bytes(b"GIF89a" + BYTES)
+        self.check([("SetHtmlBody", HTML), ("AddRelatedFile2", image, "images/logo.gif"),
+                    ("AddPlainTextAlternativeBody", "grüß dich"),
+                    ("AddStringAttachment", "Grüße.txt", "a")],
+                   texts=[("text/plain", "grüß dich"), ("text/html", HTML)],
+                   files={"images/logo.gif": image.read_bytes(), "Grüße.txt": b"a"})
+
+
+if __name__ == "__main__":
+    unittest.main()
