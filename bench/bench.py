@@ -92,8 +92,13 @@ class LdifSite:
     def seconds(self):
         return statistics.median(seconds for seconds, _ in self.results)
 
+    def best_seconds(self):
+        """To compare sizes by: a neighbour on the machine meets a long run more often than a short
+        one, so the median would tell of the neighbour."""
+        return min(seconds for seconds, _ in self.results)
+
     def microseconds_a_user(self):
-        return self.seconds() * 1_000_000 / self.users
+        return self.best_seconds() * 1_000_000 / self.users
 
     def memory(self):
         return max(memory for _, memory in self.results)
@@ -110,7 +115,7 @@ def bench_ldif(table):
         small, middle, large = sites = [LdifSite(folder, users)
                                         for users in (10_000, 100_000, 1_000_000)]
         for _ in range(ROUNDS):
-            for site in (small, small, small, middle, large):
+            for site in (small, small, small, middle, middle, large):
                 site.measure()
         for site in sites:
             site.check()
@@ -119,9 +124,10 @@ def bench_ldif(table):
               "< 2 s", seconds < 2)
     table.row("LDIF, 100,000 users, peak memory", f"{middle.memory():.0f} MB", "< 300 MB",
               middle.memory() < 300)
-    ratio = large.seconds() / seconds
+    ratio = large.best_seconds() / middle.best_seconds()
     table.row(f"LDIF, 1,000,000 users ({large.memory():.0f} MB), to 100,000",
-              f"{large.seconds():.2f} s", "12.00 x", ratio <= 12, f"{seconds:.2f} s", ratio)
+              f"{large.best_seconds():.2f} s", "12.00 x", ratio <= 12,
+              f"{middle.best_seconds():.2f} s", ratio)
     ratio = large.microseconds_a_user() / small.microseconds_a_user()
     table.row("LDIF, time a user at 1,000,000, to 10,000", f"{large.microseconds_a_user():.2f} us",
               "1.20 x", ratio <= 1.2, f"{small.microseconds_a_user():.2f} us", ratio)
