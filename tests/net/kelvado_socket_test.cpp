@@ -6,6 +6,7 @@
 #include <gtest/gtest.h>
 
 #include "mail/mime/error_log.h"
+#include "mail/mime/identifiers.h"
 #include "net/host_resolver.h"
 #include "net/socket_errors.h"
 #include "tests/support/manual_clock.h"
@@ -31,11 +32,14 @@ class FakeNetwork : public platform::SocketApi {
   std::deque<std::string> incoming;  // what each receive finds; empty text: the peer closed
   std::uint32_t arrivalMs = 0;       // between two of them
   std::vector<std::uint32_t> waits;
+  SocketError startResult = kSocketOk;
+  std::string ownName = "pc", officialName;
 
   SocketError resolve(const std::string& host, platform::ResolvedHost& result) override {
     lookedUp.push_back(host);
     clock_.ticks += lookupMs;
     result.addresses = {"192.0.2.1", "192.0.2.2"};
+    result.officialName = officialName;
     return lookupError;
   }
   SocketError connect(SocketHandle, const std::string& address, std::uint16_t) override {
@@ -64,8 +68,11 @@ class FakeNetwork : public platform::SocketApi {
     return kSocketOk;
   }
 
-  SocketError start() override { return kSocketOk; }
-  SocketError hostName(std::string&) override { return kSocketOk; }
+  SocketError start() override { return startResult; }
+  SocketError hostName(std::string& name) override {
+    name = ownName;
+    return name.empty() ? platform::kWsaInvalid : kSocketOk;
+  }
   SocketHandle open(SocketError&) override { return 7; }
   SocketError pendingError(SocketHandle) override { return kSocketOk; }
   void close(SocketHandle) override {}
@@ -190,6 +197,25 @@ TEST(ProgressMonitor, HeartbeatsSurviveATickCountThatWraps) {
   EXPECT_FALSE(progress.abortCheck());
   clock.ticks = 70;
   EXPECT_TRUE(progress.abortCheck());
+}
+
+TEST_F(KelvadoSocketTest, TheMachinesNameFallsBackStepByStep) {
+  const auto check = [this](SocketError start, const std::string& own, SocketError lookup,
+                            const char* official, const std::string& name) {
+    network.startResult = start;
+    network.ownName = own;
+    network.lookupError = lookup;
+    network.officialName = official;
+    EXPECT_EQ(readLocalHostName(network, log), name);
+    EXPECT_EQ(logged("WSA startup failed for getting local hostname"), start != kSocketOk);
+  };
+  check(kSocketOk, "pc", kSocketOk, "pc.example.org", "pc.example.org");
+  check(kSocketOk, "pc", platform::kWsaHostNotFound, "", "pc");
+  check(kSocketOk, "", platform::kWsaHostNotFound, "", "unknown");
+  check(kSocketOk, "pc", kSocketOk, "", "unknown");
+  check(kSocketOk, "pc", kSocketOk, "e>\r\nvil <x", "evilx");
+  check(kSocketOk, std::string(600, 'x'), platform::kWsaHostNotFound, "", std::string(500, 'x'));
+  check(platform::kWsaInvalid, "pc", kSocketOk, "pc", "unknown");
 }
 
 TEST(SocketErrors, AreToldInWords) {

@@ -5,6 +5,7 @@
 #include "platform/files.h"
 #include "tests/support/manual_clock.h"
 #include "tests/support/temp_dir.h"
+#include "tests/support/text_file.h"
 
 namespace {
 
@@ -103,9 +104,8 @@ TEST(RunReport, IsTheExactPage) {
     EXPECT_EQ(report.mailReport(),
               std::string(kHead) + "<body><img src=images/logo.gif>\n" + sections);
     ASSERT_TRUE(report.writeFileReport());
-    std::string file;
-    platform::readWholeFile(notify::kReportFile, file);
-    EXPECT_EQ(file, std::string(kHead) + "<body><img src=../norvyn-report-logo.gif>\n" + sections);
+    EXPECT_EQ(test_support::readBytes(notify::kReportFile),
+              std::string(kHead) + "<body><img src=../norvyn-report-logo.gif>\n" + sections);
   }
 }
 

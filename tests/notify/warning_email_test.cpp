@@ -7,8 +7,8 @@
 
 #include "console/smtp_catcher.h"
 #include "platform/file/reg_registry.h"
-#include "platform/files.h"
 #include "tests/support/test_site.h"
+#include "tests/support/text_file.h"
 
 namespace {
 
@@ -47,8 +47,7 @@ TEST(WarningEmail, TakesTheFixedWordsOnceThePasswordHasExpired) {
     EXPECT_TRUE(notify::sendWarningEmail({*registry, site.clock, log, settings, user}, "walter",
                                          "walter@site.example", c.countdown));
     ASSERT_EQ(catcher.savedFiles().size(), 1U);
-    std::string mail;
-    platform::readWholeFile(catcher.savedFiles()[0], mail);
+    const std::string mail = test_support::readBytes(catcher.savedFiles()[0]);
     for (const char* expected :
          {c.part, c.contentType, "\r\nX-Priority: 1\r\n", "\r\nSubject: Change it\r\n",
           "\r\nFrom: \"Help Desk\" <desk@site.example>\r\n"}) {

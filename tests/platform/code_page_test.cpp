@@ -54,6 +54,8 @@ TEST(CodePages, ConvertBothWays) {
     std::string utf8;
   } cases[] = {
       {1252, "\x80 \xFC", "\u20AC \u00FC"},
+      {20866, "\xF0", "\u041F"},
+      {950, "\xBA\x7E", "\u6F22"},
       {932, "\x93\xFA\x96{", "\u65E5\u672C"},
       {50220, "\x1B$BF|\x1B(B", "\u65E5"},  // back in the initial state at the end
       {37, "\xC1", "A"},

@@ -8,17 +8,14 @@
 #include <gtest/gtest.h>
 
 #include "tests/support/temp_dir.h"
+#include "tests/support/text_file.h"
 
 namespace platform {
 namespace {
 
-using namespace std::string_literals;
+using test_support::readBytes;
 
-std::string contents(const std::string& name) {
-  std::string bytes;
-  EXPECT_TRUE(readWholeFile(name, bytes)) << name;
-  return bytes;
-}
+using namespace std::string_literals;
 
 class Files : public testing::Test {
  protected:
@@ -61,7 +58,7 @@ TEST_F(Files, FailuresAreAnsweredNotSilent) {
   EXPECT_EQ(errno, EFBIG);
   EXPECT_FALSE(createDirectory("file"));
   EXPECT_TRUE(overwriteInFile("file", 2, "xy"));
-  EXPECT_EQ(contents("file"), "12xy5");
+  EXPECT_EQ(readBytes("file"), "12xy5");
 }
 
 }  // namespace

@@ -1,24 +1,18 @@
-#include <cerrno>
 #include <filesystem>
-#include <iterator>
 #include <string>
 
 #include <gtest/gtest.h>
-#include <sys/resource.h>
 
 #include "platform/files.h"
 #include "tests/support/temp_dir.h"
+#include "tests/support/text_file.h"
 
 namespace platform {
 namespace {
 
-namespace fs = std::filesystem;
+using test_support::readBytes;
 
-std::string contents(const std::string& name) {
-  std::string bytes;
-  EXPECT_TRUE(readWholeFile(name, bytes)) << name;
-  return bytes;
-}
+namespace fs = std::filesystem;
 
 class PosixFiles : public testing::Test {
  protected:
@@ -31,14 +25,14 @@ TEST_F(PosixFiles, ARelativeNameIsOneFileInAnyLetterCase) {
   ASSERT_TRUE(appendToFile("LogFiles\\Debug.LOG", "1"));
   ASSERT_TRUE(appendToFile(".\\logfiles\\debug.log", "2"));
   EXPECT_TRUE(fs::exists("logfiles/debug.log"));  // made in lower case
-  EXPECT_EQ(contents("LOGFILES/Debug.log"), "12");
+  EXPECT_EQ(readBytes("LOGFILES/Debug.log"), "12");
 
   fs::create_directory("Lists");
   fs::rename("logfiles/debug.log", "Lists/Users.TXT");
-  EXPECT_EQ(contents("lists\\users.txt"), "12");  // found in the case it has
+  EXPECT_EQ(readBytes("lists\\users.txt"), "12");  // found in the case it has
   EXPECT_TRUE(appendToFile("lists\\USERS.txt", "3"));
   EXPECT_TRUE(appendToFile("lists\\More.txt", "4"));
-  EXPECT_EQ(contents("Lists/Users.TXT"), "123");
+  EXPECT_EQ(readBytes("Lists/Users.TXT"), "123");
   EXPECT_TRUE(fs::exists("Lists/more.txt"));
 }
 
@@ -58,26 +52,8 @@ TEST_F(PosixFiles, ReplacingKeepsLinksAndIsForTheOwnerOnly) {
   fs::create_symlink("real.reg", "link.reg");
   EXPECT_TRUE(replaceFileAtomically("link.reg", "new"));
   EXPECT_TRUE(fs::is_symlink("link.reg"));
-  EXPECT_EQ(contents("real.reg"), "new");
+  EXPECT_EQ(readBytes("real.reg"), "new");
   EXPECT_EQ(fs::status("real.reg").permissions(), fs::perms(0600));
-}
-
-TEST_F(PosixFiles, AFullDiskLeavesTheOldFileWholeAndNothingBesideIt) {
-  ASSERT_TRUE(writeWholeFile("site.reg", "old"));
-  rlimit before{};
-  ASSERT_EQ(getrlimit(RLIMIT_FSIZE, &before), 0);
-  rlimit small = before;
-  small.rlim_cur = 1000;
-  ASSERT_EQ(setrlimit(RLIMIT_FSIZE, &small), 0);
-  const bool replaced = replaceFileAtomically("site.reg", std::string(2000, 'x'));
-  const int reason = errno;
-  const bool appended = appendToFile("some.log", std::string(2000, 'x'));
-  setrlimit(RLIMIT_FSIZE, &before);
-  EXPECT_FALSE(replaced);
-  EXPECT_EQ(reason, EFBIG);
-  EXPECT_FALSE(appended);
-  EXPECT_EQ(contents("site.reg"), "old");
-  EXPECT_EQ(std::distance(fs::directory_iterator("."), {}), 2);
 }
 
 }  // namespace

@@ -8,20 +8,16 @@
 
 #include "platform/files.h"
 #include "tests/support/temp_dir.h"
+#include "tests/support/text_file.h"
 
 namespace platform {
 namespace {
 
 using namespace std::string_literals;
+using test_support::readBytes;
 
 constexpr const char* kSite =
     "REGEDIT4\n\n[HKEY_LOCAL_MACHINE\\Software\\Site]\n\"name\"=\"one\"\n";
-
-std::string contents(const char* file) {
-  std::string bytes;
-  readWholeFile(file, bytes);
-  return bytes;
-}
 
 std::string text(Registry& registry, const std::string& name) {
   std::unique_ptr<RegistryKey> key;
@@ -52,18 +48,6 @@ class RegRegistryTest : public testing::Test {
   test_support::TempDir directory_;
 };
 
-TEST_F(RegRegistryTest, LoadErrorsAreOneLineThatNamesFileAndPlace) {
-  std::string error;
-  EXPECT_EQ(RegRegistry::load("missing.reg", error), nullptr);
-  EXPECT_EQ(error, absolutePath("missing.reg") + ": No such file or directory");
-
-  const std::string wrong = kSite + "smtpPassword=secret\n"s;
-  writeWholeFile("wrong.reg", wrong);
-  EXPECT_EQ(RegRegistry::load("wrong.reg", error), nullptr);
-  EXPECT_EQ(error, absolutePath("wrong.reg") + ":5: neither a key, a value nor a comment");
-  EXPECT_EQ(contents("wrong.reg"), wrong);
-}
-
 TEST_F(RegRegistryTest, FollowsTheFileAndKeepsItsValuesWhileTheFileIsWrong) {
   const auto registry = load();
   writeWholeFile("site.reg", kSite + "\"more\"=\"two\"\n"s);
@@ -83,7 +67,7 @@ TEST_F(RegRegistryTest, AWriteKeepsWhatSomebodyElseWroteMeanwhile) {
   ASSERT_EQ(registry->openKey("Software\\Site", RegistryAccess::All, key), kErrorSuccess);
   writeWholeFile("site.reg", kSite + "; by hand\n"s);
   EXPECT_EQ(key->setValue("more", {RegistryType::String, "two\0"s}), kErrorSuccess);
-  EXPECT_EQ(contents("site.reg"), kSite + "\"more\"=\"two\"\n; by hand\n"s);
+  EXPECT_EQ(readBytes("site.reg"), kSite + "\"more\"=\"two\"\n; by hand\n"s);
   EXPECT_EQ(text(*registry, "more"), "two");
 }
 
@@ -92,12 +76,12 @@ TEST_F(RegRegistryTest, AWrongFileIsNeverWritten) {
   const std::string wrong = kSite + "wrong\n"s;
   writeWholeFile("site.reg", wrong);
   EXPECT_EQ(setText(*registry, "name", "two"), kErrorWriteFault);
-  EXPECT_EQ(contents("site.reg"), wrong);
+  EXPECT_EQ(readBytes("site.reg"), wrong);
   EXPECT_EQ(text(*registry, "name"), "one");
 
   writeWholeFile("site.reg", kSite);
   EXPECT_EQ(setText(*registry, "name\nwrong", "two"), kErrorWriteFault);  // no way to write it
-  EXPECT_EQ(contents("site.reg"), kSite);
+  EXPECT_EQ(readBytes("site.reg"), kSite);
 }
 
 TEST_F(RegRegistryTest, WritersAtTheSameTimeLoseNothing) {

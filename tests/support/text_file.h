@@ -19,4 +19,11 @@ inline std::string readText(const std::string& name) {
   return platform::utf16ToUtf8(platform::ansiToUtf16(text));
 }
 
+// The bytes on disk; empty when the file cannot be read.
+inline std::string readBytes(const std::string& name) {
+  std::string bytes;
+  platform::readWholeFile(name, bytes);
+  return bytes;
+}
+
 }  // namespace test_support

@@ -7,12 +7,11 @@
 
 #include "mail/mime/content_type.h"
 #include "mail/mime/content_types_by_extension.h"
-#include "mail/mime/error_log.h"
 #include "mail/mime/header_writer.h"
 #include "mail/mime/identifiers.h"
 #include "mail/mime/mail_date.h"
 #include "mail/mime/mime_parameter.h"
-#include "platform/socket_api.h"
+#include "tests/mail/mime/text_checks.h"
 
 namespace kelvado {
 namespace {
@@ -22,16 +21,6 @@ std::string onTheWire(std::string_view name, std::string_view value,
   std::string out;
   appendHeaderField({std::string(name), std::string(value)}, charset, out);
   return out;
-}
-
-std::size_t longestLine(const std::string& text) {
-  std::size_t longest = 0;
-  for (std::size_t at = 0; at < text.size();) {
-    const std::size_t end = std::min(text.find("\r\n", at), text.size());
-    longest = std::max(longest, end - at);
-    at = end + 2;
-  }
-  return longest;
 }
 
 TEST(HeaderWriter, FoldsAndEncodes) {
@@ -127,10 +116,7 @@ TEST(ContentType, ReadsWhatOthersWrite) {
   EXPECT_EQ(html.type, "text/html");
   EXPECT_EQ(html.charset, "utf-8");
   EXPECT_TRUE(html.flowed);
-  struct Row {
-    std::string_view value, name;
-  };
-  const Row rows[] = {
+  const std::pair<std::string_view, std::string_view> rows[] = {
       {"a/b; name=plain.txt", "plain.txt"},
       {"a/b; name=\"q\\\"uo;ted\"", "q\"uo;ted"},
       {"a/b; name*=iso-8859-1'de'%FC.txt", "\xC3\xBC.txt"},
@@ -143,7 +129,7 @@ TEST(ContentType, ReadsWhatOthersWrite) {
       {"a/b; name=\"open", "open"},
       {"", ""},
   };
-  for (const Row& row : rows) EXPECT_EQ(parseContentType(row.value).name, row.name) << row.value;
+  for (const auto& [value, name] : rows) EXPECT_EQ(parseContentType(value).name, name) << value;
 }
 
 TEST(MimeParameter, LongNamesComeBackInPieces) {
@@ -173,80 +159,6 @@ TEST(Identifiers, HaveTheirLayouts) {
   EXPECT_EQ(boundaryFrom("3f2a91c7-0b1d-44e2-8899-abcd9c0f1a2b", kAlternativeMarker),
             "-----_kelvado_3f2_a91c_0b1d44e2.abcd9c0f_.ALT");
   EXPECT_NE(generateBoundary(kMixedMarker), generateBoundary(kMixedMarker));
-}
-
-class HostNames : public platform::SocketApi {
- public:
-  platform::SocketError start() override { return startResult; }
-  platform::SocketError hostName(std::string& name) override {
-    name = own;
-    return own.empty() ? platform::kWsaInvalid : platform::kSocketOk;
-  }
-  platform::SocketError resolve(const std::string&, platform::ResolvedHost& host) override {
-    host.officialName = official;
-    return resolves ? platform::kSocketOk : platform::kWsaHostNotFound;
-  }
-  platform::SocketHandle open(platform::SocketError&) override { return platform::kInvalidSocket; }
-  platform::SocketError connect(platform::SocketHandle, const std::string&,
-                                std::uint16_t) override {
-    return platform::kWsaInvalid;
-  }
-  platform::SocketError pendingError(platform::SocketHandle) override {
-    return platform::kWsaInvalid;
-  }
-  void close(platform::SocketHandle) override {}
-  Ready waitReadable(platform::SocketHandle, std::uint32_t, platform::SocketError&) override {
-    return Ready::Failed;
-  }
-  Ready waitWritable(platform::SocketHandle, std::uint32_t, platform::SocketError&) override {
-    return Ready::Failed;
-  }
-  platform::SocketError send(platform::SocketHandle, std::string_view, std::size_t&) override {
-    return platform::kWsaInvalid;
-  }
-  platform::SocketError receive(platform::SocketHandle, char*, std::size_t, std::size_t&) override {
-    return platform::kWsaInvalid;
-  }
-  platform::SocketHandle listenOnLoopback(std::uint16_t&, platform::SocketError&) override {
-    return platform::kInvalidSocket;
-  }
-  platform::SocketHandle accept(platform::SocketHandle, platform::SocketError&) override {
-    return platform::kInvalidSocket;
-  }
-
-  platform::SocketError startResult = platform::kSocketOk;
-  std::string own, official;
-  bool resolves = false;
-};
-
-TEST(LocalHostName, FallsBackStepByStep) {
-  struct Row {
-    platform::SocketError start;
-    std::string own;
-    bool resolves;
-    std::string official, name;
-  };
-  const Row rows[] = {
-      {0, "pc", true, "pc.example.org", "pc.example.org"},
-      {0, "pc", false, "", "pc"},
-      {0, "", false, "", "unknown"},
-      {0, "pc", true, "", "unknown"},
-      {0, "pc", true, "e>\r\nvil <x", "evilx"},
-      {0, std::string(600, 'x'), false, "", std::string(500, 'x')},
-      {platform::kWsaInvalid, "pc", true, "pc", "unknown"},
-  };
-  for (const Row& row : rows) {
-    HostNames sockets;
-    sockets.startResult = row.start;
-    sockets.own = row.own;
-    sockets.resolves = row.resolves;
-    sockets.official = row.official;
-    ErrorLog log;
-    EXPECT_EQ(readLocalHostName(sockets, log), row.name);
-    const bool logged =
-        log.text().find("WSA startup failed for getting local hostname") != std::string::npos;
-    EXPECT_EQ(logged, row.start != platform::kSocketOk);
-  }
 }
 
 TEST(MailDate, FormatsLocalTimeAndZone) {

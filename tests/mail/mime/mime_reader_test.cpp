@@ -6,7 +6,7 @@
 #include "mail/mime/error_log.h"
 #include "mail/mime/mime_message2.h"
 #include "mail/mime/text_tools.h"
-#include "tests/mail/mime/utf8_email.h"
+#include "tests/mail/mime/text_checks.h"
 
 namespace kelvado {
 namespace {
@@ -22,29 +22,6 @@ std::string written(const Email2& message) {
   std::string out;
   message.appendMime(out);
   return out;
-}
-
-TEST(MimeReader, ReadsBackWhatTheLibraryWrites) {
-  Utf8Email email;
-  email.put_From("J\xC3\xB6rg, \"x\" <f@x.org>");
-  email.AddTo("\xE6\xBC\xA2\xE5\xAD\x97", "a@x.org");
-  email.AddTo("Doe, J", "b@x.org");
-  email.put_Subject(std::string(300, 'x').c_str());
-  email.SetHtmlBody(
-      "<p>Gr\xC3\xBC\xC3\x9F"
-      "e \n</p>");
-  email.AddPlainTextAlternativeBody(std::string(5000, 'y').c_str());
-  email.AddRelatedString("s.css", "p{}");
-  email.AddStringAttachment("\xC3\xBC long name that goes on and on and on and on and on.txt",
-                            "text \xC3\xBC\n");
-  email.AddDataAttachment("b.bin", "\0\r\n\xFF", 4);
-  const std::string mime = email.GetMime();
-  EXPECT_EQ(written(*parsed(mime)), mime);
-  Utf8Email read;
-  ASSERT_TRUE(read.SetFromMimeText(mime.c_str()));
-  for (const char* field : {"From", "To", "Subject", "Message-ID", "Date"}) {
-    EXPECT_STREQ(read.GetHeaderField(field), email.GetHeaderField(field));
-  }
 }
 
 TEST(MimeReader, ReadsHeadersAsOthersWriteThem) {
@@ -179,14 +156,24 @@ TEST(MimeReader, RefusesWhatGoesBeyondItsLimits) {
   }
 }
 
-TEST(MimeReader, SurvivesDamagedText) {
+TEST(MimeReader, ReadsBackWhatTheLibraryWritesAndSurvivesDamage) {
   Utf8Email email;
-  email.put_From("J\xC3\xB6rg <f@x.org>");
-  email.AddTo("\"a\" (b)", "a@x.org");
-  email.SetHtmlBody("<p>\xC3\xBC");
-  email.AddPlainTextAlternativeBody("p");
-  email.AddStringAttachment("\xC3\xBC.txt", "t");
+  email.put_From("J\xC3\xB6rg, \"x\" <f@x.org>");
+  email.AddTo("\xE6\xBC\xA2\xE5\xAD\x97", "a@x.org");
+  email.AddTo("\"a\" (b)", "b@x.org");
+  email.put_Subject(std::string(300, 'x').c_str());
+  email.SetHtmlBody("<p>\xC3\xBC \n</p>");
+  email.AddPlainTextAlternativeBody(std::string(100, 'y').c_str());
+  email.AddRelatedString("s.css", "p{}");
+  email.AddStringAttachment("\xC3\xBC long name that goes on and on and on and on and on.txt", "t");
+  email.AddDataAttachment("b.bin", "\0\r\n\xFF", 4);
   const std::string mime = email.GetMime();
+  EXPECT_EQ(written(*parsed(mime)), mime);
+  Utf8Email read;
+  ASSERT_TRUE(read.SetFromMimeText(mime.c_str()));
+  for (const char* field : {"From", "To", "Subject", "Message-ID", "Date"}) {
+    EXPECT_STREQ(read.GetHeaderField(field), email.GetHeaderField(field));
+  }
   // Each cut and each changed byte gives some message, and what is written of it can be read.
   constexpr std::string_view kBytes("\0\r\n\"<(:;=?-\xFF", 12);
   for (std::size_t at = 0; at < mime.size(); ++at) {

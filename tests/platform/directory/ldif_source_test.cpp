@@ -11,6 +11,7 @@
 #include "platform/file/byte_lines.h"
 #include "platform/files.h"
 #include "tests/support/temp_dir.h"
+#include "tests/support/text_file.h"
 
 namespace {
 
@@ -43,11 +44,7 @@ class LdifSourceTest : public testing::Test {
   NetStatus expire(const DirectoryEntry& entry) {
     return LdifSource(kFile).expirePassword(entry, error);
   }
-  static std::string fileText() {
-    std::string text;
-    readWholeFile(kFile, text);
-    return text;
-  }
+  static std::string fileText() { return test_support::readBytes(kFile); }
 
   test_support::TempDir directory;
   DirectoryError error;
