@@ -1,326 +1,333 @@
-// The service's command line, its installation and its life under a service manager: which calls
-// are made in which order, and every text and status on the way, with each call failing in turn.
+// The service's command line, its installation and its life under a service manager that records
+// every call: which calls are made in which order, with every text and status, and each call
+// failing in turn.
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include "config/format_text.h"
+#include "platform/file/reg_registry.h"
+#include "platform/files.h"
 #include "service/expiration_worker.h"
 #include "service/service_entry.h"
 #include "service/service_installer.h"
-#include "tests/support/fake_service_system.h"
 #include "tests/support/test_site.h"
 
 namespace {
 
-using service::ServiceValues;
-using test_support::FakeServiceSystem;
-using testing::ElementsAre;
-using testing::ElementsAreArray;
-using Lines = std::vector<std::string>;
+using namespace platform;
+using testing::EndsWith;
+using testing::HasSubstr;
+
+constexpr WinError kFault = 1234;  // "(0x4d2)"
+
+using Handler = std::function<void(ServiceControlCode)>;
+
+class FakeSystem : public ServiceControl, public WorkerThreads, public Process {
+ public:
+  std::string calls;             // a line for each
+  std::string failing = "none";  // how the line of the failing call begins
+  std::vector<int> controls;     // what comes while the service waits
+  ServiceState installed = ServiceState::Running;
+  std::string message = "Out of luck.\r\n";
+  test_support::ManualClock clock;
+
+  service::ServiceSystem system() { return {*this, *this, *this, clock}; }
+
+  bool startDispatcher(const std::string& name, std::function<void()> main) override {
+    if (!call("dispatch " + name)) return false;
+    main();
+    return true;
+  }
+  ServiceHandle registerHandler(const std::string& name, Handler handler) override {
+    handler_ = std::move(handler);
+    return call("register " + name) ? 7 : 0;
+  }
+  bool setStatus(ServiceHandle handle, const ServiceStatus& s) override {
+    return call(config::formatText("status %u,%u,%u,%u,%u,%u,%u to %d", s.type,
+                                   static_cast<unsigned>(s.state), s.controlsAccepted, s.exitCode,
+                                   s.serviceSpecificCode, s.checkPoint, s.waitHint,
+                                   static_cast<int>(handle)));
+  }
+  ServiceHandle openManager(ManagerAccess access) override {
+    return call(access == ManagerAccess::All ? "manager all" : "manager connect") ? 1 : 0;
+  }
+  ServiceHandle createService(ServiceHandle manager, const NewService& s) override {
+    return call("create " + std::to_string(manager) + ' ' + s.name + '|' + s.displayName + '|' +
+                s.imagePath + '|' + s.dependencies + '|' + std::to_string(s.type) +
+                std::to_string(s.startType) + std::to_string(s.errorControl))
+               ? 2
+               : 0;
+  }
+  ServiceHandle openService(ServiceHandle manager, const std::string& name) override {
+    return call("open " + std::to_string(manager) + ' ' + name) ? 2 : 0;
+  }
+  bool startService(ServiceHandle h) override { return call("start", h); }
+  bool queryStatus(ServiceHandle h, ServiceStatus& status) override {
+    if (!call("query", h)) return false;
+    status.state = installed;
+    return true;
+  }
+  bool control(ServiceHandle h, ServiceControlCode code, ServiceStatus&) override {
+    return call("control " + std::to_string(static_cast<int>(code)), h);
+  }
+  bool deleteService(ServiceHandle h) override { return call("delete", h); }
+  void closeHandle(ServiceHandle h) override { call("close", h); }
+  // A registry file of the test stands for the manager's.
+  WinError connectRegistry(std::unique_ptr<Registry>& registry) override {
+    std::string error;
+    registry = RegRegistry::load("services.reg", error);
+    return call("connect registry") ? kErrorSuccess : kFault;
+  }
+
+  ThreadHandle createThread(std::function<void()> body) override {
+    worker = std::move(body);
+    return call("thread") ? 8 : 0;
+  }
+  bool suspend(ThreadHandle h) override { return call("suspend", h); }
+  bool resume(ThreadHandle h) override { return call("resume", h); }
+  void closeThread(ThreadHandle h) override { call("close thread", h); }
+  EventHandle createEvent() override { return call("event") ? 9 : 0; }
+  bool setEvent(EventHandle h) override { return call("set", h); }
+  void closeEvent(EventHandle h) override { call("close event", h); }
+  void wait(EventHandle h) override {
+    call("wait", h);
+    worker();
+    for (const int code : controls) {
+      calls += "-> " + std::to_string(code) + '\n';
+      handler_(static_cast<ServiceControlCode>(code));
+    }
+  }
+
+  WinError lastError() override { return error_; }
+  std::string errorMessage(WinError) override { return message; }
+  std::string imagePath() override { return call("path") ? "C:\\A B\\pwLapseSvc.exe" : ""; }
+  void exit(std::uint32_t code) override { call("exit", code); }
+
+ private:
+  bool call(const std::string& what, std::uintptr_t handle) {
+    return call(what + ' ' + std::to_string(handle));
+  }
+  bool call(const std::string& line) {
+    calls += line + '\n';
+    const bool works = !line.starts_with(failing);
+    if (!works) error_ = kFault;
+    return works;
+  }
+
+  std::function<void()> worker;
+  Handler handler_;
+  WinError error_ = 0;
+};
 
 struct FakeWork : service::ServiceWork {
-  platform::WinError readStatus = platform::kErrorSuccess;
+  WinError readStatus = kErrorSuccess;
   std::uint32_t intervalSeen = 0;
-  platform::WinError readValues(ServiceValues& values) override {
+  WinError readValues(service::ServiceValues& values) override {
     values.intervalMs = 4711;
     return readStatus;
   }
-  void run(const ServiceValues& values) override { intervalSeen = values.intervalMs; }
+  void run(const service::ServiceValues& values) override { intervalSeen = values.intervalMs; }
 };
 
-constexpr const char* kUsage =
-    "NRVPasswordExpiration -install          install service\n"
-    "NRVPasswordExpiration -remove           remove service\n";
-
 // What the program prints for these arguments.
-std::string enter(FakeServiceSystem& fake, const Lines& arguments, FakeWork work = {}) {
+std::string enter(FakeSystem& fake, const std::vector<std::string>& arguments) {
+  FakeWork work;
   testing::internal::CaptureStdout();
   EXPECT_EQ(service::enterService(arguments, fake.system(), work), 0);
   return testing::internal::GetCapturedStdout();
 }
 
+const std::string kUsage =
+    "NRVPasswordExpiration -install          install service\n"
+    "NRVPasswordExpiration -remove           remove service\n";
+
 TEST(ServiceEntry, TakesItsSwitchesInAnyCaseAndWithEitherSign) {
-  const struct {
-    Lines arguments;
-    const char* firstCall;
-  } cases[] = {
-      {{"/INSTALL"}, "GetModuleFileNameA"},
-      {{"-Install", "-remove"}, "GetModuleFileNameA"},
-      {{"-remove"}, "OpenSCManagerA connect"},
-      {{"/ReMoVe"}, "OpenSCManagerA connect"},
-      {{}, "StartServiceCtrlDispatcherA Pwsentry Pro Password Expiration Service"},
-      {{""}, "StartServiceCtrlDispatcherA Pwsentry Pro Password Expiration Service"},
-      {{"install"}, "StartServiceCtrlDispatcherA Pwsentry Pro Password Expiration Service"},
-      {{"-installs"}, "StartServiceCtrlDispatcherA Pwsentry Pro Password Expiration Service"},
-      {{"x", "-install"}, "StartServiceCtrlDispatcherA Pwsentry Pro Password Expiration Service"},
-  };
-  for (const auto& c : cases) {
-    FakeServiceSystem fake;
-    const std::string printed = enter(fake, c.arguments);
-    EXPECT_EQ(fake.calls.at(0), c.firstCall);
-    const bool runs = fake.calls.at(0).starts_with("StartService");
-    EXPECT_EQ(printed == kUsage, runs) << printed;
+  const std::pair<std::vector<std::string>, const char*> cases[] = {
+      {{"/INSTALL"}, "path"},         {{"-Install", "-remove"}, "path"},
+      {{"/ReMoVe"}, "manager"},       {{""}, "dispatch"},
+      {{"install"}, "dispatch"},      {{"-installs"}, "dispatch"},
+      {{"x", "-install"}, "dispatch"}};
+  for (const auto& [arguments, firstCall] : cases) {
+    FakeSystem fake;
+    fake.failing = firstCall;
+    const std::string printed = enter(fake, arguments);
+    EXPECT_TRUE(fake.calls.starts_with(firstCall)) << fake.calls;
+    if (*firstCall != 'd') continue;
+    EXPECT_EQ(printed, kUsage + "In StartServiceCtrlDispatcherError number: 1234\n");
+    EXPECT_EQ(fake.calls, "dispatch Pwsentry Pro Password Expiration Service\nexit 1234\n");
   }
 }
 
-TEST(ServiceEntry, EndsThroughTheFatalErrorOutsideTheServiceManager) {
-  FakeServiceSystem fake;
-  fake.failing["StartServiceCtrlDispatcherA"] = 1063;
-  EXPECT_EQ(enter(fake, {"-x"}),
-            std::string(kUsage) + "In StartServiceCtrlDispatcherError number: 1063\n");
-  EXPECT_EQ(fake.calls.back(), "ExitProcess 1063");
-  EXPECT_EQ(fake.calls.size(), 2U);
-}
-
 TEST(ServiceInstaller, ShowsTheSystemsErrorTextOnlyWhenItFits) {
-  FakeServiceSystem fake;
-  EXPECT_EQ(service::lastErrorText(fake), "Out of luck. (0x0)");
+  FakeSystem fake;
   fake.message = std::string(240, 'x') + "\r\n";  // 242 + 14 = 256
   EXPECT_EQ(service::lastErrorText(fake), std::string(240, 'x') + " (0x0)");
-  fake.message += "y";
-  EXPECT_EQ(service::lastErrorText(fake), "");
-  fake.message = "";
-  EXPECT_EQ(service::lastErrorText(fake), "");
+  for (const std::string& text : {std::string(243, 'x'), std::string()}) {
+    fake.message = text;
+    EXPECT_EQ(service::lastErrorText(fake), "");
+  }
 }
 
-constexpr const char* kKey = "SYSTEM\\CurrentControlSet\\Services\\NRVPasswordExpiration";
-constexpr const char* kInstalled =
-    "Norvyn Password Expiration Service installed.\nNorvyn Password Expiration Service started.\n";
-
-// With one call failing: what is printed and, from that call on, done.
-struct TranscriptCase {
+struct Transcript {
   const char* failing;
   std::string printed;
-  Lines callsFromThere;
+  std::string lastCalls;
 };
 
 TEST(ServiceInstaller, InstallsStepByStep) {
-  const std::string key = kKey;
-  const Lines all = {
-      "GetModuleFileNameA",
-      "OpenSCManagerA all",
-      "CreateServiceA 1 NRVPasswordExpiration|Norvyn Password Expiration Service|16|2|1|"
-      "C:\\Program Files\\pwLapseSvc.exe|",
-      "StartServiceA 2",
-      "CloseServiceHandle 2",
-      "RegConnectRegistryA",
-      "RegOpenKeyExA " + key + " all",
-      "RegCreateKeyExA " + key,
-      "RegSetValueExA Description=Handles password age settings for Norvyn Password Filter",
-      "RegCreateKeyExA " + key,
-      "RegSetValueExA Start=2",
-      "CloseServiceHandle 1"};
-  FakeServiceSystem whole;
-  EXPECT_EQ(enter(whole, {"-install"}), kInstalled);
-  EXPECT_THAT(whole.calls, ElementsAreArray(all));
-
-  const std::string installed = kInstalled;
-  const TranscriptCase cases[] = {
-      {"GetModuleFileNameA",
-       "Unable to install Norvyn Password Expiration Service - Out of luck. (0x4d2)\n",
-       {}},
-      {"OpenSCManagerA", "OpenSCManager failed - Out of luck. (0x4d2)\n", {}},
-      {"CreateServiceA", "CreateService failed - Out of luck. (0x4d2)\n", {"CloseServiceHandle 1"}},
-      {"StartServiceA", installed, {all.begin() + 4, all.end()}},
-      // The manager's handle stays open.
-      {"RegConnectRegistryA",
-       installed + "Error connecting to registry.\n\tError number: 1234\n",
-       {}},
-      {"RegOpenKeyExA", installed + "Error adding service description.\n\tError: 1234\n", {}},
+  const std::string name = "Norvyn Password Expiration Service";
+  const std::string done = name + " installed.\n" + name + " started.\n";
+  const std::string create =
+      "create 1 NRVPasswordExpiration|" + name + "|C:\\A B\\pwLapseSvc.exe||1621\n";
+  const Transcript cases[] = {
+      {"none", done,
+       "path\nmanager all\n" + create + "start 2\nclose 2\nconnect registry\nclose 1\n"},
+      {"path", "Unable to install " + name + " - Out of luck. (0x4d2)\n", "path\n"},
+      {"manager", "OpenSCManager failed - Out of luck. (0x4d2)\n", "manager all\n"},
+      {"create", "CreateService failed - Out of luck. (0x4d2)\n", create + "close 1\n"},
+      {"start", done, "start 2\nclose 2\nconnect registry\nclose 1\n"},
+      // From here on the manager's handle stays open.
+      {"connect", done + "Error connecting to registry.\n\tError number: 1234\n",
+       "close 2\nconnect registry\n"},
+      {"no key", done + "Error adding service description.\n\tError: 2\n",
+       "close 2\nconnect registry\n"},
   };
-  for (const TranscriptCase& c : cases) {
+  for (const Transcript& c : cases) {
     SCOPED_TRACE(c.failing);
-    FakeServiceSystem fake;
-    fake.failing[c.failing] = 1234;
+    const test_support::TempDir directory;
+    const std::string key = std::string(c.failing) == "no key" ? "Other" : "NRVPasswordExpiration";
+    writeWholeFile(
+        "services.reg",
+        "REGEDIT4\n[HKEY_LOCAL_MACHINE\\SYSTEM\\CurrentControlSet\\Services\\" + key + "]\n");
+    FakeSystem fake;
+    fake.failing = c.failing;
     EXPECT_EQ(enter(fake, {"-install"}), c.printed);
-    const auto failed = std::find_if(fake.calls.begin(), fake.calls.end(),
-                                     [&](const auto& call) { return call.starts_with(c.failing); });
-    EXPECT_THAT(Lines(failed + 1, fake.calls.end()), ElementsAreArray(c.callsFromThere));
+    EXPECT_THAT(fake.calls, EndsWith(c.lastCalls));
+    std::string text;
+    readWholeFile("services.reg", text);
+    const bool described = text.find(
+                               "\"Description\"=\"Handles password age settings for Norvyn "
+                               "Password Filter\"") != std::string::npos &&
+                           text.find("\"Start\"=dword:00000002") != std::string::npos;
+    EXPECT_EQ(described, c.lastCalls.ends_with("registry\nclose 1\n")) << text;
   }
 }
 
 TEST(ServiceInstaller, RemovesWhateverFails) {
-  const std::string stopping = "Stopping service...\n";
+  const std::string stop = "Stopping service...\n";
   const std::string removed = "Service successfully removed.\n";
-  const TranscriptCase cases[] = {
-      {"",
-       stopping + removed,
-       {"OpenSCManagerA connect", "OpenServiceA 1 NRVPasswordExpiration", "QueryServiceStatus 2",
-        "ControlService 2 1", "DeleteService 2", "CloseServiceHandle 2", "CloseServiceHandle 1"}},
-      {"OpenSCManagerA",
-       "Error opening service control database. Error number :1234\n" + stopping + removed,
-       {"OpenSCManagerA connect", "OpenServiceA 0 NRVPasswordExpiration", "QueryServiceStatus 2",
-        "ControlService 2 1", "DeleteService 2", "CloseServiceHandle 2", "CloseServiceHandle 0"}},
-      {"OpenServiceA",
-       "Problems removing service. Error number: 1234\n" + stopping + removed,
-       {"OpenSCManagerA connect", "OpenServiceA 1 NRVPasswordExpiration", "QueryServiceStatus 0",
-        "ControlService 0 1", "DeleteService 0", "CloseServiceHandle 0", "CloseServiceHandle 1"}},
-      {"QueryServiceStatus",
-       "Problems getting service status. Error number: 1234\n" + stopping + removed,
-       {}},
-      {"ControlService",
-       stopping + "Problems stopping service. Error number: 1234\n" + removed,
-       {}},
-      {"DeleteService", stopping + "Problems deleting service. Error number: 1234\n", {}},
+  const std::string open = "open 1 NRVPasswordExpiration\n";
+  const std::string rest = "query 2\ncontrol 1 2\ndelete 2\nclose 2\nclose 1\n";
+  const Transcript cases[] = {
+      {"none", stop + removed, "manager connect\n" + open + rest},
+      {"manager", "Error opening service control database. Error number :1234\n" + stop + removed,
+       "open 0 NRVPasswordExpiration\nquery 2\ncontrol 1 2\ndelete 2\nclose 2\nclose 0\n"},
+      {"open", "Problems removing service. Error number: 1234\n" + stop + removed,
+       open + "query 0\ncontrol 1 0\ndelete 0\nclose 0\nclose 1\n"},
+      {"query", "Problems getting service status. Error number: 1234\n" + stop + removed, rest},
+      {"control", stop + "Problems stopping service. Error number: 1234\n" + removed, rest},
+      {"delete", stop + "Problems deleting service. Error number: 1234\n", rest},
+      {"stopped", removed, open + "query 2\ndelete 2\nclose 2\nclose 1\n"},
   };
-  for (const TranscriptCase& c : cases) {
+  for (const Transcript& c : cases) {
     SCOPED_TRACE(c.failing);
-    FakeServiceSystem fake;
-    if (*c.failing != '\0') fake.failing[c.failing] = 1234;
+    FakeSystem fake;
+    fake.failing = c.failing;
+    if (c.printed == removed) fake.installed = ServiceState::Stopped;
     EXPECT_EQ(enter(fake, {"-remove"}), c.printed);
-    EXPECT_EQ(fake.clock.ticks, 1000U);
-    if (!c.callsFromThere.empty()) {
-      EXPECT_THAT(fake.calls, ElementsAreArray(c.callsFromThere));
-    } else {
-      EXPECT_EQ(fake.calls.size(), 7U);
-    }
+    EXPECT_THAT(fake.calls, EndsWith(c.lastCalls));
+    EXPECT_EQ(fake.clock.ticks, c.printed == removed ? 0U : 1000U);
   }
-  FakeServiceSystem stopped;
-  stopped.installedState = platform::ServiceState::Stopped;
-  EXPECT_EQ(enter(stopped, {"-remove"}), removed);
-  EXPECT_EQ(stopped.clock.ticks, 0U);
 }
 
-std::string status(int state, int exitCode, int checkPoint, int hint) {
-  return config::formatText(
-      "SetServiceStatus 7: type 16 state %d accepts %d exit %d/0 check %d hint %d", state,
-      state == 2 ? 0 : 7, exitCode, checkPoint, hint);
+std::string status(int state, int exitCode = 0, int checkPoint = 0, int hint = 0) {
+  return config::formatText("status 16,%d,%d,%d,0,%d,%d to 7\n", state, state == 2 ? 0 : 7,
+                            exitCode, checkPoint, hint);
 }
 
-// The calls of the service's main routine that follow the dispatcher's.
-Lines serve(FakeServiceSystem& fake, FakeWork work = {}) {
-  enter(fake, {}, work);
-  EXPECT_EQ(fake.calls.back(), "ExitProcess 0");
-  return {fake.calls.begin() + 1, fake.calls.end() - 1};
-}
-
-const Lines kStartUp = {
-    "RegisterServiceCtrlHandlerA Pwsentry Pro Password Expiration Service",
-    status(2, 0, 1, 5000),
-    "CreateEventA",
-    status(2, 0, 2, 1000),
-    status(2, 0, 3, 5000),
-    "CreateThread",
-    status(4, 0, 0, 0),
-};
-
-TEST(ServiceMain, StartsReportsRunsAndCleansUp) {
-  FakeServiceSystem fake;
-  FakeWork work;
-  service::enterService({}, fake.system(), work);
-  Lines expected = kStartUp;
-  expected.insert(expected.begin(), fake.calls[0]);
-  for (const std::string& call : Lines{"WaitForSingleObject 9", "CloseEvent 9", status(1, 0, 0, 0),
-                                       "CloseThread 8", "ExitProcess 0"}) {
-    expected.push_back(call);
-  }
-  EXPECT_THAT(fake.calls, ElementsAreArray(expected));
-}
-
-TEST(ServiceMain, CleansUpWithTheErrorOfWhatFailed) {
-  const std::string stopped = status(1, 55, 0, 0);
-  const struct {
-    const char* failing;
-    std::size_t callsBefore;  // of the start-up, with the failing one
-    Lines after;
-  } cases[] = {
-      {"RegisterServiceCtrlHandlerA", 1, {}},  // nothing to report to
-      {"SetServiceStatus 1", 2, {"SetEvent 0", stopped}},
-      {"CreateEventA", 3, {stopped}},
-      {"SetServiceStatus 2", 4, {"SetEvent 9", "CloseEvent 9", stopped}},
-      {"SetServiceStatus 3", 5, {"SetEvent 9", "CloseEvent 9", stopped}},
-      {"CreateThread", 6, {"CloseEvent 9", stopped}},
-      {"SetServiceStatus 4", 7, {"SetEvent 9", "CloseEvent 9", stopped, "CloseThread 8"}},
+TEST(ServiceMain, StartsRunsAndCleansUpWithTheErrorOfWhatFailed) {
+  const std::string up[] = {"register Pwsentry Pro Password Expiration Service\n",
+                            status(2, 0, 1, 5000),
+                            "event\n",
+                            status(2, 0, 2, 1000),
+                            status(2, 0, 3, 5000),
+                            "thread\n",
+                            status(4)};
+  const std::string stopped = status(1, kFault);
+  const std::pair<std::size_t, std::string> cases[] = {
+      {0, ""},  // nothing to report to
+      {1, "set 0\n" + stopped},
+      {2, stopped},
+      {3, "set 9\nclose event 9\n" + stopped},
+      {4, "set 9\nclose event 9\n" + stopped},
+      {5, "close event 9\n" + stopped},
+      {6, "set 9\nclose event 9\n" + stopped + "close thread 8\n"},
+      {7, "wait 9\nclose event 9\n" + status(1) + "close thread 8\n"},  // nothing fails
   };
-  for (const auto& c : cases) {
-    SCOPED_TRACE(c.failing);
-    FakeServiceSystem fake;
-    fake.failing[c.failing] = 55;
-    Lines expected(kStartUp.begin(), kStartUp.begin() + static_cast<long>(c.callsBefore));
-    expected.insert(expected.end(), c.after.begin(), c.after.end());
-    EXPECT_THAT(serve(fake), ElementsAreArray(expected));
+  for (const auto& [failing, after] : cases) {
+    FakeSystem fake;
+    std::string expected = "dispatch Pwsentry Pro Password Expiration Service\n";
+    for (std::size_t i = 0; i < std::size(up) && i <= failing; ++i) expected += up[i];
+    if (failing < std::size(up)) fake.failing = up[failing].substr(0, up[failing].size() - 1);
+    FakeWork work;
+    service::enterService({}, fake.system(), work);
+    EXPECT_EQ(fake.calls, expected + after + "exit 0\n");
+    EXPECT_EQ(work.intervalSeen, failing < std::size(up) ? 0U : 4711U);
   }
-  FakeServiceSystem fake;
+  FakeSystem fake;
   FakeWork work;
   work.readStatus = 1009;
-  EXPECT_THAT(serve(fake, work), testing::Contains(status(1, 1009, 0, 0)));
-  EXPECT_THAT(fake.calls, testing::Not(testing::Contains("CreateThread")));
+  service::enterService({}, fake.system(), work);
+  EXPECT_THAT(fake.calls, EndsWith("close event 9\n" + status(1, 1009) + "exit 0\n"));
 }
 
 TEST(ServiceMain, AnswersControls) {
-  const struct {
-    const char* what;
-    std::vector<int> controls;
-    Lines answers;  // to the last control
-  } cases[] = {
-      {"stop", {1}, {status(3, 0, 1, 5000), "SetEvent 9"}},
-      {"pause", {2}, {status(6, 0, 1, 1000), "SuspendThread 8", status(7, 0, 0, 0)}},
-      {"pause while paused", {2, 2}, {status(0, 0, 0, 0)}},
-      {"pause after stop", {1, 2}, {status(0, 0, 0, 0)}},
-      {"continue", {2, 3}, {status(5, 0, 1, 1000), "ResumeThread 8", status(4, 0, 0, 0)}},
-      {"continue while running", {3}, {status(0, 0, 0, 0)}},
-      {"continue after stop while paused", {2, 1, 3}, {status(0, 0, 0, 0)}},
-      {"pause again", {2, 3, 2}, {status(6, 0, 1, 1000), "SuspendThread 8", status(7, 0, 0, 0)}},
-      {"interrogate", {4}, {status(4, 0, 0, 0)}},
-      {"interrogate while paused", {2, 4}, {status(4, 0, 0, 0)}},
-      {"shutdown", {5}, {}},
-      {"unknown", {128}, {status(0, 0, 0, 0)}},
+  const std::string paused = status(6, 0, 1, 1000) + "suspend 8\n" + status(7);
+  const std::string resumed = status(5, 0, 1, 1000) + "resume 8\n" + status(4);
+  const std::string stopping = status(3, 0, 1, 5000) + "set 9\n";
+  const std::pair<std::vector<int>, std::string> cases[] = {
+      {{2, 2, 4}, "-> 2\n" + paused + "-> 2\n" + status(0) + "-> 4\n" + status(4)},
+      {{3, 2, 3, 2},
+       "-> 3\n" + status(0) + "-> 2\n" + paused + "-> 3\n" + resumed + "-> 2\n" + paused},
+      {{5, 128}, "-> 5\n-> 128\n" + status(0)},
+      {{1, 2}, "-> 1\n" + stopping + "-> 2\n" + status(0)},
+      {{2, 1, 3}, "-> 2\n" + paused + "-> 1\n" + stopping + "-> 3\n" + status(0)},
   };
-  for (const auto& c : cases) {
-    SCOPED_TRACE(c.what);
-    FakeServiceSystem fake;
-    fake.controls = c.controls;
-    const Lines calls = serve(fake);
-    const auto last = std::find_if(calls.rbegin(), calls.rend(),
-                                   [](const auto& call) { return call.starts_with("control "); });
-    Lines expected = c.answers;
-    expected.insert(expected.end(), {"CloseEvent 9", status(1, 0, 0, 0), "CloseThread 8"});
-    EXPECT_THAT(Lines(last.base(), calls.end()), ElementsAreArray(expected));
+  for (const auto& [controls, answers] : cases) {
+    FakeSystem fake;
+    fake.controls = controls;
+    enter(fake, {});
+    EXPECT_THAT(fake.calls, HasSubstr("wait 9\n" + answers + "close event 9\n"));
   }
-}
-
-TEST(ServiceMain, AStatusThatIsNotTakenStopsTheService) {
-  FakeServiceSystem fake;
-  fake.failing["SetServiceStatus 5"] = 13;
-  fake.controls = {4};
-  EXPECT_THAT(serve(fake), testing::Contains("SetEvent 9"));
-}
-
-TEST(ServiceMain, GivesTheWorkerTheValuesThatItRead) {
-  FakeWork work;
-  // The worker runs while the service waits.
-  struct RunningSystem : FakeServiceSystem {
-    void wait(platform::EventHandle) override { workerBody(); }
-  } running;
-  service::enterService({}, running.system(), work);
-  EXPECT_EQ(work.intervalSeen, 4711U);
+  FakeSystem fake;  // a status that is not taken stops the service
+  fake.controls = {2};
+  fake.failing = "status 16,6";
+  enter(fake, {});
+  EXPECT_THAT(fake.calls, HasSubstr(status(6, 0, 1, 1000) + "set 9\n"));
 }
 
 // Ends the worker at the third sleep.
 struct EndingClock : test_support::ManualClock {
-  struct End {};
   std::vector<std::uint32_t> sleeps;
   void sleep(std::uint32_t ms) override {
     sleeps.push_back(ms);
-    if (sleeps.size() == 3) throw End();
+    if (sleeps.size() == 3) throw sleeps.size();
   }
 };
 
 TEST(ExpirationWorker, WaitsForTheMachineThenPassesAndSleepsForEver) {
   test_support::TestSite site;
-  site.policy("DefaultPolicy", 42);
   site.setting("expirationDelay", 5);
-  site.user({"walter", 10});
   site.writeOut();
   std::string error;
-  const auto system = platform::makeSystemHost({"site.reg", ""}, error);
+  const auto system = makeSystemHost({"site.reg", ""}, error);
   ASSERT_NE(system, nullptr) << error;
   EndingClock clock;
   clock.uptime = 60;
-  platform::Host real = system->host();
-  EXPECT_THROW(service::runForEver({real.registry, real.accounts, real.directory, clock}, {}),
-               EndingClock::End);
-  // Milliseconds less seconds, then the delay in seconds, read again after each pass.
-  EXPECT_THAT(clock.sleeps, ElementsAre(479940U, 5000U, 5000U));
+  const Host real = system->host();
+  EXPECT_ANY_THROW(service::runForEver({real.registry, real.accounts, real.directory, clock}, {}));
+  // Milliseconds less seconds, then the delay in seconds.
+  EXPECT_THAT(clock.sleeps, testing::ElementsAre(479940U, 5000U, 5000U));
 }
 
 }  // namespace
