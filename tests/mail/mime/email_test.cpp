@@ -1,6 +1,9 @@
 // Messages as programs build them, from the public methods to the bytes that leave.
+#include <array>
 #include <regex>
 #include <string>
+#include <tuple>
+#include <vector>
 
 #include <gtest/gtest.h>
 
@@ -97,26 +100,23 @@ TEST(KvEmail, ReportMail) {
 }
 
 TEST(KvEmail, From) {
-  struct Row {
-    const char* from;
-    std::string_view field, returnPath;
-  };
-  const Row rows[] = {
+  const std::array<std::string, 3> rows[] = {
+      // given; the field written, the return path
       {"no address", "", ""},
       {"help@x.org", "From: help@x.org\r\n", "help@x.org"},
       {"\"a \\\"b\\\" <c>\" <help@x.org>", "From: \"a \\\"b\\\" <c>\" <help@x.org>\r\n",
        "help@x.org"},
       {"J\xC3\xB6rg <j@x.org>", "From: =?utf-8?Q?J=C3=B6rg?= <j@x.org>\r\n", "j@x.org"},
   };
-  for (const Row& row : rows) {
+  for (const auto& [from, field, path] : rows) {
     Utf8Email email;
-    email.put_From(row.from);
+    email.put_From(from.c_str());
     const std::string mime = email.GetMime();
-    EXPECT_NE(mime.find("\r\n" + std::string(row.field)), std::string::npos) << row.field;
-    EXPECT_EQ(mime.find("From: ") == std::string::npos, row.field.empty());
+    EXPECT_NE(mime.find("\r\n" + field), std::string::npos) << field;
+    EXPECT_EQ(mime.find("From: ") == std::string::npos, field.empty());
     const char* returnPath = email.GetHeaderField("Return-Path");
-    EXPECT_EQ(returnPath == nullptr ? "" : std::string_view(returnPath), row.returnPath);
-    EXPECT_EQ(email.implementation().message()->reversePath(), row.returnPath);
+    EXPECT_EQ(returnPath == nullptr ? "" : std::string_view(returnPath), path);
+    EXPECT_EQ(email.implementation().message()->reversePath(), path);
   }
   Utf8Email email;
   email.put_From("first@x.org");
@@ -230,13 +230,8 @@ TEST(KvEmail, PartsFindTheirPlaces) {
   const Step htmlToo = [](KvEmail& e) { e.AddHtmlAlternativeBody("H"); };
   const Step related = [](KvEmail& e) { e.AddRelatedFile2("a.gif", "a.gif"); };
   const Step attached = [](KvEmail& e) { e.AddFileAttachment("a.gif"); };
-  struct Row {
-    std::vector<Step> steps;
-    const char* shape;
-    const char* plain;
-    const char* html;
-  };
-  const Row rows[] = {
+  // Steps; the shape, the plain and the HTML text that they give.
+  const std::tuple<std::vector<Step>, std::string, const char*, const char*> rows[] = {
       {{plain}, "plain", "P", nullptr},
       {{html}, "html", nullptr, "H"},
       {{plain, html}, "html", nullptr, "H"},  // an alternative is only made when asked for
@@ -253,12 +248,12 @@ TEST(KvEmail, PartsFindTheirPlaces) {
       {{html, plainToo, attached}, "mixed(alternative(plain html) gif)", "P", "H"},
       {{attached, plain}, "mixed(plain gif)", "P", nullptr},
   };
-  for (const Row& row : rows) {
+  for (const auto& [steps, outline, plainText, htmlText] : rows) {
     Utf8Email email;
-    for (const Step step : row.steps) step(email);
-    EXPECT_EQ(shape(*email.implementation().message()), row.shape);
-    EXPECT_STREQ(email.GetPlainTextBody(), row.plain) << row.shape;
-    EXPECT_STREQ(email.GetHtmlBody(), row.html) << row.shape;
+    for (const Step step : steps) step(email);
+    EXPECT_EQ(shape(*email.implementation().message()), outline);
+    EXPECT_STREQ(email.GetPlainTextBody(), plainText) << outline;
+    EXPECT_STREQ(email.GetHtmlBody(), htmlText) << outline;
   }
 }
 
@@ -291,14 +286,8 @@ TEST(KvEmail, FailuresLeaveTheMessageAsItWas) {
 
 TEST(Email2, NormalisesTransferEncodings) {
   const std::string longLine(999, 'x');
-  struct Row {
-    const char* type;
-    const char* charset;
-    const char* encoding;
-    std::string body;
-    const char* normalised;
-  };
-  const Row rows[] = {
+  // Type, charset, encoding and body; the encoding that becomes of it.
+  const std::array<std::string, 5> rows[] = {
       {"text/html", "", "7bit", "a", "quoted-printable"},
       {"text/html", "utf-8", "base64", "a", "quoted-printable"},
       {"text/html", "us-ascii", "7bit", "a", "7bit"},
@@ -319,16 +308,14 @@ TEST(Email2, NormalisesTransferEncodings) {
       {"application/x", "", "7bit", longLine, "base64"},
       {"message/rfc822", "", "7bit", longLine, "7bit"},
   };
-  for (const Row& row : rows) {
-    const auto part = Email2::createPart(row.type, row.encoding);
-    if (*row.charset != '\0') part->setCharset(row.charset);
-    part->setTextBody(row.body);
-    if (*row.charset == '\0' && !part->contentType().charset.empty()) {
-      part->setContentType(ContentType::ofType(row.type));
-    }
+  for (const auto& [type, charset, encoding, body, normalised] : rows) {
+    const auto part = Email2::createPart(type, encoding);
+    if (!charset.empty()) part->setCharset(charset);
+    part->setTextBody(body);
+    if (charset.empty()) part->setContentType(ContentType::ofType(type));
     part->normaliseTransferEncodings();
-    EXPECT_EQ(part->transferEncoding(), row.normalised) << row.type << " " << row.charset;
-    EXPECT_EQ(part->headerField("Content-Transfer-Encoding"), row.normalised);
+    EXPECT_EQ(part->transferEncoding(), normalised) << type << " " << charset;
+    EXPECT_EQ(part->headerField("Content-Transfer-Encoding"), normalised);
   }
 }
 

@@ -1,11 +1,16 @@
-// Base64, quoted-printable, encoded words and uuencode: bytes that other programs must read.
+// Base64, quoted-printable, encoded words, uuencode and the names of charsets: bytes that other
+// programs must read.
+#include <map>
 #include <random>
 #include <string>
+#include <tuple>
 #include <utility>
+#include <vector>
 
 #include <gtest/gtest.h>
 
 #include "mail/mime/base64.h"
+#include "mail/mime/charset.h"
 #include "mail/mime/encoded_word.h"
 #include "mail/mime/quoted_printable.h"
 #include "mail/mime/text_tools.h"
@@ -35,12 +40,8 @@ std::string quotedPrintable(std::string_view text, LineEnds lineEnds = LineEnds:
 }
 
 TEST(Base64, EncodesInLines) {
-  struct Row {
-    std::size_t bytes;
-    std::uint32_t lineLength;
-    std::string lines;  // of zero bytes
-  };
-  const Row rows[] = {
+  // Zero bytes, the length of a line, the lines.
+  const std::tuple<std::size_t, std::uint32_t, std::string> rows[] = {
       {0, 72, "\r\n"},
       {1, 72, "AA==\r\n"},
       {2, 72, "AAA=\r\n"},
@@ -50,28 +51,24 @@ TEST(Base64, EncodesInLines) {
       {6, 5, "AAAAAAAA\r\n"},  // the break comes after the group that reaches the length
       {6, 0, "AAAA\r\nAAAA\r\n"},
   };
-  for (const Row& row : rows) {
+  for (const auto& [bytes, lineLength, lines] : rows) {
     std::string out = "kept ";
-    base64AppendLines(std::string(row.bytes, '\0'), row.lineLength, out);
-    EXPECT_EQ(out, "kept " + row.lines) << row.bytes << " " << row.lineLength;
+    base64AppendLines(std::string(bytes, '\0'), lineLength, out);
+    EXPECT_EQ(out, "kept " + lines) << bytes << " " << lineLength;
   }
   EXPECT_EQ(base64Encode("Man\xFF\xFE"), "TWFu//4=");
 }
 
 TEST(Base64, DecodesWhatItCanAndTellsWhatIsWrong) {
-  struct Row {
-    std::string_view text, bytes;
-    bool clean;
-  };
-  const Row rows[] = {
+  const std::tuple<std::string_view, std::string_view, bool> rows[] = {
       {"TWFu", "Man", true},    {" TW\r\nE= \n", "Ma", true}, {"TQ==", "M", true},
       {"TWE", "Ma", false},     {"TW*Fu", "Man", false},      {"T", "", false},
       {"TQ==TWFu", "M", false}, {"====", "", false},          {"TWFu=", "Man", false},
   };
-  for (const Row& row : rows) {
-    std::string bytes;
-    EXPECT_EQ(base64Decode(row.text, bytes), row.clean) << row.text;
-    EXPECT_EQ(bytes, row.bytes) << row.text;
+  for (const auto& [text, bytes, clean] : rows) {
+    std::string decoded;
+    EXPECT_EQ(base64Decode(text, decoded), clean) << text;
+    EXPECT_EQ(decoded, bytes) << text;
   }
 }
 
@@ -120,14 +117,9 @@ TEST(QuotedPrintable, DecodesWhatOthersWrite) {
 }
 
 TEST(EncodedWord, EncodesExactly) {
-  struct Row {
-    std::string_view text, charset, encoded;
-  };
-  const Row rows[] = {
+  const std::tuple<std::string_view, std::string_view, std::string_view> rows[] = {
       {"plain (a@b), \"q\"", "utf-8", "plain (a@b), \"q\""},
-      {"Gr\xC3\xBC\xC3\x9F"
-       "e, Welt_=?",
-       "", "=?utf-8?Q?Gr=C3=BC=C3=9Fe=2C_Welt=5F=3D=3F?="},
+      {"Gr\xC3\xBC\xC3\x9Fz, Welt_=?", "", "=?utf-8?Q?Gr=C3=BC=C3=9Fz=2C_Welt=5F=3D=3F?="},
       {"\xEF\xBB\xBF\xC3\xBC", "utf-8", "=?utf-8?Q?=C3=BC?="},  // the mark is dropped
       {"\xEF\xBB\xBF", "utf-8", ""},
       {"\xC3\xBC", "us-ascii", "\xC3\xBC"},
@@ -139,7 +131,9 @@ TEST(EncodedWord, EncodesExactly) {
       {"\xE6\xBC\xA2", "iso-8859-1", "=?utf-8?Q?=E6=BC=A2?="},
       {"\xC3\xBC", "no-such-charset", "=?utf-8?Q?=C3=BC?="},
   };
-  for (const Row& row : rows) EXPECT_EQ(encodeHeaderText(row.text, row.charset), row.encoded);
+  for (const auto& [text, charset, encoded] : rows) {
+    EXPECT_EQ(encodeHeaderText(text, charset), encoded);
+  }
   // Each word of a charset with shifts begins and ends in ASCII; not every system has such a one.
   const std::string kanji = encodeHeaderText("\xE6\xBC\xA2", "iso-2022-jp");
   EXPECT_TRUE(kanji == "=?iso-2022-jp?B?GyRCNEEbKEI=?=" || kanji == "=?utf-8?B?5ryi?=") << kanji;
@@ -213,6 +207,38 @@ TEST(Uu, ComesBackAndReadsWhatOthersWrite) {
   EXPECT_TRUE(Uu::decode("begin 644 x\n_\n_0V%T\nend\n", decoded));  // promises 63 bytes a line
   EXPECT_EQ(decoded, "Cat");
   EXPECT_FALSE(Uu::decode("begin nothing\nend\n", decoded));
+}
+
+TEST(CharsetNaming, NamesCodePages) {
+  const std::pair<std::uint32_t, std::string_view> rows[] = {
+      {1201, "unicodefffe"},   {1200, "unicode"},      {65001, "utf-8"},    {50220, "iso-2022-jp"},
+      {50222, "iso-2022-jp"},  {50221, "csiso2022jp"}, {51932, "euc-jp"},   {20932, "euc-jp"},
+      {949, "ks_c_5601-1987"}, {37, "ibm037"},         {65006, "utf-32be"},
+  };
+  for (const auto& [codePage, name] : rows) {
+    StringBuffer written;
+    EXPECT_TRUE(CharsetNaming::getName(codePage, written)) << codePage;
+    EXPECT_EQ(written.view(), name);
+  }
+  StringBuffer kept("kept");
+  EXPECT_FALSE(CharsetNaming::getName(0, kept));
+  EXPECT_FALSE(CharsetNaming::getName(65007, kept));
+  EXPECT_EQ(kept.view(), "kept");
+}
+
+TEST(CharsetNaming, UnderstandsNamesAndAliases) {
+  const std::map<std::uint32_t, std::vector<std::string_view>> rows = {
+      {65001, {"UTF-8", "utf8"}}, {28591, {" iso_8859-1 ", "latin1"}},
+      {28605, {"ISO8859-15"}},    {50220, {"iso-2022-jp"}},
+      {51932, {"euc-jp"}},        {932, {"Shift_JIS"}},
+      {1252, {"cp1252"}},         {1251, {"x-cp1251"}},
+      {1250, {"windows-1250"}},   {949, {"ks_c_5601-1987"}},
+      {936, {"cp-936"}},          {20127, {"ANSI_X3.4-1968"}},
+      {437, {"ibm437"}},          {0, {"", "cp", "cp99999", "cp12x", "nonsense"}},
+  };
+  for (const auto& [codePage, names] : rows) {
+    for (const auto name : names) EXPECT_EQ(CharsetNaming::getCodePage(name), codePage) << name;
+  }
 }
 
 }  // namespace

@@ -1,6 +1,8 @@
 // Header fields on the wire, and the values that a message is given: dates, identifiers, types.
+#include <array>
 #include <regex>
 #include <string>
+#include <tuple>
 #include <vector>
 
 #include <gtest/gtest.h>
@@ -25,11 +27,8 @@ std::string onTheWire(std::string_view name, std::string_view value,
 
 TEST(HeaderWriter, FoldsAndEncodes) {
   const std::string x70(70, 'x');
-  struct Row {
-    std::string_view name;
-    std::string value, line;
-  };
-  const Row rows[] = {
+  const std::array<std::string, 3> rows[] = {
+      // name, value, line
       {"Subject", "Hello", "Subject: Hello\r\n"},
       {"Subject", "", "Subject: \r\n"},
       {"Subject", "\xC3\xBC", "Subject: =?utf-8?Q?=C3=BC?=\r\n"},
@@ -49,7 +48,7 @@ TEST(HeaderWriter, FoldsAndEncodes) {
       {"From", "\"" + std::string(45, 'n') + "\xC3\xBC\" <address@example.org>",
        "From: =?utf-8?Q?" + std::string(45, 'n') + "=C3=BC?=\r\n <address@example.org>\r\n"},
   };
-  for (const Row& row : rows) EXPECT_EQ(onTheWire(row.name, row.value), row.line);
+  for (const auto& [name, value, line] : rows) EXPECT_EQ(onTheWire(name, value), line);
   // Names of a "us-ascii" message are not encoded; its subject is.
   EXPECT_EQ(onTheWire("To", "\"\xC3\xBC\" <a@x>", "us-ascii"), "To: \"\xC3\xBC\" <a@x>\r\n");
   EXPECT_EQ(onTheWire("Subject", "\xC3\xBC", "us-ascii"), "Subject: =?utf-8?Q?=C3=BC?=\r\n");
@@ -86,12 +85,8 @@ TEST(ContentType, FormatsItsParameters) {
             "text/plain; charset=\"utf-8\"; type=\"t\";\r\n\tboundary=\"b\";\r\n\tname=\"n\";"
             "\r\n\tprotocol=\"p\";\r\n\tmicalg=sha1;\r\n\tsmime-type=s;\r\n\tformat=flowed");
 
-  struct Row {
-    std::string_view type;
-    std::string charset, boundary, name;
-    std::string_view value;
-  };
-  const Row rows[] = {
+  const std::array<std::string, 5> rows[] = {
+      // type, charset, boundary, name; what they give
       {"", "", "", "", "text/plain"},
       {"image/gif", "utf-8", "", "", "image/gif"},  // only text carries a charset
       {"multipart/signed", "utf-8", "", "", "multipart/signed; charset=\"utf-8\""},
@@ -102,12 +97,12 @@ TEST(ContentType, FormatsItsParameters) {
       {"a/b\r\nBcc: x; y", "", "", "", "a/bBccxy"},
       {"a/b", "", "", "\xC3\xBC \".txt", "a/b;\r\n\tname*=utf-8''%C3%BC%20%22.txt"},
   };
-  for (const Row& row : rows) {
-    ContentType type = ContentType::ofType(row.type);
-    type.charset = row.charset;
-    type.boundary = row.boundary;
-    type.name = row.name;
-    EXPECT_EQ(type.format(), row.value);
+  for (const auto& [of, charset, boundary, name, value] : rows) {
+    ContentType type = ContentType::ofType(of);
+    type.charset = charset;
+    type.boundary = boundary;
+    type.name = name;
+    EXPECT_EQ(type.format(), value);
   }
 }
 
@@ -162,13 +157,8 @@ TEST(Identifiers, HaveTheirLayouts) {
 }
 
 TEST(MailDate, FormatsLocalTimeAndZone) {
-  struct Row {
-    platform::LocalTime time;
-    platform::TimeZone zone;
-    std::string_view date;
-  };
   const platform::LocalTime noon{2026, 7, 2, 21, 12, 0, 0};
-  const Row rows[] = {
+  const std::tuple<platform::LocalTime, platform::TimeZone, std::string_view> rows[] = {
       {{2008, 1, 6, 5, 9, 3, 7}, {300, 0, false}, "Sat, 05 Jan 2008 09:03:07 -0500"},
       {noon, {-330, 0, false}, "Tue, 21 Jul 2026 12:00:00 +0530"},
       {noon, {-60, -60, true}, "Tue, 21 Jul 2026 12:00:00 +0200"},
@@ -179,7 +169,7 @@ TEST(MailDate, FormatsLocalTimeAndZone) {
       {{2026, 0, 7, 1, 0, 0, 0}, {}, "Sun, 01 Jan 2026 00:00:00 +0000"},
       {{2026, 13, -1, 1, 0, 0, 0}, {}, "Sun, 01 Jan 2026 00:00:00 +0000"},
   };
-  for (const Row& row : rows) EXPECT_EQ(formatMailDate(row.time, row.zone), row.date);
+  for (const auto& [time, zone, date] : rows) EXPECT_EQ(formatMailDate(time, zone), date);
 }
 
 }  // namespace

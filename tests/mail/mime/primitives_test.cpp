@@ -1,6 +1,7 @@
 // Strings, buffers, the log and the rules that every public object shares.
 #include <new>
 #include <string>
+#include <tuple>
 
 #include <gtest/gtest.h>
 
@@ -17,11 +18,7 @@ namespace kelvado {
 namespace {
 
 TEST(StringBuffer, ChangesTextInPlace) {
-  struct Row {
-    std::string_view before, after;
-    void (*change)(StringBuffer&);
-  };
-  const Row rows[] = {
+  const std::tuple<std::string_view, std::string_view, void (*)(StringBuffer&)> rows[] = {
       {"ab", std::string_view("abc\0d", 5), [](StringBuffer& s) { s.appendN("c\0d", 3); }},
       // Latin-1 capitals, too; 0xE0 and beyond are no capitals.
       {"\xC0\x42\xDF\xE0z[", "\xE0\x62\xFF\xE0z[", [](StringBuffer& s) { s.toLowerCase(); }},
@@ -33,10 +30,10 @@ TEST(StringBuffer, ChangesTextInPlace) {
       {"", "00AFFF",
        [](StringBuffer& s) { s.appendHex(DataBuffer(std::string("\0\xAF\xFF", 3))); }},
   };
-  for (const Row& row : rows) {
-    StringBuffer text(row.before);
-    row.change(text);
-    EXPECT_EQ(text.view(), row.after);
+  for (const auto& [before, after, change] : rows) {
+    StringBuffer text(before);
+    change(text);
+    EXPECT_EQ(text.view(), after);
   }
 }
 
