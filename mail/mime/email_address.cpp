@@ -115,9 +115,11 @@ class AddressScanner {
   void takeAngle() {
     entry_.hasAngle = true;
     for (++at_; !atEnd() && text_[at_] != '>';) {
-      if (text_[at_] == '"') {
+      if (text_[at_] == '"' && quotesClose_) {
         const std::size_t start = at_;
         takeQuoted();
+        quotesClose_ = at_ <= text_.size();
+        if (!quotesClose_) at_ = start + 1;
         entry_.angle.append(text_.substr(start, at_ - start));
       } else if (text_[at_] == '(') {
         takeComment();
@@ -138,7 +140,7 @@ class AddressScanner {
       result.address = entry_.raw;
       splitNameWithoutBrackets(result);
     }
-    result.name = withoutLineBreaks(trimmed(decodeHeaderText(result.name)));
+    result.name = trimmed(withoutLineBreaks(decodeHeaderText(result.name)));
     result.address = withoutLineBreaks(result.address);
     return result;
   }
@@ -232,7 +234,9 @@ bool isSendableAddress(std::string_view address) {
   });
   if (!plain) return false;
   const std::size_t at = address.rfind('@');
-  if (at == std::string_view::npos) return isX400Address(address);
+  if (at == std::string_view::npos) {
+    return isX400Address(address) && address.find('"') == std::string_view::npos;
+  }
   return isLocalPart(address.substr(0, at)) && isDomain(address.substr(at + 1));
 }
 

@@ -1,0 +1,32 @@
+// Charsets: bytes of any charset give valid UTF-8, and what was carried over without loss comes
+// back as the same text.
+#include <string>
+
+#include "fuzz/fuzz.h"
+#include "mail/mime/charset.h"
+#include "platform/code_page.h"
+
+using namespace kelvado;
+
+// The first line names the charset.
+extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
+  std::string_view bytes = textOf(data, size);
+  const Charset charset(takeUpTo('\n', bytes));
+  require(platform::isValidUtf8(repairedUtf8(bytes)));
+
+  std::string utf8;
+  std::string back;
+  bool lossy = false;
+  EncodingConvert::fromUtf8(charset, bytes, back);
+  if (!EncodingConvert::toUtf8(charset, bytes, utf8, &lossy)) {
+    require(utf8.empty());
+    return 0;
+  }
+  require(platform::isValidUtf8(utf8));
+  if (lossy) return 0;
+  require(EncodingConvert::fromUtf8(charset, utf8, back, &lossy));
+  if (lossy) return 0;  // some tables read more than they write
+  std::string again;
+  require(EncodingConvert::toUtf8(charset, back, again, &lossy) && again == utf8);
+  return 0;
+}

@@ -1,0 +1,38 @@
+// Encoded words: any header value can be read, and text comes back from the words it was put in.
+#include <string>
+
+#include "fuzz/fuzz.h"
+#include "mail/mime/encoded_word.h"
+#include "mail/mime/text_tools.h"
+#include "platform/code_page.h"
+
+using namespace kelvado;
+
+namespace {
+
+void requireWords(const std::string& words, std::string_view text, std::size_t column) {
+  // Where the field's name leaves no room, the words begin on a line of their own.
+  require(decodeHeaderText(trimmed(words)) == text);
+  require(words.find('\0') == std::string::npos);
+  requireLines(std::string(column, ' ') + words, kMaxHeaderColumns);
+}
+
+}  // namespace
+
+// The first byte tells the column.
+extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
+  if (size == 0) return 0;
+  const std::size_t column = data[0] % kMaxHeaderColumns;
+  const std::string_view text = textOf(data + 1, size - 1);
+  decodeHeaderText(text);
+  encodeHeaderText(text, "iso-8859-1", column);
+  // Words stay words, and a byte-order mark is dropped: both are meant.
+  const bool comesBack = platform::isValidUtf8(text) && text.find("?") == std::string_view::npos &&
+                         !text.starts_with("\xEF\xBB\xBF");
+  if (!comesBack) return 0;
+  for (const char* charset : {"utf-8", "iso-8859-1", "shift_jis"}) {
+    requireWords(encodeQWords(text, charset, column), text, column);
+    requireWords(encodeBWords(text, charset, column), text, column);
+  }
+  return 0;
+}

@@ -1,0 +1,145 @@
+// The SMTP session against a server that says anything: it ends, every command is one line, no
+// secret gets into the log, and nothing but STARTTLS goes out before TLS that was asked for.
+//
+// The input in chunks, with the byte 0xFF between them: options (see below), EHLO name, recipient,
+// greeting, and then what the server answers to each write of the client.
+#include <algorithm>
+#include <optional>
+#include <string>
+
+#include "fuzz/fuzz.h"
+#include "mail/mime/error_log.h"
+#include "mail/smtp/smtp_conn_impl.h"
+#include "tests/support/manual_clock.h"
+
+using namespace kelvado;
+
+namespace {
+
+constexpr char kSeparator = '\xFF';
+constexpr std::string_view kPassword = "Tr0ub4dor-and-3";
+constexpr std::string_view kPasswordBase64 = "VHIwdWI0ZG9yLWFuZC0z";
+constexpr std::string_view kMessage = "Subject: fuzz\r\n\r\n.text\r\n";
+
+// Each write of the client makes the next chunk readable; behind the last one nothing ever comes.
+class FakeSockets : public platform::SocketApi {
+ public:
+  FakeSockets(std::string_view chunks, test_support::ManualClock& clock)
+      : chunks_(chunks), clock_(clock) {}
+
+  platform::SocketError start() override { return platform::kSocketOk; }
+  platform::SocketError resolve(const std::string&, platform::ResolvedHost&) override {
+    return platform::kWsaHostNotFound;
+  }
+  platform::SocketError hostName(std::string& name) override {
+    name = "fuzz";
+    return platform::kSocketOk;
+  }
+  platform::SocketHandle open(platform::SocketError&) override { return 1; }
+  platform::SocketError connect(platform::SocketHandle, const std::string&,
+                                std::uint16_t) override {
+    readable_ = takeUpTo(kSeparator, chunks_);
+    return platform::kSocketOk;
+  }
+  platform::SocketError pendingError(platform::SocketHandle) override {
+    return platform::kSocketOk;
+  }
+  void close(platform::SocketHandle) override {}
+  Ready waitReadable(platform::SocketHandle, std::uint32_t timeoutMs,
+                     platform::SocketError&) override {
+    if (!readable_.empty()) return Ready::Yes;
+    clock_.sleep(timeoutMs);
+    return Ready::TimedOut;
+  }
+  Ready waitWritable(platform::SocketHandle, std::uint32_t, platform::SocketError&) override {
+    return Ready::Yes;
+  }
+  platform::SocketError send(platform::SocketHandle, std::string_view bytes,
+                             std::size_t& count) override {
+    count = bytes.size();
+    writes.emplace_back(bytes);
+    readable_ = takeUpTo(kSeparator, chunks_);
+    return platform::kSocketOk;
+  }
+  platform::SocketError receive(platform::SocketHandle, char* buffer, std::size_t capacity,
+                                std::size_t& count) override {
+    if (readable_.empty()) return platform::kWsaWouldBlock;
+    count = readable_.copy(buffer, capacity);
+    readable_.remove_prefix(count);
+    return platform::kSocketOk;
+  }
+  platform::SocketHandle listenOnLoopback(std::uint16_t&, platform::SocketError&) override {
+    return platform::kInvalidSocket;
+  }
+  platform::SocketHandle accept(platform::SocketHandle, platform::SocketError&) override {
+    return platform::kInvalidSocket;
+  }
+
+  std::vector<std::string> writes;
+
+ private:
+  std::string_view chunks_;
+  std::string_view readable_;
+  test_support::ManualClock& clock_;
+};
+
+// One line, or a part of the message.
+void requireOneStep(std::string_view write) {
+  const bool isText = write.starts_with("Subject:") || write.starts_with(".");
+  require(isText || write.find('\n') == write.size() - 1);
+}
+
+// Bits: 1 TLS from the first byte, 2 STARTTLS, 4 every recipient apart; then the method.
+SmtpServer serverFor(unsigned options, std::string_view helloName) {
+  static const char* const kMethods[] = {"", "LOGIN", "PLAIN", "CRAM-MD5", "NTLM", "MSN", "NONE"};
+  SmtpServer server;
+  server.host = "127.0.0.1";
+  server.ssl = (options & 1) != 0;
+  server.startTls = (options & 2) != 0;
+  server.credentials = {"user", std::string(kPassword), "", kMethods[(options >> 3) % 7]};
+  server.helloName = helloName;
+  return server;
+}
+
+}  // namespace
+
+extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
+  std::string_view input = textOf(data, size);
+  // A server that knows the secret may say it where replies are logged.
+  if (input.find(kPassword) != std::string_view::npos ||
+      input.find(kPasswordBase64) != std::string_view::npos) {
+    return 0;
+  }
+  const std::string_view first = takeUpTo(kSeparator, input);
+  const unsigned options = first.empty() ? 0 : static_cast<unsigned char>(first.front());
+  const SmtpServer server = serverFor(options, takeUpTo(kSeparator, input));
+  const Envelope envelope{
+      "from@x.example", {"to@x.example", std::string(takeUpTo(kSeparator, input))}, {}, {}};
+  SendOptions sendOptions;
+  sendOptions.individual = (options & 4) != 0;
+
+  test_support::ManualClock clock;
+  FakeSockets sockets(input, clock);
+  ErrorLog log;
+  ProgressMonitor progress(nullptr, 0, clock);
+  SmtpCall call{log, progress};
+  SmtpConnImpl session(sockets);
+  for (int mail = 0; mail < 2; ++mail) {
+    SendCounters counters;
+    const bool sent = session.reuseOrConnect(server, call) &&
+                      session.sendMime(envelope, kMessage, sendOptions, call, counters);
+    require(!sent || counters.accepted > 0);
+    require(!(sent && (server.ssl || server.startTls)));  // no input is a handshake
+  }
+  session.smtpQuit(call);
+
+  require(log.text().find(kPassword) == std::string_view::npos);
+  require(log.text().find(kPasswordBase64) == std::string_view::npos);
+  for (const std::string& write : sockets.writes) {
+    if (!server.ssl && !server.startTls) requireOneStep(write);
+    if (server.ssl || server.startTls) {
+      require(!write.starts_with("AUTH") && !write.starts_with("MAIL"));
+    }
+  }
+  return 0;
+}
