@@ -22,6 +22,7 @@ inline constexpr ServiceHandle kNoServiceHandle = 0;
 
 inline constexpr WinError kErrorInvalidHandle = 6;
 inline constexpr WinError kErrorNotEnoughMemory = 8;
+inline constexpr WinError kErrorInvalidName = 123;
 inline constexpr WinError kErrorInvalidServiceControl = 1052;
 inline constexpr WinError kErrorServiceRequestTimeout = 1053;
 inline constexpr WinError kErrorServiceDoesNotExist = 1060;

@@ -29,6 +29,7 @@ constexpr ErrorText kErrorTexts[] = {
     {kErrorInvalidHandle, "The handle is invalid."},
     {kErrorNotEnoughMemory, "Not enough storage is available to process this command."},
     {kErrorWriteFault, "The system cannot write to the specified device."},
+    {kErrorInvalidName, "The filename, directory name, or volume label syntax is incorrect."},
     {kErrorInvalidServiceControl, "The requested control is not valid for this service."},
     {kErrorServiceRequestTimeout,
      "The service did not respond to the start or control request in a timely fashion."},

@@ -34,17 +34,8 @@ void replaceAll(std::string& text, std::string_view from, std::string_view to) {
   }
 }
 
-// A path as the first word of ExecStart: "%" begins a specifier, and quotes and backslashes are as
-// in a shell.
-std::string execWord(const std::string& path) {
-  std::string word = "\"";
-  for (const char c : path) {
-    if (c == '"' || c == '\\') word += '\\';
-    if (c == '%') word += c;
-    word += c;
-  }
-  return word + '"';
-}
+// systemd starts no program whose path holds one of these.
+constexpr std::string_view kNotInPrograms = "\"\\'\n";
 
 // One line, with no specifier in it.
 std::string unitValue(std::string text) {
@@ -56,7 +47,8 @@ std::string unitValue(std::string text) {
 std::string unitText(const NewService& service) {
   std::string text = kUnitTemplate;
   replaceAll(text, "@DESCRIPTION@", unitValue(service.displayName));
-  replaceAll(text, "@EXEC_START@", execWord(service.imagePath));
+  // Quoted for its blanks.
+  replaceAll(text, "@EXEC_START@", '"' + unitValue(service.imagePath) + '"');
   return text;
 }
 
@@ -114,6 +106,9 @@ WinError SystemdUnits::checkAccess(ManagerAccess access) const {
 
 WinError SystemdUnits::create(const NewService& service) const {
   if (find(service.name) == kErrorSuccess) return kErrorServiceExists;
+  if (service.imagePath.find_first_of(kNotInPrograms) != std::string::npos) {
+    return kErrorInvalidName;
+  }
   const WinError written = writeUnit(service.name, unitText(service));
   return written == kErrorSuccess ? setStart(service.name, service.startType) : written;
 }
