@@ -44,7 +44,7 @@ bool enterWorkDir(const std::string& wanted, std::string& error) {
 
 // Pads to a column by characters, not bytes.
 std::string padded(const std::string& text, std::size_t width) {
-  const std::size_t length = platform::utf8ToUtf16(text).size();
+  const std::size_t length = platform::ansiToUtf16(text).size();
   return text + std::string(length < width ? width - length : 1, ' ');
 }
 

@@ -3,6 +3,7 @@
 #include <cstddef>
 
 #include "config/format_text.h"
+#include "platform/code_page.h"
 #include "platform/files.h"
 
 namespace console {
@@ -191,7 +192,7 @@ std::vector<ExpectedOutcome> demoExpectations() {
       {"jana.jensen", kDefault, Outcome::Skipped, service::kSkipExcluded},
       {"karl.kruse", kDefault, Outcome::Skipped, service::kSkipProcessedEarlier},
       {"lena.lund", kDefault, Outcome::NotMailed},
-      {"zo\u00eb.m\u00fcller", kDefault, Outcome::Warned},
+      {platform::utf16ToAnsi(u"zo\u00eb.m\u00fcller"), kDefault, Outcome::Warned},
       {"olaf.brandt", kDefault, Outcome::MailFailed},
       {"AB", kDefault, Outcome::Skipped, service::kSkipNameTooShort},
       {"dora.dahl", kLength1, Outcome::Warned},

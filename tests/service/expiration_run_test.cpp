@@ -7,6 +7,7 @@
 #include <gtest/gtest.h>
 
 #include "console/smtp_catcher.h"
+#include "platform/code_page.h"
 #include "platform/file/ldif_source.h"
 #include "platform/file/reg_registry.h"
 #include "platform/file/snapshot_directory.h"
@@ -188,7 +189,8 @@ TEST_F(PassTest, ReadsListLinesAsTheyAre) {
 
   std::vector<std::string> names;
   for (const auto& verdict : record.verdicts) {
-    if (verdict.slot == 1) names.push_back(verdict.username);
+    if (verdict.slot != 1) continue;
+    names.push_back(platform::utf16ToUtf8(platform::ansiToUtf16(verdict.username)));
   }
   // A read takes 127 characters; the last of each is taken for the line end. Bytes that are not
   // UTF-8 are Windows-1252, so that they stay different names.
@@ -200,7 +202,7 @@ TEST_F(PassTest, ReadsListLinesAsTheyAre) {
                                              "lastonex\u00ff",
                                              "lastone"};
   EXPECT_EQ(names, expected);
-  EXPECT_TRUE(record.of("J\u00fcrgen", 1).accountFound);
+  EXPECT_TRUE(record.of(platform::utf16ToAnsi(u"J\u00fcrgen"), 1).accountFound);
 }
 
 TEST_F(PassTest, ReportsMailFailureAndGoesOn) {

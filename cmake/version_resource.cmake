@@ -1,0 +1,11 @@
+# pwlapse_version_resource(TARGET DESCRIPTION): what Windows shows of a program under "Details".
+function(pwlapse_version_resource target description)
+  if(NOT WIN32)
+    return()
+  endif()
+  set(PROGRAM_FILE ${target}.exe)
+  set(PROGRAM_DESCRIPTION ${description})
+  set(resource ${CMAKE_CURRENT_BINARY_DIR}/${target}.rc)
+  configure_file(${PROJECT_SOURCE_DIR}/cmake/version.rc.in ${resource} @ONLY)
+  target_sources(${target} PRIVATE ${resource})
+endfunction()
