@@ -62,6 +62,8 @@ smtpd_client_restrictions = {client_restrictions}
 smtpd_recipient_restrictions = check_recipient_access texthash:{folder}/recipients
 smtpd_peername_lookup = no
 smtpd_client_connection_count_limit = 0
+smtpd_error_sleep_time = 0
+message_drop_headers =
 smtpd_sasl_auth_enable = {sasl}
 smtpd_sasl_type = dovecot
 smtpd_sasl_path = {folder}/dovecot/sasl
@@ -100,6 +102,7 @@ log_path = {folder}/dovecot.log
 protocols =
 ssl = no
 auth_mechanisms = {mechanisms}
+auth_failure_delay = 0
 default_vsz_limit = 0
 disable_plaintext_auth = no
 passdb {{
@@ -280,6 +283,21 @@ class PostfixMail:
         return DeliveredMail(recipient=str(message["Delivered-To"]),
                              sender=str(message["Return-Path"]).strip("<>"), message=message,
                              raw=raw)
+
+
+def make_certificates(folder):
+    """Writes, in PEM, for the host name "localhost": self.pem, which signed itself, and host.pem,
+    which the authority in ca.pem signed; each with its key in NAME.key."""
+    def openssl(*arguments):
+        subprocess.run(["openssl", *arguments], cwd=folder, check=True, capture_output=True)
+
+    make = ("req", "-x509", "-newkey", "ec", "-pkeyopt", "ec_paramgen_curve:prime256v1", "-nodes",
+            "-days", "2")
+    name = ("-subj", "/CN=localhost", "-addext", "subjectAltName=DNS:localhost")
+    openssl(*make, "-keyout", "self.key", "-out", "self.pem", *name)
+    openssl(*make, "-keyout", "ca.key", "-out", "ca.pem", "-subj", "/CN=Test authority")
+    openssl(*make, "-keyout", "host.key", "-out", "host.pem", *name, "-CA", "ca.pem", "-CAkey",
+            "ca.key", "-addext", "basicConstraints=critical,CA:FALSE")
 
 
 def _free_port():

@@ -1,0 +1,127 @@
+"""The mail library against Postfix with Dovecot: every way to connect, to trust and to log in."""
+import base64
+import pathlib
+import shutil
+import subprocess
+import tempfile
+import unittest
+
+import mail_probe
+import postfix_mail
+import samba_ad
+
+samba_ad.enter_own_network()
+
+DOMAIN = "example.com"
+USER, PASSWORD, WRONG = "postman", "p\u00e4ss & <word>", "not-it-9f3a"
+SECRETS = [form for word in (PASSWORD, WRONG) for form in (
+    word, base64.b64encode(word.encode()).decode(),
+    base64.b64encode(f"{USER}\0{USER}\0{word}".encode()).decode())]
+# The settings that choose TLS, and what is logged when it cannot be had.
+WAYS = {
+    "plain": ([], ""),
+    "STARTTLS": ([("StartTLS", 1)], "Failed to establish TLS connection."),
+    "implicit TLS": ([("SmtpSsl", 1)], "Failed to connect to secure SMTP (1)"),
+}
+# The method that is asked for, and what is logged when the login is refused.
+METHODS = {
+    "": "Failed to login using LOGIN method",
+    "LOGIN": "Failed to get response to login password",
+    "PLAIN": "Failed to login using PLAIN method",
+    "CRAM-MD5": "Failed to get successful CRAM-MD5 response",
+}
+MESSAGE = [
+    ("From", f"J\u00fcrgen <juergen@{DOMAIN}>"), ("AddTo", "\u041f\u0451\u0442\u0440", f"to@{DOMAIN}"),
+    ("AddBcc", "", f"bcc@{DOMAIN}"), ("SetHtmlBody", "<p>.\n..\n.gr\u00fc\u00df</p>\n." + "z" * 3000),
+    ("AddPlainTextAlternativeBody", ".\n.."), ("AddStringAttachment", "\u00fc.txt", "a\r\n.\r\n\r\n")]
+
+
+class ServersTest(unittest.TestCase):
+    @classmethod
+    def setUpClass(cls):
+        folder = tempfile.mkdtemp(prefix="mail-servers-")
+        cls.addClassCleanup(shutil.rmtree, folder)
+        cls.folder = pathlib.Path(folder)
+        postfix_mail.make_certificates(folder)
+        cls.servers = {
+            certificate: postfix_mail.PostfixMail(
+                domain=DOMAIN, logins={USER: PASSWORD}, login_required=True,
+                tls=certificate and [cls.folder / f"{certificate}.{kind}" for kind in ("pem", "key")])
+            for certificate in ("self", "host", None)}
+        for server in cls.servers.values():
+            cls.addClassCleanup(server.stop)
+            server.start()
+
+    def send(self, server, settings, host="localhost", way="plain", method="", password=PASSWORD):
+        """Whether it was sent, the log, and what was to be transmitted."""
+        port = server.tls_port if way == "implicit TLS" and server.tls_port else server.port
+        results = mail_probe.run(
+            [*MESSAGE, ("Subject", f"{host} {way} {method} {settings}"), ("SmtpHost", host),
+             ("SmtpPort", port), ("SmtpUsername", USER), ("SmtpPassword", password),
+             ("SmtpAuthMethod", method), *WAYS[way][0], *settings, ("RenderToMime",),
+             ("SendEmail",), ("LastErrorText",)],
+            environment={"SSL_CERT_FILE": str(self.folder / "ca.pem")})
+        mime, sent, log = results[-3:]
+        for secret in SECRETS:
+            self.assertNotIn(secret, log)
+        return sent == "1", log, mime
+
+    def test_every_way(self):
+        for certificate in ("self", "host"):
+            server, sent = self.servers[certificate], []
+            for way, (_, no_tls) in WAYS.items():
+                for verify in (0, 1):
+                    for method, no_login in METHODS.items():
+                        for password in (PASSWORD, WRONG):
+                            with self.subTest(f"{certificate} {way} {verify} {method} {password}"):
+                                done, log, mime = self.send(
+                                    server, [("RequireVerifiedCertificate", verify)], way=way,
+                                    method=method, password=password)
+                                said = "" if way == "plain" else (
+                                    "SSL Server Certificate "
+                                    f"{'' if certificate == 'host' else 'not '}verified.")
+                                self.assertIn(said, log)
+                                if certificate == "self" and verify and way != "plain":
+                                    self.assertIn("Failed to verify server certificate", log)
+                                    problem = no_tls
+                                else:
+                                    problem = no_login if password == WRONG else ""
+                                self.assertIn(problem, log)
+                                self.assertEqual(done, not problem, log)
+                                if done:
+                                    sent.append(mime)
+            self.check_delivered(server, sent)
+
+    def check_delivered(self, server, sent):
+        """Each of `sent` came to both recipients as it was, below what the server put on top."""
+        mails = server.delivered()
+        for recipient in ("bcc", "to"):
+            got = [mail for mail in mails if mail.recipient == f"{recipient}@{DOMAIN}"]
+            self.assertEqual({mail.sender for mail in got}, {f"juergen@{DOMAIN}"})
+            # The end of the data brings its own line end.
+            self.assertEqual(sorted(mail.raw[mail.raw.index(b"MIME-Version"):] for mail in got),
+                             sorted(mime.replace("\r\n", "\n").encode() + b"\n" for mime in sent))
+
+    def test_what_cannot_be(self):
+        signed, bare = self.servers["host"], self.servers[None]
+        verified = [("RequireVerifiedCertificate", 1)]
+        for what, server, options, said in (
+                ("a certificate of another name", signed,
+                 dict(settings=verified, host="127.0.0.1", way="STARTTLS"),
+                 "Failed to verify server certificate"),
+                ("no STARTTLS", bare, dict(settings=[], way="STARTTLS"),
+                 "Failed to receive STARTTLS response"),
+                ("no TLS", bare, dict(settings=[], way="implicit TLS"),
+                 "Failed to connect to secure SMTP (1)"),
+                ("no login", bare, dict(settings=[], method="NONE"), "Failed when sending RCPT TO:<"),
+                ("a method that is not offered", bare, dict(settings=[], method="MSN"),
+                 "MSN authentication failed")):
+            with self.subTest(what):
+                done, log, _ = self.send(server, **options)
+                self.assertIn(said, log)
+                self.assertFalse(done)
+        self.assertEqual(bare.delivered(), [])
+
+
+if __name__ == "__main__":
+    unittest.main()
