@@ -1,6 +1,8 @@
-// Sends a mail from a file again and again with libcurl, each with a handle and a connection of its
-// own. Run by bench.py against a sink, beside kelvado_mails.
-//   curl_mails PORT COUNT FILE   sends to 127.0.0.1 and prints the seconds that it took
+// Sends a mail from a file again and again with libcurl. Run by bench.py against a sink, beside
+// kelvado_mails.
+//   curl_mails PORT COUNT MODE FILE   sends to 127.0.0.1 and prints the seconds that it took; MODE:
+//       each, kept           a handle and a connection for each mail, or one for all
+//       starttls-each, starttls-kept
 #include <algorithm>
 #include <chrono>
 #include <cstdio>
@@ -23,9 +25,7 @@ std::size_t readMail(char* buffer, std::size_t size, std::size_t count, void* re
   return length;
 }
 
-bool sendOne(const std::string& url, std::string_view mail) {
-  CURL* curl = curl_easy_init();
-  if (curl == nullptr) return false;
+bool sendOne(CURL* curl, const std::string& url, bool startTls, std::string_view mail) {
   curl_slist* recipients = curl_slist_append(nullptr, "<user@bench.example>");
   curl_easy_setopt(curl, CURLOPT_URL, url.c_str());
   curl_easy_setopt(curl, CURLOPT_MAIL_FROM, "<helpdesk@bench.example>");
@@ -33,29 +33,46 @@ bool sendOne(const std::string& url, std::string_view mail) {
   curl_easy_setopt(curl, CURLOPT_UPLOAD, 1L);
   curl_easy_setopt(curl, CURLOPT_READFUNCTION, readMail);
   curl_easy_setopt(curl, CURLOPT_READDATA, &mail);
+  if (startTls) {
+    curl_easy_setopt(curl, CURLOPT_USE_SSL, static_cast<long>(CURLUSESSL_ALL));
+    curl_easy_setopt(curl, CURLOPT_SSL_VERIFYPEER, 0L);
+    curl_easy_setopt(curl, CURLOPT_SSL_VERIFYHOST, 0L);
+  }
   const CURLcode result = curl_easy_perform(curl);
   if (result != CURLE_OK) std::fprintf(stderr, "%s\n", curl_easy_strerror(result));
   curl_slist_free_all(recipients);
-  curl_easy_cleanup(curl);
   return result == CURLE_OK;
+}
+
+bool sendAll(const std::string& url, std::string_view mode, int count, std::string_view mail) {
+  const bool startTls = mode.starts_with("starttls");
+  const bool kept = mode.ends_with("kept");
+  CURL* curl = curl_easy_init();
+  bool sent = true;
+  for (int i = 0; i < count && sent; ++i) {
+    if (!kept && i > 0) {
+      curl_easy_cleanup(curl);
+      curl = curl_easy_init();
+    }
+    sent = sendOne(curl, url, startTls, mail);
+  }
+  curl_easy_cleanup(curl);
+  return sent;
 }
 
 }  // namespace
 
 int main(int argc, char** argv) {
-  if (argc != 4) {
-    std::fprintf(stderr, "usage: curl_mails PORT COUNT FILE\n");
+  if (argc != 5) {
+    std::fprintf(stderr, "usage: curl_mails PORT COUNT MODE FILE\n");
     return 2;
   }
-  std::ifstream file(argv[3], std::ios::binary);
+  std::ifstream file(argv[4], std::ios::binary);
   const std::string mail{std::istreambuf_iterator<char>(file), {}};
   const std::string url = std::string("smtp://127.0.0.1:") + argv[1] + "/bench.example";
-  const int count = std::atoi(argv[2]);
   curl_global_init(CURL_GLOBAL_DEFAULT);
   const auto start = std::chrono::steady_clock::now();
-  for (int i = 0; i < count; ++i) {
-    if (!sendOne(url, mail)) return 1;
-  }
+  if (!sendAll(url, argv[3], std::atoi(argv[2]), mail)) return 1;
   const std::chrono::duration<double> seconds = std::chrono::steady_clock::now() - start;
   std::printf("%.6f\n", seconds.count());
   curl_global_cleanup();

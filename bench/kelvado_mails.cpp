@@ -1,16 +1,23 @@
-// Sends one warning mail again and again through the mail library, each with objects and a
-// connection of its own, as a pass does. Run by bench.py against a sink, beside curl_mails.
-//   kelvado_mails PORT COUNT   sends to 127.0.0.1 and prints the seconds that it took
-//   kelvado_mails              prints the mail, for the peer to send the same
+// Sends one warning mail again and again through the mail library. Run by bench.py against a sink,
+// beside curl_mails, which sends the same.
+//   kelvado_mails PORT COUNT MODE   sends to 127.0.0.1 and prints the seconds that it took; MODE:
+//       each, kept              a connection for each mail, with objects of its own, as a pass
+//                               does; or one for all, with one object
+//       starttls-each, starttls-kept
+//       attachment=MB           kept, each with so many megabytes attached
+//   kelvado_mails                   prints the mail
 #include <chrono>
 #include <cstdio>
 #include <cstdlib>
 #include <string>
+#include <string_view>
 
 #include "mail/mime/kv_email.h"
 #include "mail/smtp/kv_mail_man.h"
 
 namespace {
+
+constexpr std::string_view kAttachment = "attachment=";
 
 std::string body() {
   std::string html = "<html><body><h3>Your Windows password expires in 7 days</h3>\n";
@@ -28,41 +35,79 @@ void compose(kelvado::KvEmail& email, const std::string& html) {
   email.SetHtmlBody(html.c_str());
 }
 
-bool sendOne(int port, const std::string& html) {
-  kelvado::KvMailMan mailMan;
-  mailMan.UnlockComponent("bench");
-  mailMan.put_SmtpHost("127.0.0.1");
-  mailMan.put_SmtpPort(port);
-  mailMan.put_HeloHostname("bench.example");
-  kelvado::KvEmail email;
-  compose(email, html);
-  if (mailMan.SendEmail(email)) return true;
-  std::fprintf(stderr, "%s\n", mailMan.LastErrorText());
-  return false;
-}
+class Sender {
+ public:
+  Sender(int port, std::string_view mode)
+      : port_(port),
+        startTls_(mode.starts_with("starttls")),
+        kept_(mode.ends_with("kept") || mode.starts_with(kAttachment)) {
+    if (!mode.starts_with(kAttachment)) return;
+    const std::string size(mode.substr(kAttachment.size()));
+    attachment_.assign(std::strtoul(size.c_str(), nullptr, 10) << 20, '\xA5');
+  }
 
-void printMail(const std::string& html) {
+  bool send(int count) {
+    if (kept_) {
+      kelvado::KvMailMan mailMan;
+      prepare(mailMan);
+      for (int i = 0; i < count; ++i) {
+        if (!sendOne(mailMan)) return false;
+      }
+      return mailMan.CloseSmtpConnection();
+    }
+    for (int i = 0; i < count; ++i) {
+      kelvado::KvMailMan mailMan;
+      prepare(mailMan);
+      if (!sendOne(mailMan)) return false;
+    }
+    return true;
+  }
+
+ private:
+  void prepare(kelvado::KvMailMan& mailMan) const {
+    mailMan.UnlockComponent("bench");
+    mailMan.put_SmtpHost("127.0.0.1");
+    mailMan.put_SmtpPort(port_);
+    mailMan.put_StartTLS(startTls_);
+    mailMan.put_HeloHostname("bench.example");
+  }
+
+  bool sendOne(kelvado::KvMailMan& mailMan) const {
+    kelvado::KvEmail email;
+    compose(email, html_);
+    if (!attachment_.empty()) {
+      email.AddDataAttachment("file.bin", attachment_.data(), attachment_.size());
+    }
+    if (mailMan.SendEmail(email)) return true;
+    std::fprintf(stderr, "%s\n", mailMan.LastErrorText());
+    return false;
+  }
+
+  int port_;
+  bool startTls_;
+  bool kept_;
+  std::string html_ = body();
+  std::string attachment_;
+};
+
+void printMail() {
   kelvado::KvMailMan mailMan;
   mailMan.UnlockComponent("bench");
   kelvado::KvEmail email;
-  compose(email, html);
+  compose(email, body());
   std::fputs(mailMan.RenderToMime(email), stdout);
 }
 
 }  // namespace
 
 int main(int argc, char** argv) {
-  const std::string html = body();
-  if (argc != 3) {
-    printMail(html);
+  if (argc != 4) {
+    printMail();
     return 0;
   }
-  const int port = std::atoi(argv[1]);
-  const int count = std::atoi(argv[2]);
+  Sender sender(std::atoi(argv[1]), argv[3]);
   const auto start = std::chrono::steady_clock::now();
-  for (int i = 0; i < count; ++i) {
-    if (!sendOne(port, html)) return 1;
-  }
+  if (!sender.send(std::atoi(argv[2]))) return 1;
   const std::chrono::duration<double> seconds = std::chrono::steady_clock::now() - start;
   std::printf("%.6f\n", seconds.count());
   return 0;
