@@ -1,5 +1,7 @@
 #include "config/registry_readers.h"
 
+#include <tuple>
+
 #include "config/debug_log.h"
 #include "tests/config/registry_fixture.h"
 #include "tests/support/text_file.h"
@@ -15,10 +17,8 @@ TEST_F(RegistryReaders, EachHasItsOwnDefaultRule) {
   auto& registry = registryWith(kKey,
                                 "\"number\"=dword:80000001\n\"zero\"=dword:00000000\n"
                                 "\"text\"=\"7\"\n\"short\"=hex(4):05\n\"long\"=hex(4):1,2,3,4,5\n");
-  const struct {
-    const char* value;
-    std::uint32_t number, withDefault, optional;
-  } cases[] = {
+  // What each reader makes of a value: plain, with the default 9, optional.
+  const std::tuple<const char*, std::uint32_t, std::uint32_t, std::uint32_t> cases[] = {
       {"number", 0x80000001, 0x80000001, 0x80000001},
       {"zero", 0, 0, 0},
       {"text", 0, 9, kNumberAbsent},
@@ -26,10 +26,10 @@ TEST_F(RegistryReaders, EachHasItsOwnDefaultRule) {
       {"short", 5, 5, 5},
       {"long", 0, 0, kNumberAbsent},  // a number by its type, but one that cannot be read
   };
-  for (const auto& c : cases) {
-    EXPECT_EQ(readNumber(registry, kKey, c.value), c.number) << c.value;
-    EXPECT_EQ(readNumberWithDefault(registry, kKey, c.value, 9), c.withDefault) << c.value;
-    EXPECT_EQ(readOptionalNumber(registry, kKey, c.value), c.optional) << c.value;
+  for (const auto& [value, number, withDefault, optional] : cases) {
+    EXPECT_EQ(readNumber(registry, kKey, value), number) << value;
+    EXPECT_EQ(readNumberWithDefault(registry, kKey, value, 9), withDefault) << value;
+    EXPECT_EQ(readOptionalNumber(registry, kKey, value), optional) << value;
   }
   EXPECT_EQ(readNumberWithDefault(registry, "Software\\Missing", "number", 9), 9U);
 }

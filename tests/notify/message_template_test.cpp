@@ -1,5 +1,7 @@
 #include "notify/message_template.h"
 
+#include <utility>
+
 #include <gtest/gtest.h>
 
 #include "platform/files.h"
@@ -9,10 +11,7 @@ namespace {
 
 TEST(MessageTemplate, ReplacesTokens) {
   const notify::TokenValues values{"jd", "J\u00f6rg", "<%daysUntilExpiration%>", -3};
-  const struct {
-    const char* text;
-    const char* result;
-  } cases[] = {
+  const std::pair<const char*, const char*> cases[] = {
       {"<%username%>, <%firstName%>", "jd, J\u00f6rg"},
       {"<%daysUntilExpiration%> and <%daysUntilExpiration%>", "-3 and -3"},
       {"<%DaysUntilExpiration%> <%Username%> <%username%",
@@ -23,7 +22,7 @@ TEST(MessageTemplate, ReplacesTokens) {
       {"<<%username%>>", "<jd>"},
       {"", ""},
   };
-  for (const auto& c : cases) EXPECT_EQ(notify::replaceTokens(c.text, values), c.result) << c.text;
+  for (const auto& [text, result] : cases) EXPECT_EQ(notify::replaceTokens(text, values), result);
   // But an inserted value is not looked at again for its own kind.
   EXPECT_EQ(notify::replaceTokens("<%username%>", {"<%username%>x", "", "", 0}), "<%username%>x");
 }

@@ -1,6 +1,7 @@
 #include "platform/code_page.h"
 
 #include <string>
+#include <tuple>
 
 #include <gtest/gtest.h>
 
@@ -14,11 +15,7 @@ std::string bytes(std::initializer_list<int> values) {
 }
 
 TEST(Unicode, MalformedUtf8GivesOneReplacementForEachIllFormedPart) {
-  const struct {
-    std::string utf8;
-    std::u16string utf16;
-    bool valid;
-  } cases[] = {
+  const std::tuple<std::string, std::u16string, bool> cases[] = {
       {"J\xC3\xBCrgen", u"J\u00FCrgen", true},
       {"\xF0\x9F\x94\x91", u"\U0001F511", true},
       {"\xF4\x8F\xBF\xBF", u"\U0010FFFF", true},
@@ -31,12 +28,10 @@ TEST(Unicode, MalformedUtf8GivesOneReplacementForEachIllFormedPart) {
       {"\xF0\x9F\x94", u"\uFFFD", false},
       {"\xFFx\x80", u"\uFFFDx\uFFFD", false},
   };
-  for (const auto& c : cases) {
-    EXPECT_EQ(utf8ToUtf16(c.utf8), c.utf16) << c.utf8;
-    EXPECT_EQ(isValidUtf8(c.utf8), c.valid) << c.utf8;
-    if (c.valid) {
-      EXPECT_EQ(utf16ToUtf8(c.utf16), c.utf8);
-    }
+  for (const auto& [utf8, utf16, valid] : cases) {
+    EXPECT_EQ(utf8ToUtf16(utf8), utf16) << utf8;
+    EXPECT_EQ(isValidUtf8(utf8), valid) << utf8;
+    EXPECT_EQ(utf16ToUtf8(utf16) == utf8, valid);
   }
   const char16_t lone[] = {u'a', 0xD83D, u'b', 0xDD11};
   EXPECT_EQ(utf16ToUtf8(std::u16string_view(lone, 4)), "a\uFFFDb\uFFFD");
@@ -48,11 +43,7 @@ TEST(Ansi, TextThatIsNotUtf8IsWindows1252) {
 }
 
 TEST(CodePages, ConvertBothWays) {
-  const struct {
-    std::uint32_t codePage;
-    std::string encoded;
-    std::string utf8;
-  } cases[] = {
+  const std::tuple<std::uint32_t, std::string, std::string> cases[] = {
       {1252, "\x80 \xFC", "\u20AC \u00FC"},
       {20866, "\xF0", "\u041F"},
       {950, "\xBA\x7E", "\u6F22"},
@@ -63,36 +54,33 @@ TEST(CodePages, ConvertBothWays) {
       {65006, bytes({0, 1, 0xF5, 0x11}), "\U0001F511"},
       {65001, "\u20AC", "\u20AC"},
   };
-  for (const auto& c : cases) {
+  for (const auto& [codePage, encoded, utf8] : cases) {
+    SCOPED_TRACE(codePage);
     std::string out;
     bool lossy = false;
-    const bool converts = codePageToUtf8(c.codePage, c.encoded, out, &lossy);
-    if (!converts && c.codePage == 50220) continue;  // some systems lack it
-    EXPECT_TRUE(converts) << c.codePage;
-    EXPECT_EQ(out, c.utf8) << c.codePage;
-    EXPECT_TRUE(utf8ToCodePage(c.codePage, c.utf8, out, &lossy)) << c.codePage;
-    EXPECT_EQ(out, c.encoded) << c.codePage;
-    EXPECT_FALSE(lossy) << c.codePage;
+    const bool converts = codePageToUtf8(codePage, encoded, out, &lossy);
+    if (!converts && codePage == 50220) continue;  // some systems lack it
+    EXPECT_TRUE(converts);
+    EXPECT_EQ(out, utf8);
+    EXPECT_TRUE(utf8ToCodePage(codePage, utf8, out, &lossy));
+    EXPECT_EQ(out, encoded);
+    EXPECT_FALSE(lossy);
   }
 }
 
 TEST(CodePages, ReplaceWhatCannotBeCarriedOver) {
-  const struct {
-    std::uint32_t codePage;
-    bool decode;
-    std::string text, expected;
-  } cases[] = {
+  const std::tuple<std::uint32_t, bool, std::string, std::string> cases[] = {
       {28591, false, "1\u20AC\u65E5 2", "1?? 2"},
       {37, false, "\u65E5", "\x6F"},  // a question mark in EBCDIC
       {20127, true, "a\xFC z", "a\uFFFD z"},
       {1200, true, bytes({0x00, 0xD8, 0x5A, 0x00}), "\uFFFDZ"},  // a lone surrogate
   };
-  for (const auto& c : cases) {
+  for (const auto& [codePage, decode, text, expected] : cases) {
     std::string out;
     bool lossy = false;
-    EXPECT_TRUE((c.decode ? codePageToUtf8 : utf8ToCodePage)(c.codePage, c.text, out, &lossy));
-    EXPECT_EQ(out, c.expected) << c.codePage;
-    EXPECT_TRUE(lossy) << c.codePage;
+    EXPECT_TRUE((decode ? codePageToUtf8 : utf8ToCodePage)(codePage, text, out, &lossy));
+    EXPECT_EQ(out, expected) << codePage;
+    EXPECT_TRUE(lossy) << codePage;
   }
   std::string out;
   EXPECT_FALSE(codePageToUtf8(0, "a", out));

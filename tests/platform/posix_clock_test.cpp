@@ -1,6 +1,6 @@
 #include <cstdlib>
 #include <ctime>
-#include <string>
+#include <tuple>
 
 #include <gtest/gtest.h>
 
@@ -10,12 +10,8 @@ namespace platform {
 namespace {
 
 TEST(PosixClock, TimeZoneIsInTermsOfStandardTime) {
-  const struct {
-    const char* rule;
-    int bias;
-    bool daylight;
-    int total;  // minutes from local time to UTC now
-  } cases[] = {
+  // Rule, bias, daylight saving time; minutes from local time to UTC now.
+  const std::tuple<const char*, int, bool, int> cases[] = {
       {"UTC0", 0, false, 0},
       {"IST-5:30", -330, false, -330},
       // Daylight saving time all the year but its first day, so that it is in force now.
@@ -26,12 +22,12 @@ TEST(PosixClock, TimeZoneIsInTermsOfStandardTime) {
   std::tm utc{};
   gmtime_r(&now, &utc);
   if (utc.tm_yday < 4) GTEST_SKIP() << "the rules below have no daylight saving time today";
-  for (const auto& c : cases) {
-    setenv("TZ", c.rule, 1);
+  for (const auto& [rule, bias, daylight, total] : cases) {
+    setenv("TZ", rule, 1);
     const TimeZone got = systemClock().timeZone();
-    EXPECT_EQ(got.bias, c.bias) << c.rule;
-    EXPECT_EQ(got.daylight, c.daylight) << c.rule;
-    EXPECT_EQ(got.bias + (got.daylight ? got.daylightBias : 0), c.total) << c.rule;
+    EXPECT_EQ(got.bias, bias) << rule;
+    EXPECT_EQ(got.daylight, daylight) << rule;
+    EXPECT_EQ(got.bias + (got.daylight ? got.daylightBias : 0), total) << rule;
   }
   unsetenv("TZ");
 }

@@ -3,6 +3,8 @@
 
 #include <string>
 #include <string_view>
+#include <tuple>
+#include <utility>
 
 #include <gtest/gtest.h>
 
@@ -34,11 +36,7 @@ RegistryValue valueOf(const RegFile& file, std::string_view name) {
 }
 
 TEST(RegFile, ReadsEveryTypeInBothEncodings) {
-  const struct {
-    std::string name, data;
-    RegistryType type;
-    std::string bytes;
-  } cases[] = {
+  const std::tuple<std::string, std::string, RegistryType, std::string> cases[] = {
       {"text", "\"a \\\"b\\\" c:\\\\d ; e\" ; comment", RegistryType::String,
        "a \"b\" c:\\d ; e\0"s},
       {"umlaut", "\"M\u00FCller\"", RegistryType::String, "M\u00FCller\0"s},
@@ -54,13 +52,13 @@ TEST(RegFile, ReadsEveryTypeInBothEncodings) {
       {"odd", "hex(ffff0012):01", static_cast<RegistryType>(0xFFFF0012), "\1"},
   };
   std::string text = std::string(kVersion5) + std::string(kKey) + "@=\"default\"\r\n";
-  for (const auto& c : cases) text += '"' + c.name + "\"=" + c.data + "\r\n";
+  for (const auto& [name, data, type, value] : cases) text += '"' + name + "\"=" + data + "\r\n";
   for (const std::string& bytes : {text, "\xEF\xBB\xBF" + text, utf16(text)}) {
     const RegFile file = parsed(bytes);
     EXPECT_EQ(valueOf(file, "").bytes, "default\0"s);
-    for (const auto& c : cases) {
-      EXPECT_EQ(valueOf(file, c.name).type, c.type) << c.name;
-      EXPECT_EQ(valueOf(file, c.name).bytes, c.bytes) << c.name;
+    for (const auto& [name, data, type, value] : cases) {
+      EXPECT_EQ(valueOf(file, name).type, type) << name;
+      EXPECT_EQ(valueOf(file, name).bytes, value) << name;
     }
   }
 }
@@ -91,10 +89,7 @@ TEST(RegFile, NamesTheLineThatIsWrong) {
   const std::string head = std::string(kVersion5) + std::string(kKey);  // three lines
   std::string deep;
   for (int i = 0; i < 100000; ++i) deep += "\\a";
-  const struct {
-    std::string bytes;
-    std::size_t line;
-  } cases[] = {
+  const std::pair<std::string, std::size_t> cases[] = {
       {"", 1},
       {"\xFE\xFF\0W"s, 1},
       {std::string(kVersion5) + "\"a\"=\"1\"\n", 3},
@@ -113,11 +108,12 @@ TEST(RegFile, NamesTheLineThatIsWrong) {
       {head + "[HKEY_CURRENT_USER\\Software]\nwrong\n", 5},
       {head + "[HKEY_LOCAL_MACHINE" + deep + "]\n", 4},
   };
-  for (const auto& c : cases) {
+  for (const auto& [bytes, line] : cases) {
+    SCOPED_TRACE(bytes.substr(0, 200));
     RegFile file;
     RegFileError error;
-    EXPECT_FALSE(parseRegFile(c.bytes, file, error)) << c.bytes.substr(0, 200);
-    EXPECT_EQ(error.line, c.line) << c.bytes.substr(0, 200) << error.what;
+    EXPECT_FALSE(parseRegFile(bytes, file, error));
+    EXPECT_EQ(error.line, line) << error.what;
     EXPECT_EQ(error.what.find("secret"), std::string::npos);
   }
 }
@@ -133,11 +129,9 @@ TEST(RegFile, EditsOnePlaceAndKeepsTheRest) {
                              "\"x\"=\"y\"";
   const RegistryValue five{RegistryType::Dword, "\5\0\0\0"s};
   const struct {
-    const char* path;
-    const char* name;
+    const char *path, *name;
     RegistryValue value;
-    std::string oldPart;
-    std::string newPart;
+    std::string oldPart, newPart;
   } cases[] = {
       {"software\\site", "DAY", five, "\"Day\"=dword:00000001", "\"Day\"=dword:00000005"},
       {"Software\\Site",

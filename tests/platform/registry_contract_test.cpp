@@ -2,6 +2,7 @@
 
 #include <memory>
 #include <string>
+#include <utility>
 
 #include <gtest/gtest.h>
 
@@ -21,10 +22,7 @@ TEST_P(RegistryContract, CreatesKeysWithAllAboveThem) {
 }
 
 TEST_P(RegistryContract, GivesBackWhatWasSet) {
-  const struct {
-    const char* name;
-    RegistryValue value;
-  } cases[] = {
+  const std::pair<const char*, RegistryValue> cases[] = {
       {"", {RegistryType::String, "a \"b\" \\ c\0"s}},
       {"lines", {RegistryType::String, "one\r\ntwo\0"s}},
       {"expand", {RegistryType::ExpandString, "%A%\0"s}},
@@ -34,17 +32,15 @@ TEST_P(RegistryContract, GivesBackWhatWasSet) {
       {"empty", {RegistryType::Binary, ""}},
   };
   const auto key = create(kPath);
-  for (const auto& c : cases) {
-    EXPECT_EQ(key->setValue(c.name, c.value), kErrorSuccess) << c.name;
-  }
+  for (const auto& [name, value] : cases) EXPECT_EQ(key->setValue(name, value), kErrorSuccess);
   const auto again = open(kPath);
   ASSERT_NE(again, nullptr);
-  EXPECT_EQ(again->setValue("text", cases[0].value), kErrorAccessDenied);
-  for (const auto& c : cases) {
-    RegistryValue value;
-    EXPECT_EQ(again->queryValue(c.name, 100, value), kErrorSuccess) << c.name;
-    EXPECT_EQ(value.type, c.value.type) << c.name;
-    EXPECT_EQ(value.bytes, c.value.bytes) << c.name;
+  EXPECT_EQ(again->setValue("text", cases[0].second), kErrorAccessDenied);
+  for (const auto& [name, value] : cases) {
+    RegistryValue read;
+    EXPECT_EQ(again->queryValue(name, 100, read), kErrorSuccess) << name;
+    EXPECT_EQ(read.type, value.type) << name;
+    EXPECT_EQ(read.bytes, value.bytes) << name;
   }
 }
 
