@@ -41,6 +41,11 @@ struct PoliciesOptions {
 };
 int policiesCommand(const PoliciesOptions& options);
 
+struct MxOptions {
+  std::string domainOrAddress;
+};
+int mxCommand(const MxOptions& options);
+
 // The registry that the option stands for, in words.
 std::string registryName(const std::string& registryFile);
 

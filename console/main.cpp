@@ -51,6 +51,12 @@ int main(int argc, char** argv) {
       ->type_name("FILE");
   policiesApp->add_flag("--short", policies.shortForm, "The short printout");
 
+  console::MxOptions mx;
+  CLI::App* mxApp = app.add_subcommand("mx", "Show the mail exchangers of a domain, best first");
+  mxApp->add_option("domain", mx.domainOrAddress, "A domain or an e-mail address")
+      ->type_name("DOMAIN-OR-ADDRESS")
+      ->required();
+
   try {
     app.parse(argc, argv);
   } catch (const CLI::ParseError& error) {
@@ -61,5 +67,6 @@ int main(int argc, char** argv) {
   if (demoApp->parsed()) return console::demoCommand(demo);
   if (settingsApp->parsed()) return console::settingsCommand(settings);
   if (policiesApp->parsed()) return console::policiesCommand(policies);
+  if (mxApp->parsed()) return console::mxCommand(mx);
   return console::catchCommand(catcher);
 }
