@@ -1,7 +1,7 @@
 // An SMTP server that takes every mail and forgets it, with and without STARTTLS: smtp-sink of
 // Postfix has no TLS. A thread a connection; bench.py ends it.
-//   tls_sink   listens on a free port of 127.0.0.1 and prints it
-// Its certificate is made when it starts and signed by itself: no client verifies it here.
+//   tls_sink FILE   writes its certificate, made just now and signed by itself, to the file, for
+//                   clients to verify; listens on a free port of 127.0.0.1 and prints it
 #include <csignal>
 #include <cstdio>
 #include <cstdlib>
@@ -11,15 +11,26 @@
 
 #include <arpa/inet.h>
 #include <netinet/tcp.h>
+#include <openssl/pem.h>
 #include <openssl/ssl.h>
+#include <openssl/x509v3.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
 namespace {
 
-SSL_CTX* makeContext() {
+void addExtension(X509* certificate, int nid, const char* value) {
+  X509V3_CTX context;
+  X509V3_set_ctx(&context, certificate, certificate, nullptr, nullptr, 0);
+  X509_EXTENSION* extension = X509V3_EXT_conf_nid(nullptr, &context, nid, value);
+  X509_add_ext(certificate, extension, -1);
+  X509_EXTENSION_free(extension);
+}
+
+SSL_CTX* makeContext(const char* certificateFile) {
   EVP_PKEY* key = EVP_EC_gen("P-256");
   X509* certificate = X509_new();
+  X509_set_version(certificate, X509_VERSION_3);
   X509_gmtime_adj(X509_getm_notBefore(certificate), -3600);
   X509_gmtime_adj(X509_getm_notAfter(certificate), 24 * 3600);
   X509_set_pubkey(certificate, key);
@@ -27,7 +38,13 @@ SSL_CTX* makeContext() {
   X509_NAME_add_entry_by_txt(name, "CN", MBSTRING_UTF8,
                              reinterpret_cast<const unsigned char*>("bench.example"), -1, -1, 0);
   X509_set_issuer_name(certificate, name);
+  addExtension(certificate, NID_basic_constraints, "critical,CA:TRUE");
+  addExtension(certificate, NID_subject_alt_name, "IP:127.0.0.1");
   X509_sign(certificate, key, EVP_sha256());
+  std::FILE* file = std::fopen(certificateFile, "w");
+  if (file == nullptr || PEM_write_X509(file, certificate) != 1 || std::fclose(file) != 0) {
+    return nullptr;
+  }
   SSL_CTX* context = SSL_CTX_new(TLS_server_method());
   SSL_CTX_use_certificate(context, certificate);
   SSL_CTX_use_PrivateKey(context, key);
@@ -117,7 +134,12 @@ class Connection {
 
 }  // namespace
 
-int main() {
+int main(int argc, char** argv) {
+  SSL_CTX* context = argc == 2 ? makeContext(argv[1]) : nullptr;
+  if (context == nullptr) {
+    std::fprintf(stderr, "usage: tls_sink FILE\n");
+    return 2;
+  }
   const int listener = socket(AF_INET, SOCK_STREAM, 0);
   sockaddr_in address{};
   address.sin_family = AF_INET;
@@ -130,7 +152,6 @@ int main() {
     return 1;
   }
   std::signal(SIGPIPE, SIG_IGN);
-  SSL_CTX* context = makeContext();
   std::printf("%d\n", ntohs(address.sin_port));
   std::fflush(stdout);
   for (;;) {
