@@ -18,6 +18,7 @@ import os
 import pathlib
 import pwd
 import select
+import shlex
 import shutil
 import signal
 import socket
@@ -29,7 +30,7 @@ DAEMONS = "/usr/lib/postfix/sbin"
 START_SECONDS = 60
 STOP_SECONDS = 30
 DELIVERY_SECONDS = 60
-MECHANISMS = "plain login cram-md5"
+MECHANISMS = "plain login cram-md5 ntlm"
 
 MAIN_CF = """\
 compatibility_level = 3.6
@@ -103,6 +104,8 @@ protocols =
 ssl = no
 auth_mechanisms = {mechanisms}
 auth_failure_delay = 0
+auth_use_winbind = yes
+auth_winbind_helper_path = {folder}/ntlm
 default_vsz_limit = 0
 disable_plaintext_auth = no
 passdb {{
@@ -112,6 +115,12 @@ passdb {{
 userdb {{
   driver = static
   args = uid={uid} gid={gid} home={folder}
+}}
+# A wrong password slows down nobody.
+service anvil {{
+  unix_listener anvil-auth-penalty {{
+    mode = 0
+  }}
 }}
 service auth {{
   unix_listener sasl {{
@@ -221,8 +230,8 @@ class PostfixMail:
             (self._folder / name).write_text(text.format(**values))
         (self._folder / "recipients").write_text(
             "".join(f"{address} 550 5.1.1 {address}: unknown here\n" for address in self._refused))
-        self._private_file("logins", "".join(
-            f"{user}:{{PLAIN}}{password}::::::\n" for user, password in self._logins.items()))
+        if self._logins:
+            self._write_logins()
 
         postfix, postdrop = pwd.getpwnam("postfix").pw_uid, grp.getgrnam("postdrop").gr_gid
         self._make_folder("data", 0o700, postfix, -1)
@@ -241,12 +250,19 @@ class PostfixMail:
         os.chown(folder, user, group)
         folder.chmod(mode)
 
-    def _private_file(self, name, text):
-        dovecot = pwd.getpwnam("dovecot").pw_uid if self._logins else 0
+    def _write_logins(self):
+        self._dovecot_file("logins", 0o600, "".join(
+            f"{user}:{{PLAIN}}{password}::::::\n" for user, password in self._logins.items()))
+        # NTLM is Samba's, which knows but one user without a domain: the first.
+        user, password = map(shlex.quote, next(iter(self._logins.items())))
+        self._dovecot_file("ntlm", 0o700, "#!/bin/sh\nexec /usr/bin/ntlm_auth \"$@\""
+                                          f" --username={user} --password={password}\n")
+
+    def _dovecot_file(self, name, mode, text):
         file = self._folder / name
-        file.touch(mode=0o600)
+        file.touch(mode=mode)
         file.write_text(text)
-        os.chown(file, dovecot, -1)
+        os.chown(file, pwd.getpwnam("dovecot").pw_uid, -1)
 
     def _start_postfix(self):
         # -w: comes back when the server is ready, or could not be started.
