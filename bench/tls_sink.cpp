@@ -28,7 +28,7 @@ void addExtension(X509* certificate, int nid, const char* value) {
 }
 
 SSL_CTX* makeContext(const char* certificateFile) {
-  EVP_PKEY* key = EVP_EC_gen("P-256");
+  EVP_PKEY* key = EVP_RSA_gen(2048);  // as the certificates of most mail servers are
   X509* certificate = X509_new();
   X509_set_version(certificate, X509_VERSION_3);
   X509_gmtime_adj(X509_getm_notBefore(certificate), -3600);
