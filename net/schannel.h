@@ -35,6 +35,12 @@ class SChannel final : public ByteChannel {
   bool EstablishChannel(const std::string& host, std::uint16_t port,
                         const TlsRequirements& requirements, std::uint32_t timeoutMs, LogBase& log,
                         ProgressMonitor& progress);
+  // The same under its second name.
+  bool EstablishChannel2(const std::string& host, std::uint16_t port,
+                         const TlsRequirements& requirements, std::uint32_t timeoutMs, LogBase& log,
+                         ProgressMonitor& progress) {
+    return EstablishChannel(host, port, requirements, timeoutMs, log, progress);
+  }
   bool SendSecure(std::string_view data, std::uint32_t idleTimeoutMs, LogBase& log,
                   ProgressMonitor& progress);
   // Sends the close notify and closes the socket, whatever happens.

@@ -5,6 +5,7 @@
 #pragma once
 
 #include <cstddef>
+#include <cstdint>
 #include <memory>
 #include <string>
 #include <string_view>
@@ -63,5 +64,44 @@ struct TlsClientOptions {
 // TLS 1.2 or later with the system's default ciphers and trusted roots. Null, with `error` in
 // words, when the credentials cannot be made.
 std::unique_ptr<SecureStream> createTlsClient(const TlsClientOptions& options, std::string& error);
+
+// What the NTLM package answers, in the numbers of SSPI on every system.
+using SspiStatus = std::uint32_t;
+inline constexpr SspiStatus kSecOk = 0;
+inline constexpr SspiStatus kSecContinueNeeded = 0x00090312;
+inline constexpr SspiStatus kSecCompleteNeeded = 0x00090313;
+inline constexpr SspiStatus kSecCompleteAndContinue = 0x00090314;
+inline constexpr SspiStatus kSecInsufficientMemory = 0x80090300;
+inline constexpr SspiStatus kSecInvalidHandle = 0x80090301;
+inline constexpr SspiStatus kSecTargetUnknown = 0x80090303;
+inline constexpr SspiStatus kSecInternalError = 0x80090304;
+inline constexpr SspiStatus kSecPackageNotFound = 0x80090305;
+inline constexpr SspiStatus kSecNotOwner = 0x80090306;
+inline constexpr SspiStatus kSecInvalidToken = 0x80090308;
+inline constexpr SspiStatus kSecLogonDenied = 0x8009030C;
+inline constexpr SspiStatus kSecUnknownCredentials = 0x8009030D;
+inline constexpr SspiStatus kSecNoCredentials = 0x8009030E;
+inline constexpr SspiStatus kSecNoAuthenticatingAuthority = 0x80090311;
+
+struct NtlmCredentials {  // UTF-8
+  std::string user;       // empty: whoever the process runs as
+  std::string password;
+  std::string domain;  // empty: none is told
+};
+
+// The client's side of one NTLM log-in.
+class NtlmClient {
+ public:
+  virtual ~NtlmClient() = default;
+
+  // `in`: the server's token, empty at first. `out`: the answer, ready to be sent, when the status
+  // is one of the first four above. A status of "complete" has been seen to already.
+  virtual SspiStatus step(std::string_view in, std::string& out) = 0;
+};
+
+// `host` is the server's name. Null, with `status` saying why, when there are no such credentials
+// or the system has no NTLM.
+std::unique_ptr<NtlmClient> createNtlmClient(const NtlmCredentials& credentials,
+                                             const std::string& host, SspiStatus& status);
 
 }  // namespace platform

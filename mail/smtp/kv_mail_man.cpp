@@ -92,6 +92,18 @@ void KvMailMan::put_SmtpUsername(const char* text) {
 const char* KvMailMan::get_SmtpUsername() {
   return result(impl_->settings().server.credentials.username.value_or(""));
 }
+void KvMailMan::put_HttpProxyHostname(const char* text) {
+  impl_->settings().server.proxy.host = textArgument(text);
+}
+const char* KvMailMan::get_HttpProxyHostname() {
+  return result(impl_->settings().server.proxy.host);
+}
+void KvMailMan::put_HttpProxyPort(int port) {
+  impl_->settings().server.proxy.port = port;
+}
+int KvMailMan::get_HttpProxyPort() const {
+  return impl_->settings().server.proxy.port;
+}
 // Not trimmed: a blank may be part of a password.
 void KvMailMan::put_SmtpPassword(const char* text) {
   impl_->settings().server.credentials.password = credential(text, untrimmedArgument(text));

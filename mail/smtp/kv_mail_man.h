@@ -59,6 +59,13 @@ class KvMailMan : public KvObject {
   void put_HeloHostname(const char* name);  // for EHLO; empty: the machine's own name
   const char* get_HeloHostname();
 
+  // The server is reached through this HTTP proxy (CONNECT), 8080 when no port is set; empty:
+  // directly.
+  void put_HttpProxyHostname(const char* name);
+  const char* get_HttpProxyHostname();
+  void put_HttpProxyPort(int port);
+  int get_HttpProxyPort() const;
+
   // --- logging in: only when there are both a user name and a password ---
   void put_SmtpUsername(const char* username);
   const char* get_SmtpUsername();

@@ -5,6 +5,7 @@
 
 #include "mail/mime/base64.h"
 #include "mail/mime/text_tools.h"
+#include "mail/smtp/ntlm_login.h"
 #include "platform/digest.h"
 
 namespace kelvado {
@@ -119,15 +120,29 @@ bool authCramMd5(SmtpWire& wire, const SmtpCredentials& credentials, SmtpCall& c
   return true;
 }
 
-// There is no NTLM on this system yet; the password must not go out in a weaker way instead.
-bool authNtlm(SmtpWire&, const SmtpCredentials&, SmtpCall& call) {
-  call.log.LogError("NTLM authentication failed");
-  return false;
+// A server must not get the password itself by refusing the method that was to keep it secret:
+// where NTLM was forced, LOGIN follows it only under TLS.
+bool mayFallBack(const SmtpWire& wire, const SmtpCredentials& credentials) {
+  return wire.isSecure() || applyForcedMethod(credentials.method, kNoMethod) == kNoMethod;
 }
 
-bool authMsn(SmtpWire&, const SmtpCredentials&, SmtpCall& call) {
-  call.log.LogError("MSN authentication failed");
-  return false;
+bool authByNtlm(const char* command, const char* failure, SmtpWire& wire,
+                const SmtpCredentials& credentials, SmtpCall& call) {
+  if (!haveCredentials(credentials, call)) return false;
+  const NtlmOutcome outcome = ntlmLogin(wire, credentials, command, call);
+  if (outcome == NtlmOutcome::LoggedIn) return true;
+  call.log.LogError(failure);
+  if (outcome == NtlmOutcome::Denied || !mayFallBack(wire, credentials)) return false;
+  call.log.LogData("alt_login_method", "LOGIN");
+  return authLogin(wire, credentials, call);
+}
+
+bool authNtlm(SmtpWire& wire, const SmtpCredentials& credentials, SmtpCall& call) {
+  return authByNtlm("AUTH NTLM", "NTLM authentication failed", wire, credentials, call);
+}
+
+bool authMsn(SmtpWire& wire, const SmtpCredentials& credentials, SmtpCall& call) {
+  return authByNtlm("AUTH MSN", "MSN authentication failed", wire, credentials, call);
 }
 
 struct Exchange {

@@ -20,6 +20,10 @@ constexpr int kMaxPort = 65535;
 // How long a good-bye that nobody waits for may take.
 constexpr std::uint32_t kHangUpTimeoutMs = 2000;
 
+bool isPort(int port) {
+  return port >= 1 && port <= kMaxPort;
+}
+
 std::string atServer(const char* text, const SmtpServer& server) {
   return text + server.host + ":" + std::to_string(server.port);
 }
@@ -113,15 +117,17 @@ bool SmtpConnImpl::openConnection(const SmtpServer& given, SmtpCall& call) {
     log.LogError(kBlockedMessage);
     return false;
   }
-  if (server.port < 1 || server.port > kMaxPort) {
-    log.LogError("The SMTP port is not a port number.");
+  if (!isPort(server.port) || !isPort(server.proxy.port)) {
+    log.LogError(isPort(server.port) ? "The port of the HTTP proxy is not a port number."
+                                     : "The SMTP port is not a port number.");
     return false;
   }
   wire_.setReadTimeout(server.readTimeoutMs);
   const std::uint64_t connectTimeoutMs = std::uint64_t{server.connectTimeoutSeconds} * 1000;
   const auto timeoutMs = static_cast<std::uint32_t>(
       std::min<std::uint64_t>(connectTimeoutMs, std::numeric_limits<std::uint32_t>::max()));
-  if (!wire_.connect(server.host, static_cast<std::uint16_t>(server.port), timeoutMs, call) ||
+  if (!wire_.connect(server.host, static_cast<std::uint16_t>(server.port), server.proxy, timeoutMs,
+                     call) ||
       (server.ssl && !secure(server, call))) {
     log.LogError(server.ssl ? "Failed to connect to secure SMTP (1)" : "Failed to connect (1)");
     return false;

@@ -21,6 +21,7 @@ struct SmtpServer {
   int port = 25;
   bool ssl = false;       // TLS from the first byte
   bool startTls = false;  // upgraded before anything is told to the server
+  HttpProxy proxy;
   TlsRequirements tls;
   SmtpCredentials credentials;
   std::uint32_t connectTimeoutSeconds = 30;  // 0: the socket's own default

@@ -3,6 +3,7 @@
 #include <algorithm>
 
 #include "mail/smtp/wire_text.h"
+#include "net/http_tunnel.h"
 
 namespace kelvado {
 namespace {
@@ -19,11 +20,18 @@ std::uint32_t effectiveReadTimeoutMs(std::uint64_t configuredMs, bool secure) {
   return static_cast<std::uint32_t>(std::min(ms, kMaxReadTimeoutMs));
 }
 
-bool SmtpWire::connect(const std::string& host, std::uint16_t port, std::uint32_t connectTimeoutMs,
-                       SmtpCall& call) {
+bool SmtpWire::connect(const std::string& host, std::uint16_t port, const HttpProxy& proxy,
+                       std::uint32_t connectTimeoutMs, SmtpCall& call) {
   close();
-  const bool connected =
-      socket_.connect(host.c_str(), port, connectTimeoutMs, call.log, call.progress);
+  host_ = host;
+  const bool direct = proxy.host.empty();
+  const std::string& peer = direct ? host : proxy.host;
+  const std::uint16_t peerPort = direct ? port : static_cast<std::uint16_t>(proxy.port);
+  bool connected =
+      socket_.connect(peer.c_str(), peerPort, connectTimeoutMs, call.log, call.progress);
+  if (connected && !direct) {
+    connected = openHttpTunnel(socket_, host, port, readTimeoutMs(), call.log, call.progress);
+  }
   noteStatus();
   return connected;
 }

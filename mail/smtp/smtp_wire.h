@@ -27,6 +27,13 @@ struct SmtpCall {
 // second under TLS, where whole seconds count: that is meant.
 std::uint32_t effectiveReadTimeoutMs(std::uint64_t configuredMs, bool secure);
 
+struct HttpProxy {
+  std::string host;  // empty: none, the server is reached directly
+  int port = 8080;
+
+  bool operator==(const HttpProxy&) const = default;
+};
+
 class SmtpWire {
  public:
   enum class ReplyLog { Text, CodeOnly };  // CodeOnly while authenticating
@@ -34,8 +41,8 @@ class SmtpWire {
   explicit SmtpWire(platform::SocketApi& sockets) : socket_(sockets) {}
 
   // connectTimeoutMs 0: the socket's own default.
-  bool connect(const std::string& host, std::uint16_t port, std::uint32_t connectTimeoutMs,
-               SmtpCall& call);
+  bool connect(const std::string& host, std::uint16_t port, const HttpProxy& proxy,
+               std::uint32_t connectTimeoutMs, SmtpCall& call);
   // The TLS handshake over the open connection. Fails when the server has said anything before it.
   bool secure(const std::string& host, std::uint16_t port, const TlsRequirements& requirements,
               SmtpCall& call);
@@ -48,6 +55,7 @@ class SmtpWire {
   std::string serverCertificate() const {
     return isSecure() ? secureChannel_->certificate().pem : std::string();
   }
+  const std::string& host() const { return host_; }  // the server, not its proxy
   void setReadTimeout(std::uint64_t configuredMs) { configuredReadTimeoutMs_ = configuredMs; }
 
   // One line; CR LF is added.
@@ -85,6 +93,7 @@ class SmtpWire {
   void noteStatus() { timedOut_ = timedOut_ || channel().status().timedOut; }
 
   KelvadoSocket socket_;
+  std::string host_;
   std::unique_ptr<SChannel> secureChannel_;  // over socket_; null: plain
   std::uint64_t configuredReadTimeoutMs_ = 30'000;
   SmtpReply reply_;

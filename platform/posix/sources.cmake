@@ -1,5 +1,6 @@
 # The sources below platform/posix.
 list(APPEND platform_sources
+  posix/ntlm_client.cpp
   posix/process.cpp
   posix/service_control.cpp
   posix/systemd_units.cpp

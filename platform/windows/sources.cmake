@@ -7,6 +7,7 @@ list(APPEND platform_sources
   windows/digest.cpp
   windows/dns.cpp
   windows/files.cpp
+  windows/ntlm_client.cpp
   windows/process.cpp
   windows/profile_file.cpp
   windows/random.cpp

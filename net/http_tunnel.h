@@ -1,0 +1,17 @@
+// A tunnel through an HTTP proxy (the CONNECT method), so that everything after it reaches the
+// server behind. Used by the mail session right after it has connected to the proxy.
+#pragma once
+
+#include <cstdint>
+#include <string>
+
+#include "net/byte_channel.h"
+
+namespace kelvado {
+
+// `host` holds no blanks and no control characters. timeoutMs is for the proxy's whole reply, of
+// which at most 16 KB are read. False, logged, unless the proxy answers with a 2xx status.
+bool openHttpTunnel(ByteChannel& proxy, const std::string& host, std::uint16_t port,
+                    std::uint32_t timeoutMs, LogBase& log, ProgressMonitor& progress);
+
+}  // namespace kelvado
