@@ -66,28 +66,57 @@ std::string conversation(std::size_t from, std::size_t to) {
   return script;
 }
 
-std::string withFault(std::size_t step, const Fault& fault) {
-  const std::string command = kSteps[step].command;
-  if (fault.dripped) {
-    return conversation(0, step) + command + "DRIP: " + kSteps[step].reply + "|" +
-           conversation(step + 1, std::size(kSteps));
+enum class Way { Plain, StartTls, Ssl, SecondMail, Quit };
+
+struct Case {
+  std::string name;
+  std::string before;     // of the script, up to the reply
+  std::string reply;      // the right one
+  std::string after;      // the rest of the script when the reply comes
+  std::string unwelcome;  // what the client tries next when it does not
+  std::string logged;
+  Way way = Way::Plain;
+};
+
+std::vector<Case> cases() {
+  const std::string noHelo = "C: HELO 127.0.0.1|S: 500 no|";
+  const std::size_t end = std::size(kSteps);
+  const std::string mail = conversation(0, end);
+  const std::string greeting = conversation(0, 1);
+  std::vector<Case> all = {
+      {"HELO", greeting + "C: EHLO pc.example|S: 502 no|C: HELO pc.example|", "250 ok",
+       conversation(2, end), noHelo, "Failed to get response to Hello (HELO)"},
+      {"STARTTLS", greeting + "C: STARTTLS|", "220 go", "HANGUP|", "",
+       "Failed to receive STARTTLS response", Way::StartTls},
+      {"handshake", "", "220 no TLS", "", "", "Error performing handshake.", Way::Ssl},
+      {"RSET", mail + "C: RSET|", "250 ok", conversation(kFirstOfTransaction, end), "",
+       "RSET failed.", Way::SecondMail},
+      {"QUIT", mail + "C: QUIT|", "221 bye", "", "", "", Way::Quit},
+  };
+  for (std::size_t i = 0; i < end; ++i) {
+    all.push_back({kSteps[i].name, conversation(0, i) + kSteps[i].command, kSteps[i].reply,
+                   conversation(i + 1, end), i == 1 ? "C: HELO pc.example|S: 500 no|" + noHelo : "",
+                   kSteps[i].logged});
   }
-  std::string script = conversation(0, step) + command + fault.script;
-  // A rejected HELO is its own affair, as is the second one.
-  if (step == 1) script += "C: HELO pc.example|S: 500 no|C: HELO 127.0.0.1|S: 500 no|";
-  return script;
+  return all;
 }
 
-class MisbehavingServer : public testing::TestWithParam<std::size_t> {};
+std::string withFault(const Case& step, const Fault& fault) {
+  if (fault.dripped) return step.before + "DRIP: " + step.reply + "|" + step.after;
+  return step.before + fault.script + step.unwelcome;
+}
+
+class MisbehavingServer : public testing::TestWithParam<Case> {};
 
 TEST_P(MisbehavingServer, CostsOneMailAtMost) {
-  const Step& step = kSteps[GetParam()];
+  const Case& step = GetParam();
+  const bool secure = step.way == Way::StartTls || step.way == Way::Ssl;
   const std::string whole = conversation(0, std::size(kSteps)) + kQuit;
   const std::string afterReset =
       "C: RSET|S: 250 ok|" + conversation(kFirstOfTransaction, std::size(kSteps)) + kQuit;
   for (const Fault& fault : kFaults) {
-    SCOPED_TRACE(std::string(step.name) + ": the server " + fault.name);
-    ScriptedSmtpServer server({withFault(GetParam(), fault) + afterReset, whole});
+    SCOPED_TRACE(step.name + ": the server " + fault.name);
+    ScriptedSmtpServer server({withFault(step, fault) + afterReset, whole});
     ClsMailMan mailMan;
     SmtpServer& settings = mailMan.settings().server;
     mailMan.unlockComponent("code");
@@ -97,27 +126,41 @@ TEST_P(MisbehavingServer, CostsOneMailAtMost) {
     settings.credentials.username = "user";
     settings.credentials.password = "secret";
     settings.readTimeoutMs = fault.script == "SILENCE|" ? 60 : 5000;
+    settings.startTls = step.way == Way::StartTls;
+    settings.ssl = step.way == Way::Ssl;
     ClsEmail email;
     email.putFrom("me@site.example");
     email.addRecipient("AddTo", RecipientKind::To, "", "to@site.example");
 
-    EXPECT_EQ(mailMan.sendEmail(&email), fault.dripped);
+    if (step.way >= Way::SecondMail) {
+      EXPECT_TRUE(mailMan.sendEmail(&email));
+    }
+    if (step.way == Way::Quit) {
+      mailMan.closeSmtpConnection();
+    } else {
+      // After a failed RSET the mail goes over a new connection.
+      const bool sent = (fault.dripped && !secure) || step.way == Way::SecondMail;
+      EXPECT_EQ(mailMan.sendEmail(&email), sent);
+    }
     const std::string log = mailMan.log().text();
     if (!fault.dripped) {
       EXPECT_THAT(log, testing::HasSubstr(step.logged));
-      EXPECT_THAT(log, testing::HasSubstr(fault.logged));
+      if (step.way != Way::Ssl) {
+        EXPECT_THAT(log, testing::HasSubstr(fault.logged));
+      }
     }
     EXPECT_THAT(log, testing::Not(testing::HasSubstr("secret")));
     EXPECT_EQ(log.find('\0'), std::string::npos);
 
     settings.readTimeoutMs = 5000;
+    settings.startTls = settings.ssl = false;
     EXPECT_TRUE(mailMan.sendEmail(&email)) << log << mailMan.log().text();
   }
 }
 
-INSTANTIATE_TEST_SUITE_P(Steps, MisbehavingServer,
-                         testing::Range(std::size_t{0}, std::size(kSteps)), [](const auto& step) {
-                           std::string name = kSteps[step.param].name;
+INSTANTIATE_TEST_SUITE_P(Steps, MisbehavingServer, testing::ValuesIn(cases()),
+                         [](const auto& step) {
+                           std::string name = step.param.name;
                            std::replace(name.begin(), name.end(), ' ', '_');
                            return name;
                          });
