@@ -29,6 +29,7 @@ METHODS = {
     "LOGIN": "Failed to get response to login password",
     "PLAIN": "Failed to login using PLAIN method",
     "CRAM-MD5": "Failed to get successful CRAM-MD5 response",
+    "NTLM": "Logon denied.  Check username, password, and domain",
 }
 MESSAGE = [
     ("From", f"J\u00fcrgen <juergen@{DOMAIN}>"), ("AddTo", "\u041f\u0451\u0442\u0440", f"to@{DOMAIN}"),
@@ -60,7 +61,9 @@ class ServersTest(unittest.TestCase):
              ("SmtpPort", port), ("SmtpUsername", USER), ("SmtpPassword", password),
              ("SmtpAuthMethod", method), *WAYS[way][0], *settings, ("RenderToMime",),
              ("SendEmail",), ("LastErrorText",)],
-            environment={"SSL_CERT_FILE": str(self.folder / "ca.pem")})
+            environment={"SSL_CERT_FILE": str(self.folder / "ca.pem"),
+                         # The system's NTLM loses what it has of OpenSSL when the process ends.
+                         "ASAN_OPTIONS": f"detect_leaks={int(method not in ('NTLM', 'MSN'))}"})
         mime, sent, log = results[-3:]
         for secret in SECRETS:
             self.assertNotIn(secret, log)
