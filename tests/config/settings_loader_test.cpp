@@ -179,36 +179,5 @@ TEST_F(SettingsLoaderTest, ReadsTheExpirationSettings) {
   EXPECT_EQ(s.smtpPort, 587U);
 }
 
-TEST_F(SettingsLoaderTest, ReadsTheExpirationSettings) {
-  ExpirationSettings s = loadExpirationSettings(registryOf(""), kExpirationKeyMpe);
-  EXPECT_EQ(s.warningThreshold, 14U);
-  EXPECT_EQ(s.emailSubject, "YOUR WINDOWS PASSWORD WILL EXPIRE SOON");
-  EXPECT_EQ(s.emailFromAddress, "password-expiration@localhost.localdomain");
-  EXPECT_FALSE(s.hasCustomMessage() || s.emailAdminReports || s.reportOnly || s.htmllog);
-
-  s = loadExpirationSettings(
-      registryOf("[" + std::string(kExpirationKeyMpems) + "]\n\"smtpServer\"=\"" +
-                 std::string(200, 's') + "\"\n\"emailCustomMsg\"=\"" + std::string(3000, 'm') +
-                 "\"\n\"emailSubject\"=\"\"\n"
-                 "\"reportOnly\"=dword:00000002\n\"htmllog\"=\"1\"\n"
-                 "\"warningThreshold\"=dword:ffffffff\n\"warning3\"=dword:fffffffe\n"
-                 "\"minLength4\"=dword:0000000c\n\"maxAge4\"=dword:0000005a\n"
-                 "\"expirationLastRunDay\"=dword:00000005\n"
-                 "\"smtpPort\"=dword:0000024b\n\"smtpStartTls\"=dword:00000001\n"
-                 "[Software\\Kadro\\PwsentryPro]\n\"expirationLastRunDay\"=dword:0000001f\n"),
-      kExpirationKeyMpems);
-  EXPECT_EQ(s.smtpServer.size(), 127U);
-  EXPECT_EQ(s.emailCustomMsg.size(), 2047U);
-  EXPECT_EQ(s.emailSubject, "YOUR WINDOWS PASSWORD WILL EXPIRE SOON");
-  EXPECT_TRUE(s.reportOnly && s.smtpStartTls);
-  EXPECT_FALSE(s.htmllog);  // a text is no flag
-  EXPECT_EQ(s.warningThreshold, 0xFFFFFFFF);
-  EXPECT_EQ(s.warnings[2], -2);
-  EXPECT_EQ(s.lengthPolicies[3].minLength, 12U);
-  EXPECT_EQ(s.lengthPolicies[3].maxAge, 90U);
-  EXPECT_EQ(s.expirationLastRunDay, 31U);  // of the product's key
-  EXPECT_EQ(s.smtpPort, 587U);
-}
-
 }  // namespace
 }  // namespace config
