@@ -7,6 +7,7 @@
 #include "config/policy_store.h"
 #include "platform/files.h"
 #include "tests/support/temp_dir.h"
+#include "tests/support/text_file.h"
 
 namespace config {
 namespace {
@@ -156,8 +157,7 @@ TEST(PolicyPrintout, LeavesOutWhatDoesNotApply) {
   printPolicyShort(policy, "out.txt");
   policy.appliesToUser = 0;
   printPolicy(policy, "out.txt");  // neither defined nor evaluated
-  std::string text;
-  ASSERT_TRUE(platform::readWholeFile("out.txt", text));
+  const std::string text = test_support::readText("out.txt");
   EXPECT_TRUE(text.starts_with("POLICY NAME: \n\nminCharacters = 6\n") && text.ends_with(failed));
   EXPECT_EQ(text.find("special character within"), std::string::npos);
 }

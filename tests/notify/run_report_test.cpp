@@ -67,7 +67,7 @@ TEST(RunReport, IsTheExactPage) {
   settings.emailAdminReports = true;
   settings.expirationLastRunDay = 31;
   settings.lengthPolicies[1] = {20, 180};
-  const notify::ReportUser joerg{"J\u00f6rg", "none", 42, 42};
+  const notify::ReportUser joerg{platform::utf16ToAnsi(u"J\u00f6rg"), "none", 42, 42};
   const struct {
     bool reportOnly;
     std::int32_t warning3;  // the others are negative: the interval rows show for one that is not
