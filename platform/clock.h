@@ -29,8 +29,8 @@ class Clock {
   virtual TimeZone timeZone() = 0;
   // UTC as a FILETIME: 100 ns units since 1601-01-01.
   virtual std::int64_t fileTime() = 0;
-  virtual double uptimeSeconds() = 0;      // since the machine started
-  virtual std::uint32_t tickCount() = 0;   // ms, wraps at 2^32
+  virtual double uptimeSeconds() = 0;     // since the machine started
+  virtual std::uint32_t tickCount() = 0;  // ms, wraps at 2^32
   virtual void sleep(std::uint32_t ms) = 0;
 };
 

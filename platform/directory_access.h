@@ -1,7 +1,7 @@
-// Active Directory as ADSI shows it: objects and searches opened by their path, with HRESULT results.
-// Steps, orders and messages are in directory/; this is one call each.
-// Used by one thread between initialise() and uninitialise(), which may be nested. A call may block
-// for as long as the directory takes.
+// Active Directory as ADSI shows it: objects and searches opened by their path, with HRESULT
+// results. Steps, orders and messages are in directory/; this is one call each. Used by one thread
+// between initialise() and uninitialise(), which may be nested. A call may block for as long as the
+// directory takes.
 #pragma once
 
 #include <cstdint>
@@ -21,7 +21,9 @@ inline constexpr HResult kNoSuchObject = 0x80072030;
 inline constexpr HResult kServerDown = 0x8007203A;
 inline constexpr HResult kLogonFailure = 0x8007052E;
 inline constexpr HResult kFilterUnknown = 0x8007203E;
-inline bool failed(HResult status) { return (status & 0x80000000U) != 0; }
+inline bool failed(HResult status) {
+  return (status & 0x80000000U) != 0;
+}
 
 inline constexpr std::uint32_t kErrorMoreDirectoryData = 234;  // DirectoryError::code
 

@@ -1,5 +1,5 @@
-// The few services of the system that a pass needs, handed to it by reference: the real ones, files,
-// or fakes. Owns nothing.
+// The few services of the system that a pass needs, handed to it by reference: the real ones,
+// files, or fakes. Owns nothing.
 #pragma once
 
 #include "platform/account_database.h"

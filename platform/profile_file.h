@@ -14,8 +14,8 @@ std::string profileString(const std::string& file, const std::string& section,
                           const std::string& key, const std::string& fallback,
                           std::size_t capacity);
 
-// The value's leading decimal number, with an optional sign; 0 when it has none; `fallback` when the
-// key is missing.
+// The value's leading decimal number, with an optional sign; 0 when it has none; `fallback` when
+// the key is missing.
 std::uint32_t profileInt(const std::string& file, const std::string& section,
                          const std::string& key, std::int32_t fallback);
 

@@ -44,8 +44,8 @@ class RegistryKey {
  public:
   virtual ~RegistryKey() = default;
   // Names are compared without regard to case; "" is the key's default value.
-  // kErrorMoreData, with `value` untouched but for its type, when the value has more than `capacity`
-  // bytes.
+  // kErrorMoreData, with `value` untouched but for its type, when the value has more than
+  // `capacity` bytes.
   virtual WinError queryValue(const std::string& name, std::size_t capacity,
                               RegistryValue& value) = 0;
   virtual WinError setValue(const std::string& name, const RegistryValue& value) = 0;
@@ -54,7 +54,8 @@ class RegistryKey {
 class Registry {
  public:
   virtual ~Registry() = default;
-  // `path` is below HKEY_LOCAL_MACHINE, backslashes between its parts. `key` is set on success only.
+  // `path` is below HKEY_LOCAL_MACHINE, backslashes between its parts. `key` is set on success
+  // only.
   virtual WinError openKey(const std::string& path, RegistryAccess access,
                            std::unique_ptr<RegistryKey>& key) = 0;
   // Opens the key, made first (with every key above it) when it does not exist.

@@ -1,6 +1,6 @@
-// TCP sockets, one system call each; errors as Winsock numbers. Time-outs, slices and messages are in
-// net/. Every socket made here is non-blocking, closed on exec, and has Nagle's algorithm off: each
-// write is a whole protocol step, and waiting to merge it with the next costs a delayed
+// TCP sockets, one system call each; errors as Winsock numbers. Time-outs, slices and messages are
+// in net/. Every socket made here is non-blocking, closed on exec, and has Nagle's algorithm off:
+// each write is a whole protocol step, and waiting to merge it with the next costs a delayed
 // acknowledgement of some 40 ms.
 #pragma once
 

@@ -12,7 +12,8 @@ namespace platform {
 
 struct HostOptions {
   std::string registryFile;  // a ".reg" file; empty: the registry of this system
-  std::string directoryUri;  // ldap://, ldaps://, ldapi:// or ldif:PATH; empty: as the registry says
+  std::string
+      directoryUri;  // ldap://, ldaps://, ldapi:// or ldif:PATH; empty: as the registry says
 };
 
 // Owns the parts of a Host.
@@ -24,9 +25,9 @@ class SystemHost {
   virtual std::vector<std::string> directoryWarnings() const = 0;
 };
 
-// Null, with `error` one line that names the file, line or setting, when the registry or a setting of
-// the directory cannot be used. An unreachable directory is not an error here: a pass finds out and
-// reports it.
+// Null, with `error` one line that names the file, line or setting, when the registry or a setting
+// of the directory cannot be used. An unreachable directory is not an error here: a pass finds out
+// and reports it.
 std::unique_ptr<SystemHost> makeSystemHost(const HostOptions& options, std::string& error);
 
 // The registry that an empty HostOptions::registryFile stands for, in words for messages.

@@ -4,6 +4,8 @@
 
 namespace platform {
 
-bool isTerminal(std::FILE* stream) { return isatty(fileno(stream)) == 1; }
+bool isTerminal(std::FILE* stream) {
+  return isatty(fileno(stream)) == 1;
+}
 
 }  // namespace platform
