@@ -5,9 +5,14 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#ifdef __SANITIZE_ADDRESS__
+#include <sanitizer/lsan_interface.h>
+#endif
+
 #include "mail/mime/kv_email.h"
 #include "mail/smtp/kv_mail_man.h"
 #include "platform/files.h"
+#include "platform/security_package.h"
 #include "tests/support/scripted_smtp_server.h"
 #include "tests/support/temp_dir.h"
 
@@ -153,6 +158,72 @@ TEST(Conversation, LogsIn) {
            "<login_method>NONE or already authenticated</login_method>", method("none"));
   converse("after HELO only LOGIN", kEhlo + "S: 502 what|C: HELO pc.example|" + kOk + login + rest,
            true, "CONNECTED to SMTP server", method("CRAM-MD5"));
+}
+
+TEST(Conversation, GoesThroughAProxy) {
+  const Prepare proxied = [](KvMailMan& mailMan, KvEmail&) {
+    mailMan.put_HttpProxyHostname("127.0.0.1");
+    mailMan.put_HttpProxyPort(mailMan.get_SmtpPort());
+    mailMan.put_SmtpHost("mail.example");
+    mailMan.put_SmtpPort(25);
+  };
+  const std::string request = "C: CONNECT mail.example:25 HTTP/1.0|C: User-Agent: Kelvado|C: |";
+  converse("that opens the tunnel, greeting in the same segment",
+           request +
+               "RAW: HTTP/1.1 200 ok\\r\\nVia: x\\r\\n\\r\\n220 ready\\r\\n|C: EHLO pc.example|S: "
+               "250 mail|" +
+               kMail + kQuit,
+           true, "CONNECTED to ESMTP server mail.example:25", proxied);
+  converse("that does not", request + "RAW: HTTP/1.0 407 who?\\r\\n\\r\\n|", false,
+           "The proxy server refuses the tunnel.|Failed to connect (1)", proxied);
+  converse("that hangs up", request + "HANGUP", false,
+           "Error receiving message from proxy server|Failed to connect (1)", proxied);
+}
+
+TEST(Conversation, LogsInByNtlm) {
+#ifdef __SANITIZE_ADDRESS__
+  const __lsan::ScopedDisabler leaksOfTheSystemsPackage;  // it never frees its digests
+#endif
+  platform::SspiStatus status = platform::kSecOk;
+  platform::createNtlmClient({"user", "secret", "D"}, "127.0.0.1", status);
+  if (status == platform::kSecPackageNotFound) GTEST_SKIP() << "this system has no NTLM";
+  const auto method = [](const char* name) {
+    return [=](KvMailMan& mailMan, KvEmail&) {
+      mailMan.put_SmtpUsername("user");
+      mailMan.put_SmtpPassword("secret");
+      mailMan.put_SmtpDomain("D");
+      mailMan.put_SmtpAuthMethod(name);
+    };
+  };
+  const std::string listed = kEhlo + "S: 250 AUTH NTLM MSN|";
+  const std::string first = "S: 334 ntlm supported|C: TlRMTVNTUAAB*|";  // its head, and type 1
+  const std::string both = first +
+                           "S: 334 "
+                           "TlRMTVNTUAACAAAAAgACADgAAAAFAokiASNFZ4mrze8AAAAAAAAAAAoACgA6AAAABgEAAAA"
+                           "AAA9EAAIAAgBEAAAAAAA=|"
+                           "C: TlRMTVNTUAAD*|";
+  const std::string login =
+      "C: AUTH LOGIN|S: 334 VXNlcm5hbWU6|C: dXNlcg==|S: 334 UGFzc3dvcmQ6|C: c2VjcmV0|";
+  const std::string rest = "S: 235 welcome|" + kMail + kQuit;
+  converse("NTLM", listed + "C: AUTH NTLM|" + both + rest, true,
+           "<login_method>NTLM</login_method>|CONNECTED to ESMTP server", method(""));
+  converse("MSN denied is not followed by LOGIN", listed + "C: AUTH MSN|" + both + "S: 535 no|",
+           false,
+           "<login_method>MSN</login_method>|Logon denied.  Check username, password, and domain|"
+           "<response><![CDATA[535 no|MSN authentication failed|Failed to login using MSN method",
+           method("msn"));
+  converse("a challenge that is none",
+           listed + "C: AUTH NTLM|" + first + "S: 334 AAAA|C: *|S: 501 well|" + login + rest, true,
+           "Finished and NOT authenticated|NTLM authentication failed|"
+           "<alt_login_method>LOGIN</alt_login_method>",
+           method(""));
+  const std::string refused = listed + "C: AUTH NTLM|S: 504 unknown|";
+  converse("refused as a method", refused + login + rest, true,
+           "exchangePackage: failed to get success response|NTLM authentication failed|"
+           "<alt_login_method>LOGIN</alt_login_method>",
+           method(""));
+  converse("refused where it was forced", refused, false,
+           "NTLM authentication failed|Failed to login using NTLM method", method("NTLM"));
 }
 
 TEST(Conversation, OffersRecipients) {
