@@ -172,7 +172,8 @@ class Machine(unittest.TestCase):
         for file in ("service/pwLapseSvc.exe", "console/pwlapse.exe", "tests/e2e/wine/netapi32.dll",
                      "tests/e2e/wine/activeds.dll", "tests/e2e/wine/control_service.exe"):
             shutil.copy(WINDOWS / file, cls.folder)
-        cls.windows.use_dlls_beside("pwLapseSvc.exe", "netapi32", "activeds")
+        for program in "pwLapseSvc.exe", "pwlapse.exe":
+            cls.windows.use_dlls_beside(program, "netapi32", "activeds")
         cls.logs = cls.windows.system_folder / "LogFiles"
 
     @classmethod
@@ -333,6 +334,34 @@ class ControlTest(Machine):
         self.assertEqual((code, output), (0, "Stopping service...\nService successfully removed.\n"))
         wait_for("the end of the service", lambda: self.control("query") == b"error 1060")
         self.assert_gone()
+
+
+class ConsoleTest(Machine):
+    """One pass from the command line, over the machine's registry and domain."""
+
+    def run_pass(self, *options):
+        return self.windows.run(self.folder / "pwlapse.exe", "run", *options, cwd=self.folder)
+
+    def test_every_failure_releases_everything(self):
+        self.prepare({"walter": dict(age=59), "expired": dict(age=65), "other": dict(age=1)}, settings(1))
+        for call in (None, "ADsGetObject", "ADsOpenObject", "Get", "SetSearchPreference", "ExecuteSearch",
+                     "GetNextRow", "GetColumn", "QueryInterface", "properties", "NetUserGetInfo",
+                     "NetUserSetInfo", "NetUserModalsGet"):
+            with self.subTest(call):
+                (self.folder / "calls.log").unlink(missing_ok=True)
+                (self.folder / "fault.txt").write_text(call or "")
+                done = self.run_pass()
+                self.assertEqual((done.returncode, done.stderr), (1, b""))  # no mail server is there
+                calls = self.calls()
+                for kind in "object", "search", "rows", "column":
+                    self.assertEqual(calls.count("+ " + kind), calls.count("- " + kind), kind)
+                freed = [line for line in calls if line.startswith("NetApiBufferFree")]
+                self.assertEqual(freed[-1:], ["NetApiBufferFree 0 left"] if freed else [])
+
+    def test_no_other_directory_than_the_domain_or_a_file(self):
+        done = self.run_pass("--directory", "ldap://dc.site.example")
+        self.assertEqual((done.returncode, done.stdout), (2, b""))
+        self.assertRegex(done.stderr, rb'\Apwlapse: directory "ldap://dc.site.example": [^\n]+\r\n\Z')
 
 
 if __name__ == "__main__":

@@ -16,6 +16,7 @@
 namespace {
 
 using stand_in::domain;
+using stand_in::mustFail;
 using stand_in::record;
 using stand_in::shown;
 using stand_in::utf16;
@@ -90,7 +91,7 @@ Entry& entryOf(IADsUser* self) {
 HRESULT STDMETHODCALLTYPE queryEntry(IADsUser* self, REFIID id, void** out) {
   *out = nullptr;
   record("QueryInterface " + nameOf(id));
-  if (!IsEqualGUID(id, IID_IADsUser)) return E_NOINTERFACE;
+  if (!IsEqualGUID(id, IID_IADsUser) || mustFail("QueryInterface")) return E_NOINTERFACE;
   const HRESULT status = hresult(entryOf(self).content->queryUser(entryOf(self).user));
   if (FAILED(status)) return status;
   ++entryOf(self).references;
@@ -100,7 +101,8 @@ HRESULT STDMETHODCALLTYPE queryEntry(IADsUser* self, REFIID id, void** out) {
 
 HRESULT STDMETHODCALLTYPE getProperty(IADsUser* self, BSTR name, VARIANT* value) {
   std::u16string text;
-  const HRESULT status = hresult(entryOf(self).content->get(utf16(name), text));
+  const HRESULT status =
+      mustFail("Get") ? E_FAIL : hresult(entryOf(self).content->get(utf16(name), text));
   record("Get " + shown(name) + " -> " + hex(status));
   if (FAILED(status)) return status;
   V_VT(value) = VT_BSTR;
@@ -111,7 +113,8 @@ HRESULT STDMETHODCALLTYPE getProperty(IADsUser* self, BSTR name, VARIANT* value)
 template <platform::HResult (platform::DirectoryUser::*Read)(std::u16string&)>
 HRESULT STDMETHODCALLTYPE userProperty(IADsUser* self, BSTR* value) {
   std::u16string text;
-  const HRESULT status = hresult((*entryOf(self).user.*Read)(text));
+  const HRESULT status =
+      mustFail("properties") ? E_FAIL : hresult((*entryOf(self).user.*Read)(text));
   *value = FAILED(status) ? nullptr : newText(text);
   return status;
 }
@@ -155,6 +158,7 @@ Search& searchOf(IDirectorySearch* self) {
 
 HRESULT STDMETHODCALLTYPE setPreference(IDirectorySearch* self, PADS_SEARCHPREF_INFO preferences,
                                         DWORD count) {
+  if (mustFail("SetSearchPreference")) return E_FAIL;
   for (DWORD i = 0; i < count; ++i) {
     const ADS_SEARCHPREF_INFO& one = preferences[i];
     record("SetSearchPreference " + std::to_string(one.dwSearchPref) + " type=" +
@@ -172,6 +176,7 @@ HRESULT STDMETHODCALLTYPE execute(IDirectorySearch* self, LPWSTR filter, LPWSTR*
                                   PADS_SEARCH_HANDLE handle) {
   record("ExecuteSearch " + shown(filter) + " of " + std::to_string(count) + ": " +
          shown(names[0]));
+  if (mustFail("ExecuteSearch")) return E_FAIL;
   auto rows = std::make_unique<Rows>();
   rows->paged = searchOf(self).paged;
   const HRESULT status =
@@ -183,6 +188,7 @@ HRESULT STDMETHODCALLTYPE execute(IDirectorySearch* self, LPWSTR filter, LPWSTR*
 }
 
 HRESULT STDMETHODCALLTYPE nextRow(IDirectorySearch*, ADS_SEARCH_HANDLE handle) {
+  if (mustFail("GetNextRow")) return E_FAIL;
   auto* rows = static_cast<Rows*>(handle);
   if (rows->paged && rows->served == kRowsOfAPage) {
     rows->served = 0;
@@ -196,6 +202,7 @@ HRESULT STDMETHODCALLTYPE nextRow(IDirectorySearch*, ADS_SEARCH_HANDLE handle) {
 
 HRESULT STDMETHODCALLTYPE getColumn(IDirectorySearch*, ADS_SEARCH_HANDLE handle, LPWSTR name,
                                     PADS_SEARCH_COLUMN column) {
+  if (mustFail("GetColumn")) return E_FAIL;
   platform::SearchColumn found;
   const HRESULT status = hresult(static_cast<Rows*>(handle)->content->column(utf16(name), found));
   if (FAILED(status)) return status;
@@ -259,11 +266,19 @@ EXPORTED HRESULT WINAPI ADsOpenObject(LPCWSTR path, LPCWSTR user, LPCWSTR passwo
   record("ADsOpenObject " + shown(path) + " user=" + shown(user) +
          " password=" + (password == nullptr ? "null" : "given") +
          " flags=" + std::to_string(flags) + " as " + nameOf(id));
+  if (mustFail("ADsOpenObject")) {
+    *out = nullptr;
+    return E_FAIL;
+  }
   return open(path, flags, id, out);
 }
 
 EXPORTED HRESULT WINAPI ADsGetObject(LPCWSTR path, REFIID id, void** out) {
   record("ADsGetObject " + shown(path) + " as " + nameOf(id));
+  if (mustFail("ADsGetObject")) {
+    *out = nullptr;
+    return E_FAIL;
+  }
   return open(path, 0, id, out);
 }
 

@@ -12,6 +12,7 @@
 
 namespace {
 
+using stand_in::mustFail;
 using stand_in::record;
 using stand_in::shown;
 
@@ -41,6 +42,7 @@ EXPORTED NET_API_STATUS WINAPI NetUserGetInfo(LPCWSTR server, LPCWSTR name, DWOR
   record("NetUserGetInfo" + levelAndServer(server, level) + " user=" + shown(name) + " -> " +
          std::to_string(status));
   *buffer = nullptr;
+  if (mustFail("NetUserGetInfo")) return NERR_InternalError;
   if (level != 3) return ERROR_INVALID_LEVEL;
   if (status != NERR_Success) return status;
   USER_INFO_3 content{};
@@ -58,6 +60,7 @@ EXPORTED NET_API_STATUS WINAPI NetUserSetInfo(LPCWSTR server, LPCWSTR name, DWOR
          " expired=" + std::to_string(content->usri3_password_expired) +
          " password=" + (content->usri3_password == nullptr ? "null" : "set") +
          " buffer=" + (buffers().contains(buffer) ? "read" : "made"));
+  if (mustFail("NetUserSetInfo")) return NERR_InternalError;
   if (level != 3) return ERROR_INVALID_LEVEL;
   platform::UserInfo info;
   info.passwordExpired = content->usri3_password_expired;
@@ -67,6 +70,7 @@ EXPORTED NET_API_STATUS WINAPI NetUserSetInfo(LPCWSTR server, LPCWSTR name, DWOR
 EXPORTED NET_API_STATUS WINAPI NetUserModalsGet(LPCWSTR server, DWORD level, LPBYTE* buffer) {
   record("NetUserModalsGet" + levelAndServer(server, level));
   *buffer = nullptr;
+  if (mustFail("NetUserModalsGet")) return NERR_InternalError;
   if (level != 0) return ERROR_INVALID_LEVEL;
   platform::DomainModals modals;
   const platform::NetStatus status = stand_in::domain().domainModals(modals);

@@ -38,6 +38,11 @@ void record(const std::string& line) {
   if (!platform::appendToFile(folder() + "calls.log", line + "\n")) std::abort();
 }
 
+bool mustFail(const std::string& call) {
+  std::string named;
+  return platform::readWholeFile(folder() + "fault.txt", named) && named == call;
+}
+
 std::string shown(const wchar_t* text) {
   return text == nullptr ? "null" : platform::utf16ToUtf8(utf16(text));
 }

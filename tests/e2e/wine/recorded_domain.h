@@ -1,5 +1,6 @@
 // What the two stand-in DLLs share: the domain they answer from, and the record of every call.
-// Both are files beside the DLLs: domain.ldif and calls.log.
+// Both are files beside the DLLs: domain.ldif and calls.log. A third, fault.txt, may name one call
+// that is to fail whenever it is made.
 #pragma once
 
 #include <string>
@@ -13,6 +14,9 @@ platform::SnapshotDirectory& domain();
 
 // Adds a line.
 void record(const std::string& line);
+
+// Whether this call is the one that is to fail.
+bool mustFail(const std::string& call);
 
 // A wide text for a line of the record; "null" for none.
 std::string shown(const wchar_t* text);
