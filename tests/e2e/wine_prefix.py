@@ -20,6 +20,18 @@ class WineError(RuntimeError):
     """Windows did not do what it was asked to."""
 
 
+def registry_file(keys):
+    """keys: {full key: {name: text or number}}."""
+    text = "Windows Registry Editor Version 5.00\r\n"
+    for key, values in keys.items():
+        text += f"\r\n[{key}]\r\n"
+        for name, value in values.items():
+            data = f"dword:{value:08x}" if isinstance(value, int) else (
+                '"' + value.replace("\\", "\\\\").replace('"', '\\"') + '"')
+            text += f'"{name}"={data}\r\n'
+    return text
+
+
 class WinePrefix:
     def __init__(self):
         self._base = pathlib.Path(tempfile.mkdtemp(prefix="wine-"))
@@ -57,12 +69,6 @@ class WinePrefix:
                            stderr=subprocess.DEVNULL, check=False)
         shutil.rmtree(self._base, ignore_errors=True)
 
-    def restart(self):
-        """As when the machine starts again: what is kept for later is written out, and read anew."""
-        self._command("wineserver", "-k")
-        self._command("wineserver", "-w")
-        self.start()
-
     @property
     def drive(self):
         return self.folder / "drive_c"
@@ -79,16 +85,9 @@ class WinePrefix:
                               check=False, **options)
 
     def import_registry(self, keys):
-        """keys: {full key: {name: text or number}}."""
-        text = "Windows Registry Editor Version 5.00\r\n"
-        for key, values in keys.items():
-            text += f"\r\n[{key}]\r\n"
-            for name, value in values.items():
-                data = f"dword:{value:08x}" if isinstance(value, int) else (
-                    '"' + value.replace("\\", "\\\\").replace('"', '\\"') + '"')
-                text += f'"{name}"={data}\r\n'
+        """keys: as for registry_file."""
         file = self._base / "import.reg"
-        file.write_bytes(b"\xff\xfe" + text.encode("utf-16-le"))
+        file.write_bytes(b"\xff\xfe" + registry_file(keys).encode("utf-16-le"))
         self._command("wine", "regedit", "/S", str(file))
 
     def registry_value(self, key, name):
