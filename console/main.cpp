@@ -2,8 +2,10 @@
 #include <CLI/CLI.hpp>
 
 #include "console/commands.h"
+#include "platform/terminal.h"
 
 int main(int argc, char** argv) {
+  const platform::AnsiTerminal terminal;
   CLI::App app("Warns domain users before their passwords expire; one pass now, or a demo.",
                "pwlapse");
   app.set_version_flag("--version", "pwlapse 6.2.0");

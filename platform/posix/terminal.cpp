@@ -8,4 +8,8 @@ bool isTerminal(std::FILE* stream) {
   return isatty(fileno(stream)) == 1;
 }
 
+// Terminals are in UTF-8 here, too.
+AnsiTerminal::AnsiTerminal() = default;
+AnsiTerminal::~AnsiTerminal() = default;
+
 }  // namespace platform

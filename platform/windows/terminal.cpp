@@ -14,4 +14,13 @@ bool isTerminal(std::FILE* stream) {
          SetConsoleMode(handle, mode | ENABLE_VIRTUAL_TERMINAL_PROCESSING) != 0;
 }
 
+// A console's own code page is another one, of the times before Windows.
+AnsiTerminal::AnsiTerminal() : codePageBefore_(GetConsoleOutputCP()) {
+  SetConsoleOutputCP(GetACP());
+}
+
+AnsiTerminal::~AnsiTerminal() {
+  if (codePageBefore_ != 0) SetConsoleOutputCP(codePageBefore_);
+}
+
 }  // namespace platform
