@@ -7,14 +7,11 @@
 #include "notify/admin_report_mail.h"
 #include "notify/run_logs.h"
 #include "notify/warning_email.h"
-#include "platform/case_fold.h"
 #include "platform/files.h"
+#include "service/edition_keys.h"
 
 namespace service {
 namespace {
-
-constexpr std::size_t kProductTypeCapacity = 100;
-constexpr const char* kProductOptionsKey = "System\\CurrentControlSet\\Control\\ProductOptions";
 
 // A service started at boot waits a little under eight minutes.
 constexpr double kStartWait = 480000;
@@ -67,18 +64,11 @@ void ExpirationRun::prepare() {
 }
 
 void ExpirationRun::decideEdition() {
-  const std::string productType = config::readTextField(host_.registry, kProductOptionsKey,
-                                                        "productType", kProductTypeCapacity);
-  std::unique_ptr<platform::RegistryKey> key;
-  if (host_.registry.openKey(config::kExpirationKeyMpems, platform::RegistryAccess::Query, key) !=
-          platform::kErrorSuccess ||
-      !platform::equalAsciiNoCase(productType, "ServerNT")) {
-    return;
-  }
-  memberServer_ = true;
-  settingsKeyPath_ = config::kExpirationKeyMpems;
-  settingsKey_ = std::move(key);
-  log_.print("**We have NRV-MPEMS version**\n");
+  EditionKeys keys = findEditionKeys(host_.registry);
+  memberServer_ = keys.memberServer;
+  settingsKeyPath_ = keys.settingsKey;
+  settingsKey_ = std::move(keys.settingsOpen);
+  if (memberServer_) log_.print("**We have NRV-MPEMS version**\n");
 }
 
 std::uint32_t ExpirationRun::startDelayMs() const {
