@@ -39,6 +39,7 @@ class WinePrefix:
         self.folder.mkdir()  # the server wants to be in it
         self.environment = {
             **os.environ, "WINEPREFIX": str(self.folder), "WINEDEBUG": "-all", "LC_ALL": "C.UTF-8",
+            "TMPDIR": str(self._base),  # the server leaves a folder there
             # Without its debugger a program that crashes says so by its exit status.
             "WINEDLLOVERRIDES": "winedbg.exe=d;mscoree=d;mshtml=d"}
 
