@@ -18,7 +18,7 @@ class AnsiTerminal {
   AnsiTerminal& operator=(const AnsiTerminal&) = delete;
 
  private:
-  unsigned codePageBefore_ = 0;
+  [[maybe_unused]] unsigned codePageBefore_ = 0;
 };
 
 }  // namespace platform
