@@ -4,6 +4,7 @@
 // The input in chunks, with the byte 0xFF between them: options (see below), EHLO name, recipient,
 // greeting, and then what the server answers to each write of the client.
 #include <algorithm>
+#include <iterator>
 #include <optional>
 #include <string>
 
@@ -103,7 +104,8 @@ SmtpServer serverFor(unsigned options, std::string_view helloName) {
   server.host = "127.0.0.1";
   server.ssl = (options & 1) != 0;
   server.startTls = (options & 2) != 0;
-  server.credentials = {"user", std::string(kPassword), "", kMethods[(options >> 3) % 7]};
+  server.credentials = {"user", std::string(kPassword), "",
+                        kMethods[(options >> 3) % std::size(kMethods)]};
   server.helloName = helloName;
   return server;
 }
