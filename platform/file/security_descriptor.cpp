@@ -4,7 +4,8 @@
 
 #include <cstddef>
 #include <cstdint>
-#include <optional>
+
+#include "platform/little_endian.h"
 
 namespace platform {
 namespace {
@@ -28,20 +29,10 @@ constexpr std::string_view kChangePasswordRight =
 constexpr std::string_view kSelfSid = "\x01\x01\x00\x00\x00\x00\x00\x05\x0a\x00\x00\x00"sv;
 constexpr std::string_view kEveryoneSid = "\x01\x01\x00\x00\x00\x00\x00\x01\x00\x00\x00\x00"sv;
 
-// The little-endian number of `size` bytes, or nothing when it would reach past the end.
-std::optional<std::uint32_t> number(std::string_view bytes, std::size_t offset, std::size_t size) {
-  if (offset > bytes.size() || bytes.size() - offset < size) return std::nullopt;
-  std::uint32_t value = 0;
-  for (std::size_t i = size; i-- > 0;) {
-    value = value << 8U | static_cast<unsigned char>(bytes[offset + i]);
-  }
-  return value;
-}
-
 // `body` is an object entry after its header: mask, flags, the GUIDs the flags tell of, SID.
 bool bodyDeniesPasswordChange(std::string_view body) {
-  auto mask = number(body, 0, 4);
-  auto flags = number(body, 4, 4);
+  auto mask = littleEndian(body, 0, 4);
+  auto flags = littleEndian(body, 4, 4);
   if (!mask || !flags || (*mask & kControlAccess) == 0 || (*flags & kObjectTypePresent) == 0) {
     return false;
   }
@@ -57,15 +48,15 @@ bool bodyDeniesPasswordChange(std::string_view body) {
 }
 
 bool aclDeniesPasswordChange(std::string_view acl) {
-  auto size = number(acl, 2, 2);
-  auto count = number(acl, 4, 2);
+  auto size = littleEndian(acl, 2, 2);
+  auto count = littleEndian(acl, 4, 2);
   if (!size || !count || *size < kAclHeader) return false;
   acl = acl.substr(0, *size);
   acl.remove_prefix(kAclHeader < acl.size() ? kAclHeader : acl.size());
   for (std::uint32_t i = 0; i < *count; ++i) {
-    auto type = number(acl, 0, 1);
-    auto flags = number(acl, 1, 1);
-    auto aceSize = number(acl, 2, 2);
+    auto type = littleEndian(acl, 0, 1);
+    auto flags = littleEndian(acl, 1, 1);
+    auto aceSize = littleEndian(acl, 2, 2);
     if (!type || !flags || !aceSize || *aceSize < kAceHeader || *aceSize > acl.size()) return false;
     // An entry that is there only to be inherited says nothing about this object.
     if (*type == kAccessDeniedObject && (*flags & kInheritOnly) == 0 &&
@@ -80,8 +71,8 @@ bool aclDeniesPasswordChange(std::string_view acl) {
 }  // namespace
 
 bool deniesPasswordChange(std::string_view descriptor) {
-  auto control = number(descriptor, 2, 2);
-  auto dacl = number(descriptor, 16, 4);
+  auto control = littleEndian(descriptor, 2, 2);
+  auto dacl = littleEndian(descriptor, 16, 4);
   if (!control || !dacl || (*control & kDaclPresent) == 0) return false;
   if (*dacl < kDescriptorHeader || *dacl >= descriptor.size()) return false;
   return aclDeniesPasswordChange(descriptor.substr(*dacl));
