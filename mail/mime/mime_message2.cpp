@@ -189,10 +189,8 @@ class MimeMessage2::Reader {
     part.bodyIsUtf8_ = false;
     if (isText && !charset.isWide()) {
       std::string utf8;
-      bool lossy = false;
-      const bool known = EncodingConvert::toUtf8(charset, bytes, utf8, &lossy);
-      // What can't be converted without loss is kept as it came, so that it leaves as it came.
-      if (known && !lossy) {
+      // What does not convert there and back is kept as it came, so that it leaves as it came.
+      if (EncodingConvert::toUtf8(charset, bytes, utf8) && convertsTo(bytes, charset, utf8)) {
         bytes = std::move(utf8);
         part.bodyIsUtf8_ = true;
       }
@@ -218,6 +216,11 @@ class MimeMessage2::Reader {
       return bytes;
     }
     return std::string(text);
+  }
+
+  static bool convertsTo(std::string_view bytes, const Charset& charset, std::string_view utf8) {
+    std::string back;
+    return utf8 == bytes || (EncodingConvert::fromUtf8(charset, utf8, back) && back == bytes);
   }
 
   static bool hasBareLineEnds(std::string_view text) {

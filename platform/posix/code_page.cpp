@@ -130,6 +130,14 @@ std::u16string windows1252ToUtf16(std::string_view text) {
   return out;
 }
 
+// Whether the UTF-8 text begins with one of the control characters that Windows-1252 carries in the
+// bytes it gives no other meaning; iconv has nothing for them.
+bool startsWithWindows1252Control(std::string_view utf8) {
+  if (utf8.size() < 2 || utf8[0] != '\xC2') return false;
+  const auto byte = static_cast<unsigned char>(utf8[1]);
+  return byte < 0xA0 && kWindows1252[byte - 0x80] == byte;
+}
+
 }  // namespace
 
 std::u16string ansiToUtf16(std::string_view text) {
@@ -180,6 +188,11 @@ bool utf8ToCodePage(std::uint32_t codePage, std::string_view utf8, std::string& 
     Converter converter(page->name, "UTF-8");
     if (!converter.usable()) return false;
     while (!converter.convert(utf8, out) && !utf8.empty()) {
+      if (codePage == kCodePageWindows1252 && startsWithWindows1252Control(utf8)) {
+        out += utf8[1];
+        utf8.remove_prefix(2);
+        continue;
+      }
       replaced = true;
       utf8.remove_prefix(utf8Length(utf8));
       std::string_view mark = "?";
