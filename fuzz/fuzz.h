@@ -6,6 +6,8 @@
 #include <cstdlib>
 #include <string_view>
 
+#include <sanitizer/lsan_interface.h>
+
 inline std::string_view textOf(const std::uint8_t* data, std::size_t size) {
   return {reinterpret_cast<const char*>(data), size};
 }
@@ -25,3 +27,12 @@ inline void require(bool holds) {
 inline void requireLines(std::string_view text, std::size_t longest) {
   while (!text.empty()) require(takeUpTo('\n', text).size() <= longest + 1);  // the CR
 }
+
+// While it lives, nothing that is allocated counts as leaked: for calls into a library that leaks.
+class ForeignLeaks {
+ public:
+  ForeignLeaks() { __lsan_disable(); }
+  ~ForeignLeaks() { __lsan_enable(); }
+  ForeignLeaks(const ForeignLeaks&) = delete;
+  ForeignLeaks& operator=(const ForeignLeaks&) = delete;
+};

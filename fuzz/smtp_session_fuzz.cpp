@@ -14,12 +14,6 @@
 #include "mail/smtp/smtp_conn_impl.h"
 #include "tests/support/manual_clock.h"
 
-// The NTLM plug-in of GSSAPI never frees its digests (gss-ntlmssp 1.2.0), which it makes in
-// libcrypto.
-extern "C" const char* __lsan_default_suppressions() {
-  return "leak:libcrypto.so\nleak:gssntlmssp\n";
-}
-
 using namespace kelvado;
 
 namespace {
@@ -99,7 +93,7 @@ void requireOneStep(std::string_view write) {
 
 // Bits: 1 TLS from the first byte, 2 STARTTLS, 4 every recipient apart; then the method.
 SmtpServer serverFor(unsigned options, std::string_view helloName) {
-  static const char* const kMethods[] = {"", "LOGIN", "PLAIN", "CRAM-MD5", "NONE"};
+  static const char* const kMethods[] = {"", "LOGIN", "PLAIN", "CRAM-MD5", "NTLM", "MSN", "NONE"};
   SmtpServer server;
   server.host = "127.0.0.1";
   server.ssl = (options & 1) != 0;
@@ -110,12 +104,14 @@ SmtpServer serverFor(unsigned options, std::string_view helloName) {
   return server;
 }
 
+bool namesNtlm(std::string_view text) {
+  return containsNoCase(text, "NTLM") || containsNoCase(text, "MSN");
+}
+
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
   std::string_view input = textOf(data, size);
-  // The NTLM plug-in of GSSAPI (gss-ntlmssp 1.2.0) crashes on challenges that make no sense.
-  if (containsNoCase(input, "NTLM") || containsNoCase(input, "MSN")) return 0;
   // A server that knows the secret may say it where replies are logged.
   if (input.find(kPassword) != std::string_view::npos ||
       input.find(kPasswordBase64) != std::string_view::npos) {
@@ -124,6 +120,8 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   const std::string_view first = takeUpTo(kSeparator, input);
   const unsigned options = first.empty() ? 0 : static_cast<unsigned char>(first.front());
   const SmtpServer server = serverFor(options, takeUpTo(kSeparator, input));
+  std::optional<ForeignLeaks> leaksOfTheSystemsNtlm;  // it never frees its digests
+  if (namesNtlm(server.credentials.method) || namesNtlm(input)) leaksOfTheSystemsNtlm.emplace();
   const Envelope envelope{
       "from@x.example", {"to@x.example", std::string(takeUpTo(kSeparator, input))}, {}, {}};
   SendOptions sendOptions;

@@ -3,6 +3,7 @@
 #include <gssapi/gssapi.h>
 #include <gssapi/gssapi_ext.h>
 
+#include "platform/posix/ntlm_challenge.h"
 #include "platform/security_package.h"
 
 namespace platform {
@@ -76,13 +77,16 @@ class GssNtlmClient final : public NtlmClient {
   }
 
   SspiStatus step(std::string_view in, std::string& out) override {
+    const bool first = context_ == GSS_C_NO_CONTEXT;
+    // The plug-in is crashed by some tokens that are no challenge.
+    if (!first && !isNtlmChallenge(in)) return kSecInvalidToken;
     gss_buffer_desc token = bufferOf(in);
     gss_buffer_desc answer = GSS_C_EMPTY_BUFFER;
     OM_uint32 minor = 0;
-    const OM_uint32 major = gss_init_sec_context(
-        &minor, credentials_, &context_, server_.handle, &kNtlm, 0, GSS_C_INDEFINITE,
-        GSS_C_NO_CHANNEL_BINDINGS, in.empty() ? GSS_C_NO_BUFFER : &token, nullptr, &answer, nullptr,
-        nullptr);
+    const OM_uint32 major =
+        gss_init_sec_context(&minor, credentials_, &context_, server_.handle, &kNtlm, 0,
+                             GSS_C_INDEFINITE, GSS_C_NO_CHANNEL_BINDINGS,
+                             first ? GSS_C_NO_BUFFER : &token, nullptr, &answer, nullptr, nullptr);
     out.assign(static_cast<const char*>(answer.value), answer.length);
     gss_release_buffer(&minor, &answer);
     return statusOf(major);

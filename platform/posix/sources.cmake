@@ -1,5 +1,6 @@
 # The sources below platform/posix.
 list(APPEND platform_sources
+  posix/ntlm_challenge.cpp
   posix/ntlm_client.cpp
   posix/process.cpp
   posix/service_control.cpp
