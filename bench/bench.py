@@ -202,7 +202,7 @@ def seconds_told_by(*command):
 
 @contextlib.contextmanager
 def tls_sink():
-    """A sink that offers STARTTLS; yields its port. Ours and the peer trust its certificate, and
+    """A sink that offers STARTTLS; yields its port. Ours and the peer trust its authority, and
     no other, so that both verify and neither reads a list of authorities."""
     with tempfile.NamedTemporaryFile() as certificate:
         sink = subprocess.Popen([PROGRAMS / "tls_sink", certificate.name],

@@ -1,7 +1,8 @@
 // An SMTP server that takes every mail and forgets it, with and without STARTTLS: smtp-sink of
-// Postfix has no TLS. A thread a connection; bench.py ends it.
-//   tls_sink FILE   writes its certificate, made just now and signed by itself, to the file, for
-//                   clients to verify; listens on a free port of 127.0.0.1 and prints it
+// Postfix has no TLS. As many connections at a time as it has threads; bench.py ends it.
+//   tls_sink FILE   writes the authority of its certificate, made just now, to the file, for
+//   clients
+//                   to verify; listens on a free port of 127.0.0.1 and prints it
 #include <csignal>
 #include <cstdio>
 #include <cstdlib>
@@ -19,6 +20,13 @@
 
 namespace {
 
+constexpr int kThreads = 4;
+
+struct Identity {
+  X509* certificate;
+  EVP_PKEY* key;
+};
+
 void addExtension(X509* certificate, int nid, const char* value) {
   X509V3_CTX context;
   X509V3_set_ctx(&context, certificate, certificate, nullptr, nullptr, 0);
@@ -27,27 +35,38 @@ void addExtension(X509* certificate, int nid, const char* value) {
   X509_EXTENSION_free(extension);
 }
 
-SSL_CTX* makeContext(const char* certificateFile) {
-  EVP_PKEY* key = EVP_RSA_gen(2048);  // as the certificates of most mail servers are
-  X509* certificate = X509_new();
-  X509_set_version(certificate, X509_VERSION_3);
-  X509_gmtime_adj(X509_getm_notBefore(certificate), -3600);
-  X509_gmtime_adj(X509_getm_notAfter(certificate), 24 * 3600);
-  X509_set_pubkey(certificate, key);
-  X509_NAME* name = X509_get_subject_name(certificate);
-  X509_NAME_add_entry_by_txt(name, "CN", MBSTRING_UTF8,
-                             reinterpret_cast<const unsigned char*>("bench.example"), -1, -1, 0);
-  X509_set_issuer_name(certificate, name);
-  addExtension(certificate, NID_basic_constraints, "critical,CA:TRUE");
-  addExtension(certificate, NID_subject_alt_name, "IP:127.0.0.1");
-  X509_sign(certificate, key, EVP_sha256());
-  std::FILE* file = std::fopen(certificateFile, "w");
-  if (file == nullptr || PEM_write_X509(file, certificate) != 1 || std::fclose(file) != 0) {
+// Null for the issuer: it signs itself.
+Identity makeIdentity(const char* name, unsigned keyBits, const Identity* issuer,
+                      const char* constraints) {
+  const Identity made{X509_new(), EVP_RSA_gen(keyBits)};
+  if (issuer == nullptr) issuer = &made;
+  X509_set_version(made.certificate, X509_VERSION_3);
+  ASN1_INTEGER_set_uint64(X509_get_serialNumber(made.certificate), keyBits);
+  X509_gmtime_adj(X509_getm_notBefore(made.certificate), -3600);
+  X509_gmtime_adj(X509_getm_notAfter(made.certificate), 24 * 3600);
+  X509_set_pubkey(made.certificate, made.key);
+  X509_NAME_add_entry_by_txt(X509_get_subject_name(made.certificate), "CN", MBSTRING_UTF8,
+                             reinterpret_cast<const unsigned char*>(name), -1, -1, 0);
+  X509_set_issuer_name(made.certificate, X509_get_subject_name(issuer->certificate));
+  addExtension(made.certificate, NID_basic_constraints, constraints);
+  addExtension(made.certificate, NID_subject_alt_name, "IP:127.0.0.1");
+  X509_sign(made.certificate, issuer->key, EVP_sha256());
+  return made;
+}
+
+// Below an intermediate authority, with keys of the sizes that mail servers have for the most part.
+SSL_CTX* makeContext(const char* authorityFile) {
+  const Identity root = makeIdentity("Bench Root", 4096, nullptr, "critical,CA:TRUE");
+  const Identity middle = makeIdentity("Bench Authority", 2048, &root, "critical,CA:TRUE");
+  const Identity server = makeIdentity("bench.example", 2048, &middle, "critical,CA:FALSE");
+  std::FILE* file = std::fopen(authorityFile, "w");
+  if (file == nullptr || PEM_write_X509(file, root.certificate) != 1 || std::fclose(file) != 0) {
     return nullptr;
   }
   SSL_CTX* context = SSL_CTX_new(TLS_server_method());
-  SSL_CTX_use_certificate(context, certificate);
-  SSL_CTX_use_PrivateKey(context, key);
+  SSL_CTX_use_certificate(context, server.certificate);
+  SSL_CTX_use_PrivateKey(context, server.key);
+  SSL_CTX_add0_chain_cert(context, middle.certificate);
   return context;
 }
 
@@ -55,6 +74,7 @@ class Connection {
  public:
   Connection(int socket, SSL_CTX* context) : socket_(socket), context_(context) {}
   ~Connection() {
+    flush();
     SSL_free(ssl_);
     close(socket_);
   }
@@ -67,6 +87,7 @@ class Connection {
         say("250-sink\r\n250-PIPELINING\r\n250-8BITMIME\r\n250 STARTTLS\r\n");
       } else if (line.starts_with("STARTTLS")) {
         say("220 go\r\n");
+        flush();
         if (!startTls()) return;
       } else if (line.starts_with("DATA")) {
         say("354 go\r\n");
@@ -89,6 +110,7 @@ class Connection {
   }
 
   bool readMore() {
+    flush();
     char chunk[65536];
     const auto count = ssl_ != nullptr ? SSL_read(ssl_, chunk, sizeof chunk)
                                        : static_cast<int>(read(socket_, chunk, sizeof chunk));
@@ -118,19 +140,35 @@ class Connection {
     return true;
   }
 
-  void say(std::string_view reply) {
+  void say(std::string_view reply) { replies_ += reply; }
+
+  // The replies to commands that came together leave together (RFC 2920 section 3.2).
+  void flush() {
+    if (replies_.empty()) return;
     if (ssl_ != nullptr) {
-      SSL_write(ssl_, reply.data(), static_cast<int>(reply.size()));
+      SSL_write(ssl_, replies_.data(), static_cast<int>(replies_.size()));
     } else {
-      send(socket_, reply.data(), reply.size(), MSG_NOSIGNAL);
+      send(socket_, replies_.data(), replies_.size(), MSG_NOSIGNAL);
     }
+    replies_.clear();
   }
 
   int socket_;
   SSL_CTX* context_;
   SSL* ssl_ = nullptr;
   std::string buffer_;
+  std::string replies_;
 };
+
+[[noreturn]] void serveForever(int listener, SSL_CTX* context) {
+  for (;;) {
+    const int socket = accept(listener, nullptr, nullptr);
+    if (socket < 0) continue;
+    const int on = 1;
+    setsockopt(socket, IPPROTO_TCP, TCP_NODELAY, &on, sizeof on);
+    Connection(socket, context).serve();
+  }
+}
 
 }  // namespace
 
@@ -154,11 +192,6 @@ int main(int argc, char** argv) {
   std::signal(SIGPIPE, SIG_IGN);
   std::printf("%d\n", ntohs(address.sin_port));
   std::fflush(stdout);
-  for (;;) {
-    const int socket = accept(listener, nullptr, nullptr);
-    if (socket < 0) continue;
-    const int on = 1;
-    setsockopt(socket, IPPROTO_TCP, TCP_NODELAY, &on, sizeof on);
-    std::thread([socket, context] { Connection(socket, context).serve(); }).detach();
-  }
+  for (int i = 1; i < kThreads; ++i) std::thread(serveForever, listener, context).detach();
+  serveForever(listener, context);
 }

@@ -55,13 +55,6 @@ bool ClsMailMan::beginSend(LogBase& log) {
   return begin(log);
 }
 
-bool ClsMailMan::openSession(SmtpCall& call) {
-  if (!abortAllRequested() && session_.reuseOrConnect(settings_.server, call)) return true;
-  if (call.progress.aborted() || abortAllRequested()) call.log.LogError("Aborted by application");
-  call.log.LogError("Failed to connect to SMTP server.");
-  return false;
-}
-
 bool ClsMailMan::ensureMessage(ClsEmail* email, LogBase& log) const {
   if (email == nullptr) {
     log.LogError("Email parameter is NULL in SendEmail");
@@ -97,7 +90,7 @@ std::unique_ptr<Email2> ClsMailMan::openAndPrepare(ClsEmail* email, SmtpCall& ca
     log.LogError("Mail sending aborted by application");
     return nullptr;
   }
-  if (!openSession(call)) return nullptr;
+  if (!session_.prepareToSend(settings_.server, call)) return nullptr;
   if (call.progress.abortCheck()) {
     log.LogError("Mail send aborted by application.");
     return nullptr;
@@ -214,7 +207,7 @@ bool ClsMailMan::sendText(const std::string& from, const std::vector<std::string
   ProgressMonitor progress = newMonitor();
   SmtpCall call{log, progress};
   progress.expect(mime.size() * 3 / 2 + 200);
-  if (!openSession(call)) return false;
+  if (!session_.prepareToSend(settings_.server, call)) return false;
   const Envelope envelope{parseAddress(from).address, addresses, {}, {}};
   return reportOutcome(session_.sendMime(envelope, mime, settings_.send, call, counters_), call);
 }
@@ -290,7 +283,7 @@ bool ClsMailMan::openSmtpConnection() {
   if (!begin(bracket.log())) return false;
   ProgressMonitor progress = newMonitor();
   SmtpCall call{bracket.log(), progress};
-  return openSession(call);
+  return session_.reuseOrConnect(settings_.server, call);
 }
 
 bool ClsMailMan::closeSmtpConnection() {
@@ -324,7 +317,7 @@ bool ClsMailMan::isSmtpDsnCapable() {
   if (!begin(bracket.log())) return false;
   ProgressMonitor progress = newMonitor();
   SmtpCall call{bracket.log(), progress};
-  return openSession(call) && session_.offersDsn();
+  return session_.reuseOrConnect(settings_.server, call) && session_.offersDsn();
 }
 
 bool ClsMailMan::setSslClientCert(const std::string& pemFile) {

@@ -72,7 +72,6 @@ class ClsMailMan : public ClsBase {
   bool ensureMessage(ClsEmail* email, LogBase& log) const;
   std::unique_ptr<Email2> prepareForSending(const ClsEmail& email, LogBase& log) const;
   std::unique_ptr<Email2> openAndPrepare(ClsEmail* email, SmtpCall& call);
-  bool openSession(SmtpCall& call);
   bool deliver(ClsEmail* email, LogBase& log);
   bool sendText(const std::string& from, const std::vector<std::string>& addresses,
                 std::string_view mime, LogBase& log);

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <limits>
+#include <utility>
 
 #include "mail/mime/log_null.h"
 #include "mail/mime/text_tools.h"
@@ -77,6 +78,18 @@ bool SmtpConnImpl::connectAndGreet(const SmtpServer& server, SmtpCall& call) {
 }
 
 bool SmtpConnImpl::reuseOrConnect(const SmtpServer& server, SmtpCall& call) {
+  if (!abortAllRequested() && canReuse(server, call) && logReuse(smtpRset(call), call.log)) {
+    return true;
+  }
+  return connectAfresh(server, call);
+}
+
+bool SmtpConnImpl::prepareToSend(const SmtpServer& server, SmtpCall& call) {
+  isUnchecked_ = !abortAllRequested() && canReuse(server, call);
+  return isUnchecked_ || connectAfresh(server, call);
+}
+
+bool SmtpConnImpl::canReuse(const SmtpServer& server, SmtpCall& call) const {
   const bool wantsTls = server.ssl || server.startTls;
   if (!wire_.isOpen()) {
     call.log.LogInfo("No connection, need new SMTP connection.");
@@ -84,15 +97,18 @@ bool SmtpConnImpl::reuseOrConnect(const SmtpServer& server, SmtpCall& call) {
     call.log.LogInfo("No secure connection, need new SMTP connection.");
   } else if (!(server == server_)) {
     call.log.LogInfo("Other settings, need new SMTP connection.");
-  } else if (smtpRset(call)) {
-    call.log.LogInfo("Using existing/open SMTP connection to send email.");
-    return true;
   } else {
-    call.log.LogInfo("RSET failed.");
-    call.log.LogInfo("Need new SMTP connection");
+    return true;
   }
+  return false;
+}
+
+bool SmtpConnImpl::connectAfresh(const SmtpServer& server, SmtpCall& call) {
   wire_.close();
-  return connectAndAuthenticate(server, call);
+  if (!abortAllRequested() && connectAndAuthenticate(server, call)) return true;
+  if (call.progress.aborted() || abortAllRequested()) call.log.LogError("Aborted by application");
+  call.log.LogError("Failed to connect to SMTP server.");
+  return false;
 }
 
 bool SmtpConnImpl::openConnection(const SmtpServer& given, SmtpCall& call) {
@@ -344,6 +360,18 @@ bool SmtpConnImpl::sendToList(const std::string& reversePath,
   return true;
 }
 
+TransactionResult SmtpConnImpl::transact(const TransactionSteps& steps, const SendOptions& options,
+                                         SmtpCall& call) {
+  SmtpTransaction transaction(wire_, extensions_, options, badAddresses_, call);
+  if (std::exchange(isUnchecked_, false)) transaction.checkConnection();
+  const TransactionResult result = steps(transaction);
+  if (result != TransactionResult::NotReady) return result;
+
+  if (!connectAfresh(server_, call)) return TransactionResult::Failed;
+  SmtpTransaction onNewConnection(wire_, extensions_, options, badAddresses_, call);
+  return steps(onNewConnection);
+}
+
 bool SmtpConnImpl::sendInParts(const std::vector<Envelope>& parts, std::string_view mime,
                                const SendOptions& options, SmtpCall& call, SendCounters& counters) {
   needsNewConnection_ = false;
@@ -356,16 +384,15 @@ bool SmtpConnImpl::sendInParts(const std::vector<Envelope>& parts, std::string_v
   bool anyRejected = false;
   for (std::size_t i = 0; i < parts.size(); ++i) {
     if (anyRejected && !smtpRset(call)) return false;
-    const auto transact = [&] {
-      SmtpTransaction transaction(wire_, extensions_.dsn, options, badAddresses_, call);
+    const auto send = [&](SmtpTransaction& transaction) {
       return transaction.run(parts[i], mime, counters);
     };
-    TransactionResult result = transact();
+    TransactionResult result = transact(send, options, call);
     needsNewConnection_ = result == TransactionResult::NeedsNewConnection;
     // The server's limit was reached half way: the rest goes over another connection.
     if (needsNewConnection_ && i > 0 && connectAndAuthenticate(server_, call)) {
       counters.total -= parts[i].recipientCount();
-      result = transact();
+      result = transact(send, options, call);
     }
     if (result == TransactionResult::Rejected) {
       anyRejected = true;
@@ -379,9 +406,10 @@ bool SmtpConnImpl::sendInParts(const std::vector<Envelope>& parts, std::string_v
 bool SmtpConnImpl::verifyRecipients(const Envelope& envelope, SmtpCall& call,
                                     SendCounters& counters) {
   if (!isSafeEnvelope(envelope, {}, call.log)) return false;
-  const SendOptions options;
-  SmtpTransaction transaction(wire_, extensions_.dsn, options, badAddresses_, call);
-  const TransactionResult result = transaction.offerRecipients(envelope, counters);
+  const auto ask = [&](SmtpTransaction& transaction) {
+    return transaction.offerRecipients(envelope, counters);
+  };
+  const TransactionResult result = transact(ask, {}, call);
   const bool reset = wire_.isOpen() && smtpRset(call);
   return result == TransactionResult::Sent && reset && counters.accepted == counters.total;
 }

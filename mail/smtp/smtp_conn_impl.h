@@ -5,6 +5,7 @@
 #pragma once
 
 #include <cstdint>
+#include <functional>
 #include <string>
 #include <vector>
 
@@ -41,6 +42,9 @@ class SmtpConnImpl {
   bool connectAndGreet(const SmtpServer& server, SmtpCall& call);
   // Checks an open connection with RSET and keeps it, or connects afresh.
   bool reuseOrConnect(const SmtpServer& server, SmtpCall& call);
+  // As reuseOrConnect, for a send that follows: that begins with the RSET, and connects afresh when
+  // it fails.
+  bool prepareToSend(const SmtpServer& server, SmtpCall& call);
 
   // The message is a prepared copy: its blind-copy recipients are in "Bcc". autoMessageId changes
   // it.
@@ -77,7 +81,10 @@ class SmtpConnImpl {
 
  private:
   enum class Hello { Failed, Ehlo, Helo };
+  using TransactionSteps = std::function<TransactionResult(SmtpTransaction&)>;
 
+  bool canReuse(const SmtpServer& server, SmtpCall& call) const;
+  bool connectAfresh(const SmtpServer& server, SmtpCall& call);
   bool openConnection(const SmtpServer& server, SmtpCall& call);
   bool greetAndLogin(const SmtpServer& server, SmtpCall& call);
   bool startTls(const SmtpServer& server, const char* announcement, SmtpCall& call);
@@ -88,6 +95,9 @@ class SmtpConnImpl {
   bool sayHelo(const SmtpServer& server, SmtpCall& call);
   bool expectOk(const char* command, SmtpCall& call);
   std::string helloName(const SmtpServer& server) const;
+  // Over a connection that is known to be good, or is found to be: else over a new one.
+  TransactionResult transact(const TransactionSteps& steps, const SendOptions& options,
+                             SmtpCall& call);
   bool sendInParts(const std::vector<Envelope>& parts, std::string_view mime,
                    const SendOptions& options, SmtpCall& call, SendCounters& counters);
 
@@ -95,6 +105,7 @@ class SmtpConnImpl {
   SmtpWire wire_;
   SmtpServer server_;  // that the open connection was made for
   SmtpExtensions extensions_;
+  bool isUnchecked_ = false;  // the open connection was kept for the next send
   bool needsNewConnection_ = false;
   std::vector<std::string> badAddresses_;
 };

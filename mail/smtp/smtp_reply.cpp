@@ -37,6 +37,8 @@ constexpr MethodName kMethodNames[] = {
 void noteExtension(std::string_view keywords, SmtpExtensions& extensions) {
   if (beginsWithNoCase(keywords, "DSN")) {
     extensions.dsn = true;
+  } else if (equalsNoCase(trimmed(keywords), "PIPELINING")) {
+    extensions.pipelining = true;
   } else if (beginsWithNoCase(keywords, "AUTH ")) {
     for (const MethodName& row : kMethodNames) {
       if (containsNoCase(keywords, row.name)) extensions.authMethods |= row.method;

@@ -55,6 +55,7 @@ enum AuthMethod : unsigned {
 
 struct SmtpExtensions {
   bool dsn = false;
+  bool pipelining = false;  // RFC 2920
   unsigned authMethods = 0;
 };
 

@@ -34,15 +34,24 @@ TransactionResult SmtpTransaction::failed() {
   return TransactionResult::Failed;
 }
 
-TransactionResult SmtpTransaction::mailFrom(const std::string& reversePath) {
+std::string SmtpTransaction::mailFromCommand(const std::string& reversePath) const {
   std::string command = "MAIL FROM:<" + reversePath + ">";
   if (dsn_ && !options_.dsn.ret.empty()) command += " RET=" + options_.dsn.ret;
   if (dsn_ && !options_.dsn.envid.empty()) command += " ENVID=" + options_.dsn.envid;
-  const bool sent = wire_.sendCommand(command, call_);
-  if (sent && wire_.readReply(250, call_)) return TransactionResult::Sent;
+  return command;
+}
+
+std::string SmtpTransaction::rcptToCommand(const std::string& address) const {
+  std::string command = "RCPT TO:<" + address + ">";
+  if (dsn_ && !options_.dsn.notify.empty()) command += " NOTIFY=" + options_.dsn.notify;
+  return command;
+}
+
+TransactionResult SmtpTransaction::mailFrom(const std::string& reversePath) {
+  if (commands_.next()) return TransactionResult::Sent;
 
   call_.log.LogError("Failed when sending MAIL FROM:<" + reversePath + ">");
-  if (!sent || wire_.replyCode() == kNoReplyCode) {
+  if (!commands_.sent() || wire_.replyCode() == kNoReplyCode) {
     wire_.close();
     return TransactionResult::Failed;
   }
@@ -52,6 +61,7 @@ TransactionResult SmtpTransaction::mailFrom(const std::string& reversePath) {
     wire_.close();
     return TransactionResult::NeedsNewConnection;
   }
+  commands_.skipAhead();
   return TransactionResult::Failed;
 }
 
@@ -61,6 +71,7 @@ bool SmtpTransaction::rcptToAll(const std::vector<std::string>& addresses,
   for (const std::string& address : addresses) {
     if (call_.progress.abortCheck()) {
       call_.log.LogError("Mail sending aborted by application");
+      if (commands_.isAhead()) wire_.close();
       return false;
     }
     if (rcptTo(address, failureText)) {
@@ -73,21 +84,26 @@ bool SmtpTransaction::rcptToAll(const std::vector<std::string>& addresses,
 }
 
 bool SmtpTransaction::rcptTo(const std::string& address, const char* failureText) {
-  std::string command = "RCPT TO:<" + address + ">";
-  if (dsn_ && !options_.dsn.notify.empty()) command += " NOTIFY=" + options_.dsn.notify;
-  const bool sent = wire_.sendCommand(command, call_);
-  if (sent && wire_.readReply(250, call_)) return true;
+  if (commands_.next()) return true;
 
   call_.log.LogError(failureText + address + ">");
   call_.log.LogData("bad_address", address);
   badAddresses_.push_back(address);
   // Without a reply the next one could be taken for the reply to something else.
-  if (!sent || wire_.outOfStep()) wire_.close();
+  if (!commands_.sent() || wire_.outOfStep()) wire_.close();
   return false;
 }
 
 TransactionResult SmtpTransaction::offerRecipients(const Envelope& envelope,
                                                    SendCounters& counters) {
+  commands_.add(mailFromCommand(envelope.reversePath));
+  for (const auto* addresses : {&envelope.to, &envelope.cc, &envelope.bcc}) {
+    for (const std::string& address : *addresses) commands_.add(rcptToCommand(address));
+  }
+  if (checksConnection_ && !logReuse(commands_.next(), call_.log)) {
+    wire_.close();
+    return TransactionResult::NotReady;
+  }
   counters.total += envelope.recipientCount();
   const TransactionResult begun = mailFrom(envelope.reversePath);
   if (begun != TransactionResult::Sent) return begun;
@@ -173,6 +189,12 @@ void SmtpTransaction::appendToSentMailLog(std::string_view mime) {
   for (std::string piece; encoder.next(kPieceBytes, piece);) written = written && write(piece);
   written = written && write("\n--END SENT KELVADO EMAIL--\n");
   if (!written) call_.log.LogInfo("The log of sent mail cannot be written.");
+}
+
+bool logReuse(bool good, LogBase& log) {
+  log.LogInfo(good ? "Using existing/open SMTP connection to send email." : "RSET failed.");
+  if (!good) log.LogInfo("Need new SMTP connection");
+  return good;
 }
 
 }  // namespace kelvado

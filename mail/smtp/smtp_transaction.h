@@ -7,6 +7,7 @@
 #include <string_view>
 #include <vector>
 
+#include "mail/smtp/command_pipeline.h"
 #include "mail/smtp/envelope.h"
 #include "mail/smtp/smtp_wire.h"
 
@@ -27,6 +28,7 @@ struct SendCounters {
 
 enum class TransactionResult {
   Sent,
+  NotReady,            // the connection is no longer good for one; nothing has happened yet
   Rejected,            // by the server, for its recipients; the connection stays usable
   NeedsNewConnection,  // this one takes no more messages
   Failed,
@@ -35,13 +37,21 @@ enum class TransactionResult {
 class SmtpTransaction {
  public:
   // Rejected recipients are added to `badAddresses`.
-  SmtpTransaction(SmtpWire& wire, bool serverOffersDsn, const SendOptions& options,
+  SmtpTransaction(SmtpWire& wire, const SmtpExtensions& extensions, const SendOptions& options,
                   std::vector<std::string>& badAddresses, SmtpCall& call)
       : wire_(wire),
-        dsn_(serverOffersDsn),
+        commands_(wire, extensions.pipelining, call),
+        dsn_(extensions.dsn),
         options_(options),
         badAddresses_(badAddresses),
         call_(call) {}
+
+  // To be called first: the transaction begins with RSET, to see whether the connection still is
+  // good for one.
+  void checkConnection() {
+    checksConnection_ = true;
+    commands_.add("RSET");
+  }
 
   // Adds its recipients to the counters.
   TransactionResult run(const Envelope& envelope, std::string_view mime, SendCounters& counters);
@@ -49,6 +59,8 @@ class SmtpTransaction {
   TransactionResult offerRecipients(const Envelope& envelope, SendCounters& counters);
 
  private:
+  std::string mailFromCommand(const std::string& reversePath) const;
+  std::string rcptToCommand(const std::string& address) const;
   TransactionResult mailFrom(const std::string& reversePath);
   bool rcptToAll(const std::vector<std::string>& addresses, const char* failureText);
   bool rcptTo(const std::string& address, const char* failureText);
@@ -58,11 +70,16 @@ class SmtpTransaction {
   TransactionResult failed();
 
   SmtpWire& wire_;
+  CommandPipeline commands_;
+  bool checksConnection_ = false;
   bool dsn_;
   const SendOptions& options_;
   std::vector<std::string>& badAddresses_;
   SmtpCall& call_;
   unsigned accepted_ = 0;
 };
+
+// Logs what RSET said of a connection that was kept, and returns it.
+bool logReuse(bool good, LogBase& log);
 
 }  // namespace kelvado

@@ -68,6 +68,15 @@ bool SmtpWire::sendCommand(std::string_view command, SmtpCall& call) {
   return sendSecret(command, call);
 }
 
+bool SmtpWire::sendCommands(std::span<const std::string> commands, SmtpCall& call) {
+  std::string bytes;
+  for (const std::string& command : commands) {
+    call.log.LogData("command", loggable(command));
+    bytes.append(command).append("\r\n");
+  }
+  return sendBytes(bytes, call);
+}
+
 bool SmtpWire::sendSecret(std::string_view line, SmtpCall& call) {
   std::string bytes;
   bytes.reserve(line.size() + 2);

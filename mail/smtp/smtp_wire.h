@@ -6,6 +6,7 @@
 #include <cstdint>
 #include <memory>
 #include <optional>
+#include <span>
 #include <string>
 #include <string_view>
 
@@ -60,6 +61,8 @@ class SmtpWire {
 
   // One line; CR LF is added.
   bool sendCommand(std::string_view command, SmtpCall& call);
+  // Several at once: the replies come one by one, in the same order.
+  bool sendCommands(std::span<const std::string> commands, SmtpCall& call);
   // As sendCommand, but nothing of it is logged.
   bool sendSecret(std::string_view line, SmtpCall& call);
   bool sendBytes(std::string_view bytes, SmtpCall& call);

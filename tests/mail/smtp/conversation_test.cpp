@@ -273,6 +273,31 @@ TEST(Conversation, OffersRecipients) {
            threeAnd(&KvMailMan::put_SendIndividual));
 }
 
+// To a server that offers it, commands go out before their replies are in.
+TEST(Conversation, SendsCommandsAhead) {
+  const std::string hello = kEhlo + "S: 250-mail\\r\\n250 Pipelining|";
+  const std::string from = "C: MAIL FROM:<me@site.example>|";
+  const Prepare two = [](KvMailMan&, KvEmail& email) { email.AddCC("", "cc@site.example"); };
+  converse("replies are told apart", hello + from + kTo + kCc + kOk + kNo + kOk + kData + kQuit,
+           true,
+           "[MAIL FROM:<|[RCPT TO:<to|[RCPT TO:<cc|[250 ok|[550 no|"
+           "Failed when sending RCPT TO:<to@site.example>|[250 ok|<NumAccepted>1<",
+           two);
+  converse("recipients behind a sender that is refused are not bad",
+           hello + from + kTo + kCc + "S: 451 later|S: 503 what|S: 503 what|" + kQuit, false,
+           "Failed when sending MAIL FROM|451 later|503 what|503 what|<NumTotal>2<", two);
+
+  ScriptedSmtpServer server({hello + from + kTo + kOk + kOk + kData + "C: RSET|" + from + kTo +
+                             kOk + kOk + kOk + kData + kQuit});
+  KvMailMan mailMan;
+  KvEmail email;
+  setUp(mailMan, email, server);
+  EXPECT_TRUE(mailMan.SendBundle({&email, &email}));
+  expectInOrder(mailMan.LastErrorText(),
+                "<command>RSET|[MAIL FROM:<|[RCPT TO:<to|[250 ok|"
+                "Using existing/open SMTP connection to send email.|Sent DATA terminator");
+}
+
 // The text of the message, byte by byte as it arrives.
 TEST(Conversation, TransmitsTheText) {
   ScriptedSmtpServer server(

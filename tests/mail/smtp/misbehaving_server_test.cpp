@@ -93,6 +93,19 @@ std::vector<Case> cases() {
        "RSET failed.", Way::SecondMail},
       {"QUIT", mail + "C: QUIT|", "221 bye", "", "", "", Way::Quit},
   };
+  // Where commands go out ahead of replies, the ones behind a bad reply are answered all the same.
+  const std::string ahead = "S: 220 ready|C: EHLO pc.example|S: 250 PIPELINING|";
+  const std::string rcpt = kSteps[kFirstOfTransaction + 1].command;
+  const std::string transaction = conversation(kFirstOfTransaction, end);
+  all.push_back({"MAIL ahead", ahead + kSteps[kFirstOfTransaction].command, "250 ok",
+                 conversation(kFirstOfTransaction + 1, end), rcpt + "S: 503 no|",
+                 kSteps[kFirstOfTransaction].logged});
+  all.push_back({"RCPT ahead",
+                 ahead + conversation(kFirstOfTransaction, kFirstOfTransaction + 1) + rcpt,
+                 "250 ok", conversation(kFirstOfTransaction + 2, end), "",
+                 kSteps[kFirstOfTransaction + 1].logged});
+  all.push_back({"RSET ahead", ahead + transaction + "C: RSET|", "250 ok", transaction, "",
+                 "RSET failed.", Way::SecondMail});
   for (std::size_t i = 0; i < end; ++i) {
     all.push_back({kSteps[i].name, conversation(0, i) + kSteps[i].command, kSteps[i].reply,
                    conversation(i + 1, end), i == 1 ? "C: HELO pc.example|S: 500 no|" + noHelo : "",

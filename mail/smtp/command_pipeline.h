@@ -1,0 +1,47 @@
+// The commands of one transaction and their replies, which come in the same order. To a server that
+// offers PIPELINING (RFC 2920) the commands go out in groups, ahead of their replies; to any other
+// one by one. Used by SmtpTransaction.
+#pragma once
+
+#include <cstddef>
+#include <string>
+#include <vector>
+
+#include "mail/smtp/smtp_wire.h"
+
+namespace kelvado {
+
+class CommandPipeline {
+ public:
+  CommandPipeline(SmtpWire& wire, bool pipelining, SmtpCall& call)
+      : wire_(wire), groupSize_(pipelining ? kMaxAhead : 1), call_(call) {}
+
+  // One line; CR LF is added.
+  void add(std::string command) { commands_.push_back(std::move(command)); }
+
+  // Turns to the next command: sends it, unless it is under way, and reads its reply. True when
+  // that is 250; false also when it could not be sent.
+  bool next();
+  // Whether a reply to the command of the last next() was read, whole or in part.
+  bool sent() const { return taken_ <= sent_; }
+  // Whether there are commands ahead of the last next() whose replies will come.
+  bool isAhead() const { return taken_ < sent_; }
+  // Reads the replies to the commands ahead, which no longer matter. Closes the connection when
+  // they do not come.
+  void skipAhead();
+
+ private:
+  // Few enough that neither side waits for the other to empty its buffers.
+  static constexpr std::size_t kMaxAhead = 50;
+
+  bool sendGroup();
+
+  SmtpWire& wire_;
+  std::size_t groupSize_;
+  SmtpCall& call_;
+  std::vector<std::string> commands_;
+  std::size_t sent_ = 0;
+  std::size_t taken_ = 0;
+};
+
+}  // namespace kelvado
