@@ -23,8 +23,8 @@ bool SChannel::EstablishChannel(const std::string& host, std::uint16_t port,
   std::string error;
   stream_ = platform::createTlsClient(options, error);
   if (stream_ == nullptr) {
+    log.LogError(error);
     log.LogError("Error creating credentials");
-    log.LogData("tls_error", error);
     return false;
   }
   if (!handshake(timeoutMs, log, progress)) {

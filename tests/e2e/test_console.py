@@ -9,6 +9,9 @@ import tempfile
 import unittest
 
 import page_pictures
+import samba_ad
+
+samba_ad.enter_own_network()
 
 ROOT = pathlib.Path(__file__).resolve().parents[2]
 PROGRAM = ROOT / "build/release/console/pwlapse"
@@ -70,6 +73,39 @@ class CatchTest(unittest.TestCase):
                 catcher.terminate()
                 catcher.wait()
                 catcher.stdout.close()
+
+
+class MxTest(unittest.TestCase):
+    @classmethod
+    def setUpClass(cls):
+        if not samba_ad.in_own_network():
+            raise unittest.SkipTest("a name server needs a network of its own")
+        folder = tempfile.TemporaryDirectory()
+        cls.addClassCleanup(folder.cleanup)
+        resolver = pathlib.Path(folder.name) / "resolv.conf"
+        resolver.write_text("nameserver 127.0.0.1\n")
+        subprocess.run(["mount", "--bind", resolver, "/etc/resolv.conf"], check=True)
+        cls.addClassCleanup(subprocess.run, ["umount", "/etc/resolv.conf"], check=True)
+        server = subprocess.Popen(
+            ["dnsmasq", "--no-daemon", "--conf-file=/dev/null", "--no-resolv", "--no-hosts",
+             "--listen-address=127.0.0.1", "--bind-interfaces", "--local=/test/",
+             "--mx-host=site.test,second.site.test,20", "--mx-host=site.test,first.site.test,10"],
+            stderr=subprocess.PIPE, text=True)
+        cls.addClassCleanup(server.stderr.close)
+        cls.addClassCleanup(server.wait)
+        cls.addClassCleanup(server.terminate)
+        while "cachesize" not in (line := server.stderr.readline()):
+            assert line, "dnsmasq does not come up"
+
+    def test_shows_the_hosts_by_preference(self):
+        for text, status, output, error in (
+                ("site.test", 0, "first.site.test\nsecond.site.test\n", ""),
+                ('"a@b" <user@SITE.test>', 0, "first.site.test\nsecond.site.test\n", ""),
+                ("none.test", 1, "", "pwlapse: no mail exchanger of none.test was found\n"),
+                ("user@", 2, "", "pwlapse: mx: neither a domain nor an e-mail address\n")):
+            with self.subTest(text):
+                done = subprocess.run([PROGRAM, "mx", text], capture_output=True, text=True)
+                self.assertEqual((done.returncode, done.stdout, done.stderr), (status, output, error))
 
 
 if __name__ == "__main__":

@@ -1,5 +1,8 @@
 """The mail library against Postfix with Dovecot: every way to connect, to trust and to log in."""
 import base64
+import email
+import email.policy
+import os
 import pathlib
 import shutil
 import subprocess
@@ -12,6 +15,7 @@ import samba_ad
 
 samba_ad.enter_own_network()
 
+EXAMPLE = mail_probe.ROOT / "build/release/examples/send_mail"
 DOMAIN = "example.com"
 USER, PASSWORD, WRONG = "postman", "p\u00e4ss & <word>", "not-it-9f3a"
 SECRETS = [form for word in (PASSWORD, WRONG) for form in (
@@ -104,6 +108,21 @@ class ServersTest(unittest.TestCase):
             # The end of the data brings its own line end.
             self.assertEqual(sorted(mail.raw[mail.raw.index(b"MIME-Version"):] for mail in got),
                              sorted(mime.replace("\r\n", "\n").encode() + b"\n" for mime in sent))
+
+    def test_the_example(self):
+        server, file = self.servers["host"], self.folder / "\u00fc.bin"
+        file.write_bytes(bytes(range(256)))
+        command = [EXAMPLE, "localhost", str(server.port), USER, f"file@{DOMAIN}", file]
+        for password, status in ((WRONG, 1), (PASSWORD, 0)):
+            done = subprocess.run(command, capture_output=True, text=True, env={
+                **os.environ, "SSL_CERT_FILE": str(self.folder / "ca.pem"),
+                "SMTP_PASSWORD": password})
+            self.assertEqual((done.returncode, bool(done.stderr)), (status, bool(status)), done)
+        [mail] = [mail for mail in server.delivered() if mail.recipient == f"file@{DOMAIN}"]
+        message = email.message_from_bytes(mail.raw, policy=email.policy.default)
+        [attached] = message.iter_attachments()
+        self.assertEqual((attached.get_filename(), attached.get_content()),
+                         (file.name, file.read_bytes()))
 
     def test_what_cannot_be(self):
         signed, bare = self.servers["host"], self.servers[None]
