@@ -20,8 +20,37 @@ namespace {
 constexpr int kNewFileMode = _S_IREAD | _S_IWRITE;
 constexpr int kTemporaryNames = 100;  // tries; the folder would have to be full of them
 
+// Another process that has the file open (one that replaces it, a virus scanner) is done with it in
+// a moment: what it stands in the way of is tried again until then. True when `attempt` succeeded.
+template <class Attempt>
+bool outwaitOthers(const Attempt& attempt) {
+  constexpr int kAttempts = 20;
+  constexpr DWORD kPauseMs = 10;
+  for (int left = kAttempts - 1;; --left) {
+    if (attempt()) return true;
+    const DWORD error = GetLastError();
+    const bool inUse = error == ERROR_SHARING_VIOLATION || error == ERROR_ACCESS_DENIED;
+    if (!inUse || left == 0) return false;
+    Sleep(kPauseMs);
+  }
+}
+
+int errnoOf(DWORD error) {
+  switch (error) {
+    case ERROR_FILE_NOT_FOUND:
+    case ERROR_PATH_NOT_FOUND:
+    case ERROR_INVALID_NAME:
+      return ENOENT;
+    case ERROR_DISK_FULL:
+      return ENOSPC;
+    default:
+      return EACCES;
+  }
+}
+
 class Descriptor {
  public:
+  explicit Descriptor(int number) : number_(number) {}
   Descriptor(const std::string& name, int flags)
       : number_(::_open(name.c_str(), flags | _O_NOINHERIT, kNewFileMode)) {}
   ~Descriptor() { close(); }
@@ -47,6 +76,22 @@ bool writeAll(int file, std::string_view bytes) {
   return writeToEnd(write, bytes);
 }
 
+// Lets others replace the file meanwhile, which _open does not. -1, with errno set, on failure.
+int openToRead(const std::string& name) {
+  constexpr DWORD kShareAll = FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE;
+  HANDLE file = INVALID_HANDLE_VALUE;
+  const bool opened = outwaitOthers([&] {
+    file = CreateFileA(name.c_str(), GENERIC_READ, kShareAll, nullptr, OPEN_EXISTING,
+                       FILE_FLAG_SEQUENTIAL_SCAN, nullptr);
+    return file != INVALID_HANDLE_VALUE;
+  });
+  if (!opened) {
+    errno = errnoOf(GetLastError());
+    return -1;
+  }
+  return ::_open_osfhandle(reinterpret_cast<std::intptr_t>(file), _O_RDONLY | _O_BINARY);
+}
+
 bool openAndWrite(const std::string& name, int flags, std::string_view bytes) {
   Descriptor file(name, _O_WRONLY | _O_CREAT | flags);
   return file.valid() && writeAll(file.get(), bytes) && file.close();
@@ -63,11 +108,12 @@ std::string temporaryName(const std::string& path) {
 }
 
 bool moveOver(const std::string& from, const std::string& to) {
-  if (MoveFileExA(from.c_str(), to.c_str(), MOVEFILE_REPLACE_EXISTING | MOVEFILE_WRITE_THROUGH)) {
-    return true;
-  }
-  errno = GetLastError() == ERROR_DISK_FULL ? ENOSPC : EACCES;
-  return false;
+  const bool moved = outwaitOthers([&] {
+    return MoveFileExA(from.c_str(), to.c_str(),
+                       MOVEFILE_REPLACE_EXISTING | MOVEFILE_WRITE_THROUGH) != FALSE;
+  });
+  if (!moved) errno = errnoOf(GetLastError());
+  return moved;
 }
 
 }  // namespace
@@ -84,7 +130,7 @@ bool readTextLine(std::FILE* file, std::size_t capacity, std::string& line) {
 
 bool readWholeFile(const std::string& name, std::string& bytes, std::size_t limit) {
   bytes.clear();
-  const Descriptor file(name, _O_RDONLY | _O_BINARY | _O_SEQUENTIAL);
+  const Descriptor file(openToRead(name));
   if (!file.valid()) return false;
   const __int64 size = ::_filelengthi64(file.get());
   if (size > 0) bytes.reserve(std::min(static_cast<std::size_t>(size), limit));
