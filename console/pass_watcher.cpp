@@ -3,6 +3,7 @@
 #include <algorithm>
 
 #include "config/format_text.h"
+#include "mail/smtp/wire_text.h"
 
 namespace console {
 namespace {
@@ -84,14 +85,15 @@ std::string PassWatcher::summaryText() const {
   return text;
 }
 
+// Names and texts of the directory: what would control the terminal is shown, not obeyed.
 void PassWatcher::addProblem(const std::string& problem) {
   ++problemCount_;
-  if (problems_.size() < kLinesShown) problems_.push_back(problem);
+  if (problems_.size() < kLinesShown) problems_.push_back(kelvado::loggable(problem));
 }
 
 void PassWatcher::addNote(const std::string& note) {
   ++noteCount_;
-  if (notes_.size() < kLinesShown) notes_.push_back(note);
+  if (notes_.size() < kLinesShown) notes_.push_back(kelvado::loggable(note));
 }
 
 void PassWatcher::drawBar() {
