@@ -40,8 +40,9 @@ void readMachineKind(Registry& registry, ProductSettings& pSettings) {
     if (platform::equalAsciiNoCase(productType, kind.productType)) pSettings.osType = kind.osType;
   }
   for (const MachineKind& kind : kMachineKinds) {
-    if (platform::equalAsciiNoCase(testOS, kind.osType))
+    if (platform::equalAsciiNoCase(testOS, kind.osType)) {
       pSettings.testOS = pSettings.osType = kind.osType;
+    }
   }
 }
 

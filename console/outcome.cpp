@@ -32,8 +32,9 @@ std::string skipText(const UserVerdict& verdict) {
 }
 
 std::string agePhrase(const UserVerdict& verdict) {
-  if (!verdict.accountFound)
+  if (!verdict.accountFound) {
     return "account not found, age taken as " + formatText("%u", verdict.age);
+  }
   return formatText("age %u of %i days", verdict.age, verdict.maxAge);
 }
 

@@ -9,7 +9,7 @@ constexpr std::string_view kPlain = "text/plain";
 constexpr std::string_view kHtml = "text/html";
 
 std::string subjectWith(std::string_view prefix, const Email2& original) {
-  const std::string subject = original.headerField("Subject");
+  std::string subject = original.headerField("Subject");
   if (beginsWithNoCase(subject, trimmed(prefix))) return subject;
   return std::string(prefix) + subject;
 }

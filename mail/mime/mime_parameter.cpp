@@ -180,7 +180,7 @@ void appendEncoded(std::string_view name, std::string_view value, std::string& o
 std::string parseParameterised(std::string_view value, std::vector<MimeParameter>& parameters) {
   parameters.clear();
   ParameterScanner scanner(value);
-  const std::string main = scanner.take(";");
+  std::string main = scanner.take(";");
   // In the order in which the names first come.
   std::vector<std::pair<std::string, Pieces>> found;
   for (std::size_t count = 0; count < kMaxParameters && scanner.takes(';'); ++count) {

@@ -40,7 +40,7 @@ class SettingsKey {
       fail(settingName(name), "is not a text of less than 4096 bytes");
       return {};
     }
-    return value.bytes.c_str();  // up to the first NUL
+    return value.bytes.substr(0, value.bytes.find('\0'));
   }
 
   bool failed() const { return failed_; }

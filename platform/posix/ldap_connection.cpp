@@ -221,7 +221,7 @@ bool LdapConnection::setTlsOptions(const LdapSettings& settings, std::string& pr
 std::string LdapConnection::trustedAuthorities() const {
   char* configured = nullptr;
   ldap_get_option(ldap_, LDAP_OPT_X_TLS_CACERTFILE, &configured);
-  const std::string file = configured != nullptr ? configured : kSystemAuthorities;
+  std::string file = configured != nullptr ? configured : kSystemAuthorities;
   ldap_memfree(configured);
   return file;
 }

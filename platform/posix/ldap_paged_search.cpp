@@ -93,8 +93,9 @@ int LdapPagedSearch::takeResult(LDAPMessage* result) {
   ber_int_t estimate = 0;
   berval cookie = {};
   code = ldap_parse_pageresponse_control(ldap, paging, &estimate, &cookie);
-  if (code == LDAP_SUCCESS && cookie.bv_val != nullptr)
+  if (code == LDAP_SUCCESS && cookie.bv_val != nullptr) {
     cookie_.assign(cookie.bv_val, cookie.bv_len);
+  }
   ldap_memfree(cookie.bv_val);
   return code;
 }

@@ -104,7 +104,7 @@ std::string commonName(const X509_NAME* name) {
   const int size =
       ASN1_STRING_to_UTF8(&utf8, X509_NAME_ENTRY_get_data(X509_NAME_get_entry(name, index)));
   if (size < 0) return {};
-  const std::string text(reinterpret_cast<const char*>(utf8), static_cast<std::size_t>(size));
+  std::string text(reinterpret_cast<const char*>(utf8), static_cast<std::size_t>(size));
   OPENSSL_free(utf8);
   return text;
 }

@@ -13,8 +13,6 @@
 #include "platform/posix/last_error.h"
 #include "platform/posix/unit_text.h"
 
-extern char** environ;
-
 namespace platform {
 namespace {
 

@@ -147,7 +147,7 @@ class PosixThreads final : public WorkerThreads {
   EventHandle createEvent() override {
     const int event = eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK);
     if (event < 0) setLastError(winErrorOf(errno));
-    return static_cast<EventHandle>(event + 1);
+    return static_cast<EventHandle>(event) + 1;
   }
 
   bool setEvent(EventHandle event) override {
