@@ -1,9 +1,11 @@
-// A pass over small sites: who is skipped, warned, expired, and what the report and the logs say.
+// A pass over small sites: who is skipped, warned, expired, and what the mails, the report and the
+// logs say; and the sleep between passes.
 #include "service/expiration_run.h"
 
 #include <filesystem>
 #include <memory>
 
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include "console/smtp_catcher.h"
@@ -11,11 +13,13 @@
 #include "platform/file/ldif_source.h"
 #include "platform/file/reg_registry.h"
 #include "platform/file/snapshot_directory.h"
+#include "service/expiration_worker.h"
 #include "tests/support/test_site.h"
+#include "tests/support/text_file.h"
 
 namespace {
 
-using service::Expiry;
+using namespace service;
 using test_support::PassRecord;
 using test_support::TestSite;
 
@@ -23,103 +27,70 @@ constexpr const char* kReport = "logfiles/norvyn-expiration-report.html";
 constexpr const char* kDebug = "logfiles/norvyn-expiration-debug.log";
 constexpr const char* kSoon = "logfiles/norvyn-expiring-soon.log";
 constexpr const char* kExpiredLog = "logfiles/norvyn-expired-pw.log";
+constexpr const char* kLastRunDay = "expirationLastRunDay";
 
 bool contains(const std::string& text, const std::string& part) {
   return text.find(part) != std::string::npos;
 }
 
-// A site whose mail goes to a catcher.
-class PassTest : public testing::Test {
- protected:
-  PassTest() {
-    site.policy("DefaultPolicy", 42);
-    site.setting("htmllog", 1);
-  }
-  void startCatcher(const std::vector<std::string>& refused = {}) {
+// A site with a maximum age of 42 days whose mail goes to a catcher.
+struct MailedSite : TestSite {
+  MailedSite() {
     console::CatcherOptions options;
     options.directory = "mails";
-    options.refusedRecipients = refused;
+    options.refusedRecipients = {"bad@site.example"};
     std::string error;
-    ASSERT_TRUE(catcher.start(options, error)) << error;
-    site.setting("smtpPort", catcher.port());
+    EXPECT_TRUE(catcher.start(options, error)) << error;
+    setting("smtpPort", catcher.port());
+    setting("htmllog", 1);
+    policy("DefaultPolicy", 42);
   }
-
-  TestSite site;
   console::SmtpCatcher catcher;
 };
 
-struct DecisionCase {
-  const char* what;
-  int age;
-  std::vector<std::pair<const char*, std::uint32_t>> settings;
-  std::uint32_t emailWarnings;
-  const char* emailedText;  // of the upcoming row; null: no row
-  Expiry expiry;
-};
-
-// Maximum age 42 throughout.
-TEST_F(PassTest, DecidesMailAndExpiryByAgeAndSettings) {
+TEST(Pass, DecidesMailAndExpiryByAgeAndSettings) {
+  using enum Expiry;
   using Settings = std::vector<std::pair<const char*, std::uint32_t>>;
   const Settings days = {{"warning1", 7}, {"warning2", 3}, {"warning3", 1}};
-  const DecisionCase cases[] = {
-      {"one day before the period", 27, {}, 1, nullptr, Expiry::NotDue},
-      {"first day of the period", 28, {}, 1, "yes", Expiry::NotDue},
-      {"last day", 41, {}, 1, "yes", Expiry::NotDue},
-      {"age equal to the maximum: mailed and expired", 42, {}, 1, nullptr, Expiry::Forced},
-      {"on a warning day", 35, days, 1, "yes", Expiry::NotDue},
-      {"between warning days", 36, days, 1, "no", Expiry::NotDue},
-      {"negative warning days leave interval mode off",
-       36,
-       {{"warning1", 0xFFFFFFFF}, {"warning2", 0xFFFFFFFF}},
-       1,
-       "yes",
-       Expiry::NotDue},
-      {"negative threshold wraps: nobody is in the period",
-       36,
-       {{"warningThreshold", 0xFFFFFFF0}},
-       1,
-       nullptr,
-       Expiry::NotDue},
-      {"negative threshold still expires",
-       43,
-       {{"warningThreshold", 0xFFFFFFF0}},
-       1,
-       nullptr,
-       Expiry::Forced},
-      {"policy without warnings is not looked up", 36, {}, 0, "no", Expiry::NotDue},
-      {"report-only mode", 36, {{"reportOnly", 1}}, 1, "no (in ReportOnly mode)", Expiry::NotDue},
-      {"report-only mode does not expire",
-       50,
-       {{"reportOnly", 1}},
-       1,
-       nullptr,
-       Expiry::OnlyReported},
-      {"mailed today already", 36, {}, 1, "no", Expiry::NotDue},
+  const Settings negativeDays = {{"warning1", 0xFFFFFFFF}, {"warning2", 0xFFFFFFFF}};
+  const Settings negativeThreshold = {{"warningThreshold", 0xFFFFFFF0}};
+  const Settings reportOnly = {{"reportOnly", 1}};
+  const struct {
+    const char* what;
+    int age;
+    Settings settings;
+    std::size_t mails;
+    const char* emailedText;  // of the upcoming row; null: no row
+    Expiry expiry;
+  } cases[] = {
+      {"one day before the period", 27, {}, 0, nullptr, NotDue},
+      {"first day of the period", 28, {}, 1, "yes", NotDue},
+      {"last day", 41, {}, 1, "yes", NotDue},
+      {"age equal to the maximum: mailed and expired", 42, {}, 1, nullptr, Forced},
+      {"on a warning day", 35, days, 1, "yes", NotDue},
+      {"between warning days", 36, days, 0, "no", NotDue},
+      {"negative warning days leave interval mode off", 36, negativeDays, 1, "yes", NotDue},
+      {"negative threshold: nobody is in the period", 36, negativeThreshold, 0, nullptr, NotDue},
+      {"negative threshold still expires", 43, negativeThreshold, 0, nullptr, Forced},
+      {"policy without warnings: not looked up", 36, {{"emailWarnings", 0}}, 0, "no", NotDue},
+      {"report-only mode", 36, reportOnly, 0, "no (in ReportOnly mode)", NotDue},
+      {"report-only mode does not expire", 50, reportOnly, 0, nullptr, OnlyReported},
+      {"mailed today already", 36, {{"limitEmails", 1}}, 0, "no", NotDue},
   };
-  for (const DecisionCase& c : cases) {
+  for (const auto& c : cases) {
     SCOPED_TRACE(c.what);
-    TestSite one;
-    console::SmtpCatcher mails;
-    console::CatcherOptions options;
-    options.directory = "mails";
-    std::string error;
-    ASSERT_TRUE(mails.start(options, error)) << error;
-    one.setting("smtpPort", mails.port());
-    one.setting("htmllog", 1);
-    one.policy("DefaultPolicy", 42, c.emailWarnings);
-    for (const auto& [name, number] : c.settings) one.setting(name, number);
-    if (contains(c.what, "today")) {
-      one.setting("limitEmails", 1);
-      one.setNumber(config::kProductKey, "expirationLastRunDay", 5);
+    MailedSite site;
+    site.setNumber(config::kProductKey, kLastRunDay, 5);
+    for (const auto& [name, number] : c.settings) {
+      site.setting(name, number);
+      if (name == std::string("emailWarnings")) site.policy("DefaultPolicy", 42, number);
     }
-    one.user({"walter", c.age});
-    const PassRecord record = one.pass();
+    site.user({"walter", c.age});
+    const PassRecord record = site.pass();
 
-    const std::string report = one.read(kReport);
-    const bool mailed = c.emailedText != nullptr && std::string(c.emailedText) == "yes";
-    const bool expiredAndMailed = contains(c.what, "mailed and expired");
+    const std::string report = site.read(kReport);
     EXPECT_EQ(record.of("walter").expiry, c.expiry);
-    EXPECT_EQ(mails.savedFiles().size(), mailed || expiredAndMailed ? 1U : 0U);
+    EXPECT_EQ(site.catcher.savedFiles().size(), c.mails);
     if (c.emailedText == nullptr) {
       EXPECT_FALSE(contains(report, "<td>yes</td>") || contains(report, "<td>no</td>"));
     } else {
@@ -127,18 +98,47 @@ TEST_F(PassTest, DecidesMailAndExpiryByAgeAndSettings) {
                                        c.emailedText + "</td></tr>\n"))
           << report;
     }
-    EXPECT_EQ(contains(report, "PASSWORD EXPIRED"), c.expiry == Expiry::Forced);
+    EXPECT_EQ(contains(report, "PASSWORD EXPIRED"), c.expiry == Forced);
     EXPECT_EQ(contains(report, "PASSWORD NOT EXPIRED (Report Only Mode)"),
-              c.expiry == Expiry::OnlyReported);
-    EXPECT_EQ(contains(one.directoryText(), "pwdLastSet: 0"), c.expiry == Expiry::Forced);
-    EXPECT_EQ(one.read(kExpiredLog).empty(), c.expiry != Expiry::Forced);
+              c.expiry == OnlyReported);
+    EXPECT_EQ(contains(site.directoryText(), "pwdLastSet: 0"), c.expiry == Forced);
+    EXPECT_EQ(site.read(kExpiredLog).empty(), c.expiry != Forced);
     // The expiring-soon log holds everybody in the period, expired ones too.
-    EXPECT_EQ(contains(one.read(kSoon), "walter"), record.of("walter").inWarningPeriod);
+    EXPECT_EQ(contains(site.read(kSoon), "walter"), record.of("walter").inWarningPeriod);
   }
 }
 
-TEST_F(PassTest, ScreensAccountsAndClaimsThemForTheFirstPolicy) {
-  startCatcher();
+TEST(Pass, MailsTheTemplateAndFixedWordsOnceThePasswordHasExpired) {
+  MailedSite site;
+  site.setting("emailFromAddress", "Help Desk <desk@site.example>");
+  site.setting("emailSubject", "Change it");
+  site.write("NorvynExpirationEmail.html", "<b><%daysUntilExpiration%></b> day for <%username%>");
+  const std::string expired =
+      "\r\n\r\nYour Windows password has expired.\r\n\r\nYou will be prompted to change your "
+      "password prior to your next logon.\r\n";
+  const std::tuple<int, const char*, std::string> cases[] = {
+      {41, "Content-Type: text/html", "<b>1</b> day for user41"},
+      {42, "Content-Type: text/plain", expired},
+      {45, "Content-Type: text/plain", expired}};
+  for (const auto& [age, type, words] : cases) site.user({"user" + std::to_string(age), age});
+  site.pass();
+  const auto& mails = site.catcher.savedFiles();
+  ASSERT_EQ(mails.size(), std::size(cases));
+  for (std::size_t i = 0; i < mails.size(); ++i) {
+    const auto& [age, type, words] = cases[i];
+    const std::string mail = test_support::readBytes(mails[i]);
+    for (const std::string& part :
+         {std::string(type), words, std::string("\r\nX-Priority: 1\r\n"),
+          std::string("\r\nSubject: Change it\r\n"),
+          std::string("\r\nFrom: \"Help Desk\" <desk@site.example>\r\n")}) {
+      EXPECT_TRUE(contains(mail, part)) << part << "\n" << mail;
+    }
+  }
+  EXPECT_EQ(site.registryNumber(config::kProductKey, kLastRunDay), 5U);
+}
+
+TEST(Pass, ScreensAccountsAndClaimsThemForTheFirstPolicy) {
+  MailedSite site;
   site.policy("Policy1", 30);
   site.policy("Policy2", 30);
   site.user({"twice", 29});
@@ -151,20 +151,21 @@ TEST_F(PassTest, ScreensAccountsAndClaimsThemForTheFirstPolicy) {
   site.write("pwsentry_pro_policy2_include.txt", "twice\r\ncannot\r\nPC01$\r\n");
   const PassRecord record = site.pass();
 
-  // Equal ages: the higher slot comes first.
-  EXPECT_EQ(record.of("twice", 2).skipReasons, 0U);
-  EXPECT_EQ(record.of("twice", 1).skipReasons, service::kSkipProcessedEarlier);
-  EXPECT_EQ(record.of("twice", 0).skipReasons, service::kSkipProcessedEarlier);
-  EXPECT_EQ(record.of("offandnever", 1).skipReasons,
-            service::kSkipDisabled | service::kSkipNeverExpires);
-  EXPECT_EQ(record.of("cannot", 2).skipReasons, service::kSkipCannotChange);
-  EXPECT_EQ(record.of("cannot", 0).skipReasons,
-            service::kSkipCannotChange | service::kSkipProcessedEarlier);
-  EXPECT_EQ(record.of("PC01$", 2).skipReasons, service::kSkipComputerAccount);
-  EXPECT_EQ(record.of("AB", 0).skipReasons, service::kSkipNameTooShort);
-  // An excluded user stays free for a later policy.
-  EXPECT_EQ(record.of("excluded", 1).skipReasons, service::kSkipExcluded);
-  EXPECT_EQ(record.of("excluded", 0).skipReasons, 0U);
+  const std::tuple<const char*, int, std::uint32_t> verdicts[] = {
+      {"twice", 2, 0},  // equal ages: the higher slot comes first
+      {"twice", 1, kSkipProcessedEarlier},
+      {"twice", 0, kSkipProcessedEarlier},
+      {"offandnever", 1, kSkipDisabled | kSkipNeverExpires},
+      {"cannot", 2, kSkipCannotChange},
+      {"cannot", 0, kSkipCannotChange | kSkipProcessedEarlier},
+      {"PC01$", 2, kSkipComputerAccount},
+      {"AB", 0, kSkipNameTooShort},
+      {"excluded", 1, kSkipExcluded},
+      {"excluded", 0, 0},  // free for a later policy
+  };
+  for (const auto& [name, slot, reasons] : verdicts) {
+    EXPECT_EQ(record.of(name, slot).skipReasons, reasons) << name << slot;
+  }
   // An account that cannot be read keeps the age of the user before.
   EXPECT_FALSE(record.of("ghost", 1).accountFound);
   EXPECT_EQ(record.of("ghost", 1).age, 29U);
@@ -177,7 +178,8 @@ TEST_F(PassTest, ScreensAccountsAndClaimsThemForTheFirstPolicy) {
             "LIST OF SKIPPED USERS\n  user found in list: twice\n  user");
 }
 
-TEST_F(PassTest, ReadsListLinesAsTheyAre) {
+TEST(Pass, ReadsListLinesAsTheyAre) {
+  MailedSite site;
   site.policy("Policy1", 30);
   site.user({"lastone", 29});
   site.user({"lastonex", 29});
@@ -205,8 +207,8 @@ TEST_F(PassTest, ReadsListLinesAsTheyAre) {
   EXPECT_TRUE(record.of(platform::utf16ToAnsi(u"J\u00fcrgen"), 1).accountFound);
 }
 
-TEST_F(PassTest, ReportsMailFailureAndGoesOn) {
-  startCatcher({"bad@site.example"});
+TEST(Pass, ReportsMailFailureAndGoesOn) {
+  MailedSite site;
   site.setting("emailAdminReports", 1);
   site.setting("adminEmailAddress", "admin@site.example");
   site.user({"refused", 40, "bad@site.example"});
@@ -218,49 +220,40 @@ TEST_F(PassTest, ReportsMailFailureAndGoesOn) {
   EXPECT_EQ(record.of("welcome").emailedText, "yes");
   EXPECT_TRUE(contains(site.read(kReport), "<td>no (smtp failure)</td>"));
   EXPECT_TRUE(contains(site.read("errors-norvyn-email.xml"), "bad@site.example"));
-  EXPECT_EQ(catcher.savedFiles().size(), 2U);  // the warning and the report
+  EXPECT_EQ(site.catcher.savedFiles().size(), 2U);  // the warning and the report
   // The day counts as a mailing day.
-  EXPECT_EQ(site.registryNumber(config::kProductKey, "expirationLastRunDay"), 5U);
+  EXPECT_EQ(site.registryNumber(config::kProductKey, kLastRunDay), 5U);
 }
 
-TEST_F(PassTest, OnlyReportsWithoutASettingsKeyOrAMailServer) {
-  for (const bool keyExists : {false, true}) {
-    SCOPED_TRACE(keyExists);
-    TestSite bare;
-    bare.policy("DefaultPolicy", 42);
-    bare.user({"walter", 50});
-    bare.writeOut();
-    std::string reg =
-        "Windows Registry Editor Version 5.00\r\n\r\n"
-        "[HKEY_LOCAL_MACHINE\\Software\\Policies\\Kadro\\PwsentryProMPE\\DefaultPolicy]\r\n"
-        "\"policyName\"=\"Default\"\r\n\"maxPasswordAge\"=dword:0000002a\r\n";
-    if (keyExists) {
-      reg +=
-          "\r\n[HKEY_LOCAL_MACHINE\\Software\\Policies\\Kadro\\PwsentryProMPE\\PWExpiration]\r\n"
-          "\"htmllog\"=dword:00000001\r\n";
-    }
-    bare.write("site.reg", reg);
-    const PassRecord record = bare.pass();
+TEST(Pass, OnlyReportsWithoutASettingsKeyOrAMailServer) {
+  const std::string root = std::string("\n[HKEY_LOCAL_MACHINE\\") + config::kPolicyRootMpe;
+  for (const char* settings : {"Other]", "\\PWExpiration]\n\"htmllog\"=dword:1"}) {
+    TestSite site;
+    site.user({"walter", 50});
+    site.writeOut();
+    site.write("site.reg", "REGEDIT4" + root + "\\DefaultPolicy]\n\"policyName\"=\"Default\"\n" +
+                               "\"maxPasswordAge\"=dword:2a" + root + settings);
+    const PassRecord record = site.pass();
     EXPECT_TRUE(record.summary.reportOnly);
     EXPECT_EQ(record.of("walter").expiry, Expiry::OnlyReported);
-    EXPECT_FALSE(contains(bare.directoryText(), "pwdLastSet: 0"));
+    EXPECT_FALSE(contains(site.directoryText(), "pwdLastSet: 0"));
   }
 }
 
-TEST_F(PassTest, TestModeMailsThePlaceholderUserAndOnlyReports) {
-  startCatcher();
+TEST(Pass, TestModeMailsThePlaceholderUserAndOnlyReports) {
+  MailedSite site;
   site.setting("testEmailOnly", 1);
   site.setting("testEmailAddress", "tester@site.example");
   site.write("NorvynExpirationEmail.txt", "<%username%> has <%daysUntilExpiration%> days");
   site.user({"walter", 50});
   const PassRecord record = site.pass();
   EXPECT_EQ(record.of("walter").expiry, Expiry::OnlyReported);
-  ASSERT_EQ(catcher.savedFiles().size(), 1U);
-  EXPECT_TRUE(contains(site.read(catcher.savedFiles()[0]), "jdoe-test has 10 days"));
+  ASSERT_EQ(site.catcher.savedFiles().size(), 1U);
+  EXPECT_TRUE(contains(site.read(site.catcher.savedFiles()[0]), "jdoe-test has 10 days"));
 }
 
-TEST_F(PassTest, LengthPoliciesWarnWhenAgingUsersAreMailed) {
-  startCatcher();
+TEST(Pass, LengthPoliciesWarnWhenAgingUsersAreMailed) {
+  MailedSite site;
   site.setting("emailAgingUsers", 1);
   site.setting("minLength2", 20);
   site.setting("maxAge2", 180);
@@ -272,7 +265,8 @@ TEST_F(PassTest, LengthPoliciesWarnWhenAgingUsersAreMailed) {
   EXPECT_TRUE(contains(site.read(kDebug), "   Email enabled for length based policies.\n"));
 }
 
-TEST_F(PassTest, MemberServerEditionTakesItsOwnKeys) {
+TEST(Pass, MemberServerEditionTakesItsOwnKeys) {
+  MailedSite site;
   const std::string root = config::kPolicyRootMpems;
   site.set("System\\CurrentControlSet\\Control\\ProductOptions", "productType", "\"SERVERNT\"");
   site.set(config::kExpirationKeyMpems, "smtpServer", "\"127.0.0.1\"");
@@ -288,7 +282,8 @@ TEST_F(PassTest, MemberServerEditionTakesItsOwnKeys) {
   EXPECT_EQ(site.read("pwsentry_pro_domain_users.txt"), "");
 }
 
-TEST_F(PassTest, AnUndefinedPolicyIsLeftOut) {
+TEST(Pass, AnUndefinedPolicyIsLeftOut) {
+  MailedSite site;
   const std::string key = std::string(config::kPolicyRootMpe) + "\\Policy3";
   site.setNumber(key, "maxPasswordAge", 10);
   site.set(key, "policyName", "\"x\"");
@@ -299,7 +294,8 @@ TEST_F(PassTest, AnUndefinedPolicyIsLeftOut) {
   EXPECT_EQ(record.of("walter").maxAge, 42);
 }
 
-TEST_F(PassTest, AnUnreachableDirectoryDoesNotStopThePass) {
+TEST(Pass, AnUnreachableDirectoryDoesNotStopThePass) {
+  MailedSite site;
   site.write("pwsentry_pro_policy1_include.txt", "walter\n");
   site.policy("Policy1", 14);
   site.writeOut();
@@ -316,8 +312,8 @@ TEST_F(PassTest, AnUnreachableDirectoryDoesNotStopThePass) {
 }
 
 // The debug log of one user, line by line.
-TEST_F(PassTest, WritesTheDebugLinesOfAUserInTheirOrder) {
-  startCatcher();
+TEST(Pass, WritesTheDebugLinesOfAUserInTheirOrder) {
+  MailedSite site;
   site.setting("warning1", 6);
   site.user({"walter", 36, "walter@site.example"});
   site.pass();
@@ -325,42 +321,24 @@ TEST_F(PassTest, WritesTheDebugLinesOfAUserInTheirOrder) {
   const std::size_t from = debug.find("timestamp=", debug.find("POLICY ORDER"));
   ASSERT_NE(from, std::string::npos);
   EXPECT_EQ(debug.substr(from),
-            "timestamp= 3/05/2026  9:07:03\n"
-            "username=walter\n"
-            "  user added: walter\n"
-            "  listcount: 1\n"
-            "  Password age:  36 days, 01:00:00\n"
-            "  --BEGIN GETEMAIL\n"
-            "    getUserEmail() begin**\n"
-            "    get email address\n"
-            "    get first name\n"
-            "    get last name\n"
-            "    getUserEmail() end**\n"
-            "  User Object Properties\n"
-            "    email: walter@site.example\n"
-            "    fname: Given\n"
-            "    lname: Surname\n"
-            "    username: walter\n"
-            "    domain: \n"
-            "  --END GETEMAIL\n"
-            "  bEmailWarnings: 1  reportOnly: 0  bDisabled: 0  bEmailRunToday: 0"
-            "  bEmailUserOK: 1  countdown: 6\n"
+            "timestamp= 3/05/2026  9:07:03\nusername=walter\n  user added: walter\n"
+            "  listcount: 1\n  Password age:  36 days, 01:00:00\n  --BEGIN GETEMAIL\n"
+            "    getUserEmail() begin**\n    get email address\n    get first name\n"
+            "    get last name\n    getUserEmail() end**\n  User Object Properties\n"
+            "    email: walter@site.example\n    fname: Given\n    lname: Surname\n"
+            "    username: walter\n    domain: \n  --END GETEMAIL\n"
+            "  bEmailWarnings: 1  reportOnly: 0  bDisabled: 0  bEmailRunToday: 0  bEmailUserOK: 1  "
+            "countdown: 6\n"
             "  countdown: 6\twarning1: 6\twarning2: 0\twarning3: 0\n"
             "  Configured to email users only at warning interval times.\n"
-            "  Days before expiration matches a warning interval.\n"
-            "  emailUser() - begin\n"
-            "    countdown (inside emailUser): 6\n"
-            "    szUser: walter\n"
+            "  Days before expiration matches a warning interval.\n  emailUser() - begin\n"
+            "    countdown (inside emailUser): 6\n    szUser: walter\n"
             "    szUserEmail: walter@site.example\n"
             "**No custom email text files found.  Using registry value for custom email body.\n"
-            "    user firstname: Given\n"
-            "    user lastname: Surname\n"
-            "    days until expiration: 6\n"
-            "    ..search and replace countdown string done.\n"
-            "    expirationLastRunDay set to 5\n"
-            "    email sent (to: walter@site.example)\n"
-            "  emailUser() - end\n"
-            "  user matches a warning interval.\n\n");
+            "    user firstname: Given\n    user lastname: Surname\n"
+            "    days until expiration: 6\n    ..search and replace countdown string done.\n"
+            "    expirationLastRunDay set to 5\n    email sent (to: walter@site.example)\n"
+            "  emailUser() - end\n  user matches a warning interval.\n\n");
 }
 
 TEST(PolicyOrder, RisesByAgeAndPutsTheHighestSlotFirstAmongEquals) {
@@ -375,7 +353,16 @@ TEST(PolicyOrder, RisesByAgeAndPutsTheHighestSlotFirstAmongEquals) {
   EXPECT_EQ(order, expected);
 }
 
-TEST(RunTimes, WaitAndSleep) {
+// Notes the sleeps, and ends the worker at the third.
+struct EndingClock : test_support::ManualClock {
+  std::vector<std::uint32_t> sleeps;
+  void sleep(std::uint32_t ms) override {
+    sleeps.push_back(ms);
+    if (sleeps.size() == 3) throw sleeps.size();
+  }
+};
+
+TEST(RunForEver, WaitsForTheMachineThenPassesAndSleeps) {
   TestSite site;
   site.setting("expirationServiceInterval", 2);
   site.setNumber(config::kPolicyRootMpems, "expirationServiceDebug", 7);
@@ -384,23 +371,23 @@ TEST(RunTimes, WaitAndSleep) {
   std::string error;
   const auto registry = platform::RegRegistry::load("site.reg", error);
   ASSERT_TRUE(registry) << error;
-  const service::ServiceValues values = service::readServiceValues(*registry);
+  const ServiceValues values = readServiceValues(*registry);
   EXPECT_EQ(values.intervalMs, 7200000U);
   EXPECT_TRUE(values.debug);
 
   platform::SnapshotDirectory directory(std::make_unique<platform::LdifSource>("domain.ldif"),
                                         site.clock);
-  service::ExpirationRun run({*registry, directory, directory, site.clock}, values, nullptr);
-  const struct {
-    double uptime;
-    std::uint32_t delay;
-  } cases[] = {{0, 480000}, {60, 479940}, {479.9, 479520}, {480, 0}, {100000, 0}};
-  for (const auto& c : cases) {
-    site.clock.uptime = c.uptime;
-    run.prepare();
-    EXPECT_EQ(run.startDelayMs(), c.delay) << c.uptime;
+  // By the seconds that the machine has been up: milliseconds less seconds, or no wait at all; then
+  // the delay, in seconds, whatever the interval is.
+  const std::pair<double, std::uint32_t> cases[] = {
+      {0, 480000}, {60, 479940}, {479.9, 479520}, {480, 90000}, {100000, 90000}};
+  for (const auto& [uptime, firstSleep] : cases) {
+    EndingClock clock;
+    clock.uptime = uptime;
+    EXPECT_ANY_THROW(runForEver({*registry, directory, directory, clock}, values));
+    EXPECT_THAT(clock.sleeps, testing::ElementsAre(firstSleep, 90000U, 90000U)) << uptime;
   }
-  EXPECT_EQ(run.sleepMs(), 90000U);  // in seconds, whatever the interval is
+  EXPECT_NE(site.read(kReport) + site.read(kDebug), "");
 }
 
 }  // namespace

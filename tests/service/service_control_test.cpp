@@ -7,10 +7,10 @@
 #include "config/format_text.h"
 #include "platform/file/reg_registry.h"
 #include "platform/files.h"
-#include "service/expiration_worker.h"
 #include "service/service_entry.h"
 #include "service/service_installer.h"
-#include "tests/support/test_site.h"
+#include "tests/support/manual_clock.h"
+#include "tests/support/temp_dir.h"
 
 namespace {
 
@@ -22,14 +22,15 @@ constexpr WinError kFault = 1234;  // "(0x4d2)"
 
 using Handler = std::function<void(ServiceControlCode)>;
 
-class FakeSystem : public ServiceControl, public WorkerThreads, public Process {
- public:
+struct FakeSystem : ServiceControl, WorkerThreads, Process, service::ServiceWork {
   std::string calls;             // a line for each
   std::string failing = "none";  // how the line of the failing call begins
   std::vector<int> controls;     // what comes while the service waits
   ServiceState installed = ServiceState::Running;
   std::string message = "Out of luck.\r\n";
   test_support::ManualClock clock;
+  WinError readStatus = kErrorSuccess;
+  std::uint32_t intervalSeen = 0;
 
   service::ServiceSystem system() { return {*this, *this, *this, clock}; }
 
@@ -103,6 +104,12 @@ class FakeSystem : public ServiceControl, public WorkerThreads, public Process {
   std::string imagePath() override { return call("path") ? "C:\\A B\\pwLapseSvc.exe" : ""; }
   void exit(std::uint32_t code) override { call("exit", code); }
 
+  WinError readValues(service::ServiceValues& values) override {
+    values.intervalMs = 4711;
+    return readStatus;
+  }
+  void run(const service::ServiceValues& values) override { intervalSeen = values.intervalMs; }
+
  private:
   bool call(const std::string& what, std::uintptr_t handle) {
     return call(what + ' ' + std::to_string(handle));
@@ -119,21 +126,10 @@ class FakeSystem : public ServiceControl, public WorkerThreads, public Process {
   WinError error_ = 0;
 };
 
-struct FakeWork : service::ServiceWork {
-  WinError readStatus = kErrorSuccess;
-  std::uint32_t intervalSeen = 0;
-  WinError readValues(service::ServiceValues& values) override {
-    values.intervalMs = 4711;
-    return readStatus;
-  }
-  void run(const service::ServiceValues& values) override { intervalSeen = values.intervalMs; }
-};
-
 // What the program prints for these arguments.
-std::string enter(FakeSystem& fake, const std::vector<std::string>& arguments) {
-  FakeWork work;
+std::string enter(FakeSystem& fake, const std::vector<std::string>& arguments = {}) {
   testing::internal::CaptureStdout();
-  EXPECT_EQ(service::enterService(arguments, fake.system(), work), 0);
+  EXPECT_EQ(service::enterService(arguments, fake.system(), fake), 0);
   return testing::internal::GetCapturedStdout();
 }
 
@@ -269,15 +265,13 @@ TEST(ServiceMain, StartsRunsAndCleansUpWithTheErrorOfWhatFailed) {
     std::string expected = "dispatch Pwsentry Pro Password Expiration Service\n";
     for (std::size_t i = 0; i < std::size(up) && i <= failing; ++i) expected += up[i];
     if (failing < std::size(up)) fake.failing = up[failing].substr(0, up[failing].size() - 1);
-    FakeWork work;
-    service::enterService({}, fake.system(), work);
+    enter(fake);
     EXPECT_EQ(fake.calls, expected + after + "exit 0\n");
-    EXPECT_EQ(work.intervalSeen, failing < std::size(up) ? 0U : 4711U);
+    EXPECT_EQ(fake.intervalSeen, failing < std::size(up) ? 0U : 4711U);
   }
   FakeSystem fake;
-  FakeWork work;
-  work.readStatus = 1009;
-  service::enterService({}, fake.system(), work);
+  fake.readStatus = 1009;
+  enter(fake);
   EXPECT_THAT(fake.calls, EndsWith("close event 9\n" + status(1, 1009) + "exit 0\n"));
 }
 
@@ -296,38 +290,14 @@ TEST(ServiceMain, AnswersControls) {
   for (const auto& [controls, answers] : cases) {
     FakeSystem fake;
     fake.controls = controls;
-    enter(fake, {});
+    enter(fake);
     EXPECT_THAT(fake.calls, HasSubstr("wait 9\n" + answers + "close event 9\n"));
   }
   FakeSystem fake;  // a status that is not taken stops the service
   fake.controls = {2};
   fake.failing = "status 16,6";
-  enter(fake, {});
+  enter(fake);
   EXPECT_THAT(fake.calls, HasSubstr(status(6, 0, 1, 1000) + "set 9\n"));
-}
-
-// Ends the worker at the third sleep.
-struct EndingClock : test_support::ManualClock {
-  std::vector<std::uint32_t> sleeps;
-  void sleep(std::uint32_t ms) override {
-    sleeps.push_back(ms);
-    if (sleeps.size() == 3) throw sleeps.size();
-  }
-};
-
-TEST(ExpirationWorker, WaitsForTheMachineThenPassesAndSleepsForEver) {
-  test_support::TestSite site;
-  site.setting("expirationDelay", 5);
-  site.writeOut();
-  std::string error;
-  const auto system = makeSystemHost({"site.reg", ""}, error);
-  ASSERT_NE(system, nullptr) << error;
-  EndingClock clock;
-  clock.uptime = 60;
-  const Host real = system->host();
-  EXPECT_ANY_THROW(service::runForEver({real.registry, real.accounts, real.directory, clock}, {}));
-  // Milliseconds less seconds, then the delay in seconds.
-  EXPECT_THAT(clock.sleeps, testing::ElementsAre(479940U, 5000U, 5000U));
 }
 
 }  // namespace
