@@ -132,7 +132,6 @@ TEST(PolicyPrintout, PrintsEveryLineOfBothForms) {
 }
 
 TEST(PolicyPrintout, LeavesOutWhatDoesNotApply) {
-  const test_support::TempDir directory;
   const std::string settings =
       "minCharacters = 6\nmaxCharacters = 16\ncheckSpaces = 1\n  minSpaces = 0\n"
       "  maxSpaces = 0\ncheckUsername = 1\n\n";
@@ -147,19 +146,25 @@ TEST(PolicyPrintout, LeavesOutWhatDoesNotApply) {
   policy.failureCode = 0;
   EXPECT_EQ(policyTextShort(policy),
             applies + "The password meets the policy requirements.\n" + kRule);
-  policy.defined = 0;  // evaluated is enough
+  EXPECT_TRUE(policyText(policy).starts_with("POLICY NAME: \n\nminCharacters = 6\n"));
+  EXPECT_EQ(policyText(policy).find("special character within"), std::string::npos);
+}
+
+TEST(PolicyPrintout, AppendsAndIgnoresAFileThatCannotBeOpened) {
+  const test_support::TempDir directory;
+  PolicyRecord policy;
+  EXPECT_EQ(printPolicy(policy, "out.txt"), 1);
+  EXPECT_FALSE(platform::fileExists("out.txt"));  // neither defined nor evaluated
+  policy.appliesToUser = 1;                       // evaluated is enough
   policy.passed = 0;
-  const std::string failed = applies +
-                             "THE PASSWORD DOES NOT MEET THE POLICY REQUIREMENTS.\n"
-                             "THE FAILURE CODE IS 0\n" +
-                             kRule;
+  EXPECT_EQ(printPolicy(policy, "missing/out.txt"), 1);
   printPolicy(policy, "out.txt");
   printPolicyShort(policy, "out.txt");
-  policy.appliesToUser = 0;
-  printPolicy(policy, "out.txt");  // neither defined nor evaluated
-  const std::string text = test_support::readText("out.txt");
-  EXPECT_TRUE(text.starts_with("POLICY NAME: \n\nminCharacters = 6\n") && text.ends_with(failed));
-  EXPECT_EQ(text.find("special character within"), std::string::npos);
+  EXPECT_EQ(test_support::readText("out.txt"), policyText(policy) + policyTextShort(policy));
+  EXPECT_TRUE(policyTextShort(policy).ends_with(
+      "\n\nThis policy applies to the user.\nTHE PASSWORD DOES NOT MEET THE POLICY REQUIREMENTS.\n"
+      "THE FAILURE CODE IS 0\n" +
+      std::string(kRule)));
 }
 
 }  // namespace

@@ -1,5 +1,7 @@
 #include "config/policy_store.h"
 
+#include <tuple>
+
 #include "tests/config/registry_fixture.h"
 
 namespace config {
@@ -33,37 +35,30 @@ TEST_F(PolicyStoreTest, AbsentValuesKeepMaximaAndClearTheRest) {
 }
 
 TEST_F(PolicyStoreTest, DefinedTakesANameOfTwoCharactersAndDefaultPolicyAppliesToAll) {
-  const struct {
-    const char* policy;
-    const char* line;
-    int defined, applies;
-  } cases[] = {{"Policy2", "\"policyName\"=\"AB\"", 1, 0},
-               {"Policy2", "\"policyName\"=\"A\"", 0, 0},
-               {"Policy2", "\"includeGroups\"=\"domain user\"", 0, 0},
-               {"DEFAULTPolicy", "", 0, 1}};
-  for (const auto& c : cases) {
-    const PolicyRecord policy = read(kMpe + c.policy, c.line, c.policy);
-    EXPECT_EQ(policy.defined, c.defined) << c.line;
-    EXPECT_EQ(policy.appliesToDomainUsers, c.applies) << c.line;
+  const std::tuple<const char*, const char*, int, int> cases[] = {
+      {"Policy2", "\"policyName\"=\"AB\"", 1, 0},
+      {"Policy2", "\"policyName\"=\"A\"", 0, 0},
+      {"Policy2", "\"includeGroups\"=\"domain user\"", 0, 0},
+      {"DEFAULTPolicy", "", 0, 1}};
+  for (const auto& [name, line, defined, applies] : cases) {
+    const PolicyRecord policy = read(kMpe + name, line, name);
+    EXPECT_EQ(policy.defined, defined) << line;
+    EXPECT_EQ(policy.appliesToDomainUsers, applies) << line;
   }
 }
 
 TEST_F(PolicyStoreTest, EditionCodesStandForTheirOwnKeys) {
   const std::string base = "Software\\Policies\\Kadro\\PwsentryPro";
-  const struct {
-    const char* name;
-    std::string key;
-  } cases[] = {
+  const std::pair<const char*, std::string> cases[] = {
       {"PW-SPE", base},
       {"nrv-spe", base},
       {"NRV-SPEMS", base + "SPEMS"},
       {"NRV-MPEMS", base + "MPEMS"},
       {"NRV-DE", base + "DE"},
       {"NRV-LE", base + "LE"},
-      {"PW-SPE-MS", kMpe + "PW-SPE-MS"},  // not an edition code here
-  };
-  for (const auto& c : cases) {
-    EXPECT_EQ(read(c.key, "\"policyName\"=\"found\"", c.name).policyName, "found") << c.name;
+      {"PW-SPE-MS", kMpe + "PW-SPE-MS"}};  // not an edition code here
+  for (const auto& [name, key] : cases) {
+    EXPECT_EQ(read(key, "\"policyName\"=\"found\"", name).policyName, "found") << name;
   }
 }
 

@@ -44,38 +44,33 @@ std::string licence(const std::string& edition, const std::string& regcode = "R"
 }
 
 TEST_F(SettingsLoaderTest, ChoosesTheEditionByMachineAndLicence) {
+  const std::string both = licence("PwsentryProSPEMS") + licence("PwsentryProMPEMS");
   const struct {
     std::string registry;
-    const char *osType, *testOS, *edition, *version, *maintCode;
+    const char *osType, *edition, *version;
     std::uint32_t policyMax;
   } cases[] = {
-      {machine("winnt") + licence("PwsentryProDE"), "de", "none", "PwsentryProDE", "NRV-DE",
-       "M-PwsentryProDE", 0},
-      {machine("SERVERNT") + licence("PwsentryProMPEMS", ""), "ms", "none", "PwsentryProSPEMS", "",
-       "", 0},
-      {machine("ServerNT") + licence("PwsentryProSPEMS"), "ms", "none", "PwsentryProSPEMS",
-       "NRV-SPEMS", "M-PwsentryProSPEMS", 0},
+      {machine("winnt") + licence("PwsentryProDE"), "de", "PwsentryProDE", "NRV-DE", 0},
+      {machine("SERVERNT") + licence("PwsentryProMPEMS", ""), "ms", "PwsentryProSPEMS", "", 0},
+      {machine("ServerNT") + licence("PwsentryProSPEMS"), "ms", "PwsentryProSPEMS", "NRV-SPEMS", 0},
       // Both are licensed: the one tried last wins.
-      {machine("ServerNT") + licence("PwsentryProSPEMS") + licence("PwsentryProMPEMS"), "ms",
-       "none", "PwsentryProMPEMS", "NRV-MPEMS", "M-PwsentryProMPEMS", 2},
-      {machine("LanmanNT") + licence("PwsentryPro"), "dc", "none", "PwsentryPro", "NRV-SPE",
-       "M-PwsentryPro", 0},
-      {machine("LanmanNT") + licence("PwsentryProMPE"), "dc", "none", "PwsentryProMPE", "NRV-MPE",
-       "M-PwsentryProMPE", 5},
+      {machine("ServerNT") + both, "ms", "PwsentryProMPEMS", "NRV-MPEMS", 2},
+      {machine("LanmanNT") + licence("PwsentryPro"), "dc", "PwsentryPro", "NRV-SPE", 0},
+      {machine("LanmanNT") + licence("PwsentryProMPE"), "dc", "PwsentryProMPE", "NRV-MPE", 5},
       // A forced kind of machine.
-      {machine("winnt", "DC") + licence("PwsentryProMPE"), "dc", "dc", "PwsentryProMPE", "NRV-MPE",
-       "M-PwsentryProMPE", 5},
+      {machine("winnt", "DC") + licence("PwsentryProMPE"), "dc", "PwsentryProMPE", "NRV-MPE", 5},
   };
   for (const auto& c : cases) {
     SCOPED_TRACE(c.registry);
     const ProductSettings settings = load(c.registry);
+    const bool licensed = *c.version != '\0';
     EXPECT_EQ(settings.osType, c.osType);
-    EXPECT_EQ(settings.testOS, c.testOS);
     EXPECT_EQ(settings.keyPath, kPolicies + std::string(c.edition));
     EXPECT_EQ(settings.version, c.version);
-    EXPECT_EQ(settings.maintCode, c.maintCode);
-    EXPECT_EQ(settings.evaluation, *c.version != '\0');
+    EXPECT_EQ(settings.maintCode, licensed ? "M-" + std::string(c.edition) : "");
+    EXPECT_EQ(settings.evaluation, licensed);
     EXPECT_EQ(settings.policyMax, c.policyMax);
+    EXPECT_EQ(settings.testOS, c.registry.find("testOS") == std::string::npos ? "none" : "dc");
   }
   EXPECT_EQ(load(machine("other", "vax")).keyPath, "");
 }
