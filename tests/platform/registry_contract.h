@@ -22,12 +22,12 @@ struct RegistryImplementation {
 
 class RegistryContract : public testing::TestWithParam<RegistryImplementation> {
  protected:
-  RegistryContract() : registry_(GetParam().make()) {}
   std::unique_ptr<RegistryKey> create(const std::string& path) {
     std::unique_ptr<RegistryKey> key;
     EXPECT_EQ(registry_->createKey(path, key), kErrorSuccess);
     return key;
   }
+  // Null when there is no such key.
   std::unique_ptr<RegistryKey> open(const std::string& path) {
     std::unique_ptr<RegistryKey> key;
     const bool opened = registry_->openKey(path, RegistryAccess::Query, key) == kErrorSuccess;
@@ -35,7 +35,7 @@ class RegistryContract : public testing::TestWithParam<RegistryImplementation> {
     return key;
   }
   test_support::TempDir directory_;
-  std::unique_ptr<Registry> registry_;
+  std::unique_ptr<Registry> registry_ = GetParam().make();
 };
 
 }  // namespace platform

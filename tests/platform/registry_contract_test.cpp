@@ -21,7 +21,7 @@ TEST_P(RegistryContract, CreatesKeysWithAllAboveThem) {
   EXPECT_EQ(open(kPath + "\\Two"s), nullptr);
 }
 
-TEST_P(RegistryContract, GivesBackWhatWasSet) {
+TEST_P(RegistryContract, GivesBackWhatWasSetIfThereIsRoomForIt) {
   const std::pair<const char*, RegistryValue> cases[] = {
       {"", {RegistryType::String, "a \"b\" \\ c\0"s}},
       {"lines", {RegistryType::String, "one\r\ntwo\0"s}},
@@ -36,23 +36,21 @@ TEST_P(RegistryContract, GivesBackWhatWasSet) {
   const auto again = open(kPath);
   ASSERT_NE(again, nullptr);
   EXPECT_EQ(again->setValue("text", cases[0].second), kErrorAccessDenied);
+  RegistryValue read;
+  EXPECT_EQ(again->queryValue("other", 100, read), kErrorFileNotFound);
   for (const auto& [name, value] : cases) {
-    RegistryValue read;
-    EXPECT_EQ(again->queryValue(name, 100, read), kErrorSuccess) << name;
-    EXPECT_EQ(read.type, value.type) << name;
-    EXPECT_EQ(read.bytes, value.bytes) << name;
+    SCOPED_TRACE(name);
+    const std::size_t size = value.bytes.size();
+    if (size > 0) {
+      read = {};
+      EXPECT_EQ(again->queryValue(name, size - 1, read), kErrorMoreData);
+      EXPECT_EQ(read.type, value.type);
+      EXPECT_EQ(read.bytes, "");
+    }
+    EXPECT_EQ(again->queryValue(name, size, read), kErrorSuccess);
+    EXPECT_EQ(read.type, value.type);
+    EXPECT_EQ(read.bytes, value.bytes);
   }
-}
-
-TEST_P(RegistryContract, AValueLongerThanTheCapacityGivesItsTypeOnly) {
-  const auto key = create(kPath);
-  EXPECT_EQ(key->setValue("text", {RegistryType::String, "12345\0"s}), kErrorSuccess);
-  RegistryValue value;
-  EXPECT_EQ(key->queryValue("text", 5, value), kErrorMoreData);
-  EXPECT_EQ(value.type, RegistryType::String);
-  EXPECT_EQ(value.bytes, "");
-  EXPECT_EQ(key->queryValue("text", 6, value), kErrorSuccess);
-  EXPECT_EQ(key->queryValue("other", 6, value), kErrorFileNotFound);
 }
 
 std::unique_ptr<Registry> registryInFile(const std::string& head) {
