@@ -50,20 +50,19 @@ PolicyRecord everything() {
 }
 
 constexpr const char* kFull =
-    "POLICY NAME: Everybody\n\n"
-    "minPasswordAge = 101\nmaxPasswordAge = 102\nemailWarnings = 103\nminCharacters = 104\n"
-    "maxCharacters = 105\ncheckSimilar = 1\n  maxSimilar = 106\n  minDifferent = 107\n"
-    "minCharTypes = 108\ncheckLower = 2\n  minLowerChar = 109\n  maxLowerChar = 110\n"
-    "checkUpper = 3\n  minUpperChar = 111\n  maxUpperChar = 112\ncheckNumeric = 4\n"
-    "  minNumericChar = 113\n  maxNumericChar = 114\ncheckSpecialChar = 5\n"
-    "  minSpecialChar = 115\n  maxSpecialChar = 116\ncheckSpaces = 6\n  minSpaces = 117\n"
-    "  maxSpaces = 118\ncheckAlpha = 7\n  minAlphaChar = 119\n  maxAlphaChar = 120\n"
-    "checkNonAlpha = 8\n  minNonAlphaChar = 121\n  maxNonAlphaChar = 122\n"
-    "restrictSpecialChar = 9\n   allowedSpecialChar = !%s\ncheckVowels = 10\n"
-    "checkConsecutive = 11\ncheck3Consecutive = 12\ncheck3ConsecutiveCharTypes= 123\n"
-    "check3ConsecutiveAlpha = 13\ncheckAscii = 14\nnumericBetweenAlpha = 15\n"
-    "noBeginNumeric = 16\nnoEndNumeric = 17\nnoBeginSpecial = 18\nnoEndSpecial = 19\n"
-    "numericPosition = 124\nspecialPosition = 125\n"
+    "POLICY NAME: Everybody\n\nminPasswordAge = 101\nmaxPasswordAge = 102\n"
+    "emailWarnings = 103\nminCharacters = 104\nmaxCharacters = 105\ncheckSimilar = 1\n"
+    "  maxSimilar = 106\n  minDifferent = 107\nminCharTypes = 108\ncheckLower = 2\n"
+    "  minLowerChar = 109\n  maxLowerChar = 110\ncheckUpper = 3\n  minUpperChar = 111\n"
+    "  maxUpperChar = 112\ncheckNumeric = 4\n  minNumericChar = 113\n  maxNumericChar = 114\n"
+    "checkSpecialChar = 5\n  minSpecialChar = 115\n  maxSpecialChar = 116\ncheckSpaces = 6\n"
+    "  minSpaces = 117\n  maxSpaces = 118\ncheckAlpha = 7\n  minAlphaChar = 119\n"
+    "  maxAlphaChar = 120\ncheckNonAlpha = 8\n  minNonAlphaChar = 121\n"
+    "  maxNonAlphaChar = 122\nrestrictSpecialChar = 9\n   allowedSpecialChar = !%s\n"
+    "checkVowels = 10\ncheckConsecutive = 11\ncheck3Consecutive = 12\n"
+    "check3ConsecutiveCharTypes= 123\ncheck3ConsecutiveAlpha = 13\ncheckAscii = 14\n"
+    "numericBetweenAlpha = 15\nnoBeginNumeric = 16\nnoEndNumeric = 17\nnoBeginSpecial = 18\n"
+    "noEndSpecial = 19\nnumericPosition = 124\nspecialPosition = 125\n"
     "password must contain a special character within the first 126 characters.\n"
     "checkUsername = 20\ncheckFullname = 21\ncheckSAP = 22\n"
     "No more than 3 consecutive characters from username or full name = 23\n"
@@ -76,10 +75,8 @@ constexpr const char* kShort =
     "  maxSpaces = 118\ncheckUsername = 20\n\n";
 
 constexpr const char* kFailed =
-    "This policy applies to the user.\n"
-    "THE PASSWORD DOES NOT MEET THE POLICY REQUIREMENTS.\n"
-    "THE FAILURE CODE IS -1\n"
-    "THE PASSWORD FAILED THIS POLICY BECAUSE:\n";
+    "This policy applies to the user.\nTHE PASSWORD DOES NOT MEET THE POLICY REQUIREMENTS.\n"
+    "THE FAILURE CODE IS -1\nTHE PASSWORD FAILED THIS POLICY BECAUSE:\n";
 
 constexpr const char* kFirstReasons =
     " - Password has less than the minimum number of required characters.\n"

@@ -2,6 +2,8 @@
 // settings of the expiration service.
 #include "config/settings_loader.h"
 
+#include <regex>
+
 #include "config/expiration_settings.h"
 #include "config/settings_dump.h"
 #include "tests/config/registry_fixture.h"
@@ -15,12 +17,8 @@ class SettingsLoaderTest : public RegistryFixture {
  protected:
   // The values of several keys: each begins with "[KEY]", below HKEY_LOCAL_MACHINE.
   platform::Registry& registryOf(const std::string& body) {
-    std::string text;
-    for (const char c : body) {
-      text += c;
-      if (c == '[') text += "HKEY_LOCAL_MACHINE\\";
-    }
-    return registryWith("Software", text);
+    return registryWith("Software",
+                        std::regex_replace(body, std::regex("\\["), "[HKEY_LOCAL_MACHINE\\"));
   }
   ProductSettings load(const std::string& body) {
     ProductSettings settings;

@@ -27,8 +27,6 @@ class SmtpCatcherTest : public testing::Test {
   // Says all of it at once, and gives back the codes of the replies up to the end of the
   // connection.
   std::string codes(const std::string& bytes) {
-    kelvado::LogNull log;
-    kelvado::ProgressMonitor progress;
     kelvado::KelvadoSocket socket;
     if (!socket.connect("127.0.0.1", catcher.port(), 5000, log, progress)) return "no connection";
     socket.sendBytes(bytes, 5000, log, progress);
@@ -42,6 +40,8 @@ class SmtpCatcherTest : public testing::Test {
 
   test_support::TempDir directory;
   SmtpCatcher catcher;
+  kelvado::LogNull log;
+  kelvado::ProgressMonitor progress;
 };
 
 constexpr const char* kEnvelope =
@@ -84,8 +84,6 @@ TEST_F(SmtpCatcherTest, AnswersWhatItDoesNotTake) {
 
 // A mail that is not complete when its client leaves, or the catcher stops, is not there at all.
 TEST_F(SmtpCatcherTest, SavesNoHalfMail) {
-  kelvado::LogNull log;
-  kelvado::ProgressMonitor progress;
   kelvado::KelvadoSocket halfWay;
   kelvado::KelvadoSocket leaving;
   for (kelvado::KelvadoSocket* socket : {&halfWay, &leaving}) {

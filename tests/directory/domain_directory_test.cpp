@@ -22,17 +22,17 @@ using directory::DomainDirectory;
 using directory::UserDirectoryData;
 using testing::ElementsAre;
 
+template <typename T>
+using Owned = std::unique_ptr<T>;
+using Text = std::u16string;
+
 struct Row {
   HResult moved = kOk, read = kOk;
   SearchColumn column{};
 };
 
-template <typename T>
-using Owned = std::unique_ptr<T>;
-using Text = std::u16string;
-
-// What the directory answers; what it was asked.
-struct Script {
+// A directory that notes what it is asked, and answers as it is told.
+struct FakeAccess final : DirectoryAccess {
   std::map<std::string, HResult> status;  // of a call; kOk when it is not here
   Text givenName = u"Anna";
   std::vector<Row> rows;
@@ -49,79 +49,76 @@ struct Script {
     if (!failed(result)) value = answer;
     return result;
   }
-  template <typename Made, typename Base>
-  HResult open(const std::string& call, Owned<Base>& handle) {
-    const HResult result = note(call);
-    if (!failed(result)) handle = std::make_unique<Made>(*this);
-    return result;
+  template <typename Base>
+  HResult open(const std::string& call, Owned<Base>& handle);
+
+  HResult initialise() override { return note("initialise"); }
+  void uninitialise() override { note("uninitialise"); }
+  HResult openObject(const Text& path, std::uint32_t flags, Owned<DirectoryObject>& got) override {
+    return open(std::to_string(flags) + " " + utf16ToUtf8(path), got);
+  }
+  HResult openSearch(const Text& path, std::uint32_t flags, Owned<DirectorySearch>& got) override {
+    return open(std::to_string(flags) + " search " + utf16ToUtf8(path), got);
+  }
+  HResult getObject(const Text& path, Owned<DirectoryObject>& got) override {
+    return open(utf16ToUtf8(path), got);
+  }
+  HResult getSearch(const Text& path, Owned<DirectorySearch>& got) override {
+    return open("search " + utf16ToUtf8(path), got);
+  }
+  DirectoryError lastError() override {
+    const std::uint32_t code = lastErrors.front();
+    lastErrors.erase(lastErrors.begin());
+    return {code, "", ""};
   }
 };
 
 // Anything that can be opened.
 struct Handle final : DirectoryObject, DirectoryUser, DirectorySearch, SearchRows {
-  explicit Handle(Script& owner) : script(owner) { ++script.alive; }
-  ~Handle() override { --script.alive; }
-  Script& script;
+  explicit Handle(FakeAccess& owner) : access(owner) { ++access.alive; }
+  ~Handle() override { --access.alive; }
+  FakeAccess& access;
   std::size_t row = 0;
 
   HResult get(const Text& attribute, Text& value) override {
-    return script.note("get " + utf16ToUtf8(attribute), u"DC=site", value);
+    return access.note("get " + utf16ToUtf8(attribute), u"DC=site", value);
   }
-  HResult queryUser(Owned<DirectoryUser>& user) override {
-    return script.open<Handle>("user", user);
-  }
-  HResult emailAddress(Text& value) override { return script.note("email", u"a@b.example", value); }
-  HResult firstName(Text& value) override { return script.note("first", script.givenName, value); }
-  HResult lastName(Text& value) override { return script.note("last", u"Berg", value); }
+  HResult queryUser(Owned<DirectoryUser>& user) override { return access.open("user", user); }
+  HResult emailAddress(Text& value) override { return access.note("email", u"a@b.example", value); }
+  HResult firstName(Text& value) override { return access.note("first", access.givenName, value); }
+  HResult lastName(Text& value) override { return access.note("last", u"Berg", value); }
   HResult setScope(SearchScope scope) override {
-    return script.note("scope " + std::to_string(static_cast<int>(scope)));
+    return access.note("scope " + std::to_string(static_cast<int>(scope)));
   }
   HResult setPageSize(std::uint32_t size) override {
-    return script.note("page " + std::to_string(size));
+    return access.note("page " + std::to_string(size));
   }
   HResult execute(const Text& filter, const Text& attribute, Owned<SearchRows>& rows) override {
-    return script.open<Handle>("find " + utf16ToUtf8(filter + u" " + attribute), rows);
+    return access.open("find " + utf16ToUtf8(filter + u" " + attribute), rows);
   }
   HResult next() override {
-    return row == script.rows.size() ? kAdsNoMoreRows : script.rows[row++].moved;
+    return row == access.rows.size() ? kAdsNoMoreRows : access.rows[row++].moved;
   }
   HResult column(const Text&, SearchColumn& column) override {
-    column = script.rows[row - 1].column;
-    return script.rows[row - 1].read;
+    column = access.rows[row - 1].column;
+    return access.rows[row - 1].read;
   }
 };
 
-struct FakeAccess final : DirectoryAccess {
-  Script script;
-
-  HResult initialise() override { return script.note("initialise"); }
-  void uninitialise() override { script.note("uninitialise"); }
-  HResult openObject(const Text& path, std::uint32_t flags, Owned<DirectoryObject>& got) override {
-    return script.open<Handle>(std::to_string(flags) + " " + utf16ToUtf8(path), got);
-  }
-  HResult openSearch(const Text& path, std::uint32_t flags, Owned<DirectorySearch>& got) override {
-    return script.open<Handle>(std::to_string(flags) + " search " + utf16ToUtf8(path), got);
-  }
-  HResult getObject(const Text& path, Owned<DirectoryObject>& got) override {
-    return script.open<Handle>(utf16ToUtf8(path), got);
-  }
-  HResult getSearch(const Text& path, Owned<DirectorySearch>& got) override {
-    return script.open<Handle>("search " + utf16ToUtf8(path), got);
-  }
-  DirectoryError lastError() override {
-    const std::uint32_t code = script.lastErrors.front();
-    script.lastErrors.erase(script.lastErrors.begin());
-    return {code, "", ""};
-  }
-};
+template <typename Base>
+HResult FakeAccess::open(const std::string& call, Owned<Base>& handle) {
+  const HResult result = note(call);
+  if (!failed(result)) handle = std::make_unique<Handle>(*this);
+  return result;
+}
 
 class DomainDirectoryTest : public testing::Test {
  protected:
   DomainDirectoryTest() { createDirectory("logfiles"); }
   ~DomainDirectoryTest() override {
     domain.unbindDomain();
-    EXPECT_EQ(script.alive, 0) << "not released";
-    EXPECT_EQ(script.calls.back(), "uninitialise");
+    EXPECT_EQ(access.alive, 0) << "not released";
+    EXPECT_EQ(access.calls.back(), "uninitialise");
   }
 
   // The text of the debug log since the last call.
@@ -135,13 +132,16 @@ class DomainDirectoryTest : public testing::Test {
   }
   // Over the persistent binding; log and calls are then of the look-up alone.
   UserDirectoryData lookUp(const std::vector<Row>& rows, const Text& name = u"anna") {
-    script.rows = rows;
+    access.rows = rows;
     domain.bindDomain();
     logText();
-    script.calls.clear();
+    access.calls.clear();
     UserDirectoryData data{"old", "old", "old", "kept"};
     domain.getEmailBound(name, data);
     return data;
+  }
+  static std::string fields(const UserDirectoryData& data) {
+    return data.email + "|" + data.firstName + "|" + data.lastName + "|" + data.domain;
   }
   std::string usersList() {
     domain.writeDomainUsersList();
@@ -150,7 +150,6 @@ class DomainDirectoryTest : public testing::Test {
 
   test_support::TempDir directory;
   FakeAccess access;
-  Script& script = access.script;
   config::DebugLog log{true};
   DomainDirectory domain{access, log};
 };
@@ -162,7 +161,7 @@ const std::string kTrace =
 
 TEST_F(DomainDirectoryTest, AFailedBindingIsLoggedEvenWithoutDebugging) {
   EXPECT_EQ(domain.bindDomain(), 1);
-  EXPECT_THAT(script.calls, ElementsAre("initialise", "1 LDAP://rootDSE",
+  EXPECT_THAT(access.calls, ElementsAre("initialise", "1 LDAP://rootDSE",
                                         "get defaultNamingContext", "1 search LDAP://DC=site"));
   log.setEnabled(false);
   const std::pair<const char*, const char*> cases[] = {
@@ -171,7 +170,7 @@ TEST_F(DomainDirectoryTest, AFailedBindingIsLoggedEvenWithoutDebugging) {
       {"1 LDAP://rootDSE", "Could not bind to the domain.\n"},
   };
   for (const auto& [call, line] : cases) {
-    script.status[call] = kServerDown;
+    access.status[call] = kServerDown;
     EXPECT_EQ(domain.bindDomain(), 0);
     EXPECT_EQ(logText(), line);
   }
@@ -182,23 +181,22 @@ TEST_F(DomainDirectoryTest, ALookUpFindsTheNameAsItself) {
   const UserDirectoryData data = lookUp({kUser}, u"a(b)*\\\u00E4");
   EXPECT_EQ(testing::internal::GetCapturedStdout(), "Found User.\nADsPath: LDAP://CN=a\r\n");
   EXPECT_THAT(
-      script.calls,
+      access.calls,
       ElementsAre("scope 2",
                   "find (&(objectCategory=user)(samAccountName=a\\28b\\29\\2a\\5c\u00E4)) ADsPath",
                   "1 LDAP://CN=a", "user", "email", "first", "last"));
-  EXPECT_EQ(data.email + data.firstName + data.lastName, "a@b.exampleAnnaBerg");
+  EXPECT_EQ(fields(data), "a@b.example|Anna|Berg|kept");
   EXPECT_EQ(logText(), kTrace);
 }
 
 TEST_F(DomainDirectoryTest, AUserWhoIsNotFound) {
   const std::string notFound =
       "    User anna not Found.\n    FindUserByName failed with the following HR: ";
-  script.status["1 LDAP://CN=gone"] = kNoSuchObject;
+  access.status["1 LDAP://CN=gone"] = kNoSuchObject;
   const Row rows[] = {
       {kAdsNoMoreRows}, {kServerDown}, {kOk, kNoSuchObject}, path(u"LDAP://CN=gone")};
   for (const Row& row : rows) {
-    const UserDirectoryData data = lookUp({row});
-    EXPECT_EQ(data.email + data.firstName + data.lastName, "none");
+    EXPECT_EQ(fields(lookUp({row})), "none|||kept");
     EXPECT_EQ(logText(), notFound + "80004005\n");
   }
   domain.unbindDomain();
@@ -212,26 +210,25 @@ TEST_F(DomainDirectoryTest, AUserWhoIsNotFound) {
 
 TEST_F(DomainDirectoryTest, OfSeveralMatchesTheLastOneOpenedIsTheUser) {
   lookUp({kUser, {kOk, kNoSuchObject}, path(u"LDAP://CN=b")});
-  EXPECT_THAT(script.calls, testing::Contains("1 LDAP://CN=b"));
+  EXPECT_THAT(access.calls, testing::Contains("1 LDAP://CN=b"));
   EXPECT_EQ(logText(), kTrace);
   // The status is that of the last step, though a user was found.
-  script.status["1 LDAP://CN=b"] = kNoSuchObject;
+  access.status["1 LDAP://CN=b"] = kNoSuchObject;
   EXPECT_EQ(lookUp({kUser, path(u"LDAP://CN=b")}).email, "none");
 }
 
 TEST_F(DomainDirectoryTest, EachPropertyIsReadWhateverBecomesOfTheOthers) {
-  script.status = {{"email", kAdsPropertyNotFound}, {"first", kServerDown}};
-  UserDirectoryData data = lookUp({kUser});
-  EXPECT_EQ(data.email + data.firstName + data.lastName + data.domain, "noneBergkept");
+  access.status = {{"email", kAdsPropertyNotFound}, {"first", kServerDown}};
+  EXPECT_EQ(fields(lookUp({kUser})), "none||Berg|kept");
   EXPECT_EQ(logText(),
             "    getUserEmail() begin**\n    get email address\n"
             "    EmailAddress property not found.\n    get first name\n"
             "    FirstName failed with HR: 8007203a\n    get last name\n"
             "    getUserEmail() end**\n");
   // Without a last name the address does not count. Fields hold 255 bytes, no half character.
-  script.status = {{"last", kAdsPropertyNotFound}};
-  script.givenName = std::u16string(300, u'\u00E4');
-  data = lookUp({kUser});
+  access.status = {{"last", kAdsPropertyNotFound}};
+  access.givenName = std::u16string(300, u'\u00E4');
+  const UserDirectoryData data = lookUp({kUser});
   EXPECT_EQ(data.email, "none");
   const std::size_t letter = utf16ToAnsi(u"\u00E4").size();
   EXPECT_EQ(data.firstName.size(), 255 / letter * letter);
@@ -239,7 +236,7 @@ TEST_F(DomainDirectoryTest, EachPropertyIsReadWhateverBecomesOfTheOthers) {
 
 TEST_F(DomainDirectoryTest, LookUpsWithABindingOfTheirOwn) {
   const std::string begin = "  getEmail() begin**\n    wszUsername=anna\n    initialize COM\n";
-  script.rows = {kUser};
+  access.rows = {kUser};
   UserDirectoryData data;
   domain.getEmail(u"anna", data);
   EXPECT_EQ(data.email, "a@b.example");
@@ -247,9 +244,9 @@ TEST_F(DomainDirectoryTest, LookUpsWithABindingOfTheirOwn) {
                            "  getEmail() end**\n");
   domain.getEmail2(u"anna", data);
   EXPECT_EQ(logText(), kTrace + "  getEmail2() end**\n");
-  EXPECT_EQ(script.alive, 0);
-  EXPECT_EQ(script.calls.front() + ", " + script.calls.back(), "initialise, uninitialise");
-  script.status["1 LDAP://rootDSE"] = kLogonFailure;
+  EXPECT_EQ(access.alive, 0);
+  EXPECT_EQ(access.calls.front() + ", " + access.calls.back(), "initialise, uninitialise");
+  access.status["1 LDAP://rootDSE"] = kLogonFailure;
   domain.getEmail(u"anna", data);
   domain.getEmail2(u"anna", data);
   EXPECT_EQ(logText(), begin +
@@ -259,22 +256,22 @@ TEST_F(DomainDirectoryTest, LookUpsWithABindingOfTheirOwn) {
 
 TEST_F(DomainDirectoryTest, TheUsersListGoesOnWhileThereAreMorePages) {
   const Row endOfPage{kAdsNoMoreRows};
-  script.rows = {path(u"anna"), {kOk, kFail}, path(u"x", AdsType::DnString), endOfPage};
+  access.rows = {path(u"anna"), {kOk, kFail}, path(u"x", AdsType::DnString), endOfPage};
   for (const Row& row : {path(u"a\nb"), path(u"\u00C4rzte"), endOfPage, path(u"c")}) {
-    script.rows.push_back(row);
+    access.rows.push_back(row);
   }
-  script.lastErrors = {kErrorMoreDirectoryData, 0};
+  access.lastErrors = {kErrorMoreDirectoryData, 0};
   EXPECT_EQ(usersList(), "anna\n\u00C4rzte\n");
   EXPECT_EQ(logText(), "-begin getRootDse\n-end getRootDse\n");
-  EXPECT_THAT(script.calls,
+  EXPECT_THAT(access.calls,
               ElementsAre("initialise", "LDAP://RootDse", "get DefaultNamingContext",
                           "search LDAP://DC=site", "scope 2", "page 100000",
                           "find (&(objectCategory=person)(objectClass=user)"
                           "(!userAccountControl:1.2.840.113556.1.4.803:=2)) samAccountName",
                           "uninitialise"));
-  script.rows = {path(u"one"), {kServerDown}, path(u"two")};
+  access.rows = {path(u"one"), {kServerDown}, path(u"two")};
   EXPECT_EQ(usersList(), "one\n");
-  script.status["search LDAP://DC=site"] = kServerDown;
+  access.status["search LDAP://DC=site"] = kServerDown;
   EXPECT_EQ(usersList(), "");
 }
 

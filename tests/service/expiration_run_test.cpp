@@ -22,6 +22,7 @@ namespace {
 using namespace service;
 using test_support::PassRecord;
 using test_support::TestSite;
+using testing::ElementsAre;
 
 constexpr const char* kReport = "logfiles/norvyn-expiration-report.html";
 constexpr const char* kDebug = "logfiles/norvyn-expiration-debug.log";
@@ -113,10 +114,10 @@ TEST(Pass, MailsTheTemplateAndFixedWordsOnceThePasswordHasExpired) {
   site.setting("emailFromAddress", "Help Desk <desk@site.example>");
   site.setting("emailSubject", "Change it");
   site.write("NorvynExpirationEmail.html", "<b><%daysUntilExpiration%></b> day for <%username%>");
-  const std::string expired =
+  const char* expired =
       "\r\n\r\nYour Windows password has expired.\r\n\r\nYou will be prompted to change your "
       "password prior to your next logon.\r\n";
-  const std::tuple<int, const char*, std::string> cases[] = {
+  const std::tuple<int, const char*, const char*> cases[] = {
       {41, "Content-Type: text/html", "<b>1</b> day for user41"},
       {42, "Content-Type: text/plain", expired},
       {45, "Content-Type: text/plain", expired}};
@@ -127,10 +128,8 @@ TEST(Pass, MailsTheTemplateAndFixedWordsOnceThePasswordHasExpired) {
   for (std::size_t i = 0; i < mails.size(); ++i) {
     const auto& [age, type, words] = cases[i];
     const std::string mail = test_support::readBytes(mails[i]);
-    for (const std::string& part :
-         {std::string(type), words, std::string("\r\nX-Priority: 1\r\n"),
-          std::string("\r\nSubject: Change it\r\n"),
-          std::string("\r\nFrom: \"Help Desk\" <desk@site.example>\r\n")}) {
+    for (const char* part : {type, words, "\r\nX-Priority: 1\r\n", "\r\nSubject: Change it\r\n",
+                             "\r\nFrom: \"Help Desk\" <desk@site.example>\r\n"}) {
       EXPECT_TRUE(contains(mail, part)) << part << "\n" << mail;
     }
   }
@@ -170,8 +169,7 @@ TEST(Pass, ScreensAccountsAndClaimsThemForTheFirstPolicy) {
   EXPECT_FALSE(record.of("ghost", 1).accountFound);
   EXPECT_EQ(record.of("ghost", 1).age, 29U);
 
-  const std::string debug = site.read(kDebug);
-  EXPECT_TRUE(contains(debug,
+  EXPECT_TRUE(contains(site.read(kDebug),
                        "  disabled account: offandnever\n"
                        "  account with non-expiring pw: offandnever\n"));
   EXPECT_EQ(site.read("logfiles/pwexpirationskiplist.txt").substr(0, 56),
@@ -196,14 +194,8 @@ TEST(Pass, ReadsListLinesAsTheyAre) {
   }
   // A read takes 127 characters; the last of each is taken for the line end. Bytes that are not
   // UTF-8 are Windows-1252, so that they stay different names.
-  const std::vector<std::string> expected = {std::string(126, 'x'),
-                                             std::string(23, 'x'),
-                                             "J\u00fcrgen",
-                                             "J\u00f6rgen",
-                                             "",
-                                             "lastonex\u00ff",
-                                             "lastone"};
-  EXPECT_EQ(names, expected);
+  EXPECT_THAT(names, ElementsAre(std::string(126, 'x'), std::string(23, 'x'), "J\u00fcrgen",
+                                 "J\u00f6rgen", "", "lastonex\u00ff", "lastone"));
   EXPECT_TRUE(record.of(platform::utf16ToAnsi(u"J\u00fcrgen"), 1).accountFound);
 }
 
@@ -303,11 +295,9 @@ TEST(Pass, AnUnreachableDirectoryDoesNotStopThePass) {
   const PassRecord record = site.pass();
   EXPECT_FALSE(record.summary.directoryBound);
   EXPECT_TRUE(contains(record.summary.directoryError.text, "domain.ldif"));
-  const std::string debug = site.read(kDebug);
+  const std::string debug = site.read(kDebug), rule(27, '-');
   EXPECT_TRUE(contains(debug, "Could not bind to the domain."));
-  EXPECT_TRUE(contains(debug,
-                       "---------------------------\nAD Connection not OK\n"
-                       "---------------------------\n"));
+  EXPECT_TRUE(contains(debug, rule + "\nAD Connection not OK\n" + rule + "\n"));
   EXPECT_TRUE(contains(site.read(kReport), "<td>walter</td><td>none</td>"));
 }
 
@@ -342,15 +332,12 @@ TEST(Pass, WritesTheDebugLinesOfAUserInTheirOrder) {
 }
 
 TEST(PolicyOrder, RisesByAgeAndPutsTheHighestSlotFirstAmongEquals) {
-  service::PolicyTable slots;
+  PolicyTable slots;
   slots[0].maxPasswordAge = 90;
   slots[1].maxPasswordAge = 30;
   slots[3].maxPasswordAge = 90;
   slots[5].maxPasswordAge = 10001;  // never found: slot 0 stands in its place
-  const auto order = service::policyOrder(slots);
-  const std::array<int, service::kPolicySlots> expected = {14, 13, 12, 11, 10, 9, 8, 7,
-                                                           6,  4,  2,  1,  3,  0, 0};
-  EXPECT_EQ(order, expected);
+  EXPECT_THAT(policyOrder(slots), ElementsAre(14, 13, 12, 11, 10, 9, 8, 7, 6, 4, 2, 1, 3, 0, 0));
 }
 
 // Notes the sleeps, and ends the worker at the third.
@@ -385,7 +372,7 @@ TEST(RunForEver, WaitsForTheMachineThenPassesAndSleeps) {
     EndingClock clock;
     clock.uptime = uptime;
     EXPECT_ANY_THROW(runForEver({*registry, directory, directory, clock}, values));
-    EXPECT_THAT(clock.sleeps, testing::ElementsAre(firstSleep, 90000U, 90000U)) << uptime;
+    EXPECT_THAT(clock.sleeps, ElementsAre(firstSleep, 90000U, 90000U)) << uptime;
   }
   EXPECT_NE(site.read(kReport) + site.read(kDebug), "");
 }

@@ -53,9 +53,9 @@ struct FakeSystem : ServiceControl, WorkerThreads, Process, service::ServiceWork
     return call(access == ManagerAccess::All ? "manager all" : "manager connect") ? 1 : 0;
   }
   ServiceHandle createService(ServiceHandle manager, const NewService& s) override {
-    return call("create " + std::to_string(manager) + ' ' + s.name + '|' + s.displayName + '|' +
-                s.imagePath + '|' + s.dependencies + '|' + std::to_string(s.type) +
-                std::to_string(s.startType) + std::to_string(s.errorControl))
+    return call(config::formatText("create %d %s|%s|%s|%s|%u%u%u", static_cast<int>(manager),
+                                   s.name.c_str(), s.displayName.c_str(), s.imagePath.c_str(),
+                                   s.dependencies.c_str(), s.type, s.startType, s.errorControl))
                ? 2
                : 0;
   }

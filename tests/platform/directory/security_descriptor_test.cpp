@@ -3,6 +3,7 @@
 #include "platform/file/security_descriptor.h"
 
 #include <string>
+#include <utility>
 
 #include <gtest/gtest.h>
 
@@ -39,25 +40,22 @@ std::string descriptor(const std::string& aces, std::size_t count) {
 
 TEST(SecurityDescriptor, DeniesOnlyByAnObjectEntryForTheRightAndThePrincipal) {
   const std::string right = kControlAccess + kObjectType + kChangePassword;
-  const std::string denials[] = {
-      ace(kDenyObject, 0, right + kSelf),
-      ace(kDenyObject, 0, right + kEveryone),
-      ace(kDenyObject, 0, kControlAccess + kBothTypes + kChangePassword + kOtherRight + kSelf),
-  };
-  const std::string others[] = {
-      ace(kDenyObject, kInheritOnly, right + kSelf),
-      ace(kAllowObject, 0, right + kSelf),
-      ace(kDenyObject, 0, right + "\x01\x01\0\0\0\0\0\x05\x0b\0\0\0"s),
-      ace(kDenyObject, 0, kControlAccess + kObjectType + kOtherRight + kSelf),
-      ace(kDenyObject, 0, kReadProperty + kObjectType + kChangePassword + kSelf),
-      ace(kDenyObject, 0, kControlAccess + "\0\0\0\0"s + kChangePassword + kSelf),
+  const std::pair<std::string, bool> cases[] = {
+      {ace(kDenyObject, 0, right + kSelf), true},
+      {ace(kDenyObject, 0, right + kEveryone), true},
+      {ace(kDenyObject, 0, kControlAccess + kBothTypes + kChangePassword + kOtherRight + kSelf),
+       true},
+      {ace(kDenyObject, kInheritOnly, right + kSelf), false},
+      {ace(kAllowObject, 0, right + kSelf), false},
+      {ace(kDenyObject, 0, right + "\x01\x01\0\0\0\0\0\x05\x0b\0\0\0"s), false},
+      {ace(kDenyObject, 0, kControlAccess + kObjectType + kOtherRight + kSelf), false},
+      {ace(kDenyObject, 0, kReadProperty + kObjectType + kChangePassword + kSelf), false},
+      {ace(kDenyObject, 0, kControlAccess + "\0\0\0\0"s + kChangePassword + kSelf), false},
   };
   const std::string before = ace(0, 0, kReadProperty + kEveryone);
-  auto denies = [&](const std::string& entry) {
-    return platform::deniesPasswordChange(descriptor(before + entry, 2));
-  };
-  for (const std::string& entry : denials) EXPECT_TRUE(denies(entry));
-  for (const std::string& entry : others) EXPECT_FALSE(denies(entry));
+  for (const auto& [entry, denies] : cases) {
+    EXPECT_EQ(platform::deniesPasswordChange(descriptor(before + entry, 2)), denies);
+  }
 }
 
 TEST(SecurityDescriptor, DamagedBytesAreNeverReadPast) {
