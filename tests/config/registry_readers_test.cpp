@@ -37,7 +37,7 @@ TEST_F(RegistryReaders, EachHasItsOwnDefaultRule) {
 TEST_F(RegistryReaders, TextsAreReadWholeAndFieldsCutBetweenCharacters) {
   const std::string most(kMaxTextValueBytes - 1, 'x');
   auto& registry = registryWith(kKey,
-                                "\"text\"=\"ab\u00FC\u20AC\"\n\"expand\"=hex(2):41,00\n"
+                                "\"text\"=\"ab\u00FC\u20AC\"\n"
                                 "\"multi\"=hex(7):41,00,00,00,42,00,00,00,00,00\n"
                                 "\"most\"=\"" +
                                     most + "\"\n\"over\"=\"x" + most + "\"\n");
