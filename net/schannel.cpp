@@ -27,6 +27,8 @@ bool SChannel::EstablishChannel(const std::string& host, std::uint16_t port,
     log.LogError("Error creating credentials");
     return false;
   }
+  const std::string clientCertificate = stream_->clientCertificateName();
+  if (!clientCertificate.empty()) log.LogData("ClientCertDN", clientCertificate);
   if (!handshake(timeoutMs, log, progress)) {
     log.LogError("Error performing handshake.");
     return false;
@@ -175,8 +177,11 @@ bool SChannel::sendCloseNotify(std::uint32_t timeoutMs, LogBase& log, ProgressMo
     return false;
   }
   std::string token;
-  if (stream_->shutdown(token) != SecurityStatus::Ok) {
-    log.LogError("Error in ApplyControlToken");
+  const platform::CloseNotify made = stream_->shutdown(token);
+  if (made != platform::CloseNotify::Made) {
+    log.LogError(made == platform::CloseNotify::NotAccepted
+                     ? "Error in ApplyControlToken"
+                     : "Error returned by InitializeSecurityContext");
     return false;
   }
   if (!sendToken(token, timeoutMs, log, progress)) {

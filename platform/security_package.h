@@ -21,6 +21,13 @@ enum class SecurityStatus {
   Failed,
 };
 
+// How far the closing token has come.
+enum class CloseNotify {
+  Made,
+  NotAccepted,  // the context does not take the order to end
+  NotMade,
+};
+
 struct StreamSizes {
   std::size_t header = 0;
   std::size_t trailer = 0;
@@ -49,7 +56,9 @@ class SecureStream {
   // Appends what the records hold; `out` as in step.
   virtual SecurityStatus decrypt(std::string_view in, std::string& plain, std::string& out,
                                  std::size_t& extra) = 0;
-  virtual SecurityStatus shutdown(std::string& out) = 0;  // the close notify
+  virtual CloseNotify shutdown(std::string& out) = 0;
+  // The subject of the certificate that the client presents; empty: none.
+  virtual std::string clientCertificateName() const = 0;
   virtual bool peerCertificate(PeerCertificate& certificate) const = 0;
   // The last failure in words, for the log.
   virtual std::string failureText() const = 0;

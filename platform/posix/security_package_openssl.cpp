@@ -109,16 +109,27 @@ std::string commonName(const X509_NAME* name) {
   return text;
 }
 
-std::string pemOf(X509* certificate) {
+// What `write` writes; empty when it fails.
+template <class Write>
+std::string textOf(const Write& write) {
   BIO* memory = BIO_new(BIO_s_mem());
-  std::string pem;
-  if (memory != nullptr && PEM_write_bio_X509(memory, certificate) == 1) {
+  std::string text;
+  if (memory != nullptr && write(memory)) {
     char* data = nullptr;
     const long size = BIO_get_mem_data(memory, &data);
-    pem.assign(data, static_cast<std::size_t>(size));
+    text.assign(data, static_cast<std::size_t>(size));
   }
   BIO_free(memory);
-  return pem;
+  return text;
+}
+
+std::string pemOf(X509* certificate) {
+  return textOf([&](BIO* out) { return PEM_write_bio_X509(out, certificate) == 1; });
+}
+
+std::string fullName(const X509_NAME* name) {
+  constexpr unsigned long kUtf8OneLine = XN_FLAG_ONELINE & ~ASN1_STRFLGS_ESC_MSB;
+  return textOf([&](BIO* out) { return X509_NAME_print_ex(out, name, 0, kUtf8OneLine) >= 0; });
 }
 
 class OpenSslStream final : public SecureStream {
@@ -198,10 +209,16 @@ class OpenSslStream final : public SecureStream {
     }
   }
 
-  SecurityStatus shutdown(std::string& out) override {
+  CloseNotify shutdown(std::string& out) override {
     const int result = SSL_shutdown(ssl_);
     takeOutput(out);
-    return result >= 0 ? SecurityStatus::Ok : fail();
+    ERR_clear_error();
+    return result >= 0 ? CloseNotify::Made : CloseNotify::NotMade;
+  }
+
+  std::string clientCertificateName() const override {
+    X509* certificate = SSL_get_certificate(ssl_);
+    return certificate == nullptr ? "" : fullName(X509_get_subject_name(certificate));
   }
 
   bool peerCertificate(PeerCertificate& certificate) const override {

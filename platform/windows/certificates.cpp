@@ -79,6 +79,14 @@ DWORD checkChain(const CERT_CHAIN_CONTEXT& chain, const std::string& host) {
 
 }  // namespace
 
+std::string subjectName(const CERT_CONTEXT& certificate) {
+  CERT_NAME_BLOB& subject = certificate.pCertInfo->Subject;
+  const DWORD size = CertNameToStrW(kEncoding, &subject, CERT_X500_NAME_STR, nullptr, 0);
+  std::vector<wchar_t> text(size + 1);
+  CertNameToStrW(kEncoding, &subject, CERT_X500_NAME_STR, text.data(), size);
+  return utf16ToUtf8(fromWide(text.data()));
+}
+
 PeerCertificate describeServerCertificate(const CERT_CONTEXT& certificate,
                                           const std::string& host) {
   PeerCertificate result;

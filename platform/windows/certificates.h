@@ -17,6 +17,9 @@ struct CertificateDeleter {
 };
 using Certificate = std::unique_ptr<const CERT_CONTEXT, CertificateDeleter>;
 
+// The distinguished name of its subject.
+std::string subjectName(const CERT_CONTEXT& certificate);
+
 // Names and PEM text of a server's certificate, and whether the machine trusts it for this host. No
 // revocation list is fetched: a run must not hang on somebody else's server.
 PeerCertificate describeServerCertificate(const CERT_CONTEXT& certificate, const std::string& host);

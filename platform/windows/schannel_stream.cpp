@@ -39,6 +39,7 @@ class Credentials {
     if (certificate != nullptr) {
       request.cCreds = 1;
       request.paCred = &certificate;
+      certificateName_ = subjectName(*certificate);
     }
     char package[] = "schannel";
     TimeStamp expiry{};
@@ -50,11 +51,13 @@ class Credentials {
   }
 
   CredHandle* get() { return &handle_; }
+  const std::string& certificateName() const { return certificateName_; }
 
  private:
   const SecurityFunctionTableA& functions_;
   CredHandle handle_{};
   bool acquired_ = false;
+  std::string certificateName_;
 };
 
 // Null with `error` in words.
@@ -158,15 +161,15 @@ class SchannelStream final : public SecureStream {
     return SecurityStatus::Incomplete;
   }
 
-  SecurityStatus shutdown(std::string& out) override {
+  CloseNotify shutdown(std::string& out) override {
     DWORD token = SCHANNEL_SHUTDOWN;
     SecurityBuffers<1> control;
     control.set(0, SECBUFFER_TOKEN, &token, sizeof token);
-    SECURITY_STATUS status = functions_.ApplyControlToken(&context_, &control.description);
-    if (FAILED(status)) return fail(status);
+    if (FAILED(functions_.ApplyControlToken(&context_, &control.description))) {
+      return CloseNotify::NotAccepted;
+    }
     std::size_t extra = 0;
-    status = initialise(nullptr, 0, out, extra);
-    return FAILED(status) ? fail(status) : SecurityStatus::Ok;
+    return FAILED(initialise(nullptr, 0, out, extra)) ? CloseNotify::NotMade : CloseNotify::Made;
   }
 
   bool peerCertificate(PeerCertificate& certificate) const override {
@@ -178,6 +181,8 @@ class SchannelStream final : public SecureStream {
     certificate = describeServerCertificate(*remote, host_);
     return true;
   }
+
+  std::string clientCertificateName() const override { return credentials_->certificateName(); }
 
   std::string failureText() const override { return failure_; }
 
