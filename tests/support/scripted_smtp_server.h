@@ -1,25 +1,25 @@
 // An SMTP server on loopback that says what its script tells it to say and records what it hears.
-// Runs in a thread of its own from construction to destruction; one connection after another, each
-// with the next script; the last script serves all further connections.
+// Runs in a thread of its own from construction to finish(); one connection after another, each
+// with the next script; what comes behind the last one is hung up on.
 //
 // A script is a text of steps with '|' between them:
-//   S: 220 ready       sends this and CR LF; escapes \r \n \0 \\ \xNN
-//   RAW: 250-x\r\n25   sends exactly these bytes; same escapes
+//   S: 220 ready       sends this and CR LF
 //   C: EHLO *          expects this line ('*' at the end: anything more); else hangs up, and tells
 //   DATA               reads a message up to its terminator and keeps it
 //   DRIP: 250 ok       as S, byte by byte, each with a pause of some milliseconds
-//   ENDLESS: 250-x     as RAW, again and again until the client leaves
+//   ENDLESS: 250-x     sends exactly this, again and again until the client leaves
 //   SILENCE            reads on and says nothing more until the client leaves
-//   TLS: trusted       the handshake, with the "trusted", the "selfsigned" or the "otherhost"
-//                      certificate; what follows goes over TLS
+//   TLS: trusted       the handshake with that certificate; what follows goes over TLS
 //   HANGUP             closes the connection
 // After the last step it waits for the client to leave.
 #pragma once
 
 #include <atomic>
 #include <cstdint>
-#include <mutex>
+#include <functional>
+#include <memory>
 #include <string>
+#include <string_view>
 #include <thread>
 #include <vector>
 
@@ -27,42 +27,49 @@
 
 namespace test_support {
 
+// The server's side of a connection; false when the connection is at its end.
+class ServerStream {
+ public:
+  virtual ~ServerStream() = default;
+  virtual bool read(std::string& heard) = 0;  // waits for bytes, and appends them
+  virtual bool write(std::string_view bytes) = 0;
+};
+
+// Makes TLS of a connection, with the certificate of that name; null when the client does not.
+using Handshake =
+    std::function<std::unique_ptr<ServerStream>(platform::SocketHandle, const std::string&)>;
+
 class ScriptedSmtpServer {
  public:
-  explicit ScriptedSmtpServer(std::vector<std::string> scripts);
+  explicit ScriptedSmtpServer(std::vector<std::string> scripts, Handshake handshake = {});
   ~ScriptedSmtpServer();
   ScriptedSmtpServer(const ScriptedSmtpServer&) = delete;
   ScriptedSmtpServer& operator=(const ScriptedSmtpServer&) = delete;
 
   std::uint16_t port() const { return port_; }
 
-  // Waits until the connections that were made have ended, so that all they said is in.
   struct Record {
+    std::size_t connections = 0;
     std::vector<std::string> messages;   // between DATA and its terminator
     std::vector<std::string> surprises;  // "expected ..., got ..."
-    std::string wire;                    // each byte received, on all connections
+    std::string inTheClear;              // each byte received before TLS, on all connections
   };
-  Record record();
-  int connections() const { return connections_; }
-  int resumedSessions() const { return resumedSessions_; }  // TLS ones
+  // Ends the server; waits until the clients have left, so that all they said is in.
+  const Record& finish();
 
  private:
   class Connection;
 
   void serve();
-  void runScript(platform::SocketHandle socket, const std::string& script);
   bool runStep(Connection& connection, const std::string& verb, const std::string& text);
   bool expectLine(Connection& connection, const std::string& expected);
 
   std::vector<std::string> scripts_;
+  Handshake handshake_;
   platform::SocketHandle listener_ = platform::kInvalidSocket;
   std::uint16_t port_ = 0;
   std::atomic<bool> stop_{false};
-  std::atomic<int> connections_{0};
-  std::atomic<int> finished_{0};
-  std::atomic<int> resumedSessions_{0};
-  std::mutex mutex_;  // guards record_
-  Record record_;
+  Record record_;  // the thread's until it ends
   std::thread thread_;
 };
 

@@ -1,5 +1,10 @@
 #include "tests/support/tls_server.h"
 
+#include <csignal>
+#include <string_view>
+#include <utility>
+
+#include <fcntl.h>
 #include <openssl/evp.h>
 #include <openssl/pem.h>
 #include <openssl/ssl.h>
@@ -47,33 +52,45 @@ const Identity& authority() {
   return identity;
 }
 
-Identity serverIdentity(TestCertificate certificate) {
-  constexpr int kNames = NID_subject_alt_name;
-  switch (certificate) {
-    case TestCertificate::Trusted:
-      return makeIdentity("server.test", "IP:127.0.0.1", kNames, &authority());
-    case TestCertificate::SelfSigned:
-      return makeIdentity("server.test", "IP:127.0.0.1", kNames, nullptr);
-    case TestCertificate::OtherHost:
-      return makeIdentity("other.test", "DNS:other.test", kNames, &authority());
-  }
-  return {};
-}
-
-SSL_CTX* makeContext(TestCertificate certificate) {
-  const Identity identity = serverIdentity(certificate);
+SSL_CTX* makeContext(const Identity& identity) {
   SSL_CTX* context = SSL_CTX_new(TLS_server_method());
   SSL_CTX_use_certificate(context, identity.certificate);
   SSL_CTX_use_PrivateKey(context, identity.key);
   return context;
 }
 
-SSL_CTX* serverContext(TestCertificate certificate) {
-  static SSL_CTX* const contexts[] = {makeContext(TestCertificate::Trusted),
-                                      makeContext(TestCertificate::SelfSigned),
-                                      makeContext(TestCertificate::OtherHost)};
-  return contexts[static_cast<int>(certificate)];
+SSL_CTX* contextOf(const std::string& certificate) {
+  constexpr int kNames = NID_subject_alt_name;
+  static const std::pair<std::string_view, SSL_CTX*> contexts[] = {
+      {"trusted", makeContext(makeIdentity("server.test", "IP:127.0.0.1", kNames, &authority()))},
+      {"selfsigned", makeContext(makeIdentity("server.test", "IP:127.0.0.1", kNames, nullptr))},
+      {"otherhost",
+       makeContext(makeIdentity("other.test", "DNS:other.test", kNames, &authority()))},
+  };
+  for (const auto& [name, context] : contexts) {
+    if (name == certificate) return context;
+  }
+  return nullptr;
 }
+
+class TlsStream : public ServerStream {
+ public:
+  explicit TlsStream(SSL* ssl) : ssl_(ssl) {}
+  ~TlsStream() override { SSL_free(ssl_); }
+
+  bool read(std::string& heard) override {
+    char chunk[16384];
+    const int count = SSL_read(ssl_, chunk, sizeof chunk);
+    if (count > 0) heard.append(chunk, static_cast<std::size_t>(count));
+    return count > 0;
+  }
+  bool write(std::string_view bytes) override {
+    return SSL_write(ssl_, bytes.data(), static_cast<int>(bytes.size())) > 0;
+  }
+
+ private:
+  SSL* ssl_;
+};
 
 }  // namespace
 
@@ -87,49 +104,20 @@ std::string authorityPem() {
   return pem;
 }
 
-struct TlsServerStream::Impl {
-  SSL* ssl = nullptr;
-  BIO* incoming = BIO_new(BIO_s_mem());
-  BIO* outgoing = BIO_new(BIO_s_mem());
-};
-
-TlsServerStream::TlsServerStream(TestCertificate certificate) : impl_(std::make_unique<Impl>()) {
-  impl_->ssl = SSL_new(serverContext(certificate));
-  SSL_set_bio(impl_->ssl, impl_->incoming, impl_->outgoing);
-  SSL_set_accept_state(impl_->ssl);
+std::unique_ptr<ServerStream> tlsHandshake(platform::SocketHandle socket,
+                                           const std::string& certificate) {
+  std::signal(SIGPIPE, SIG_IGN);  // a client that does not like the certificate is gone early
+  const int descriptor = static_cast<int>(socket);
+  fcntl(descriptor, F_SETFL, fcntl(descriptor, F_GETFL) & ~O_NONBLOCK);
+  SSL* ssl = SSL_new(contextOf(certificate));
+  SSL_set_fd(ssl, descriptor);
+  auto stream = std::make_unique<TlsStream>(ssl);
+  if (SSL_accept(ssl) != 1) return nullptr;
+  return stream;
 }
 
-TlsServerStream::~TlsServerStream() {
-  SSL_free(impl_->ssl);
-}
-
-bool TlsServerStream::feed(std::string_view bytes, std::string& plain, std::string& wire) {
-  BIO_write(impl_->incoming, bytes.data(), static_cast<int>(bytes.size()));
-  char chunk[16384];
-  int count = 0;
-  while ((count = SSL_read(impl_->ssl, chunk, sizeof chunk)) > 0) {
-    plain.append(chunk, static_cast<std::size_t>(count));
-  }
-  const bool alive = SSL_get_error(impl_->ssl, count) == SSL_ERROR_WANT_READ;
-  write("", wire);
-  return alive;
-}
-
-void TlsServerStream::write(std::string_view plain, std::string& wire) {
-  if (!plain.empty()) SSL_write(impl_->ssl, plain.data(), static_cast<int>(plain.size()));
-  char chunk[16384];
-  int count = 0;
-  while ((count = BIO_read(impl_->outgoing, chunk, sizeof chunk)) > 0) {
-    wire.append(chunk, static_cast<std::size_t>(count));
-  }
-}
-
-bool TlsServerStream::established() const {
-  return SSL_is_init_finished(impl_->ssl) == 1;
-}
-
-bool TlsServerStream::resumed() const {
-  return SSL_session_reused(impl_->ssl) == 1;
+long resumedSessions() {
+  return SSL_CTX_sess_hits(contextOf("trusted"));
 }
 
 }  // namespace test_support

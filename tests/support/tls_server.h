@@ -1,38 +1,26 @@
-// The server's side of TLS for the scripted server: certificates made when the process starts, and
-// a stream that turns bytes of the wire into plain ones and back. Not for use by several threads at
-// once.
+// TLS for the scripted server: its side of the handshake, with certificates that are made when they
+// are first asked for. Not for use by several threads at once.
 #pragma once
 
 #include <memory>
 #include <string>
-#include <string_view>
+
+#include "tests/support/scripted_smtp_server.h"
 
 namespace test_support {
 
-enum class TestCertificate {
-  Trusted,     // for 127.0.0.1, signed by the test's own authority; CN "server.test"
-  SelfSigned,  // for 127.0.0.1
-  OtherHost,   // signed by the authority, for another name
-};
+// A Handshake. The certificates:
+//   trusted      for 127.0.0.1, signed by the test's own authority; CN "server.test"
+//   selfsigned   for 127.0.0.1
+//   otherhost    signed by the authority, for another name
+std::unique_ptr<ServerStream> tlsHandshake(platform::SocketHandle socket,
+                                           const std::string& certificate);
 
 // The authority's certificate, PEM: the clients of this process trust it when SSL_CERT_FILE names a
 // file with it before the first connection.
 std::string authorityPem();
 
-class TlsServerStream {
- public:
-  explicit TlsServerStream(TestCertificate certificate);
-  ~TlsServerStream();
-
-  // Takes bytes of the wire; appends what they mean to `plain` and the answer to `wire`.
-  bool feed(std::string_view bytes, std::string& plain, std::string& wire);
-  void write(std::string_view plain, std::string& wire);
-  bool established() const;
-  bool resumed() const;  // the client brought a session of an earlier connection
-
- private:
-  struct Impl;
-  std::unique_ptr<Impl> impl_;
-};
+// How often a client brought the session of an earlier connection to the trusted certificate.
+long resumedSessions();
 
 }  // namespace test_support

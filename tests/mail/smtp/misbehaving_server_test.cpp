@@ -10,6 +10,7 @@
 namespace kelvado {
 namespace {
 
+using std::string_literals::operator""s;
 using test_support::ScriptedSmtpServer;
 
 struct Step {
@@ -52,9 +53,9 @@ const Fault kFaults[] = {
     {"answers beside the point", "S: 299 hm|", ""},
     {"sends a code alone", "S: 250|", "Unrecognized response from SMTP server"},
     {"sends no number", "S: hello there|", ""},
-    {"never comes to an end", "ENDLESS: 250-more\\r\\n|", "longer than allowed"},
+    {"never comes to an end", "ENDLESS: 250-more\r\n|", "longer than allowed"},
     {"never ends the line", "ENDLESS: 250 more and more and more |", "longer than allowed"},
-    {"sends noise", "S: \\x00\\xFF\\x1B]]>\\x80\\x01|", ""},
+    {"sends noise", "S: \0\xFF\x1B]]>\x80\x01|"s, ""},
     {"drips", "", "", true},
 };
 
@@ -129,7 +130,7 @@ TEST_P(MisbehavingServer, CostsOneMailAtMost) {
       "C: RSET|S: 250 ok|" + conversation(kFirstOfTransaction, std::size(kSteps)) + kQuit;
   for (const Fault& fault : kFaults) {
     SCOPED_TRACE(step.name + ": the server " + fault.name);
-    ScriptedSmtpServer server({withFault(step, fault) + afterReset, whole});
+    ScriptedSmtpServer server({withFault(step, fault) + afterReset, whole, whole});
     ClsMailMan mailMan;
     SmtpServer& settings = mailMan.settings().server;
     mailMan.unlockComponent("code");
