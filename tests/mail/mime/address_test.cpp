@@ -76,21 +76,5 @@ TEST(SendableAddress, RefusesWhatCouldBreakOut) {
   }
 }
 
-TEST(FormatAddress, ReadsBackAsTheSame) {
-  const EmailAddress entries[] = {
-      {"", "j@x.org"},
-      {"Joe", "j@x.org"},
-      {"a\\\"b\\", "j@x.org"},
-      {"J\xC3\xB6rg, (x) <y@z>", "j@x.org"},
-      {"", "C=US;O=Unit;CN=Joe Doe"},
-      {"", "\"john doe\"@x.org"},
-  };
-  for (const EmailAddress& entry : entries) {
-    const std::string text = formatAddress(entry);
-    EXPECT_EQ(parseAddressList(text), std::vector<EmailAddress>{entry}) << text;
-  }
-  EXPECT_EQ(formatAddress({"Help Desk", "h@x.org"}), "\"Help Desk\" <h@x.org>");
-}
-
 }  // namespace
 }  // namespace kelvado

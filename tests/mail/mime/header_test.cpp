@@ -1,6 +1,5 @@
 // Header fields on the wire, and the values that a message is given: dates, identifiers, types.
 #include <array>
-#include <regex>
 #include <string>
 #include <tuple>
 #include <vector>
@@ -146,14 +145,9 @@ TEST(ContentTypeForFile, LooksAtTheLastExtension) {
   for (const auto& [name, type] : rows) EXPECT_EQ(contentTypeForFile(name), type) << name;
 }
 
-TEST(Identifiers, HaveTheirLayouts) {
-  const std::string uuid = KelvadoUuid::generate();
-  EXPECT_TRUE(std::regex_match(
-      uuid, std::regex("[0-9a-f]{8}-[0-9a-f]{4}-[0-9a-f]{4}-[0-9a-f]{4}-[0-9a-f]{12}")))
-      << uuid;
+TEST(Identifiers, BoundariesAreMadeOfThem) {
   EXPECT_EQ(boundaryFrom("3f2a91c7-0b1d-44e2-8899-abcd9c0f1a2b", kAlternativeMarker),
             "-----_kelvado_3f2_a91c_0b1d44e2.abcd9c0f_.ALT");
-  EXPECT_NE(generateBoundary(kMixedMarker), generateBoundary(kMixedMarker));
 }
 
 TEST(MailDate, FormatsLocalTimeAndZone) {

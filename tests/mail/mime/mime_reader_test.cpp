@@ -150,34 +150,16 @@ TEST(MimeReader, RefusesWhatGoesBeyondItsLimits) {
   }
 }
 
-TEST(MimeReader, ReadsBackWhatTheLibraryWrites) {
-  Utf8Email email;
-  email.put_From("J\xC3\xB6rg, \"x\" <f@x.org>");
-  email.AddTo("\xE6\xBC\xA2\xE5\xAD\x97", "a@x.org");
-  email.AddTo("\"a\" (b)", "b@x.org");
-  email.put_Subject(std::string(100, 'x').c_str());
-  email.SetHtmlBody("<p>\xC3\xBC \n</p>");
-  email.AddPlainTextAlternativeBody(std::string(80, 'y').c_str());
-  email.AddRelatedString("s.css", "p{}");
-  email.AddStringAttachment("\xC3\xBC long name that goes on and on.txt", "t");
-  email.AddDataAttachment("b.bin", "\0\r\n\xFF", 4);
-  const std::string mime = email.GetMime();
-  EXPECT_EQ(written(*parsed(mime)), mime);
-  Utf8Email read;
-  ASSERT_TRUE(read.SetFromMimeText(mime.c_str()));
-  for (const char* field : {"From", "To", "Subject", "Message-ID", "Date"}) {
-    EXPECT_STREQ(read.GetHeaderField(field), email.GetHeaderField(field));
-  }
-}
-
 TEST(MimeReader, SurvivesDamagedText) {
   Utf8Email email;
   email.put_From("J\xC3\xB6rg <f@x.org>");
   email.AddTo("\"a\" (b)", "a@x.org");
   email.SetHtmlBody("<p>\xC3\xBC");
   email.AddPlainTextAlternativeBody("p");
+  email.put_Subject(std::string(100, 'x').c_str());
   email.AddStringAttachment("\xC3\xBC.txt", "t");
   const std::string mime = email.GetMime();
+  EXPECT_EQ(written(*parsed(mime)), mime);
   // Each cut and each changed byte gives some message, and what is written of it can be read.
   constexpr std::string_view kBytes("\0\r\n\"<(:;=?-\xFF", 12);
   for (std::size_t at = 0; at < mime.size(); ++at) {
