@@ -12,7 +12,7 @@
 #include "mail/mime/error_log.h"
 #include "mail/mime/text_tools.h"
 #include "mail/smtp/smtp_conn_impl.h"
-#include "tests/support/manual_clock.h"
+#include "tests/support/fake_network.h"
 
 using namespace kelvado;
 
@@ -24,65 +24,31 @@ constexpr std::string_view kPasswordBase64 = "VHIwdWI0ZG9yLWFuZC0z";
 constexpr std::string_view kMessage = "Subject: fuzz\r\n\r\n.text\r\n";
 
 // Each write of the client makes the next chunk readable; behind the last one nothing ever comes.
-class FakeSockets : public platform::SocketApi {
+class FakeServer : public test_support::FakeNetwork {
  public:
-  FakeSockets(std::string_view chunks, test_support::ManualClock& clock)
-      : chunks_(chunks), clock_(clock) {}
+  FakeServer(std::string_view chunks, test_support::ManualClock& clock)
+      : FakeNetwork(clock), chunks_(chunks) {}
 
-  platform::SocketError start() override { return platform::kSocketOk; }
-  platform::SocketError resolve(const std::string&, platform::ResolvedHost&) override {
-    return platform::kWsaHostNotFound;
+  SocketError connect(SocketHandle, const std::string&, std::uint16_t) override {
+    return sayNext();
   }
-  platform::SocketError hostName(std::string& name) override {
-    name = "fuzz";
-    return platform::kSocketOk;
-  }
-  platform::SocketHandle open(platform::SocketError&) override { return 1; }
-  platform::SocketError connect(platform::SocketHandle, const std::string&,
-                                std::uint16_t) override {
-    readable_ = takeUpTo(kSeparator, chunks_);
-    return platform::kSocketOk;
-  }
-  platform::SocketError pendingError(platform::SocketHandle) override {
-    return platform::kSocketOk;
-  }
-  void close(platform::SocketHandle) override {}
-  Ready waitReadable(platform::SocketHandle, std::uint32_t timeoutMs,
-                     platform::SocketError&) override {
-    if (!readable_.empty()) return Ready::Yes;
-    clock_.sleep(timeoutMs);
-    return Ready::TimedOut;
-  }
-  Ready waitWritable(platform::SocketHandle, std::uint32_t, platform::SocketError&) override {
-    return Ready::Yes;
-  }
-  platform::SocketError send(platform::SocketHandle, std::string_view bytes,
-                             std::size_t& count) override {
+  SocketError send(SocketHandle, std::string_view bytes, std::size_t& count) override {
     count = bytes.size();
     writes.emplace_back(bytes);
-    readable_ = takeUpTo(kSeparator, chunks_);
-    return platform::kSocketOk;
-  }
-  platform::SocketError receive(platform::SocketHandle, char* buffer, std::size_t capacity,
-                                std::size_t& count) override {
-    if (readable_.empty()) return platform::kWsaWouldBlock;
-    count = readable_.copy(buffer, capacity);
-    readable_.remove_prefix(count);
-    return platform::kSocketOk;
-  }
-  platform::SocketHandle listenOnLoopback(std::uint16_t&, platform::SocketError&) override {
-    return platform::kInvalidSocket;
-  }
-  platform::SocketHandle accept(platform::SocketHandle, platform::SocketError&) override {
-    return platform::kInvalidSocket;
+    return sayNext();
   }
 
   std::vector<std::string> writes;
 
  private:
+  SocketError sayNext() {
+    incoming.clear();
+    const std::string_view chunk = takeUpTo(kSeparator, chunks_);
+    if (!chunk.empty()) incoming.emplace_back(chunk);
+    return platform::kSocketOk;
+  }
+
   std::string_view chunks_;
-  std::string_view readable_;
-  test_support::ManualClock& clock_;
 };
 
 // One line, or what may go out ahead of its replies, or a part of the message.
@@ -137,11 +103,11 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   sendOptions.individual = (options & 4) != 0;
 
   test_support::ManualClock clock;
-  FakeSockets sockets(input, clock);
+  FakeServer network(input, clock);
   ErrorLog log;
   ProgressMonitor progress(nullptr, 0, clock);
   SmtpCall call{log, progress};
-  SmtpConnImpl session(sockets);
+  SmtpConnImpl session(network);
   for (int mail = 0; mail < 2; ++mail) {
     SendCounters counters;
     const bool sent = session.prepareToSend(server, call) &&
@@ -153,7 +119,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
 
   require(log.text().find(kPassword) == std::string_view::npos);
   require(log.text().find(kPasswordBase64) == std::string_view::npos);
-  for (const std::string& write : sockets.writes) {
+  for (const std::string& write : network.writes) {
     if (!server.ssl && !server.startTls) requireOneStep(write);
     if (server.ssl || server.startTls) {
       require(!write.starts_with("AUTH") && !write.starts_with("MAIL"));

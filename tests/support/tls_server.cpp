@@ -2,7 +2,6 @@
 
 #include <csignal>
 #include <string_view>
-#include <utility>
 
 #include <fcntl.h>
 #include <openssl/evp.h>
@@ -13,64 +12,34 @@
 namespace test_support {
 namespace {
 
-struct Identity {
+// With a new certificate, signed by itself. Lives until the process ends.
+SSL_CTX* makeContext(const char* commonName, const char* alternativeName) {
   EVP_PKEY* key = EVP_EC_gen("P-256");
   X509* certificate = X509_new();
-};
-
-void addExtension(X509* certificate, X509* issuer, int nid, const char* value) {
-  X509V3_CTX context;
-  X509V3_set_ctx(&context, issuer, certificate, nullptr, nullptr, 0);
-  X509_EXTENSION* extension = X509V3_EXT_conf_nid(nullptr, &context, nid, value);
-  X509_add_ext(certificate, extension, -1);
-  X509_EXTENSION_free(extension);
-}
-
-// Signed by `issuer`, or by itself. Lives until the process ends, as everything here.
-Identity makeIdentity(const char* commonName, const char* extensionValue, int extension,
-                      const Identity* issuer) {
-  static long serial = 0;
-  Identity made;
-  ASN1_INTEGER_set(X509_get_serialNumber(made.certificate), ++serial);
-  X509_set_version(made.certificate, X509_VERSION_3);
-  X509_gmtime_adj(X509_getm_notBefore(made.certificate), -3600);
-  X509_gmtime_adj(X509_getm_notAfter(made.certificate), 3600);
-  X509_set_pubkey(made.certificate, made.key);
-  X509_NAME* name = X509_get_subject_name(made.certificate);
+  X509_set_version(certificate, X509_VERSION_3);
+  X509_gmtime_adj(X509_getm_notBefore(certificate), -3600);
+  X509_gmtime_adj(X509_getm_notAfter(certificate), 3600);
+  X509_set_pubkey(certificate, key);
+  X509_NAME* name = X509_get_subject_name(certificate);
   X509_NAME_add_entry_by_txt(name, "CN", MBSTRING_UTF8,
                              reinterpret_cast<const unsigned char*>(commonName), -1, -1, 0);
-  const Identity& signer = issuer == nullptr ? made : *issuer;
-  X509_set_issuer_name(made.certificate, X509_get_subject_name(signer.certificate));
-  addExtension(made.certificate, signer.certificate, extension, extensionValue);
-  X509_sign(made.certificate, signer.key, EVP_sha256());
-  return made;
-}
-
-const Identity& authority() {
-  static const Identity identity =
-      makeIdentity("Test Authority", "critical,CA:TRUE", NID_basic_constraints, nullptr);
-  return identity;
-}
-
-SSL_CTX* makeContext(const Identity& identity) {
+  X509_set_issuer_name(certificate, name);
+  X509_EXTENSION* extension =
+      X509V3_EXT_conf_nid(nullptr, nullptr, NID_subject_alt_name, alternativeName);
+  X509_add_ext(certificate, extension, -1);
+  X509_EXTENSION_free(extension);
+  X509_sign(certificate, key, EVP_sha256());
   SSL_CTX* context = SSL_CTX_new(TLS_server_method());
-  SSL_CTX_use_certificate(context, identity.certificate);
-  SSL_CTX_use_PrivateKey(context, identity.key);
+  SSL_CTX_use_certificate(context, certificate);
+  SSL_CTX_use_PrivateKey(context, key);
   return context;
 }
 
-SSL_CTX* contextOf(const std::string& certificate) {
-  constexpr int kNames = NID_subject_alt_name;
-  static const std::pair<std::string_view, SSL_CTX*> contexts[] = {
-      {"trusted", makeContext(makeIdentity("server.test", "IP:127.0.0.1", kNames, &authority()))},
-      {"selfsigned", makeContext(makeIdentity("server.test", "IP:127.0.0.1", kNames, nullptr))},
-      {"otherhost",
-       makeContext(makeIdentity("other.test", "DNS:other.test", kNames, &authority()))},
-  };
-  for (const auto& [name, context] : contexts) {
-    if (name == certificate) return context;
-  }
-  return nullptr;
+SSL_CTX* contextOf(std::string_view certificate) {
+  static SSL_CTX* const trusted = makeContext("server.test", "IP:127.0.0.1");
+  static SSL_CTX* const selfSigned = makeContext("stranger.test", "IP:127.0.0.1");
+  static SSL_CTX* const otherHost = makeContext("other.test", "DNS:other.test");
+  return certificate == "trusted" ? trusted : certificate == "otherhost" ? otherHost : selfSigned;
 }
 
 class TlsStream : public ServerStream {
@@ -94,9 +63,11 @@ class TlsStream : public ServerStream {
 
 }  // namespace
 
-std::string authorityPem() {
+std::string trustedPem() {
   BIO* memory = BIO_new(BIO_s_mem());
-  PEM_write_bio_X509(memory, authority().certificate);
+  for (const char* certificate : {"trusted", "otherhost"}) {
+    PEM_write_bio_X509(memory, SSL_CTX_get0_certificate(contextOf(certificate)));
+  }
   char* data = nullptr;
   const long size = BIO_get_mem_data(memory, &data);
   std::string pem(data, static_cast<std::size_t>(size));

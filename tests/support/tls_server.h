@@ -10,15 +10,15 @@
 namespace test_support {
 
 // A Handshake. The certificates:
-//   trusted      for 127.0.0.1, signed by the test's own authority; CN "server.test"
-//   selfsigned   for 127.0.0.1
-//   otherhost    signed by the authority, for another name
+//   trusted      for 127.0.0.1; CN "server.test"
+//   otherhost    as trusted, for another name
+//   selfsigned   for 127.0.0.1; CN "stranger.test"
 std::unique_ptr<ServerStream> tlsHandshake(platform::SocketHandle socket,
                                            const std::string& certificate);
 
-// The authority's certificate, PEM: the clients of this process trust it when SSL_CERT_FILE names a
-// file with it before the first connection.
-std::string authorityPem();
+// The first two, PEM: the clients of this process trust them when SSL_CERT_FILE names a file with
+// this before the first connection.
+std::string trustedPem();
 
 // How often a client brought the session of an earlier connection to the trusted certificate.
 long resumedSessions();

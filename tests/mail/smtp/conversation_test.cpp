@@ -66,31 +66,19 @@ TEST(Conversation, GreetsAndFallsBackToHelo) {
 
 TEST(Conversation, LogsIn) {
   const auto method = [](const char* name) { return login("user", "secret", name); };
-  const std::string plain = "C: AUTH PLAIN dXNlcgB1c2VyAHNlY3JldA==|";
   converse("half of the credentials are none", {kEhlo + "S: 250 AUTH LOGIN|" + kMail + kQuit}, true,
            "No SMTP password provided..|no login/password provided..|"
            "<login_method>NONE</login_method>",
            login("user", "", ""));
-  converse("LOGIN before CRAM-MD5", {kEhlo + "S: 250 AUTH CRAM-MD5 LOGIN|" + kLogin + kWelcome},
-           true, "<smtp_user>user</smtp_user>|<login_method>LOGIN</login_method>", method(""));
-  converse("LOGIN refused", {kEhlo + "S: 250 AUTH LOGIN|" + kLogin + "S: 535 no: secret|"}, false,
+  converse("LOGIN before CRAM-MD5; refused by a server that tells the secret",
+           {kEhlo + "S: 250 AUTH CRAM-MD5 LOGIN|" + kLogin + "S: 535 no: secret|"}, false,
+           "<smtp_user>user</smtp_user>|<login_method>LOGIN</login_method>|"
            "Failed to get response to login password|Failed to login using LOGIN method|"
            "Failed to connect to SMTP server.",
            method(""));
-  converse("PLAIN", {kEhlo + "S: 250 AUTH PLAIN|" + plain + kWelcome}, true,
-           "This SMTP server did not list authentication methods.|"
-           "<login_method>PLAIN</login_method>",
-           method(""));
   converse("PLAIN forced on a server that lists LOGIN",
-           {kEhlo + "S: 250 AUTH LOGIN|" + plain + kWelcome}, true,
+           {kEhlo + "S: 250 AUTH LOGIN|C: AUTH PLAIN dXNlcgB1c2VyAHNlY3JldA==|" + kWelcome}, true,
            "<login_method>PLAIN</login_method>", method("plain"));
-  converse("CRAM-MD5, the example of RFC 2195",
-           {kEhlo +
-            "S: 250 AUTH CRAM-MD5 PLAIN|C: AUTH CRAM-MD5|"
-            "S: 334 PDE4OTYuNjk3MTcwOTUyQHBvc3RvZmZpY2UucmVzdG9uLm1jaS5uZXQ+|"
-            "C: dGltIGI5MTNhNjAyYzdlZGE3YTQ5NWI0ZTZlNzMzNGQzODkw|" +
-            kWelcome},
-           true, "<login_method>CRAM_MD5</login_method>", login("tim", "tanstaaftanstaaf", ""));
   converse("methods that are not implemented", {kEhlo + "S: 250 AUTH ANONYMOUS GSSAPI|"}, false,
            "<login_method>GSSAPI</login_method>|GSSAPI login method not supported", method(""));
   converse("no method at all goes on without", {kHello + kMail + kQuit}, true,
@@ -128,14 +116,6 @@ TEST(Conversation, LogsInByNtlm) {
   const auto method = [](const char* name) { return login("user", "secret", name); };
   const std::string listed = kEhlo + "S: 250 AUTH NTLM MSN|";
   const std::string first = "S: 334 ntlm supported|C: TlRMTVNTUAAB*|";  // its head, and type 1
-  const std::string challenge =
-      "S: 334 TlRMTVNTUAACAAAAAgACADgAAAAFAokiASNFZ4mrze8AAAAAAAAAAAoACgA6AAAABgEAAAAAAA9EAAIAAgBE"
-      "AAAAAAA=|";
-  converse("denied, which is not followed by LOGIN",
-           {listed + "C: AUTH MSN|" + first + challenge + "C: TlRMTVNTUAAD*|S: 535 no|"}, false,
-           "<login_method>MSN</login_method>|Logon denied.  Check username, password, and domain|"
-           "<response><![CDATA[535 no|MSN authentication failed|Failed to login using MSN method",
-           method("msn"));
   converse("a challenge that is none",
            {listed + "C: AUTH NTLM|" + first + "S: 334 AAAA|C: *|S: 501 well|" + kLogin + kWelcome},
            true,

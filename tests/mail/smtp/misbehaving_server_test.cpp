@@ -179,22 +179,5 @@ INSTANTIATE_TEST_SUITE_P(Steps, MisbehavingServer, testing::ValuesIn(cases()),
                            return name;
                          });
 
-// Nobody listens at all.
-TEST(MisbehavingServer, MayBeAbsent) {
-  std::uint16_t port = 0;
-  { port = ScriptedSmtpServer({""}).port(); }
-  ClsMailMan mailMan;
-  mailMan.unlockComponent("code");
-  mailMan.settings().server.host = "localhost";
-  mailMan.settings().server.port = port;
-  ClsEmail email;
-  EXPECT_FALSE(mailMan.sendEmail(&email));
-  for (const char* text :
-       {"<error>Connect function failed</error>", "<sockError>10061</sockError>", "WSAECONNREFUSED",
-        "<error>Failed to connect (1)</error>", kConnectFailed}) {
-    EXPECT_THAT(mailMan.log().text(), testing::HasSubstr(text));
-  }
-}
-
 }  // namespace
 }  // namespace kelvado

@@ -33,13 +33,13 @@ void useImplicitTls(KvMailMan& mailMan, KvEmail&) {
   mailMan.put_SmtpSsl(true);
 }
 
-// The process trusts the authority of the test's certificates.
+// The process trusts what the tests call trusted.
 class TlsConversation : public testing::Test {
  protected:
   static void SetUpTestSuite() {
     static const test_support::TempDir directory;
-    const std::string file = directory.path() + "/authority.pem";
-    platform::writeWholeFile(file, test_support::authorityPem());
+    const std::string file = directory.path() + "/trusted.pem";
+    platform::writeWholeFile(file, test_support::trustedPem());
     setenv("SSL_CERT_FILE", file.c_str(), 1);
   }
 
@@ -113,11 +113,11 @@ TEST_F(TlsConversation, LooksAtTheCertificate) {
   converseInTls("another host's", kStart + "TLS: otherhost|", false,
                 "Failed to verify server certificate", requireVerified);
   converseInTls("of the required subject", selfSigned + kSession, true, "",
-                requirement("subject", "server.test"));
+                requirement("subject", "stranger.test"));
   converseInTls("of another issuer", kStart + "TLS: trusted|", false,
                 "SSL server certificate fails to match requirement|"
                 "<requireName>Issuer</requireName>|<requireValue>Nobody</requireValue>|"
-                "<certValue>Test Authority</certValue>",
+                "<certValue>server.test</certValue>",
                 requirement("Issuer", "Nobody"));
 }
 
