@@ -15,7 +15,9 @@ constexpr std::uint32_t kDripMs = 5;
 
 class PlainStream : public ServerStream {
  public:
-  explicit PlainStream(platform::SocketHandle socket) : socket_(socket) {}
+  // `record` gets what is heard, too.
+  PlainStream(platform::SocketHandle socket, std::string& record)
+      : socket_(socket), record_(record) {}
 
   bool read(std::string& heard) override {
     char chunk[16384];
@@ -29,6 +31,7 @@ class PlainStream : public ServerStream {
       error = systemSockets().receive(socket_, chunk, sizeof chunk, count);
     }
     heard.append(chunk, count);
+    record_.append(chunk, count);
     return error == platform::kSocketOk && count > 0;
   }
 
@@ -48,59 +51,10 @@ class PlainStream : public ServerStream {
 
  private:
   platform::SocketHandle socket_;
+  std::string& record_;
 };
 
 }  // namespace
-
-class ScriptedSmtpServer::Connection {
- public:
-  Connection(platform::SocketHandle socket, std::string& inTheClear)
-      : socket_(socket), inTheClear_(inTheClear), stream_(std::make_unique<PlainStream>(socket)) {}
-  ~Connection() { systemSockets().close(socket_); }
-
-  bool send(std::string_view bytes) { return stream_->write(bytes); }
-
-  bool startTls(const Handshake& handshake, const std::string& certificate) {
-    stream_ = handshake(socket_, certificate);
-    secure_ = true;
-    return stream_ != nullptr;
-  }
-
-  // Up to `delimiter`, which is taken off; false when the client left before.
-  bool readUntil(const std::string& delimiter, std::string& text) {
-    std::size_t at = 0;
-    while ((at = buffer_.find(delimiter)) == std::string::npos) {
-      if (!readMore()) return false;
-    }
-    text = buffer_.substr(0, at);
-    buffer_.erase(0, at + delimiter.size());
-    return true;
-  }
-
-  void readToTheEnd() {
-    while (readMore()) continue;
-  }
-
-  // A pause that ends early when the client says something or leaves.
-  void pause(std::uint32_t ms) {
-    SocketError error = platform::kSocketOk;
-    systemSockets().waitReadable(socket_, ms, error);
-  }
-
- private:
-  bool readMore() {
-    const std::size_t before = buffer_.size();
-    const bool alive = stream_->read(buffer_);
-    if (!secure_) inTheClear_.append(buffer_, before);
-    return alive;
-  }
-
-  platform::SocketHandle socket_;
-  std::string& inTheClear_;
-  std::unique_ptr<ServerStream> stream_;
-  bool secure_ = false;
-  std::string buffer_;
-};
 
 ScriptedSmtpServer::ScriptedSmtpServer(std::vector<std::string> scripts, Handshake handshake)
     : scripts_(std::move(scripts)), handshake_(std::move(handshake)) {
@@ -125,49 +79,71 @@ void ScriptedSmtpServer::serve() {
   while (!stop_) {
     SocketError error = platform::kSocketOk;
     if (systemSockets().waitReadable(listener_, kSliceMs, error) != SocketApi::Ready::Yes) continue;
-    const platform::SocketHandle socket = systemSockets().accept(listener_, error);
-    if (socket == platform::kInvalidSocket) continue;
-    Connection connection(socket, record_.inTheClear);
+    socket_ = systemSockets().accept(listener_, error);
+    if (socket_ == platform::kInvalidSocket) continue;
     const std::size_t number = record_.connections++;
-    std::istringstream steps(number < scripts_.size() ? scripts_[number] : "HANGUP");
-    bool open = true;
-    for (std::string step; open && std::getline(steps, step, '|');) {
-      const std::size_t colon = step.find(": ");
-      const std::string text = colon == std::string::npos ? "" : step.substr(colon + 2);
-      open = runStep(connection, step.substr(0, colon), text);
-    }
-    if (open) connection.readToTheEnd();
+    runScript(number < scripts_.size() ? scripts_[number] : "HANGUP");
+    stream_.reset();
+    systemSockets().close(socket_);
   }
+}
+
+void ScriptedSmtpServer::runScript(const std::string& script) {
+  stream_ = std::make_unique<PlainStream>(socket_, record_.inTheClear);
+  buffer_.clear();
+  std::istringstream steps(script);
+  for (std::string step; std::getline(steps, step, '|');) {
+    const std::size_t colon = step.find(": ");
+    const std::string text = colon == std::string::npos ? "" : step.substr(colon + 2);
+    if (!runStep(step.substr(0, colon), text)) return;
+  }
+  readToTheEnd();
 }
 
 // False when the connection is at its end.
-bool ScriptedSmtpServer::runStep(Connection& connection, const std::string& verb,
-                                 const std::string& text) {
-  if (verb == "S") return connection.send(text + "\r\n");
-  if (verb == "C") return expectLine(connection, text);
-  if (verb == "DATA") return connection.readUntil("\r\n.\r\n", record_.messages.emplace_back());
-  if (verb == "TLS") return connection.startTls(handshake_, text);
+bool ScriptedSmtpServer::runStep(const std::string& verb, const std::string& text) {
+  if (verb == "S") return stream_->write(text + "\r\n");
+  if (verb == "C") return expectLine(text);
+  if (verb == "DATA") return readUntil("\r\n.\r\n", record_.messages.emplace_back());
+  if (verb == "TLS") return (stream_ = handshake_(socket_, text)) != nullptr;
   if (verb == "DRIP") {
     for (const char c : text + "\r\n") {
-      connection.pause(kDripMs);
-      if (!connection.send({&c, 1})) return false;
+      // The pause ends early when the client says something or leaves.
+      SocketError error = platform::kSocketOk;
+      systemSockets().waitReadable(socket_, kDripMs, error);
+      if (!stream_->write({&c, 1})) return false;
     }
     return true;
   }
-  while (verb == "ENDLESS" && connection.send(text)) continue;
-  if (verb == "SILENCE") connection.readToTheEnd();
+  while (verb == "ENDLESS" && stream_->write(text)) continue;
+  if (verb == "SILENCE") readToTheEnd();
   return false;  // HANGUP, or the client left
 }
 
-bool ScriptedSmtpServer::expectLine(Connection& connection, const std::string& expected) {
+bool ScriptedSmtpServer::expectLine(const std::string& expected) {
   std::string heard;
-  const bool alive = connection.readUntil("\r\n", heard);
-  const bool open = !expected.empty() && expected.back() == '*';
-  const bool matches =
-      open ? heard.starts_with(expected.substr(0, expected.size() - 1)) : heard == expected;
+  const bool alive = readUntil("\r\n", heard);
+  const bool matches = expected.ends_with('*')
+                           ? heard.starts_with(expected.substr(0, expected.size() - 1))
+                           : heard == expected;
   if (alive && matches) return true;
   record_.surprises.push_back("expected \"" + expected + "\", got \"" + heard + "\"");
   return false;
+}
+
+// Up to `delimiter`, which is taken off; false when the client left before.
+bool ScriptedSmtpServer::readUntil(const std::string& delimiter, std::string& text) {
+  std::size_t at = 0;
+  while ((at = buffer_.find(delimiter)) == std::string::npos) {
+    if (!stream_->read(buffer_)) return false;
+  }
+  text = buffer_.substr(0, at);
+  buffer_.erase(0, at + delimiter.size());
+  return true;
+}
+
+void ScriptedSmtpServer::readToTheEnd() {
+  while (stream_->read(buffer_)) continue;
 }
 
 }  // namespace test_support

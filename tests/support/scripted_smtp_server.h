@@ -58,18 +58,23 @@ class ScriptedSmtpServer {
   const Record& finish();
 
  private:
-  class Connection;
-
   void serve();
-  bool runStep(Connection& connection, const std::string& verb, const std::string& text);
-  bool expectLine(Connection& connection, const std::string& expected);
+  void runScript(const std::string& script);
+  bool runStep(const std::string& verb, const std::string& text);
+  bool expectLine(const std::string& expected);
+  bool readUntil(const std::string& delimiter, std::string& text);
+  void readToTheEnd();
 
   std::vector<std::string> scripts_;
   Handshake handshake_;
   platform::SocketHandle listener_ = platform::kInvalidSocket;
   std::uint16_t port_ = 0;
   std::atomic<bool> stop_{false};
-  Record record_;  // the thread's until it ends
+  // The thread's until it ends; the first three are of the connection that is open.
+  platform::SocketHandle socket_ = platform::kInvalidSocket;
+  std::unique_ptr<ServerStream> stream_;
+  std::string buffer_;
+  Record record_;
   std::thread thread_;
 };
 

@@ -10,11 +10,9 @@ namespace test_support {
 class TempDir {
  public:
   TempDir() : before_(std::filesystem::current_path()) {
-    const auto base = std::filesystem::temp_directory_path();
-    std::random_device random;
-    do {
-      path_ = base / ("pwlapse-test-" + std::to_string(random()));
-    } while (!std::filesystem::create_directory(path_));
+    path_ = std::filesystem::temp_directory_path() /
+            ("pwlapse-test-" + std::to_string(std::random_device{}()));
+    std::filesystem::create_directory(path_);
     std::filesystem::current_path(path_);
   }
   ~TempDir() {
