@@ -1,5 +1,4 @@
-// A network that does what a test says; time passes only in here. Must live as long as the process
-// where a look-up may time out: its thread goes on.
+// A network that does what a test says; time passes only in here.
 #pragma once
 
 #include <algorithm>
