@@ -47,7 +47,7 @@ TEST(Base64, EncodesInLines) {
     base64AppendLines(std::string(bytes, '\0'), kBodyLineLength, out);
     EXPECT_EQ(out, "kept " + lines) << bytes;
   }
-  EXPECT_EQ(base64Encode("Man\xFF\xFE"), "TWFu//4=");
+  EXPECT_EQ(base64Encode("Man\xFB\xEF\xFF\xFE"), "TWFu++///g==");
 }
 
 TEST(Base64, DecodesWhatItCanAndTellsWhatIsWrong) {
@@ -67,7 +67,9 @@ TEST(QuotedPrintable, EncodesExactly) {
   const std::string full(75, 'a');
   const std::pair<std::string, std::string> rows[] = {
       {"", ""},
-      {"a=b\xC3\xBC\x7F", "a=3Db=C3=BC=7F"},
+      {"a=b\xC3\xBC", "a=3Db=C3=BC"},
+      {"12345678=2345678\x7Fxxxxxxx\x1Fxxxxxxx\xFFxxxxxxx.",
+       "12345678=3D2345678=7Fxxxxxxx=1Fxxxxxxx=FFxxxxxxx."},
       {"tab\there", "tab\there"},
       {"a\nb\rc\r\nd", "a\r\nb\r\nc\r\nd"},
       // A blank at the end of a line or of the text would be lost.
@@ -156,8 +158,9 @@ TEST(EncodedWord, DecodesWhatOthersWrite) {
 
 TEST(Uu, WritesAndReadsWhatOthersDo) {
   StringBuffer encoded;
-  Uu("a b.bin\r\nx").encode("Cat", encoded);
-  EXPECT_EQ(encoded.view(), "begin 666 a b.binx\r\n#0V%T\r\n`\r\nend\r\n");
+  Uu("a b.bin\r\nx").encode(std::string(46, 'a'), encoded);  // one more than a line takes
+  EXPECT_EQ(encoded.view(),
+            "begin 666 a b.binx\r\nM" + repeated("86%A", 15) + "\r\n!80``\r\n`\r\nend\r\n");
   std::string decoded;
   std::string name;
   EXPECT_TRUE(Uu::decode("text\nbegin 0644 my cat.txt\n#0V%T\n \nend\n", decoded, &name));
