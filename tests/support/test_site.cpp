@@ -7,6 +7,7 @@
 
 #include "config/format_text.h"
 #include "config/registry_readers.h"
+#include "mail/mime/text_tools.h"
 #include "platform/file/ldif_source.h"
 #include "platform/file/reg_registry.h"
 #include "platform/file/snapshot_directory.h"
@@ -51,11 +52,9 @@ void TestSite::setting(const std::string& value, std::uint32_t number) {
 }
 
 void TestSite::setting(const std::string& value, const std::string& text) {
-  std::string quoted;
-  for (const char c : text) {
-    if (c == '\\' || c == '"') quoted += '\\';
-    quoted += c;
-  }
+  std::string quoted = text;
+  kelvado::replaceAll(quoted, "\\", "\\\\");
+  kelvado::replaceAll(quoted, "\"", "\\\"");
   set(config::kExpirationKeyMpe, value, "\"" + quoted + "\"");
 }
 
@@ -94,9 +93,8 @@ void TestSite::writeOut() {
         user.age < 0 ? 0 : clock.now - user.age * kFileTimeDay - 3600 * kFileTimeSecond;
     ldif += "\ndn: CN=" + user.name + ",CN=Users,DC=site,DC=example\nobjectClass: user\n" +
             "objectCategory: CN=Person,CN=Schema,CN=Configuration,DC=site,DC=example\n" +
-            "sAMAccountName: " + user.name +
-            "\nuserAccountControl: " + std::to_string(user.accountControl) +
-            "\npwdLastSet: " + std::to_string(changed) + "\n";
+            "sAMAccountName: " + user.name + "\npwdLastSet: " + std::to_string(changed) +
+            "\nuserAccountControl: " + std::to_string(user.accountControl) + "\n";
     if (!user.mail.empty()) ldif += "mail: " + user.mail + "\n";
     if (!user.givenName.empty()) ldif += "givenName: " + user.givenName + "\n";
     if (!user.surname.empty()) ldif += "sn: " + user.surname + "\n";
