@@ -33,8 +33,8 @@ void requireEqual(const Email2& left, const Email2& right) {
   for (std::size_t i = 0; i < left.children().size(); ++i) {
     requireEqual(*left.children()[i], *right.children()[i]);
   }
-  // Wide characters that came without an encoding are no lines; they are kept as far as possible.
-  if (Charset(left.contentType().charset).isWide()) return;
+  // Such text that came without an encoding has no lines; it is kept as far as possible.
+  if (!Charset(left.contentType().charset).isAsciiBased()) return;
   require(linesOf(left) == linesOf(right));
 }
 

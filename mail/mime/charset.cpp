@@ -1,9 +1,25 @@
 #include "mail/mime/charset.h"
 
+#include <algorithm>
+#include <iterator>
+
 #include "mail/mime/text_tools.h"
 #include "platform/code_page.h"
 
 namespace kelvado {
+namespace {
+
+struct CodePageRange {
+  std::uint32_t first, last;
+};
+
+constexpr CodePageRange kNotAsciiBased[] = {
+    {37, 37},       {500, 500},     {870, 870},     {875, 875},     {1026, 1026},
+    {1047, 1047},   {1140, 1149},   {1200, 1201},   {20273, 20424}, {20833, 20838},
+    {20871, 20871}, {20880, 20880}, {20905, 20924}, {21025, 21025}, {65005, 65006},
+};
+
+}  // namespace
 
 Charset::Charset(std::string_view name)
     : name_(lowered(trimmed(name))), codePage_(CharsetNaming::getCodePage(name_)) {}
@@ -16,8 +32,10 @@ bool Charset::isUtf8() const {
   return codePage_ == platform::kCodePageUtf8;
 }
 
-bool Charset::isWide() const {
-  return codePage_ == 1200 || codePage_ == 1201 || codePage_ == 65005 || codePage_ == 65006;
+bool Charset::isAsciiBased() const {
+  return std::none_of(
+      std::begin(kNotAsciiBased), std::end(kNotAsciiBased),
+      [this](const auto& row) { return row.first <= codePage_ && codePage_ <= row.last; });
 }
 
 bool EncodingConvert::toUtf8(const Charset& from, std::string_view bytes, std::string& out,

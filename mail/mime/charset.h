@@ -24,7 +24,9 @@ class Charset {
   // kNoCodePage when there is no charset, or one of an unknown name.
   std::uint32_t codePage() const { return codePage_; }
   bool isUtf8() const;
-  bool isWide() const;  // UTF-16 or UTF-32
+  // Whether ASCII characters are single bytes of their own value, so that lines can be told in its
+  // bytes: not in UTF-16, UTF-32 and EBCDIC.
+  bool isAsciiBased() const;
   bool isUsAscii() const { return codePage_ == kUsAsciiCodePage; }
 
  private:

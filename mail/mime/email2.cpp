@@ -238,12 +238,12 @@ void Email2::adoptCharsetFor(std::string_view text) {
   if (contentType_.charset.empty() && contains8bit(text)) setCharset(Charset::forText(text).name());
 }
 
-// A label that the text contradicts would garble it for every reader; and text in UTF-16 or UTF-32
-// has no line ends that mail knows.
+// A label that the text contradicts would garble it for every reader; and text that is not
+// ASCII-based has no line ends that mail knows.
 void Email2::keepCharsetTrue() {
   const Charset charset(contentType_.charset);
   if (!bodyIsUtf8_ || charset.isUtf8()) return;
-  bool carries = !charset.isWide();
+  bool carries = charset.isAsciiBased();
   if (carries && contains8bit(body()) && !charset.isUsAscii()) {
     std::string converted;
     bool lossy = false;

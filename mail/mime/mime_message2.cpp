@@ -185,9 +185,10 @@ class MimeMessage2::Reader {
     // Lines, unless an encoding kept line ends of another kind.
     const std::string& name = part.contentType_.charset;
     const Charset charset(name.empty() ? "us-ascii" : name);
-    part.keepLineEnds_ = wasEncoded && (!isText || charset.isWide() || hasBareLineEnds(bytes));
+    part.keepLineEnds_ =
+        wasEncoded && (!isText || !charset.isAsciiBased() || hasBareLineEnds(bytes));
     part.bodyIsUtf8_ = false;
-    if (isText && !charset.isWide()) {
+    if (isText && charset.isAsciiBased()) {
       std::string utf8;
       // What does not convert there and back is kept as it came, so that it leaves as it came.
       if (EncodingConvert::toUtf8(charset, bytes, utf8) && convertsTo(bytes, charset, utf8)) {
