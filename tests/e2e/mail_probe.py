@@ -4,29 +4,15 @@ import pathlib
 import subprocess
 
 ROOT = pathlib.Path(__file__).resolve().parents[2]
-PROBE = os.environ.get("MAIL_PROBE", ROOT / "build/debug/tests/e2e/mail_probe")
+PROBE = ROOT / "build/debug/tests/e2e/mail_probe"
 CALL_SECONDS = 60
-_ESCAPES = (("\\", "\\\\"), ("\t", "\\t"), ("\r", "\\r"), ("\n", "\\n"))
 
 
-def run(calls, environment=None):
+def run(calls, **environment):
     """calls: (method, argument...) in their order; returns a list of as many texts."""
-    lines = ["\t".join(_escaped(str(part)) for part in call) for call in calls]
-    done = subprocess.run([PROBE], input=("\n".join(lines) + "\n").encode(), capture_output=True,
-                          timeout=CALL_SECONDS, env={**os.environ, **(environment or {})})
+    texts = [str(text) for call in calls for text in (*call, "", "")[:3]]
+    done = subprocess.run([PROBE], input="".join(text + "\0" for text in texts).encode(),
+                          capture_output=True, timeout=CALL_SECONDS, env={**os.environ, **environment})
     if done.returncode != 0:
         raise AssertionError(done.stderr.decode("utf-8", "replace"))
-    return [_plain(line) for line in done.stdout.decode().split("\n")[:-1]]
-
-
-def _escaped(text):
-    for plain, escape in _ESCAPES:
-        text = text.replace(plain, escape)
-    return text
-
-
-def _plain(line):
-    pieces = line.split("\\\\")
-    for plain, escape in _ESCAPES[1:]:
-        pieces = [piece.replace(escape, plain) for piece in pieces]
-    return "\\".join(pieces)
+    return done.stdout.decode().split("\0")[:-1]

@@ -1,6 +1,6 @@
 """The LDAP directory against a real domain controller and against servers that are broken.
 
-Drives the program in DIRECTORY_PROBE (built from directory_probe.cpp). Needs root.
+Drives the program in DIRECTORY_PROBE (built from directory_probe.cpp).
 """
 
 import os
@@ -9,18 +9,17 @@ import socket
 import subprocess
 import tempfile
 import threading
+import time
 import unittest
 
 import broken_ldap
 import samba_ad
+import site_files
 from broken_ldap import BrokenLdap, entry, page_of
 from samba_ad import BASE_DN, User
 
-samba_ad.enter_own_network()
-
 PROBE = os.environ.get("DIRECTORY_PROBE", "directory_probe")
-DAY = 86400
-KEY = r"HKEY_LOCAL_MACHINE\Software\Kadro\PwsentryPro\Directory"
+KEY = r"Software\Kadro\PwsentryPro\Directory"
 # More than two pages.
 MANY = 2100
 
@@ -30,15 +29,14 @@ NO_OBJECT, DOWN, LOGON, FAIL = "80072030", "8007203a", "8007052e", "80004005"
 class Probe:
     """The program with its settings, kept in `folder` while it runs."""
 
-    def __init__(self, folder, **settings):
+    def __init__(self, folder, settings):
         self.registry = pathlib.Path(folder) / "registry.reg"
-        values = "".join(f'"{name}"="{value}"\n' for name, value in settings.items())
-        self.text = f"Windows Registry Editor Version 5.00\n\n[{KEY}]\n{values}"
+        self.content = site_files.registry_file({KEY: settings})
 
     def start(self, *names, environment=None, seconds=0):
         """`names`: users to expire, each when a line comes on its input."""
-        self.registry.write_text(self.text)
-        return subprocess.Popen([PROBE, str(self.registry), str(seconds), *names], text=True,
+        self.registry.write_bytes(self.content)
+        return subprocess.Popen([PROBE, self.registry, str(seconds), *names], text=True,
                                 env=environment, stdin=subprocess.PIPE, stdout=subprocess.PIPE)
 
     def run(self, *names, **options):
@@ -55,17 +53,15 @@ class Probe:
 class RealDirectoryTest(unittest.TestCase):
     @classmethod
     def setUpClass(cls):
-        cls.ad = samba_ad.SambaAd()
-        cls.addClassCleanup(cls.ad.stop)
-        cls.ad.start()
+        cls.ad = cls.enterClassContext(samba_ad.SambaAd())
         cls.ad.add_users([
             User("plain", mail="plain@example.test", given_name="Jörg", surname="O'Neil <x>",
                  password_age=85),
-            User("disabled", password_age=10, disabled=True),
-            User("never", password_age=20, never_expires=True),
+            User("disabled", password_age=10, flags=0x202),
+            User("never", password_age=20, flags=0x10200),
             User("cant", password_age=30, cant_change=True),
             User("must", password_age=None),
-            User("COMPUTER$", password_age=40, computer=True),
+            User("COMPUTER$", password_age=40, flags=0x1000),
             User("a(b)", cn=r"Doe, J (x)*\y", mail="paren@example.test", password_age=50),
             User("Jürgen ß", mail="j@example.test", password_age=60),
             User("reader", password_age=1),
@@ -78,11 +74,10 @@ class RealDirectoryTest(unittest.TestCase):
         cls.ad.kinit("reader")
 
     def probe(self, scheme="ldaps", base="", **settings):
-        given = {"uri": f"{scheme}://{self.ad.uri_host}{base}", "bindMethod": "simple",
+        given = {"uri": f"{scheme}://{samba_ad.HOST}{base}", "bindMethod": "simple",
                  "bindUser": samba_ad.ADMIN, "bindPasswordFile": self.password_file,
-                 "caFile": self.ad.ca_file}
-        given.update(settings)
-        return Probe(self.ad.folder, **{k: v for k, v in given.items() if v is not None})
+                 "caFile": self.ad.ca_file, **settings}
+        return Probe(self.ad.folder, {k: v for k, v in given.items() if v is not None})
 
     def read_until(self, process, start):
         for line in process.stdout:
@@ -92,27 +87,29 @@ class RealDirectoryTest(unittest.TestCase):
 
     def test_every_way_in_reads_the_domain(self):
         expected = {
-            "plain": (0, 85, "plain@example.test", "Jörg", "O'Neil <x>"),
-            "disabled": (0x2, 10, "", "", ""), "never": (0x10000, 20, "", "", ""),
-            "cant": (0x40, 30, "", "", ""), "must": (0, 0, "", "", ""),
-            "COMPUTER$": (0, 40, "", "", ""), "a(b)": (0, 50, "paren@example.test", "", ""),
-            "Jürgen ß": (0, 60, "j@example.test", "", "")}
+            "plain": (0x200, 0, 85, "plain@example.test", "Jörg", "O'Neil <x>"),
+            "disabled": (0x202, 0, 10, "", "", ""), "never": (0x10200, 0, 20, "", "", ""),
+            "cant": (0x200, 1, 30, "", "", ""), "must": (0x200, 0, None, "", "", ""),
+            "COMPUTER$": (0x1000, 0, 40, "", "", ""),
+            "a(b)": (0x200, 0, 50, "paren@example.test", "", ""),
+            "Jürgen ß": (0x200, 0, 60, "j@example.test", "", "")}
         reader = {"bindUser": "reader@example.test"}
         kerberos = {"bindMethod": None, "bindUser": None}
         ways = {"simple, ldaps": self.probe(**reader),
                 "simple, StartTLS": self.probe("LDAP", **reader),
                 "Kerberos, ldap": self.probe("ldap", **kerberos),
                 "Kerberos, ldaps": self.probe("ldaps", bindMethod="GSSAPI"),
+                "Kerberos, server by DNS": self.probe(uri=None, **kerberos),
                 "base below the domain": self.probe(base=f"/CN=Users,{BASE_DN}", **reader)}
-        if samba_ad.in_own_network():
-            ways["Kerberos, server by DNS"] = self.probe("ldap", uri=None, **kerberos)
         for way, probe in ways.items():
             with self.subTest(way):
                 found = probe.run(environment=self.ad.environment)
                 self.assertNotIn("error", found)
-                self.assertEqual(found["domain"], [[BASE_DN, str(90 * DAY)]])
-                users = {name: (int(flags), int(age) // DAY, *texts)
-                         for name, flags, age, *texts in found["user"]}
+                self.assertEqual(found["domain"], [[BASE_DN, str(site_files.file_span(90))]])
+                now = site_files.file_time(time.time())
+                users = {name: (int(flags), int(cannot),
+                                (now - int(last)) // -site_files.file_span(1) if int(last) else None, *texts)
+                         for name, flags, cannot, last, *texts in found["user"]}
                 self.assertEqual({name: users.get(name) for name in expected}, expected)
                 self.assertEqual(sum(name.startswith("many") for name in users), MANY)
                 self.assertNotIn("warning", found)
@@ -194,15 +191,14 @@ class RealDirectoryTest(unittest.TestCase):
 
 class BrokenServerTest(unittest.TestCase):
     def setUp(self):
-        folder = tempfile.TemporaryDirectory()
-        self.addCleanup(folder.cleanup)
-        self.folder = pathlib.Path(folder.name)
+        self.folder = pathlib.Path(self.enterContext(tempfile.TemporaryDirectory()))
         (self.folder / "password").write_text("secret\n")
 
     def run_probe(self, server):
         with server:
-            return Probe(self.folder, uri=server.uri, bindMethod="simple", bindUser="u",
-                         bindPasswordFile=self.folder / "password").run(seconds=1)
+            return Probe(self.folder, {
+                "uri": server.uri, "bindMethod": "simple", "bindUser": "u",
+                "bindPasswordFile": self.folder / "password"}).run(seconds=1)
 
     def test_values_that_cannot_be_spare_their_neighbours(self):
         faults = {
@@ -223,9 +219,10 @@ class BrokenServerTest(unittest.TestCase):
                     entry("CN=bare", sAMAccountName="bare"))]
         found = self.run_probe(BrokenLdap(pages))
         self.assertEqual([(name, flags, len(mail), surname)
-                          for name, flags, _, mail, _, surname in found["user"]],
-                         [("first", "2", 0, ""), ("last", "2", 1_000_000, "ÿ"), ("bare", "0", 0, "")])
-        self.assertEqual(found["domain"], [["DC=x", "60"]])
+                          for name, flags, _, _, mail, _, surname in found["user"]],
+                         [("first", "514", 0, ""), ("last", "514", 1_000_000, "ÿ"),
+                          ("bare", "0", 0, "")])
+        self.assertEqual(found["domain"], [["DC=x", "-600000000"]])
         self.assertEqual([warning[0].split(":")[0] for warning in found["warning"]],
                          [*faults, "1 users without userAccountControl, pwdLastSet or "
                                    "nTSecurityDescriptor"])
@@ -263,7 +260,3 @@ class BrokenServerTest(unittest.TestCase):
                 if status is not None:
                     self.assertEqual(found["error"][0][0], status, found)
                 self.assertIn(text, found["error"][0][1])
-
-
-if __name__ == "__main__":
-    unittest.main()

@@ -4,19 +4,15 @@ import email
 import email.policy
 import os
 import pathlib
-import shutil
 import subprocess
 import tempfile
 import unittest
 
 import mail_probe
-import postfix_mail
-import samba_ad
-
-samba_ad.enter_own_network()
+import site_files
+from postfix_mail import DOMAIN, PostfixMail
 
 EXAMPLE = mail_probe.ROOT / "build/release/examples/send_mail"
-DOMAIN = "example.com"
 USER, PASSWORD, WRONG = "postman", "p\u00e4ss & <word>", "not-it-9f3a"
 SECRETS = [form for word in (PASSWORD, WRONG) for form in (
     word, base64.b64encode(word.encode()).decode(),
@@ -44,18 +40,12 @@ MESSAGE = [
 class ServersTest(unittest.TestCase):
     @classmethod
     def setUpClass(cls):
-        folder = tempfile.mkdtemp(prefix="mail-servers-")
-        cls.addClassCleanup(shutil.rmtree, folder)
-        cls.folder = pathlib.Path(folder)
-        postfix_mail.make_certificates(folder)
-        cls.servers = {
-            certificate: postfix_mail.PostfixMail(
-                domain=DOMAIN, logins={USER: PASSWORD}, login_required=True,
-                tls=certificate and [cls.folder / f"{certificate}.{kind}" for kind in ("pem", "key")])
-            for certificate in ("self", "host", None)}
-        for server in cls.servers.values():
-            cls.addClassCleanup(server.stop)
-            server.start()
+        cls.folder = pathlib.Path(cls.enterClassContext(tempfile.TemporaryDirectory()))
+        site_files.make_certificates(cls.folder, "localhost")
+        files = {name: (cls.folder / f"{name}.pem", cls.folder / f"{name}.key")
+                 for name in ("self", "host")}
+        cls.servers = {name: cls.enterClassContext(PostfixMail(login=(USER, PASSWORD), tls=tls))
+                       for name, tls in {**files, None: None}.items()}
 
     def send(self, server, settings, host="localhost", way="plain", method="", password=PASSWORD):
         """Whether it was sent, the log, and what was to be transmitted."""
@@ -65,9 +55,9 @@ class ServersTest(unittest.TestCase):
              ("SmtpPort", port), ("SmtpUsername", USER), ("SmtpPassword", password),
              ("SmtpAuthMethod", method), *WAYS[way][0], *settings, ("RenderToMime",),
              ("SendEmail",), ("LastErrorText",)],
-            environment={"SSL_CERT_FILE": str(self.folder / "ca.pem"),
-                         # The system's NTLM package loses 6 KB of OpenSSL's with each login.
-                         "ASAN_OPTIONS": f"detect_leaks={int(method not in ('NTLM', 'MSN'))}"})
+            SSL_CERT_FILE=str(self.folder / "ca.pem"),
+            # The system's NTLM package loses 6 KB of OpenSSL's with each login.
+            ASAN_OPTIONS=f"detect_leaks={int(method not in ('NTLM', 'MSN'))}")
         mime, sent, log = results[-3:]
         for secret in SECRETS:
             self.assertNotIn(secret, log)
@@ -143,7 +133,3 @@ class ServersTest(unittest.TestCase):
                 self.assertIn(said, log)
                 self.assertFalse(done)
         self.assertEqual(bare.delivered(), [])
-
-
-if __name__ == "__main__":
-    unittest.main()

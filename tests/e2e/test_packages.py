@@ -9,9 +9,7 @@ import zipfile
 
 import wine_prefix
 
-ROOT = pathlib.Path(__file__).resolve().parents[2]
-LINUX_BUILD = pathlib.Path(os.environ.get("LINUX_BUILD", ROOT / "build/release"))
-WINDOWS_BUILD = pathlib.Path(os.environ.get("WINDOWS_BUILD", ROOT / "build/windows"))
+BUILD = pathlib.Path(__file__).resolve().parents[2] / "build"
 UNIT = "NRVPasswordExpiration.service"
 SERVICE_KEY = r"HKLM\System\CurrentControlSet\Services\NRVPasswordExpiration"
 SETTINGS_KEY = r"HKLM\Software\Policies\Kadro\PwsentryProMPE\PWExpiration"
@@ -19,9 +17,7 @@ SETTINGS_KEY = r"HKLM\Software\Policies\Kadro\PwsentryProMPE\PWExpiration"
 
 class PackageTest(unittest.TestCase):
     def setUp(self):
-        folder = tempfile.TemporaryDirectory(prefix="pwlapse-package-")
-        self.addCleanup(folder.cleanup)
-        self.folder = pathlib.Path(folder.name)
+        self.folder = pathlib.Path(self.enterContext(tempfile.TemporaryDirectory()))
 
     def run_well(self, *command, **options):
         done = subprocess.run(command, capture_output=True, text=True, **options)
@@ -36,7 +32,7 @@ class PackageTest(unittest.TestCase):
 
 class DebianPackageTest(PackageTest):
     def test_installs_and_purges(self):
-        package = self.package(LINUX_BUILD, "*.deb")
+        package = self.package(BUILD / "release", "*.deb")
         self.assertRegex(self.run_well("dpkg-deb", "--field", package, "Depends"),
                          "libldap.*libssl.*libsystemd0")
         root = self.folder / "root"
@@ -77,7 +73,7 @@ class DebianPackageTest(PackageTest):
 
 class WindowsPackageTest(PackageTest):
     def test_installs_and_removes(self):
-        package = self.package(WINDOWS_BUILD, "*.zip")
+        package = self.package(BUILD / "windows", "*.zip")
         with wine_prefix.WinePrefix() as windows:
             with zipfile.ZipFile(package) as archive:
                 archive.extractall(windows.drive)

@@ -15,46 +15,21 @@ import tempfile
 import time
 import unittest
 
+import site_files
+
 ROOT = pathlib.Path(__file__).resolve().parents[2]
-PROGRAM = pathlib.Path(os.environ.get("SERVICE_PROGRAM", ROOT / "build/release/service/pwLapseSvc"))
+PROGRAM = ROOT / "build/release/service/pwLapseSvc"
 UNIT = "NRVPasswordExpiration.service"
 TIMEOUT = 60  # seconds that anything may take before a test fails
 RT_SIGSUSPEND = "130 "  # as /proc shows the system call that a thread is in
 USAGE = ("NRVPasswordExpiration -install          install service\n"
          "NRVPasswordExpiration -remove           remove service\n")
-
-REGISTRY = r"""Windows Registry Editor Version 5.00
-[HKEY_LOCAL_MACHINE\Software\Policies\Kadro\PwsentryProMPE]
-"expirationServiceDebug"=dword:00000001
-[HKEY_LOCAL_MACHINE\Software\Policies\Kadro\PwsentryProMPE\DefaultPolicy]
-"policyName"="Everybody"
-"maxPasswordAge"=dword:0000002a
-"emailWarnings"=dword:00000001
-[HKEY_LOCAL_MACHINE\Software\Policies\Kadro\PwsentryProMPE\PWExpiration]
-"smtpServer"="127.0.0.1"
-"smtpPort"=dword:{port:08x}
-[HKEY_LOCAL_MACHINE\Software\Kadro\PwsentryPro\Directory]
-"uri"="ldif:{ldif}"
-"""
-HEAD = "dn: DC=site,DC=example\nobjectClass: domainDNS\nmaxPwdAge: -9223372036854775808\n\n"
-USER = """dn: CN={name},DC=site,DC=example
-objectClass: user
-objectCategory: CN=Person,CN=Schema,CN=Configuration,DC=site,DC=example
-sAMAccountName: {name}
-userAccountControl: 512
-mail: {name}@site.example
-givenName: Given
-sn: Surname
-pwdLastSet: {last_set}
-
-"""
+POLICIES = r"Software\Policies\Kadro\PwsentryProMPE"
 
 
 class ServiceTest(unittest.TestCase):
     def setUp(self):
-        folder = tempfile.TemporaryDirectory(prefix="pwlapse-service-")
-        self.addCleanup(folder.cleanup)
-        self.folder = pathlib.Path(folder.name)
+        self.folder = pathlib.Path(self.enterContext(tempfile.TemporaryDirectory()))
         self.etc = self.folder / "etc"
         self.registry = self.etc / "pwlapse/registry.reg"
         for name in "work", "bin", "run/systemd/system":
@@ -66,10 +41,14 @@ class ServiceTest(unittest.TestCase):
         systemctl.chmod(0o755)
 
     def set_up_site(self, users, age, port=9):
-        last_set = int((time.time() - age * 86400 + 11644473600) * 10**7)
         ldif = self.folder / "domain.ldif"
-        ldif.write_text(HEAD + "".join(USER.format(name=name, last_set=last_set) for name in users))
-        self.registry.write_text(REGISTRY.format(port=port, ldif=ldif))
+        ldif.write_text(site_files.domain_ldif({name: dict(age=age) for name in users}))
+        self.registry.write_bytes(site_files.registry_file({
+            POLICIES: {"expirationServiceDebug": 1},
+            POLICIES + r"\DefaultPolicy": {
+                "policyName": "Everybody", "maxPasswordAge": 42, "emailWarnings": 1},
+            POLICIES + r"\PWExpiration": {"smtpServer": "127.0.0.1", "smtpPort": port},
+            r"Software\Kadro\PwsentryPro\Directory": {"uri": f"ldif:{ldif}"}}))
 
     def begin(self, *arguments, program=PROGRAM, **environment):
         """Starts the program, with as few powers as its unit leaves it; nothing outside of its namespaces
@@ -91,8 +70,7 @@ class ServiceTest(unittest.TestCase):
         return process.returncode, output, errors
 
     def start(self):
-        self.manager = socket.socket(socket.AF_UNIX, socket.SOCK_DGRAM)
-        self.addCleanup(self.manager.close)
+        self.manager = self.enterContext(socket.socket(socket.AF_UNIX, socket.SOCK_DGRAM))
         self.manager.setsockopt(socket.SOL_SOCKET, socket.SO_PASSCRED, 1)
         self.manager.settimeout(TIMEOUT)
         self.manager.bind(f"{self.folder}/notify")
@@ -133,13 +111,12 @@ class ServiceTest(unittest.TestCase):
                    for task in pathlib.Path(f"/proc/{self.pid}/task").iterdir())
 
     def test_a_pause_freezes_the_worker_in_the_middle_of_a_mail(self):
-        server = socket.create_server(("127.0.0.1", 0))
-        self.addCleanup(server.close)
+        server = self.enterContext(socket.create_server(("127.0.0.1", 0)))
         server.settimeout(TIMEOUT)
         self.set_up_site(["walter"], 40, server.getsockname()[1])
         process = self.start_up()
         connection, _ = server.accept()  # the mail waits for the greeting
-        self.addCleanup(connection.close)
+        self.enterContext(connection)
         self.pause()
         self.await_that(self.is_frozen)
         connection.sendall(b"220 here\r\n")

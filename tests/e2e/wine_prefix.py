@@ -11,25 +11,10 @@ import shutil
 import subprocess
 import tempfile
 
+import site_files
+
 UP_SECONDS = 86400
-START_SECONDS = 180
-RUN_SECONDS = 120
-
-
-class WineError(RuntimeError):
-    """Windows did not do what it was asked to."""
-
-
-def registry_file(keys):
-    """keys: {full key: {name: text or number}}."""
-    text = "Windows Registry Editor Version 5.00\r\n"
-    for key, values in keys.items():
-        text += f"\r\n[{key}]\r\n"
-        for name, value in values.items():
-            data = f"dword:{value:08x}" if isinstance(value, int) else (
-                '"' + value.replace("\\", "\\\\").replace('"', '\\"') + '"')
-            text += f'"{name}"={data}\r\n'
-    return text
+WAIT_SECONDS = 180
 
 
 class WinePrefix:
@@ -40,34 +25,27 @@ class WinePrefix:
         self.environment = {
             **os.environ, "WINEPREFIX": str(self.folder), "WINEDEBUG": "-all", "LC_ALL": "C.UTF-8",
             "TMPDIR": str(self._base),  # the server leaves a folder there
-            # Without its debugger a program that crashes says so by its exit status.
-            "WINEDLLOVERRIDES": "winedbg.exe=d;mscoree=d;mshtml=d"}
+            # Without its debugger a program that crashes says so by its exit status. DLLs of the
+            # tests that lie beside a program stand in for the system's.
+            "WINEDLLOVERRIDES": "winedbg.exe=d;mscoree=d;mshtml=d;netapi32,activeds=n,b"}
 
     def __enter__(self):
-        self.start()
-        return self
-
-    def __exit__(self, *_):
-        self.stop()
-
-    def start(self):
         try:
             # A server that waits for its clients only would take the service manager along with the
             # first of them that ends.
-            self._command("wineserver", "-p", seconds=START_SECONDS)
+            self._command("wineserver", "-p")
             # Without an option: the first program of all starts the service manager, an option would
             # start a second one beside it.
-            self._command("wineboot", seconds=START_SECONDS)
+            self._command("wineboot")
         except BaseException:
-            self.stop()
+            self.__exit__()
             raise
+        return self
 
-    def stop(self):
-        """Ends every program in it, and removes it. May be called at any time."""
-        for option in "-k", "-w":
-            subprocess.run(["wineserver", option], env=self.environment, timeout=START_SECONDS,
-                           stdin=subprocess.DEVNULL, stdout=subprocess.DEVNULL,
-                           stderr=subprocess.DEVNULL, check=False)
+    def __exit__(self, *_):
+        """Ends every program in it, and removes it."""
+        self._command("wineserver", "-k")
+        self._command("wineserver", "-w")
         shutil.rmtree(self._base, ignore_errors=True)
 
     @property
@@ -79,16 +57,16 @@ class WinePrefix:
         """Where a service finds and leaves its files."""
         return self.drive / "windows/system32"
 
-    def run(self, program, *arguments, seconds=RUN_SECONDS, **options):
+    def run(self, program, *arguments, **options):
         """A program to its end; its output as bytes."""
         return subprocess.run(self._in_time("wine", program, *arguments), env=self.environment,
-                              stdin=subprocess.DEVNULL, capture_output=True, timeout=seconds,
+                              stdin=subprocess.DEVNULL, capture_output=True, timeout=WAIT_SECONDS,
                               check=False, **options)
 
     def import_registry(self, keys):
-        """keys: as for registry_file."""
+        """keys: as for site_files.registry_file."""
         file = self._base / "import.reg"
-        file.write_bytes(b"\xff\xfe" + registry_file(keys).encode("utf-16-le"))
+        file.write_bytes(site_files.registry_file(keys))
         self._command("wine", "regedit", "/S", str(file))
 
     def registry_value(self, key, name):
@@ -100,19 +78,13 @@ class WinePrefix:
     def key_exists(self, key):
         return self.run("reg", "query", key).returncode == 0
 
-    def use_dlls_beside(self, program, *names):
-        """The DLLs of these names beside a program, in place of the system's."""
-        self.import_registry({
-            rf"HKEY_CURRENT_USER\Software\Wine\AppDefaults\{program}\DllOverrides":
-                {name: "native,builtin" for name in names}})
-
-    def _command(self, *command, seconds=RUN_SECONDS):
+    def _command(self, *command):
         # Not through a pipe: the server would keep it open.
-        done = subprocess.run(self._in_time(*command), env=self.environment, timeout=seconds,
+        done = subprocess.run(self._in_time(*command), env=self.environment, timeout=WAIT_SECONDS,
                               stdin=subprocess.DEVNULL, stdout=subprocess.DEVNULL,
                               stderr=subprocess.DEVNULL, check=False)
         if done.returncode != 0 and command[0] != "wineserver":
-            raise WineError(f"{command[0]}: exit status {done.returncode}")
+            raise RuntimeError(f"{command[0]}: exit status {done.returncode}")
 
     @staticmethod
     def _in_time(*command):

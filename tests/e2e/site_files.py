@@ -1,0 +1,72 @@
+"""Files that the tests give to programs: a registry, a domain as LDIF, certificates."""
+import base64
+import subprocess
+import time
+
+_FILETIME_EPOCH = 11644473600  # seconds from 1601 to 1970
+_SECONDS_PER_DAY = 86400
+
+
+def file_time(seconds):
+    """A time of this system's clock, as a directory keeps it."""
+    return int((seconds + _FILETIME_EPOCH) * 10**7)
+
+
+def file_span(days):
+    """An interval as a directory keeps it."""
+    return -days * _SECONDS_PER_DAY * 10**7
+
+
+def registry_file(keys):
+    """keys: {key below HKEY_LOCAL_MACHINE: {name: text or number}}. In the bytes of an export."""
+    text = "Windows Registry Editor Version 5.00\r\n"
+    for key, values in keys.items():
+        text += f"\r\n[HKEY_LOCAL_MACHINE\\{key}]\r\n"
+        for name, value in values.items():
+            data = f"dword:{value:08x}" if isinstance(value, int) else (
+                '"' + str(value).replace("\\", "\\\\").replace('"', '\\"') + '"')
+            text += f'"{name}"={data}\r\n'
+    return b"\xff\xfe" + text.encode("utf-16-le")
+
+
+def ldif_record(**values):
+    """Those that are not empty; in base64 what is more than letters and digits."""
+    record = ""
+    for name, value in values.items():
+        text = value if isinstance(value, bytes) else str(value).encode()
+        if text.isalnum():
+            record += f"{name}: {text.decode()}\n"
+        elif text:
+            record += f"{name}:: {base64.b64encode(text).decode()}\n"
+    return record + "\n"
+
+
+def domain_ldif(users):
+    """users: {name: {"age" of the password in days, and attributes that differ from the usual}}."""
+    now = time.time()
+    text = ldif_record(dn="DC=site,DC=example", objectClass="domainDNS", maxPwdAge=file_span(42))
+    for name, user in users.items():
+        # Half a day over, so that no clock comes near the edge of a day.
+        last_set = file_time(now - (user["age"] + 0.5) * _SECONDS_PER_DAY)
+        text += ldif_record(**{
+            "dn": f"CN={name},DC=site,DC=example", "objectClass": "user",
+            "objectCategory": "CN=Person,CN=Schema", "sAMAccountName": name,
+            "userAccountControl": 512, "pwdLastSet": last_set, "mail": f"{name}@example.com",
+            "givenName": "Given", "sn": "Name",
+            **{attribute: value for attribute, value in user.items() if attribute != "age"}})
+    return text
+
+
+def make_certificates(folder, name):
+    """Writes, in PEM, for a host name: self.pem, which signed itself, and host.pem, which the
+    authority in ca.pem signed; each with its key in NAME.key."""
+    def openssl(*arguments):
+        subprocess.run(["openssl", *arguments], cwd=folder, check=True, capture_output=True)
+
+    make = ("req", "-x509", "-newkey", "ec", "-pkeyopt", "ec_paramgen_curve:prime256v1", "-nodes",
+            "-days", "2")
+    host = ("-subj", f"/CN={name}", "-addext", f"subjectAltName=DNS:{name}")
+    openssl(*make, "-keyout", "self.key", "-out", "self.pem", *host)
+    openssl(*make, "-keyout", "ca.key", "-out", "ca.pem", "-subj", "/CN=Test authority")
+    openssl(*make, "-keyout", "host.key", "-out", "host.pem", *host, "-CA", "ca.pem", "-CAkey",
+            "ca.key", "-addext", "basicConstraints=critical,CA:FALSE")
