@@ -30,6 +30,7 @@ CODE_PAGE = "cp1252"  # the ANSI code page of the prefix
 WAIT_SECONDS = 60
 SILENCE_SECONDS = 1  # of a worker that is suspended
 
+STOP, PAUSE, CONTINUE = 1, 2, 3  # controls
 STOPPED, RUNNING, PAUSED = b"1", b"4", b"7"
 USAGE = f"{SERVICE} -install          install service\n{SERVICE} -remove           remove service\n"
 
@@ -75,22 +76,25 @@ def settings(port, **more):
 # system, and tested there.
 CALLS = """
 ADsGetObject LDAP://RootDse as IADs
-Get DefaultNamingContext -> 0
+Get DefaultNamingContext
 ADsGetObject LDAP://DC=site,DC=example as IDirectorySearch
 SetSearchPreference 5 type=7 value=2
 SetSearchPreference 7 type=7 value=100000
 ExecuteSearch (&(objectCategory=person)(objectClass=user)(!userAccountControl:1.2.840.113556.1.4.803:=2)) of 1: samAccountName
+GetNextRow
+GetColumn
 ADsGetLastError 512 512 -> 234
 ADsGetLastError 512 512 -> 0
 NetUserModalsGet server=null level=0
 NetApiBufferFree 0 left
 ADsOpenObject LDAP://rootDSE user=null password=null flags=1 as IADs
-Get defaultNamingContext -> 0
+Get defaultNamingContext
 ADsOpenObject LDAP://DC=site,DC=example user=null password=null flags=1 as IDirectorySearch
 NetUserGetInfo server=null level=3 user=NAME -> 0
 ExecuteSearch (&(objectCategory=user)(samAccountName=NAME)) of 1: ADsPath
 ADsOpenObject LDAP://CN=NAME,DC=site,DC=example user=null password=null flags=1 as IADs
 QueryInterface IADsUser
+properties
 NetUserSetInfo server=null level=3 user=expired expired=5 password=null buffer=read
 """.split("\n")[1:-1]
 
@@ -138,8 +142,8 @@ class Machine(unittest.TestCase):
         return done.returncode, done.stdout.decode(CODE_PAGE).replace("\r\n", "\n")
 
     @classmethod
-    def control(cls, word):
-        return cls.windows.run(cls.folder / "control_service.exe", SERVICE, word).stdout.strip()
+    def control(cls, control=0):
+        return cls.windows.run(cls.folder / "control_service.exe", SERVICE, control).stdout.strip()
 
     @classmethod
     def wait_for_report(cls):
@@ -158,7 +162,7 @@ class Machine(unittest.TestCase):
         self.assertEqual(freed[-1:], ["NetApiBufferFree 0 left"] if freed else [])
 
     def assert_gone(self):
-        self.assertEqual(self.control("query"), b"error 1060")  # no such service
+        self.assertEqual(self.control(), b"error 1060")  # no such service
         self.assertFalse(self.windows.key_exists(SERVICE_KEY))
 
 
@@ -174,12 +178,12 @@ class FirstPassTest(Machine):
         cls.prepare(USERS, keys)
         cls.installed = cls.program("-install")
         cls.wait_for_report()
-        cls.running = cls.control("query")
+        cls.running = cls.control()
         cls.start_type = cls.windows.registry_value(SERVICE_KEY, "Start")
         cls.mailing_day = cls.windows.registry_value(
             r"HKLM\Software\Kadro\PwsentryPro", "expirationLastRunDay")
         cls.delivered = cls.mail.delivered()
-        cls.stopped = cls.control("stop")
+        cls.stopped = cls.control(STOP)
         cls.here = cls.pass_on_this_system(scratch / "here", keys)
 
     @staticmethod
@@ -266,12 +270,12 @@ class ControlTest(Machine):
             self.program("/install")
             connection, _ = server.accept()
             with connection:  # the worker waits for the greeting
-                self.assertEqual(self.control("pause"), PAUSED)
+                self.assertEqual(self.control(PAUSE), PAUSED)
                 connection.sendall(b"220 ready\r\n")
                 connection.settimeout(SILENCE_SECONDS)
                 with self.assertRaises(TimeoutError):
                     connection.recv(1)
-                self.assertEqual(self.control("continue"), RUNNING)
+                self.assertEqual(self.control(CONTINUE), RUNNING)
                 connection.settimeout(WAIT_SECONDS)
                 self.assertEqual(connection.recv(4), b"EHLO")
         self.wait_for_report()
@@ -280,7 +284,7 @@ class ControlTest(Machine):
         self.assertIn("NetUserGetInfo server=null level=3 user=?ukasz -> 2221", self.calls())
         code, output = self.program("-remove")
         self.assertEqual((code, output), (0, "Stopping service...\nService successfully removed.\n"))
-        wait_for("the end of the service", lambda: self.control("query") == b"error 1060")
+        wait_for("the end of the service", lambda: self.control() == b"error 1060")
         self.assert_gone()
 
 

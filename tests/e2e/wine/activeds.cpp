@@ -15,8 +15,8 @@
 
 namespace {
 
+using stand_in::begin;
 using stand_in::domain;
-using stand_in::mustFail;
 using stand_in::record;
 using stand_in::shown;
 using stand_in::utf16;
@@ -29,17 +29,10 @@ HRESULT hresult(platform::HResult status) {
   return static_cast<HRESULT>(status);
 }
 
-std::string hex(HRESULT status) {
-  char text[16];
-  snprintf(text, sizeof text, "%lx", static_cast<unsigned long>(status));
-  return text;
-}
-
 std::string nameOf(REFIID id) {
   if (IsEqualGUID(id, IID_IADs)) return "IADs";
   if (IsEqualGUID(id, IID_IADsUser)) return "IADsUser";
-  if (IsEqualGUID(id, IID_IDirectorySearch)) return "IDirectorySearch";
-  return "unknown";
+  return IsEqualGUID(id, IID_IDirectorySearch) ? "IDirectorySearch" : "unknown";
 }
 
 BSTR newText(const std::u16string& text) {
@@ -47,16 +40,35 @@ BSTR newText(const std::u16string& text) {
 }
 
 // One counted object behind an interface; its life is recorded.
-template <class Interface, class Table>
+template <class Interface, class Content>
 struct Counted : Interface {
-  Counted(const char* what, Table* table) : kind(what) {
-    this->lpVtbl = table;
+  Counted(const char* what, std::unique_ptr<Content> object)
+      : kind(what), content(std::move(object)) {
     record("+ " + kind);
   }
   ~Counted() { record("- " + kind); }
 
   std::string kind;
+  std::unique_ptr<Content> content;
   ULONG references = 1;
+};
+
+// A directory object, as IADs and as IADsUser: the one's table begins like the other's.
+struct Entry : Counted<IADsUser, platform::DirectoryObject> {
+  using Counted::Counted;
+  std::unique_ptr<platform::DirectoryUser> user;
+};
+
+struct Search : Counted<IDirectorySearch, platform::DirectorySearch> {
+  using Counted::Counted;
+  bool paged = false;
+};
+
+// What is behind the handle of a search. With a page size its rows come in pages.
+struct Rows {
+  std::unique_ptr<platform::SearchRows> content;
+  bool paged = false;
+  int served = 0;  // of this page
 };
 
 template <class Object, class Interface>
@@ -72,38 +84,23 @@ ULONG STDMETHODCALLTYPE release(Interface* self) {
   return left;
 }
 
-// A directory object, as IADs and as IADsUser: the one's table begins like the other's.
-
-struct Entry;
-IADsUserVtbl* entryTable();
-
-struct Entry : Counted<IADsUser, IADsUserVtbl> {
-  explicit Entry(std::unique_ptr<platform::DirectoryObject> object)
-      : Counted("object", entryTable()), content(std::move(object)) {}
-  std::unique_ptr<platform::DirectoryObject> content;
-  std::unique_ptr<platform::DirectoryUser> user;
-};
-
-Entry& entryOf(IADsUser* self) {
-  return *static_cast<Entry*>(self);
-}
-
 HRESULT STDMETHODCALLTYPE queryEntry(IADsUser* self, REFIID id, void** out) {
+  auto* entry = static_cast<Entry*>(self);
   *out = nullptr;
-  record("QueryInterface " + nameOf(id));
-  if (!IsEqualGUID(id, IID_IADsUser) || mustFail("QueryInterface")) return E_NOINTERFACE;
-  const HRESULT status = hresult(entryOf(self).content->queryUser(entryOf(self).user));
+  if (!begin("QueryInterface", " " + nameOf(id)) || !IsEqualGUID(id, IID_IADsUser)) {
+    return E_NOINTERFACE;
+  }
+  const HRESULT status = hresult(entry->content->queryUser(entry->user));
   if (FAILED(status)) return status;
-  ++entryOf(self).references;
+  ++entry->references;
   *out = self;
   return status;
 }
 
 HRESULT STDMETHODCALLTYPE getProperty(IADsUser* self, BSTR name, VARIANT* value) {
+  if (!begin("Get", " " + shown(name))) return E_FAIL;
   std::u16string text;
-  const HRESULT status =
-      mustFail("Get") ? E_FAIL : hresult(entryOf(self).content->get(utf16(name), text));
-  record("Get " + shown(name) + " -> " + hex(status));
+  const HRESULT status = hresult(static_cast<Entry*>(self)->content->get(utf16(name), text));
   if (FAILED(status)) return status;
   V_VT(value) = VT_BSTR;
   V_BSTR(value) = newText(text);
@@ -112,61 +109,29 @@ HRESULT STDMETHODCALLTYPE getProperty(IADsUser* self, BSTR name, VARIANT* value)
 
 template <platform::HResult (platform::DirectoryUser::*Read)(std::u16string&)>
 HRESULT STDMETHODCALLTYPE userProperty(IADsUser* self, BSTR* value) {
+  *value = nullptr;
+  if (!begin("properties")) return E_FAIL;
   std::u16string text;
-  const HRESULT status =
-      mustFail("properties") ? E_FAIL : hresult((*entryOf(self).user.*Read)(text));
-  *value = FAILED(status) ? nullptr : newText(text);
+  const HRESULT status = hresult((*static_cast<Entry*>(self)->user.*Read)(text));
+  if (SUCCEEDED(status)) *value = newText(text);
   return status;
-}
-
-IADsUserVtbl* entryTable() {
-  static IADsUserVtbl table = [] {
-    IADsUserVtbl t{};
-    t.QueryInterface = queryEntry;
-    t.AddRef = addReference<Entry, IADsUser>;
-    t.Release = release<Entry, IADsUser>;
-    t.Get = getProperty;
-    t.get_EmailAddress = userProperty<&platform::DirectoryUser::emailAddress>;
-    t.get_FirstName = userProperty<&platform::DirectoryUser::firstName>;
-    t.get_LastName = userProperty<&platform::DirectoryUser::lastName>;
-    return t;
-  }();
-  return &table;
-}
-
-// A search. Behind its handle are the rows; with a page size they come in pages.
-
-struct Rows {
-  std::unique_ptr<platform::SearchRows> content;
-  bool paged = false;
-  int served = 0;  // of this page
-};
-
-struct Search;
-IDirectorySearchVtbl* searchTable();
-
-struct Search : Counted<IDirectorySearch, IDirectorySearchVtbl> {
-  explicit Search(std::unique_ptr<platform::DirectorySearch> search)
-      : Counted("search", searchTable()), content(std::move(search)) {}
-  std::unique_ptr<platform::DirectorySearch> content;
-  bool paged = false;
-};
-
-Search& searchOf(IDirectorySearch* self) {
-  return *static_cast<Search*>(self);
 }
 
 HRESULT STDMETHODCALLTYPE setPreference(IDirectorySearch* self, PADS_SEARCHPREF_INFO preferences,
                                         DWORD count) {
-  if (mustFail("SetSearchPreference")) return E_FAIL;
+  auto* search = static_cast<Search*>(self);
   for (DWORD i = 0; i < count; ++i) {
-    const ADS_SEARCHPREF_INFO& one = preferences[i];
-    record("SetSearchPreference " + std::to_string(one.dwSearchPref) + " type=" +
-           std::to_string(one.vValue.dwType) + " value=" + std::to_string(one.vValue.Integer));
-    if (one.dwSearchPref == ADS_SEARCHPREF_SEARCH_SCOPE) {
-      searchOf(self).content->setScope(static_cast<platform::SearchScope>(one.vValue.Integer));
+    const DWORD which = preferences[i].dwSearchPref;
+    const DWORD type = preferences[i].vValue.dwType, value = preferences[i].vValue.Integer;
+    if (!begin("SetSearchPreference", " " + std::to_string(which) +
+                                          " type=" + std::to_string(type) +
+                                          " value=" + std::to_string(value))) {
+      return E_FAIL;
+    }
+    if (which == ADS_SEARCHPREF_SEARCH_SCOPE) {
+      search->content->setScope(static_cast<platform::SearchScope>(value));
     } else {
-      searchOf(self).paged = true;
+      search->paged = true;
     }
   }
   return S_OK;
@@ -174,13 +139,15 @@ HRESULT STDMETHODCALLTYPE setPreference(IDirectorySearch* self, PADS_SEARCHPREF_
 
 HRESULT STDMETHODCALLTYPE execute(IDirectorySearch* self, LPWSTR filter, LPWSTR* names, DWORD count,
                                   PADS_SEARCH_HANDLE handle) {
-  record("ExecuteSearch " + shown(filter) + " of " + std::to_string(count) + ": " +
-         shown(names[0]));
-  if (mustFail("ExecuteSearch")) return E_FAIL;
+  auto* search = static_cast<Search*>(self);
+  if (!begin("ExecuteSearch",
+             " " + shown(filter) + " of " + std::to_string(count) + ": " + shown(names[0]))) {
+    return E_FAIL;
+  }
   auto rows = std::make_unique<Rows>();
-  rows->paged = searchOf(self).paged;
+  rows->paged = search->paged;
   const HRESULT status =
-      hresult(searchOf(self).content->execute(utf16(filter), utf16(names[0]), rows->content));
+      hresult(search->content->execute(utf16(filter), utf16(names[0]), rows->content));
   if (FAILED(status)) return status;
   record("+ rows");
   *handle = rows.release();
@@ -188,21 +155,17 @@ HRESULT STDMETHODCALLTYPE execute(IDirectorySearch* self, LPWSTR filter, LPWSTR*
 }
 
 HRESULT STDMETHODCALLTYPE nextRow(IDirectorySearch*, ADS_SEARCH_HANDLE handle) {
-  if (mustFail("GetNextRow")) return E_FAIL;
+  if (!begin("GetNextRow")) return E_FAIL;
   auto* rows = static_cast<Rows*>(handle);
-  if (rows->paged && rows->served == kRowsOfAPage) {
-    rows->served = 0;
-    lastError = ERROR_MORE_DATA;
-    return S_ADS_NOMORE_ROWS;
-  }
-  ++rows->served;
-  lastError = ERROR_SUCCESS;
-  return hresult(rows->content->next());
+  const bool endOfPage = rows->paged && rows->served == kRowsOfAPage;
+  rows->served = endOfPage ? 0 : rows->served + 1;
+  lastError = endOfPage ? ERROR_MORE_DATA : ERROR_SUCCESS;
+  return endOfPage ? S_ADS_NOMORE_ROWS : hresult(rows->content->next());
 }
 
 HRESULT STDMETHODCALLTYPE getColumn(IDirectorySearch*, ADS_SEARCH_HANDLE handle, LPWSTR name,
                                     PADS_SEARCH_COLUMN column) {
-  if (mustFail("GetColumn")) return E_FAIL;
+  if (!begin("GetColumn")) return E_FAIL;
   platform::SearchColumn found;
   const HRESULT status = hresult(static_cast<Rows*>(handle)->content->column(utf16(name), found));
   if (FAILED(status)) return status;
@@ -229,57 +192,62 @@ HRESULT STDMETHODCALLTYPE closeRows(IDirectorySearch*, ADS_SEARCH_HANDLE handle)
   return S_OK;
 }
 
-IDirectorySearchVtbl* searchTable() {
-  static IDirectorySearchVtbl table = [] {
-    IDirectorySearchVtbl t{};
-    t.AddRef = addReference<Search, IDirectorySearch>;
-    t.Release = release<Search, IDirectorySearch>;
-    t.SetSearchPreference = setPreference;
-    t.ExecuteSearch = execute;
-    t.GetNextRow = nextRow;
-    t.GetColumn = getColumn;
-    t.FreeColumn = freeColumn;
-    t.CloseSearchHandle = closeRows;
-    return t;
-  }();
-  return &table;
+HRESULT openSearch(LPCWSTR path, DWORD flags, void** out) {
+  static IDirectorySearchVtbl table{};
+  table.AddRef = addReference<Search, IDirectorySearch>;
+  table.Release = release<Search, IDirectorySearch>;
+  table.SetSearchPreference = setPreference;
+  table.ExecuteSearch = execute;
+  table.GetNextRow = nextRow;
+  table.GetColumn = getColumn;
+  table.FreeColumn = freeColumn;
+  table.CloseSearchHandle = closeRows;
+  std::unique_ptr<platform::DirectorySearch> content;
+  const HRESULT status = hresult(domain().openSearch(utf16(path), flags, content));
+  if (FAILED(status)) return status;
+  auto* search = new Search("search", std::move(content));
+  search->lpVtbl = &table;
+  *out = search;
+  return status;
 }
 
-HRESULT open(LPCWSTR path, DWORD flags, REFIID id, void** out) {
-  *out = nullptr;
-  if (IsEqualGUID(id, IID_IDirectorySearch)) {
-    std::unique_ptr<platform::DirectorySearch> search;
-    const HRESULT status = hresult(domain().openSearch(utf16(path), flags, search));
-    if (SUCCEEDED(status)) *out = new Search(std::move(search));
-    return status;
-  }
-  std::unique_ptr<platform::DirectoryObject> object;
-  const HRESULT status = hresult(domain().openObject(utf16(path), flags, object));
-  if (SUCCEEDED(status)) *out = new Entry(std::move(object));
+HRESULT openEntry(LPCWSTR path, DWORD flags, void** out) {
+  static IADsUserVtbl table{};
+  table.QueryInterface = queryEntry;
+  table.AddRef = addReference<Entry, IADsUser>;
+  table.Release = release<Entry, IADsUser>;
+  table.Get = getProperty;
+  table.get_EmailAddress = userProperty<&platform::DirectoryUser::emailAddress>;
+  table.get_FirstName = userProperty<&platform::DirectoryUser::firstName>;
+  table.get_LastName = userProperty<&platform::DirectoryUser::lastName>;
+  std::unique_ptr<platform::DirectoryObject> content;
+  const HRESULT status = hresult(domain().openObject(utf16(path), flags, content));
+  if (FAILED(status)) return status;
+  auto* entry = new Entry("object", std::move(content));
+  entry->lpVtbl = &table;
+  *out = entry;
   return status;
+}
+
+HRESULT open(const char* call, const std::string& how, LPCWSTR path, DWORD flags, REFIID id,
+             void** out) {
+  *out = nullptr;
+  if (!begin(call, " " + shown(path) + how + " as " + nameOf(id))) return E_FAIL;
+  const bool isSearch = IsEqualGUID(id, IID_IDirectorySearch);
+  return isSearch ? openSearch(path, flags, out) : openEntry(path, flags, out);
 }
 
 }  // namespace
 
 EXPORTED HRESULT WINAPI ADsOpenObject(LPCWSTR path, LPCWSTR user, LPCWSTR password, DWORD flags,
                                       REFIID id, void** out) {
-  record("ADsOpenObject " + shown(path) + " user=" + shown(user) +
-         " password=" + (password == nullptr ? "null" : "given") +
-         " flags=" + std::to_string(flags) + " as " + nameOf(id));
-  if (mustFail("ADsOpenObject")) {
-    *out = nullptr;
-    return E_FAIL;
-  }
-  return open(path, flags, id, out);
+  const std::string how =
+      " user=" + shown(user) + " password=" + shown(password) + " flags=" + std::to_string(flags);
+  return open("ADsOpenObject", how, path, flags, id, out);
 }
 
 EXPORTED HRESULT WINAPI ADsGetObject(LPCWSTR path, REFIID id, void** out) {
-  record("ADsGetObject " + shown(path) + " as " + nameOf(id));
-  if (mustFail("ADsGetObject")) {
-    *out = nullptr;
-    return E_FAIL;
-  }
-  return open(path, 0, id, out);
+  return open("ADsGetObject", "", path, 0, id, out);
 }
 
 EXPORTED HRESULT WINAPI ADsGetLastError(LPDWORD error, LPWSTR text, DWORD textSize, LPWSTR name,

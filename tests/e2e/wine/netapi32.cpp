@@ -12,7 +12,7 @@
 
 namespace {
 
-using stand_in::mustFail;
+using stand_in::begin;
 using stand_in::record;
 using stand_in::shown;
 
@@ -37,13 +37,13 @@ std::string levelAndServer(LPCWSTR server, DWORD level) {
 
 EXPORTED NET_API_STATUS WINAPI NetUserGetInfo(LPCWSTR server, LPCWSTR name, DWORD level,
                                               LPBYTE* buffer) {
+  *buffer = nullptr;
   platform::UserInfo info;
   const platform::NetStatus status = stand_in::domain().userInfo(stand_in::utf16(name), info);
-  record("NetUserGetInfo" + levelAndServer(server, level) + " user=" + shown(name) + " -> " +
-         std::to_string(status));
-  *buffer = nullptr;
-  if (mustFail("NetUserGetInfo")) return NERR_InternalError;
-  if (level != 3) return ERROR_INVALID_LEVEL;
+  if (!begin("NetUserGetInfo", levelAndServer(server, level) + " user=" + shown(name) + " -> " +
+                                   std::to_string(status))) {
+    return NERR_InternalError;
+  }
   if (status != NERR_Success) return status;
   USER_INFO_3 content{};
   content.usri3_flags = info.flags;
@@ -56,22 +56,20 @@ EXPORTED NET_API_STATUS WINAPI NetUserGetInfo(LPCWSTR server, LPCWSTR name, DWOR
 EXPORTED NET_API_STATUS WINAPI NetUserSetInfo(LPCWSTR server, LPCWSTR name, DWORD level,
                                               LPBYTE buffer, LPDWORD) {
   const auto* content = reinterpret_cast<const USER_INFO_3*>(buffer);
-  record("NetUserSetInfo" + levelAndServer(server, level) + " user=" + shown(name) +
-         " expired=" + std::to_string(content->usri3_password_expired) +
-         " password=" + (content->usri3_password == nullptr ? "null" : "set") +
-         " buffer=" + (buffers().contains(buffer) ? "read" : "made"));
-  if (mustFail("NetUserSetInfo")) return NERR_InternalError;
-  if (level != 3) return ERROR_INVALID_LEVEL;
   platform::UserInfo info;
   info.passwordExpired = content->usri3_password_expired;
+  if (!begin("NetUserSetInfo", levelAndServer(server, level) + " user=" + shown(name) +
+                                   " expired=" + std::to_string(info.passwordExpired) +
+                                   " password=" + shown(content->usri3_password) +
+                                   " buffer=" + (buffers().contains(buffer) ? "read" : "made"))) {
+    return NERR_InternalError;
+  }
   return stand_in::domain().setUserInfo(stand_in::utf16(name), info);
 }
 
 EXPORTED NET_API_STATUS WINAPI NetUserModalsGet(LPCWSTR server, DWORD level, LPBYTE* buffer) {
-  record("NetUserModalsGet" + levelAndServer(server, level));
   *buffer = nullptr;
-  if (mustFail("NetUserModalsGet")) return NERR_InternalError;
-  if (level != 0) return ERROR_INVALID_LEVEL;
+  if (!begin("NetUserModalsGet", levelAndServer(server, level))) return NERR_InternalError;
   platform::DomainModals modals;
   const platform::NetStatus status = stand_in::domain().domainModals(modals);
   if (status != NERR_Success) return status;

@@ -38,9 +38,10 @@ void record(const std::string& line) {
   if (!platform::appendToFile(folder() + "calls.log", line + "\n")) std::abort();
 }
 
-bool mustFail(const std::string& call) {
-  std::string named;
-  return platform::readWholeFile(folder() + "fault.txt", named) && named == call;
+bool begin(const std::string& call, const std::string& details) {
+  record(call + details);
+  std::string failing;
+  return !platform::readWholeFile(folder() + "fault.txt", failing) || failing != call;
 }
 
 std::string shown(const wchar_t* text) {

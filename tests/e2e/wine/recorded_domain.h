@@ -15,8 +15,8 @@ platform::SnapshotDirectory& domain();
 // Adds a line.
 void record(const std::string& line);
 
-// Whether this call is the one that is to fail.
-bool mustFail(const std::string& call);
+// Adds a line for a call; false when it is the one that is to fail.
+bool begin(const std::string& call, const std::string& details = "");
 
 // A wide text for a line of the record; "null" for none.
 std::string shown(const wchar_t* text);
