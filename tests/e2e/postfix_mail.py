@@ -23,27 +23,21 @@ import subprocess
 import tempfile
 import time
 
-DOMAIN = "example.com"  # all mail to it is taken
+from site_files import DOMAIN
+
 WAIT_SECONDS = 60
 
 MAIN_CF = """\
 compatibility_level = 3.6
 queue_directory = {folder}/queue
 data_directory = {folder}/data
-command_directory = /usr/sbin
-daemon_directory = /usr/lib/postfix/sbin
-meta_directory = /etc/postfix
-mail_owner = postfix
-setgid_group = postdrop
 maillog_file = {folder}/mail.log
 maillog_file_prefixes = {folder}
 inet_interfaces = 127.0.0.1
 inet_protocols = ipv4
 myhostname = mail.{domain}
 mydestination =
-mynetworks_style = host
 alias_maps =
-alias_database =
 local_recipient_maps =
 local_transport = error:no local delivery
 default_transport = error:nothing leaves this machine

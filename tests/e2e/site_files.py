@@ -3,6 +3,11 @@ import base64
 import subprocess
 import time
 
+DOMAIN = "example.com"  # of the mail addresses
+ADMIN_MAIL = f"admin@{DOMAIN}"
+POLICIES = r"Software\Policies\Kadro\PwsentryProMPE"
+SETTINGS = POLICIES + r"\PWExpiration"
+
 _FILETIME_EPOCH = 11644473600  # seconds from 1601 to 1970
 _SECONDS_PER_DAY = 86400
 
@@ -15,6 +20,20 @@ def file_time(seconds):
 def file_span(days):
     """An interval as a directory keeps it."""
     return -days * _SECONDS_PER_DAY * 10**7
+
+
+def site_registry(port, **settings):
+    """The keys of a site that mails to a port: the maximum age is 60 days, warnings go out 14, 7 and
+    1 days before."""
+    return {
+        POLICIES: {"expirationServiceDebug": 1},
+        POLICIES + r"\DefaultPolicy": {
+            "policyName": "Everybody", "maxPasswordAge": 60, "emailWarnings": 1},
+        SETTINGS: {
+            "smtpServer": "127.0.0.1", "smtpPort": port, "htmllog": 1, "emailAdminReports": 1,
+            "adminEmailAddress": ADMIN_MAIL, "emailFromAddress": f"Help Desk <desk@{DOMAIN}>",
+            "warning1": 14, "warning2": 7, "warning3": 1, **settings},
+    }
 
 
 def registry_file(keys):
@@ -51,7 +70,7 @@ def domain_ldif(users):
         text += ldif_record(**{
             "dn": f"CN={name},DC=site,DC=example", "objectClass": "user",
             "objectCategory": "CN=Person,CN=Schema", "sAMAccountName": name,
-            "userAccountControl": 512, "pwdLastSet": last_set, "mail": f"{name}@example.com",
+            "userAccountControl": 512, "pwdLastSet": last_set, "mail": f"{name}@{DOMAIN}",
             "givenName": "Given", "sn": "Name",
             **{attribute: value for attribute, value in user.items() if attribute != "age"}})
     return text

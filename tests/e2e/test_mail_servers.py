@@ -10,7 +10,8 @@ import unittest
 
 import mail_probe
 import site_files
-from postfix_mail import DOMAIN, PostfixMail
+from postfix_mail import PostfixMail
+from site_files import DOMAIN
 
 EXAMPLE = mail_probe.ROOT / "build/release/examples/send_mail"
 USER, PASSWORD, WRONG = "postman", "p\u00e4ss & <word>", "not-it-9f3a"

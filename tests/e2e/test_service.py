@@ -24,7 +24,6 @@ TIMEOUT = 60  # seconds that anything may take before a test fails
 RT_SIGSUSPEND = "130 "  # as /proc shows the system call that a thread is in
 USAGE = ("NRVPasswordExpiration -install          install service\n"
          "NRVPasswordExpiration -remove           remove service\n")
-POLICIES = r"Software\Policies\Kadro\PwsentryProMPE"
 
 
 class ServiceTest(unittest.TestCase):
@@ -44,10 +43,7 @@ class ServiceTest(unittest.TestCase):
         ldif = self.folder / "domain.ldif"
         ldif.write_text(site_files.domain_ldif({name: dict(age=age) for name in users}))
         self.registry.write_bytes(site_files.registry_file({
-            POLICIES: {"expirationServiceDebug": 1},
-            POLICIES + r"\DefaultPolicy": {
-                "policyName": "Everybody", "maxPasswordAge": 42, "emailWarnings": 1},
-            POLICIES + r"\PWExpiration": {"smtpServer": "127.0.0.1", "smtpPort": port},
+            **site_files.site_registry(port, emailAdminReports=0),
             r"Software\Kadro\PwsentryPro\Directory": {"uri": f"ldif:{ldif}"}}))
 
     def begin(self, *arguments, program=PROGRAM, **environment):
@@ -113,7 +109,7 @@ class ServiceTest(unittest.TestCase):
     def test_a_pause_freezes_the_worker_in_the_middle_of_a_mail(self):
         server = self.enterContext(socket.create_server(("127.0.0.1", 0)))
         server.settimeout(TIMEOUT)
-        self.set_up_site(["walter"], 40, server.getsockname()[1])
+        self.set_up_site(["walter"], 59, server.getsockname()[1])
         process = self.start_up()
         connection, _ = server.accept()  # the mail waits for the greeting
         self.enterContext(connection)

@@ -16,16 +16,15 @@ import unittest
 
 import site_files
 import wine_prefix
-from postfix_mail import DOMAIN, PostfixMail
+from postfix_mail import PostfixMail
+from site_files import ADMIN_MAIL, DOMAIN, site_registry
 
 ROOT = pathlib.Path(__file__).resolve().parents[2]
 WINDOWS = ROOT / "build/windows"
 LINUX_PROGRAM = ROOT / "build/release/console/pwlapse"
-ADMIN_MAIL = f"admin@{DOMAIN}"
 REFUSED = f"refused@{DOMAIN}"
 SERVICE = "NRVPasswordExpiration"
 SERVICE_KEY = rf"HKLM\SYSTEM\CurrentControlSet\Services\{SERVICE}"
-POLICIES = r"Software\Policies\Kadro\PwsentryProMPE"
 CODE_PAGE = "cp1252"  # the ANSI code page of the prefix
 WAIT_SECONDS = 60
 SILENCE_SECONDS = 1  # of a worker that is suspended
@@ -39,7 +38,6 @@ TEMPLATE = "<html><p>Gr\u00fc\u00dfe, <%firstName%>: <%username%> has <%daysUnti
 DENY_CHANGE = base64.b64decode(
     "AQAEgAAAAAAAAAAAAAAAABQAAAAEADAAAQAAAAYAKAAAAQAAAQAAAFMacqsvHtARmBkAqgBAUpsBAQAAAAAABQoAAAA=")
 
-# The maximum age is 60 days, warnings go out 14, 7 and 1 days before.
 USERS = {
     "outside": dict(age=20),
     "warned": dict(age=53),
@@ -57,19 +55,6 @@ MAILED = {"warned": 7, "zo\u00eb.m\u00fcller": 7}
 
 def address_of(name):
     return USERS[name].get("mail", f"{name}@{DOMAIN}")
-
-
-def settings(port, **more):
-    return {
-        POLICIES: {"expirationServiceDebug": 1},
-        POLICIES + r"\DefaultPolicy": {
-            "policyName": "Everybody", "maxPasswordAge": 60, "emailWarnings": 1},
-        POLICIES + r"\PWExpiration": {
-            "smtpServer": "127.0.0.1", "smtpPort": port, "smtpStartTls": 1, "htmllog": 1,
-            "emailFromAddress": f"desk@{DOMAIN}", "emailSubject": "Kennwort l\u00e4uft ab",
-            "adminEmailAddress": ADMIN_MAIL, "emailAdminReports": 1,
-            "warning1": 14, "warning2": 7, "warning3": 1, **more},
-    }
 
 
 # Every call of a pass that differs from the others; how often and in which order is the same on every
@@ -174,7 +159,7 @@ class FirstPassTest(Machine):
         site_files.make_certificates(scratch, "127.0.0.1")
         cls.mail = cls.enterClassContext(
             PostfixMail(refused=REFUSED, tls=(scratch / "self.pem", scratch / "self.key")))
-        keys = settings(cls.mail.port)
+        keys = site_registry(cls.mail.port, smtpStartTls=1, emailSubject="Kennwort l\u00e4uft ab")
         cls.prepare(USERS, keys)
         cls.installed = cls.program("-install")
         cls.wait_for_report()
@@ -265,7 +250,7 @@ class ControlTest(Machine):
         users = {"walter": dict(age=59), "lukasz": dict(age=20), "\u0142ukasz": dict(age=65)}
         with socket.create_server(("127.0.0.1", 0)) as server:
             server.settimeout(WAIT_SECONDS)
-            self.prepare(users, settings(server.getsockname()[1], emailAdminReports=0, smtpStartTls=0))
+            self.prepare(users, site_registry(server.getsockname()[1], emailAdminReports=0))
             before = (self.folder / "domain.ldif").read_text()
             self.program("/install")
             connection, _ = server.accept()
@@ -289,7 +274,7 @@ class ControlTest(Machine):
 
 
     def test_every_failure_releases_everything(self):
-        self.prepare({"walter": dict(age=59), "expired": dict(age=65), "other": dict(age=1)}, settings(1))
+        self.prepare({"walter": dict(age=59), "expired": dict(age=65), "other": dict(age=1)}, site_registry(1))
         for call in (None, "ADsGetObject", "ADsOpenObject", "Get", "SetSearchPreference", "ExecuteSearch",
                      "GetNextRow", "GetColumn", "QueryInterface", "properties", "NetUserGetInfo",
                      "NetUserSetInfo", "NetUserModalsGet"):
