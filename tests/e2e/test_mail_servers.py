@@ -2,6 +2,7 @@
 import base64
 import email
 import email.policy
+import itertools
 import os
 import pathlib
 import subprocess
@@ -67,27 +68,22 @@ class ServersTest(unittest.TestCase):
     def test_every_way(self):
         for certificate in ("self", "host"):
             server, sent = self.servers[certificate], []
-            for way, (_, no_tls) in WAYS.items():
-                for verify in (0, 1):
-                    for method, no_login in METHODS.items():
-                        for password in (PASSWORD, WRONG):
-                            with self.subTest(f"{certificate} {way} {verify} {method} {password}"):
-                                done, log, mime = self.send(
-                                    server, [("RequireVerifiedCertificate", verify)], way=way,
-                                    method=method, password=password)
-                                said = "" if way == "plain" else (
-                                    "SSL Server Certificate "
-                                    f"{'' if certificate == 'host' else 'not '}verified.")
-                                self.assertIn(said, log)
-                                if certificate == "self" and verify and way != "plain":
-                                    self.assertIn("Failed to verify server certificate", log)
-                                    problem = no_tls
-                                else:
-                                    problem = no_login if password == WRONG else ""
-                                self.assertIn(problem, log)
-                                self.assertEqual(done, not problem, log)
-                                if done:
-                                    sent.append(mime)
+            for case in itertools.product(WAYS, (0, 1), METHODS, (PASSWORD, WRONG)):
+                with self.subTest(f"{certificate} {case}"):
+                    way, verify, method, password = case
+                    done, log, mime = self.send(server, [("RequireVerifiedCertificate", verify)],
+                                                way=way, method=method, password=password)
+                    if way != "plain":
+                        self.assertIn("SSL Server Certificate "
+                                      f"{'' if certificate == 'host' else 'not '}verified.", log)
+                    problem = METHODS[method] if password == WRONG else ""
+                    if certificate == "self" and verify and way != "plain":
+                        self.assertIn("Failed to verify server certificate", log)
+                        problem = WAYS[way][1]
+                    self.assertIn(problem, log)
+                    self.assertEqual(done, not problem, log)
+                    if done:
+                        sent.append(mime)
             self.check_delivered(server, sent)
 
     def check_delivered(self, server, sent):

@@ -97,20 +97,8 @@ DEBUG_ENDS = {
     (0, "mustchange"): "{0}\n" + READ,
     (0, "quiet"): MISMATCH,
     (0, "nomail"): MATCH,
-    (0, "refused"): MATCH + f"""  emailUser() - begin
-    countdown (inside emailUser): 14
-    szUser: refused
-    szUserEmail: {REFUSED}
-**HTML email body file found.
-    user firstname: Given
-    user lastname: Name
-    days until expiration: 14
-    ..search and replace countdown string done.
-    expirationLastRunDay set to {TODAY().day}
-    emailUser failed. Check c:\\windows\\system32\\errors-norvyn-email.xml for more information.
-  emailUser() - end
-  user matches a warning interval.\n
-""",
+    (0, "refused"): "    emailUser failed. Check c:\\windows\\system32\\errors-norvyn-email.xml for more "
+                    "information.\n  emailUser() - end\n  user matches a warning interval.\n\n",
     (0, "expired"): MISMATCH + "  Expiring password for user={0}\n  --STAGE 400\n",
 }
 
@@ -231,7 +219,8 @@ class WholePassTest(unittest.TestCase):
         [admin] = [mail for mail in self.delivered if mail.recipient == ADMIN_MAIL]
         warning = next(mail for mail in self.delivered if mail.recipient.startswith("zoe@"))
         title, name = "Norvyn Password Expiration Report", "zo\u00eb.m\u00fcller"
-        file = page_pictures.look_at(self.site.folder / "logfiles/norvyn-expiration-report.html", "report-file")
+        report = self.site.folder / "logfiles/norvyn-expiration-report.html"
+        file = page_pictures.look_at(report, "report-file")
         for page in file, page_pictures.look_at_mail(admin.message, "report-mail"):
             self.assertEqual((page.title, [width > 100 for _, width in page.images], name in page.text),
                              (title, [True], True))
@@ -285,6 +274,7 @@ class WholePassTest(unittest.TestCase):
             age = USERS[name]["password_age"] or 0
             end = end.format(name, age, 60 - age)
             self.assertEqual(users[slot, name][-len(end):], end)
+        self.assertIn("**HTML email body file found.\n    user firstname: ", users[0, "refused"])
 
     def test_error_file_tells_why_and_keeps_no_secret(self):
         log = self.site.read("errors-norvyn-email.xml")
@@ -344,18 +334,16 @@ class LaterPassTest(unittest.TestCase):
 
     def test_input_that_cannot_be_used(self):
         registry = self.site.registry
-        for what, content, said in (
-                ("missing", None, f"{registry}: "),
-                ("wrong at line 3", b'REGEDIT4\r\n\r\n"a"=dword:zz\r\n', f"{registry}:3: "),
-                ("not a registry file", b"\x00\x01\x02", f"{registry}:1: ")):
-            with self.subTest(what):
+        for content, said in ((None, f"{registry}: "),
+                              (b'REGEDIT4\r\n\r\n"a"=dword:zz\r\n', f"{registry}:3: "),
+                              (b"\x00\x01\x02", f"{registry}:1: ")):
+            with self.subTest(said):
                 if content is not None:
                     registry.write_bytes(content)
                 done = self.site.run()
                 self.assertEqual((done.returncode, done.stdout), (2, ""))
                 self.assertRegex(done.stderr, rf"\Apwlapse: {re.escape(said)}[^\n]+\n\Z")
-                if content is not None:
-                    self.assertEqual(registry.read_bytes(), content)
+                self.assertEqual(registry.read_bytes() if registry.exists() else None, content)
         done = subprocess.run([PROGRAM, "run", "--nonsense"], capture_output=True, text=True)
         self.assertEqual((done.returncode, done.stdout, done.stderr.count("\n")), (2, "", 1))
 

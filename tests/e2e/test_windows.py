@@ -182,11 +182,12 @@ class FirstPassTest(Machine):
                        timeout=WAIT_SECONDS, capture_output=True, check=False)
         return folder
 
-    def test_installation_starts_it(self):
+    def test_installation_starts_it_and_the_pass_leaves_its_day(self):
         name = "Norvyn Password Expiration Service"
         self.assertEqual(self.installed, (0, f"{name} installed.\n{name} started.\n"))
         self.assertEqual(self.running, RUNNING)
         self.assertEqual(self.start_type, "0x2")
+        self.assertEqual(self.mailing_day, hex(datetime.date.today().day))
 
     def test_mails_go_out_over_tls(self):
         warnings = [mail for mail in self.delivered if mail.recipient != ADMIN_MAIL]
@@ -213,12 +214,9 @@ class FirstPassTest(Machine):
         self.assertEqual(due, ["expired"])
 
     def test_files_are_those_of_a_pass_on_this_system(self):
-        names = {"norvyn-expiration-debug.log", "norvyn-expiring-soon.log", "norvyn-expired-pw.log",
-                 "pwexpirationskiplist.txt", "norvyn-expiration-report.html"}
         there = {file.name.lower(): file.read_bytes() for file in self.logs.iterdir()}
         here = {file.name: file.read_bytes() for file in (self.here / "logfiles").iterdir()}
-        self.assertEqual(set(there), names)
-        self.assertEqual(set(here), names)
+        self.assertEqual((len(there), set(there)), (5, set(here)))
         report = "norvyn-expiration-report.html"
         self.assertEqual(comparable(there.pop(report).decode("ascii")),
                          comparable(here.pop(report).decode("ascii")))
@@ -230,9 +228,6 @@ class FirstPassTest(Machine):
         self.assertEqual((system / "norvyn-report-logo.gif").read_bytes(),
                          (self.here / "norvyn-report-logo.gif").read_bytes())
         self.assertIn(REFUSED, (system / "errors-norvyn-email.xml").read_text("utf-8"))
-
-    def test_mailing_day_is_in_the_registry(self):
-        self.assertEqual(self.mailing_day, hex(datetime.date.today().day))
 
     def test_stops_and_leaves_nothing(self):
         self.assertEqual(self.stopped, STOPPED)
