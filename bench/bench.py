@@ -21,8 +21,8 @@ BUILD = ROOT / "build/bench"
 PWLAPSE = BUILD / "console/pwlapse"
 PROGRAMS = BUILD / "bench"
 sys.path.insert(0, str(ROOT / "tests/e2e"))
-import as_root  # noqa: E402
 import ldif_site  # noqa: E402
+import own_network  # noqa: E402
 import samba_ad  # noqa: E402
 
 ROUNDS = 5  # of what takes seconds
@@ -146,13 +146,11 @@ def bench_ldif(table):
 
 
 def bench_ldap(table):
-    if not as_root.become_root():
-        sys.exit("bench: the domain controller takes root")
     with samba_ad.SambaAd() as domain, tempfile.TemporaryDirectory(prefix="bench-") as folder:
         domain.add_users(samba_ad.User(f"user{n}", mail=f"user{n}@example.test", given_name="First",
                                        surname="Last", password_age=n % 60 + 1)
                          for n in range(LDAP_USERS))
-        uri = f"ldaps://{domain.uri_host}"
+        uri = f"ldaps://{samba_ad.HOST}"
         password = pathlib.Path(folder) / "password"
         password.touch(mode=0o600)
         password.write_text(samba_ad.ADMIN_PASSWORD)
@@ -278,7 +276,7 @@ def main():
     names = sys.argv[1:] or list(parts)
     if not set(names) <= set(parts):
         sys.exit("usage: scripts/bench [run|mail]")
-    samba_ad.enter_own_network()
+    own_network.enter()
     table = Table()
     for name in names:
         for measure in parts[name]:

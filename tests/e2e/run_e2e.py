@@ -1,28 +1,21 @@
 #!/usr/bin/python3
 """Runs the end-to-end tests: all of this folder, or those named (test_pass, test_ldap.X.test_y).
 
-Needs root, for the servers; uses sudo. Runs in a network of its own, where every port is free and
-nothing reaches the outside, with mounts of its own. The last line is "N passed, N failed"; a test
-that was skipped counts as failed, since what it should have shown was not shown.
+Needs root, for the servers; uses sudo where there is one that asks nothing. The last line is
+"N passed, N failed"; a test that was skipped counts as failed, since what it should have shown was
+not shown.
 """
-import os
 import pathlib
-import subprocess
 import sys
 import unittest
 
 FOLDER = pathlib.Path(__file__).resolve().parent
-OWN_NETWORK = "PWLAPSE_E2E_OWN_NETWORK"  # set in there
+sys.path.insert(0, str(FOLDER))
+import own_network  # noqa: E402
 
 
 def main():
-    if os.geteuid() != 0:
-        os.execvp("sudo", ["sudo", "-n", "--", *sys.orig_argv])
-    if OWN_NETWORK not in os.environ:
-        os.environ[OWN_NETWORK] = "1"
-        os.execvp("unshare", ["unshare", "--net", "--mount", *sys.orig_argv])
-    subprocess.run(["ip", "link", "set", "lo", "up"], check=True)
-    sys.path.insert(0, str(FOLDER))
+    own_network.enter()
     loader = unittest.TestLoader()
     names = sys.argv[1:]
     suite = loader.loadTestsFromNames(names) if names else loader.discover(str(FOLDER))
