@@ -37,8 +37,10 @@ Method number(Object& object, void (Object::*put)(Number)) {
   };
 }
 
-Method call(KvEmail& email, bool (KvEmail::*method)(const char*)) {
-  return [=, &email](const char* one, const char*) { return std::to_string((email.*method)(one)); };
+template <class Object>
+Method call(Object& object, bool (Object::*method)(const char*)) {
+  return
+      [=, &object](const char* one, const char*) { return std::to_string((object.*method)(one)); };
 }
 
 Method pair(KvEmail& email, bool (KvEmail::*method)(const char*, const char*)) {
@@ -66,6 +68,7 @@ std::map<std::string, Method> methodsOf(KvEmail& email, KvMailMan& man) {
       {"SmtpSsl", number(man, &KvMailMan::put_SmtpSsl)},
       {"StartTLS", number(man, &KvMailMan::put_StartTLS)},
       {"RequireVerifiedCertificate", number(man, &KvMailMan::put_RequireVerifiedCertificate)},
+      {"SetSslClientCert", call(man, &KvMailMan::SetSslClientCert)},
       {"SmtpUsername", text(man, &KvMailMan::put_SmtpUsername)},
       {"SmtpPassword", text(man, &KvMailMan::put_SmtpPassword)},
       {"SmtpAuthMethod", text(man, &KvMailMan::put_SmtpAuthMethod)},

@@ -61,6 +61,8 @@ smtpd_sasl_security_options = noanonymous
 smtpd_tls_security_level = {tls_level}
 smtpd_tls_cert_file = {certificate}
 smtpd_tls_key_file = {key}
+smtpd_tls_ask_ccert = yes
+smtpd_tls_received_header = yes
 """
 
 # No service is in a chroot; the limits of processes are those of the program.

@@ -96,6 +96,20 @@ class ServersTest(unittest.TestCase):
             self.assertEqual(sorted(mail.raw[mail.raw.index(b"MIME-Version"):] for mail in got),
                              sorted(mime.replace("\r\n", "\n").encode() + b"\n" for mime in sent))
 
+    def test_shows_a_certificate_of_its_own(self):
+        client = self.folder / "client.pem"
+        client.write_bytes(b"".join((self.folder / f"host.{kind}").read_bytes()
+                                    for kind in ("pem", "key")))
+        server = self.servers["self"]
+        done, log, _ = self.send(server, [("SetSslClientCert", client)], way="STARTTLS")
+        self.assertTrue(done, log)
+        self.assertIn("<ClientCertDN>CN = localhost</ClientCertDN>", log)
+        self.assertTrue(any(b'Client CN "localhost"' in mail.raw for mail in server.delivered()))
+        client.write_bytes((self.folder / "host.pem").read_bytes())  # without its key
+        done, log, _ = self.send(server, [("SetSslClientCert", client)], way="STARTTLS")
+        self.assertIn("<error>Error creating credentials</error>", log)
+        self.assertFalse(done)
+
     def test_the_example(self):
         server, file = self.servers["host"], self.folder / "\u00fc.bin"
         file.write_bytes(bytes(range(256)))
