@@ -149,7 +149,6 @@ bool SmtpConnImpl::openConnection(const SmtpServer& given, SmtpCall& call) {
     return false;
   }
   server_ = given;
-  extensions_ = {};
   if (wire_.readReply(220, call)) {
     log.LogData("InitialResponse", loggable(wire_.replyText()));
     return true;

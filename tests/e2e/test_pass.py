@@ -301,7 +301,9 @@ class LaterPassTest(unittest.TestCase):
         cls.ad = cls.enterClassContext(samba_ad.SambaAd())
         cls.mail = cls.enterClassContext(PostfixMail())
         cls.ad.add_users([samba_ad.User("walter", mail=f"walter@{DOMAIN}", given_name="Walter",
-                                        surname="Weiss", password_age=59)])
+                                        surname="Weiss", password_age=59),
+                          samba_ad.User("reader")])
+        cls.ad.set_password("reader", samba_ad.ADMIN_PASSWORD)
 
     def setUp(self):
         folder = self.enterContext(tempfile.TemporaryDirectory())
@@ -331,6 +333,16 @@ class LaterPassTest(unittest.TestCase):
         self.assertRegex(
             done.stdout, r"(?m)^FAILED: could not bind to the domain: .*nobody@example\.test")
         self.assertNotIn(samba_ad.ADMIN_PASSWORD, done.stdout + done.stderr)
+
+    def test_directory_that_refuses_an_expiry(self):
+        self.site.directory["bindUser"] = "reader@example.test"
+        self.site.keys[POLICIES + r"\DefaultPolicy"]["maxPasswordAge"] = 59
+        done = self.run_site()
+        self.assertEqual(done.returncode, 1, done.stdout + done.stderr)
+        self.assertRegex(done.stdout, r"(?m)^FAILED: the directory did not take the forced password "
+                                      r"change of walter: .*Insufficient access")
+        self.assertRegex(done.stdout, r"(?m)^  expiry refused +1$")
+        self.assertFalse((self.site.folder / "logfiles/norvyn-expired-pw.log").exists())
 
     def test_input_that_cannot_be_used(self):
         registry = self.site.registry
