@@ -43,9 +43,14 @@ Method call(Object& object, bool (Object::*method)(const char*)) {
       [=, &object](const char* one, const char*) { return std::to_string((object.*method)(one)); };
 }
 
-Method pair(KvEmail& email, bool (KvEmail::*method)(const char*, const char*)) {
-  return [=, &email](const char* one, const char* two) {
-    return std::to_string((email.*method)(one, two));
+template <class Object, class Result>
+Method pair(Object& object, Result (Object::*method)(const char*, const char*)) {
+  return [=, &object](const char* one, const char* two) {
+    if constexpr (std::is_void_v<Result>) {
+      return (object.*method)(one, two), "";
+    } else {
+      return std::to_string((object.*method)(one, two));
+    }
   };
 }
 
@@ -69,6 +74,7 @@ std::map<std::string, Method> methodsOf(KvEmail& email, KvMailMan& man) {
       {"StartTLS", number(man, &KvMailMan::put_StartTLS)},
       {"RequireVerifiedCertificate", number(man, &KvMailMan::put_RequireVerifiedCertificate)},
       {"SetSslClientCert", call(man, &KvMailMan::SetSslClientCert)},
+      {"SetSslCertRequirement", pair(man, &KvMailMan::SetSslCertRequirement)},
       {"SmtpUsername", text(man, &KvMailMan::put_SmtpUsername)},
       {"SmtpPassword", text(man, &KvMailMan::put_SmtpPassword)},
       {"SmtpAuthMethod", text(man, &KvMailMan::put_SmtpAuthMethod)},
