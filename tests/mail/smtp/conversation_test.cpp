@@ -122,6 +122,14 @@ TEST(Conversation, LogsInByNtlm) {
            "Finished and NOT authenticated|NTLM authentication failed|"
            "<alt_login_method>LOGIN</alt_login_method>",
            method(""));
+  const std::string challenge =
+      "S: 334 TlRMTVNTUAACAAAAAgACADgAAAAFAokiASNFZ4mrze8AAAAAAAAAAAoACgA6AAAABgEAAAAAAA9EAAIAAgBE"
+      "AAAAAAA=|";
+  converse("a denial is not followed by LOGIN",
+           {listed + "C: AUTH NTLM|" + first + challenge + "C: TlRMTVNTUAAD*|S: 535 no|"}, false,
+           "Logon denied.  Check username, password, and domain|<response><![CDATA[535 no|"
+           "NTLM authentication failed|Failed to login using NTLM method",
+           method(""));
   converse("refused where it was forced", {listed + "C: AUTH NTLM|S: 504 unknown|"}, false,
            "exchangePackage: failed to get success response|NTLM authentication failed|"
            "Failed to login using NTLM method",
