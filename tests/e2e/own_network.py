@@ -14,9 +14,5 @@ def enter():
         os.execvp("sudo", ["sudo", "-n", "-E", "--", *sys.orig_argv])
     if _INSIDE not in os.environ:
         os.environ[_INSIDE] = "1"
-        unshare = ["unshare", "--net", "--mount"]
-        # The root of a chroot is no mount of its own, whose changes could be kept in here.
-        if subprocess.run([*unshare, "true"], capture_output=True).returncode != 0:
-            unshare += ["--propagation", "unchanged"]
-        os.execvp("unshare", [*unshare, *sys.orig_argv])
+        os.execvp("unshare", ["unshare", "--net", "--mount", *sys.orig_argv])
     subprocess.run(["ip", "link", "set", "lo", "up"], check=True)
