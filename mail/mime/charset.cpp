@@ -48,6 +48,12 @@ bool EncodingConvert::fromUtf8(const Charset& to, std::string_view utf8, std::st
   return platform::utf8ToCodePage(to.codePage(), utf8, out, lossy);
 }
 
+bool EncodingConvert::carries(const Charset& charset, std::string_view utf8) {
+  std::string bytes;
+  std::string back;
+  return fromUtf8(charset, utf8, bytes) && toUtf8(charset, bytes, back) && back == utf8;
+}
+
 std::string repairedUtf8(std::string_view text) {
   if (platform::isValidUtf8(text)) return std::string(text);
   return platform::utf16ToUtf8(platform::utf8ToUtf16(text));

@@ -42,6 +42,9 @@ class EncodingConvert {
                      bool* lossy = nullptr);
   static bool fromUtf8(const Charset& to, std::string_view utf8, std::string& out,
                        bool* lossy = nullptr);
+  // Whether the text comes back as it was; some charsets take a character for another that is like
+  // it.
+  static bool carries(const Charset& charset, std::string_view utf8);
 };
 
 // Valid UTF-8 whatever came: what is not stays readable as far as it can.

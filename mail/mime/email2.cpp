@@ -243,12 +243,10 @@ void Email2::adoptCharsetFor(std::string_view text) {
 void Email2::keepCharsetTrue() {
   const Charset charset(contentType_.charset);
   if (!bodyIsUtf8_ || charset.isUtf8()) return;
-  bool carries = charset.isAsciiBased();
-  if (carries && contains8bit(body()) && !charset.isUsAscii()) {
-    std::string converted;
-    bool lossy = false;
-    carries = EncodingConvert::fromUtf8(charset, body(), converted, &lossy) && !lossy;
-  }
+  // One that says "us-ascii" stays so.
+  const bool needsNone = !contains8bit(body()) || charset.isUsAscii();
+  const bool carries =
+      charset.isAsciiBased() && (needsNone || EncodingConvert::carries(charset, body()));
   if (!carries) setCharset("utf-8");
 }
 

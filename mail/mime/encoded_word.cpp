@@ -63,11 +63,7 @@ class WordEncoder {
     if (!EncodingConvert::fromUtf8(charset_, "", converted)) charset_ = Charset("utf-8");
   }
 
-  bool canCarry(std::string_view utf8) const {
-    bool lossy = false;
-    std::string converted;
-    return EncodingConvert::fromUtf8(charset_, utf8, converted, &lossy) && !lossy;
-  }
+  bool canCarry(std::string_view utf8) const { return EncodingConvert::carries(charset_, utf8); }
 
   bool isUtf8() const { return charset_.isUtf8(); }
 
