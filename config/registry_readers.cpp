@@ -2,6 +2,8 @@
 
 #include <memory>
 
+#include "platform/little_endian.h"
+
 namespace config {
 namespace {
 
@@ -34,10 +36,7 @@ bool queryDword(RegistryKey& key, const std::string& name, std::uint32_t& number
       value.type != RegistryType::Dword) {
     return false;
   }
-  number = 0;
-  for (std::size_t i = value.bytes.size(); i-- > 0;) {
-    number = number << 8 | static_cast<unsigned char>(value.bytes[i]);
-  }
+  number = platform::littleEndian(value.bytes, 0, value.bytes.size()).value_or(0);
   return true;
 }
 

@@ -23,7 +23,7 @@ bool SChannel::EstablishChannel(const std::string& host, std::uint16_t port,
   std::string error;
   stream_ = platform::createTlsClient(options, error);
   if (stream_ == nullptr) {
-    log.LogError(error);
+    if (!error.empty()) log.LogError(error);
     log.LogError("Error creating credentials");
     return false;
   }

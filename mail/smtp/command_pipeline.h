@@ -22,7 +22,7 @@ class CommandPipeline {
   // Turns to the next command: sends it, unless it is under way, and reads its reply. True when
   // that is 250; false also when it could not be sent.
   bool next();
-  // Whether a reply to the command of the last next() was read, whole or in part.
+  // Whether the command of the last next() went out.
   bool sent() const { return taken_ <= sent_; }
   // Whether there are commands ahead of the last next() whose replies will come.
   bool isAhead() const { return taken_ < sent_; }
