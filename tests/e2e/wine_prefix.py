@@ -13,6 +13,7 @@ import tempfile
 
 import site_files
 
+FIXED_LAYOUT = pathlib.Path(__file__).resolve().parents[2] / "scripts/fixed_layout"
 UP_SECONDS = 86400
 WAIT_SECONDS = 180
 
@@ -88,5 +89,5 @@ class WinePrefix:
 
     @staticmethod
     def _in_time(*command):
-        return ["unshare", "--time", "--fork", f"--monotonic={UP_SECONDS}", f"--boottime={UP_SECONDS}",
-                *map(str, command)]
+        return [FIXED_LAYOUT, "unshare", "--time", "--fork", f"--monotonic={UP_SECONDS}",
+                f"--boottime={UP_SECONDS}", *map(str, command)]
