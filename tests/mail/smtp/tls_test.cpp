@@ -33,16 +33,21 @@ void useImplicitTls(KvMailMan& mailMan, KvEmail&) {
   mailMan.put_SmtpSsl(true);
 }
 
-// The process trusts what the tests call trusted.
-class TlsConversation : public testing::Test {
- protected:
-  static void SetUpTestSuite() {
-    static const test_support::TempDir directory;
-    const std::string file = directory.path() + "/trusted.pem";
+// The process trusts what the tests call trusted; before any test, since its first handshake reads
+// the authorities for all.
+class TrustedAuthorities : public testing::Environment {
+  void SetUp() override {
+    const std::string file = directory_.path() + "/trusted.pem";
     platform::writeWholeFile(file, test_support::trustedPem());
     setenv("SSL_CERT_FILE", file.c_str(), 1);
   }
 
+  test_support::TempDir directory_;
+};
+const auto* const trust = testing::AddGlobalTestEnvironment(new TrustedAuthorities);
+
+class TlsConversation : public testing::Test {
+ protected:
   // One mail; whatever happens, only what TLS needs is told in the clear.
   static std::vector<std::string> converseInTls(const char* what, const std::string& script,
                                                 bool sent, const std::string& logged,
