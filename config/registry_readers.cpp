@@ -2,6 +2,7 @@
 
 #include <memory>
 
+#include "platform/code_page.h"
 #include "platform/little_endian.h"
 
 namespace config {
@@ -90,11 +91,7 @@ std::string readTextField(Registry& registry, const std::string& key, const std:
                           std::size_t capacity) {
   std::string text;
   readText(registry, key, value, text);
-  if (text.size() >= capacity) {
-    std::size_t length = capacity == 0 ? 0 : capacity - 1;
-    while (length > 0 && (static_cast<unsigned char>(text[length]) & 0xC0) == 0x80) --length;
-    text.resize(length);
-  }
+  text.resize(platform::ansiStart(text, capacity == 0 ? 0 : capacity - 1).size());
   return text;
 }
 

@@ -81,12 +81,8 @@ void printFound(std::FILE* out, const std::u16string& path) {
 
 // The ANSI text, up to a NUL, cut to what a field of UserDirectoryData holds.
 std::string fieldText(const std::u16string& value) {
-  std::string text = platform::utf16ToAnsi(value.substr(0, value.find(u'\0')));
-  if (text.size() < kDirectoryTextCapacity) return text;
-  std::size_t length = kDirectoryTextCapacity - 1;
-  while (length > 0 && (static_cast<unsigned char>(text[length]) & 0xC0U) == 0x80U) --length;
-  text.resize(length);
-  return text;
+  const std::string text = platform::utf16ToAnsi(value.substr(0, value.find(u'\0')));
+  return std::string(platform::ansiStart(text, kDirectoryTextCapacity - 1));
 }
 
 void setDefaults(UserDirectoryData& data) {

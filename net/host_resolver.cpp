@@ -62,6 +62,7 @@ bool isDottedAddress(const std::string& text) {
   int value = -1;  // -1: no digit of this number yet
   for (const char c : text + ".") {
     if (c >= '0' && c <= '9') {
+      if (value == 0) return false;  // "010": some read that as octal; the system decides
       value = (value < 0 ? 0 : value * 10) + (c - '0');
       if (value > 255) return false;
     } else if (c == '.' && value >= 0) {

@@ -4,6 +4,7 @@
 // function says so.
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 #include <string>
 #include <string_view>
@@ -20,7 +21,11 @@ std::string utf16ToUtf8(std::u16string_view text);
 std::u16string ansiToUtf16(std::string_view text);
 std::string utf16ToAnsi(std::u16string_view text);
 
+// The start of an ANSI text: as much as `limit` bytes hold without splitting a character.
+std::string_view ansiStart(std::string_view text, std::size_t limit);
+
 bool isValidUtf8(std::string_view text);
+std::string_view utf8Start(std::string_view text, std::size_t limit);  // likewise, of valid UTF-8
 
 // Text in a Windows code page to and from UTF-8. False, with `out` empty, when the system cannot
 // convert that code page; `lossy` (may be null) is set when a character had to be replaced.

@@ -117,4 +117,10 @@ bool isValidUtf8(std::string_view text) {
   return true;
 }
 
+std::string_view utf8Start(std::string_view text, std::size_t limit) {
+  if (limit >= text.size()) return text;
+  while (limit > 0 && isContinuation(static_cast<unsigned char>(text[limit]))) --limit;
+  return text.substr(0, limit);
+}
+
 }  // namespace platform

@@ -110,6 +110,7 @@ void ExpirationRun::beginPass() {
   pass_.smtpFailure = false;
   pass_.upcomingRows = 0;
   pass_.expiredUsers = 0;
+  pass_.age = 0;
   pass_.user = {};
   pass_.settings = config::loadExpirationSettings(host_.registry, settingsKeyPath_);
 }
@@ -136,6 +137,7 @@ void ExpirationRun::sendTestEmail(RunSummary& summary) {
                                        pass_.user};
   summary.testEmailFailed = !notify::sendWarningEmail(
       context, kTestUserName, pass_.settings.testEmailAddress, kTestCountdown);
+  pass_.smtpFailure = summary.testEmailFailed;
 }
 
 void ExpirationRun::listDomainUsers() {

@@ -7,7 +7,7 @@ namespace service {
 namespace {
 
 constexpr int kMemberServerPolicies = 3;
-constexpr std::int32_t kAgeBeyondAll = 10000;  // days; where the search for the smallest age starts
+constexpr std::uint32_t kAgeBeyondAll = 10000;  // days; where the search for the smallest age starts
 
 }  // namespace
 
@@ -45,9 +45,9 @@ std::array<int, kPolicySlots> policyOrder(const PolicyTable& slots) {
   std::array<bool, kPolicySlots> selected{};
   for (int& position : order) {
     int best = 0;
-    std::int32_t bestAge = kAgeBeyondAll;
+    std::uint32_t bestAge = kAgeBeyondAll;
     for (int slot = 0; slot < kPolicySlots; ++slot) {
-      const auto age = static_cast<std::int32_t>(slots[slot].maxPasswordAge);
+      const std::uint32_t age = slots[slot].maxPasswordAge;
       if (!selected[slot] && age <= bestAge) {
         best = slot;
         bestAge = age;

@@ -11,10 +11,13 @@ namespace platform {
 void NameIndex::build(const Entries& entries) {
   heads_.assign(std::bit_ceil(entries.size() * 2 + 1), kNone);
   links_.assign(entries.size(), Link());
+  unique_ = true;
   // Backwards, so that each bucket is in the order of the entries.
   for (std::size_t i = entries.size(); i-- > 0;) {
-    const std::uint32_t hash = hashOf(foldCase(entries[i].*name_));
+    const std::string folded = foldCase(entries[i].*name_);
+    const std::uint32_t hash = hashOf(folded);
     std::uint32_t& head = heads_[hash & (heads_.size() - 1)];
+    unique_ = unique_ && match(entries, folded, hash, head) == kNone;
     links_[i] = {head, hash};
     head = static_cast<std::uint32_t>(i);
   }

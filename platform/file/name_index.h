@@ -24,6 +24,9 @@ class NameIndex {
   bool built() const { return !heads_.empty(); }
   void build(const Entries& entries);
 
+  // Whether no two entries have the same name.
+  bool unique() const { return unique_; }
+
   // The first entry of that name (folded), then those after `previous`, in their order; kNone when
   // there is no more.
   std::uint32_t first(const Entries& entries, std::string_view folded) const;
@@ -44,6 +47,7 @@ class NameIndex {
   Name name_;
   std::vector<std::uint32_t> heads_;  // of the buckets, a power of two of them
   std::vector<Link> links_;           // of the entries
+  bool unique_ = true;
 };
 
 }  // namespace platform

@@ -335,8 +335,9 @@ NetStatus SnapshotDirectory::findEntry(const std::u16string& name, DirectoryEntr
   const std::string text = utf16ToUtf8(name);
   // A pass over all users asks in the order of the entries, for each twice: mostly the answer is
   // the entry of the last time or the one behind it, and the index need not be looked into.
+  const bool mayBeNear = loaded_->byLogonName.unique();
   for (const std::size_t near : {lastFound_, lastFound_ + 1}) {
-    if (near >= entries.size() || entries[near].logonName != text) continue;
+    if (!mayBeNear || near >= entries.size() || entries[near].logonName != text) continue;
     lastFound_ = near;
     entry = &entries[near];
     return kNetSuccess;

@@ -148,6 +148,10 @@ std::string utf16ToAnsi(std::u16string_view text) {
   return utf16ToUtf8(text);
 }
 
+std::string_view ansiStart(std::string_view text, std::size_t limit) {
+  return isValidUtf8(text) ? utf8Start(text, limit) : text.substr(0, limit);
+}
+
 bool codePageToUtf8(std::uint32_t codePage, std::string_view text, std::string& out, bool* lossy) {
   out.clear();
   const CodePageName* page = findCodePage(codePage);

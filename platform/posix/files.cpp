@@ -161,7 +161,13 @@ void keepOwner(int file, const std::string& like) {
 File openFile(const std::string& name, const char* mode) {
   ignoreFileSizeSignal();
   const std::string closedOnExec = std::string(mode) + "e";
-  return File(std::fopen(diskPath(name).c_str(), closedOnExec.c_str()));
+  File file(std::fopen(diskPath(name).c_str(), closedOnExec.c_str()));
+  struct stat status {};
+  if (file && ::fstat(::fileno(file.get()), &status) == 0 && S_ISDIR(status.st_mode)) {
+    file.reset();  // a folder opens for reading here, and only here
+    errno = EISDIR;
+  }
+  return file;
 }
 
 bool readTextLine(std::FILE* file, std::size_t capacity, std::string& line) {

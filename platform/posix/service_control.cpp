@@ -10,6 +10,7 @@
 #include <csignal>
 #include <cstdio>
 #include <cstdlib>
+#include <system_error>
 #include <thread>
 #include <utility>
 #include <vector>
@@ -82,11 +83,15 @@ class SystemdControl final : public ServiceControl {
 
     // Not joined: a thread's end frees memory, and a worker that is frozen may hold the lock for
     // it.
-    std::thread([this, serviceMain = std::move(serviceMain)] {
-      serviceMain();
-      ended_ = true;
-      pthread_kill(dispatcher_, wakeSignal());
-    }).detach();
+    try {
+      std::thread([this, serviceMain = std::move(serviceMain)] {
+        serviceMain();
+        ended_ = true;
+        pthread_kill(dispatcher_, wakeSignal());
+      }).detach();
+    } catch (const std::system_error& error) {
+      return fail(winErrorOf(error.code().value()));
+    }
     while (!ended_) {
       int signal = 0;
       if (sigwait(accepting_ ? &controls : &wakeOnly, &signal) == 0 && signal != wakeSignal()) {

@@ -148,6 +148,17 @@ std::string utf16ToAnsi(std::u16string_view text) {
   return out;
 }
 
+std::string_view ansiStart(std::string_view text, std::size_t limit) {
+  if (GetACP() == kCodePageUtf8 && isValidUtf8(text)) return utf8Start(text, limit);
+  if (limit >= text.size()) return text;
+  std::size_t end = 0;
+  for (;;) {
+    const std::size_t size = IsDBCSLeadByte(static_cast<BYTE>(text[end])) != FALSE ? 2 : 1;
+    if (end + size > limit) return text.substr(0, end);
+    end += size;
+  }
+}
+
 bool codePageToUtf8(std::uint32_t codePage, std::string_view text, std::string& out, bool* lossy) {
   out.clear();
   bool replaced = false;

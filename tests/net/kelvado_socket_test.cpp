@@ -49,6 +49,7 @@ TEST_F(KelvadoSocketTest, ConnectsToWhatTheNameMeans) {
   check("LocalHost", {}, {"127.0.0.1"}, "IP address passed to DNS lookup");
   check("192.0.2.9", {}, {"192.0.2.9"}, "IP address passed to DNS lookup");
   check("192.0.2.256", {"192.0.2.256"}, {"192.0.2.1"}, "");
+  check("192.0.2.010", {"192.0.2.010"}, {"192.0.2.1"}, "");
   check(nullptr, {}, {}, "Cannot connect, hostname is NULL");
   check("", {}, {}, "Cannot connect, hostname is zero length");
   network.connectResults = {platform::kWsaConnectionRefused, kSocketOk};

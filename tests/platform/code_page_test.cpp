@@ -42,6 +42,16 @@ TEST(Ansi, TextThatIsNotUtf8IsWindows1252) {
   EXPECT_NE(ansiToUtf16("\x81"), ansiToUtf16("\x8D"));  // bytes it leaves undefined stay apart
 }
 
+TEST(Ansi, AStartSplitsNoCharacter) {
+  const std::string text = "b\u00FC\u20AC";
+  const char* starts[] = {
+      "", "b", "b", "b\u00FC", "b\u00FC", "b\u00FC", "b\u00FC\u20AC", "b\u00FC\u20AC"};
+  for (std::size_t limit = 0; limit < std::size(starts); ++limit) {
+    EXPECT_EQ(utf8Start(text, limit), starts[limit]) << limit;
+  }
+  EXPECT_EQ(ansiStart("\xB1\xB2\xB3", 2), "\xB1\xB2");  // not UTF-8: a byte each
+}
+
 TEST(CodePages, ConvertBothWays) {
   const std::tuple<std::uint32_t, std::string, std::string> cases[] = {
       {1252, "\x80 \xFC \x8F", "\u20AC \u00FC \u008F"},

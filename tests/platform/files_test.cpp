@@ -55,6 +55,8 @@ TEST_F(Files, FailuresAreAnsweredNotSilent) {
   EXPECT_FALSE(readWholeFile("file", bytes, 4));
   EXPECT_EQ(errno, EFBIG);
   EXPECT_FALSE(createDirectory("file"));
+  EXPECT_TRUE(createDirectory("folder"));
+  EXPECT_EQ(openFile("folder", "r"), nullptr);
   EXPECT_TRUE(overwriteInFile("file", 2, "xy"));
   EXPECT_EQ(readBytes("file"), "12xy5");
 }

@@ -337,7 +337,8 @@ TEST(PolicyOrder, RisesByAgeAndPutsTheHighestSlotFirstAmongEquals) {
   slots[1].maxPasswordAge = 30;
   slots[3].maxPasswordAge = 90;
   slots[5].maxPasswordAge = 10001;  // never found: slot 0 stands in its place
-  EXPECT_THAT(policyOrder(slots), ElementsAre(14, 13, 12, 11, 10, 9, 8, 7, 6, 4, 2, 1, 3, 0, 0));
+  slots[6].maxPasswordAge = 0xFFFFFFFF;
+  EXPECT_THAT(policyOrder(slots), ElementsAre(14, 13, 12, 11, 10, 9, 8, 7, 4, 2, 1, 3, 0, 0, 0));
 }
 
 // Notes the sleeps, and ends the worker at the third.

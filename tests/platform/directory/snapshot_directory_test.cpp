@@ -30,9 +30,9 @@ const std::string kUsers =
     "sAMAccountName: \u00C4rzte(1)\nmail: doc@site.example\npwdLastSet: 134093128215000000\n\n"
     "dn: CN=Bob,OU=Deep,OU=Staff,DC=Site,DC=example\nobjectClass: user\nsAMAccountName: bob\n"
     "userAccountControl: 66050\npwdLastSet: 134170888230000000\n\n"
-    "dn: CN=Bob 2,DC=Site,DC=example\nobjectClass: user\nsAMAccountName: bob\n\n"
     "dn: CN=PC,DC=Site,DC=example\nobjectClass: user\nobjectClass: computer\n"
-    "sAMAccountName: PC$\npwdLastSet: 134171752230000001\n\n";
+    "sAMAccountName: PC$\npwdLastSet: 134171752230000001\n\n"
+    "dn: CN=Bob 2,DC=Site,DC=example\nobjectClass: user\nsAMAccountName: bob\n\n";
 
 class SnapshotDirectoryTest : public testing::Test {
  protected:
@@ -146,6 +146,9 @@ TEST_F(SnapshotDirectoryTest, AccountData) {
   EXPECT_EQ(info.passwordAge, 86400U);
   ASSERT_EQ(directory.userInfo(u"pc$", info), kNetSuccess);
   EXPECT_EQ(info.passwordAge, 0U);
+  // Always the first of a name, also from beside the second.
+  ASSERT_EQ(bob(), kNetSuccess);
+  EXPECT_EQ(info.passwordAge, 86400U);
   EXPECT_EQ(directory.userInfo(u"nobody", info), kNetUserNotFound);
 }
 
