@@ -113,6 +113,7 @@ bool ClsMailMan::reportOutcome(bool sent, SmtpCall& call) const {
     call.progress.finish();
     return true;
   }
+  if (!session_.wasConnected()) return false;
   if (call.progress.aborted()) {
     log.LogError("Aborted by application");
   } else if (session_.timedOut()) {
@@ -276,6 +277,16 @@ bool ClsMailMan::verifyRecipients(ClsEmail* email) {
                           copy->recipients(RecipientKind::Cc),
                           copy->recipients(RecipientKind::Bcc)};
   return session_.verifyRecipients(envelope, call, counters_);
+}
+
+std::vector<std::string> ClsMailMan::badAddresses() {
+  const MethodBracket bracket(*this, "GetBadEmailAddresses");
+  return session_.badAddresses();
+}
+
+void ClsMailMan::clearBadAddresses() {
+  const MethodBracket bracket(*this, "ClearBadEmailAddresses");
+  session_.clearBadAddresses();
 }
 
 bool ClsMailMan::openSmtpConnection() {

@@ -31,8 +31,8 @@ class ClsMailMan : public ClsBase {
 
   MailManSettings& settings() { return settings_; }
   const SendCounters& lastSend() const { return counters_; }
-  const std::vector<std::string>& badAddresses() const { return session_.badAddresses(); }
-  void clearBadAddresses() { session_.clearBadAddresses(); }
+  std::vector<std::string> badAddresses();
+  void clearBadAddresses();
 
   bool unlockComponent(std::string_view code);
 

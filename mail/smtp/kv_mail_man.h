@@ -93,7 +93,8 @@ class KvMailMan : public KvObject {
   std::uint32_t get_HeartbeatMs() const;
   void put_Progress(KvProgress* progress);  // not owned; null: nobody watches
 
-  // True when at least one recipient got it. Rejected ones are in GetBadEmailAddresses.
+  // True when at least one recipient got it; but false when the session broke off, whoever had it
+  // by then. Rejected recipients are in GetBadEmailAddresses.
   bool SendEmail(KvEmail& email) { return SendEmail(&email); }
   bool SendEmail(KvEmail* email);
   // One after another over one connection; goes on after a failure, and is false then.

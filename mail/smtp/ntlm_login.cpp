@@ -115,17 +115,13 @@ class NtlmExchange {
   }
 
   NtlmOutcome sendFinal() {
-    const std::string answer = base64Encode(token_);
-    if (!wire_.sendSecret(answer, call_)) {
+    if (!wire_.sendSecret(base64Encode(token_), call_)) {
       call_.log.LogError("sendFinal: failed to send package on socket");
       return NtlmOutcome::Denied;
     }
     if (wire_.readReply(kLoggedIn, call_, kCodeOnly)) return NtlmOutcome::LoggedIn;
     call_.log.LogError("Logon denied.  Check username, password, and domain");
-    // A server that repeats the answer must not bring it into the log.
-    const bool repeats = wire_.replyText().find(answer) != std::string::npos;
-    call_.log.LogData("response",
-                      repeats ? std::to_string(wire_.replyCode()) : loggable(wire_.replyText()));
+    call_.log.LogData("response", wire_.loggableReply());
     return NtlmOutcome::Denied;
   }
 
@@ -138,7 +134,7 @@ class NtlmExchange {
   NtlmOutcome cancel() {
     if (awaitsGreenLight_ && !wire_.readReply(kGoOn, call_, kCodeOnly)) return refused();
     const bool cancelled =
-        wire_.sendSecret("*", call_) && wire_.readReply(kCancelled, call_, kCodeOnly);
+        wire_.sendBytes("*\r\n", call_) && wire_.readReply(kCancelled, call_, kCodeOnly);
     return cancelled ? NtlmOutcome::NotPossible : NtlmOutcome::Denied;
   }
 

@@ -217,6 +217,7 @@ bool authenticate(SmtpWire& wire, const SmtpCredentials& credentials, unsigned l
     call.log.LogData("login_method", "NONE");
     return true;
   }
+  wire.keepSecret(*credentials.password);
   unsigned methods = applyForcedMethod(credentials.method, listedMethods);
   if ((methods & (kAuthLogin | kAuthNtlm | kAuthMsn | kAuthCramMd5)) == 0) {
     call.log.LogInfo("This SMTP server did not list authentication methods.");
@@ -232,7 +233,11 @@ bool authenticate(SmtpWire& wire, const SmtpCredentials& credentials, unsigned l
 }
 
 bool authenticateAfterHelo(SmtpWire& wire, const SmtpCredentials& credentials, SmtpCall& call) {
-  if (!credentials.complete()) return true;
+  if (!credentials.complete()) {
+    call.log.LogData("login_method", "NONE");
+    return true;
+  }
+  wire.keepSecret(*credentials.password);
   const unsigned forced = applyForcedMethod(credentials.method, kAuthLogin);
   if (forced == kNoMethod) return true;
   const unsigned wanted = forced == kAuthPlain ? kAuthPlain : kAuthLogin;

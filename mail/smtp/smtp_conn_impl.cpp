@@ -57,6 +57,21 @@ bool areSafeSettings(const SmtpServer& server, LogBase& log) {
          isSafeSetting(isSafeText(username), "smtp_user", username, log);
 }
 
+// Whether a connection that was made for `old` serves for `server`: time-outs and the name that was
+// said at its beginning do not matter.
+bool isSameSession(const SmtpServer& server, SmtpServer old) {
+  old.connectTimeoutSeconds = server.connectTimeoutSeconds;
+  old.readTimeoutMs = server.readTimeoutMs;
+  old.helloName = server.helloName;
+  return server == old;
+}
+
+bool isAborted(SmtpCall& call) {
+  if (!call.progress.aborted() && !abortAllRequested()) return false;
+  call.log.LogError("Mail sending aborted by application");
+  return true;
+}
+
 }  // namespace
 
 SmtpConnImpl::SmtpConnImpl(platform::SocketApi& sockets) : sockets_(sockets), wire_(sockets) {}
@@ -78,26 +93,30 @@ bool SmtpConnImpl::connectAndGreet(const SmtpServer& server, SmtpCall& call) {
 }
 
 bool SmtpConnImpl::reuseOrConnect(const SmtpServer& server, SmtpCall& call) {
-  if (!abortAllRequested() && canReuse(server, call) && logReuse(smtpRset(call), call.log)) {
+  if (!abortAllRequested() && adoptConnection(server, call) && logReuse(smtpRset(call), call.log)) {
     return true;
   }
   return connectAfresh(server, call);
 }
 
 bool SmtpConnImpl::prepareToSend(const SmtpServer& server, SmtpCall& call) {
-  isUnchecked_ = !abortAllRequested() && canReuse(server, call);
-  return isUnchecked_ || connectAfresh(server, call);
+  isUnchecked_ = !abortAllRequested() && adoptConnection(server, call);
+  wasConnected_ = isUnchecked_ || connectAfresh(server, call);
+  return wasConnected_;
 }
 
-bool SmtpConnImpl::canReuse(const SmtpServer& server, SmtpCall& call) const {
+// False when the open connection, if there is one, does not serve for these settings.
+bool SmtpConnImpl::adoptConnection(const SmtpServer& server, SmtpCall& call) {
   const bool wantsTls = server.ssl || server.startTls;
   if (!wire_.isOpen()) {
     call.log.LogInfo("No connection, need new SMTP connection.");
   } else if (wantsTls && !wire_.isSecure()) {
     call.log.LogInfo("No secure connection, need new SMTP connection.");
-  } else if (!(server == server_)) {
+  } else if (!isSameSession(server, server_)) {
     call.log.LogInfo("Other settings, need new SMTP connection.");
   } else {
+    server_ = server;
+    wire_.setReadTimeout(server.readTimeoutMs);
     return true;
   }
   return false;
@@ -113,6 +132,10 @@ bool SmtpConnImpl::connectAfresh(const SmtpServer& server, SmtpCall& call) {
 
 bool SmtpConnImpl::openConnection(const SmtpServer& given, SmtpCall& call) {
   LogBase& log = call.log;
+  if (abortAllRequested()) {
+    log.LogError("Aborted by application");
+    return false;
+  }
   logCredentials(given.credentials, log);
   if (given.host.empty()) {
     log.LogError("No hostname");
@@ -133,9 +156,12 @@ bool SmtpConnImpl::openConnection(const SmtpServer& given, SmtpCall& call) {
     log.LogError(kBlockedMessage);
     return false;
   }
-  if (!isPort(server.port) || !isPort(server.proxy.port)) {
-    log.LogError(isPort(server.port) ? "The port of the HTTP proxy is not a port number."
-                                     : "The SMTP port is not a port number.");
+  if (!isPort(server.port)) {
+    log.LogError("The SMTP port is not a port number.");
+    return false;
+  }
+  if (!server.proxy.host.empty() && !isPort(server.proxy.port)) {
+    log.LogError("The port of the HTTP proxy is not a port number.");
     return false;
   }
   wire_.setReadTimeout(server.readTimeoutMs);
@@ -150,7 +176,7 @@ bool SmtpConnImpl::openConnection(const SmtpServer& given, SmtpCall& call) {
   }
   server_ = given;
   if (wire_.readReply(220, call)) {
-    log.LogData("InitialResponse", loggable(wire_.replyText()));
+    log.LogData("InitialResponse", wire_.loggableReply());
     return true;
   }
   log.LogError("Failed to get initial SMTP response..");
@@ -257,7 +283,7 @@ bool SmtpConnImpl::sayEhlo(const SmtpServer& server, SmtpCall& call) {
     return false;
   }
   const std::optional<SmtpExtensions> extensions = wire_.readEhloReply(call);
-  call.log.LogData("helloResponse", loggable(wire_.replyText()));
+  call.log.LogData("helloResponse", wire_.loggableReply());
   if (extensions) extensions_ = *extensions;
   // A late reply would be taken for the one to HELO.
   if (wire_.outOfStep()) wire_.close();
@@ -275,7 +301,7 @@ bool SmtpConnImpl::sayHelo(const SmtpServer& server, SmtpCall& call) {
       return false;
     }
     if (wire_.readReply(250, call)) {
-      call.log.LogData("HeloResponse", loggable(wire_.replyText()));
+      call.log.LogData("HeloResponse", wire_.loggableReply());
       return true;
     }
     call.log.LogError(failures[attempt]);
@@ -316,10 +342,7 @@ void SmtpConnImpl::hangUp() {
 
 bool SmtpConnImpl::sendEmail(Email2& message, const SendOptions& options, SmtpCall& call,
                              SendCounters& counters) {
-  if (call.progress.aborted() || abortAllRequested()) {
-    call.log.LogError("Mail sending aborted by application");
-    return false;
-  }
+  if (isAborted(call)) return false;
   Envelope envelope{message.reversePath(), message.recipients(RecipientKind::To),
                     message.recipients(RecipientKind::Cc), message.recipients(RecipientKind::Bcc)};
   if (envelope.to.empty()) call.log.LogInfo("Using undisclosed recipients");
@@ -366,7 +389,8 @@ TransactionResult SmtpConnImpl::transact(const TransactionSteps& steps, const Se
   const TransactionResult result = steps(transaction);
   if (result != TransactionResult::NotReady) return result;
 
-  if (!connectAfresh(server_, call)) return TransactionResult::Failed;
+  wasConnected_ = connectAfresh(server_, call);
+  if (!wasConnected_) return TransactionResult::Failed;
   SmtpTransaction onNewConnection(wire_, extensions_, options, badAddresses_, call);
   return steps(onNewConnection);
 }
@@ -374,15 +398,17 @@ TransactionResult SmtpConnImpl::transact(const TransactionSteps& steps, const Se
 bool SmtpConnImpl::sendInParts(const std::vector<Envelope>& parts, std::string_view mime,
                                const SendOptions& options, SmtpCall& call, SendCounters& counters) {
   needsNewConnection_ = false;
-  for (const Envelope& part : parts) {
-    if (!isSafeEnvelope(part, options.dsn, call.log)) {
-      counters.total += part.recipientCount();
-      return false;
-    }
-  }
+  for (const Envelope& part : parts) counters.total += part.recipientCount();
+  const auto isSafe = [&](const Envelope& part) {
+    return isSafeEnvelope(part, options.dsn, call.log);
+  };
+  if (!std::all_of(parts.begin(), parts.end(), isSafe)) return false;
+
+  unsigned delivered = 0;
   bool anyRejected = false;
   for (std::size_t i = 0; i < parts.size(); ++i) {
-    if (anyRejected && !smtpRset(call)) return false;
+    if (isAborted(call) || (anyRejected && !smtpRset(call))) return false;
+    const unsigned acceptedBefore = counters.accepted;
     const auto send = [&](SmtpTransaction& transaction) {
       return transaction.run(parts[i], mime, counters);
     };
@@ -390,21 +416,25 @@ bool SmtpConnImpl::sendInParts(const std::vector<Envelope>& parts, std::string_v
     needsNewConnection_ = result == TransactionResult::NeedsNewConnection;
     // The server's limit was reached half way: the rest goes over another connection.
     if (needsNewConnection_ && i > 0 && connectAndAuthenticate(server_, call)) {
-      counters.total -= parts[i].recipientCount();
       result = transact(send, options, call);
     }
-    if (result == TransactionResult::Rejected) {
+    if (result == TransactionResult::Sent) {
+      delivered += counters.accepted - acceptedBefore;
+    } else if (result == TransactionResult::Rejected) {
       anyRejected = true;
-    } else if (result != TransactionResult::Sent) {
+    } else {
       return false;
     }
   }
-  return counters.accepted > 0 && !(anyRejected && options.allOrNone);
+  const bool sent = delivered > 0 && !(anyRejected && options.allOrNone);
+  if (sent) counters.accepted = delivered;
+  return sent;
 }
 
 bool SmtpConnImpl::verifyRecipients(const Envelope& envelope, SmtpCall& call,
                                     SendCounters& counters) {
-  if (!isSafeEnvelope(envelope, {}, call.log)) return false;
+  counters.total += envelope.recipientCount();
+  if (!isSafeEnvelope(envelope, {}, call.log) || isAborted(call)) return false;
   const auto ask = [&](SmtpTransaction& transaction) {
     return transaction.offerRecipients(envelope, counters);
   };

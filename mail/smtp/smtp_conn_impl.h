@@ -16,7 +16,7 @@
 
 namespace kelvado {
 
-// Which server, how and as whom. Two connections with equal settings are interchangeable.
+// Which server, how and as whom.
 struct SmtpServer {
   std::string host;
   int port = 25;
@@ -64,6 +64,9 @@ class SmtpConnImpl {
   bool smtpNoop(SmtpCall& call);
   bool smtpQuit(SmtpCall& call);  // closes whatever the server answers
 
+  // Whether the last send had a connection. If not, the log says so.
+  bool wasConnected() const { return wasConnected_; }
+
   // Takes leave of the server within two seconds, without a word in any log.
   void hangUp();
 
@@ -83,7 +86,7 @@ class SmtpConnImpl {
   enum class Hello { Failed, Ehlo, Helo };
   using TransactionSteps = std::function<TransactionResult(SmtpTransaction&)>;
 
-  bool canReuse(const SmtpServer& server, SmtpCall& call) const;
+  bool adoptConnection(const SmtpServer& server, SmtpCall& call);
   bool connectAfresh(const SmtpServer& server, SmtpCall& call);
   bool openConnection(const SmtpServer& server, SmtpCall& call);
   bool greetAndLogin(const SmtpServer& server, SmtpCall& call);
@@ -106,6 +109,7 @@ class SmtpConnImpl {
   SmtpServer server_;  // that the open connection was made for
   SmtpExtensions extensions_;
   bool isUnchecked_ = false;  // the open connection was kept for the next send
+  bool wasConnected_ = false;
   bool needsNewConnection_ = false;
   std::vector<std::string> badAddresses_;
 };

@@ -29,9 +29,13 @@ std::size_t dataSize(std::string_view mime) {
 
 }  // namespace
 
-TransactionResult SmtpTransaction::failed() {
-  if (wire_.outOfStep()) wire_.close();
+TransactionResult SmtpTransaction::lost() {
+  wire_.close();
   return TransactionResult::Failed;
+}
+
+TransactionResult SmtpTransaction::refused() {
+  return wire_.outOfStep() ? lost() : TransactionResult::Rejected;
 }
 
 std::string SmtpTransaction::mailFromCommand(const std::string& reversePath) const {
@@ -51,18 +55,15 @@ TransactionResult SmtpTransaction::mailFrom(const std::string& reversePath) {
   if (commands_.next()) return TransactionResult::Sent;
 
   call_.log.LogError("Failed when sending MAIL FROM:<" + reversePath + ">");
-  if (!commands_.sent() || wire_.replyCode() == kNoReplyCode) {
-    wire_.close();
-    return TransactionResult::Failed;
-  }
-  call_.log.LogData("response", loggable(wire_.replyText()));
+  if (!commands_.sent() || wire_.replyCode() == kNoReplyCode) return lost();
+  call_.log.LogData("response", wire_.loggableReply());
   if (wire_.replyCode() == 421 && containsNoCase(wire_.replyText(), "maximum allowed messages")) {
     call_.log.LogInfo("Need new SMTP connection");
     wire_.close();
     return TransactionResult::NeedsNewConnection;
   }
   commands_.skipAhead();
-  return TransactionResult::Failed;
+  return refused();
 }
 
 // False only when there is no going on; a rejected recipient is no reason.
@@ -104,7 +105,6 @@ TransactionResult SmtpTransaction::offerRecipients(const Envelope& envelope,
     wire_.close();
     return TransactionResult::NotReady;
   }
-  counters.total += envelope.recipientCount();
   const TransactionResult begun = mailFrom(envelope.reversePath);
   if (begun != TransactionResult::Sent) return begun;
 
@@ -131,16 +131,16 @@ TransactionResult SmtpTransaction::run(const Envelope& envelope, std::string_vie
   const TransactionResult offered = offerRecipients(envelope, counters);
   if (offered != TransactionResult::Sent) return offered;
 
-  if (!wire_.sendCommand("DATA", call_) || !wire_.readReply(354, call_)) {
+  const bool asked = wire_.sendCommand("DATA", call_);
+  if (!asked || !wire_.readReply(354, call_)) {
     call_.log.LogError("Failed when sending DATA command");
-    return failed();
+    return asked ? refused() : lost();
   }
   if (!sendText(mime)) {
     call_.log.LogError("Failed when sending email body");
-    wire_.close();  // the server would take all that follows for more of the text
-    return TransactionResult::Failed;
+    return lost();  // the server would take all that follows for more of the text
   }
-  if (!endText()) return failed();
+  if (!endText()) return refused();
   if (!options_.sentMailLog.empty()) appendToSentMailLog(mime);
   return TransactionResult::Sent;
 }

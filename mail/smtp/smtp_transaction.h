@@ -29,7 +29,7 @@ struct SendCounters {
 enum class TransactionResult {
   Sent,
   NotReady,            // the connection is no longer good for one; nothing has happened yet
-  Rejected,            // by the server, for its recipients; the connection stays usable
+  Rejected,            // by the server; the connection stays usable
   NeedsNewConnection,  // this one takes no more messages
   Failed,
 };
@@ -53,7 +53,7 @@ class SmtpTransaction {
     commands_.add("RSET");
   }
 
-  // Adds its recipients to the counters.
+  // Both add the recipients that were accepted to the counters.
   TransactionResult run(const Envelope& envelope, std::string_view mime, SendCounters& counters);
   // MAIL FROM and RCPT TO only. The caller resets the session afterwards.
   TransactionResult offerRecipients(const Envelope& envelope, SendCounters& counters);
@@ -67,7 +67,8 @@ class SmtpTransaction {
   bool sendText(std::string_view mime);
   bool endText();
   void appendToSentMailLog(std::string_view mime);
-  TransactionResult failed();
+  TransactionResult refused();
+  TransactionResult lost();
 
   SmtpWire& wire_;
   CommandPipeline commands_;

@@ -11,6 +11,11 @@ namespace {
 constexpr std::uint64_t kEndlessReadTimeoutMs = 21'600'000;
 constexpr std::uint64_t kMaxReadTimeoutMs = 5'000'000;
 
+// A reply may end so (RFC 5321 section 4.2), though it is not taken for one.
+bool isBareCode(std::string_view line) {
+  return line.size() == 5 && line.find_first_not_of("0123456789") == 3;
+}
+
 }  // namespace
 
 std::uint32_t effectiveReadTimeoutMs(std::uint64_t configuredMs, bool secure) {
@@ -23,6 +28,7 @@ std::uint32_t effectiveReadTimeoutMs(std::uint64_t configuredMs, bool secure) {
 bool SmtpWire::connect(const std::string& host, std::uint16_t port, const HttpProxy& proxy,
                        std::uint32_t connectTimeoutMs, SmtpCall& call) {
   close();
+  timedOut_ = false;
   host_ = host;
   const bool direct = proxy.host.empty();
   const std::string& peer = direct ? host : proxy.host;
@@ -55,6 +61,7 @@ bool SmtpWire::secure(const std::string& host, std::uint16_t port,
 void SmtpWire::close() {
   secureChannel_.reset();
   socket_.close();
+  secrets_.clear();
   outOfStep_ = false;
 }
 
@@ -65,7 +72,7 @@ void SmtpWire::shutdown(SmtpCall& call) {
 
 bool SmtpWire::sendCommand(std::string_view command, SmtpCall& call) {
   call.log.LogData("command", loggable(command));
-  return sendSecret(command, call);
+  return sendLine(command, call);
 }
 
 bool SmtpWire::sendCommands(std::span<const std::string> commands, SmtpCall& call) {
@@ -78,6 +85,15 @@ bool SmtpWire::sendCommands(std::span<const std::string> commands, SmtpCall& cal
 }
 
 bool SmtpWire::sendSecret(std::string_view line, SmtpCall& call) {
+  keepSecret(line.substr(line.rfind(' ') + 1));
+  return sendLine(line, call);
+}
+
+void SmtpWire::keepSecret(std::string_view secret) {
+  if (!secret.empty()) secrets_.emplace_back(secret);
+}
+
+bool SmtpWire::sendLine(std::string_view line, SmtpCall& call) {
   std::string bytes;
   bytes.reserve(line.size() + 2);
   return sendBytes(bytes.append(line).append("\r\n"), call);
@@ -94,9 +110,17 @@ bool SmtpWire::readReply(int expected, SmtpCall& call, ReplyLog replyLog) {
   if (replyLog == ReplyLog::CodeOnly) {
     call.log.LogData("reply_code", std::to_string(replyCode()));
   } else {
-    call.log.LogData("reply", loggable(replyText()));
+    call.log.LogData("reply", loggableReply());
   }
   return replyCode() == expected;
+}
+
+std::string SmtpWire::loggableReply() const {
+  const auto isRepeated = [this](const std::string& secret) {
+    return replyText().find(secret) != std::string::npos;
+  };
+  const bool tells = std::any_of(secrets_.begin(), secrets_.end(), isRepeated);
+  return tells ? std::to_string(replyCode()) : loggable(replyText());
 }
 
 std::optional<SmtpExtensions> SmtpWire::readEhloReply(SmtpCall& call) {
@@ -125,7 +149,7 @@ bool SmtpWire::receiveReply(SmtpReply::Ending ending, SmtpCall& call) {
         return true;
       case SmtpReply::Progress::Unrecognized:
         // A reply of one line, however short, is still a whole one.
-        outOfStep_ = reply_.text().size() > line.size();
+        outOfStep_ = reply_.text().size() > line.size() && !isBareCode(line);
         call.log.LogError("Unrecognized response from SMTP server");
         call.log.LogData("line", loggable(line));
         return false;

@@ -9,6 +9,7 @@
 #include <span>
 #include <string>
 #include <string_view>
+#include <vector>
 
 #include "mail/mime/log_base.h"
 #include "mail/smtp/smtp_reply.h"
@@ -63,8 +64,10 @@ class SmtpWire {
   bool sendCommand(std::string_view command, SmtpCall& call);
   // Several at once: the replies come one by one, in the same order.
   bool sendCommands(std::span<const std::string> commands, SmtpCall& call);
-  // As sendCommand, but nothing of it is logged.
+  // As sendCommand, but nothing of it is logged; its last word is a secret from then on.
   bool sendSecret(std::string_view line, SmtpCall& call);
+  // What no reply may bring into the log, until the connection is closed.
+  void keepSecret(std::string_view secret);
   bool sendBytes(std::string_view bytes, SmtpCall& call);
 
   // Reads one whole reply. True only when its code is exactly `expected`: 251 is not 250.
@@ -77,6 +80,8 @@ class SmtpWire {
   // and must not go on with this connection.
   int replyCode() const { return reply_.code(); }
   const std::string& replyText() const { return reply_.text(); }
+  // For the log: the text, or the code alone when the server repeats a secret in it.
+  std::string loggableReply() const;
   // The last reply was cut off or never came, so what comes next may be the rest of it.
   bool outOfStep() const { return outOfStep_; }
 
@@ -92,12 +97,14 @@ class SmtpWire {
     return effectiveReadTimeoutMs(configuredReadTimeoutMs_, isSecure());
   }
   bool receiveReply(SmtpReply::Ending ending, SmtpCall& call);
+  bool sendLine(std::string_view line, SmtpCall& call);
   void logReadFailure(SmtpCall& call);
   void noteStatus() { timedOut_ = timedOut_ || channel().status().timedOut; }
 
   KelvadoSocket socket_;
   std::string host_;
   std::unique_ptr<SChannel> secureChannel_;  // over socket_; null: plain
+  std::vector<std::string> secrets_;
   std::uint64_t configuredReadTimeoutMs_ = 30'000;
   SmtpReply reply_;
   bool outOfStep_ = false;

@@ -84,6 +84,8 @@ Context makeContext() {
   SSL_CTX_set_min_proto_version(context.get(), TLS1_2_VERSION);
   SSL_CTX_set_options(context.get(), SSL_OP_NO_RENEGOTIATION | SSL_OP_NO_COMPRESSION);
   SSL_CTX_set_default_verify_paths(context.get());
+  // A key with a pass phrase is an error: there is nobody to ask.
+  SSL_CTX_set_default_passwd_cb(context.get(), [](char*, int, int, void*) { return -1; });
   // The caller decides what a certificate that fails verification means; the result is kept.
   SSL_CTX_set_verify(context.get(), SSL_VERIFY_NONE, nullptr);
   SSL_CTX_set_session_cache_mode(context.get(), SSL_SESS_CACHE_CLIENT | SSL_SESS_CACHE_NO_INTERNAL);

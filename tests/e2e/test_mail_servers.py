@@ -105,10 +105,14 @@ class ServersTest(unittest.TestCase):
         self.assertTrue(done, log)
         self.assertIn("<ClientCertDN>CN = localhost</ClientCertDN>", log)
         self.assertTrue(any(b'Client CN "localhost"' in mail.raw for mail in server.delivered()))
-        client.write_bytes((self.folder / "host.pem").read_bytes())  # without its key
-        done, log, _ = self.send(server, [("SetSslClientCert", client)], way="STARTTLS")
-        self.assertIn("<error>Error creating credentials</error>", log)
-        self.assertFalse(done)
+        certificate = (self.folder / "host.pem").read_bytes()
+        locked = subprocess.run(["openssl", "pkey", "-aes256", "-passout", "pass:word", "-in",
+                                 self.folder / "host.key"], capture_output=True, check=True).stdout
+        for key in (b"", locked):  # there is nobody to ask for a pass phrase
+            client.write_bytes(certificate + key)
+            done, log, _ = self.send(server, [("SetSslClientCert", client)], way="STARTTLS")
+            self.assertIn("<error>Error creating credentials</error>", log)
+            self.assertFalse(done)
 
     def test_the_example(self):
         server, file = self.servers["host"], self.folder / "\u00fc.bin"

@@ -52,12 +52,12 @@ TEST(Conversation, GreetsAndFallsBackToHelo) {
            "</SMTP_Connect>|<subject>subject</subject>|<reversePath>me@site.example</reversePath>|"
            "<email_size>|Sent DATA terminator|<NumAccepted>1</NumAccepted>|"
            "<NumRejected>0</NumRejected>");
-  converse(
-      "a second HELO with the server's own name, after a code alone",
-      {kEhlo + "S: 250|C: HELO pc.example|" + kNo + "C: HELO 127.0.0.1|" + kOk + kMail + kQuit},
-      true,
-      "Unrecognized response from SMTP server|EHLO failed, sending HELO...|"
-      "Failed to get response to Hello (HELO)|<HeloResponse>|CONNECTED to SMTP server");
+  converse("a second HELO with the server's own name, after a code alone",
+           {kEhlo + "S: 250-mail\r\n250|C: HELO pc.example|" + kNo + "C: HELO 127.0.0.1|" + kOk +
+            kMail + kQuit},
+           true,
+           "Unrecognized response from SMTP server|EHLO failed, sending HELO...|"
+           "Failed to get response to Hello (HELO)|<HeloResponse>|CONNECTED to SMTP server");
   converse("no HELO at all",
            {kEhlo + "S: 502 what|C: HELO pc.example|" + kNo + "C: HELO 127.0.0.1|" + kNo}, false,
            "Failed to get response to Hello (HELO)|Failed to get response to 2nd-try Hello (HELO)|"
@@ -79,6 +79,10 @@ TEST(Conversation, LogsIn) {
   converse("PLAIN forced on a server that lists LOGIN",
            {kEhlo + "S: 250 AUTH LOGIN|C: AUTH PLAIN dXNlcgB1c2VyAHNlY3JldA==|" + kWelcome}, true,
            "<login_method>PLAIN</login_method>", method("plain"));
+  converse("a server that repeats it later",
+           {kEhlo + "S: 250 AUTH PLAIN|C: AUTH PLAIN dXNlcgB1c2VyAHNlY3JldA==|S: 235 welcome|" +
+            "C: MAIL FROM:<me@site.example>|S: 550 who is dXNlcgB1c2VyAHNlY3JldA==?|" + kQuit},
+           false, "<reply>550</reply>|<response>550</response>|Send failed.", method("PLAIN"));
   converse("methods that are not implemented", {kEhlo + "S: 250 AUTH ANONYMOUS GSSAPI|"}, false,
            "<login_method>GSSAPI</login_method>|GSSAPI login method not supported", method(""));
   converse("no method at all goes on without", {kHello + kMail + kQuit}, true,
@@ -100,6 +104,8 @@ TEST(Conversation, GoesThroughAProxy) {
            {request + "S: HTTP/1.1 200 ok\r\nVia: x\r\n\r\n220 ready|C: EHLO pc.example|" +
             "S: 250 mail|" + kMail + kQuit},
            true, "CONNECTED to ESMTP server mail.example:25", proxied);
+  converse("none: its port does not matter", {kHello + kMail + kQuit}, true, "",
+           [](KvMailMan& mailMan, KvEmail&) { mailMan.put_HttpProxyPort(0); });
   converse("that does not", {request + "S: HTTP/1.0 407 who?\r\n|"}, false,
            "The proxy server refuses the tunnel.|Failed to connect (1)", proxied);
   converse("that hangs up", {request + "HANGUP"}, false,
@@ -174,10 +180,10 @@ TEST(Conversation, OffersRecipients) {
            true, "", deliveryStatus);
   converse("delivery status that is not offered", {kHello + kMail + kQuit}, true, "",
            deliveryStatus);
-  converse("one by one; a rejection needs a reset",
-           {kHello + kFrom + kTo + kNo + kReset + kFrom + kCc + kOk + kData + kReset + kFrom +
-            kBcc + kOk + kData + kQuit},
-           true, "<NumAccepted>2</NumAccepted>|<NumRejected>1</NumRejected>",
+  converse("one by one; a rejection, of whatever, is for one",
+           {kHello + kFrom + kTo + kNo + kReset + kFrom + kCc + kOk +
+            "C: DATA|S: 354 go on|DATA|S: 554 spam|" + kReset + kFrom + kBcc + kOk + kData + kQuit},
+           true, "<NumAccepted>1</NumAccepted>|<NumRejected>2</NumRejected>",
            threeKinds(&KvMailMan::put_SendIndividual));
 }
 
@@ -255,8 +261,16 @@ TEST(Conversation, KeepsAConnectionThatAnswers) {
   };
   converse("RSET refused", {first + "C: RSET|S: 421 idle|", first + kQuit}, true,
            "<info>RSET failed.</info>\r\n<info>Need new SMTP connection</info>", sentBefore());
-  converse("other settings", {first, first + kQuit}, true, "need new SMTP connection",
-           sentBefore([](KvMailMan& mailMan) { mailMan.put_ReadTimeout(6); }));
+  converse("RSET refused, and then the connection",
+           {first + "C: RSET|S: 421 idle|", "S: 554 nobody here|"}, false,
+           "<info>RSET failed.|Failed to connect to SMTP server.</error>\r\n</SendEmail>",
+           sentBefore());
+  converse("a time-out is that of its connection",
+           {first + "C: RSET|SILENCE", kHello + kFrom + kTo + kNo + kQuit}, false,
+           "ReadTimeout expired|RSET failed.|<NumTotal>1</NumTotal>|Send failed.",
+           sentBefore([](KvMailMan& mailMan) { mailMan.put_ReadTimeout(1); }));
+  converse("somebody else", {first, first + kQuit}, true, "need new SMTP connection",
+           sentBefore([](KvMailMan& mailMan) { mailMan.put_SmtpUsername("other"); }));
   converse("TLS wanted from now on", {first, "S: 220 ready|C: STARTTLS|S: 454 no|"}, false,
            "No secure connection, need new SMTP connection.",
            sentBefore([](KvMailMan& mailMan) { mailMan.put_StartTLS(true); }));
@@ -321,6 +335,8 @@ TEST(Conversation, StopsWhenTheApplicationWants) {
            });
   setAbortAll(true);
   converse("everywhere", {}, false, "Mail sending aborted by application<");
+  converse("before connecting", {}, false, "<error>Aborted by application<", {},
+           [](KvMailMan& mailMan, KvEmail&) { return mailMan.VerifySmtpConnection(); });
   setAbortAll(false);
 }
 
