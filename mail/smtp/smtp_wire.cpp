@@ -11,6 +11,9 @@ namespace {
 constexpr std::uint64_t kEndlessReadTimeoutMs = 21'600'000;
 constexpr std::uint64_t kMaxReadTimeoutMs = 5'000'000;
 
+// Those of the last logins: some methods make new ones each time.
+constexpr std::size_t kMaxSecrets = 32;
+
 // A reply may end so (RFC 5321 section 4.2), though it is not taken for one.
 bool isBareCode(std::string_view line) {
   return line.size() == 5 && line.find_first_not_of("0123456789") == 3;
@@ -61,7 +64,6 @@ bool SmtpWire::secure(const std::string& host, std::uint16_t port,
 void SmtpWire::close() {
   secureChannel_.reset();
   socket_.close();
-  secrets_.clear();
   outOfStep_ = false;
 }
 
@@ -90,7 +92,10 @@ bool SmtpWire::sendSecret(std::string_view line, SmtpCall& call) {
 }
 
 void SmtpWire::keepSecret(std::string_view secret) {
-  if (!secret.empty()) secrets_.emplace_back(secret);
+  if (secret.empty()) return;
+  std::erase(secrets_, secret);
+  if (secrets_.size() == kMaxSecrets) secrets_.pop_front();
+  secrets_.emplace_back(secret);
 }
 
 bool SmtpWire::sendLine(std::string_view line, SmtpCall& call) {

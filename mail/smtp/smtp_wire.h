@@ -4,12 +4,12 @@
 #pragma once
 
 #include <cstdint>
+#include <deque>
 #include <memory>
 #include <optional>
 #include <span>
 #include <string>
 #include <string_view>
-#include <vector>
 
 #include "mail/mime/log_base.h"
 #include "mail/smtp/smtp_reply.h"
@@ -66,7 +66,7 @@ class SmtpWire {
   bool sendCommands(std::span<const std::string> commands, SmtpCall& call);
   // As sendCommand, but nothing of it is logged; its last word is a secret from then on.
   bool sendSecret(std::string_view line, SmtpCall& call);
-  // What no reply may bring into the log, until the connection is closed.
+  // What no reply may bring into the log, not over a later connection either.
   void keepSecret(std::string_view secret);
   bool sendBytes(std::string_view bytes, SmtpCall& call);
 
@@ -104,7 +104,7 @@ class SmtpWire {
   KelvadoSocket socket_;
   std::string host_;
   std::unique_ptr<SChannel> secureChannel_;  // over socket_; null: plain
-  std::vector<std::string> secrets_;
+  std::deque<std::string> secrets_;
   std::uint64_t configuredReadTimeoutMs_ = 30'000;
   SmtpReply reply_;
   bool outOfStep_ = false;
