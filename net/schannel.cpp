@@ -148,8 +148,13 @@ bool SChannel::receiveMore(std::string& buffer, std::uint32_t timeoutMs, LogBase
     const SecurityStatus status = stream_->decrypt(encrypted_, buffer, token, extra);
     keepExtra(extra);
     if (!sendToken(token, timeoutMs, log, progress)) return false;
+    peerHasClosed_ = peerHasClosed_ || status == SecurityStatus::ContextExpired;
+    if (status == SecurityStatus::Renegotiate &&
+        !handshake(std::max<std::uint32_t>(1, left.remaining()), log, progress)) {
+      return false;
+    }
     if (buffer.size() > before) return true;
-    if (status == SecurityStatus::ContextExpired) {
+    if (peerHasClosed_) {
       status_.peerClosed = true;
       log.LogError("Connection closed by server.");
       return false;
@@ -159,10 +164,7 @@ bool SChannel::receiveMore(std::string& buffer, std::uint32_t timeoutMs, LogBase
       log.LogData("tls_error", stream_->failureText());
       return false;
     }
-    if (status == SecurityStatus::Renegotiate) {
-      if (!handshake(std::max<std::uint32_t>(1, left.remaining()), log, progress)) return false;
-      continue;
-    }
+    if (status == SecurityStatus::Renegotiate) continue;  // what follows it may be here already
     if (left.remaining() == 0) {
       logReadTimeout(timeoutMs, log);
       return false;

@@ -78,6 +78,7 @@ class SChannel final : public ByteChannel {
   platform::PeerCertificate certificate_;
   std::string encrypted_;  // received, not yet taken by the stream
   bool established_ = false;
+  bool peerHasClosed_ = false;  // by close notify; nothing comes after it
 };
 
 }  // namespace kelvado

@@ -3,8 +3,8 @@
 // fails sets the last error (process.h).
 //
 // startDispatcher, registerHandler and setStatus belong to the service: setStatus is called by its
-// main thread and by the dispatcher's, and allocates nothing, because the worker may be frozen in
-// the middle of an allocation. The rest belongs to the installer, on one thread.
+// main thread and by the dispatcher's, and allocates nothing of its own, because the worker may be
+// frozen in the middle of an allocation. The rest belongs to the installer, on one thread.
 #pragma once
 
 #include <cstdint>

@@ -2,8 +2,8 @@
 // for, by handles as the system has them. A call that fails sets the last error (process.h).
 // May be used by several threads.
 //
-// suspend, resume and setEvent allocate nothing and take no lock that the worker may hold: a frozen
-// worker may have been stopped anywhere, in the middle of an allocation too.
+// suspend, resume and setEvent allocate nothing and wait for no lock that a frozen worker may hold:
+// it may have been stopped anywhere.
 #pragma once
 
 #include <cstdint>

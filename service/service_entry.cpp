@@ -51,7 +51,7 @@ int enterService(const std::vector<std::string>& arguments, ServiceSystem system
   }
   // Not by returning from main: the worker is still at work on what the destructors would take from
   // it, or is frozen with a lock that they would wait for.
-  system.process.exit(0);
+  system.process.terminate(0);
   return 0;
 }
 

@@ -1,13 +1,19 @@
 @echo off
-rem Installs the password expiration service, or with /remove removes it again. Run it as an
-rem administrator. The programs go to a folder whose path has no blanks, because the service manager is
-rem given that path without quotes.
+rem Installs the password expiration service in place of an older one, or with /remove removes it
+rem again. Run it as an administrator.
 setlocal
 set "target=%SystemRoot%\pwlapse"
 set "work=%SystemRoot%\System32"
 if /i "%~1"=="/remove" goto remove
 
 if not exist "%target%" mkdir "%target%"
+sc query NRVPasswordExpiration >nul 2>nul
+if errorlevel 1 goto copy
+"%target%\pwLapseSvc.exe" -remove
+rem Its process may take a moment to end.
+ping -n 3 127.0.0.1 >nul
+
+:copy
 copy /y "%~dp0pwLapseSvc.exe" "%target%\pwLapseSvc.exe" >nul
 if errorlevel 1 goto failed
 copy /y "%~dp0pwlapse.exe" "%target%\pwlapse.exe" >nul

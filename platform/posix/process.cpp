@@ -58,6 +58,7 @@ class PosixProcess final : public Process {
 
   // A parent sees the low eight bits of the code.
   void exit(std::uint32_t code) override { _exit(static_cast<int>(code)); }
+  void terminate(std::uint32_t code) override { exit(code); }
 };
 
 }  // namespace

@@ -54,13 +54,19 @@ Chain buildChain(const CERT_CONTEXT& certificate) {
   parameters.RequestedUsage.Usage.cUsageIdentifier = 1;
   parameters.RequestedUsage.Usage.rgpszUsageIdentifier = usages;
   const CERT_CHAIN_CONTEXT* chain = nullptr;
-  CertGetCertificateChain(nullptr, &certificate, nullptr, certificate.hCertStore, &parameters, 0,
-                          nullptr, &chain);
+  // From what is here and what the server sent: a certificate that nobody has checked yet must not
+  // name a place to fetch others from.
+  CertGetCertificateChain(nullptr, &certificate, nullptr, certificate.hCertStore, &parameters,
+                          CERT_CHAIN_CACHE_ONLY_URL_RETRIEVAL, nullptr, &chain);
   return Chain(chain);
 }
 
 // 0 when the chain is good for a server of this name, or the reason.
 DWORD checkChain(const CERT_CHAIN_CONTEXT& chain, const std::string& host) {
+  // Some systems let the policy below pass without the chain's end.
+  if ((chain.TrustStatus.dwErrorStatus & CERT_TRUST_IS_PARTIAL_CHAIN) != 0) {
+    return static_cast<DWORD>(CERT_E_CHAINING);
+  }
   std::wstring name = toWide(ansiToUtf16(host));
   SSL_EXTRA_CERT_CHAIN_POLICY_PARA server{};
   server.cbSize = sizeof server;

@@ -4,6 +4,7 @@
 #include <algorithm>
 #include <cerrno>
 #include <climits>
+#include <vector>
 
 #include <windows.h>
 #include <direct.h>
@@ -76,6 +77,13 @@ bool writeAll(int file, std::string_view bytes) {
   return writeToEnd(write, bytes);
 }
 
+// Takes the handle over. -1, with errno set, when there are too many already.
+int descriptorOf(HANDLE file, int flags) {
+  const int number = ::_open_osfhandle(reinterpret_cast<std::intptr_t>(file), flags);
+  if (number == -1) CloseHandle(file);
+  return number;
+}
+
 // Lets others replace the file meanwhile, which _open does not. -1, with errno set, on failure.
 int openToRead(const std::string& name) {
   constexpr DWORD kShareAll = FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE;
@@ -89,7 +97,37 @@ int openToRead(const std::string& name) {
     errno = errnoOf(GetLastError());
     return -1;
   }
-  return ::_open_osfhandle(reinterpret_cast<std::intptr_t>(file), _O_RDONLY | _O_BINARY);
+  return descriptorOf(file, _O_RDONLY | _O_BINARY);
+}
+
+// The access rights of a file, for the one that takes its place; the folder's when there is no such
+// file.
+class AccessRights {
+ public:
+  explicit AccessRights(const std::string& name) {
+    DWORD size = 0;
+    GetFileSecurityA(name.c_str(), DACL_SECURITY_INFORMATION, nullptr, 0, &size);
+    descriptor_.resize(size);
+    if (size > 0 && GetFileSecurityA(name.c_str(), DACL_SECURITY_INFORMATION, descriptor_.data(),
+                                     size, &size) != 0) {
+      attributes_.lpSecurityDescriptor = descriptor_.data();
+    }
+  }
+  SECURITY_ATTRIBUTES* get() { return &attributes_; }
+
+ private:
+  std::vector<char> descriptor_;
+  SECURITY_ATTRIBUTES attributes_{sizeof(SECURITY_ATTRIBUTES), nullptr, FALSE};
+};
+
+// For writing. -1, with errno set, when it exists (EEXIST) or cannot be made.
+int createNew(const std::string& name, AccessRights& rights) {
+  const HANDLE file = CreateFileA(name.c_str(), GENERIC_WRITE, 0, rights.get(), CREATE_NEW,
+                                  FILE_ATTRIBUTE_NORMAL, nullptr);
+  if (file != INVALID_HANDLE_VALUE) return descriptorOf(file, _O_WRONLY | _O_BINARY);
+  const DWORD error = GetLastError();
+  errno = error == ERROR_FILE_EXISTS ? EEXIST : errnoOf(error);
+  return -1;
 }
 
 bool openAndWrite(const std::string& name, int flags, std::string_view bytes) {
@@ -149,10 +187,10 @@ bool writeTextFile(const std::string& name, std::string_view text) {
 }
 
 bool replaceFileAtomically(const std::string& name, std::string_view bytes) {
-  constexpr int kNewOnly = _O_WRONLY | _O_CREAT | _O_EXCL | _O_BINARY;
+  AccessRights rights(name);
   for (int i = 0; i < kTemporaryNames; ++i) {
     const std::string temporary = temporaryName(name);
-    Descriptor file(temporary, kNewOnly);
+    Descriptor file(createNew(temporary, rights));
     if (!file.valid() && errno == EEXIST) continue;
     if (!file.valid()) return false;
     if (writeAll(file.get(), bytes) && ::_commit(file.get()) == 0 && file.close() &&

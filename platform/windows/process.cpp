@@ -23,11 +23,16 @@ class WindowsProcess final : public Process {
 
   std::string imagePath() override {
     char path[kMaxImagePath];
-    const DWORD size = GetModuleFileNameA(nullptr, path, kMaxImagePath);
-    return std::string(path, size);
+    std::string name(path, GetModuleFileNameA(nullptr, path, kMaxImagePath));
+    // Only a prefix of the system may have one; elsewhere it is a character that the code page
+    // lacks, and the name nobody's.
+    if (name.find('?', sizeof R"(\\?\)" - 1) == std::string::npos) return name;
+    SetLastError(ERROR_INVALID_NAME);
+    return {};
   }
 
   void exit(std::uint32_t code) override { ExitProcess(code); }
+  void terminate(std::uint32_t code) override { TerminateProcess(GetCurrentProcess(), code); }
 };
 
 }  // namespace

@@ -68,11 +68,14 @@ class WindowsServiceControl final : public ServiceControl {
   }
 
   ServiceHandle createService(ServiceHandle manager, const NewService& service) override {
-    return handleOf(CreateServiceA(managerOrService(manager), service.name.c_str(),
-                                   service.displayName.c_str(), SERVICE_ALL_ACCESS, service.type,
-                                   service.startType, service.errorControl,
-                                   service.imagePath.c_str(), nullptr, nullptr,
-                                   service.dependencies.c_str(), nullptr, nullptr));
+    // A command line: without quotes the system would first look for a program that ends at a
+    // blank.
+    const bool hasBlank = service.imagePath.find(' ') != std::string::npos;
+    const std::string command = hasBlank ? '"' + service.imagePath + '"' : service.imagePath;
+    return handleOf(CreateServiceA(
+        managerOrService(manager), service.name.c_str(), service.displayName.c_str(),
+        SERVICE_ALL_ACCESS, service.type, service.startType, service.errorControl, command.c_str(),
+        nullptr, nullptr, service.dependencies.c_str(), nullptr, nullptr));
   }
 
   ServiceHandle openService(ServiceHandle manager, const std::string& name) override {

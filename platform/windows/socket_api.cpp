@@ -19,14 +19,16 @@ SOCKET native(SocketHandle socket) {
   return static_cast<SOCKET>(socket);
 }
 
-// Non-blocking, not for child processes, Nagle's algorithm off. kInvalidSocket, closed and with
-// `error` set, when it cannot be.
+// Non-blocking, not for child processes, Nagle's algorithm off, urgent data among the rest: it
+// would count as an exception that waitWritable ends with. kInvalidSocket, closed and with `error`
+// set, when it cannot be.
 SocketHandle prepared(SOCKET socket, SocketError& error) {
   error = socket == INVALID_SOCKET ? WSAGetLastError() : kSocketOk;
   if (socket == INVALID_SOCKET) return kInvalidSocket;
   SetHandleInformation(reinterpret_cast<HANDLE>(socket), HANDLE_FLAG_INHERIT, 0);
   const BOOL on = TRUE;
   setsockopt(socket, IPPROTO_TCP, TCP_NODELAY, reinterpret_cast<const char*>(&on), sizeof on);
+  setsockopt(socket, SOL_SOCKET, SO_OOBINLINE, reinterpret_cast<const char*>(&on), sizeof on);
   u_long nonBlocking = 1;
   if (ioctlsocket(socket, FIONBIO, &nonBlocking) == 0) return static_cast<SocketHandle>(socket);
   error = WSAGetLastError();

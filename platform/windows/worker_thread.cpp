@@ -4,6 +4,7 @@
 #include <utility>
 
 #include <windows.h>
+#include <malloc.h>
 
 namespace platform {
 namespace {
@@ -18,6 +19,20 @@ DWORD WINAPI runBody(void* argument) {
   return 0;
 }
 
+class HeapLocked {
+ public:
+  explicit HeapLocked(HANDLE heap) : heap_(heap), locked_(HeapLock(heap) != FALSE) {}
+  ~HeapLocked() {
+    if (locked_) HeapUnlock(heap_);
+  }
+  HeapLocked(const HeapLocked&) = delete;
+  HeapLocked& operator=(const HeapLocked&) = delete;
+
+ private:
+  HANDLE heap_;
+  bool locked_;
+};
+
 constexpr DWORD kSuspendFailed = static_cast<DWORD>(-1);
 
 class WindowsThreads final : public WorkerThreads {
@@ -29,9 +44,16 @@ class WindowsThreads final : public WorkerThreads {
     return reinterpret_cast<ThreadHandle>(thread);
   }
 
-  // The system counts suspensions; one is all that anybody needs.
+  // The system counts suspensions; one is all that anybody needs. With the locks of the heaps in
+  // hand, so that the thread does not stop with one: a report to the service manager allocates.
   bool suspend(ThreadHandle thread) override {
+    const HeapLocked ours(handleOf(_get_heap_handle()));
+    const HeapLocked systems(GetProcessHeap());
     const DWORD before = SuspendThread(handleOf(thread));
+    // Suspending only asks; its registers can be read when it has stopped.
+    CONTEXT registers{};
+    registers.ContextFlags = CONTEXT_CONTROL;
+    GetThreadContext(handleOf(thread), &registers);
     if (before == kSuspendFailed) return false;
     if (before > 0) ResumeThread(handleOf(thread));
     return before == 0;

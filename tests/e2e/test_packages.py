@@ -93,6 +93,12 @@ class WindowsPackageTest(PackageTest):
             self.assertTrue((system32 / "NorvynExpirationEmail.html").exists())
             self.assertTrue((system32 / "logfiles").is_dir())
 
+            done = windows.run("cmd", "/c", "install.cmd", cwd=folder)  # in place of itself
+            self.assertEqual((done.returncode, done.stdout.decode("ascii").splitlines()), (0, [
+                "Stopping service...", "Service successfully removed.",
+                "Norvyn Password Expiration Service installed.",
+                "Norvyn Password Expiration Service started."]), done.stderr)
+
             done = windows.run("cmd", "/c", "install.cmd", "/remove", cwd=folder)
             self.assertEqual(done.stdout.decode("ascii").splitlines(), [
                 "Stopping service...", "Service successfully removed."], done.stderr)

@@ -106,7 +106,7 @@ class Machine(unittest.TestCase):
     @classmethod
     def setUpClass(cls):
         cls.windows = cls.enterClassContext(wine_prefix.WinePrefix())
-        cls.folder = cls.windows.drive / "B\u00fcro"
+        cls.folder = cls.windows.drive / "B\u00fcro 1"
         cls.folder.mkdir()
         for file in ("service/pwLapseSvc.exe", "console/pwlapse.exe", "tests/e2e/wine/netapi32.dll",
                      "tests/e2e/wine/activeds.dll", "tests/e2e/wine/control_service.exe"):
@@ -164,6 +164,7 @@ class FirstPassTest(Machine):
         cls.installed = cls.program("-install")
         cls.wait_for_report()
         cls.running = cls.control()
+        cls.image_path = cls.windows.run("reg", "query", SERVICE_KEY, "/v", "ImagePath").stdout
         cls.start_type = cls.windows.registry_value(SERVICE_KEY, "Start")
         cls.mailing_day = cls.windows.registry_value(
             r"HKLM\Software\Kadro\PwsentryPro", "expirationLastRunDay")
@@ -187,6 +188,8 @@ class FirstPassTest(Machine):
         self.assertEqual(self.installed, (0, f"{name} installed.\n{name} started.\n"))
         self.assertEqual(self.running, RUNNING)
         self.assertEqual(self.start_type, "0x2")
+        # In quotes: without, a program "C:\Büro" would be started.
+        self.assertRegex(self.image_path, rb' "C:\\B.ro 1\\pwLapseSvc.exe"\r\n')
         self.assertEqual(self.mailing_day, hex(datetime.date.today().day))
 
     def test_mails_go_out_over_tls(self):

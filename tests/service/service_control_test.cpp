@@ -103,6 +103,7 @@ struct FakeSystem : ServiceControl, WorkerThreads, Process, service::ServiceWork
   std::string errorMessage(WinError) override { return message; }
   std::string imagePath() override { return call("path") ? "C:\\A B\\pwLapseSvc.exe" : ""; }
   void exit(std::uint32_t code) override { call("exit", code); }
+  void terminate(std::uint32_t code) override { call("terminate", code); }
 
   WinError readValues(service::ServiceValues& values) override {
     values.intervalMs = 4711;
@@ -266,13 +267,13 @@ TEST(ServiceMain, StartsRunsAndCleansUpWithTheErrorOfWhatFailed) {
     for (std::size_t i = 0; i < std::size(up) && i <= failing; ++i) expected += up[i];
     if (failing < std::size(up)) fake.failing = up[failing].substr(0, up[failing].size() - 1);
     enter(fake);
-    EXPECT_EQ(fake.calls, expected + after + "exit 0\n");
+    EXPECT_EQ(fake.calls, expected + after + "terminate 0\n");
     EXPECT_EQ(fake.intervalSeen, failing < std::size(up) ? 0U : 4711U);
   }
   FakeSystem fake;
   fake.readStatus = 1009;
   enter(fake);
-  EXPECT_THAT(fake.calls, EndsWith("close event 9\n" + status(1, 1009) + "exit 0\n"));
+  EXPECT_THAT(fake.calls, EndsWith("close event 9\n" + status(1, 1009) + "terminate 0\n"));
 }
 
 TEST(ServiceMain, AnswersControls) {
