@@ -97,6 +97,7 @@ class Email2 {
   void setAlternativeText(std::string text, std::string_view contentType);
   // Null when the message has no such text of its own.
   const Email2* findText(std::string_view contentType) const;
+  Email2* findText(std::string_view contentType);
   // In the subject and in the message's own texts; every occurrence.
   void replaceInTexts(std::string_view from, std::string_view to);
   // Takes another message's content over, with the fields that describe it.
@@ -133,7 +134,6 @@ class Email2 {
   void becomeContainer(std::string_view contentType, std::string_view marker);
   Email2& ownContent();
   Email2& textPart();
-  Email2* findTextPart(std::string_view contentType);
   void setText(std::string text, std::string_view contentType, std::string_view messageCharset);
   void setInAlternative(std::string text, std::string_view contentType,
                         std::string_view messageCharset);

@@ -60,10 +60,11 @@ bool Email2::hasNoContentYet() const {
   return children_.empty() && body().empty() && hasType(*this, kPlain) && !isAttachment();
 }
 
-// The part that holds the message's own text in all its alternatives.
+// The part that holds the message's own text in all its alternatives. Containers of any other kind
+// (mixed, related, signed, report) have it first.
 Email2& Email2::ownContent() {
   Email2* part = this;
-  while (!part->children_.empty() && (hasType(*part, kMixed) || hasType(*part, kRelated))) {
+  while (!part->children_.empty() && !hasType(*part, kAlternative)) {
     part = part->children_.front().get();
   }
   if (part->children_.empty() && (part->isAttachment() || !part->contentType_.isText())) {
@@ -84,8 +85,8 @@ Email2& Email2::ownContent() {
 // Of alternatives the HTML one, else the plain one.
 Email2& Email2::textPart() {
   Email2* part = &ownContent();
-  if (Email2* html = part->findTextPart(kHtml)) return *html;
-  if (Email2* plain = part->findTextPart(kPlain)) return *plain;
+  if (Email2* html = part->findText(kHtml)) return *html;
+  if (Email2* plain = part->findText(kPlain)) return *plain;
   while (!part->children_.empty()) part = part->children_.front().get();
   return *part;
 }
@@ -115,7 +116,7 @@ void Email2::setMainText(std::string text) {
 // Into a multipart/alternative: the part of the type, else a new one in its place.
 void Email2::setInAlternative(std::string text, std::string_view contentType,
                               std::string_view messageCharset) {
-  Email2* part = findTextPart(contentType);
+  Email2* part = findText(contentType);
   if (part == nullptr) {
     // Plain text first: a reader shows the last form that it can.
     const bool first = equalsNoCase(contentType, kPlain);
@@ -129,10 +130,10 @@ void Email2::setInAlternative(std::string text, std::string_view contentType,
 void Email2::setOwnText(std::string text, std::string_view contentType) {
   const std::string charset = contentType_.charset;  // the message's holds for its text
   Email2& content = ownContent();
-  if (hasType(content, kAlternative) && !content.children_.empty()) {
-    content.setInAlternative(std::move(text), contentType, charset);
+  if (content.children_.empty()) {
+    content.setText(std::move(text), contentType, charset);
   } else {
-    content.textPart().setText(std::move(text), contentType, charset);
+    content.setInAlternative(std::move(text), contentType, charset);
   }
 }
 
@@ -148,19 +149,19 @@ void Email2::setAlternativeText(std::string text, std::string_view contentType) 
   content.setInAlternative(std::move(text), contentType, charset);
 }
 
-Email2* Email2::findTextPart(std::string_view contentType) {
+Email2* Email2::findText(std::string_view contentType) {
   if (children_.empty()) {
     const bool plainByDefault = contentType_.type.empty() && contentType == kPlain;
     return !isAttachment() && (plainByDefault || hasType(*this, contentType)) ? this : nullptr;
   }
   for (const auto& child : children_) {
-    if (Email2* found = child->findTextPart(contentType)) return found;
+    if (Email2* found = child->findText(contentType)) return found;
   }
   return nullptr;
 }
 
 const Email2* Email2::findText(std::string_view contentType) const {
-  return const_cast<Email2*>(this)->findTextPart(contentType);  // which changes nothing
+  return const_cast<Email2*>(this)->findText(contentType);  // which changes nothing
 }
 
 void Email2::replaceInTexts(std::string_view from, std::string_view to) {

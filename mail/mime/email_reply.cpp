@@ -77,20 +77,27 @@ std::unique_ptr<Email2> createReplyTo(const Email2& original, LogBase& log) {
 }
 
 std::unique_ptr<Email2> createForwardOf(const Email2& original, LogBase& log) {
-  auto forward = Email2::createMessage(log);
-  forward->takeContent(*original.clone());
-  forward->setHeaderField("Subject", subjectWith("Fwd: ", original), log);
   const std::string fields = originalFields(original);
-  if (const Email2* html = forward->findText(kHtml)) {
+  const auto content = original.clone();
+  Email2* html = content->findText(kHtml);
+  Email2* plain = content->findText(kPlain);
+  if (html != nullptr) {
     std::string block = htmlEscaped(fields);
     replaceAll(block, "\r\n", "<br>\r\n");
-    forward->setOwnText("<p>" + block + "</p>\r\n" + html->textBody(), kHtml);
+    html->setTextBody("<p>" + block + "</p>\r\n" + html->textBody());
   }
-  const Email2* plain = forward->findText(kPlain);
-  if (plain != nullptr || forward->findText(kHtml) == nullptr) {
-    const std::string text = plain == nullptr ? std::string() : plain->textBody();
-    forward->setOwnText("\r\n" + fields + "\r\n" + text, kPlain);
+  if (plain != nullptr) plain->setTextBody("\r\n" + fields + "\r\n" + plain->textBody());
+
+  auto forward = Email2::createMessage(log);
+  if (html != nullptr || plain != nullptr) {
+    forward->takeContent(*content);
+  } else {
+    forward->setOwnText("\r\n" + fields, kPlain);
+    auto attachment = Email2::createPart(kPlain, "7bit");
+    attachment->takeContent(*content);
+    forward->addAttachment(std::move(attachment));
   }
+  forward->setHeaderField("Subject", subjectWith("Fwd: ", original), log);
   return forward;
 }
 

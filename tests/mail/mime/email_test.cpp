@@ -335,10 +335,42 @@ TEST(KvEmail, RepliesAndForwards) {
   EXPECT_STREQ(forward->GetTo(), "");
   EXPECT_EQ(forward->GetHeaderField("From"), nullptr);
   EXPECT_STREQ(forward->GetHeaderField("Subject"), "Fwd: Plan");
-  EXPECT_EQ(shape(*forward->implementation().message()), "mixed(plain plain)");
+  EXPECT_EQ(shape(*forward->implementation().message()), "mixed( plain)");
   EXPECT_STREQ(forward->GetPlainTextBody(),
                "\r\n-----Original Message-----\r\nFrom: \"Ann\" <ann@x.org>\r\nDate: D\r\n"
                "To: \"Bob\" <bob@x.org>, c@x.org\r\nSubject: Plan\r\n\r\nline 1\r\n> old");
+}
+
+TEST(KvEmail, ChangesTheTextsOfOthersInTheirPlaces) {
+  const std::string plain = "Content-Type: text/plain\r\n\r\nPPP";
+  const std::string html = "Content-Type: text/html\r\n\r\nHHH";
+  const std::string other = "Content-Type: message/x\r\n\r\nXXX";
+  const std::string calendar = "Content-Type: text/calendar\r\n\r\nCCC";
+  const std::string alternative = "Content-Type: multipart/alternative; boundary=c\r\n\r\n--c\r\n" +
+                                  plain + "\r\n--c\r\n" + html + "\r\n--c--";
+  // Type and parts, the shape of a forward, and the HTML text after the plain one was set.
+  const std::tuple<std::string, std::vector<std::string>, std::string, const char*> rows[] = {
+      {"mixed", {plain, html}, "mixed(plain html)", "HHH"},
+      {"signed", {alternative, other}, "signed(alternative(plain html) x)", "HHH"},
+      {"report", {alternative, other}, "report(alternative(plain html) x)", "HHH"},
+      {"parallel", {other, html}, "parallel(x html)", "HHH"},
+      {"mixed", {calendar}, "mixed(plain mixed(calendar))", nullptr},
+  };
+  for (const auto& [type, parts, outline, htmlText] : rows) {
+    std::string mime = "Content-Type: multipart/" + type + "; boundary=b\r\n\r\n";
+    for (const std::string& part : parts) mime += "--b\r\n" + part + "\r\n";
+    Utf8Email email;
+    ASSERT_TRUE(email.SetFromMimeText((mime + "--b--").c_str()));
+    const auto forward = email.CreateForward();
+    EXPECT_EQ(shape(*forward->implementation().message()), outline);
+    const std::string forwarded = forward->GetMime();
+    for (const char* text : {"PPP", "HHH", "XXX", "CCC"}) {
+      EXPECT_EQ(forwarded.find(text) == std::string::npos, mime.find(text) == std::string::npos);
+    }
+    EXPECT_TRUE(email.SetTextBody("NEW", ""));
+    EXPECT_STREQ(email.GetPlainTextBody(), "NEW") << outline;
+    EXPECT_STREQ(email.GetHtmlBody(), htmlText) << outline;
+  }
 }
 
 }  // namespace
