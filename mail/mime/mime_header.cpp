@@ -5,10 +5,17 @@
 #include "mail/mime/text_tools.h"
 
 namespace kelvado {
+namespace {
+
+// A longer one would leave no room for a value in its line.
+constexpr std::size_t kMaxFieldName = 500;
+
+}  // namespace
 
 bool isValidFieldName(std::string_view name) {
-  return !name.empty() && std::all_of(name.begin(), name.end(),
-                                      [](char c) { return c > 0x20 && c < 0x7F && c != ':'; });
+  return !name.empty() && name.size() <= kMaxFieldName &&
+         std::all_of(name.begin(), name.end(),
+                     [](char c) { return c > 0x20 && c < 0x7F && c != ':'; });
 }
 
 bool isPrivateFieldName(std::string_view name) {

@@ -14,7 +14,7 @@ struct MimeField {
   std::string value;
 };
 
-// Printable ASCII without a colon, and not empty.
+// Printable ASCII without a colon, not empty and not so long that a line couldn't hold it.
 bool isValidFieldName(std::string_view name);
 
 // "KVX-" and "KVZ-": fields that are private to the library and never leave it.

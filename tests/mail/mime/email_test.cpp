@@ -134,6 +134,7 @@ TEST(KvEmail, NoValueStartsANewLine) {
   EXPECT_TRUE(email.AddTo(evil.c_str(), "t@x.org"));
   EXPECT_TRUE(email.AddHeaderField("X-Value", evil.c_str()));
   EXPECT_FALSE(email.AddHeaderField("X-Name: y\r\nBcc", "evil@x.org"));
+  EXPECT_FALSE(email.AddHeaderField(std::string(999, 'x').c_str(), "v"));
   EXPECT_TRUE(email.AddHeaderField("", "ignored"));
   EXPECT_FALSE(email.AddHeaderField("Content-Type", "multipart/mixed; boundary=b"));
   EXPECT_FALSE(email.AddHeaderField("Content-Transfer-Encoding", "7bit\r\nBcc: evil@x.org"));
