@@ -66,8 +66,11 @@ bool appendFolded(std::string_view text, std::size_t column, const Longest& long
 
 // The last resort for what can't be folded at blanks: a fold wherever the line is full.
 void appendBroken(std::string_view text, std::size_t column, std::string& out) {
+  constexpr std::size_t kMaxCharacter = 4;  // in UTF-8
   for (const char c : text) {
-    if (column >= kMaxLineOctets - 1 && c != '\r' && c != '\n') {
+    const bool insideCharacter = (c & 0xC0) == 0x80;
+    const std::size_t limit = insideCharacter ? kMaxLineOctets : kMaxLineOctets - kMaxCharacter + 1;
+    if (column >= limit && c != '\r' && c != '\n') {
       out.append("\r\n ");
       column = 1;
     }
@@ -76,33 +79,42 @@ void appendBroken(std::string_view text, std::size_t column, std::string& out) {
   }
 }
 
-// The names in encoded words, one address a line.
-std::string encodedAddressList(std::string_view value, std::size_t column) {
+// What is to be in encoded words: what has bytes that are not ASCII, or all that can be.
+enum class Words { WhereNeeded, Everywhere };
+
+// The entry with its name in words. One whose address is not ASCII, which could not stand as it is,
+// is in words altogether.
+std::string encodedAddress(const EmailAddress& entry, Words where, std::size_t column) {
+  const std::string plain = formatAddress(entry);
+  if (contains8bit(entry.address)) return encodeHeaderWords(plain, kWordCharset, column);
+  if (entry.name.empty() || (where == Words::WhereNeeded && !contains8bit(entry.name))) {
+    return plain;
+  }
+  std::string out = encodeHeaderWords(entry.name, kWordCharset, column);
+  if (out == entry.name) return plain;  // it says that it is in words, and needs its quotes
+  const std::size_t lineStart = out.rfind('\n');
+  const std::size_t used =
+      lineStart == std::string::npos ? column + out.size() : out.size() - lineStart - 1;
+  const bool fits = used + entry.address.size() + 3 <= kMaxHeaderColumns;
+  return out.append(fits ? " <" : "\r\n <").append(entry.address).append(">");
+}
+
+// One address a line.
+std::string encodedAddressList(std::string_view value, Words where, std::size_t column) {
   std::string out;
   for (const EmailAddress& entry : parseAddressList(value)) {
     if (!out.empty()) {
       out.append(",\r\n ");
       column = 1;
     }
-    if (entry.name.empty()) {
-      out.append(formatAddress(entry));
-      continue;
-    }
-    const std::size_t start = out.size();
-    out.append(encodeHeaderWords(entry.name, kWordCharset, column));
-    const std::size_t lineStart = out.rfind('\n');
-    const std::size_t used = lineStart == std::string::npos || lineStart < start
-                                 ? column + out.size() - start
-                                 : out.size() - lineStart - 1;
-    const bool fits = used + entry.address.size() + 3 <= kMaxHeaderColumns;
-    out.append(fits ? " <" : "\r\n <").append(entry.address).append(">");
+    out.append(encodedAddress(entry, where, column));
   }
   return out;
 }
 
-std::string encodedValue(const MimeField& field, std::size_t column) {
+std::string encodedValue(const MimeField& field, Words where, std::size_t column) {
   if (isAddressField(field.name)) {
-    std::string list = encodedAddressList(field.value, column);
+    std::string list = encodedAddressList(field.value, where, column);
     if (!list.empty()) return list;
   }
   return encodeHeaderWords(field.value, kWordCharset, column);
@@ -128,12 +140,13 @@ void appendHeaderField(const MimeField& field, std::string_view messageCharset, 
       contains8bit(field.value) && !(addresses && equalsNoCase(messageCharset, "us-ascii"));
   const Longest hard{kMaxLineOctets - std::min(column, kMaxLineOctets), kMaxLineOctets};
   const Longest soft{kMaxHeaderColumns - std::min(column, kMaxHeaderColumns), kMaxHeaderColumns};
-  const std::string words = encode ? encodedValue(field, column) : std::string();
+  const std::string words =
+      encode ? encodedValue(field, Words::WhereNeeded, column) : std::string();
   const std::string_view text = encode ? words : field.value;
   if (!appendFolded(text, column, isFreeText(field.name) ? soft : hard, out)) {
     // Once more, in words; text that is in words already, or says so, stays and is only broken.
     out.resize(start);
-    const std::string again = encodedValue(field, column);
+    const std::string again = encodedValue(field, Words::Everywhere, column);
     if (!appendFolded(again, column, hard, out)) {
       out.resize(start);
       appendBroken(again, column, out);

@@ -12,6 +12,7 @@
 #include "mail/mime/identifiers.h"
 #include "mail/mime/mail_date.h"
 #include "mail/mime/mime_parameter.h"
+#include "mail/mime/text_tools.h"
 #include "tests/mail/mime/text_checks.h"
 
 namespace kelvado {
@@ -41,7 +42,11 @@ TEST(HeaderWriter, FoldsAndEncodes) {
       // Folds that are in the value stay.
       {"To", "a@x,\r\n b@x", "To: a@x,\r\n b@x\r\n"},
       {"To", "\"J\xC3\xB6rg\" <a@x>,\r\n \"B, C\" <b@x>",
-       "To: =?utf-8?Q?J=C3=B6rg?= <a@x>,\r\n =?utf-8?Q?B=2C_C?= <b@x>\r\n"},
+       "To: =?utf-8?Q?J=C3=B6rg?= <a@x>,\r\n \"B, C\" <b@x>\r\n"},
+      // Addresses take ASCII only; and a name that says it is in words can't add one.
+      {"Reply-To", "foo \xC3\xA9", "Reply-To: =?utf-8?Q?=3Cfoo_=C3=A9=3E?=\r\n"},
+      {"From", "x@\xC3\xA9", "From: =?utf-8?Q?x=40=C3=A9?=\r\n"},
+      {"To", "\"?q?\xC3\xA9, <a@x>\" <b@x>", "To: \"?q?\xC3\xA9, <a@x>\" <b@x>\r\n"},
       {"Cc", "\"" + x70 + "\" <a@x>", "Cc: \"" + x70 + "\"\r\n <a@x>\r\n"},
       {"From", "\"" + std::string(45, 'n') + "\xC3\xBC\" <address@example.org>",
        "From: =?utf-8?Q?" + std::string(45, 'n') + "=C3=BC?=\r\n <address@example.org>\r\n"},
@@ -62,6 +67,12 @@ TEST(HeaderWriter, NoLineIsTooLong) {
     EXPECT_LE(longestLine(subject), 76U);
     EXPECT_EQ(subject.find("\r\n \r\n"), std::string::npos);
   }
+  // A fold never stands within a character.
+  std::string wide;
+  for (int i = 0; i < 600; ++i) wide += "\xE6\x97\xA5";
+  std::string folded = onTheWire("Subject", "?q?" + wide);
+  replaceAll(folded, "\r\n ", "");
+  EXPECT_NE(folded.find(wide), std::string::npos);
   // Where no good way is left, the limit of the protocol holds all the same.
   for (const std::string_view name : {"References", "To", "Subject"}) {
     EXPECT_LE(longestLine(onTheWire(name, "?Q?" + unbroken)), kMaxLineOctets) << name;
