@@ -151,9 +151,8 @@ bool Email2::setContentTypeField(std::string_view value, LogBase& log) {
     return false;
   }
   contentType_ = std::move(contentType);
-  // The value as it was given, where it can be: it may have parameters that are not kept beside the
-  // header.
-  header_.set("Content-Type", contains8bit(value) ? contentType_.format() : std::string(value));
+  // The value as it was given: it may have parameters that are not kept beside the header.
+  header_.set("Content-Type", std::string(value));
   keepCharsetTrue();
   return true;
 }
@@ -162,11 +161,7 @@ void Email2::setContentDisposition(std::string_view value) {
   std::vector<MimeParameter> parameters;
   disposition_ = lowered(parseParameterised(value, parameters));
   filename_ = parameterNamed(parameters, "filename");
-  if (contains8bit(value)) {
-    setDisposition(std::string(disposition_), std::string(filename_));
-  } else {
-    header_.set("Content-Disposition", std::string(value));
-  }
+  header_.set("Content-Disposition", std::string(value));
 }
 
 void Email2::removeHeaderField(std::string_view name) {

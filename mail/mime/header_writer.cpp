@@ -4,6 +4,7 @@
 
 #include "mail/mime/email_address.h"
 #include "mail/mime/encoded_word.h"
+#include "mail/mime/mime_parameter.h"
 #include "mail/mime/text_tools.h"
 
 namespace kelvado {
@@ -113,6 +114,10 @@ std::string encodedAddressList(std::string_view value, Words where, std::size_t 
 }
 
 std::string encodedValue(const MimeField& field, Words where, std::size_t column) {
+  // Words would hide the structure of these.
+  if (equalsNoCase(field.name, "Content-Type") || equalsNoCase(field.name, "Content-Disposition")) {
+    return formatParameterised(field.value);
+  }
   if (isAddressField(field.name)) {
     std::string list = encodedAddressList(field.value, where, column);
     if (!list.empty()) return list;

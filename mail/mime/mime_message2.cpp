@@ -123,15 +123,10 @@ class MimeMessage2::Reader {
     part.disposition_ =
         lowered(parseParameterised(part.header_.get("Content-Disposition"), parameters));
     part.filename_ = parameterNamed(parameters, "filename");
-    // What the library wrote itself gets its folds back. And encoded words are for text: raw bytes
-    // in these two fields are put into the form for parameters.
-    const std::string contentType = part.header_.get("Content-Type");
+    // What the library wrote itself gets its folds back.
     const std::string formatted = part.contentType_.format();
-    if (contains8bit(contentType) || contentType == withoutLineBreaks(formatted)) {
+    if (part.header_.get("Content-Type") == withoutLineBreaks(formatted)) {
       part.header_.set("Content-Type", formatted);
-    }
-    if (contains8bit(part.header_.get("Content-Disposition"))) {
-      part.setDisposition(std::string(part.disposition_), std::string(part.filename_));
     }
   }
 

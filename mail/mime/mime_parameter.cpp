@@ -38,6 +38,7 @@ std::string percentDecoded(std::string_view text) {
 
 std::string joined(const Pieces& pieces) {
   std::string bytes;
+  bool anyEncoded = false;
   Charset charset;
   bool first = true;
   for (const auto& [number, piece] : pieces) {
@@ -52,13 +53,15 @@ std::string joined(const Pieces& pieces) {
       }
     }
     first = false;
+    anyEncoded = anyEncoded || piece.encoded;
     bytes.append(piece.encoded ? percentDecoded(value) : std::string(value));
   }
   std::string utf8;
   if (charset.codePage() != kNoCodePage && EncodingConvert::toUtf8(charset, bytes, utf8)) {
     return utf8;
   }
-  return repairedUtf8(bytes);
+  // In encoded words, as many programs write, is only what is not encoded by its own rule.
+  return anyEncoded ? repairedUtf8(bytes) : decodeHeaderText(repairedUtf8(bytes));
 }
 
 class ParameterScanner {
@@ -67,19 +70,25 @@ class ParameterScanner {
 
   bool atEnd() const { return at_ >= text_.size(); }
 
-  // Up to one of `ends` or the end of the text, outside quotes and comments.
+  // Up to one of `ends` or the end of the text, outside quotes and comments; blanks around it are
+  // left out.
   std::string take(std::string_view ends) {
     std::string out;
+    std::size_t end = 0;  // of what is not blank or stands in quotes
     while (!atEnd() && ends.find(text_[at_]) == std::string_view::npos) {
       if (text_[at_] == '"') {
         takeQuoted(out);
+        end = out.size();
       } else if (text_[at_] == '(') {
         skipComment();
       } else {
-        out.push_back(text_[at_++]);
+        const char c = text_[at_++];
+        if (!isSpace(c) || !out.empty()) out.push_back(c);
+        if (!isSpace(c)) end = out.size();
       }
     }
-    return std::string(trimmed(out));
+    out.resize(end);
+    return out;
   }
 
   bool takes(char c) {
@@ -196,7 +205,7 @@ std::string parseParameterised(std::string_view value, std::vector<MimeParameter
     if (piece.value.empty() || (name.encoded && !piece.encoded)) piece = {text, name.encoded};
   }
   for (const auto& [name, pieces] : found) {
-    parameters.push_back({name, withoutLineBreaks(decodeHeaderText(joined(pieces)))});
+    parameters.push_back({name, withoutLineBreaks(joined(pieces))});
   }
   return main;
 }
@@ -210,7 +219,8 @@ std::string parameterNamed(const std::vector<MimeParameter>& parameters, std::st
 
 void appendParameter(std::string_view name, std::string_view value, std::string& out) {
   const std::string clean = withoutLineBreaks(value);
-  if (contains8bit(clean) || clean.size() > kMaxQuotedLength) {
+  const bool readsAsWords = decodeHeaderText(clean) != clean;
+  if (contains8bit(clean) || readsAsWords || clean.size() > kMaxQuotedLength) {
     appendEncoded(name, clean, out);
     return;
   }
@@ -220,6 +230,18 @@ void appendParameter(std::string_view name, std::string_view value, std::string&
     out.push_back(c);
   }
   out.push_back('"');
+}
+
+std::string formatParameterised(std::string_view value) {
+  std::vector<MimeParameter> parameters;
+  std::string out = parseParameterised(value, parameters);
+  std::erase_if(out, [](char c) { return c <= 0x20 || c >= 0x7F; });
+  for (const MimeParameter& parameter : parameters) {
+    if (contains8bit(parameter.name)) continue;
+    out.append(";\r\n\t");
+    appendParameter(parameter.name, parameter.value, out);
+  }
+  return out;
 }
 
 }  // namespace kelvado

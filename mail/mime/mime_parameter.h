@@ -24,8 +24,12 @@ std::string parseParameterised(std::string_view value, std::vector<MimeParameter
 std::string parameterNamed(const std::vector<MimeParameter>& parameters, std::string_view name);
 
 // Appends `name="value"` with quotes and backslashes escaped, and without line breaks and NULs, or,
-// when the value is not ASCII, `name*=utf-8''...` in as many pieces as lines need, each but the
-// first after ";\r\n\t".
+// when the value is not ASCII, long or holds encoded words, `name*=utf-8''...` in as many pieces
+// as lines need, each but the first after ";\r\n\t".
 void appendParameter(std::string_view name, std::string_view value, std::string& out);
+
+// The value anew with every parameter on a line of its own, as appendParameter writes it: for a
+// value that is not ASCII or can't be folded. Names that are not ASCII are left out.
+std::string formatParameterised(std::string_view value);
 
 }  // namespace kelvado

@@ -101,6 +101,7 @@ TEST(MimeReader, SplitsMultiparts) {
        "--b\r\nContent-Type: multipart/x; "
        "boundary=c\r\n\r\n--c\r\n\r\nin\r\n--b\r\n\r\nout\r\n--b--",
        "[[in|]|out|]"},  // the inner last boundary is missing
+      {" b", "-- b\r\n\r\none\r\n-- b--", "[one|]"},
       // The blank that some programs add to this kind of boundary.
       {"=_alternative 00", "--=_alternative  00\r\n\r\none\r\n--=_alternative  00--", "[one|]"},
       {"=_alternative 00", "--=_alternative 00\r\n\r\none\r\n--=_alternative 00--", "[one|]"},
