@@ -12,6 +12,7 @@ namespace kelvado {
 namespace {
 
 constexpr std::size_t kMaxHostName = 500;
+constexpr std::uint32_t kIdentifierReserve = 20000;  // bytes, for the making of an identifier
 constexpr std::string_view kUnknownHost = "unknown";
 
 // The name stands inside angle brackets in a header.
@@ -36,7 +37,7 @@ std::string makeId(std::string_view kind, LogBase& log) {
 
 std::string KelvadoUuid::generate() {
   DataBuffer bytes;
-  bytes.reserve(16);
+  bytes.reserve(kIdentifierReserve);
   for (int draw = 0; draw < 4; ++draw) bytes.appendUint32(platform::random32());
   StringBuffer hex;
   hex.appendHex(bytes);
