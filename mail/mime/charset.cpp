@@ -19,6 +19,17 @@ constexpr CodePageRange kNotAsciiBased[] = {
     {20871, 20871}, {20880, 20880}, {20905, 20924}, {21025, 21025}, {65005, 65006},
 };
 
+// Text of the label "utf-16" may begin with a mark that tells the byte order; without one it is
+// big-endian, for which the label stands (RFC 2781 section 4.3).
+constexpr std::uint32_t kUtf16LittleEndian = 1200;
+constexpr std::string_view kLittleEndianMark = "\xFF\xFE";
+constexpr std::string_view kBigEndianMark = "\xFE\xFF";
+
+bool beginsWithMark(const Charset& charset, std::string_view bytes) {
+  return charset.name() == "utf-16" &&
+         (bytes.starts_with(kLittleEndianMark) || bytes.starts_with(kBigEndianMark));
+}
+
 }  // namespace
 
 Charset::Charset(std::string_view name)
@@ -40,12 +51,19 @@ bool Charset::isAsciiBased() const {
 
 bool EncodingConvert::toUtf8(const Charset& from, std::string_view bytes, std::string& out,
                              bool* lossy) {
-  return platform::codePageToUtf8(from.codePage(), bytes, out, lossy);
+  if (!beginsWithMark(from, bytes)) {
+    return platform::codePageToUtf8(from.codePage(), bytes, out, lossy);
+  }
+  const bool little = bytes.starts_with(kLittleEndianMark);
+  const std::uint32_t codePage = little ? kUtf16LittleEndian : from.codePage();
+  return platform::codePageToUtf8(codePage, bytes.substr(kBigEndianMark.size()), out, lossy);
 }
 
 bool EncodingConvert::fromUtf8(const Charset& to, std::string_view utf8, std::string& out,
                                bool* lossy) {
-  return platform::utf8ToCodePage(to.codePage(), utf8, out, lossy);
+  const bool converted = platform::utf8ToCodePage(to.codePage(), utf8, out, lossy);
+  if (beginsWithMark(to, out)) out.insert(0, kBigEndianMark);  // text that would read as one
+  return converted;
 }
 
 bool EncodingConvert::carries(const Charset& charset, std::string_view utf8) {
