@@ -32,9 +32,8 @@ std::string_view withoutLastLineEnd(std::string_view text) {
 
 std::string fieldValue(std::string_view name, std::string_view raw) {
   const std::string clean = withoutLineBreaks(trimmed(raw));
-  // Parameters are decoded where they are read, and identifiers are never encoded.
-  if (equalsNoCase(name, "Content-Type") || equalsNoCase(name, "Content-Disposition") ||
-      equalsNoCase(name, "Message-ID") || equalsNoCase(name, "Content-ID")) {
+  // Parameters are decoded where they are read.
+  if (equalsNoCase(name, "Content-Type") || equalsNoCase(name, "Content-Disposition")) {
     return repairedUtf8(clean);
   }
   if (!isAddressField(name)) return withoutLineBreaks(decodeHeaderText(repairedUtf8(clean)));
@@ -130,7 +129,10 @@ class MimeMessage2::Reader {
     }
   }
 
-  bool readChildren(std::string_view text, Email2& part, std::size_t depth) {
+  // Where there is a delimiter, all of the text is taken: what stands around the children is none
+  // of the content.
+  bool readChildren(std::string_view& body, Email2& part, std::size_t depth) {
+    std::string_view text = body;
     tolerateAlternativeFault(text, part);
     const std::string boundary = part.contentType_.boundary;
     std::string_view child;
@@ -139,6 +141,7 @@ class MimeMessage2::Reader {
       const std::string_view rest = text;
       const Delimiter delimiter = delimiterIn(takeLine(text), boundary);
       if (delimiter == Delimiter::None) continue;
+      body = {};
       if (inside) {
         child = child.substr(0, static_cast<std::size_t>(rest.data() - child.data()));
         if (!addChild(withoutLastLineEnd(child), part, depth)) return false;
@@ -208,7 +211,11 @@ class MimeMessage2::Reader {
     if (uuencoded && Uu::decode(text, bytes, &filename)) {
       // It leaves as base64, which every reader knows.
       part.setTransferEncoding("base64");
-      if (part.filename_.empty()) part.filename_ = filename;
+      if (part.filename_.empty() && !filename.empty()) {
+        const std::string disposition =
+            part.disposition_.empty() ? "attachment" : part.disposition_;
+        part.setDisposition(disposition, repairedUtf8(filename));
+      }
       return bytes;
     }
     return std::string(text);

@@ -31,6 +31,7 @@ TEST(MimeReader, ReadsHeadersAsOthersWriteThem) {
       "Subject:  =?iso-8859-1?Q?Gr=FC=DFz?=\r\n\t=?utf-8?B?IQ==?=  \r\n"
       "to: \"A, B\"\r\n <a@x.org>,=?utf-8?Q?C=2C_D?= <c@x.org>\r\n"
       "X-Folded: one\r\n two\r\n"
+      "Message-ID: =?utf-8?Q?=3C=C3=BC=40x=3E?=\r\n"
       "X-Empty:\r\n"
       "X-Raw: \xFF\r\n"
       "CONTENT-TYPE: text/plain; charset=windows-1251\r\n"
@@ -46,6 +47,7 @@ TEST(MimeReader, ReadsHeadersAsOthersWriteThem) {
               (std::vector<std::string>{"a@x.org", "c@x.org"}));
     EXPECT_EQ(message->recipientList(RecipientKind::To)[1].name, "C, D");
     EXPECT_EQ(message->headerField("X-Folded"), "one two");
+    EXPECT_EQ(message->headerField("Message-ID"), "<\xC3\xBC@x>");
     EXPECT_EQ(message->headerField("X-Empty"), "");
     EXPECT_EQ(message->headerField("X-Raw"), "\xEF\xBF\xBD");
     EXPECT_EQ(message->textBody(), "\xD0\x9F\xD1\x80 x" + std::string(lfOnly ? "\n" : "\r\n"));
@@ -53,6 +55,8 @@ TEST(MimeReader, ReadsHeadersAsOthersWriteThem) {
 }
 
 TEST(MimeReader, ReadsBodies) {
+  constexpr std::string_view utf16 =
+      "Content-Type: text/plain; charset=utf-16\r\nContent-Transfer-Encoding: base64\r\n";
   const std::array<std::string_view, 3> rows[] = {
       // header, body, text
       {"", "no line end", "no line end"},
@@ -64,6 +68,10 @@ TEST(MimeReader, ReadsBodies) {
       {"Content-Type: text/plain; charset=nonsense\r\n", "a\xFF", "a\xEF\xBF\xBD"},
       {"Content-Type: text/plain; charset=utf-16le\r\nContent-Transfer-Encoding: base64\r\n",
        "/AAKAA==", "\xC3\xBC\n"},
+      // As the mark says; without one big-endian (RFC 2781 section 4.3).
+      {utf16, "//78AAoA", "\xC3\xBC\n"},
+      {utf16, "/v8A/AAK", "\xC3\xBC\n"},
+      {utf16, "APwACg==", "\xC3\xBC\n"},
       {"Content-Transfer-Encoding: x-uuencode\r\n", "begin 644 a\r\n#0V%T\r\n`\r\nend\r\n", "Cat"},
       {"Content-Type: multipart/mixed\r\n", "--b\r\n\r\nx", "--b\r\n\r\nx"},  // no boundary
       {"Content-Type: multipart/mixed; boundary=b\r\n", "no part", "no part"},
@@ -75,6 +83,8 @@ TEST(MimeReader, ReadsBodies) {
     message->normaliseTransferEncodings();
     EXPECT_EQ(parsed(written(*message))->textBody(), text) << header;
   }
+  const auto file = parsed("Content-Transfer-Encoding: x-uue\r\n\r\nbegin 644 a\n#0V%T\n`\nend\n");
+  EXPECT_EQ(parsed(written(*file))->filename(), "a");
   EXPECT_EQ(parsed("just text\r\nmore")->textBody(), "just text\r\nmore");
 }
 
@@ -96,7 +106,7 @@ TEST(MimeReader, SplitsMultiparts) {
       {"b", "--b\r\n\r\none --b\r\n--bb\r\n--b-\r\n --b\r\n--b--",
        "[one --b\r\n--bb\r\n--b-\r\n --b|]"},
       {"b", "--b\r\n\r\n--b\r\n\r\n--b--", "[||]"},
-      {"b", "--b--\r\n\r\none\r\n--b\r\n", "--b--\r\n\r\none\r\n--b\r\n"},
+      {"b", "--b--\r\n\r\none\r\n--b\r\n", ""},
       {"b",
        "--b\r\nContent-Type: multipart/x; "
        "boundary=c\r\n\r\n--c\r\n\r\nin\r\n--b\r\n\r\nout\r\n--b--",
