@@ -95,7 +95,7 @@ void ClsEmail::putSubject(std::string_view subject) {
 
 void ClsEmail::putFrom(std::string_view from) {
   const MethodBracket method(*this, "put_From");
-  if (hasMessage(method)) message_->setFrom(withoutLineBreaks(from));
+  if (hasMessage(method)) message_->setFrom(from);
 }
 
 bool ClsEmail::addRecipient(std::string_view methodName, RecipientKind kind, std::string_view name,

@@ -49,6 +49,15 @@ std::string formatAddressList(const std::vector<EmailAddress>& list) {
   return out;
 }
 
+// Whether taking the line breaks out leaves every address as it is. Mail must go to no other one.
+bool namesTheSame(std::string_view value, std::string_view clean) {
+  const std::vector<EmailAddress> before = parseAddressList(value);
+  const std::vector<EmailAddress> after = parseAddressList(clean);
+  return std::equal(
+      before.begin(), before.end(), after.begin(), after.end(),
+      [](const EmailAddress& a, const EmailAddress& b) { return a.address == b.address; });
+}
+
 std::string_view recipientField(RecipientKind kind) {
   switch (kind) {
     case RecipientKind::To:
@@ -116,6 +125,12 @@ bool Email2::setHeaderField(std::string_view name, std::string_view value, LogBa
     return false;
   }
   const std::string clean = withoutLineBreaks(value);
+  const bool addresses = isAddressField(name) || equalsNoCase(name, kPrivateBccField);
+  if (addresses && !namesTheSame(value, clean)) {
+    log.LogData("value", value);
+    log.LogError("An address holds a line break");
+    return false;
+  }
   adoptCharsetFor(clean);
   if (equalsNoCase(name, "Content-Transfer-Encoding")) {
     if (!isTransferEncoding(clean) || !children_.empty()) {
@@ -177,8 +192,8 @@ void Email2::setFrom(std::string_view text) {
   if (text.find('@') == std::string_view::npos) return;
   from_ = parseAddress(text);
   adoptCharsetFor(from_.name);
-  header_.set("From", formatAddress(from_));
-  if (!header_.has("Return-Path")) header_.set("Return-Path", from_.address);
+  header_.set("From", withoutLineBreaks(formatAddress(from_)));
+  if (!header_.has("Return-Path")) header_.set("Return-Path", withoutLineBreaks(from_.address));
 }
 
 void Email2::generateMessageId(LogBase& log) {
@@ -189,12 +204,15 @@ bool Email2::addRecipient(RecipientKind kind, const EmailAddress& recipient) {
   const bool undisclosed = isUndisclosedRecipients(recipient.address);
   if (!undisclosed && !isSendableAddress(recipient.address)) return false;
 
-  EmailAddress entry{withoutLineBreaks(decodeHeaderText(recipient.name)), recipient.address};
+  const EmailAddress entry =
+      undisclosed
+          ? parseAddress(recipient.address)
+          : EmailAddress{withoutLineBreaks(decodeHeaderText(recipient.name)), recipient.address};
   adoptCharsetFor(entry.name);
   const std::string_view field = recipientField(kind);
   std::string list = header_.get(field);
   if (!list.empty()) list.append(",\r\n ");
-  list.append(undisclosed ? "undisclosed-recipients:;" : formatAddress(entry));
+  list.append(formatAddress(entry));
   header_.set(field, std::move(list));
   return true;
 }

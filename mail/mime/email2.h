@@ -36,17 +36,19 @@ class Email2 {
   // --- header ---
 
   // Takes line breaks and NULs out of the value. An empty name is ignored; a name that no field can
-  // have, an unknown transfer encoding and a Content-Type that does not fit the part's structure
-  // are refused and logged. "Content-Transfer-Encoding", "Content-ID", "Content-Type",
-  // "Content-Disposition", "From", "Reply-To" and "Return-Path" go through their own setters. A
-  // value that is not ASCII gives a message without a charset one that can carry it.
+  // have, an address that a line break is in, an unknown transfer encoding and a Content-Type that
+  // does not fit the part's structure are refused and logged. "Content-Transfer-Encoding",
+  // "Content-ID", "Content-Type", "Content-Disposition", "From", "Reply-To" and "Return-Path" go
+  // through their own setters. A value that is not ASCII gives a message without a charset one that
+  // can carry it.
   bool setHeaderField(std::string_view name, std::string_view value, LogBase& log);
   void removeHeaderField(std::string_view name);
   // Unfolded, as UTF-8; empty when there is none.
   std::string headerField(std::string_view name) const;
   const MimeHeader& header() const { return header_; }
 
-  // One address, with or without a display name. Ignored without an '@'.
+  // One address, with or without a display name. Ignored without an '@'. What else is wrong with it
+  // shows when the message is sent, which then fails.
   void setFrom(std::string_view text);
   const EmailAddress& from() const { return from_; }
   void generateMessageId(LogBase& log);

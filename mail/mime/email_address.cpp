@@ -39,11 +39,15 @@ class AddressScanner {
 
   bool takesSeparator() {
     const char c = text_[at_];
-    // A semicolon ends a group; some programs put it between addresses, too.
-    if (c != ',' && c != ';') return false;
+    // A semicolon ends a group; some programs put it between addresses, too. Of a group that stands
+    // for recipients who are not named the name is an entry.
+    const bool unnamed = c == ':' && atGroupName() && isUndisclosedRecipients(entry_.raw);
+    if (c != ',' && c != ';' && !unnamed) return false;
     ++at_;
     return true;
   }
+
+  bool atGroupName() const { return !entry_.hasAngle && entry_.raw.find('@') == std::string::npos; }
 
   void takeToken() {
     const char c = text_[at_];
@@ -57,8 +61,8 @@ class AddressScanner {
       takeAngle();
     } else if (c == '"') {
       takeQuotedWord();
-    } else if (c == ':' && !entry_.hasAngle && entry_.raw.find('@') == std::string::npos) {
-      entry_ = Entry();  // that was the name of a group
+    } else if (c == ':' && atGroupName()) {
+      entry_ = Entry();
       ++at_;
     } else {
       addWord(text_.substr(at_, 1), text_.substr(at_, 1));
@@ -141,7 +145,6 @@ class AddressScanner {
       splitNameWithoutBrackets(result);
     }
     result.name = trimmed(withoutLineBreaks(decodeHeaderText(result.name)));
-    result.address = withoutLineBreaks(result.address);
     return result;
   }
 
@@ -207,7 +210,7 @@ EmailAddress parseAddress(std::string_view text) {
   text = trimmed(text);
   if (isUndisclosedRecipients(text)) return {std::string(kUndisclosed), ""};
   if (isX400Address(text) && text.find('<') == std::string_view::npos) {
-    return {"", withoutLineBreaks(text)};
+    return {"", std::string(text)};
   }
   AddressScanner scanner(text);
   EmailAddress entry;
@@ -215,15 +218,20 @@ EmailAddress parseAddress(std::string_view text) {
   return entry;
 }
 
-std::vector<EmailAddress> parseAddressList(std::string_view text) {
+std::vector<EmailAddress> parseAddressField(std::string_view text) {
   std::vector<EmailAddress> list;
   AddressScanner scanner(text);
   while (!scanner.atEnd() && list.size() < kMaxAddresses) {
     EmailAddress entry = scanner.next();
-    if (!entry.address.empty() && !isUndisclosedRecipients(entry.address)) {
-      list.push_back(std::move(entry));
-    }
+    if (isUndisclosedRecipients(entry.address)) entry = {std::string(kUndisclosed), ""};
+    if (!entry.address.empty() || entry.name == kUndisclosed) list.push_back(std::move(entry));
   }
+  return list;
+}
+
+std::vector<EmailAddress> parseAddressList(std::string_view text) {
+  std::vector<EmailAddress> list = parseAddressField(text);
+  std::erase_if(list, [](const EmailAddress& entry) { return entry.address.empty(); });
   return list;
 }
 
@@ -259,15 +267,15 @@ bool isUndisclosedRecipients(std::string_view text) {
 }
 
 std::string formatAddress(const EmailAddress& address) {
+  if (address.address.empty() && address.name == kUndisclosed) return address.name + ":;";
   if (!address.name.empty()) {
     return "\"" + escapedForQuotes(address.name) + "\" <" + address.address + ">";
   }
-  // What would not read as one address by itself: X.400.
-  if (address.address.find_first_of(" ;,") != std::string::npos &&
-      !address.address.starts_with('"')) {
-    return "<" + address.address + ">";
-  }
-  return address.address;
+  // What would not read as one address by itself, like X.400.
+  const bool hasBlank = address.address.find(' ') != std::string::npos;
+  const bool hasSeparator =
+      !address.address.starts_with('"') && address.address.find_first_of(";,") != std::string::npos;
+  return hasBlank || hasSeparator ? "<" + address.address + ">" : address.address;
 }
 
 }  // namespace kelvado

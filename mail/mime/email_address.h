@@ -17,13 +17,16 @@ struct EmailAddress {
 };
 
 // The first address of the text; both parts empty when there is none. Text that is no address at
-// all comes back as `address`, so that the caller can say what is wrong with it.
+// all comes back as `address`, so that the caller can say what is wrong with it; a line break or
+// NUL stays in an address for the same reason, and is taken out of a name.
 EmailAddress parseAddress(std::string_view text);
 
 // Every address of a list separated by commas; the members of groups are listed in their place, and
 // empty entries are left out. At most kMaxAddresses, further ones are dropped.
 inline constexpr std::size_t kMaxAddresses = 100000;
 std::vector<EmailAddress> parseAddressList(std::string_view text);
+// The same as a header field shows it: "undisclosed recipients" among them keep their place.
+std::vector<EmailAddress> parseAddressField(std::string_view text);
 
 // Whether mail can be sent to it as it stands: no control character, no angle bracket, nothing
 // that would read as two addresses. An address without '@' passes only as an X.400 address.
@@ -36,7 +39,7 @@ bool isX400Address(std::string_view address);
 bool isUndisclosedRecipients(std::string_view text);
 
 // `"name" <address>`, with quotes and backslashes in the name escaped, or the bare address when
-// there is no name. Not encoded: the name stays UTF-8.
+// there is no name; `undisclosed-recipients:;`. Not encoded: the name stays UTF-8.
 std::string formatAddress(const EmailAddress& address);
 
 }  // namespace kelvado

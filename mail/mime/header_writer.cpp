@@ -88,9 +88,8 @@ enum class Words { WhereNeeded, Everywhere };
 std::string encodedAddress(const EmailAddress& entry, Words where, std::size_t column) {
   const std::string plain = formatAddress(entry);
   if (contains8bit(entry.address)) return encodeHeaderWords(plain, kWordCharset, column);
-  if (entry.name.empty() || (where == Words::WhereNeeded && !contains8bit(entry.name))) {
-    return plain;
-  }
+  const bool mayStay = entry.name.empty() || entry.address.empty();
+  if (mayStay || (where == Words::WhereNeeded && !contains8bit(entry.name))) return plain;
   std::string out = encodeHeaderWords(entry.name, kWordCharset, column);
   if (out == entry.name) return plain;  // it says that it is in words, and needs its quotes
   const std::size_t lineStart = out.rfind('\n');
@@ -103,7 +102,7 @@ std::string encodedAddress(const EmailAddress& entry, Words where, std::size_t c
 // One address a line.
 std::string encodedAddressList(std::string_view value, Words where, std::size_t column) {
   std::string out;
-  for (const EmailAddress& entry : parseAddressList(value)) {
+  for (const EmailAddress& entry : parseAddressField(value)) {
     if (!out.empty()) {
       out.append(",\r\n ");
       column = 1;

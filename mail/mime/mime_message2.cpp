@@ -40,7 +40,7 @@ std::string fieldValue(std::string_view name, std::string_view raw) {
   // A decoded name may hold what separates addresses, so first comes the structure. Without one
   // address in it (a group without members, a null return path) the text stays.
   std::string list;
-  for (const EmailAddress& entry : parseAddressList(repairedUtf8(clean))) {
+  for (const EmailAddress& entry : parseAddressField(repairedUtf8(clean))) {
     if (!list.empty()) list.append(",\r\n ");
     list.append(formatAddress(entry));
   }

@@ -37,7 +37,8 @@ TEST(ParseAddress, ReadsOneAddress) {
       {"Joe <C=US;O=Unit;S=Doe>", {"Joe", "C=US;O=Unit;S=Doe"}},
       // A name can't bring a line break with it, encoded or not.
       {"=?utf-8?Q?a=0D=0AX=3A_y?= <j@x.org>", {"aX: y", "j@x.org"}},
-      {"J <j@x.org\r\nRCPT TO:<k@x.org>", {"J", "j@x.orgRCPT TO:<k@x.org"}},
+      // An address keeps it, so that no mail goes to another.
+      {"J <j@x.org\r\nRCPT TO:<k@x.org>", {"J", "j@x.org\r\nRCPT TO:<k@x.org"}},
       {"nothing", {"", "nothing"}},
       {"\"unfinished <j@x.org>", {"unfinished", "j@x.org"}},
       {"\"a\" \"b <j@x.org>", {"a b", "j@x.org"}},
@@ -58,6 +59,19 @@ TEST(ParseAddressList, ReadsListsAndGroups) {
       {"<a@x", {{"", "a@x"}}},
   };
   for (const auto& [text, list] : rows) EXPECT_EQ(parseAddressList(text), list) << text;
+}
+
+TEST(FormatAddress, ReadsAsOneAddressAgain) {
+  const std::pair<EmailAddress, std::string_view> rows[] = {
+      {{"", "\"j d\"@x.org"}, "<\"j d\"@x.org>"},
+      {{"", "C=US;O=Unit"}, "<C=US;O=Unit>"},
+      {{"undisclosed-recipients", ""}, "undisclosed-recipients:;"},
+      {{}, ""},
+  };
+  for (const auto& [entry, text] : rows) {
+    EXPECT_EQ(formatAddress(entry), text);
+    EXPECT_EQ(parseAddress(text), entry);
+  }
 }
 
 TEST(SendableAddress, RefusesWhatCouldBreakOut) {

@@ -123,6 +123,14 @@ TEST(KvEmail, TakesRecipientsThatHaveAnAddress) {
   EXPECT_FALSE(email.AddMultipleCC("c@x.org, none"));
   EXPECT_STREQ(email.GetTo(), "\"Doe, \\\"J\\\"\" <j@x.org>, k@x.org, \"L, M\" <l@x.org>");
   EXPECT_STREQ(email.GetCC(), "c@x.org");
+  // Those who are not named stay beside others, whose names need encoding.
+  EXPECT_TRUE(email.AddCC("", "Undisclosed recipients"));
+  EXPECT_TRUE(email.AddCC("J\xC3\xB6rg", "j@x.org"));
+  Utf8Email read;
+  ASSERT_TRUE(read.SetFromMimeText(email.GetMime()));
+  EXPECT_STREQ(read.GetCC(), "c@x.org, \"J\xC3\xB6rg\" <j@x.org>");
+  EXPECT_STREQ(read.GetHeaderField("Cc"),
+               "c@x.org, undisclosed-recipients:;, \"J\xC3\xB6rg\" <j@x.org>");
 }
 
 TEST(KvEmail, NoValueStartsANewLine) {
@@ -150,6 +158,26 @@ TEST(KvEmail, NoValueStartsANewLine) {
   ASSERT_TRUE(read.SetFromMimeText(mime.c_str()));
   EXPECT_STREQ(read.GetPlainTextBody(), "the body");
   EXPECT_STREQ(read.GetHeaderField("Subject"), "x\"Bcc: evil@x.orgbody\\");
+}
+
+TEST(KvEmail, NoLineBreakChangesAnAddress) {
+  Utf8Email email;
+  const std::pair<const char*, const char*> rows[] = {
+      {"To", "<u@\r\nx.org>"},          {"cc", "A <a@x.org>, u@x\r\n.org"},
+      {"KVX-Bcc", "u@x\n.org"},         {"From", "<u\r@x.org>"},
+      {"Reply-To", "\"u\r\nv\"@x.org"}, {"Return-Path", "boun\r\nce@x.org"}};
+  for (const auto& [name, value] : rows) {
+    EXPECT_FALSE(email.AddHeaderField(name, value)) << name;
+    EXPECT_NE(std::string(email.LastErrorText()).find(value), std::string::npos) << name;
+    EXPECT_EQ(email.GetHeaderField(name), nullptr);
+  }
+  // Names may lose one, and lists are folded.
+  EXPECT_TRUE(email.AddHeaderField("To", "\"A\r\nB\" <a@x.org>,\r\n C\r\n D <c@x.org>"));
+  EXPECT_STREQ(email.GetTo(), "\"AB\" <a@x.org>, \"C D\" <c@x.org>");
+  // No mail is sent from such an address.
+  email.put_From("<m\r\ne@x.org>");
+  EXPECT_EQ(email.implementation().message()->reversePath(), "m\r\ne@x.org");
+  EXPECT_STREQ(email.GetHeaderField("From"), "me@x.org");
 }
 
 TEST(KvEmail, FieldsKeepTheirPlaceAndTheMessageItsCharset) {
