@@ -31,6 +31,7 @@ class AddressScanner {
   struct Entry {
     std::string phrase;   // words and quoted strings, without their quotes
     std::string raw;      // the same as it stands, for an address without angle brackets
+    bool hasAt = false;   // in it
     std::string comment;  // the first one
     std::string angle;
     bool hasAngle = false;
@@ -47,7 +48,7 @@ class AddressScanner {
     return true;
   }
 
-  bool atGroupName() const { return !entry_.hasAngle && entry_.raw.find('@') == std::string::npos; }
+  bool atGroupName() const { return !entry_.hasAngle && !entry_.hasAt; }
 
   void takeToken() {
     const char c = text_[at_];
@@ -79,6 +80,7 @@ class AddressScanner {
     entry_.blankBefore = false;
     entry_.phrase.append(content);
     entry_.raw.append(raw);
+    entry_.hasAt = entry_.hasAt || raw.find('@') != std::string_view::npos;
   }
 
   // A quote without a closing one counts for nothing; from then on there is none to look for.
