@@ -86,7 +86,7 @@ enum class Words { WhereNeeded, Everywhere };
 // The entry with its name in words. One whose address is not ASCII, which could not stand as it is,
 // is in words altogether.
 std::string encodedAddress(const EmailAddress& entry, Words where, std::size_t column) {
-  const std::string plain = formatAddress(entry);
+  std::string plain = formatAddress(entry);
   if (contains8bit(entry.address)) return encodeHeaderWords(plain, kWordCharset, column);
   const bool mayStay = entry.name.empty() || entry.address.empty();
   if (mayStay || (where == Words::WhereNeeded && !contains8bit(entry.name))) return plain;
