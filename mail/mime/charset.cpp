@@ -19,8 +19,8 @@ constexpr CodePageRange kNotAsciiBased[] = {
     {20871, 20871}, {20880, 20880}, {20905, 20924}, {21025, 21025}, {65005, 65006},
 };
 
-// Text of the label "utf-16" may begin with a mark that tells the byte order; without one it is
-// big-endian, for which the label stands (RFC 2781 section 4.3).
+// Text of the label "utf-16" may begin with a mark that tells the byte order; without one it is in
+// the label's own, big-endian (RFC 2781 section 4.3).
 constexpr std::uint32_t kUtf16LittleEndian = 1200;
 constexpr std::string_view kLittleEndianMark = "\xFF\xFE";
 constexpr std::string_view kBigEndianMark = "\xFE\xFF";

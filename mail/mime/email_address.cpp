@@ -63,7 +63,7 @@ class AddressScanner {
     } else if (c == '"') {
       takeQuotedWord();
     } else if (c == ':' && atGroupName()) {
-      entry_ = Entry();
+      entry_ = Entry();  // its members follow
       ++at_;
     } else {
       addWord(text_.substr(at_, 1), text_.substr(at_, 1));

@@ -1,5 +1,6 @@
 #include "mail/mime/identifiers.h"
 
+#include <cstdint>
 #include <mutex>
 
 #include "mail/mime/data_buffer.h"

@@ -30,8 +30,19 @@ std::string_view withoutLastLineEnd(std::string_view text) {
   return text;
 }
 
+// Without its folds. A CR or NUL that is none of them becomes a blank: to leave it out would make
+// another address of one that it is in.
+std::string unfolded(std::string_view raw) {
+  std::string value(trimmed(raw));
+  replaceAll(value, "\r\n", "");
+  replaceAll(value, "\n", "");
+  std::replace_if(
+      value.begin(), value.end(), [](char c) { return c == '\r' || c == '\0'; }, ' ');
+  return value;
+}
+
 std::string fieldValue(std::string_view name, std::string_view raw) {
-  const std::string clean = withoutLineBreaks(trimmed(raw));
+  const std::string clean = unfolded(raw);
   // Parameters are decoded where they are read.
   if (equalsNoCase(name, "Content-Type") || equalsNoCase(name, "Content-Disposition")) {
     return repairedUtf8(clean);

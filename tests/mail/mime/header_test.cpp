@@ -45,7 +45,6 @@ TEST(HeaderWriter, FoldsAndEncodes) {
        "To: =?utf-8?Q?J=C3=B6rg?= <a@x>,\r\n \"B, C\" <b@x>\r\n"},
       // Addresses take ASCII only; and a name that says it is in words can't add one.
       {"Reply-To", "foo \xC3\xA9", "Reply-To: =?utf-8?Q?=3Cfoo_=C3=A9=3E?=\r\n"},
-      {"From", "x@\xC3\xA9", "From: =?utf-8?Q?x=40=C3=A9?=\r\n"},
       {"To", "\"?q?\xC3\xA9, <a@x>\" <b@x>", "To: \"?q?\xC3\xA9, <a@x>\" <b@x>\r\n"},
       {"Cc", "\"" + x70 + "\" <a@x>", "Cc: \"" + x70 + "\"\r\n <a@x>\r\n"},
       {"From", "\"" + std::string(45, 'n') + "\xC3\xBC\" <address@example.org>",
@@ -67,6 +66,8 @@ TEST(HeaderWriter, NoLineIsTooLong) {
     EXPECT_LE(longestLine(subject), 76U);
     EXPECT_EQ(subject.find("\r\n \r\n"), std::string::npos);
   }
+  EXPECT_TRUE(onTheWire("Content-Disposition", "a; \xC3\xBC=w; y=z; f=\"" + unbroken + "\"")
+                  .starts_with("Content-Disposition: a;\r\n\ty=\"z\";\r\n\tf*0*=utf-8''xxx"));
   // A fold never stands within a character.
   std::string wide;
   for (int i = 0; i < 600; ++i) wide += "\xE6\x97\xA5";
@@ -108,7 +109,6 @@ TEST(ContentType, ReadsTheNamesThatOthersWrite) {
       {"a/b; name*1*=%BC.txt; name*0*=utf-8''%C3", "\xC3\xBC.txt"},
       {"a/b; name*0=\"one \"; name*1=two", "one two"},
       {"a/b; name=  \" lead.txt \" ;x=y", " lead.txt "},
-      {"a/b; name*=utf-8''=%3Futf-8%3FB%3FZm9v%3F=", "=?utf-8?B?Zm9v?="},
       {"a/b; name=fallback; name*=utf-8''%C3%BC", "\xC3\xBC"},
       {"a/b; name=\"=?utf-8?B?w7w=?=\"", "\xC3\xBC"},
       {"a/b; name*=utf-8''a%0D%0ABcc: x", "aBcc: x"},
@@ -121,24 +121,12 @@ TEST(ContentType, ReadsTheNamesThatOthersWrite) {
 TEST(MimeParameter, NamesComeBack) {
   std::string words;
   for (int i = 0; i < 60; ++i) words += "\xC3\xBC x";
-  const std::string unbroken(1200, 'n');
-  const std::string given = "attachment; x=\"" + unbroken + "\"; \xC3\xBC=y; filename=\"";
-  const std::pair<std::string, std::string> rows[] = {
-      // The library's own form, or one of others that can't leave as it is; the name.
-      {"", words},
-      {"", " =?utf-8?B?Zm9v?=.txt "},
-      {"", "=?utf-8?B?Zm9v?=\xC3\xBC"},
-      {given + words + "\"", words},
-      {given + unbroken + "\"", unbroken},
-  };
-  for (const auto& [foreign, name] : rows) {
-    std::string value = "attachment;\r\n\t";
-    appendParameter("filename", name, value);
-    if (!foreign.empty()) value = onTheWire("Content-Disposition", foreign).substr(21);
-    EXPECT_LE(longestLine(value), 76U);
-    EXPECT_FALSE(contains8bit(value));
+  for (const std::string& name : {words, std::string(" =?utf-8?B?Zm9v?=.txt ")}) {
+    std::string text = "attachment;\r\n\t";
+    appendParameter("filename", name, text);
+    EXPECT_LE(longestLine(text), 76U);
     std::vector<MimeParameter> parameters;
-    EXPECT_EQ(parseParameterised(value, parameters), "attachment");
+    EXPECT_EQ(parseParameterised(text, parameters), "attachment");
     EXPECT_EQ(parameterNamed(parameters, "filename"), name);
   }
 }
