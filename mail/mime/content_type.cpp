@@ -20,9 +20,7 @@ void appendOnOwnLine(std::string_view name, std::string_view value, std::string&
 std::string asToken(std::string_view value) {
   std::string out;
   for (const char c : value) {
-    if (c > 0x20 && c < 0x7F && std::string_view("()<>@,;:\\\"[]?=").find(c) == std::string::npos) {
-      out.push_back(c);
-    }
+    if (isTokenCharacter(c)) out.push_back(c);
   }
   return out;
 }
@@ -38,7 +36,7 @@ void appendToken(std::string_view name, std::string_view value, std::string& out
 std::string asType(std::string_view type) {
   std::string out;
   for (const char c : type) {
-    if (c == '/' || !asToken({&c, 1}).empty()) out.push_back(c);
+    if (c == '/' || isTokenCharacter(c)) out.push_back(c);
   }
   return out;
 }

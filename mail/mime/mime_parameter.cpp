@@ -186,6 +186,10 @@ void appendEncoded(std::string_view name, std::string_view value, std::string& o
 
 }  // namespace
 
+bool isTokenCharacter(char c) {
+  return c > 0x20 && c < 0x7F && std::string_view("()<>@,;:\\\"[]?=").find(c) == std::string::npos;
+}
+
 std::string parseParameterised(std::string_view value, std::vector<MimeParameter>& parameters) {
   parameters.clear();
   ParameterScanner scanner(value);
@@ -235,9 +239,9 @@ void appendParameter(std::string_view name, std::string_view value, std::string&
 std::string formatParameterised(std::string_view value) {
   std::vector<MimeParameter> parameters;
   std::string out = parseParameterised(value, parameters);
-  std::erase_if(out, [](char c) { return c <= 0x20 || c >= 0x7F; });
+  std::erase_if(out, [](char c) { return c != '/' && !isTokenCharacter(c); });
   for (const MimeParameter& parameter : parameters) {
-    if (contains8bit(parameter.name)) continue;
+    if (!std::all_of(parameter.name.begin(), parameter.name.end(), isTokenCharacter)) continue;
     out.append(";\r\n\t");
     appendParameter(parameter.name, parameter.value, out);
   }

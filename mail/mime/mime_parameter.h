@@ -16,6 +16,8 @@ struct MimeParameter {
 // A hostile value can't make more work than this.
 inline constexpr std::size_t kMaxParameters = 200;
 
+bool isTokenCharacter(char c);  // of what stands without quotes
+
 // Splits `value` into what stands before the first ';' (trimmed) and its parameters: quoted or not,
 // with comments left out, continued and encoded ones joined and decoded, encoded words decoded.
 std::string parseParameterised(std::string_view value, std::vector<MimeParameter>& parameters);
@@ -29,7 +31,8 @@ std::string parameterNamed(const std::vector<MimeParameter>& parameters, std::st
 void appendParameter(std::string_view name, std::string_view value, std::string& out);
 
 // The value anew with every parameter on a line of its own, as appendParameter writes it: for a
-// value that is not ASCII or can't be folded. Names that are not ASCII are left out.
+// value that is not ASCII or can't be folded. What is no token where only tokens are read is left
+// out.
 std::string formatParameterised(std::string_view value);
 
 }  // namespace kelvado

@@ -66,7 +66,7 @@ TEST(HeaderWriter, NoLineIsTooLong) {
     EXPECT_LE(longestLine(subject), 76U);
     EXPECT_EQ(subject.find("\r\n \r\n"), std::string::npos);
   }
-  EXPECT_TRUE(onTheWire("Content-Disposition", "a; \xC3\xBC=w; y=z; f=\"" + unbroken + "\"")
+  EXPECT_TRUE(onTheWire("Content-Disposition", "\"a;\"; \xC3\xBC=w; y=z; f=\"" + unbroken + "\"")
                   .starts_with("Content-Disposition: a;\r\n\ty=\"z\";\r\n\tf*0*=utf-8''xxx"));
   // A fold never stands within a character.
   std::string wide;
