@@ -1,6 +1,7 @@
 #include "config/expiration_settings.h"
 
 #include <cstddef>
+#include <iterator>
 
 #include "config/registry_readers.h"
 
@@ -52,7 +53,19 @@ constexpr FlagSetting kFlags[] = {
     {"smtpRequireVerifiedCertificate", &ExpirationSettings::smtpRequireVerifiedCertificate},
 };
 
+constexpr const char* kNumbers[] = {
+    "warningThreshold", "warning1",   "warning2",   "warning3",        "minLength1",
+    "minLength2",       "minLength3", "minLength4", "maxAge1",         "maxAge2",
+    "maxAge3",          "maxAge4",    "smtpPort",   "expirationDelay", "expirationServiceInterval",
+};
+
 }  // namespace
+
+std::vector<std::string> expirationNumbers() {
+  std::vector<std::string> names(std::begin(kNumbers), std::end(kNumbers));
+  for (const FlagSetting& flag : kFlags) names.emplace_back(flag.name);
+  return names;
+}
 
 ExpirationSettings loadExpirationSettings(platform::Registry& registry,
                                           const std::string& settingsKey) {

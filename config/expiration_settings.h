@@ -5,6 +5,7 @@
 #include <array>
 #include <cstdint>
 #include <string>
+#include <vector>
 
 #include "platform/registry.h"
 
@@ -62,5 +63,8 @@ struct ExpirationSettings {
 // missing value yields its default.
 ExpirationSettings loadExpirationSettings(platform::Registry& registry,
                                           const std::string& settingsKey);
+
+// The names of its numbers and flags, with those that the service reads from the same key.
+std::vector<std::string> expirationNumbers();
 
 }  // namespace config

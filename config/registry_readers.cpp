@@ -68,6 +68,14 @@ std::uint32_t readNumberWithDefault(Registry& registry, const std::string& key,
   return queryDword(*open, value, number) ? number : 0;
 }
 
+bool isOfOtherType(Registry& registry, const std::string& key, const std::string& value) {
+  const auto open = openForQuery(registry, key);
+  RegistryValue stored;
+  return open != nullptr &&
+         open->queryValue(value, kDwordBytes, stored) != platform::kErrorFileNotFound &&
+         !isDword(*open, value);
+}
+
 std::uint32_t readOptionalNumber(Registry& registry, const std::string& key,
                                  const std::string& value) {
   const auto open = openForQuery(registry, key);

@@ -10,6 +10,7 @@
 #include "notify/run_report.h"
 #include "platform/code_page.h"
 #include "platform/files.h"
+#include "platform/random.h"
 #include "platform/system_host.h"
 #include "service/expiration_run.h"
 
@@ -19,13 +20,25 @@ namespace {
 namespace fs = std::filesystem;
 
 constexpr const char* kMailDirectory = "mails";
+constexpr int kNewFolderTries = 100;
+
+// A folder that nobody had before, and nobody else can look into.
+fs::path makeNewFolder(std::error_code& status) {
+  const fs::path base = fs::temp_directory_path(status);
+  for (int attempt = 0; attempt < kNewFolderTries && !status; ++attempt) {
+    fs::path dir = base / ("pwlapse-demo-" + std::to_string(platform::random32()));
+    if (!fs::create_directory(dir, status)) continue;
+    fs::permissions(dir, fs::perms::owner_all, status);
+    return dir;
+  }
+  return base;
+}
 
 // Makes the demo's folder and enters it. A folder that holds something else is left alone.
 bool enterWorkDir(const std::string& wanted, std::string& error) {
   std::error_code status;
-  const fs::path dir =
-      wanted.empty() ? fs::temp_directory_path(status) / "pwlapse-demo" : fs::path(wanted);
-  fs::create_directories(dir, status);
+  const fs::path dir = wanted.empty() ? makeNewFolder(status) : fs::path(wanted);
+  if (!status) fs::create_directories(dir, status);
   if (status) {
     error = dir.string() + ": " + status.message();
     return false;
@@ -111,7 +124,8 @@ int demoCommand(const DemoOptions& options) {
   PassWatcher watcher(PassWatcher::Keep::Verdicts, nullptr);
   service::ExpirationRun run(host, service::readServiceValues(host.registry), &watcher, nullptr);
   run.prepare();
-  watcher.finish(run.pass(), system->directoryWarnings());
+  const service::RunSummary summary = run.pass();
+  watcher.finish(summary, system->directoryWarnings());
   catcher.stop();
   const bool asExpected = printVerdicts(watcher.verdicts());
   std::printf("\n%sThe failure is part of the demonstration: the server refuses %s.\n",

@@ -1,5 +1,6 @@
 // pwlapse, the administrator's companion of the password expiration service: its command line.
 #include <CLI/CLI.hpp>
+#include <cstdio>
 
 #include "console/commands.h"
 #include "platform/terminal.h"
@@ -65,10 +66,15 @@ int main(int argc, char** argv) {
     if (error.get_exit_code() == 0) return app.exit(error);  // --help, --version
     return console::refuse(std::string(error.what()) + " (pwlapse --help tells more)");
   }
-  if (runApp->parsed()) return console::runCommand(run);
-  if (demoApp->parsed()) return console::demoCommand(demo);
-  if (settingsApp->parsed()) return console::settingsCommand(settings);
-  if (policiesApp->parsed()) return console::policiesCommand(policies);
-  if (mxApp->parsed()) return console::mxCommand(mx);
-  return console::catchCommand(catcher);
+  const auto command = [&] {
+    if (runApp->parsed()) return console::runCommand(run);
+    if (demoApp->parsed()) return console::demoCommand(demo);
+    if (settingsApp->parsed()) return console::settingsCommand(settings);
+    if (policiesApp->parsed()) return console::policiesCommand(policies);
+    if (mxApp->parsed()) return console::mxCommand(mx);
+    return console::catchCommand(catcher);
+  };
+  const int status = command();
+  if (std::fflush(stdout) == 0 && std::ferror(stdout) == 0) return status;
+  return console::refuse("the output cannot be written");
 }

@@ -4,6 +4,7 @@
 
 #include "config/format_text.h"
 #include "mail/smtp/wire_text.h"
+#include "notify/mail_settings.h"
 
 namespace console {
 namespace {
@@ -22,6 +23,14 @@ void appendLines(std::string& text, const char* label, const std::vector<std::st
   }
 }
 
+// Names and texts of the directory: what would control the terminal, or read as a line of its own,
+// is shown, not obeyed.
+std::string oneLine(const std::string& text) {
+  std::string line = kelvado::loggable(text);
+  std::replace(line.begin(), line.end(), '\n', ' ');
+  return line;
+}
+
 }  // namespace
 
 void PassWatcher::slotStarted(int slot, const std::string& includeFile, std::uint64_t listBytes) {
@@ -33,22 +42,17 @@ void PassWatcher::slotStarted(int slot, const std::string& includeFile, std::uin
   drawBar();
 }
 
-void PassWatcher::policyUndefined(const std::string& name) {
-  addNote(name +
-          " has a maximum password age but no policyName of at least 2 characters: "
-          "it is left out");
-}
-
 void PassWatcher::userExamined(const service::UserVerdict& verdict) {
   ++lines_;
   ++counts_[static_cast<std::size_t>(outcomeOf(verdict))];
   if (verdict.mailFailed) {
-    addProblem("mail to " + verdict.username + " <" + verdict.email + "> was not sent");
+    problemFound("mail to " + verdict.username + " <" + verdict.email + "> was not sent");
+    anyMailFailed_ = true;
   }
   if (verdict.expiry == service::Expiry::Refused) {
     const std::string& why = verdict.refusal;
-    addProblem("the directory did not take the forced password change of " + verdict.username +
-               (why.empty() ? "" : ": " + why));
+    problemFound("the directory did not take the forced password change of " + verdict.username +
+                 (why.empty() ? "" : ": " + why));
   }
   if (keep_ == Keep::Verdicts) verdicts_.push_back(verdict);
   readBytes_ += verdict.username.size() + 1;
@@ -59,14 +63,18 @@ bool PassWatcher::finish(const service::RunSummary& summary,
                          const std::vector<std::string>& warnings) {
   if (drawnPercent_ >= 0) std::fputs("\r\033[K", terminal_);
   reportOnly_ = summary.reportOnly;
-  for (const std::string& warning : warnings) addNote(warning);
+  for (const std::string& warning : warnings) noteFound(warning);
   if (!summary.directoryBound) {
     const std::string& text = summary.directoryError.text;
-    addProblem("could not bind to the domain" + (text.empty() ? "" : ": " + text));
+    problemFound("could not bind to the domain" + (text.empty() ? "" : ": " + text));
   }
-  if (summary.testEmailFailed) addProblem("the test mail was not sent");
-  if (summary.adminReportFailed) addProblem("the report was not mailed to the administrator");
-  if (summary.fileReportFailed) addProblem("the report file could not be written");
+  if (summary.testEmailFailed) problemFound("the test mail was not sent");
+  if (anyMailFailed_ || summary.testEmailFailed) {
+    noteFound("what the mail server said to the last mail that failed is in " +
+              std::string(notify::kMailErrorFile));
+  }
+  if (summary.adminReportFailed) problemFound("the report was not mailed to the administrator");
+  if (summary.fileReportFailed) problemFound("the report file could not be written");
   return problemCount_ == 0;
 }
 
@@ -85,15 +93,14 @@ std::string PassWatcher::summaryText() const {
   return text;
 }
 
-// Names and texts of the directory: what would control the terminal is shown, not obeyed.
-void PassWatcher::addProblem(const std::string& problem) {
+void PassWatcher::problemFound(const std::string& problem) {
   ++problemCount_;
-  if (problems_.size() < kLinesShown) problems_.push_back(kelvado::loggable(problem));
+  if (problems_.size() < kLinesShown) problems_.push_back(oneLine(problem));
 }
 
-void PassWatcher::addNote(const std::string& note) {
+void PassWatcher::noteFound(const std::string& note) {
   ++noteCount_;
-  if (notes_.size() < kLinesShown) notes_.push_back(kelvado::loggable(note));
+  if (notes_.size() < kLinesShown) notes_.push_back(oneLine(note));
 }
 
 void PassWatcher::drawBar() {

@@ -21,7 +21,8 @@ class PassWatcher : public service::RunObserver {
   PassWatcher(Keep keep, std::FILE* terminal) : keep_(keep), terminal_(terminal) {}
 
   void slotStarted(int slot, const std::string& includeFile, std::uint64_t listBytes) override;
-  void policyUndefined(const std::string& name) override;
+  void problemFound(const std::string& problem) override;
+  void noteFound(const std::string& note) override;
   void userExamined(const service::UserVerdict& verdict) override;
 
   // The pass is over: the bar goes. `warnings` are the directory's. True when nothing failed.
@@ -32,14 +33,13 @@ class PassWatcher : public service::RunObserver {
   const std::vector<service::UserVerdict>& verdicts() const { return verdicts_; }
 
  private:
-  void addProblem(const std::string& problem);
-  void addNote(const std::string& note);
   void drawBar();
 
   Keep keep_;
   std::FILE* terminal_;
   std::array<std::uint64_t, kOutcomes> counts_{};
   std::uint64_t lines_ = 0;
+  bool anyMailFailed_ = false;
   int lists_ = 0;
   bool reportOnly_ = false;
   std::uint64_t problemCount_ = 0;

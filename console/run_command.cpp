@@ -8,6 +8,7 @@
 #include "platform/system_host.h"
 #include "platform/terminal.h"
 #include "service/expiration_run.h"
+#include "service/policy_table.h"
 
 namespace console {
 
@@ -29,6 +30,8 @@ int runCommand(const RunOptions& options) {
     return refuse("cannot use the work directory " + options.workDir);
   }
   platform::Host host = system->host();
+  const std::vector<std::string> wrongTypes = service::findWrongTypes(host.registry);
+  if (!wrongTypes.empty()) return refuse(wrongTypes.front());
   service::ServiceValues values = service::readServiceValues(host.registry);
   values.debug = values.debug || options.debug;
   // A pass makes the folder with debug on only; whoever runs one by hand wants the report and logs.
@@ -37,7 +40,8 @@ int runCommand(const RunOptions& options) {
   PassWatcher watcher(PassWatcher::Keep::Counts, platform::isTerminal(stderr) ? stderr : nullptr);
   service::ExpirationRun run(host, values, &watcher, nullptr);
   run.prepare();
-  const bool allWell = watcher.finish(run.pass(), system->directoryWarnings());
+  const service::RunSummary summary = run.pass();
+  const bool allWell = watcher.finish(summary, system->directoryWarnings());
   std::fputs(watcher.summaryText().c_str(), stdout);
   return allWell ? kExitDone : kExitSomethingFailed;
 }

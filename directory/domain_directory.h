@@ -34,8 +34,9 @@ class DomainDirectory {
   platform::HResult getEmail(const std::u16string& logonName, UserDirectoryData& data);
   platform::HResult getEmail2(const std::u16string& logonName, UserDirectoryData& data);
 
-  // Writes kDomainUsersFile: the logon names of all enabled users, one per line.
-  void writeDomainUsersList();
+  // Writes kDomainUsersFile: the logon names of all enabled users, one per line. False when the
+  // file cannot be written whole.
+  bool writeDomainUsersList();
 
  private:
   platform::DirectoryAccess& access_;

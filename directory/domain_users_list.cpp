@@ -45,9 +45,9 @@ void writeRows(platform::DirectoryAccess& access, platform::SearchRows& rows, st
 
 }  // namespace
 
-void DomainDirectory::writeDomainUsersList() {
-  const platform::File list = platform::openFile(kDomainUsersFile, "w");
-  if (list == nullptr) return;
+bool DomainDirectory::writeDomainUsersList() {
+  platform::File list = platform::openFile(kDomainUsersFile, "w");
+  if (list == nullptr) return false;
   access_.initialise();
   {
     const std::u16string path = getRootDse(access_, log_);
@@ -58,6 +58,8 @@ void DomainDirectory::writeDomainUsersList() {
     }
   }
   access_.uninitialise();
+  const bool written = std::ferror(list.get()) == 0;
+  return std::fclose(list.release()) == 0 && written;
 }
 
 std::u16string getRootDse(platform::DirectoryAccess& access, config::DebugLog& log) {

@@ -147,7 +147,11 @@ void ExpirationRun::listDomainUsers() {
     anyApplies = true;
     log_.print("   policy%i applies to Domain Users\n", slot);
   }
-  if (anyApplies) domain_.writeDomainUsersList();
+  hasUsersList_ = !anyApplies || domain_.writeDomainUsersList();
+  if (!hasUsersList_) {
+    tellProblem(std::string(directory::kDomainUsersFile) +
+                " cannot be written: the policies for all users of the domain are left out");
+  }
 }
 
 void ExpirationRun::splitCustomMessage() {
@@ -197,7 +201,11 @@ void ExpirationRun::visitSlot(int slot) {
     log_.print("max pw age = %i\n", policy.maxAge);
     log_.print("Policy pw age=0. SKIP THIS POLICY.\n");
     const bool leftOut = slots_[slot].maxPasswordAge != 0;
-    if (leftOut && observer_ != nullptr) observer_->policyUndefined(policySlotName(slot));
+    if (leftOut && observer_ != nullptr) {
+      observer_->noteFound(policySlotName(slot) +
+                           " has a maximum password age but no policyName of at least 2 "
+                           "characters: it is left out");
+    }
     return;
   }
   if (slots_[slot].appliesToDomainUsers == 1) files.include = directory::kDomainUsersFile;
@@ -205,17 +213,29 @@ void ExpirationRun::visitSlot(int slot) {
 }
 
 void ExpirationRun::examineList(PolicyInHand& policy, const PolicyFiles& files) {
+  if (files.include == directory::kDomainUsersFile && !hasUsersList_) return;
   platform::File list = platform::openFile(files.include, "r");
   if (!list) return;
+  auto excluded = readExcludeFile(files.exclude);
+  if (!excluded) {
+    tellProblem(files.exclude + " cannot be read, or not as text of one byte a character: its " +
+                "policy is left out");
+    return;
+  }
+  policy.excluded = std::move(*excluded);
   if (observer_ != nullptr) {
     observer_->slotStarted(policy.slot, files.include, fileSize(list.get()));
   }
-  policy.excluded = readExcludeFile(files.exclude);
   std::string line;
-  while (platform::readTextLine(list.get(), kListReadSize, line)) {
+  for (bool first = true; platform::readTextLine(list.get(), kListReadSize, line); first = false) {
+    if (first) cutByteOrderMark(line);
     const UserVerdict verdict = examiner_.examine(policy, line);
     if (observer_ != nullptr) observer_->userExamined(verdict);
   }
+}
+
+void ExpirationRun::tellProblem(const std::string& problem) {
+  if (observer_ != nullptr) observer_->problemFound(problem);
 }
 
 void ExpirationRun::finishPass(RunSummary& summary) {
@@ -234,7 +254,7 @@ void ExpirationRun::finishPass(RunSummary& summary) {
 std::uint32_t ExpirationRun::sleepMs() const {
   const std::uint32_t delaySeconds =
       config::readNumber(host_.registry, settingsKeyPath_, "expirationDelay");
-  return delaySeconds == 0 ? values_.intervalMs : delaySeconds * kMsPerSecond;
+  return delaySeconds == 0 ? values_.intervalMs : asMs(delaySeconds, kMsPerSecond);
 }
 
 }  // namespace service

@@ -48,6 +48,7 @@ class ExpirationRun {
   void logPolicyOrder(const std::array<int, kPolicySlots>& order);
   void visitSlot(int slot);
   void examineList(PolicyInHand& policy, const PolicyFiles& files);
+  void tellProblem(const std::string& problem);
   void finishPass(RunSummary& summary);
 
   platform::Host host_;
@@ -60,6 +61,7 @@ class ExpirationRun {
   std::string settingsKeyPath_;
   std::unique_ptr<platform::RegistryKey> settingsKey_;  // kept from pass to pass
   PolicyTable slots_;
+  bool hasUsersList_ = true;  // of this pass, as far as a policy needs it
   PassState pass_;
   UserExaminer examiner_;
 };

@@ -2,17 +2,46 @@
 
 #include <cstdio>
 
+#include "mail/smtp/wire_text.h"
+#include "notify/mail_settings.h"
 #include "service/expiration_run.h"
+#include "service/policy_table.h"
 
 namespace service {
 
+namespace {
+
+// For the system's journal: the worker has nobody else to tell.
+class FaultsOfAPass : public RunObserver {
+ public:
+  void problemFound(const std::string& problem) override { tell(problem); }
+
+  void tellSummary(const RunSummary& summary) {
+    if (!summary.directoryBound)
+      tell("could not bind to the domain: " + summary.directoryError.text);
+    if (summary.smtpFailure) {
+      tell(std::string("not every mail was sent; the last failure is in ") +
+           notify::kMailErrorFile);
+    }
+    if (summary.adminReportFailed) tell("the report was not mailed to the administrator");
+    if (summary.fileReportFailed) tell("the report file could not be written");
+  }
+
+  static void tell(const std::string& fault) {
+    std::fprintf(stderr, "pwLapseSvc: %s\n", kelvado::loggable(fault).c_str());
+  }
+};
+
+}  // namespace
+
 void runForEver(platform::Host host, const ServiceValues& values) {
-  ExpirationRun run(host, values, nullptr);
+  FaultsOfAPass faults;
+  ExpirationRun run(host, values, &faults);
   run.prepare();
   const std::uint32_t startDelay = run.startDelayMs();
   if (startDelay != 0) host.clock.sleep(startDelay);
   for (;;) {
-    run.pass();
+    faults.tellSummary(run.pass());
     host.clock.sleep(run.sleepMs());
   }
 }
@@ -25,6 +54,9 @@ platform::WinError ExpirationWorker::readValues(ServiceValues& values) {
     return kErrorBadConfiguration;
   }
   values = readServiceValues(system_->host().registry);
+  for (const std::string& wrong : findWrongTypes(system_->host().registry)) {
+    FaultsOfAPass::tell(wrong + ", and counts as 0");
+  }
   return platform::kErrorSuccess;
 }
 

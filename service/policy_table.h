@@ -4,6 +4,7 @@
 
 #include <array>
 #include <string>
+#include <vector>
 
 #include "config/debug_log.h"
 #include "config/expiration_settings.h"
@@ -37,5 +38,9 @@ std::array<int, kPolicySlots> policyOrder(const PolicyTable& slots);
 // The maximum age a pass goes by, in days: 0, which skips the slot, for a named policy that is not
 // defined, whatever its key holds.
 std::int32_t effectiveMaxAge(const PolicyTable& slots, int slot);
+
+// The settings and policy values of either edition that should be numbers and are not: a pass would
+// take each for 0. In words for an administrator, one line each.
+std::vector<std::string> findWrongTypes(platform::Registry& registry);
 
 }  // namespace service

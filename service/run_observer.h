@@ -65,8 +65,9 @@ class RunObserver {
   virtual void slotStarted(int slot, const std::string& includeFile, std::uint64_t listBytes) {
     (void)slot, (void)includeFile, (void)listBytes;
   }
-  // A named policy has a maximum age but no usable name, and is left out.
-  virtual void policyUndefined(const std::string& name) { (void)name; }
+  // What went wrong, or may be a mistake, that is no single user's; in words for an administrator.
+  virtual void problemFound(const std::string& problem) { (void)problem; }
+  virtual void noteFound(const std::string& note) { (void)note; }
   virtual void userExamined(const UserVerdict& verdict) { (void)verdict; }
 };
 

@@ -1,5 +1,7 @@
 #include "service/service_values.h"
 
+#include <algorithm>
+
 #include "config/expiration_settings.h"
 #include "config/registry_readers.h"
 
@@ -8,6 +10,7 @@ namespace {
 
 constexpr std::uint32_t kDefaultIntervalHours = 24;
 constexpr std::uint32_t kMsPerHour = 3600000;
+constexpr std::uint64_t kLongestMs = 0xFFFFFFFE;  // 49 days; one more means for ever
 
 }  // namespace
 
@@ -18,8 +21,12 @@ ServiceValues readServiceValues(platform::Registry& registry) {
   std::uint32_t hours =
       config::readNumber(registry, config::kExpirationKeyMpe, "expirationServiceInterval");
   if (hours == 0) hours = kDefaultIntervalHours;
-  values.intervalMs = hours * kMsPerHour;
+  values.intervalMs = asMs(hours, kMsPerHour);
   return values;
+}
+
+std::uint32_t asMs(std::uint32_t count, std::uint32_t unitMs) {
+  return static_cast<std::uint32_t>(std::min(std::uint64_t{count} * unitMs, kLongestMs));
 }
 
 }  // namespace service

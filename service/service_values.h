@@ -17,4 +17,7 @@ struct ServiceValues {
 // Debug is on when either edition's key says so; no interval, or 0, means 24 hours.
 ServiceValues readServiceValues(platform::Registry& registry);
 
+// That many units in milliseconds; as many as a sleep takes, when they are more.
+std::uint32_t asMs(std::uint32_t count, std::uint32_t unitMs);
+
 }  // namespace service

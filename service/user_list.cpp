@@ -18,19 +18,31 @@ void cutLineEnd(std::string& line) {
   if (!line.empty()) line.pop_back();
 }
 
-std::string nameKey(const std::string& ansi) {
-  return platform::foldCase(platform::utf16ToUtf8(platform::ansiToUtf16(ansi)));
+void cutByteOrderMark(std::string& firstLine) {
+  if (firstLine.starts_with("\xEF\xBB\xBF")) firstLine.erase(0, 3);
 }
 
-std::unordered_set<std::string> readExcludeFile(const std::string& file) {
+std::string nameKey(const std::string& ansi) {
+  const std::string name = ansi.substr(0, ansi.find_last_not_of(" \t") + 1);
+  return platform::foldCase(platform::utf16ToUtf8(platform::ansiToUtf16(name)));
+}
+
+std::optional<std::unordered_set<std::string>> readExcludeFile(const std::string& file) {
   std::unordered_set<std::string> names;
   platform::File list = platform::openFile(file, "r");
+  if (!list && platform::fileExists(file)) return std::nullopt;
   if (!list) return names;
   std::string line;
+  bool first = true;
   while (platform::readTextLine(list.get(), kListReadSize, line)) {
+    if (first && (line.starts_with("\xFF\xFE") || line.starts_with("\xFE\xFF")))
+      return std::nullopt;
+    if (first) cutByteOrderMark(line);
+    first = false;
     cutLineEnd(line);
     names.insert(nameKey(line));
   }
+  if (std::ferror(list.get()) != 0) return std::nullopt;
   return names;
 }
 

@@ -3,15 +3,20 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <condition_variable>
 #include <csignal>
 #include <cstring>
+#include <mutex>
 #include <string_view>
+#include <thread>
 #include <utility>
 #include <vector>
 
+#include <fcntl.h>
 #include <krb5.h>
 #include <lber.h>
 #include <sasl/sasl.h>
+#include <sys/socket.h>
 #include <unistd.h>
 
 #include "platform/posix/secret_file.h"
@@ -135,6 +140,64 @@ void ignoreBrokenPipes() {
   }
 }
 
+int noteConnected(LDAP*, Sockbuf* connection, LDAPURLDesc*, sockaddr*, ldap_conncb* callbacks) {
+  int socket = -1;
+  ber_sockbuf_ctrl(connection, LBER_SB_OPT_GET_FD, &socket);
+  *static_cast<std::atomic<int>*>(callbacks->lc_arg) = socket;
+  return LDAP_SUCCESS;
+}
+
+void noteDisconnected(LDAP*, Sockbuf*, ldap_conncb* callbacks) {
+  *static_cast<std::atomic<int>*>(callbacks->lc_arg) = -1;
+}
+
+// While there is one, the connection's socket has so long to get through TLS; then it is shut down.
+// libldap's own time-out is for connecting only: to a server that then says nothing it listens for
+// ever, and does so in a loop, because it keeps the socket from blocking.
+class TlsTimeLimit {
+ public:
+  TlsTimeLimit(const std::atomic<int>& socket, int seconds)
+      : socket_(socket), left_(std::chrono::seconds(seconds)), thread_([this] { watch(); }) {}
+  ~TlsTimeLimit() { stop(); }
+  TlsTimeLimit(const TlsTimeLimit&) = delete;
+  TlsTimeLimit& operator=(const TlsTimeLimit&) = delete;
+
+  // Whether it had to be shut down.
+  bool stop() {
+    {
+      const std::lock_guard<std::mutex> lock(mutex_);
+      stopped_ = true;
+    }
+    changed_.notify_one();
+    if (thread_.joinable()) thread_.join();
+    return left_.count() <= 0;
+  }
+
+ private:
+  static constexpr std::chrono::milliseconds kSlice{50};
+
+  void watch() {
+    std::unique_lock<std::mutex> lock(mutex_);
+    while (!changed_.wait_for(lock, kSlice, [this] { return stopped_; })) {
+      const int socket = socket_;
+      if (socket < 0) continue;  // still connecting
+      const int flags = ::fcntl(socket, F_GETFL);
+      if ((flags & O_NONBLOCK) != 0) ::fcntl(socket, F_SETFL, flags & ~O_NONBLOCK);
+      left_ -= kSlice;
+      if (left_.count() > 0) continue;
+      ::shutdown(socket, SHUT_RDWR);
+      return;
+    }
+  }
+
+  const std::atomic<int>& socket_;
+  std::chrono::milliseconds left_;
+  std::mutex mutex_;
+  std::condition_variable changed_;
+  bool stopped_ = false;
+  std::thread thread_;
+};
+
 }  // namespace
 
 bool isConnectionLost(int code) {
@@ -160,6 +223,7 @@ LdapConnection::~LdapConnection() {
 }
 
 HResult LdapConnection::connect(const LdapSettings& settings, DirectoryError& error) {
+  connectSeconds_ = settings.connectSeconds;
   answerSeconds_ = settings.answerSeconds;
   const int code = ldap_initialize(&ldap_, uri_.c_str());
   if (code != LDAP_SUCCESS) return fail(code, "not a server's address", error);
@@ -168,6 +232,10 @@ HResult LdapConnection::connect(const LdapSettings& settings, DirectoryError& er
     if (problem.empty()) problem = "an option of the LDAP library cannot be set";
     error = {kFail & 0xFFFFU, uri_ + ": " + problem, kProvider};
     return kFail;
+  }
+  if (hasScheme("ldaps")) {
+    const int connected = withinConnectTime(ldap_connect);
+    if (connected != LDAP_SUCCESS) return fail(connected, "", error);
   }
   return settings.bind == LdapSettings::Bind::Simple ? bindSimple(settings, error)
                                                      : bindGssapi(error);
@@ -178,6 +246,7 @@ bool LdapConnection::setOptions(const LdapSettings& settings) {
   const int protocol = LDAP_VERSION3;
   const int none = 0;
   const int never = LDAP_DEREF_NEVER;
+  callbacks_ = {noteConnected, noteDisconnected, &socket_};
   timeval connectTime = {settings.connectSeconds, 0};
   timeval answerTime = {settings.answerSeconds, 0};
   Sockbuf* socket = nullptr;
@@ -189,6 +258,7 @@ bool LdapConnection::setOptions(const LdapSettings& settings) {
                  {LDAP_OPT_TIMELIMIT, &none},
                  {LDAP_OPT_RESTART, LDAP_OPT_ON},
                  {LDAP_OPT_TIMEOUT, &answerTime},
+                 {LDAP_OPT_CONNECT_CB, &callbacks_},
                  {LDAP_OPT_NETWORK_TIMEOUT, &connectTime}}) &&
          ldap_get_option(ldap_, LDAP_OPT_SOCKBUF, &socket) == LDAP_OPT_SUCCESS &&
          socket != nullptr && ber_sockbuf_ctrl(socket, LBER_SB_OPT_SET_MAX_INCOMING, &limit) == 1;
@@ -232,8 +302,15 @@ bool LdapConnection::setAll(std::initializer_list<std::pair<int, const void*>> o
   });
 }
 
+// The result of connecting as far as TLS, or LDAP_TIMEOUT.
+int LdapConnection::withinConnectTime(int (*beginTls)(LDAP*)) {
+  TlsTimeLimit limit(socket_, connectSeconds_);
+  const int code = beginTls(ldap_);
+  return limit.stop() ? LDAP_TIMEOUT : code;
+}
+
 HResult LdapConnection::startTls(DirectoryError& error) {
-  int code = ldap_start_tls_s(ldap_, nullptr, nullptr);
+  int code = withinConnectTime([](LDAP* ldap) { return ldap_start_tls_s(ldap, nullptr, nullptr); });
   if (code == LDAP_SERVER_DOWN || code == LDAP_TIMEOUT) return fail(code, "", error);
   if (code == LDAP_SUCCESS && ldap_tls_inplace(ldap_) == 0) code = LDAP_CONNECT_ERROR;
   if (code == LDAP_SUCCESS) return kOk;

@@ -5,6 +5,7 @@
 // a server, for asking once an answer. The first connection makes the process ignore SIGPIPE.
 #pragma once
 
+#include <atomic>
 #include <chrono>
 #include <initializer_list>
 #include <memory>
@@ -59,6 +60,7 @@ class LdapConnection {
   bool setTlsOptions(const LdapSettings& settings, std::string& problem);
   std::string trustedAuthorities() const;
   bool setAll(std::initializer_list<std::pair<int, const void*>> options);
+  int withinConnectTime(int (*beginTls)(LDAP*));
   HResult startTls(DirectoryError& error);
   HResult bindSimple(const LdapSettings& settings, DirectoryError& error);
   HResult bindGssapi(DirectoryError& error);
@@ -66,6 +68,9 @@ class LdapConnection {
 
   std::string uri_;
   LDAP* ldap_ = nullptr;
+  std::atomic<int> socket_ = -1;  // -1: not connected
+  ldap_conncb callbacks_{};       // which keep socket_ true
+  int connectSeconds_ = 0;
   int answerSeconds_ = 0;
 };
 

@@ -9,6 +9,7 @@ import tempfile
 import unittest
 
 import page_pictures
+import site_files
 
 ROOT = pathlib.Path(__file__).resolve().parents[2]
 PROGRAM = ROOT / "build/release/console/pwlapse"
@@ -69,6 +70,23 @@ class ConsoleTest(unittest.TestCase):
                          ("hello", ["..dots", "."]))
         self.assertEqual(status, 2)
         self.assertRegex(errors, rf"\Apwlapse: .*{port}.*\n\Z")
+
+
+    def test_a_pass_tells_what_is_wrong_with_its_input(self):
+        registry, users = self.folder / "site.reg", self.folder / "users.ldif"
+        users.write_text("dn: DC=x\nobjectClass: domainDNS\n\ndn: CN=u,DC=x\nobjectClass: user\n"
+                         "sAMAccountName: user\npwdLastSet: 12x\n")
+        command = ("run", "--registry", registry, "--work-dir", self.folder, "--directory", f"ldif:{users}")
+        key = r"Software\Policies\Kadro\PwsentryProMPE\PWExpiration"
+        registry.write_bytes(site_files.registry_file({key: {"reportOnly": 1}}))
+        status, output, _ = run(*command)
+        self.assertEqual(status, 0)
+        self.assertIn(f"note: {users}:7: pwdLastSet is not a time\n", output)
+        with open("/dev/full", "w") as full:
+            self.assertEqual(subprocess.run([PROGRAM, *command], stdout=full, stderr=subprocess.DEVNULL).returncode, 2)
+        registry.write_bytes(site_files.registry_file({key: {"reportOnly": "1"}}))
+        self.assertEqual(run(*command), (2, "", "pwlapse: registry value \"reportOnly\" of "
+                                         f"{key}: not a number (REG_DWORD)\n"))
 
 
 class MxTest(unittest.TestCase):

@@ -227,6 +227,17 @@ class BrokenServerTest(unittest.TestCase):
                          [*faults, "1 users without userAccountControl, pwdLastSet or "
                                    "nTSecurityDescriptor"])
 
+    def test_a_server_that_stops_before_tls_is_given_up(self):
+        site_files.make_certificates(self.folder, "localhost")
+        with socket.create_server(("127.0.0.1", 0)) as silent:  # accepts, by the system, and no more
+            for scheme in "ldaps", "ldap":
+                found = Probe(self.folder, {
+                    "uri": f"{scheme}://127.0.0.1:{silent.getsockname()[1]}", "bindMethod": "simple",
+                    "bindUser": "u", "bindPasswordFile": self.folder / "password",
+                    "caFile": self.folder / "self.pem"}).run(seconds=1)
+                self.assertEqual(found["error"][0][0], DOWN)
+                self.assertIn("Timed out", found["error"][0][1])
+
     def test_a_server_that_misbehaves_is_given_up(self):
         user = entry("CN=u", sAMAccountName="u")
         endless = page_of(user, cookie=b"c")

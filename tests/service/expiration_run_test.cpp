@@ -282,8 +282,34 @@ TEST(Pass, AnUndefinedPolicyIsLeftOut) {
   site.write("pwsentry_pro_policy3_include.txt", "walter\n");
   site.user({"walter", 11});
   const PassRecord record = site.pass();
-  EXPECT_EQ(record.undefinedPolicies, std::vector<std::string>{"Policy3"});
+  EXPECT_THAT(record.notes, ElementsAre(testing::StartsWith("Policy3 has a maximum password age")));
   EXPECT_EQ(record.of("walter").maxAge, 42);
+}
+
+// Nobody is expired because a list could not be read or written.
+TEST(Pass, APolicyWithoutItsListsIsLeftOut) {
+  const std::pair<const char*, std::size_t> excludes[] = {// and the lines that are examined
+                                                          {"\xEF\xBB\xBFwalter \t\r\n", 1},
+                                                          {"\xFF\xFEw\0a\0", 0},
+                                                          {nullptr, 0}};
+  for (const auto& [text, examined] : excludes) {
+    MailedSite site;
+    site.user({"walter", 60});
+    const char* exclude = "pwsentry_pro_defaultpolicy_exclude.txt";
+    if (text != nullptr) {
+      site.write(exclude, text);
+    } else {
+      std::filesystem::create_directory(exclude);
+    }
+    const PassRecord record = site.pass();
+    EXPECT_EQ(record.verdicts.size(), examined);
+    EXPECT_EQ(record.problems.size(), 1 - examined);
+    EXPECT_EQ(record.summary.expiredUsers, 0U);
+  }
+  MailedSite site;
+  site.user({"walter", 60});
+  std::filesystem::create_directory("pwsentry_pro_domain_users.txt");
+  EXPECT_THAT(site.pass().problems, ElementsAre(testing::HasSubstr("cannot be written")));
 }
 
 TEST(Pass, AnUnreachableDirectoryDoesNotStopThePass) {
@@ -376,6 +402,7 @@ TEST(RunForEver, WaitsForTheMachineThenPassesAndSleeps) {
     EXPECT_THAT(clock.sleeps, ElementsAre(firstSleep, 90000U, 90000U)) << uptime;
   }
   EXPECT_NE(site.read(kReport) + site.read(kDebug), "");
+  EXPECT_EQ(asMs(0x02000000, 3600000), 0xFFFFFFFEU);  // not what is left of it in 32 bits
 }
 
 }  // namespace

@@ -26,11 +26,13 @@ struct SiteUser {
 // What a pass did, gathered as an observer.
 struct PassRecord : service::RunObserver {
   std::vector<service::UserVerdict> verdicts;
-  std::vector<std::string> undefinedPolicies;
+  std::vector<std::string> problems;
+  std::vector<std::string> notes;
   service::RunSummary summary;
 
   void userExamined(const service::UserVerdict& verdict) override { verdicts.push_back(verdict); }
-  void policyUndefined(const std::string& name) override { undefinedPolicies.push_back(name); }
+  void problemFound(const std::string& problem) override { problems.push_back(problem); }
+  void noteFound(const std::string& note) override { notes.push_back(note); }
   // The verdict on that user in that slot; fails the test and answers an empty one when missing.
   const service::UserVerdict& of(const std::string& name, int slot = 0) const;
 };
