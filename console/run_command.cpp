@@ -3,6 +3,7 @@
 
 #include "console/commands.h"
 #include "console/pass_watcher.h"
+#include "directory/domain_directory.h"
 #include "notify/run_logs.h"
 #include "platform/files.h"
 #include "platform/system_host.h"
@@ -29,6 +30,9 @@ int runCommand(const RunOptions& options) {
   if (!options.workDir.empty() && !platform::setWorkingDirectory(options.workDir)) {
     return refuse("cannot use the work directory " + options.workDir);
   }
+  // The lists and logs of a pass are files in here.
+  const platform::FileLock alone(directory::kDomainUsersFile, platform::FileLock::Wait::No);
+  if (alone.isTaken()) return refuse("another pass is at work in this folder");
   platform::Host host = system->host();
   const std::vector<std::string> wrongTypes = service::findWrongTypes(host.registry);
   if (!wrongTypes.empty()) return refuse(wrongTypes.front());

@@ -66,15 +66,19 @@ std::string absolutePath(const std::string& name);
 // Held while a file is read, changed and replaced: other processes that ask for the same lock wait.
 class FileLock {
  public:
-  // Locks "NAME.lock", made when missing. `held()` is false when it cannot be made.
-  explicit FileLock(const std::string& name);
+  enum class Wait { Yes, No };
+  // Locks "NAME.lock", made when missing. `held()` is false when it cannot be made or, without
+  // waiting, is held by another: then `isTaken()` is true.
+  explicit FileLock(const std::string& name, Wait wait = Wait::Yes);
   ~FileLock();
   FileLock(const FileLock&) = delete;
   FileLock& operator=(const FileLock&) = delete;
   bool held() const { return handle_ != -1; }
+  bool isTaken() const { return taken_; }
 
  private:
   std::intptr_t handle_ = -1;
+  bool taken_ = false;
 };
 
 }  // namespace platform

@@ -2,8 +2,10 @@
 
 #include <cstdio>
 
+#include "directory/domain_directory.h"
 #include "mail/smtp/wire_text.h"
 #include "notify/mail_settings.h"
+#include "platform/files.h"
 #include "service/expiration_run.h"
 #include "service/policy_table.h"
 
@@ -41,7 +43,11 @@ void runForEver(platform::Host host, const ServiceValues& values) {
   const std::uint32_t startDelay = run.startDelayMs();
   if (startDelay != 0) host.clock.sleep(startDelay);
   for (;;) {
-    faults.tellSummary(run.pass());
+    {
+      // Not beside a pass by hand: both would write the same lists and logs.
+      const platform::FileLock alone(directory::kDomainUsersFile);
+      faults.tellSummary(run.pass());
+    }
     host.clock.sleep(run.sleepMs());
   }
 }

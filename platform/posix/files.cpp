@@ -259,15 +259,17 @@ std::string absolutePath(const std::string& name) {
   return (folder == "/" ? folder : folder + "/") + path;
 }
 
-FileLock::FileLock(const std::string& name) {
+FileLock::FileLock(const std::string& name, Wait wait) {
   const std::string path = linkTarget(diskPath(name));
   const int file =
       ::open((path + ".lock").c_str(), O_RDWR | O_CREAT | O_CLOEXEC | O_NOFOLLOW, kOwnerOnly);
   if (file == -1) return;
   keepOwner(file, path);
-  if (uninterrupted([file] { return ::flock(file, LOCK_EX); }) == 0) {
+  const int how = wait == Wait::Yes ? LOCK_EX : LOCK_EX | LOCK_NB;
+  if (uninterrupted([file, how] { return ::flock(file, how); }) == 0) {
     handle_ = file;
   } else {
+    taken_ = errno == EWOULDBLOCK;
     ::close(file);
   }
 }

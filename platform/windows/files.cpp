@@ -244,15 +244,18 @@ std::string absolutePath(const std::string& name) {
   return path;
 }
 
-FileLock::FileLock(const std::string& name) {
+FileLock::FileLock(const std::string& name, Wait wait) {
   const HANDLE file = CreateFileA((name + ".lock").c_str(), GENERIC_READ | GENERIC_WRITE,
                                   FILE_SHARE_READ | FILE_SHARE_WRITE, nullptr, OPEN_ALWAYS,
                                   FILE_ATTRIBUTE_NORMAL, nullptr);
   if (file == INVALID_HANDLE_VALUE) return;
   OVERLAPPED start{};
-  if (LockFileEx(file, LOCKFILE_EXCLUSIVE_LOCK, 0, 1, 0, &start) != 0) {
+  const DWORD how = LOCKFILE_EXCLUSIVE_LOCK | (wait == Wait::Yes ? 0 : LOCKFILE_FAIL_IMMEDIATELY);
+  if (LockFileEx(file, how, 0, 1, 0, &start) != 0) {
     handle_ = reinterpret_cast<std::intptr_t>(file);
   } else {
+    const DWORD error = GetLastError();
+    taken_ = error == ERROR_LOCK_VIOLATION || error == ERROR_IO_PENDING;
     CloseHandle(file);
   }
 }

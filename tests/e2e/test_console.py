@@ -1,6 +1,7 @@
 """The console as a person meets it: the demo, the catcher, and how they refuse what they cannot do."""
 import email
 import email.policy
+import fcntl
 import pathlib
 import re
 import smtplib
@@ -84,6 +85,10 @@ class ConsoleTest(unittest.TestCase):
         self.assertIn(f"note: {users}:7: pwdLastSet is not a time\n", output)
         with open("/dev/full", "w") as full:
             self.assertEqual(subprocess.run([PROGRAM, *command], stdout=full, stderr=subprocess.DEVNULL).returncode, 2)
+        with open(self.folder / "pwsentry_pro_domain_users.txt.lock") as lock:
+            fcntl.flock(lock, fcntl.LOCK_EX)
+            self.assertEqual(run(*command),
+                             (2, "", "pwlapse: another pass is at work in this folder\n"))
         registry.write_bytes(site_files.registry_file({key: {"reportOnly": "1"}}))
         self.assertEqual(run(*command), (2, "", "pwlapse: registry value \"reportOnly\" of "
                                          f"{key}: not a number (REG_DWORD)\n"))
