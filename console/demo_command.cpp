@@ -24,7 +24,7 @@ constexpr int kNewFolderTries = 100;
 
 // A folder that nobody had before, and nobody else can look into.
 fs::path makeNewFolder(std::error_code& status) {
-  const fs::path base = fs::temp_directory_path(status);
+  fs::path base = fs::temp_directory_path(status);
   for (int attempt = 0; attempt < kNewFolderTries && !status; ++attempt) {
     fs::path dir = base / ("pwlapse-demo-" + std::to_string(platform::random32()));
     if (!fs::create_directory(dir, status)) continue;

@@ -45,6 +45,9 @@ void PassWatcher::slotStarted(int slot, const std::string& includeFile, std::uin
 void PassWatcher::userExamined(const service::UserVerdict& verdict) {
   ++lines_;
   ++counts_[static_cast<std::size_t>(outcomeOf(verdict))];
+  if (!verdict.accountFound && verdict.skipReasons == 0) {
+    noteFound("the account of " + verdict.username + ", in " + listName_ + ", could not be read");
+  }
   if (verdict.mailFailed) {
     problemFound("mail to " + verdict.username + " <" + verdict.email + "> was not sent");
     anyMailFailed_ = true;

@@ -19,8 +19,9 @@ class FaultsOfAPass : public RunObserver {
   void problemFound(const std::string& problem) override { tell(problem); }
 
   void tellSummary(const RunSummary& summary) {
-    if (!summary.directoryBound)
+    if (!summary.directoryBound) {
       tell("could not bind to the domain: " + summary.directoryError.text);
+    }
     if (summary.smtpFailure) {
       tell(std::string("not every mail was sent; the last failure is in ") +
            notify::kMailErrorFile);

@@ -35,8 +35,8 @@ std::optional<std::unordered_set<std::string>> readExcludeFile(const std::string
   std::string line;
   bool first = true;
   while (platform::readTextLine(list.get(), kListReadSize, line)) {
-    if (first && (line.starts_with("\xFF\xFE") || line.starts_with("\xFE\xFF")))
-      return std::nullopt;
+    const bool isUtf16 = line.starts_with("\xFF\xFE") || line.starts_with("\xFE\xFF");
+    if (first && isUtf16) return std::nullopt;
     if (first) cutByteOrderMark(line);
     first = false;
     cutLineEnd(line);

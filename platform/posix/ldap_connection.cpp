@@ -8,6 +8,7 @@
 #include <cstring>
 #include <mutex>
 #include <string_view>
+#include <system_error>
 #include <thread>
 #include <utility>
 #include <vector>
@@ -304,9 +305,13 @@ bool LdapConnection::setAll(std::initializer_list<std::pair<int, const void*>> o
 
 // The result of connecting as far as TLS, or LDAP_TIMEOUT.
 int LdapConnection::withinConnectTime(int (*beginTls)(LDAP*)) {
-  TlsTimeLimit limit(socket_, connectSeconds_);
-  const int code = beginTls(ldap_);
-  return limit.stop() ? LDAP_TIMEOUT : code;
+  try {
+    TlsTimeLimit limit(socket_, connectSeconds_);
+    const int code = beginTls(ldap_);
+    return limit.stop() ? LDAP_TIMEOUT : code;
+  } catch (const std::system_error&) {
+    return LDAP_NO_MEMORY;  // for a thread
+  }
 }
 
 HResult LdapConnection::startTls(DirectoryError& error) {
