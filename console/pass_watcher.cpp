@@ -23,14 +23,6 @@ void appendLines(std::string& text, const char* label, const std::vector<std::st
   }
 }
 
-// Names and texts of the directory: what would control the terminal, or read as a line of its own,
-// is shown, not obeyed.
-std::string oneLine(const std::string& text) {
-  std::string line = kelvado::loggable(text);
-  std::replace(line.begin(), line.end(), '\n', ' ');
-  return line;
-}
-
 }  // namespace
 
 void PassWatcher::slotStarted(int slot, const std::string& includeFile, std::uint64_t listBytes) {
@@ -96,14 +88,16 @@ std::string PassWatcher::summaryText() const {
   return text;
 }
 
+// Names and texts of the directory: what would control the terminal, or read as a line of its own,
+// is shown, not obeyed.
 void PassWatcher::problemFound(const std::string& problem) {
   ++problemCount_;
-  if (problems_.size() < kLinesShown) problems_.push_back(oneLine(problem));
+  if (problems_.size() < kLinesShown) problems_.push_back(kelvado::loggableLine(problem));
 }
 
 void PassWatcher::noteFound(const std::string& note) {
   ++noteCount_;
-  if (notes_.size() < kLinesShown) notes_.push_back(oneLine(note));
+  if (notes_.size() < kLinesShown) notes_.push_back(kelvado::loggableLine(note));
 }
 
 void PassWatcher::drawBar() {

@@ -31,7 +31,7 @@ class FaultsOfAPass : public RunObserver {
   }
 
   static void tell(const std::string& fault) {
-    std::fprintf(stderr, "pwLapseSvc: %s\n", kelvado::loggable(fault).c_str());
+    std::fprintf(stderr, "pwLapseSvc: %s\n", kelvado::loggableLine(fault).c_str());
   }
 };
 

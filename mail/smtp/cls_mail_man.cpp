@@ -192,6 +192,7 @@ bool ClsMailMan::quickSend(const std::string& from, const std::string& to,
   email.putSubject(subject);
   email.putBody(body);
   if (!email.addMultiple("AddMultipleTo", RecipientKind::To, to)) {
+    bracket.log().LogData("to", loggable(to));
     return bracket.fail("A recipient's address is not valid.");
   }
   settings_.server.host = host;

@@ -65,6 +65,13 @@ std::string loggable(std::string_view text) {
   return out;
 }
 
+std::string loggableLine(std::string_view text) {
+  std::string line = loggable(text);
+  std::replace_if(
+      line.begin(), line.end(), [](char c) { return c == '\r' || c == '\n'; }, ' ');
+  return line;
+}
+
 bool DataEncoder::next(std::size_t size, std::string& piece) {
   piece.clear();
   while (!rest_.empty() && piece.size() < size) {

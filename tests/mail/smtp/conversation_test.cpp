@@ -357,6 +357,7 @@ TEST(MailMan, FailsWithoutReachingForTheServer) {
   mailMan.put_SmtpHost("mail.blocked-relay.invalid");
   expectFailure(mailMan.SendEmail(email), "<error>SMTP protocol failure.");
   expectFailure(mailMan.VerifySmtpLogin(), "<error>SMTP username is empty.</error>");
+  expectFailure(mailMan.QuickSend("a@x", "<b@\r\nx>", "s", "b", "host"), "[<b@\r\nx>]");
 }
 
 TEST(MailMan, SettlesTheTlsConflictByThePort) {

@@ -123,6 +123,7 @@ TEST(WireText, KnowsWhatMayGoIntoACommand) {
 }
 
 TEST(WireText, ShowsForeignBytesInTheLog) {
+  EXPECT_EQ(loggableLine("a\r\nb\x1B"), "a  b\\x1B");
   EXPECT_EQ(loggable("250 ok\r\n"), "250 ok\r\n");
   EXPECT_EQ(loggable("a\0b\x1B\x7F"s), "a\\x00b\\x1B\\x7F");
   EXPECT_EQ(loggable("Gr\xC3\xBC\xC3\x9F"), "Gr\xC3\xBC\xC3\x9F");
