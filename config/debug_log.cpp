@@ -3,8 +3,8 @@
 #include <cstdarg>
 #include <string>
 
-#include "config/format_text.h"
-#include "platform/files.h"
+#include "base/format_text.h"
+#include "platform/system/files.h"
 
 namespace config {
 
@@ -16,7 +16,7 @@ void DebugLog::print(const char* format, ...) {
   if (!enabled_) return;
   std::va_list arguments;
   va_start(arguments, format);
-  const std::string text = formatTextV(format, arguments);
+  const std::string text = base::formatTextV(format, arguments);
   va_end(arguments);
   printAlways(text);
 }

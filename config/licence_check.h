@@ -4,7 +4,7 @@
 #include <string>
 
 #include "config/product_settings.h"
-#include "platform/registry.h"
+#include "platform/registry/registry.h"
 
 namespace config {
 

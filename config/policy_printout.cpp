@@ -9,7 +9,7 @@
 #include <variant>
 #include <vector>
 
-#include "platform/files.h"
+#include "platform/system/files.h"
 
 namespace config {
 namespace {

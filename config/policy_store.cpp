@@ -7,9 +7,10 @@
 #include <iterator>
 #include <variant>
 
+#include "base/ascii.h"
 #include "config/expiration_settings.h"
 #include "config/registry_readers.h"
-#include "platform/profile_file.h"
+#include "platform/registry/profile_file.h"
 
 namespace config {
 namespace {
@@ -102,14 +103,6 @@ const PolicyValue kPolicyValues[] = {
     {"excludeGroups", Text{&P::excludeGroups, kGroupsCapacity}, kRegistryOnly},
 };
 
-// Group and edition names are compared without regard to the case of ASCII letters.
-std::string lowered(std::string text) {
-  std::transform(text.begin(), text.end(), text.begin(), [](char c) {
-    return c >= 'A' && c <= 'Z' ? static_cast<char>(c + ('a' - 'A')) : c;
-  });
-  return text;
-}
-
 // Reads one value of a policy out of the registry.
 struct RegistryReader {
   platform::Registry& registry;
@@ -157,7 +150,7 @@ void readFromRegistry(platform::Registry& registry, PolicyRecord& policy, const 
   for (const PolicyValue& value : kPolicyValues) {
     std::visit(RegistryReader{registry, key, value.name, policy}, value.field);
   }
-  policy.includeGroups = lowered(policy.includeGroups);
+  policy.includeGroups = base::lowered(policy.includeGroups);
 }
 
 std::string policyKey(const std::string& root, const std::string& name) {
@@ -183,7 +176,7 @@ constexpr EditionKey kEditionKeys[] = {
 };
 
 std::string keyOfPolicyOrEdition(const std::string& name) {
-  const std::string edition = lowered(name);
+  const std::string edition = base::lowered(name);
   const auto* row = std::find_if(std::begin(kEditionKeys), std::end(kEditionKeys),
                                  [&](const EditionKey& key) { return key.edition == edition; });
   return row != std::end(kEditionKeys) ? row->key : policyKey(kPolicyRootMpe, name);
@@ -204,7 +197,7 @@ int readPolicy(platform::Registry& registry, PolicyRecord& policy, const std::st
   }
   readFromRegistry(registry, policy, keyOfPolicyOrEdition(name));
   if (policy.includeGroups.find("domain users") != std::string::npos ||
-      lowered(name) == "defaultpolicy") {
+      base::lowered(name) == "defaultpolicy") {
     policy.appliesToDomainUsers = 1;
   }
   return 1;

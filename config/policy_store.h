@@ -5,7 +5,7 @@
 #include <string>
 
 #include "config/policy_record.h"
-#include "platform/registry.h"
+#include "platform/registry/registry.h"
 
 namespace config {
 

@@ -2,8 +2,8 @@
 
 #include <memory>
 
-#include "platform/code_page.h"
-#include "platform/little_endian.h"
+#include "base/little_endian.h"
+#include "platform/text/code_page.h"
 
 namespace config {
 namespace {
@@ -37,7 +37,7 @@ bool queryDword(RegistryKey& key, const std::string& name, std::uint32_t& number
       value.type != RegistryType::Dword) {
     return false;
   }
-  number = platform::littleEndian(value.bytes, 0, value.bytes.size()).value_or(0);
+  number = base::littleEndian(value.bytes, 0, value.bytes.size()).value_or(0);
   return true;
 }
 

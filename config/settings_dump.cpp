@@ -3,7 +3,7 @@
 #include <cstdio>
 #include <variant>
 
-#include "platform/files.h"
+#include "platform/system/files.h"
 
 namespace config {
 namespace {

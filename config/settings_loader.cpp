@@ -2,10 +2,10 @@
 
 #include <cstddef>
 
+#include "base/ascii.h"
 #include "config/expiration_settings.h"
 #include "config/registry_readers.h"
-#include "platform/case_fold.h"
-#include "platform/profile_file.h"
+#include "platform/registry/profile_file.h"
 
 namespace config {
 namespace {
@@ -37,10 +37,10 @@ void readMachineKind(Registry& registry, ProductSettings& pSettings) {
       readTextField(registry, kProductOptionsKey, "productType", kMachineTextCapacity);
   const std::string testOS = readTextField(registry, kProductKey, "testOS", kMachineTextCapacity);
   for (const MachineKind& kind : kMachineKinds) {
-    if (platform::equalAsciiNoCase(productType, kind.productType)) pSettings.osType = kind.osType;
+    if (base::equalsNoCase(productType, kind.productType)) pSettings.osType = kind.osType;
   }
   for (const MachineKind& kind : kMachineKinds) {
-    if (platform::equalAsciiNoCase(testOS, kind.osType)) {
+    if (base::equalsNoCase(testOS, kind.osType)) {
       pSettings.testOS = pSettings.osType = kind.osType;
     }
   }

@@ -7,7 +7,7 @@
 #include "config/licence_check.h"
 #include "config/policy_store.h"
 #include "config/product_settings.h"
-#include "platform/registry.h"
+#include "platform/registry/registry.h"
 
 namespace config {
 

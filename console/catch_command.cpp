@@ -2,7 +2,7 @@
 
 #include "console/commands.h"
 #include "console/smtp_catcher.h"
-#include "platform/clock.h"
+#include "platform/system/clock.h"
 
 namespace console {
 namespace {

@@ -8,10 +8,10 @@
 #include "console/pass_watcher.h"
 #include "console/smtp_catcher.h"
 #include "notify/run_report.h"
-#include "platform/code_page.h"
-#include "platform/files.h"
-#include "platform/random.h"
-#include "platform/system_host.h"
+#include "platform/host/system_host.h"
+#include "platform/system/files.h"
+#include "platform/system/random.h"
+#include "platform/text/code_page.h"
 #include "service/expiration_run.h"
 
 namespace console {

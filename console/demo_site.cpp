@@ -2,14 +2,14 @@
 
 #include <cstddef>
 
-#include "config/format_text.h"
-#include "platform/code_page.h"
-#include "platform/files.h"
+#include "base/format_text.h"
+#include "platform/system/files.h"
+#include "platform/text/code_page.h"
 
 namespace console {
 namespace {
 
-using config::formatText;
+using base::formatText;
 
 // userAccountControl.
 constexpr unsigned kNormal = 0x200;
@@ -90,7 +90,7 @@ std::string ldifRecord(const SampleUser& user, std::int64_t now) {
   attribute("givenName", user.firstName);
   attribute("sn", user.lastName);
   attribute("mail", user.mail);
-  attribute("userAccountControl", formatText("%u", user.accountControl));
+  attribute("userAccountControl", base::formatText("%u", user.accountControl));
   const std::int64_t changed = user.age == kChangeDue ? 0 : fileTimeDaysAgo(now, user.age);
   attribute("pwdLastSet", std::to_string(changed));
   if (user.cannotChange) text += std::string("nTSecurityDescriptor:: ") + kDenyChange + "\n";
@@ -136,7 +136,7 @@ std::string registryText(std::uint16_t smtpPort) {
          "\"emailWarnings\"=dword:00000001\r\n\r\n"
          "[HKEY_LOCAL_MACHINE\\Software\\Policies\\Kadro\\PwsentryProMPE\\PWExpiration]\r\n"
          "\"smtpServer\"=\"127.0.0.1\"\r\n" +
-         formatText("\"smtpPort\"=dword:%08x\r\n", static_cast<unsigned>(smtpPort)) +
+         base::formatText("\"smtpPort\"=dword:%08x\r\n", static_cast<unsigned>(smtpPort)) +
          "\"emailFromAddress\"=\"Help Desk <helpdesk@demo.example>\"\r\n"
          "\"emailSubject\"=\"Your Windows password will expire soon\"\r\n"
          "\"adminEmailAddress\"=\"administrator@demo.example\"\r\n"

@@ -7,7 +7,7 @@
 #include <vector>
 
 #include "console/outcome.h"
-#include "platform/clock.h"
+#include "platform/system/clock.h"
 
 namespace console {
 

@@ -3,7 +3,7 @@
 #include <cstdio>
 
 #include "console/commands.h"
-#include "platform/terminal.h"
+#include "platform/system/terminal.h"
 
 int main(int argc, char** argv) {
   const platform::AnsiTerminal terminal;

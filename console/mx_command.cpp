@@ -2,15 +2,15 @@
 #include <cstdio>
 #include <vector>
 
+#include "base/log_null.h"
 #include "console/commands.h"
-#include "mail/mime/log_null.h"
 #include "mail/smtp/mx_lookup.h"
 #include "mail/smtp/wire_text.h"
 
 namespace console {
 
 int mxCommand(const MxOptions& options) {
-  kelvado::LogNull log;
+  base::LogNull log;
   std::string domain;
   const bool understood = kelvado::domainOf(options.domainOrAddress, domain, log);
   if (!understood || domain.empty() || !kelvado::isSafeWord(domain)) {

@@ -1,12 +1,12 @@
 #include "console/outcome.h"
 
-#include "config/format_text.h"
+#include "base/format_text.h"
 #include "service/policy_table.h"
 
 namespace console {
 namespace {
 
-using config::formatText;
+using base::formatText;
 using service::UserVerdict;
 
 std::string skipText(const UserVerdict& verdict) {
@@ -33,9 +33,9 @@ std::string skipText(const UserVerdict& verdict) {
 
 std::string agePhrase(const UserVerdict& verdict) {
   if (!verdict.accountFound) {
-    return "account not found, age taken as " + formatText("%u", verdict.age);
+    return "account not found, age taken as " + base::formatText("%u", verdict.age);
   }
-  return formatText("age %u of %i days", verdict.age, verdict.maxAge);
+  return base::formatText("age %u of %i days", verdict.age, verdict.maxAge);
 }
 
 std::string mailPhrase(const UserVerdict& verdict) {
@@ -105,13 +105,13 @@ std::string outcomeReason(const UserVerdict& verdict) {
     case Outcome::ExpiryRefused:
       return age + "; the directory did not take the forced change; " + mailPhrase(verdict);
     default:
-      return age + formatText(", %i left; ", daysLeft) + mailPhrase(verdict);
+      return age + base::formatText(", %i left; ", daysLeft) + mailPhrase(verdict);
   }
 }
 
 std::string slotLabel(int slot) {
   if (slot >= service::kFirstLengthPolicy) {
-    return formatText("Length%i", slot - service::kFirstLengthPolicy + 1);
+    return base::formatText("Length%i", slot - service::kFirstLengthPolicy + 1);
   }
   return service::policySlotName(slot);
 }

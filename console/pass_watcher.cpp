@@ -2,14 +2,14 @@
 
 #include <algorithm>
 
-#include "config/format_text.h"
-#include "mail/smtp/wire_text.h"
+#include "base/format_text.h"
+#include "base/text.h"
 #include "notify/mail_settings.h"
 
 namespace console {
 namespace {
 
-using config::formatText;
+using base::formatText;
 
 constexpr std::size_t kLinesShown = 10;  // of a kind; more are counted only
 constexpr int kBarWidth = 30;
@@ -18,8 +18,8 @@ void appendLines(std::string& text, const char* label, const std::vector<std::st
                  std::uint64_t count) {
   for (const std::string& line : lines) text += std::string(label) + ": " + line + "\n";
   if (count > lines.size()) {
-    text +=
-        formatText("%s: %llu more\n", label, static_cast<unsigned long long>(count - lines.size()));
+    text += base::formatText("%s: %llu more\n", label,
+                             static_cast<unsigned long long>(count - lines.size()));
   }
 }
 
@@ -75,13 +75,13 @@ bool PassWatcher::finish(const service::RunSummary& summary,
 
 std::string PassWatcher::summaryText() const {
   std::string text =
-      formatText("%llu %s in %i user %s%s\n", static_cast<unsigned long long>(lines_),
-                 lines_ == 1 ? "line" : "lines", lists_, lists_ == 1 ? "list" : "lists",
-                 reportOnly_ ? ", report-only mode" : "");
+      base::formatText("%llu %s in %i user %s%s\n", static_cast<unsigned long long>(lines_),
+                       lines_ == 1 ? "line" : "lines", lists_, lists_ == 1 ? "list" : "lists",
+                       reportOnly_ ? ", report-only mode" : "");
   for (int i = 0; i < kOutcomes; ++i) {
     if (counts_[i] == 0) continue;
-    text += formatText("  %-16s %8llu\n", outcomeLabel(static_cast<Outcome>(i)),
-                       static_cast<unsigned long long>(counts_[i]));
+    text += base::formatText("  %-16s %8llu\n", outcomeLabel(static_cast<Outcome>(i)),
+                             static_cast<unsigned long long>(counts_[i]));
   }
   appendLines(text, "note", notes_, noteCount_);
   appendLines(text, "FAILED", problems_, problemCount_);
@@ -92,12 +92,12 @@ std::string PassWatcher::summaryText() const {
 // is shown, not obeyed.
 void PassWatcher::problemFound(const std::string& problem) {
   ++problemCount_;
-  if (problems_.size() < kLinesShown) problems_.push_back(kelvado::loggableLine(problem));
+  if (problems_.size() < kLinesShown) problems_.push_back(base::loggableLine(problem));
 }
 
 void PassWatcher::noteFound(const std::string& note) {
   ++noteCount_;
-  if (notes_.size() < kLinesShown) notes_.push_back(kelvado::loggableLine(note));
+  if (notes_.size() < kLinesShown) notes_.push_back(base::loggableLine(note));
 }
 
 void PassWatcher::drawBar() {

@@ -3,11 +3,11 @@
 #include <cstdio>
 #include <memory>
 
+#include "base/format_text.h"
 #include "config/expiration_settings.h"
-#include "config/format_text.h"
 #include "config/policy_printout.h"
 #include "console/commands.h"
-#include "platform/system_host.h"
+#include "platform/host/system_host.h"
 #include "service/edition_keys.h"
 #include "service/policy_table.h"
 
@@ -17,16 +17,16 @@ namespace {
 std::string slotName(int slot) {
   if (slot < service::kNamedPolicies) return service::policySlotName(slot);
   if (slot < service::kFirstLengthPolicy) return "not in use";
-  return config::formatText("length-based policy %i", slot - service::kFirstLengthPolicy + 1);
+  return base::formatText("length-based policy %i", slot - service::kFirstLengthPolicy + 1);
 }
 
 std::string slotHeading(const service::PolicyTable& slots, int slot) {
   const config::PolicyRecord& policy = slots[static_cast<std::size_t>(slot)];
-  std::string text = config::formatText("Slot %i: %s", slot, slotName(slot).c_str());
+  std::string text = base::formatText("Slot %i: %s", slot, slotName(slot).c_str());
   if (slot < service::kNamedPolicies && policy.defined == 0) text += ", not defined";
   const std::int32_t maxAge = service::effectiveMaxAge(slots, slot);
   if (maxAge == 0) return text + ", skipped\n";
-  text += config::formatText(", maximum age %i days", maxAge);
+  text += base::formatText(", maximum age %i days", maxAge);
   text += policy.emailWarnings == 1 ? ", users are warned" : ", users are not warned";
   if (policy.appliesToDomainUsers == 1) text += ", all domain users";
   return text + '\n';

@@ -5,9 +5,9 @@
 #include "console/pass_watcher.h"
 #include "directory/domain_directory.h"
 #include "notify/run_logs.h"
-#include "platform/files.h"
-#include "platform/system_host.h"
-#include "platform/terminal.h"
+#include "platform/host/system_host.h"
+#include "platform/system/files.h"
+#include "platform/system/terminal.h"
 #include "service/expiration_run.h"
 #include "service/policy_table.h"
 

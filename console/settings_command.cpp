@@ -6,7 +6,7 @@
 #include "config/settings_dump.h"
 #include "config/settings_loader.h"
 #include "console/commands.h"
-#include "platform/system_host.h"
+#include "platform/host/system_host.h"
 
 namespace console {
 namespace {

@@ -6,14 +6,14 @@
 #include <list>
 #include <system_error>
 
-#include "mail/mime/text_tools.h"
-#include "platform/files.h"
+#include "base/ascii.h"
+#include "platform/system/files.h"
 
 namespace console {
 namespace {
 
-using kelvado::beginsWithNoCase;
-using kelvado::equalsNoCase;
+using base::beginsWithNoCase;
+using base::equalsNoCase;
 using platform::SocketApi;
 using platform::systemSockets;
 
@@ -95,31 +95,31 @@ bool Dialogue::takeCommand(std::string& replies) {
 }
 
 void Dialogue::answer(const std::string& line, std::string& replies) {
-  if (beginsWithNoCase(line, "MAIL FROM:")) return mailFrom(line, replies);
-  if (beginsWithNoCase(line, "RCPT TO:")) return rcptTo(line, replies);
-  if (beginsWithNoCase(line, "EHLO ")) {
+  if (base::beginsWithNoCase(line, "MAIL FROM:")) return mailFrom(line, replies);
+  if (base::beginsWithNoCase(line, "RCPT TO:")) return rcptTo(line, replies);
+  if (base::beginsWithNoCase(line, "EHLO ")) {
     reset();
     replies +=
         "250-catcher\r\n250-8BITMIME\r\n250 SIZE " + std::to_string(kMaxMessageBytes) + "\r\n";
-  } else if (beginsWithNoCase(line, "HELO ")) {
+  } else if (base::beginsWithNoCase(line, "HELO ")) {
     reset();
     replies += "250 catcher\r\n";
-  } else if (equalsNoCase(line, "RSET")) {
+  } else if (base::equalsNoCase(line, "RSET")) {
     reset();
     replies += "250 2.0.0 Reset\r\n";
-  } else if (equalsNoCase(line, "NOOP")) {
+  } else if (base::equalsNoCase(line, "NOOP")) {
     replies += "250 2.0.0 Ok\r\n";
-  } else if (equalsNoCase(line, "QUIT")) {
+  } else if (base::equalsNoCase(line, "QUIT")) {
     replies += "221 2.0.0 Bye\r\n";
     ended_ = true;
-  } else if (equalsNoCase(line, "DATA") && !recipients_.empty()) {
+  } else if (base::equalsNoCase(line, "DATA") && !recipients_.empty()) {
     replies += "354 End with a line of one dot\r\n";
     inData_ = true;
     oversized_ = false;
     // The line end of the command counts as the one before the terminator of an empty mail.
     input_.insert(0, "\r\n");
     searched_ = 0;
-  } else if (equalsNoCase(line, "DATA")) {
+  } else if (base::equalsNoCase(line, "DATA")) {
     replies += "503 5.5.1 No recipients\r\n";
   } else {
     replies += "502 5.5.1 Not offered here\r\n";
@@ -142,7 +142,9 @@ void Dialogue::mailFrom(std::string_view argument, std::string& replies) {
 
 void Dialogue::rcptTo(std::string_view argument, std::string& replies) {
   std::string address;
-  const auto isThis = [&address](const std::string& one) { return equalsNoCase(one, address); };
+  const auto isThis = [&address](const std::string& one) {
+    return base::equalsNoCase(one, address);
+  };
   if (!hasSender_) {
     replies += "503 5.5.1 No sender\r\n";
   } else if (!bracketedAddress(argument, address) || address.empty()) {

@@ -13,7 +13,7 @@
 #include <thread>
 #include <vector>
 
-#include "platform/socket_api.h"
+#include "platform/network/socket_api.h"
 
 namespace console {
 

@@ -6,7 +6,7 @@
 #include <string_view>
 #include <utility>
 
-#include "platform/code_page.h"
+#include "platform/text/code_page.h"
 
 namespace directory {
 

@@ -9,7 +9,7 @@
 
 #include "config/debug_log.h"
 #include "directory/user_directory_data.h"
-#include "platform/directory_access.h"
+#include "platform/directory/directory_access.h"
 
 namespace directory {
 

@@ -3,8 +3,8 @@
 #include <cstdio>
 
 #include "directory/domain_directory.h"
-#include "platform/code_page.h"
-#include "platform/files.h"
+#include "platform/system/files.h"
+#include "platform/text/code_page.h"
 
 namespace directory {
 

@@ -5,8 +5,8 @@
 #include <cstdint>
 #include <string>
 
-#include "platform/account_database.h"
-#include "platform/clock.h"
+#include "platform/directory/account_database.h"
+#include "platform/system/clock.h"
 
 namespace directory {
 
@@ -26,8 +26,5 @@ DomainMaxAge readDomainMaxAge(platform::AccountDatabase& accounts);
 // is written when the account database refuses. Returns whether it took the change.
 bool expireUserPassword(platform::AccountDatabase& accounts, platform::Clock& clock,
                         const std::u16string& logonName, std::uint32_t passwordAgeDays);
-
-// "%2u/%02u/%04u %2u:%02u:%02u": month, day, year, hour, minute, second.
-std::string timestampText(const platform::LocalTime& time);
 
 }  // namespace directory

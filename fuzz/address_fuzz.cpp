@@ -2,7 +2,6 @@
 // command, and comes back with its name from the form in which the library writes it.
 #include "fuzz/fuzz.h"
 #include "mail/mime/email_address.h"
-#include "mail/mime/text_tools.h"
 
 using namespace kelvado;
 

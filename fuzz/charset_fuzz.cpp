@@ -2,9 +2,9 @@
 // back as the same text.
 #include <string>
 
+#include "base/unicode.h"
 #include "fuzz/fuzz.h"
 #include "mail/mime/charset.h"
-#include "platform/code_page.h"
 
 using namespace kelvado;
 
@@ -12,7 +12,7 @@ using namespace kelvado;
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
   std::string_view bytes = textOf(data, size);
   const Charset charset(takeUpTo('\n', bytes));
-  require(platform::isValidUtf8(repairedUtf8(bytes)));
+  require(base::isValidUtf8(repairedUtf8(bytes)));
 
   std::string utf8;
   std::string back;
@@ -22,7 +22,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     require(utf8.empty());
     return 0;
   }
-  require(platform::isValidUtf8(utf8));
+  require(base::isValidUtf8(utf8));
   if (lossy) return 0;
   // Characters that switch the charset, or make one that does, when they stand in the text itself.
   if (utf8.find_first_of("\x0E\x0F\x1B~+") != std::string::npos) return 0;

@@ -1,10 +1,10 @@
 // Encoded words: any header value can be read, and text comes back from the words it was put in.
 #include <string>
 
+#include "base/ascii.h"
+#include "base/unicode.h"
 #include "fuzz/fuzz.h"
 #include "mail/mime/encoded_word.h"
-#include "mail/mime/text_tools.h"
-#include "platform/code_page.h"
 
 using namespace kelvado;
 
@@ -12,7 +12,7 @@ namespace {
 
 void requireWords(const std::string& words, std::string_view text, std::size_t column) {
   // Where the field's name leaves no room, the words begin on a line of their own.
-  require(decodeHeaderText(trimmed(words)) == text);
+  require(decodeHeaderText(base::trimmed(words)) == text);
   require(words.find('\0') == std::string::npos);
   requireLines(std::string(column, ' ') + words, kMaxHeaderColumns);
 }
@@ -27,7 +27,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   decodeHeaderText(text);
   encodeHeaderText(text, "iso-8859-1", column);
   // Words stay words, and a byte-order mark is dropped: both are meant.
-  const bool comesBack = platform::isValidUtf8(text) && text.find("?") == std::string_view::npos &&
+  const bool comesBack = base::isValidUtf8(text) && text.find("?") == std::string_view::npos &&
                          !text.starts_with("\xEF\xBB\xBF");
   if (!comesBack) return 0;
   for (const char* charset : {"utf-8", "iso-8859-1", "shift_jis"}) {

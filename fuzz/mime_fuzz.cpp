@@ -2,11 +2,11 @@
 // mail may not have, and is read again as the same tree of parts with the same bodies.
 #include <string>
 
+#include "base/log_null.h"
+#include "base/text.h"
 #include "fuzz/fuzz.h"
 #include "mail/mime/charset.h"
-#include "mail/mime/log_null.h"
 #include "mail/mime/mime_message2.h"
-#include "mail/mime/text_tools.h"
 
 using namespace kelvado;
 
@@ -24,7 +24,8 @@ std::string written(Email2& message) {
 // Text may change its kind of line end on the way.
 std::string linesOf(const Email2& part) {
   std::string lines;
-  appendWithCrLf(part.contentType().isText() ? part.textBody() : std::string(part.body()), lines);
+  base::appendWithCrLf(part.contentType().isText() ? part.textBody() : std::string(part.body()),
+                       lines);
   return lines;
 }
 
@@ -41,7 +42,7 @@ void requireEqual(const Email2& left, const Email2& right) {
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
-  LogNull log;
+  base::LogNull log;
   const auto message = MimeMessage2::parse(textOf(data, size), log);
   if (message == nullptr) return 0;
   const std::string text = written(*message);

@@ -3,7 +3,7 @@
 #include <string>
 
 #include "fuzz/fuzz.h"
-#include "platform/security_package.h"
+#include "platform/network/security_package.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
   const ForeignLeaks leaksOfTheSystemsNtlm;

@@ -8,9 +8,9 @@
 #include <optional>
 #include <string>
 
+#include "base/ascii.h"
 #include "fuzz/fuzz.h"
-#include "mail/mime/error_log.h"
-#include "mail/mime/text_tools.h"
+#include "mail/core/error_log.h"
 #include "mail/smtp/smtp_conn_impl.h"
 #include "tests/support/fake_network.h"
 
@@ -49,7 +49,7 @@ class FakeServer : public test_support::FakeNetwork {
     for (const char c : takeUpTo(kSeparator, chunks_)) {
       const auto ago = static_cast<unsigned char>(c);
       const bool repeats = ago >= 1 && ago <= std::min(kMaxEcho, writes.size());
-      repeats ? answer += trimmed(writes[writes.size() - ago]) : answer += c;
+      repeats ? answer += base::trimmed(writes[writes.size() - ago]) : answer += c;
     }
     if (!answer.empty()) incoming.push_back(answer);
     return platform::kSocketOk;
@@ -87,7 +87,7 @@ SmtpServer serverFor(unsigned options, std::string_view helloName) {
 }
 
 bool namesNtlm(std::string_view text) {
-  return containsNoCase(text, "NTLM") || containsNoCase(text, "MSN");
+  return base::containsNoCase(text, "NTLM") || base::containsNoCase(text, "MSN");
 }
 
 }  // namespace

@@ -3,7 +3,7 @@
 namespace kelvado {
 
 bool ByteChannel::readUntilMatch(std::string_view delimiter, std::string& out,
-                                 const ReadLimits& limits, LogBase& log,
+                                 const ReadLimits& limits, base::LogBase& log,
                                  ProgressMonitor& progress) {
   out.clear();
   status_ = {};
@@ -36,7 +36,7 @@ bool ByteChannel::readUntilMatch(std::string_view delimiter, std::string& out,
   }
 }
 
-bool ByteChannel::receiveBytes(std::string& out, std::uint32_t timeoutMs, LogBase& log,
+bool ByteChannel::receiveBytes(std::string& out, std::uint32_t timeoutMs, base::LogBase& log,
                                ProgressMonitor& progress) {
   out.clear();
   status_ = {};
@@ -45,7 +45,7 @@ bool ByteChannel::receiveBytes(std::string& out, std::uint32_t timeoutMs, LogBas
   return true;
 }
 
-void ByteChannel::logReadTimeout(std::uint32_t timeoutMs, LogBase& log) {
+void ByteChannel::logReadTimeout(std::uint32_t timeoutMs, base::LogBase& log) {
   status_.timedOut = true;
   log.LogError("Timeout waiting to read socket or accept connection");
   log.LogData("timeoutMs", std::to_string(timeoutMs));

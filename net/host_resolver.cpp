@@ -76,7 +76,7 @@ bool isDottedAddress(const std::string& text) {
 }
 
 bool resolveHost(platform::SocketApi& api, const std::string& host, std::uint32_t timeoutMs,
-                 LookupResult& result, LogBase& log, ProgressMonitor& progress) {
+                 LookupResult& result, base::LogBase& log, ProgressMonitor& progress) {
   result = {};
   if (host.empty()) {
     log.LogError("DNS lookup failed; hostname is empty");

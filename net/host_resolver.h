@@ -6,9 +6,9 @@
 #include <string>
 #include <vector>
 
-#include "mail/mime/log_base.h"
+#include "base/log_base.h"
 #include "net/progress.h"
-#include "platform/socket_api.h"
+#include "platform/network/socket_api.h"
 
 namespace kelvado {
 
@@ -24,6 +24,6 @@ struct LookupResult {
   bool aborted = false;
 };
 bool resolveHost(platform::SocketApi& api, const std::string& host, std::uint32_t timeoutMs,
-                 LookupResult& result, LogBase& log, ProgressMonitor& progress);
+                 LookupResult& result, base::LogBase& log, ProgressMonitor& progress);
 
 }  // namespace kelvado

@@ -2,6 +2,8 @@
 
 #include <string_view>
 
+#include "base/log_base.h"
+
 namespace kelvado {
 namespace {
 
@@ -18,7 +20,7 @@ bool isSuccess(std::string_view reply) {
 }  // namespace
 
 bool openHttpTunnel(ByteChannel& proxy, const std::string& host, std::uint16_t port,
-                    std::uint32_t timeoutMs, LogBase& log, ProgressMonitor& progress) {
+                    std::uint32_t timeoutMs, base::LogBase& log, ProgressMonitor& progress) {
   const std::string request =
       "CONNECT " + host + ":" + std::to_string(port) + " HTTP/1.0\r\nUser-Agent: Kelvado\r\n\r\n";
   if (!proxy.sendBytes(request, timeoutMs, log, progress)) return false;

@@ -1,5 +1,6 @@
 #include "net/kelvado_socket.h"
 
+#include "base/log_base.h"
 #include "net/host_resolver.h"
 #include "net/socket_errors.h"
 
@@ -28,7 +29,7 @@ void KelvadoSocket::close() {
 }
 
 bool KelvadoSocket::connect(const char* host, std::uint16_t port, std::uint32_t connectTimeoutMs,
-                            LogBase& log, ProgressMonitor& progress) {
+                            base::LogBase& log, ProgressMonitor& progress) {
   close();
   status_ = {};
   if (host == nullptr || *host == '\0') {
@@ -68,7 +69,7 @@ bool KelvadoSocket::connect(const char* host, std::uint16_t port, std::uint32_t 
 }
 
 platform::SocketError KelvadoSocket::connectTo(const std::string& address, std::uint16_t port,
-                                               std::uint32_t timeoutMs, LogBase& log,
+                                               std::uint32_t timeoutMs, base::LogBase& log,
                                                ProgressMonitor& progress) {
   platform::SocketError error = platform::kSocketOk;
   handle_ = api_.open(error);
@@ -109,8 +110,8 @@ KelvadoSocket::Wait KelvadoSocket::wait(Direction direction, std::uint32_t timeo
   }
 }
 
-bool KelvadoSocket::sendBytes(std::string_view data, std::uint32_t idleTimeoutMs, LogBase& log,
-                              ProgressMonitor& progress) {
+bool KelvadoSocket::sendBytes(std::string_view data, std::uint32_t idleTimeoutMs,
+                              base::LogBase& log, ProgressMonitor& progress) {
   status_ = {};
   if (!isConnected()) {
     log.LogError("No socket exists for sending (1)");
@@ -138,8 +139,8 @@ bool KelvadoSocket::sendBytes(std::string_view data, std::uint32_t idleTimeoutMs
   return true;
 }
 
-bool KelvadoSocket::waitForSpace(std::size_t unsent, std::uint32_t idleTimeoutMs, LogBase& log,
-                                 ProgressMonitor& progress) {
+bool KelvadoSocket::waitForSpace(std::size_t unsent, std::uint32_t idleTimeoutMs,
+                                 base::LogBase& log, ProgressMonitor& progress) {
   platform::SocketError error = platform::kSocketOk;
   switch (wait(Direction::Write, idleTimeoutMs, error, progress)) {
     case Wait::Ready:
@@ -162,7 +163,8 @@ bool KelvadoSocket::waitForSpace(std::size_t unsent, std::uint32_t idleTimeoutMs
   return false;
 }
 
-bool KelvadoSocket::waitForData(std::uint32_t timeoutMs, LogBase& log, ProgressMonitor& progress) {
+bool KelvadoSocket::waitForData(std::uint32_t timeoutMs, base::LogBase& log,
+                                ProgressMonitor& progress) {
   if (!isConnected()) {
     log.LogError("This socket is not connected");
     return false;
@@ -187,7 +189,7 @@ bool KelvadoSocket::waitForData(std::uint32_t timeoutMs, LogBase& log, ProgressM
   return false;
 }
 
-bool KelvadoSocket::receiveMore(std::string& buffer, std::uint32_t timeoutMs, LogBase& log,
+bool KelvadoSocket::receiveMore(std::string& buffer, std::uint32_t timeoutMs, base::LogBase& log,
                                 ProgressMonitor& progress) {
   char chunk[kReceiveChunk];
   platform::SocketError error = platform::kWsaWouldBlock;

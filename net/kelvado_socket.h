@@ -7,8 +7,9 @@
 #include <string>
 #include <string_view>
 
+#include "base/log_base.h"
 #include "net/byte_channel.h"
-#include "platform/socket_api.h"
+#include "platform/network/socket_api.h"
 
 namespace kelvado {
 
@@ -20,22 +21,22 @@ class KelvadoSocket final : public ByteChannel {
 
   // Closes what was open before. `host` may be null or empty: that fails, with its own line.
   // connectTimeoutMs covers look-up and connect together; 0 is the socket's own default.
-  bool connect(const char* host, std::uint16_t port, std::uint32_t connectTimeoutMs, LogBase& log,
-               ProgressMonitor& progress);
+  bool connect(const char* host, std::uint16_t port, std::uint32_t connectTimeoutMs,
+               base::LogBase& log, ProgressMonitor& progress);
 
   bool isConnected() const override { return handle_ != platform::kInvalidSocket; }
   void close() override;
-  bool sendBytes(std::string_view data, std::uint32_t idleTimeoutMs, LogBase& log,
+  bool sendBytes(std::string_view data, std::uint32_t idleTimeoutMs, base::LogBase& log,
                  ProgressMonitor& progress) override;
 
   // False when nothing came in time (logged) or the wait failed or was aborted.
-  bool waitForData(std::uint32_t timeoutMs, LogBase& log, ProgressMonitor& progress);
+  bool waitForData(std::uint32_t timeoutMs, base::LogBase& log, ProgressMonitor& progress);
 
   const std::string& remoteHost() const { return remoteHost_; }
   const std::string& remoteAddress() const { return remoteAddress_; }
 
  protected:
-  bool receiveMore(std::string& buffer, std::uint32_t timeoutMs, LogBase& log,
+  bool receiveMore(std::string& buffer, std::uint32_t timeoutMs, base::LogBase& log,
                    ProgressMonitor& progress) override;
   const char* readAbortedText() const override {
     return "socket read-until-match aborted by application callback";
@@ -48,8 +49,9 @@ class KelvadoSocket final : public ByteChannel {
   Wait wait(Direction direction, std::uint32_t timeoutMs, platform::SocketError& error,
             ProgressMonitor& progress);
   platform::SocketError connectTo(const std::string& address, std::uint16_t port,
-                                  std::uint32_t timeoutMs, LogBase& log, ProgressMonitor& progress);
-  bool waitForSpace(std::size_t unsent, std::uint32_t idleTimeoutMs, LogBase& log,
+                                  std::uint32_t timeoutMs, base::LogBase& log,
+                                  ProgressMonitor& progress);
+  bool waitForSpace(std::size_t unsent, std::uint32_t idleTimeoutMs, base::LogBase& log,
                     ProgressMonitor& progress);
 
   platform::SocketApi& api_;

@@ -4,7 +4,7 @@
 
 #include <cstdint>
 
-#include "platform/clock.h"
+#include "platform/system/clock.h"
 
 namespace kelvado {
 

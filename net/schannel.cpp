@@ -2,6 +2,8 @@
 
 #include <algorithm>
 
+#include "base/log_base.h"
+
 namespace kelvado {
 namespace {
 
@@ -15,7 +17,7 @@ constexpr std::size_t kMaxUndecrypted = 65'536;
 
 bool SChannel::EstablishChannel(const std::string& host, std::uint16_t port,
                                 const TlsRequirements& requirements, std::uint32_t timeoutMs,
-                                LogBase& log, ProgressMonitor& progress) {
+                                base::LogBase& log, ProgressMonitor& progress) {
   platform::TlsClientOptions options;
   options.host = host;
   options.clientCertificate = requirements.clientCertificate;
@@ -39,7 +41,7 @@ bool SChannel::EstablishChannel(const std::string& host, std::uint16_t port,
   return true;
 }
 
-bool SChannel::handshake(std::uint32_t timeoutMs, LogBase& log, ProgressMonitor& progress) {
+bool SChannel::handshake(std::uint32_t timeoutMs, base::LogBase& log, ProgressMonitor& progress) {
   const Countdown left(timeoutMs, progress.clock());
   for (;;) {
     std::string token;
@@ -62,7 +64,7 @@ bool SChannel::handshake(std::uint32_t timeoutMs, LogBase& log, ProgressMonitor&
   }
 }
 
-bool SChannel::verifyCertificate(const TlsRequirements& requirements, LogBase& log) {
+bool SChannel::verifyCertificate(const TlsRequirements& requirements, base::LogBase& log) {
   if (!stream_->peerCertificate(certificate_)) {
     log.LogError("Error querying remote certificate");
     return false;
@@ -77,7 +79,7 @@ bool SChannel::verifyCertificate(const TlsRequirements& requirements, LogBase& l
   return !requirements.verified;
 }
 
-bool SChannel::meetsRequirement(const TlsRequirements& requirements, LogBase& log) const {
+bool SChannel::meetsRequirement(const TlsRequirements& requirements, base::LogBase& log) const {
   if (requirements.name.empty()) return true;
   const bool issuer = (requirements.name[0] | 0x20) == 'i';
   const std::string& actual = issuer ? certificate_.issuerCn : certificate_.subjectCn;
@@ -89,7 +91,7 @@ bool SChannel::meetsRequirement(const TlsRequirements& requirements, LogBase& lo
   return false;
 }
 
-bool SChannel::sendToken(const std::string& token, std::uint32_t timeoutMs, LogBase& log,
+bool SChannel::sendToken(const std::string& token, std::uint32_t timeoutMs, base::LogBase& log,
                          ProgressMonitor& progress) {
   if (token.empty()) return true;
   const bool sent = socket_.sendBytes(token, timeoutMs, log, progress);
@@ -97,7 +99,8 @@ bool SChannel::sendToken(const std::string& token, std::uint32_t timeoutMs, LogB
   return sent;
 }
 
-bool SChannel::readEncrypted(std::uint32_t timeoutMs, LogBase& log, ProgressMonitor& progress) {
+bool SChannel::readEncrypted(std::uint32_t timeoutMs, base::LogBase& log,
+                             ProgressMonitor& progress) {
   std::string arrived;
   if (encrypted_.size() > kMaxUndecrypted) {
     log.LogError("Received record is longer than allowed.");
@@ -111,7 +114,7 @@ bool SChannel::readEncrypted(std::uint32_t timeoutMs, LogBase& log, ProgressMoni
   return true;
 }
 
-bool SChannel::SendSecure(std::string_view data, std::uint32_t idleTimeoutMs, LogBase& log,
+bool SChannel::SendSecure(std::string_view data, std::uint32_t idleTimeoutMs, base::LogBase& log,
                           ProgressMonitor& progress) {
   status_ = {};
   if (!isConnected()) {
@@ -134,7 +137,7 @@ bool SChannel::SendSecure(std::string_view data, std::uint32_t idleTimeoutMs, Lo
   return false;
 }
 
-bool SChannel::receiveMore(std::string& buffer, std::uint32_t timeoutMs, LogBase& log,
+bool SChannel::receiveMore(std::string& buffer, std::uint32_t timeoutMs, base::LogBase& log,
                            ProgressMonitor& progress) {
   if (!isConnected()) {
     log.LogError("This socket is not connected");
@@ -173,7 +176,8 @@ bool SChannel::receiveMore(std::string& buffer, std::uint32_t timeoutMs, LogBase
   }
 }
 
-bool SChannel::sendCloseNotify(std::uint32_t timeoutMs, LogBase& log, ProgressMonitor& progress) {
+bool SChannel::sendCloseNotify(std::uint32_t timeoutMs, base::LogBase& log,
+                               ProgressMonitor& progress) {
   if (stream_ == nullptr) {
     log.LogError("Cannot shutdown channel, no context exists");
     return false;
@@ -193,8 +197,9 @@ bool SChannel::sendCloseNotify(std::uint32_t timeoutMs, LogBase& log, ProgressMo
   return true;
 }
 
-void SChannel::ShutdownChannel(std::uint32_t timeoutMs, LogBase& log, ProgressMonitor& progress) {
-  const LogContext context(log, "ShutdownChannel");
+void SChannel::ShutdownChannel(std::uint32_t timeoutMs, base::LogBase& log,
+                               ProgressMonitor& progress) {
+  const base::LogContext context(log, "ShutdownChannel");
   log.LogInfo("Shutting down SChannel");
   const bool notified = sendCloseNotify(timeoutMs, log, progress);
   if (!notified) log.LogInfo("Forcibly closing socket.");

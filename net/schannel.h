@@ -1,6 +1,6 @@
 // TLS over a connected socket: handshake, records, close notify. The package behind it only turns
-// tokens into tokens (platform/security_package.h); what came too early or only in part is kept
-// here. Used by the SMTP session for implicit TLS and after STARTTLS. One thread at a time.
+// tokens into tokens (platform/network/security_package.h); what came too early or only in part is
+// kept here. Used by the SMTP session for implicit TLS and after STARTTLS. One thread at a time.
 #pragma once
 
 #include <cstdint>
@@ -8,9 +8,10 @@
 #include <string>
 #include <string_view>
 
+#include "base/log_base.h"
 #include "net/byte_channel.h"
 #include "net/kelvado_socket.h"
-#include "platform/security_package.h"
+#include "platform/network/security_package.h"
 
 namespace kelvado {
 
@@ -33,44 +34,44 @@ class SChannel final : public ByteChannel {
   // `host` is the name that the certificate must carry. timeoutMs is for the whole handshake. On
   // failure the caller closes the socket.
   bool EstablishChannel(const std::string& host, std::uint16_t port,
-                        const TlsRequirements& requirements, std::uint32_t timeoutMs, LogBase& log,
-                        ProgressMonitor& progress);
+                        const TlsRequirements& requirements, std::uint32_t timeoutMs,
+                        base::LogBase& log, ProgressMonitor& progress);
   // The same under its second name.
   bool EstablishChannel2(const std::string& host, std::uint16_t port,
-                         const TlsRequirements& requirements, std::uint32_t timeoutMs, LogBase& log,
-                         ProgressMonitor& progress) {
+                         const TlsRequirements& requirements, std::uint32_t timeoutMs,
+                         base::LogBase& log, ProgressMonitor& progress) {
     return EstablishChannel(host, port, requirements, timeoutMs, log, progress);
   }
-  bool SendSecure(std::string_view data, std::uint32_t idleTimeoutMs, LogBase& log,
+  bool SendSecure(std::string_view data, std::uint32_t idleTimeoutMs, base::LogBase& log,
                   ProgressMonitor& progress);
   // Sends the close notify and closes the socket, whatever happens.
-  void ShutdownChannel(std::uint32_t timeoutMs, LogBase& log, ProgressMonitor& progress);
+  void ShutdownChannel(std::uint32_t timeoutMs, base::LogBase& log, ProgressMonitor& progress);
 
   // Of the server; empty before the handshake.
   const platform::PeerCertificate& certificate() const { return certificate_; }
 
   bool isConnected() const override { return established_ && socket_.isConnected(); }
   void close() override { socket_.close(); }
-  bool sendBytes(std::string_view data, std::uint32_t idleTimeoutMs, LogBase& log,
+  bool sendBytes(std::string_view data, std::uint32_t idleTimeoutMs, base::LogBase& log,
                  ProgressMonitor& progress) override {
     return SendSecure(data, idleTimeoutMs, log, progress);
   }
 
  protected:
-  bool receiveMore(std::string& buffer, std::uint32_t timeoutMs, LogBase& log,
+  bool receiveMore(std::string& buffer, std::uint32_t timeoutMs, base::LogBase& log,
                    ProgressMonitor& progress) override;
   const char* readAbortedText() const override {
     return "SChannel read aborted by application callback";
   }
 
  private:
-  bool handshake(std::uint32_t timeoutMs, LogBase& log, ProgressMonitor& progress);
-  bool verifyCertificate(const TlsRequirements& requirements, LogBase& log);
-  bool meetsRequirement(const TlsRequirements& requirements, LogBase& log) const;
-  bool sendToken(const std::string& token, std::uint32_t timeoutMs, LogBase& log,
+  bool handshake(std::uint32_t timeoutMs, base::LogBase& log, ProgressMonitor& progress);
+  bool verifyCertificate(const TlsRequirements& requirements, base::LogBase& log);
+  bool meetsRequirement(const TlsRequirements& requirements, base::LogBase& log) const;
+  bool sendToken(const std::string& token, std::uint32_t timeoutMs, base::LogBase& log,
                  ProgressMonitor& progress);
-  bool readEncrypted(std::uint32_t timeoutMs, LogBase& log, ProgressMonitor& progress);
-  bool sendCloseNotify(std::uint32_t timeoutMs, LogBase& log, ProgressMonitor& progress);
+  bool readEncrypted(std::uint32_t timeoutMs, base::LogBase& log, ProgressMonitor& progress);
+  bool sendCloseNotify(std::uint32_t timeoutMs, base::LogBase& log, ProgressMonitor& progress);
   void keepExtra(std::size_t extra) { encrypted_.erase(0, encrypted_.size() - extra); }
 
   KelvadoSocket& socket_;

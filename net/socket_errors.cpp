@@ -47,7 +47,7 @@ constexpr ErrorText kErrorTexts[] = {
 
 }  // namespace
 
-void logSocketError(platform::SocketError code, LogBase& log) {
+void logSocketError(platform::SocketError code, base::LogBase& log) {
   for (const ErrorText& row : kErrorTexts) {
     if (row.code != code) continue;
     log.LogData("SocketError", row.text);

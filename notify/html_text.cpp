@@ -2,15 +2,15 @@
 
 #include <cstddef>
 
-#include "config/format_text.h"
-#include "platform/code_page.h"
+#include "base/format_text.h"
+#include "base/html.h"
+#include "platform/text/code_page.h"
 
 namespace notify {
 namespace {
 
 bool isPlain(char c) {
-  return static_cast<unsigned char>(c) < 0x80 && c != '&' && c != '<' && c != '>' && c != '"' &&
-         c != '\'';
+  return static_cast<unsigned char>(c) < 0x80 && base::htmlEntity(c).empty();
 }
 
 bool isPlain(std::string_view text) {
@@ -21,30 +21,13 @@ bool isPlain(std::string_view text) {
 }
 
 void appendCharacter(std::string& html, char32_t character) {
-  switch (character) {
-    case U'&':
-      html += "&amp;";
-      return;
-    case U'<':
-      html += "&lt;";
-      return;
-    case U'>':
-      html += "&gt;";
-      return;
-    case U'"':
-      html += "&quot;";
-      return;
-    case U'\'':
-      html += "&#39;";
-      return;
-    default:
-      break;
+  if (character >= 0x80) {
+    html += base::formatText("&#%u;", static_cast<unsigned>(character));
+    return;
   }
-  if (character < 0x80) {
-    html += static_cast<char>(character);
-  } else {
-    html += config::formatText("&#%u;", static_cast<unsigned>(character));
-  }
+  const char c = static_cast<char>(character);
+  const std::string_view entity = base::htmlEntity(c);
+  html += entity.empty() ? std::string_view(&c, 1) : entity;
 }
 
 }  // namespace

@@ -3,8 +3,9 @@
 #include <cstddef>
 #include <utility>
 
-#include "config/format_text.h"
-#include "platform/files.h"
+#include "base/format_text.h"
+#include "base/text.h"
+#include "platform/system/files.h"
 
 namespace notify {
 namespace {
@@ -17,16 +18,6 @@ bool readTemplate(const char* name, std::string& text) {
   std::string line;
   while (platform::readTextLine(file.get(), kTemplateReadSize, line)) text += line;
   return true;
-}
-
-std::string replaceAll(const std::string& text, std::string_view token, std::string_view value) {
-  std::string result;
-  std::size_t from = 0;
-  for (std::size_t at = 0; (at = text.find(token, from)) != std::string::npos;) {
-    result.append(text, from, at - from).append(value);
-    from = at + token.size();
-  }
-  return result.append(text, from);
 }
 
 }  // namespace
@@ -50,10 +41,10 @@ std::string replaceTokens(std::string text, const TokenValues& values) {
       {"<%username%>", values.username},
       {"<%firstName%>", values.firstName},
       {"<%lastName%>", values.lastName},
-      {"<%daysUntilExpiration%>", config::formatText("%i", values.daysUntilExpiration)},
+      {"<%daysUntilExpiration%>", base::formatText("%i", values.daysUntilExpiration)},
       {"<%backslash%>", "\\"},
   };
-  for (const auto& [token, value] : tokens) text = replaceAll(text, token, value);
+  for (const auto& [token, value] : tokens) base::replaceAll(text, token, value);
   return text;
 }
 

@@ -1,8 +1,9 @@
 #include "notify/run_logs.h"
 
-#include "config/format_text.h"
+#include "base/format_text.h"
+#include "base/timestamp.h"
 #include "directory/password_expiry.h"
-#include "platform/files.h"
+#include "platform/system/files.h"
 
 namespace notify {
 namespace {
@@ -43,13 +44,13 @@ void writeSettings(config::DebugLog& log, const config::ExpirationSettings& sett
 }  // namespace
 
 void writeDebugHeader(config::DebugLog& log, const config::ExpirationSettings& settings,
-                      const RunFigures& figures, const platform::LocalTime& now) {
+                      const RunFigures& figures, const base::LocalTime& now) {
   if (!log.enabled()) return;
   const char* rule = wideRule().c_str();
   log.print("%s| Norvyn-expiration-debug.log\n%s", rule, rule);
   log.print("Norvyn Password Filter -  Product Version %i.%i.%i\n", 6, 2, 1);
   log.print("Norvyn Password Expiration Service %i.%i.%i Build %i \n", 6, 2, 0, 2015091901);
-  log.print("timestamp: %s\n", directory::timestampText(now).c_str());
+  log.print("timestamp: %s\n", base::timestampText(now).c_str());
   log.print("uptime (in seconds): %i\n", static_cast<int>(figures.uptimeSeconds));
   log.print("%s", rule);
   writeHeading(log, "Domain Policy Settings");
@@ -76,12 +77,12 @@ void recreateExpiringSoonLog() {
                           "\"Date of Run\",\"Username\",\"Email\",\"Days before expiration\"\n");
 }
 
-void appendExpiringSoon(const platform::LocalTime& now, const std::string& username,
+void appendExpiringSoon(const base::LocalTime& now, const std::string& username,
                         const std::string& email, int daysLeft) {
   platform::appendToFile(
       kExpiringSoonLog,
-      config::formatText("\"%s\",\"%s\",\"%s\",\"%i\"\n", directory::timestampText(now).c_str(),
-                         username.c_str(), email.c_str(), daysLeft));
+      base::formatText("\"%s\",\"%s\",\"%s\",\"%i\"\n", base::timestampText(now).c_str(),
+                       username.c_str(), email.c_str(), daysLeft));
 }
 
 }  // namespace notify

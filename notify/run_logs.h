@@ -6,9 +6,10 @@
 #include <cstdint>
 #include <string>
 
+#include "base/timestamp.h"
 #include "config/debug_log.h"
 #include "config/expiration_settings.h"
-#include "platform/clock.h"
+#include "platform/system/clock.h"
 
 namespace notify {
 
@@ -27,13 +28,13 @@ struct RunFigures {
 // Product, domain policy and every setting, none of them secret. `settings.reportOnly` is the
 // pass's effective one.
 void writeDebugHeader(config::DebugLog& log, const config::ExpirationSettings& settings,
-                      const RunFigures& figures, const platform::LocalTime& now);
+                      const RunFigures& figures, const base::LocalTime& now);
 
 void recreateSkipList();
 void appendSkippedUser(const std::string& username);
 
 void recreateExpiringSoonLog();
-void appendExpiringSoon(const platform::LocalTime& now, const std::string& username,
+void appendExpiringSoon(const base::LocalTime& now, const std::string& username,
                         const std::string& email, int daysLeft);
 
 }  // namespace notify

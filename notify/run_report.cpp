@@ -3,16 +3,17 @@
 #include <algorithm>
 #include <cstddef>
 
-#include "config/format_text.h"
+#include "base/format_text.h"
+#include "base/timestamp.h"
 #include "directory/password_expiry.h"
 #include "notify/html_text.h"
 #include "notify/report_logo.h"
-#include "platform/files.h"
+#include "platform/system/files.h"
 
 namespace notify {
 namespace {
 
-using config::formatText;
+using base::formatText;
 
 constexpr std::uint32_t kMsPerHour = 3600000;
 
@@ -48,7 +49,7 @@ constexpr const char* kExpiredOpening =
 std::string settingsTable(const config::ExpirationSettings& settings, std::uint32_t intervalMs) {
   std::string rows = "<table border=0>\n";
   const auto row = [&rows](const char* label, std::int64_t value) {
-    rows += formatText("<tr><td>%s</td><td>%i</td></tr>", label, static_cast<int>(value));
+    rows += base::formatText("<tr><td>%s</td><td>%i</td></tr>", label, static_cast<int>(value));
   };
   row("Service Interval (in hours)", intervalMs / kMsPerHour);
   rows += "<tr><td>SMTP Server</td><td>" + escapeHtml(settings.smtpServer) + "</td></tr>";
@@ -68,8 +69,8 @@ std::string settingsTable(const config::ExpirationSettings& settings, std::uint3
   row("Email length-based password aging users", settings.emailAgingUsers);
   for (const config::LengthPolicy& policy : settings.lengthPolicies) {
     if (policy.minLength > 0) {
-      rows += formatText("<tr><td>Min Length / Max Age</td><td>%i / %i</td></tr>",
-                         static_cast<int>(policy.minLength), static_cast<int>(policy.maxAge));
+      rows += base::formatText("<tr><td>Min Length / Max Age</td><td>%i / %i</td></tr>",
+                               static_cast<int>(policy.minLength), static_cast<int>(policy.maxAge));
     }
   }
   row("Last Email Day", settings.expirationLastRunDay);
@@ -83,19 +84,19 @@ std::string rowStart(const ReportUser& user) {
 
 std::string expiredRow(const ReportUser& user, const char* status) {
   return rowStart(user) +
-         formatText("<td>%i</td><td>%i</td><td><font color=#FF0000>%s</font></td></tr>\n",
-                    static_cast<int>(user.passwordAge), user.maxAge, status);
+         base::formatText("<td>%i</td><td>%i</td><td><font color=#FF0000>%s</font></td></tr>\n",
+                          static_cast<int>(user.passwordAge), user.maxAge, status);
 }
 
 }  // namespace
 
 void RunReport::start(const config::ExpirationSettings& settings, std::uint32_t intervalMs,
-                      const platform::LocalTime& now) {
+                      const base::LocalTime& now) {
   anyExpired_ = false;
   settings_ =
       "<hr size=1 width=625 align=left><span class=title>Norvyn Password Expiration Report</span>"
       "<hr size=1 width=625 align=left><h3>DATE OF RUN:" +
-      directory::timestampText(now) + "</h3>\n<h3>Settings:</h3>\n" +
+      base::timestampText(now) + "</h3>\n<h3>Settings:</h3>\n" +
       settingsTable(settings, intervalMs);
 
   mailReport_ = kHead;
@@ -110,10 +111,10 @@ void RunReport::start(const config::ExpirationSettings& settings, std::uint32_t 
 void RunReport::addUpcoming(const ReportUser& user, std::uint32_t emailWarnings,
                             const std::string& emailedText) {
   const int age = static_cast<int>(user.passwordAge);
-  upcoming_ +=
-      rowStart(user) + formatText("<td>%i</td><td>%i</td><td>%i</td><td>%i</td><td>%s</td></tr>\n",
-                                  static_cast<int>(emailWarnings), age, user.maxAge,
-                                  user.maxAge - age, emailedText.c_str());
+  upcoming_ += rowStart(user) +
+               base::formatText("<td>%i</td><td>%i</td><td>%i</td><td>%i</td><td>%s</td></tr>\n",
+                                static_cast<int>(emailWarnings), age, user.maxAge,
+                                user.maxAge - age, emailedText.c_str());
 }
 
 void RunReport::addExpired(const ReportUser& user) {

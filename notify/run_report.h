@@ -5,8 +5,9 @@
 #include <cstdint>
 #include <string>
 
+#include "base/timestamp.h"
 #include "config/expiration_settings.h"
-#include "platform/clock.h"
+#include "platform/system/clock.h"
 
 namespace notify {
 
@@ -27,7 +28,7 @@ class RunReport {
   // Empties the streams and writes the settings table, the heads and the table openings.
   // `settings.reportOnly` is the pass's effective one.
   void start(const config::ExpirationSettings& settings, std::uint32_t intervalMs,
-             const platform::LocalTime& now);
+             const base::LocalTime& now);
 
   void addUpcoming(const ReportUser& user, std::uint32_t emailWarnings,
                    const std::string& emailedText);

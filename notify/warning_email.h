@@ -8,8 +8,8 @@
 #include "config/debug_log.h"
 #include "config/expiration_settings.h"
 #include "directory/user_directory_data.h"
-#include "platform/clock.h"
-#include "platform/registry.h"
+#include "platform/registry/registry.h"
+#include "platform/system/clock.h"
 
 namespace notify {
 

@@ -2,9 +2,9 @@
 
 #include <cstddef>
 
+#include "base/ascii.h"
 #include "config/expiration_settings.h"
 #include "config/registry_readers.h"
-#include "platform/case_fold.h"
 
 namespace service {
 namespace {
@@ -21,7 +21,7 @@ EditionKeys findEditionKeys(platform::Registry& registry) {
   EditionKeys keys;
   keys.memberServer = registry.openKey(config::kExpirationKeyMpems, platform::RegistryAccess::Query,
                                        keys.settingsOpen) == platform::kErrorSuccess &&
-                      platform::equalAsciiNoCase(productType, kMemberServer);
+                      base::equalsNoCase(productType, kMemberServer);
   if (!keys.memberServer) keys.settingsOpen.reset();
   keys.settingsKey = keys.memberServer ? config::kExpirationKeyMpems : config::kExpirationKeyMpe;
   return keys;

@@ -5,7 +5,7 @@
 #include <memory>
 #include <string>
 
-#include "platform/registry.h"
+#include "platform/registry/registry.h"
 
 namespace service {
 

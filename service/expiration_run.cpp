@@ -2,12 +2,13 @@
 
 #include <utility>
 
+#include "base/timestamp.h"
 #include "config/registry_readers.h"
 #include "directory/password_expiry.h"
 #include "notify/admin_report_mail.h"
 #include "notify/run_logs.h"
 #include "notify/warning_email.h"
-#include "platform/files.h"
+#include "platform/system/files.h"
 #include "service/edition_keys.h"
 
 namespace service {
@@ -171,7 +172,7 @@ void ExpirationRun::guardMailingDay() {
 }
 
 void ExpirationRun::startReportAndLogs() {
-  const platform::LocalTime now = host_.clock.localTime();
+  const base::LocalTime now = host_.clock.localTime();
   pass_.report.start(pass_.settings, values_.intervalMs, now);
   const directory::DomainMaxAge domainMaxAge = directory::readDomainMaxAge(host_.accounts);
   notify::writeDebugHeader(

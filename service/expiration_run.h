@@ -12,7 +12,7 @@
 
 #include "config/debug_log.h"
 #include "directory/domain_directory.h"
-#include "platform/host.h"
+#include "platform/host/host.h"
 #include "service/policy_table.h"
 #include "service/run_observer.h"
 #include "service/service_values.h"

@@ -2,10 +2,10 @@
 
 #include <cstdio>
 
+#include "base/text.h"
 #include "directory/domain_directory.h"
-#include "mail/smtp/wire_text.h"
 #include "notify/mail_settings.h"
-#include "platform/files.h"
+#include "platform/system/files.h"
 #include "service/expiration_run.h"
 #include "service/policy_table.h"
 
@@ -31,7 +31,7 @@ class FaultsOfAPass : public RunObserver {
   }
 
   static void tell(const std::string& fault) {
-    std::fprintf(stderr, "pwLapseSvc: %s\n", kelvado::loggableLine(fault).c_str());
+    std::fprintf(stderr, "pwLapseSvc: %s\n", base::loggableLine(fault).c_str());
   }
 };
 

@@ -3,7 +3,7 @@
 
 #include <memory>
 
-#include "platform/system_host.h"
+#include "platform/host/system_host.h"
 #include "service/service_work.h"
 
 namespace service {

@@ -1,6 +1,6 @@
 #include "service/policy_table.h"
 
-#include "config/format_text.h"
+#include "base/format_text.h"
 #include "config/policy_store.h"
 #include "config/registry_readers.h"
 
@@ -14,7 +14,7 @@ constexpr std::uint32_t kAgeBeyondAll =
 }  // namespace
 
 std::string policySlotName(int slot) {
-  return slot == 0 ? "DefaultPolicy" : config::formatText("Policy%i", slot);
+  return slot == 0 ? "DefaultPolicy" : base::formatText("Policy%i", slot);
 }
 
 PolicyTable loadPolicyTable(platform::Registry& registry,

@@ -9,7 +9,7 @@
 #include "config/debug_log.h"
 #include "config/expiration_settings.h"
 #include "config/policy_record.h"
-#include "platform/registry.h"
+#include "platform/registry/registry.h"
 
 namespace service {
 

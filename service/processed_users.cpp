@@ -3,9 +3,9 @@
 #include <functional>
 #include <utility>
 
-#include "config/format_text.h"
-#include "platform/code_page.h"
-#include "platform/files.h"
+#include "base/format_text.h"
+#include "platform/system/files.h"
+#include "platform/text/code_page.h"
 
 namespace service {
 namespace {
@@ -66,8 +66,8 @@ bool ProcessedUsers::removeList(std::u16string_view name, const config::DebugLog
   const bool found = contains(name);
   if (log.enabled()) {
     platform::appendToFile("logfiles\\userList.txt",
-                           config::formatText(" -in removeList() checking for  %s, found=%i\n",
-                                              platform::utf16ToAnsi(name).c_str(), found));
+                           base::formatText(" -in removeList() checking for  %s, found=%i\n",
+                                            platform::utf16ToAnsi(name).c_str(), found));
   }
   if (!found) return false;
   const ProcessedUsers before = std::exchange(*this, ProcessedUsers());
@@ -80,7 +80,7 @@ bool ProcessedUsers::removeList(std::u16string_view name, const config::DebugLog
 void ProcessedUsers::dumpList() const {
   const std::string rule = std::string(44, '-') + "\n";
   std::string text =
-      rule + config::formatText("globalListCount=%i\n", static_cast<int>(count())) + rule;
+      rule + base::formatText("globalListCount=%i\n", static_cast<int>(count())) + rule;
   for (std::size_t i = 0; i < count(); ++i) text += platform::utf16ToAnsi(nameAt(i)) + "\n";
   platform::appendToFile("logfiles//ExpirationList.txt", text);
 }

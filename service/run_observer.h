@@ -5,7 +5,7 @@
 #include <cstdint>
 #include <string>
 
-#include "platform/directory_access.h"
+#include "platform/directory/directory_access.h"
 
 namespace service {
 

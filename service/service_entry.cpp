@@ -2,7 +2,7 @@
 
 #include <cstdio>
 
-#include "platform/case_fold.h"
+#include "base/ascii.h"
 #include "service/service_installer.h"
 #include "service/service_main.h"
 
@@ -34,11 +34,11 @@ void fatalError(platform::Process& process, const char* message, platform::WinEr
 int enterService(const std::vector<std::string>& arguments, ServiceSystem system,
                  ServiceWork& work) {
   const std::string word = switchWord(arguments);
-  if (platform::equalAsciiNoCase(word, "install")) {
+  if (base::equalsNoCase(word, "install")) {
     installService(system, kServiceName, kDisplayName, kDescription, kDependencies);
     return 0;
   }
-  if (platform::equalAsciiNoCase(word, "remove")) {
+  if (base::equalsNoCase(word, "remove")) {
     removeService(system, kServiceName);
     return 0;
   }

@@ -4,7 +4,7 @@
 #include <cstdio>
 #include <memory>
 
-#include "config/format_text.h"
+#include "base/format_text.h"
 #include "config/registry_readers.h"
 
 namespace service {
@@ -31,7 +31,7 @@ bool writeDescription(ServiceSystem system, const std::string& name,
     return false;
   }
   const std::string path =
-      config::formatText("SYSTEM\\CurrentControlSet\\Services\\%s", name.c_str());
+      base::formatText("SYSTEM\\CurrentControlSet\\Services\\%s", name.c_str());
   std::unique_ptr<platform::RegistryKey> key;
   const platform::WinError opened = registry->openKey(path, platform::RegistryAccess::All, key);
   if (opened != kErrorSuccess) {
@@ -65,8 +65,8 @@ std::string lastErrorText(platform::Process& process) {
   constexpr std::size_t kLineEnd = 2;
   const std::string text = process.errorMessage(process.lastError());
   if (text.size() < kLineEnd || kBufferSize < text.size() + kRoomForNumber) return {};
-  return config::formatText("%s (0x%x)", text.substr(0, text.size() - kLineEnd).c_str(),
-                            process.lastError());
+  return base::formatText("%s (0x%x)", text.substr(0, text.size() - kLineEnd).c_str(),
+                          process.lastError());
 }
 
 void installService(ServiceSystem system, const std::string& name, const std::string& displayName,

@@ -2,10 +2,10 @@
 // reference: the real thing, or fakes. And who the service is.
 #pragma once
 
-#include "platform/clock.h"
-#include "platform/process.h"
-#include "platform/service_control.h"
-#include "platform/worker_thread.h"
+#include "platform/service/service_control.h"
+#include "platform/system/clock.h"
+#include "platform/system/process.h"
+#include "platform/system/worker_thread.h"
 
 namespace service {
 

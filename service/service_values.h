@@ -5,7 +5,7 @@
 
 #include <cstdint>
 
-#include "platform/registry.h"
+#include "platform/registry/registry.h"
 
 namespace service {
 

@@ -2,7 +2,7 @@
 // done on the worker thread. The expiration worker implements it; tests bring their own.
 #pragma once
 
-#include "platform/registry.h"
+#include "platform/registry/registry.h"
 #include "service/service_values.h"
 
 namespace service {

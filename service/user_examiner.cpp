@@ -3,11 +3,12 @@
 #include <algorithm>
 #include <cstddef>
 
+#include "base/timestamp.h"
 #include "directory/password_expiry.h"
 #include "notify/run_logs.h"
 #include "notify/warning_email.h"
-#include "platform/code_page.h"
-#include "platform/files.h"
+#include "platform/system/files.h"
+#include "platform/text/code_page.h"
 #include "service/user_list.h"
 
 namespace service {
@@ -28,7 +29,7 @@ UserVerdict UserExaminer::examine(const PolicyInHand& policy, std::string line) 
   const std::u16string name = platform::ansiToUtf16(line);
   verdict.username = platform::utf16ToAnsi(name);
   if (log_.enabled()) {
-    log_.print("timestamp=%s\n", directory::timestampText(host_.clock.localTime()).c_str());
+    log_.print("timestamp=%s\n", base::timestampText(host_.clock.localTime()).c_str());
     log_.print("username=%s\n", verdict.username.c_str());
   }
   if (!name.empty() && name.back() == u'$') {

@@ -11,7 +11,7 @@
 #include "config/policy_record.h"
 #include "directory/domain_directory.h"
 #include "notify/run_report.h"
-#include "platform/host.h"
+#include "platform/host/host.h"
 #include "service/processed_users.h"
 #include "service/run_observer.h"
 

@@ -1,17 +1,18 @@
 #include "service/user_list.h"
 
-#include "config/format_text.h"
+#include "base/case_fold.h"
+#include "base/format_text.h"
+#include "base/unicode.h"
 #include "directory/domain_directory.h"
-#include "platform/case_fold.h"
-#include "platform/code_page.h"
-#include "platform/files.h"
+#include "platform/system/files.h"
+#include "platform/text/code_page.h"
 
 namespace service {
 
 PolicyFiles policyFiles(int slot) {
   if (slot == 0) return {directory::kDomainUsersFile, "pwsentry_pro_defaultpolicy_exclude.txt"};
-  return {config::formatText("pwsentry_pro_policy%d_include.txt", slot),
-          config::formatText("pwsentry_pro_policy%d_exclude.txt", slot)};
+  return {base::formatText("pwsentry_pro_policy%d_include.txt", slot),
+          base::formatText("pwsentry_pro_policy%d_exclude.txt", slot)};
 }
 
 void cutLineEnd(std::string& line) {
@@ -24,7 +25,7 @@ void cutByteOrderMark(std::string& firstLine) {
 
 std::string nameKey(const std::string& ansi) {
   const std::string name = ansi.substr(0, ansi.find_last_not_of(" \t") + 1);
-  return platform::foldCase(platform::utf16ToUtf8(platform::ansiToUtf16(name)));
+  return base::foldCase(base::utf16ToUtf8(platform::ansiToUtf16(name)));
 }
 
 std::optional<std::unordered_set<std::string>> readExcludeFile(const std::string& file) {

@@ -4,7 +4,7 @@
 #include <array>
 #include <cstring>
 
-#include "mail/mime/text_tools.h"
+#include "base/ascii.h"
 
 namespace kelvado {
 namespace {
@@ -128,7 +128,7 @@ bool base64Decode(std::string_view text, std::string& bytes) {
   for (; at < text.size() && text[at] != '='; ++at) {
     const std::uint8_t digit = kDigits[static_cast<unsigned char>(text[at])];
     if (digit == kNoDigit) {
-      clean = clean && isSpace(text[at]);
+      clean = clean && base::isSpace(text[at]);
       continue;
     }
     bits = (bits << 6) | digit;
@@ -146,7 +146,7 @@ bool base64Decode(std::string_view text, std::string& bytes) {
     if (text[at] == '=') {
       ++padding;
     } else {
-      clean = clean && isSpace(text[at]);
+      clean = clean && base::isSpace(text[at]);
     }
   }
   return clean && padding == (4 - rest) % 4 && rest != 1;

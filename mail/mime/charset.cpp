@@ -3,8 +3,9 @@
 #include <algorithm>
 #include <iterator>
 
-#include "mail/mime/text_tools.h"
-#include "platform/code_page.h"
+#include "base/ascii.h"
+#include "base/unicode.h"
+#include "platform/text/code_page.h"
 
 namespace kelvado {
 namespace {
@@ -33,10 +34,10 @@ bool beginsWithMark(const Charset& charset, std::string_view bytes) {
 }  // namespace
 
 Charset::Charset(std::string_view name)
-    : name_(lowered(trimmed(name))), codePage_(CharsetNaming::getCodePage(name_)) {}
+    : name_(base::lowered(base::trimmed(name))), codePage_(CharsetNaming::getCodePage(name_)) {}
 
 Charset Charset::forText(std::string_view utf8) {
-  return Charset(contains8bit(utf8) ? "utf-8" : "us-ascii");
+  return Charset(base::contains8bit(utf8) ? "utf-8" : "us-ascii");
 }
 
 bool Charset::isUtf8() const {
@@ -73,8 +74,8 @@ bool EncodingConvert::carries(const Charset& charset, std::string_view utf8) {
 }
 
 std::string repairedUtf8(std::string_view text) {
-  if (platform::isValidUtf8(text)) return std::string(text);
-  return platform::utf16ToUtf8(platform::utf8ToUtf16(text));
+  if (base::isValidUtf8(text)) return std::string(text);
+  return base::utf16ToUtf8(base::utf8ToUtf16(text));
 }
 
 }  // namespace kelvado

@@ -4,8 +4,8 @@
 #include <charconv>
 #include <iterator>
 
-#include "mail/mime/text_tools.h"
-#include "platform/code_page.h"
+#include "base/ascii.h"
+#include "platform/text/code_page.h"
 
 namespace kelvado {
 namespace {
@@ -200,7 +200,7 @@ constexpr Alias kAliases[] = {
 
 // Lower case, '-' for '_' and blanks, and "iso-8859-1" for "iso8859-1".
 std::string plainName(std::string_view name) {
-  std::string plain = lowered(trimmed(name));
+  std::string plain = base::lowered(base::trimmed(name));
   std::replace_if(
       plain.begin(), plain.end(), [](char c) { return c == '_' || c == ' '; }, '-');
   if (plain.starts_with("iso8859")) plain.insert(3, 1, '-');
@@ -240,7 +240,7 @@ bool CharsetNaming::getName(std::uint32_t codePage, StringBuffer& name) {
 }
 
 std::uint32_t CharsetNaming::getCodePage(std::string_view name) {
-  if (equalsNoCase(name, "utf-8")) return platform::kCodePageUtf8;  // nearly every time
+  if (base::equalsNoCase(name, "utf-8")) return platform::kCodePageUtf8;  // nearly every time
   const std::string plain = plainName(name);
   for (const Alias& alias : kAliases) {
     if (alias.name == plain) return alias.codePage;

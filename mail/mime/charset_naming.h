@@ -6,7 +6,7 @@
 #include <string>
 #include <string_view>
 
-#include "mail/mime/string_buffer.h"
+#include "mail/core/string_buffer.h"
 
 namespace kelvado {
 

@@ -1,15 +1,17 @@
 #include "mail/mime/cls_email.h"
 
+#include "base/ascii.h"
+#include "base/log_base.h"
+#include "base/log_null.h"
+#include "base/text.h"
+#include "base/unicode.h"
+#include "mail/core/xstring.h"
 #include "mail/mime/content_types_by_extension.h"
 #include "mail/mime/email_reply.h"
 #include "mail/mime/encoded_word.h"
 #include "mail/mime/identifiers.h"
-#include "mail/mime/log_null.h"
 #include "mail/mime/mime_message2.h"
-#include "mail/mime/text_tools.h"
-#include "mail/mime/xstring.h"
-#include "platform/code_page.h"
-#include "platform/files.h"
+#include "platform/system/files.h"
 
 namespace kelvado {
 namespace {
@@ -24,7 +26,7 @@ std::string pathAsUtf8(const std::string& path) {
   return text.getUtf8();
 }
 
-bool readFile(const std::string& path, std::string& bytes, LogBase& log) {
+bool readFile(const std::string& path, std::string& bytes, base::LogBase& log) {
   if (platform::readWholeFile(path, bytes, kMaxFileBytes)) return true;
   log.LogData("filename", pathAsUtf8(path));
   log.LogError("File does not exist, or cannot open file.");
@@ -43,7 +45,7 @@ std::unique_ptr<Email2> attachmentPart(std::string_view fileName, std::string by
   auto part = partForFile(fileName, std::move(bytes));
   ContentType type = part->contentType();
   type.name = fileName;
-  if (type.isText() && contains8bit(part->body()) && platform::isValidUtf8(part->body())) {
+  if (type.isText() && base::contains8bit(part->body()) && base::isValidUtf8(part->body())) {
     type.charset = "utf-8";
   }
   part->setContentType(type);
@@ -58,7 +60,7 @@ std::string withoutAngles(std::string_view contentId) {
 }  // namespace
 
 ClsEmail::ClsEmail() {
-  LogNull log;
+  base::LogNull log;
   createMessageIfMissing(log);
 }
 
@@ -66,11 +68,11 @@ ClsEmail::ClsEmail(std::unique_ptr<Email2> message) : message_(std::move(message
 
 ClsEmail::~ClsEmail() = default;
 
-void ClsEmail::createMessageIfMissing(LogBase& log) {
+void ClsEmail::createMessageIfMissing(base::LogBase& log) {
   if (message_ == nullptr) message_ = Email2::createMessage(log);
 }
 
-std::unique_ptr<Email2> ClsEmail::cloneForSending(LogBase& log) const {
+std::unique_ptr<Email2> ClsEmail::cloneForSending(base::LogBase& log) const {
   if (message_ == nullptr) return nullptr;
   auto copy = message_->clone();
   for (const auto& [pattern, replacement] : replacePatterns_) {
@@ -159,7 +161,7 @@ ClsEmail::Text ClsEmail::getHeaderFieldValue(int index) {
   if (!hasMessage(method)) return std::nullopt;
   const std::vector<MimeField>& fields = message_->header().fields();
   if (index < 0 || static_cast<std::size_t>(index) >= fields.size()) return std::nullopt;
-  return withoutLineBreaks(fields[static_cast<std::size_t>(index)].value);
+  return base::withoutLineBreaks(fields[static_cast<std::size_t>(index)].value);
 }
 
 // --- texts ---

@@ -1,6 +1,6 @@
 // The implementation behind KvEmail: every operation, inside its method bracket, over the internal
-// message. Texts are UTF-8 here, file names as platform/files.h wants them. Operations that give
-// text give nothing when they fail. The mail-sending object uses the part marked below.
+// message. Texts are UTF-8 here, file names as platform/system/files.h wants them. Operations that
+// give text give nothing when they fail. The mail-sending object uses the part marked below.
 #pragma once
 
 #include <memory>
@@ -10,7 +10,8 @@
 #include <utility>
 #include <vector>
 
-#include "mail/mime/cls_base.h"
+#include "base/log_base.h"
+#include "mail/core/cls_base.h"
 #include "mail/mime/email2.h"
 
 namespace kelvado {
@@ -27,10 +28,10 @@ class ClsEmail : public ClsBase {
 
   // Null when there is no internal message.
   const Email2* message() const { return message_.get(); }
-  void createMessageIfMissing(LogBase& log);
+  void createMessageIfMissing(base::LogBase& log);
   // A copy to prepare and send, with the replacement patterns applied. Null when there is no
   // internal message.
-  std::unique_ptr<Email2> cloneForSending(LogBase& log) const;
+  std::unique_ptr<Email2> cloneForSending(base::LogBase& log) const;
   bool hasReplacePatterns() const { return !replacePatterns_.empty(); }
 
   // --- operations of KvEmail, under their own names ---

@@ -2,8 +2,8 @@
 
 #include <vector>
 
+#include "base/ascii.h"
 #include "mail/mime/mime_parameter.h"
-#include "mail/mime/text_tools.h"
 
 namespace kelvado {
 namespace {
@@ -50,17 +50,17 @@ ContentType ContentType::ofType(std::string_view type) {
 }
 
 bool ContentType::isText() const {
-  return type.empty() || beginsWithNoCase(type, "text");
+  return type.empty() || base::beginsWithNoCase(type, "text");
 }
 
 bool ContentType::isMultipart() const {
-  return beginsWithNoCase(type, "multipart");
+  return base::beginsWithNoCase(type, "multipart");
 }
 
 std::string ContentType::format() const {
   std::string out = type.empty() ? "text/plain" : asType(type);
-  const bool carriesCharset =
-      isText() || equalsNoCase(type, "multipart/signed") || beginsWithNoCase(type, "message");
+  const bool carriesCharset = isText() || base::equalsNoCase(type, "multipart/signed") ||
+                              base::beginsWithNoCase(type, "message");
   if (carriesCharset && !charset.empty()) {
     out.append("; ");
     appendParameter("charset", charset, out);
@@ -76,7 +76,7 @@ std::string ContentType::format() const {
   appendOnOwnLine("protocol", protocol, out);
   appendToken("micalg", micalg, out);
   appendToken("smime-type", smimeType, out);
-  if (flowed && equalsNoCase(type, "text/plain")) appendToken("format", "flowed", out);
+  if (flowed && base::equalsNoCase(type, "text/plain")) appendToken("format", "flowed", out);
   out.pop_back();  // the last ';'
   return out;
 }
@@ -84,15 +84,15 @@ std::string ContentType::format() const {
 ContentType parseContentType(std::string_view value) {
   std::vector<MimeParameter> parameters;
   ContentType result;
-  result.type = asType(lowered(parseParameterised(value, parameters)));
-  result.charset = lowered(trimmed(parameterNamed(parameters, "charset")));
+  result.type = asType(base::lowered(parseParameterised(value, parameters)));
+  result.charset = base::lowered(base::trimmed(parameterNamed(parameters, "charset")));
   result.typeParameter = parameterNamed(parameters, "type");
   result.boundary = parameterNamed(parameters, "boundary");
   result.name = parameterNamed(parameters, "name");
   result.protocol = parameterNamed(parameters, "protocol");
   result.micalg = parameterNamed(parameters, "micalg");
   result.smimeType = parameterNamed(parameters, "smime-type");
-  result.flowed = equalsNoCase(parameterNamed(parameters, "format"), "flowed");
+  result.flowed = base::equalsNoCase(parameterNamed(parameters, "format"), "flowed");
   return result;
 }
 

@@ -2,7 +2,7 @@
 
 #include <string>
 
-#include "mail/mime/text_tools.h"
+#include "base/ascii.h"
 
 namespace kelvado {
 namespace {
@@ -79,7 +79,7 @@ std::string_view contentTypeForFile(std::string_view fileName) {
   if (dot != std::string_view::npos) {
     const std::string_view extension = fileName.substr(dot + 1);
     for (const Row& row : kRows) {
-      if (equalsNoCase(row.extension, extension)) return row.type;
+      if (base::equalsNoCase(row.extension, extension)) return row.type;
     }
   }
   return "application/octet-stream";

@@ -5,6 +5,9 @@
 #include <algorithm>
 #include <clocale>
 
+#include "base/ascii.h"
+#include "base/text.h"
+#include "base/unicode.h"
 #include "mail/mime/charset.h"
 #include "mail/mime/encoded_word.h"
 #include "mail/mime/header_writer.h"
@@ -12,9 +15,7 @@
 #include "mail/mime/mail_date.h"
 #include "mail/mime/mime_message2.h"
 #include "mail/mime/mime_parameter.h"
-#include "mail/mime/text_tools.h"
-#include "platform/clock.h"
-#include "platform/code_page.h"
+#include "platform/system/clock.h"
 
 namespace kelvado {
 namespace {
@@ -23,7 +24,7 @@ constexpr std::string_view kPrivateBccField = "KVX-Bcc";
 
 bool isTransferEncoding(std::string_view encoding) {
   for (const std::string_view known : {"7bit", "8bit", "binary", "quoted-printable", "base64"}) {
-    if (equalsNoCase(encoding, known)) return true;
+    if (base::equalsNoCase(encoding, known)) return true;
   }
   return false;
 }
@@ -77,7 +78,7 @@ void setProcessLocaleOnce() {
 
 }  // namespace
 
-std::unique_ptr<Email2> Email2::createMessage(LogBase& log) {
+std::unique_ptr<Email2> Email2::createMessage(base::LogBase& log) {
   setProcessLocaleOnce();
   auto message = std::unique_ptr<Email2>(new Email2);
   MimeHeader& header = message->header_;
@@ -117,47 +118,47 @@ std::unique_ptr<Email2> Email2::clone() const {
   return copy;
 }
 
-bool Email2::setHeaderField(std::string_view name, std::string_view value, LogBase& log) {
+bool Email2::setHeaderField(std::string_view name, std::string_view value, base::LogBase& log) {
   if (name.empty()) return true;
   if (!isValidFieldName(name)) {
     log.LogData("name", name);
     log.LogError("Invalid header field name");
     return false;
   }
-  const std::string clean = withoutLineBreaks(value);
-  const bool addresses = isAddressField(name) || equalsNoCase(name, kPrivateBccField);
+  const std::string clean = base::withoutLineBreaks(value);
+  const bool addresses = isAddressField(name) || base::equalsNoCase(name, kPrivateBccField);
   if (addresses && !namesTheSame(value, clean)) {
     log.LogData("value", value);
     log.LogError("An address holds a line break");
     return false;
   }
   adoptCharsetFor(clean);
-  if (equalsNoCase(name, "Content-Transfer-Encoding")) {
+  if (base::equalsNoCase(name, "Content-Transfer-Encoding")) {
     if (!isTransferEncoding(clean) || !children_.empty()) {
       log.LogData("value", clean);
       log.LogError("Invalid transfer encoding");
       return false;
     }
     setTransferEncoding(clean);
-  } else if (equalsNoCase(name, "Content-ID")) {
+  } else if (base::equalsNoCase(name, "Content-ID")) {
     setContentId(clean);
-  } else if (equalsNoCase(name, "Content-Type")) {
+  } else if (base::equalsNoCase(name, "Content-Type")) {
     return setContentTypeField(clean, log);
-  } else if (equalsNoCase(name, "Content-Disposition")) {
+  } else if (base::equalsNoCase(name, "Content-Disposition")) {
     setContentDisposition(clean);
-  } else if (equalsNoCase(name, "From")) {
+  } else if (base::equalsNoCase(name, "From")) {
     setFrom(clean);
-  } else if (equalsNoCase(name, "Reply-To")) {
+  } else if (base::equalsNoCase(name, "Reply-To")) {
     const std::string list = formatAddressList(parseAddressList(clean));
     header_.set("Reply-To", list.empty() ? clean : list);
   } else {
-    if (equalsNoCase(name, "Return-Path")) bounceAddress_ = parseAddress(clean).address;
+    if (base::equalsNoCase(name, "Return-Path")) bounceAddress_ = parseAddress(clean).address;
     header_.set(name, clean);
   }
   return true;
 }
 
-bool Email2::setContentTypeField(std::string_view value, LogBase& log) {
+bool Email2::setContentTypeField(std::string_view value, base::LogBase& log) {
   ContentType contentType = parseContentType(value);
   if (contentType.isMultipart() == children_.empty() ||
       (contentType.isMultipart() && contentType.boundary != contentType_.boundary)) {
@@ -174,29 +175,30 @@ bool Email2::setContentTypeField(std::string_view value, LogBase& log) {
 
 void Email2::setContentDisposition(std::string_view value) {
   std::vector<MimeParameter> parameters;
-  disposition_ = lowered(parseParameterised(value, parameters));
+  disposition_ = base::lowered(parseParameterised(value, parameters));
   filename_ = parameterNamed(parameters, "filename");
   header_.set("Content-Disposition", std::string(value));
 }
 
 void Email2::removeHeaderField(std::string_view name) {
   header_.remove(name);
-  if (equalsNoCase(name, "From")) from_ = {};
+  if (base::equalsNoCase(name, "From")) from_ = {};
 }
 
 std::string Email2::headerField(std::string_view name) const {
-  return withoutLineBreaks(header_.get(name));
+  return base::withoutLineBreaks(header_.get(name));
 }
 
 void Email2::setFrom(std::string_view text) {
   if (text.find('@') == std::string_view::npos) return;
   from_ = parseAddress(text);
   adoptCharsetFor(from_.name);
-  header_.set("From", withoutLineBreaks(formatAddress(from_)));
-  if (!header_.has("Return-Path")) header_.set("Return-Path", withoutLineBreaks(from_.address));
+  header_.set("From", base::withoutLineBreaks(formatAddress(from_)));
+  if (!header_.has("Return-Path"))
+    header_.set("Return-Path", base::withoutLineBreaks(from_.address));
 }
 
-void Email2::generateMessageId(LogBase& log) {
+void Email2::generateMessageId(base::LogBase& log) {
   header_.set("Message-ID", kelvado::generateMessageId(log));
 }
 
@@ -205,9 +207,9 @@ bool Email2::addRecipient(RecipientKind kind, const EmailAddress& recipient) {
   if (!undisclosed && !isSendableAddress(recipient.address)) return false;
 
   const EmailAddress entry =
-      undisclosed
-          ? parseAddress(recipient.address)
-          : EmailAddress{withoutLineBreaks(decodeHeaderText(recipient.name)), recipient.address};
+      undisclosed ? parseAddress(recipient.address)
+                  : EmailAddress{base::withoutLineBreaks(decodeHeaderText(recipient.name)),
+                                 recipient.address};
   adoptCharsetFor(entry.name);
   const std::string_view field = recipientField(kind);
   std::string list = header_.get(field);
@@ -248,7 +250,8 @@ void Email2::setCharset(std::string_view charset) {
 }
 
 void Email2::adoptCharsetFor(std::string_view text) {
-  if (contentType_.charset.empty() && contains8bit(text)) setCharset(Charset::forText(text).name());
+  if (contentType_.charset.empty() && base::contains8bit(text))
+    setCharset(Charset::forText(text).name());
 }
 
 // A label that the text contradicts would garble it for every reader; and text that is not
@@ -257,20 +260,20 @@ void Email2::keepCharsetTrue() {
   const Charset charset(contentType_.charset);
   if (!bodyIsUtf8_ || charset.isUtf8()) return;
   // One that says "us-ascii" stays so.
-  const bool needsNone = !contains8bit(body()) || charset.isUsAscii();
+  const bool needsNone = !base::contains8bit(body()) || charset.isUsAscii();
   const bool carries =
       charset.isAsciiBased() && (needsNone || EncodingConvert::carries(charset, body()));
   if (!carries) setCharset("utf-8");
 }
 
 void Email2::setTransferEncoding(std::string_view encoding) {
-  transferEncoding_ = lowered(encoding);
+  transferEncoding_ = base::lowered(encoding);
   header_.set("Content-Transfer-Encoding", transferEncoding_);
 }
 
 void Email2::setDisposition(std::string_view disposition, std::string_view filename) {
   disposition_ = disposition;
-  filename_ = withoutLineBreaks(filename);
+  filename_ = base::withoutLineBreaks(filename);
   std::string parameter;
   appendParameter("filename", filename_, parameter);
   std::string value = disposition_ + ";";
@@ -280,11 +283,11 @@ void Email2::setDisposition(std::string_view disposition, std::string_view filen
 }
 
 void Email2::setContentId(std::string_view contentId) {
-  header_.set("Content-ID", withoutLineBreaks(contentId));
+  header_.set("Content-ID", base::withoutLineBreaks(contentId));
 }
 
 void Email2::setContentLocation(std::string_view location) {
-  header_.set("Content-Location", withoutLineBreaks(location));
+  header_.set("Content-Location", base::withoutLineBreaks(location));
 }
 
 bool Email2::isAttachment() const {
@@ -315,7 +318,7 @@ std::string Email2::textBody() const {
   const bool converted =
       !bodyIsUtf8_ && EncodingConvert::toUtf8(Charset(contentType_.charset), body(), text, &lossy);
   // A wrong label is best read as UTF-8, when it can be.
-  const bool wrongLabel = lossy && platform::isValidUtf8(body());
+  const bool wrongLabel = lossy && base::isValidUtf8(body());
   return converted && !wrongLabel ? text : repairedUtf8(body());
 }
 
@@ -323,7 +326,7 @@ std::string_view Email2::wireBody(std::string& scratch) const {
   const Charset charset(contentType_.charset);
   const bool asItIs = !bodyIsUtf8_ || !contentType_.isText() || charset.isUtf8() ||
                       charset.codePage() == kNoCodePage ||
-                      (charset.isUsAscii() && !contains8bit(body()));
+                      (charset.isUsAscii() && !base::contains8bit(body()));
   if (asItIs) return body();
   EncodingConvert::fromUtf8(charset, body(), scratch);
   return scratch;
@@ -354,15 +357,16 @@ void Email2::normaliseOwnEncoding() {
   const Charset charset(contentType_.charset);
   const std::string_view forAscii = charset.isUsAscii() ? "7bit" : "quoted-printable";
   std::string_view encoding = transferEncoding_;
-  if (equalsNoCase(contentType_.type, "text/html")) {
+  if (base::equalsNoCase(contentType_.type, "text/html")) {
     if (!charset.isUsAscii()) encoding = "quoted-printable";
   } else if (contentType_.isText()) {
-    if (encoding == "8bit" || contains8bit(body()) || contains8bit(wire)) encoding = forAscii;
+    if (encoding == "8bit" || base::contains8bit(body()) || base::contains8bit(wire))
+      encoding = forAscii;
   }
   // A line longer than the protocol allows would be cut on the way.
   const bool encoded = encoding == "quoted-printable" || encoding == "base64";
   const bool mustStayPlain =
-      contentType_.isMultipart() || beginsWithNoCase(contentType_.type, "message");
+      contentType_.isMultipart() || base::beginsWithNoCase(contentType_.type, "message");
   if (!encoded && !mustStayPlain && needsEncoding(wire)) {
     encoding = contentType_.isText() ? "quoted-printable" : "base64";
   }

@@ -12,10 +12,10 @@
 #include <string_view>
 #include <vector>
 
+#include "base/log_base.h"
+#include "mail/core/data_buffer.h"
 #include "mail/mime/content_type.h"
-#include "mail/mime/data_buffer.h"
 #include "mail/mime/email_address.h"
-#include "mail/mime/log_base.h"
 #include "mail/mime/mime_header.h"
 
 namespace kelvado {
@@ -25,7 +25,7 @@ enum class RecipientKind { To, Cc, Bcc };
 class Email2 {
  public:
   // A message with the default fields of a new one.
-  static std::unique_ptr<Email2> createMessage(LogBase& log);
+  static std::unique_ptr<Email2> createMessage(base::LogBase& log);
   // A part without a message's own fields.
   static std::unique_ptr<Email2> createPart(std::string_view contentType,
                                             std::string_view transferEncoding);
@@ -41,7 +41,7 @@ class Email2 {
   // "Content-ID", "Content-Type", "Content-Disposition", "From", "Reply-To" and "Return-Path" go
   // through their own setters. A value that is not ASCII gives a message without a charset one that
   // can carry it.
-  bool setHeaderField(std::string_view name, std::string_view value, LogBase& log);
+  bool setHeaderField(std::string_view name, std::string_view value, base::LogBase& log);
   void removeHeaderField(std::string_view name);
   // Unfolded, as UTF-8; empty when there is none.
   std::string headerField(std::string_view name) const;
@@ -51,7 +51,7 @@ class Email2 {
   // shows when the message is sent, which then fails.
   void setFrom(std::string_view text);
   const EmailAddress& from() const { return from_; }
-  void generateMessageId(LogBase& log);
+  void generateMessageId(base::LogBase& log);
 
   // --- addresses ---
 
@@ -123,7 +123,7 @@ class Email2 {
   Email2() = default;
 
   void setContentDisposition(std::string_view value);
-  bool setContentTypeField(std::string_view value, LogBase& log);
+  bool setContentTypeField(std::string_view value, base::LogBase& log);
   void adoptCharsetFor(std::string_view text);
   void keepCharsetTrue();
   void normaliseOwnEncoding();

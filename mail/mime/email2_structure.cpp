@@ -11,10 +11,11 @@
 // nothing here takes the shape for granted.
 #include <utility>
 
+#include "base/ascii.h"
+#include "base/log_null.h"
+#include "base/text.h"
 #include "mail/mime/email2.h"
 #include "mail/mime/identifiers.h"
-#include "mail/mime/log_null.h"
-#include "mail/mime/text_tools.h"
 
 namespace kelvado {
 namespace {
@@ -26,7 +27,7 @@ constexpr std::string_view kPlain = "text/plain";
 constexpr std::string_view kHtml = "text/html";
 
 bool hasType(const Email2& part, std::string_view type) {
-  return equalsNoCase(part.contentType().type, type);
+  return base::equalsNoCase(part.contentType().type, type);
 }
 
 // What describes a part's content and goes with it.
@@ -93,11 +94,11 @@ Email2& Email2::textPart() {
 
 void Email2::setText(std::string text, std::string_view contentType,
                      std::string_view messageCharset) {
-  const bool html = equalsNoCase(contentType, kHtml);
+  const bool html = base::equalsNoCase(contentType, kHtml);
   ContentType described = contentType_;
   described.type = contentType;
   if (described.charset.empty()) described.charset = messageCharset;
-  if (described.charset.empty() && (html || contains8bit(text))) described.charset = "utf-8";
+  if (described.charset.empty() && (html || base::contains8bit(text))) described.charset = "utf-8";
   // A new value only for a new meaning: parameters that others gave the field stay.
   if (described.type != contentType_.type || described.charset != contentType_.charset) {
     setContentType(described);
@@ -119,7 +120,7 @@ void Email2::setInAlternative(std::string text, std::string_view contentType,
   Email2* part = findText(contentType);
   if (part == nullptr) {
     // Plain text first: a reader shows the last form that it can.
-    const bool first = equalsNoCase(contentType, kPlain);
+    const bool first = base::equalsNoCase(contentType, kPlain);
     part = children_
                .insert(first ? children_.begin() : children_.end(), createPart(contentType, "7bit"))
                ->get();
@@ -165,15 +166,15 @@ const Email2* Email2::findText(std::string_view contentType) const {
 }
 
 void Email2::replaceInTexts(std::string_view from, std::string_view to) {
-  if (std::string subject = header_.get("Subject"); replaceAll(subject, from, to) > 0) {
-    LogNull log;
+  if (std::string subject = header_.get("Subject"); base::replaceAll(subject, from, to) > 0) {
+    base::LogNull log;
     setHeaderField("Subject", subject, log);
   }
   for (const auto& child : children_) child->replaceInTexts(from, to);
   if (!children_.empty() || !contentType_.isText() || isAttachment() || keepLineEnds_) return;
   std::string text = textBody();
   const std::string type = contentType_.type.empty() ? std::string(kPlain) : contentType_.type;
-  if (replaceAll(text, from, to) > 0) setText(std::move(text), type, contentType_.charset);
+  if (base::replaceAll(text, from, to) > 0) setText(std::move(text), type, contentType_.charset);
 }
 
 void Email2::takeContent(Email2& other) {

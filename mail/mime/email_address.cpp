@@ -2,8 +2,9 @@
 
 #include <algorithm>
 
+#include "base/ascii.h"
+#include "base/text.h"
 #include "mail/mime/encoded_word.h"
-#include "mail/mime/text_tools.h"
 
 namespace kelvado {
 namespace {
@@ -52,7 +53,7 @@ class AddressScanner {
 
   void takeToken() {
     const char c = text_[at_];
-    if (isSpace(c)) {
+    if (base::isSpace(c)) {
       entry_.blankBefore = true;
       ++at_;
     } else if (c == '(') {
@@ -140,13 +141,13 @@ class AddressScanner {
     EmailAddress result;
     if (entry_.hasAngle) {
       result.name = entry_.phrase.empty() ? entry_.comment : entry_.phrase;
-      result.address = withoutRoute(trimmed(entry_.angle));
+      result.address = withoutRoute(base::trimmed(entry_.angle));
     } else {
       result.name = entry_.comment;
       result.address = entry_.raw;
       splitNameWithoutBrackets(result);
     }
-    result.name = trimmed(withoutLineBreaks(decodeHeaderText(result.name)));
+    result.name = base::trimmed(base::withoutLineBreaks(decodeHeaderText(result.name)));
     return result;
   }
 
@@ -209,7 +210,7 @@ std::string escapedForQuotes(std::string_view text) {
 }  // namespace
 
 EmailAddress parseAddress(std::string_view text) {
-  text = trimmed(text);
+  text = base::trimmed(text);
   if (isUndisclosedRecipients(text)) return {std::string(kUndisclosed), ""};
   if (isX400Address(text) && text.find('<') == std::string_view::npos) {
     return {"", std::string(text)};
@@ -264,8 +265,8 @@ bool isX400Address(std::string_view address) {
 }
 
 bool isUndisclosedRecipients(std::string_view text) {
-  return containsNoCase(text, "undisclosed recipient") ||
-         containsNoCase(text, "undisclosed-recipient");
+  return base::containsNoCase(text, "undisclosed recipient") ||
+         base::containsNoCase(text, "undisclosed-recipient");
 }
 
 std::string formatAddress(const EmailAddress& address) {

@@ -1,23 +1,28 @@
 #include "mail/mime/email_reply.h"
 
-#include "mail/mime/text_tools.h"
+#include "base/ascii.h"
+#include "base/html.h"
+#include "base/log_base.h"
+#include "base/text.h"
 
 namespace kelvado {
 namespace {
 
 constexpr std::string_view kPlain = "text/plain";
 constexpr std::string_view kHtml = "text/html";
+// What text between tags cannot hold.
+constexpr std::string_view kTextSpecials = "&<>";
 
 std::string subjectWith(std::string_view prefix, const Email2& original) {
   std::string subject = original.headerField("Subject");
-  if (beginsWithNoCase(subject, trimmed(prefix))) return subject;
+  if (base::beginsWithNoCase(subject, base::trimmed(prefix))) return subject;
   return std::string(prefix) + subject;
 }
 
 // "> " before every line.
 std::string quoted(std::string_view text) {
   std::string lines;
-  appendWithCrLf(text, lines);
+  base::appendWithCrLf(text, lines);
   std::string out;
   for (std::string_view rest = lines; !rest.empty();) {
     const std::size_t end = rest.find("\r\n");
@@ -28,21 +33,14 @@ std::string quoted(std::string_view text) {
   return out;
 }
 
-std::string htmlEscaped(std::string text) {
-  replaceAll(text, "&", "&amp;");
-  replaceAll(text, "<", "&lt;");
-  replaceAll(text, ">", "&gt;");
-  return text;
-}
-
 void quoteText(const Email2& original, Email2& reply) {
   const std::string intro =
       "On " + original.headerField("Date") + ", " + formatAddress(original.from()) + " wrote:";
   if (const Email2* plain = original.findText(kPlain)) {
     reply.setOwnText("\r\n" + intro + "\r\n" + quoted(plain->textBody()), kPlain);
   } else if (const Email2* html = original.findText(kHtml)) {
-    reply.setOwnText("<p></p><p>" + htmlEscaped(intro) + "</p>\r\n<blockquote>\r\n" +
-                         html->textBody() + "\r\n</blockquote>\r\n",
+    reply.setOwnText("<p></p><p>" + base::escapeHtml(intro, kTextSpecials) +
+                         "</p>\r\n<blockquote>\r\n" + html->textBody() + "\r\n</blockquote>\r\n",
                      kHtml);
   }
 }
@@ -58,7 +56,7 @@ std::string originalFields(const Email2& original) {
 
 }  // namespace
 
-std::unique_ptr<Email2> createReplyTo(const Email2& original, LogBase& log) {
+std::unique_ptr<Email2> createReplyTo(const Email2& original, base::LogBase& log) {
   auto reply = Email2::createMessage(log);
   const std::string replyTo = original.headerField("Reply-To");
   const EmailAddress to = replyTo.empty() ? original.from() : parseAddress(replyTo);
@@ -76,14 +74,14 @@ std::unique_ptr<Email2> createReplyTo(const Email2& original, LogBase& log) {
   return reply;
 }
 
-std::unique_ptr<Email2> createForwardOf(const Email2& original, LogBase& log) {
+std::unique_ptr<Email2> createForwardOf(const Email2& original, base::LogBase& log) {
   const std::string fields = originalFields(original);
   const auto content = original.clone();
   Email2* html = content->findText(kHtml);
   Email2* plain = content->findText(kPlain);
   if (html != nullptr) {
-    std::string block = htmlEscaped(fields);
-    replaceAll(block, "\r\n", "<br>\r\n");
+    std::string block = base::escapeHtml(fields, kTextSpecials);
+    base::replaceAll(block, "\r\n", "<br>\r\n");
     html->setTextBody("<p>" + block + "</p>\r\n" + html->textBody());
   }
   if (plain != nullptr) plain->setTextBody("\r\n" + fields + "\r\n" + plain->textBody());

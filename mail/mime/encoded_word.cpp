@@ -3,10 +3,10 @@
 #include <algorithm>
 #include <array>
 
+#include "base/ascii.h"
+#include "base/hex_digit.h"
 #include "mail/mime/base64.h"
 #include "mail/mime/charset.h"
-#include "mail/mime/hex_digit.h"
-#include "mail/mime/text_tools.h"
 
 namespace kelvado {
 namespace {
@@ -37,8 +37,8 @@ std::string encodeQ(std::string_view bytes) {
       out.push_back('_');
     } else {
       out.push_back('=');
-      out.push_back(kHexDigits[byte >> 4]);
-      out.push_back(kHexDigits[byte & 0x0F]);
+      out.push_back(base::kHexDigits[byte >> 4]);
+      out.push_back(base::kHexDigits[byte & 0x0F]);
     }
   }
   return out;
@@ -142,7 +142,7 @@ std::string encodeWords(Form form, std::string_view utf8, std::string_view chars
 }
 
 bool stays(std::string_view text, std::string_view charset, std::string_view mark) {
-  return containsNoCase(text, mark) || equalsNoCase(charset, "us-ascii");
+  return base::containsNoCase(text, mark) || base::equalsNoCase(charset, "us-ascii");
 }
 
 struct ReadWord {
@@ -173,8 +173,8 @@ ReadWord readWord(std::string_view text) {
 std::string decodeQ(std::string_view text) {
   std::string out;
   for (std::size_t i = 0; i < text.size(); ++i) {
-    const int high = text[i] == '=' && i + 2 < text.size() ? hexValue(text[i + 1]) : -1;
-    const int low = high >= 0 ? hexValue(text[i + 2]) : -1;
+    const int high = text[i] == '=' && i + 2 < text.size() ? base::hexValue(text[i + 1]) : -1;
+    const int low = high >= 0 ? base::hexValue(text[i + 2]) : -1;
     if (low >= 0) {
       out.push_back(static_cast<char>(high * 16 + low));
       i += 2;
@@ -193,14 +193,15 @@ std::string decodeBytes(const ReadWord& word) {
 }
 
 bool isWhiteSpace(std::string_view text) {
-  return std::all_of(text.begin(), text.end(), isSpace);
+  return std::all_of(text.begin(), text.end(), base::isSpace);
 }
 
 }  // namespace
 
 bool usesBWords(std::string_view charset) {
-  return std::any_of(std::begin(kBCharsets), std::end(kBCharsets),
-                     [charset](std::string_view name) { return equalsNoCase(name, charset); });
+  return std::any_of(
+      std::begin(kBCharsets), std::end(kBCharsets),
+      [charset](std::string_view name) { return base::equalsNoCase(name, charset); });
 }
 
 std::string encodeQWords(std::string_view utf8, std::string_view charset, std::size_t column) {
@@ -219,7 +220,7 @@ std::string encodeHeaderWords(std::string_view utf8, std::string_view charset, s
 }
 
 std::string encodeHeaderText(std::string_view utf8, std::string_view charset, std::size_t column) {
-  if (!contains8bit(utf8)) return std::string(utf8);
+  if (!base::contains8bit(utf8)) return std::string(utf8);
   return encodeHeaderWords(utf8, charset, column);
 }
 

@@ -4,7 +4,7 @@
 #include <cstdint>
 #include <string_view>
 
-#include "mail/mime/string_buffer.h"
+#include "mail/core/string_buffer.h"
 
 namespace kelvado {
 

@@ -2,10 +2,10 @@
 
 #include <algorithm>
 
+#include "base/ascii.h"
 #include "mail/mime/email_address.h"
 #include "mail/mime/encoded_word.h"
 #include "mail/mime/mime_parameter.h"
-#include "mail/mime/text_tools.h"
 
 namespace kelvado {
 namespace {
@@ -18,9 +18,9 @@ constexpr std::string_view kWordCharset = "utf-8";
 bool isFreeText(std::string_view name) {
   for (const std::string_view free :
        {"Subject", "Comments", "Content-Description", "Organization", "Thread-Topic", "Keywords"}) {
-    if (equalsNoCase(name, free)) return true;
+    if (base::equalsNoCase(name, free)) return true;
   }
-  return beginsWithNoCase(name, "X-");
+  return base::beginsWithNoCase(name, "X-");
 }
 
 // What a stretch without a blank may be long: at the start of the value, and further on.
@@ -87,9 +87,9 @@ enum class Words { WhereNeeded, Everywhere };
 // is in words altogether.
 std::string encodedAddress(const EmailAddress& entry, Words where, std::size_t column) {
   std::string plain = formatAddress(entry);
-  if (contains8bit(entry.address)) return encodeHeaderWords(plain, kWordCharset, column);
+  if (base::contains8bit(entry.address)) return encodeHeaderWords(plain, kWordCharset, column);
   const bool mayStay = entry.name.empty() || entry.address.empty();
-  if (mayStay || (where == Words::WhereNeeded && !contains8bit(entry.name))) return plain;
+  if (mayStay || (where == Words::WhereNeeded && !base::contains8bit(entry.name))) return plain;
   std::string out = encodeHeaderWords(entry.name, kWordCharset, column);
   if (out == entry.name) return plain;  // it says that it is in words, and needs its quotes
   const std::size_t lineStart = out.rfind('\n');
@@ -114,7 +114,8 @@ std::string encodedAddressList(std::string_view value, Words where, std::size_t 
 
 std::string encodedValue(const MimeField& field, Words where, std::size_t column) {
   // Words would hide the structure of these.
-  if (equalsNoCase(field.name, "Content-Type") || equalsNoCase(field.name, "Content-Disposition")) {
+  if (base::equalsNoCase(field.name, "Content-Type") ||
+      base::equalsNoCase(field.name, "Content-Disposition")) {
     return formatParameterised(field.value);
   }
   if (isAddressField(field.name)) {
@@ -130,7 +131,7 @@ bool isAddressField(std::string_view name) {
   for (const std::string_view address :
        {"From", "To", "Cc", "Bcc", "Reply-To", "Sender", "Return-Path", "Resent-From", "Resent-To",
         "Resent-Cc", "Resent-Bcc", "Resent-Sender", "Disposition-Notification-To"}) {
-    if (equalsNoCase(name, address)) return true;
+    if (base::equalsNoCase(name, address)) return true;
   }
   return false;
 }
@@ -140,8 +141,8 @@ void appendHeaderField(const MimeField& field, std::string_view messageCharset, 
   const std::size_t column = field.name.size() + 2;
   const std::size_t start = out.size();
   const bool addresses = isAddressField(field.name);
-  const bool encode =
-      contains8bit(field.value) && !(addresses && equalsNoCase(messageCharset, "us-ascii"));
+  const bool encode = base::contains8bit(field.value) &&
+                      !(addresses && base::equalsNoCase(messageCharset, "us-ascii"));
   const Longest hard{kMaxLineOctets - std::min(column, kMaxLineOctets), kMaxLineOctets};
   const Longest soft{kMaxHeaderColumns - std::min(column, kMaxHeaderColumns), kMaxHeaderColumns};
   const std::string words =

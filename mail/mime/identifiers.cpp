@@ -3,11 +3,11 @@
 #include <cstdint>
 #include <mutex>
 
-#include "mail/mime/data_buffer.h"
-#include "mail/mime/string_buffer.h"
-#include "mail/mime/text_tools.h"
-#include "platform/random.h"
-#include "platform/socket_api.h"
+#include "base/ascii.h"
+#include "mail/core/data_buffer.h"
+#include "mail/core/string_buffer.h"
+#include "platform/network/socket_api.h"
+#include "platform/system/random.h"
 
 namespace kelvado {
 namespace {
@@ -20,7 +20,7 @@ constexpr std::string_view kUnknownHost = "unknown";
 std::string asHostName(std::string_view name) {
   std::string out;
   for (const char c : name.substr(0, kMaxHostName)) {
-    const char lower = lowerAscii(c);
+    const char lower = base::lowerAscii(c);
     if ((lower >= 'a' && lower <= 'z') || (c >= '0' && c <= '9') || c == '.' || c == '-' ||
         c == '_') {
       out.push_back(c);
@@ -29,7 +29,7 @@ std::string asHostName(std::string_view name) {
   return out;
 }
 
-std::string makeId(std::string_view kind, LogBase& log) {
+std::string makeId(std::string_view kind, base::LogBase& log) {
   return "<KELVADO-" + std::string(kind) + "-" + KelvadoUuid::generate() + "@" +
          localHostName(log) + ">";
 }
@@ -61,15 +61,15 @@ std::string generateBoundary(std::string_view marker) {
   return boundaryFrom(KelvadoUuid::generate(), marker);
 }
 
-std::string generateMessageId(LogBase& log) {
+std::string generateMessageId(base::LogBase& log) {
   return makeId("MID", log);
 }
 
-std::string generateContentId(LogBase& log) {
+std::string generateContentId(base::LogBase& log) {
   return makeId("CID", log);
 }
 
-std::string readLocalHostName(platform::SocketApi& sockets, LogBase& log) {
+std::string readLocalHostName(platform::SocketApi& sockets, base::LogBase& log) {
   if (sockets.start() != platform::kSocketOk) {
     log.LogError("WSA startup failed for getting local hostname");
     return std::string(kUnknownHost);
@@ -83,7 +83,7 @@ std::string readLocalHostName(platform::SocketApi& sockets, LogBase& log) {
   return name.empty() ? std::string(kUnknownHost) : name;
 }
 
-std::string localHostName(LogBase& log) {
+std::string localHostName(base::LogBase& log) {
   // Once a process: a slow resolver must not cost a look-up for every mail.
   static std::mutex mutex;
   static std::string known;

@@ -5,7 +5,7 @@
 #include <string>
 #include <string_view>
 
-#include "mail/mime/log_base.h"
+#include "base/log_base.h"
 
 namespace platform {
 class SocketApi;
@@ -29,13 +29,13 @@ std::string generateBoundary(std::string_view marker);
 // What an identifier makes of it.
 std::string boundaryFrom(std::string_view identifier, std::string_view marker);
 
-std::string generateMessageId(LogBase& log);  // "<KELVADO-MID-...@host>"
-std::string generateContentId(LogBase& log);  // "<KELVADO-CID-...@host>"
+std::string generateMessageId(base::LogBase& log);  // "<KELVADO-MID-...@host>"
+std::string generateContentId(base::LogBase& log);  // "<KELVADO-CID-...@host>"
 
 // The official name of this machine, else its plain one, else "unknown"; at most 500 bytes, nothing
 // in it but letters, digits, '.', '-' and '_'. The first blocks for as long as the resolver takes,
 // the second asks it once a process.
-std::string readLocalHostName(platform::SocketApi& sockets, LogBase& log);
-std::string localHostName(LogBase& log);
+std::string readLocalHostName(platform::SocketApi& sockets, base::LogBase& log);
+std::string localHostName(base::LogBase& log);
 
 }  // namespace kelvado

@@ -12,7 +12,7 @@
 #include <cstddef>
 #include <memory>
 
-#include "mail/mime/kv_object.h"
+#include "mail/core/kv_object.h"
 
 namespace kelvado {
 

@@ -4,11 +4,12 @@
 #include <cstdio>
 #include <cstdlib>
 
-#include "mail/mime/string_buffer.h"
+#include "base/timestamp.h"
+#include "mail/core/string_buffer.h"
 
 namespace kelvado {
 
-std::string formatMailDate(const platform::LocalTime& time, const platform::TimeZone& zone) {
+std::string formatMailDate(const base::LocalTime& time, const platform::TimeZone& zone) {
   static constexpr const char* kDays[] = {"Sun", "Mon", "Tue", "Wed", "Thu", "Fri", "Sat"};
   static constexpr const char* kMonths[] = {"Jan", "Feb", "Mar", "Apr", "May", "Jun",
                                             "Jul", "Aug", "Sep", "Oct", "Nov", "Dec"};

@@ -3,11 +3,12 @@
 
 #include <string>
 
-#include "platform/clock.h"
+#include "base/timestamp.h"
+#include "platform/system/clock.h"
 
 namespace kelvado {
 
 // "Sat, 05 Jan 2008 09:03:07 -0500". A month or day of the week out of range counts as the first.
-std::string formatMailDate(const platform::LocalTime& time, const platform::TimeZone& zone);
+std::string formatMailDate(const base::LocalTime& time, const platform::TimeZone& zone);
 
 }  // namespace kelvado

@@ -2,7 +2,7 @@
 
 #include <algorithm>
 
-#include "mail/mime/text_tools.h"
+#include "base/ascii.h"
 
 namespace kelvado {
 namespace {
@@ -19,12 +19,12 @@ bool isValidFieldName(std::string_view name) {
 }
 
 bool isPrivateFieldName(std::string_view name) {
-  return beginsWithNoCase(name, "KVX-") || beginsWithNoCase(name, "KVZ-");
+  return base::beginsWithNoCase(name, "KVX-") || base::beginsWithNoCase(name, "KVZ-");
 }
 
 const std::string* MimeHeader::find(std::string_view name) const {
   for (const MimeField& field : fields_) {
-    if (equalsNoCase(field.name, name)) return &field.value;
+    if (base::equalsNoCase(field.name, name)) return &field.value;
   }
   return nullptr;
 }
@@ -35,7 +35,9 @@ std::string MimeHeader::get(std::string_view name) const {
 }
 
 void MimeHeader::set(std::string_view name, std::string value) {
-  const auto named = [name](const MimeField& field) { return equalsNoCase(field.name, name); };
+  const auto named = [name](const MimeField& field) {
+    return base::equalsNoCase(field.name, name);
+  };
   const auto first = std::find_if(fields_.begin(), fields_.end(), named);
   if (first == fields_.end()) {
     add(name, std::move(value));
@@ -50,7 +52,8 @@ void MimeHeader::add(std::string_view name, std::string value) {
 }
 
 void MimeHeader::remove(std::string_view name) {
-  std::erase_if(fields_, [name](const MimeField& field) { return equalsNoCase(field.name, name); });
+  std::erase_if(fields_,
+                [name](const MimeField& field) { return base::equalsNoCase(field.name, name); });
 }
 
 }  // namespace kelvado

@@ -3,26 +3,19 @@
 #include <algorithm>
 #include <vector>
 
+#include "base/ascii.h"
+#include "base/log_base.h"
+#include "base/text.h"
 #include "mail/mime/base64.h"
 #include "mail/mime/charset.h"
 #include "mail/mime/encoded_word.h"
 #include "mail/mime/header_writer.h"
 #include "mail/mime/mime_parameter.h"
 #include "mail/mime/quoted_printable.h"
-#include "mail/mime/text_tools.h"
 #include "mail/mime/uu.h"
 
 namespace kelvado {
 namespace {
-
-// Takes a line off the text, without its line end.
-std::string_view takeLine(std::string_view& text) {
-  const std::size_t end = std::min(text.find('\n'), text.size());
-  std::string_view line = text.substr(0, end);
-  text.remove_prefix(std::min(end + 1, text.size()));
-  if (!line.empty() && line.back() == '\r') line.remove_suffix(1);
-  return line;
-}
 
 std::string_view withoutLastLineEnd(std::string_view text) {
   if (!text.empty() && text.back() == '\n') text.remove_suffix(1);
@@ -33,9 +26,9 @@ std::string_view withoutLastLineEnd(std::string_view text) {
 // Without its folds. A CR or NUL that is none of them becomes a blank: to leave it out would make
 // another address of one that it is in.
 std::string unfolded(std::string_view raw) {
-  std::string value(trimmed(raw));
-  replaceAll(value, "\r\n", "");
-  replaceAll(value, "\n", "");
+  std::string value(base::trimmed(raw));
+  base::replaceAll(value, "\r\n", "");
+  base::replaceAll(value, "\n", "");
   std::replace_if(
       value.begin(), value.end(), [](char c) { return c == '\r' || c == '\0'; }, ' ');
   return value;
@@ -44,10 +37,10 @@ std::string unfolded(std::string_view raw) {
 std::string fieldValue(std::string_view name, std::string_view raw) {
   const std::string clean = unfolded(raw);
   // Parameters are decoded where they are read.
-  if (equalsNoCase(name, "Content-Type") || equalsNoCase(name, "Content-Disposition")) {
+  if (base::equalsNoCase(name, "Content-Type") || base::equalsNoCase(name, "Content-Disposition")) {
     return repairedUtf8(clean);
   }
-  if (!isAddressField(name)) return withoutLineBreaks(decodeHeaderText(repairedUtf8(clean)));
+  if (!isAddressField(name)) return base::withoutLineBreaks(decodeHeaderText(repairedUtf8(clean)));
   // A decoded name may hold what separates addresses, so first comes the structure. Without one
   // address in it (a group without members, a null return path) the text stays.
   std::string list;
@@ -66,14 +59,14 @@ Delimiter delimiterIn(std::string_view line, std::string_view boundary) {
   std::string_view rest = line.substr(2 + boundary.size());
   const bool last = rest.starts_with("--");
   if (last) rest.remove_prefix(2);
-  return !trimmed(rest).empty() ? Delimiter::None : last ? Delimiter::Last : Delimiter::Next;
+  return !base::trimmed(rest).empty() ? Delimiter::None : last ? Delimiter::Last : Delimiter::Next;
 }
 
 }  // namespace
 
 class MimeMessage2::Reader {
  public:
-  explicit Reader(LogBase& log) : log_(log) {}
+  explicit Reader(base::LogBase& log) : log_(log) {}
 
   std::unique_ptr<Email2> readPart(std::string_view text, std::size_t depth) {
     if (depth > kMaxPartDepth) return refuse("MIME text is nested too deeply");
@@ -100,19 +93,20 @@ class MimeMessage2::Reader {
     const std::size_t before = text.size();
     while (!text.empty()) {
       const std::string_view rest = text;
-      const std::string_view line = takeLine(text);
+      const std::string_view line = base::takeLine(text);
       if (line.empty()) return true;
       const std::size_t colon = line.find(':');
-      const std::string_view name = trimmed(line.substr(0, colon));
+      const std::string_view name = base::trimmed(line.substr(0, colon));
       if (colon == std::string_view::npos || !isValidFieldName(name)) {
-        if (isBlank(line.front()) || line.starts_with("From ") || line.starts_with(">From ")) {
+        if (base::isBlank(line.front()) || line.starts_with("From ") ||
+            line.starts_with(">From ")) {
           continue;  // left over, or the first line of a mailbox file
         }
         text = rest;  // the body begins without an empty line before it
         return true;
       }
       const char* start = line.data() + colon + 1;
-      while (!text.empty() && isBlank(text.front())) takeLine(text);
+      while (!text.empty() && base::isBlank(text.front())) base::takeLine(text);
       const std::string_view raw(start, static_cast<std::size_t>(text.data() - start));
       if (before - text.size() > kMaxHeaderBytes ||
           part.header_.fields().size() >= kMaxHeaderFields) {
@@ -127,15 +121,16 @@ class MimeMessage2::Reader {
   // The values that are kept beside the header.
   static void describe(Email2& part) {
     part.contentType_ = parseContentType(part.header_.get("Content-Type"));
-    part.transferEncoding_ = lowered(trimmed(part.header_.get("Content-Transfer-Encoding")));
+    part.transferEncoding_ =
+        base::lowered(base::trimmed(part.header_.get("Content-Transfer-Encoding")));
     part.from_ = parseAddress(part.header_.get("From"));
     std::vector<MimeParameter> parameters;
     part.disposition_ =
-        lowered(parseParameterised(part.header_.get("Content-Disposition"), parameters));
+        base::lowered(parseParameterised(part.header_.get("Content-Disposition"), parameters));
     part.filename_ = parameterNamed(parameters, "filename");
     // What the library wrote itself gets its folds back.
     const std::string formatted = part.contentType_.format();
-    if (part.header_.get("Content-Type") == withoutLineBreaks(formatted)) {
+    if (part.header_.get("Content-Type") == base::withoutLineBreaks(formatted)) {
       part.header_.set("Content-Type", formatted);
     }
   }
@@ -150,7 +145,7 @@ class MimeMessage2::Reader {
     bool inside = false;
     while (!text.empty()) {
       const std::string_view rest = text;
-      const Delimiter delimiter = delimiterIn(takeLine(text), boundary);
+      const Delimiter delimiter = delimiterIn(base::takeLine(text), boundary);
       if (delimiter == Delimiter::None) continue;
       body = {};
       if (inside) {
@@ -180,7 +175,7 @@ class MimeMessage2::Reader {
       return;
     }
     std::string written = declared;
-    replaceAll(written, kFault, std::string(kFault) + " ");
+    base::replaceAll(written, kFault, std::string(kFault) + " ");
     if (text.find(written) == std::string_view::npos) return;
     part.contentType_.boundary = written;
     part.header_.set("Content-Type", part.contentType_.format());
@@ -246,11 +241,11 @@ class MimeMessage2::Reader {
     return false;
   }
 
-  LogBase& log_;
+  base::LogBase& log_;
   std::size_t parts_ = 0;
 };
 
-std::unique_ptr<Email2> MimeMessage2::parse(std::string_view text, LogBase& log) {
+std::unique_ptr<Email2> MimeMessage2::parse(std::string_view text, base::LogBase& log) {
   return Reader(log).readPart(text, 1);
 }
 
@@ -263,7 +258,7 @@ void MimeMessage2::write(const Email2& message, std::string& out) {
 bool MimeMessage2::writePart(const Email2& part, std::string_view messageCharset,
                              std::string& out) {
   for (const MimeField& field : part.header_.fields()) {
-    if (isPrivateFieldName(field.name) || equalsNoCase(field.name, "Bcc")) continue;
+    if (isPrivateFieldName(field.name) || base::equalsNoCase(field.name, "Bcc")) continue;
     appendHeaderField(field, messageCharset, out);
   }
   out.append("\r\n");
@@ -286,14 +281,14 @@ bool MimeMessage2::writeBody(const Email2& part, std::string& out) {
     return false;
   }
   if (part.transferEncoding_ != "base64") {
-    appendWithCrLf(body, out);
+    base::appendWithCrLf(body, out);
     return false;
   }
   if (part.keepLineEnds_) {
     base64AppendLines(body, kBodyLineLength, out);
   } else {
     std::string lines;
-    appendWithCrLf(body, lines);
+    base::appendWithCrLf(body, lines);
     base64AppendLines(lines, kBodyLineLength, out);
   }
   return true;

@@ -9,6 +9,7 @@
 #include <string>
 #include <string_view>
 
+#include "base/log_base.h"
 #include "mail/mime/email2.h"
 
 namespace kelvado {
@@ -22,7 +23,7 @@ inline constexpr std::size_t kMaxHeaderBytes = 1 << 20;  // of one part; lists c
 class MimeMessage2 {
  public:
   // Null when the text goes beyond a limit; the log tells which.
-  static std::unique_ptr<Email2> parse(std::string_view text, LogBase& log);
+  static std::unique_ptr<Email2> parse(std::string_view text, base::LogBase& log);
 
   // Appends the message, as Email2::appendMime says.
   static void write(const Email2& message, std::string& out);

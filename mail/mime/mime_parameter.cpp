@@ -4,10 +4,11 @@
 #include <charconv>
 #include <map>
 
+#include "base/ascii.h"
+#include "base/hex_digit.h"
+#include "base/text.h"
 #include "mail/mime/charset.h"
 #include "mail/mime/encoded_word.h"
-#include "mail/mime/hex_digit.h"
-#include "mail/mime/text_tools.h"
 
 namespace kelvado {
 namespace {
@@ -28,8 +29,8 @@ using Pieces = std::map<unsigned, Piece>;
 std::string percentDecoded(std::string_view text) {
   std::string out;
   for (std::size_t i = 0; i < text.size(); ++i) {
-    const int high = text[i] == '%' && i + 2 < text.size() ? hexValue(text[i + 1]) : -1;
-    const int low = high >= 0 ? hexValue(text[i + 2]) : -1;
+    const int high = text[i] == '%' && i + 2 < text.size() ? base::hexValue(text[i + 1]) : -1;
+    const int low = high >= 0 ? base::hexValue(text[i + 2]) : -1;
     if (low >= 0) i += 2;
     out.push_back(low >= 0 ? static_cast<char>(high * 16 + low) : text[i]);
   }
@@ -83,8 +84,8 @@ class ParameterScanner {
         skipComment();
       } else {
         const char c = text_[at_++];
-        if (!isSpace(c) || !out.empty()) out.push_back(c);
-        if (!isSpace(c)) end = out.size();
+        if (!base::isSpace(c) || !out.empty()) out.push_back(c);
+        if (!base::isSpace(c)) end = out.size();
       }
     }
     out.resize(end);
@@ -138,7 +139,7 @@ PieceName readPieceName(std::string_view name) {
     std::from_chars(name.data() + star + 1, name.data() + name.size(), result.number);
     name = name.substr(0, star);
   }
-  result.name = lowered(name);
+  result.name = base::lowered(name);
   return result;
 }
 
@@ -156,8 +157,8 @@ std::string percentEncoded(std::string_view text) {
     }
     const auto byte = static_cast<unsigned char>(c);
     out.push_back('%');
-    out.push_back(kHexDigits[byte >> 4]);
-    out.push_back(kHexDigits[byte & 0x0F]);
+    out.push_back(base::kHexDigits[byte >> 4]);
+    out.push_back(base::kHexDigits[byte & 0x0F]);
   }
   return out;
 }
@@ -209,22 +210,22 @@ std::string parseParameterised(std::string_view value, std::vector<MimeParameter
     if (piece.value.empty() || (name.encoded && !piece.encoded)) piece = {text, name.encoded};
   }
   for (const auto& [name, pieces] : found) {
-    parameters.push_back({name, withoutLineBreaks(joined(pieces))});
+    parameters.push_back({name, base::withoutLineBreaks(joined(pieces))});
   }
   return main;
 }
 
 std::string parameterNamed(const std::vector<MimeParameter>& parameters, std::string_view name) {
   for (const MimeParameter& parameter : parameters) {
-    if (equalsNoCase(parameter.name, name)) return parameter.value;
+    if (base::equalsNoCase(parameter.name, name)) return parameter.value;
   }
   return {};
 }
 
 void appendParameter(std::string_view name, std::string_view value, std::string& out) {
-  const std::string clean = withoutLineBreaks(value);
+  const std::string clean = base::withoutLineBreaks(value);
   const bool readsAsWords = decodeHeaderText(clean) != clean;
-  if (contains8bit(clean) || readsAsWords || clean.size() > kMaxQuotedLength) {
+  if (base::contains8bit(clean) || readsAsWords || clean.size() > kMaxQuotedLength) {
     appendEncoded(name, clean, out);
     return;
   }

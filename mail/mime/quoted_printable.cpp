@@ -5,8 +5,8 @@
 #include <cstdint>
 #include <cstring>
 
-#include "mail/mime/hex_digit.h"
-#include "mail/mime/text_tools.h"
+#include "base/ascii.h"
+#include "base/hex_digit.h"
 
 namespace kelvado {
 namespace {
@@ -54,7 +54,7 @@ constexpr std::array<Form, 256> makeForms() {
     if (kLiteral[i]) {
       forms[i] = {{static_cast<char>(i)}, 1};
     } else {
-      forms[i] = {{'=', kHexDigits[i >> 4], kHexDigits[i & 0x0F]}, kEscapeLength};
+      forms[i] = {{'=', base::kHexDigits[i >> 4], base::kHexDigits[i & 0x0F]}, kEscapeLength};
     }
   }
   forms['\r'].length = 0;
@@ -111,8 +111,8 @@ class LineWriter {
     const auto byte = static_cast<unsigned char>(c);
     char* to = buffer_.data() + used_;
     to[0] = '=';
-    to[1] = kHexDigits[byte >> 4];
-    to[2] = kHexDigits[byte & 0x0F];
+    to[1] = base::kHexDigits[byte >> 4];
+    to[2] = base::kHexDigits[byte & 0x0F];
     advance(kEscapeLength);
   }
 
@@ -128,7 +128,7 @@ class LineWriter {
 
   // A blank at the end of a line would be lost on the way.
   void protectTrailingBlank() {
-    if (column_ == 0 || !isBlank(buffer_[used_ - 1])) return;
+    if (column_ == 0 || !base::isBlank(buffer_[used_ - 1])) return;
     const char blank = buffer_[used_ - 1];
     --used_;
     --column_;
@@ -172,15 +172,15 @@ std::size_t lineEndLength(std::string_view text, LineEnds lineEnds) {
 
 // One line, without its line end. True when the line goes on after it (a soft break).
 bool decodeLine(std::string_view line, std::string& out) {
-  while (!line.empty() && isBlank(line.back())) line.remove_suffix(1);
+  while (!line.empty() && base::isBlank(line.back())) line.remove_suffix(1);
   while (!line.empty()) {
     const std::size_t escape = line.find('=');
     out.append(line.substr(0, escape));
     if (escape == std::string_view::npos) return false;
     line.remove_prefix(escape + 1);
     if (line.empty()) return true;
-    const int high = hexValue(line[0]);
-    const int low = line.size() > 1 ? hexValue(line[1]) : -1;
+    const int high = base::hexValue(line[0]);
+    const int low = line.size() > 1 ? base::hexValue(line[1]) : -1;
     if (high < 0 || low < 0) {
       out.push_back('=');
     } else {

@@ -2,7 +2,8 @@
 
 #include <algorithm>
 
-#include "mail/mime/text_tools.h"
+#include "base/ascii.h"
+#include "base/text.h"
 
 namespace kelvado {
 namespace {
@@ -30,14 +31,6 @@ void appendLine(std::string_view bytes, std::string& out) {
   out.append("\r\n");
 }
 
-std::string_view takeLine(std::string_view& text) {
-  const std::size_t end = std::min(text.find('\n'), text.size());
-  std::string_view line = text.substr(0, end);
-  text.remove_prefix(std::min(end + 1, text.size()));
-  if (!line.empty() && line.back() == '\r') line.remove_suffix(1);
-  return line;
-}
-
 void decodeLine(std::string_view line, std::string& bytes) {
   std::size_t left = valueOf(line.front());
   line.remove_prefix(1);
@@ -61,7 +54,7 @@ bool isBeginLine(std::string_view line, std::string_view& filename) {
   if (!line.starts_with("begin ")) return false;
   const std::size_t modeEnd = line.find_first_not_of("01234567", 6);
   if (modeEnd == std::string_view::npos || modeEnd < 9 || line[modeEnd] != ' ') return false;
-  filename = trimmed(line.substr(modeEnd));
+  filename = base::trimmed(line.substr(modeEnd));
   return true;
 }
 
@@ -69,7 +62,7 @@ bool isBeginLine(std::string_view line, std::string_view& filename) {
 
 void Uu::encode(std::string_view bytes, StringBuffer& out) const {
   std::string& text = out.text();
-  text.append("begin 666 ").append(withoutLineBreaks(filename_)).append("\r\n");
+  text.append("begin 666 ").append(base::withoutLineBreaks(filename_)).append("\r\n");
   for (; !bytes.empty(); bytes.remove_prefix(std::min(kBytesPerLine, bytes.size()))) {
     appendLine(bytes.substr(0, kBytesPerLine), text);
   }
@@ -81,10 +74,10 @@ bool Uu::decode(std::string_view text, std::string& bytes, std::string* filename
   std::string_view name;
   do {
     if (text.empty()) return false;
-  } while (!isBeginLine(takeLine(text), name));
+  } while (!isBeginLine(base::takeLine(text), name));
   if (filename != nullptr) *filename = name;
   while (!text.empty()) {
-    const std::string_view line = takeLine(text);
+    const std::string_view line = base::takeLine(text);
     if (line == "end") break;
     if (!line.empty()) decodeLine(line, bytes);
   }

@@ -1,9 +1,11 @@
 #include "mail/smtp/cls_mail_man.h"
 
+#include "base/log_base.h"
+#include "base/text.h"
 #include "mail/mime/email_address.h"
 #include "mail/smtp/mx_lookup.h"
 #include "mail/smtp/wire_text.h"
-#include "platform/files.h"
+#include "platform/system/files.h"
 
 namespace kelvado {
 namespace {
@@ -31,7 +33,7 @@ bool ClsMailMan::unlockComponent(std::string_view code) {
   return unlocked_ || bracket.fail("The unlock code is empty.");
 }
 
-bool ClsMailMan::checkUnlocked(LogBase& log) const {
+bool ClsMailMan::checkUnlocked(base::LogBase& log) const {
   if (!unlocked_) log.LogError("The mail component is locked: call UnlockComponent first.");
   return unlocked_;
 }
@@ -43,19 +45,19 @@ void ClsMailMan::resolveTlsConflict() {
   (server.port == kImplicitTlsPort ? server.startTls : server.ssl) = false;
 }
 
-bool ClsMailMan::begin(LogBase& log) {
+bool ClsMailMan::begin(base::LogBase& log) {
   session_.clearTimedOut();
   resolveTlsConflict();
   return checkUnlocked(log);
 }
 
-bool ClsMailMan::beginSend(LogBase& log) {
+bool ClsMailMan::beginSend(base::LogBase& log) {
   counters_ = {};
   session_.clearBadAddresses();
   return begin(log);
 }
 
-bool ClsMailMan::ensureMessage(ClsEmail* email, LogBase& log) const {
+bool ClsMailMan::ensureMessage(ClsEmail* email, base::LogBase& log) const {
   if (email == nullptr) {
     log.LogError("Email parameter is NULL in SendEmail");
     return false;
@@ -65,7 +67,8 @@ bool ClsMailMan::ensureMessage(ClsEmail* email, LogBase& log) const {
   return email->message() != nullptr;
 }
 
-std::unique_ptr<Email2> ClsMailMan::prepareForSending(const ClsEmail& email, LogBase& log) const {
+std::unique_ptr<Email2> ClsMailMan::prepareForSending(const ClsEmail& email,
+                                                      base::LogBase& log) const {
   std::unique_ptr<Email2> copy = email.cloneForSending(log);
   if (copy == nullptr) {
     if (email.hasReplacePatterns()) log.LogError("Failed to clone with replacements.");
@@ -83,7 +86,7 @@ std::unique_ptr<Email2> ClsMailMan::prepareForSending(const ClsEmail& email, Log
 
 // A connection that is ready, and the copy to send over it; null when there is no going on.
 std::unique_ptr<Email2> ClsMailMan::openAndPrepare(ClsEmail* email, SmtpCall& call) {
-  LogBase& log = call.log;
+  base::LogBase& log = call.log;
   if (!ensureMessage(email, log)) return nullptr;
   call.progress.expect(email->message()->sizeEstimate() * 3 / 2 + 200);
   if (call.progress.aborted() || abortAllRequested()) {
@@ -105,7 +108,7 @@ std::unique_ptr<Email2> ClsMailMan::openAndPrepare(ClsEmail* email, SmtpCall& ca
 }
 
 bool ClsMailMan::reportOutcome(bool sent, SmtpCall& call) const {
-  LogBase& log = call.log;
+  base::LogBase& log = call.log;
   const auto& [accepted, total] = counters_;
   if (sent) {
     log.LogData("NumAccepted", std::to_string(accepted));
@@ -129,7 +132,7 @@ bool ClsMailMan::reportOutcome(bool sent, SmtpCall& call) const {
   return false;
 }
 
-bool ClsMailMan::deliver(ClsEmail* email, LogBase& log) {
+bool ClsMailMan::deliver(ClsEmail* email, base::LogBase& log) {
   ProgressMonitor progress = newMonitor();
   SmtpCall call{log, progress};
   const std::unique_ptr<Email2> copy = openAndPrepare(email, call);
@@ -144,7 +147,7 @@ bool ClsMailMan::sendEmail(ClsEmail* email) {
 
 bool ClsMailMan::sendBundle(const std::vector<ClsEmail*>& bundle) {
   const MethodBracket bracket(*this, "SendBundle");
-  LogBase& log = bracket.log();
+  base::LogBase& log = bracket.log();
   if (!beginSend(log)) return false;
   bool allSent = true;
   SendCounters sum;
@@ -168,7 +171,7 @@ bool ClsMailMan::sendBundle(const std::vector<ClsEmail*>& bundle) {
 bool ClsMailMan::sendToDistributionList(ClsEmail* email,
                                         const std::vector<std::string>& addresses) {
   const MethodBracket bracket(*this, "SendToDistributionList");
-  LogBase& log = bracket.log();
+  base::LogBase& log = bracket.log();
   if (!beginSend(log)) return false;
   if (addresses.empty()) return bracket.fail("The distribution list is empty.");
   ProgressMonitor progress = newMonitor();
@@ -192,7 +195,7 @@ bool ClsMailMan::quickSend(const std::string& from, const std::string& to,
   email.putSubject(subject);
   email.putBody(body);
   if (!email.addMultiple("AddMultipleTo", RecipientKind::To, to)) {
-    bracket.log().LogData("to", loggable(to));
+    bracket.log().LogData("to", base::loggable(to));
     return bracket.fail("A recipient's address is not valid.");
   }
   settings_.server.host = host;
@@ -200,7 +203,7 @@ bool ClsMailMan::quickSend(const std::string& from, const std::string& to,
 }
 
 bool ClsMailMan::sendText(const std::string& from, const std::vector<std::string>& addresses,
-                          std::string_view mime, LogBase& log) {
+                          std::string_view mime, base::LogBase& log) {
   if (!beginSend(log)) return false;
   if (!isUsableMime(mime)) {
     log.LogError("The MIME text is empty or begins with a line of one dot.");
@@ -227,7 +230,7 @@ bool ClsMailMan::sendMimeToList(const std::string& from, const std::vector<std::
 
 std::optional<std::string> ClsMailMan::renderToMime(ClsEmail* email) {
   const MethodBracket bracket(*this, "RenderToMime");
-  LogBase& log = bracket.log();
+  base::LogBase& log = bracket.log();
   if (!checkUnlocked(log) || !ensureMessage(email, log)) return std::nullopt;
   const std::unique_ptr<Email2> copy = prepareForSending(*email, log);
   if (copy == nullptr) return std::nullopt;
@@ -244,7 +247,7 @@ bool ClsMailMan::queueRefused(std::string_view method) {
 
 bool ClsMailMan::verifySmtpConnection() {
   const MethodBracket bracket(*this, "VerifySmtpConnection");
-  LogBase& log = bracket.log();
+  base::LogBase& log = bracket.log();
   if (!begin(log)) return false;
   log.LogInfo("Checking TCP/IP connectivity to the SMTP server.");
   log.LogInfo("This does not check the login/password.");
@@ -256,7 +259,7 @@ bool ClsMailMan::verifySmtpConnection() {
 
 bool ClsMailMan::verifySmtpLogin() {
   const MethodBracket bracket(*this, "VerifySmtpLogin");
-  LogBase& log = bracket.log();
+  base::LogBase& log = bracket.log();
   if (!begin(log)) return false;
   const SmtpCredentials& credentials = settings_.server.credentials;
   if (credentials.username.value_or("").empty()) return bracket.fail("SMTP username is empty.");
@@ -268,7 +271,7 @@ bool ClsMailMan::verifySmtpLogin() {
 
 bool ClsMailMan::verifyRecipients(ClsEmail* email) {
   const MethodBracket bracket(*this, "VerifyRecipients");
-  LogBase& log = bracket.log();
+  base::LogBase& log = bracket.log();
   if (!beginSend(log)) return false;
   ProgressMonitor progress = newMonitor();
   SmtpCall call{log, progress};
@@ -351,11 +354,11 @@ std::optional<std::string> ClsMailMan::smtpSslServerCert() {
 }
 
 std::vector<platform::MxRecord> ClsMailMan::mailHosts(const std::string& emailOrDomain,
-                                                      LogBase& log) const {
+                                                      base::LogBase& log) const {
   std::string domain;
   std::vector<platform::MxRecord> hosts;
   if (domainOf(emailOrDomain, domain, log)) hosts = lookupMx(dns_, domain, log);
-  if (hosts.empty()) log.LogData("emailOrDomain", loggable(emailOrDomain));
+  if (hosts.empty()) log.LogData("emailOrDomain", base::loggable(emailOrDomain));
   return hosts;
 }
 

@@ -8,10 +8,11 @@
 #include <string_view>
 #include <vector>
 
-#include "mail/mime/cls_base.h"
+#include "base/log_base.h"
+#include "mail/core/cls_base.h"
 #include "mail/mime/cls_email.h"
 #include "mail/smtp/smtp_conn_impl.h"
-#include "platform/dns.h"
+#include "platform/network/dns.h"
 
 namespace kelvado {
 
@@ -62,20 +63,21 @@ class ClsMailMan : public ClsBase {
   std::vector<std::string> mxLookupAll(const std::string& emailOrDomain);
 
  private:
-  bool begin(LogBase& log);
-  bool beginSend(LogBase& log);
-  bool checkUnlocked(LogBase& log) const;
+  bool begin(base::LogBase& log);
+  bool beginSend(base::LogBase& log);
+  bool checkUnlocked(base::LogBase& log) const;
   void resolveTlsConflict();
   ProgressMonitor newMonitor() const {
     return ProgressMonitor(settings_.progress, settings_.heartbeatMs);
   }
-  bool ensureMessage(ClsEmail* email, LogBase& log) const;
-  std::unique_ptr<Email2> prepareForSending(const ClsEmail& email, LogBase& log) const;
+  bool ensureMessage(ClsEmail* email, base::LogBase& log) const;
+  std::unique_ptr<Email2> prepareForSending(const ClsEmail& email, base::LogBase& log) const;
   std::unique_ptr<Email2> openAndPrepare(ClsEmail* email, SmtpCall& call);
-  bool deliver(ClsEmail* email, LogBase& log);
+  bool deliver(ClsEmail* email, base::LogBase& log);
   bool sendText(const std::string& from, const std::vector<std::string>& addresses,
-                std::string_view mime, LogBase& log);
-  std::vector<platform::MxRecord> mailHosts(const std::string& emailOrDomain, LogBase& log) const;
+                std::string_view mime, base::LogBase& log);
+  std::vector<platform::MxRecord> mailHosts(const std::string& emailOrDomain,
+                                            base::LogBase& log) const;
   bool reportOutcome(bool sent, SmtpCall& call) const;
 
   MailManSettings settings_;

@@ -3,23 +3,24 @@
 #include <algorithm>
 #include <string_view>
 
-#include "mail/mime/text_tools.h"
+#include "base/ascii.h"
+#include "base/text.h"
 #include "mail/smtp/wire_text.h"
-#include "platform/files.h"
+#include "platform/system/files.h"
 
 namespace kelvado {
 namespace {
 
-bool isSafeValue(bool safe, const char* what, const std::string& value, LogBase& log) {
+bool isSafeValue(bool safe, const char* what, const std::string& value, base::LogBase& log) {
   if (safe) return true;
   log.LogError("A value for the SMTP session holds characters that are not allowed.");
-  log.LogData(what, loggable(value));
+  log.LogData(what, base::loggable(value));
   return false;
 }
 
 }  // namespace
 
-bool isSafeEnvelope(const Envelope& envelope, const DsnOptions& dsn, LogBase& log) {
+bool isSafeEnvelope(const Envelope& envelope, const DsnOptions& dsn, base::LogBase& log) {
   const std::string& path = envelope.reversePath;
   bool safe = isSafeValue(path.empty() || isSafeAddress(path), "reversePath", path, log);
   for (const auto* list : {&envelope.to, &envelope.cc, &envelope.bcc}) {
@@ -55,7 +56,7 @@ std::vector<Envelope> listEnvelopes(const std::string& reversePath,
   return parts;
 }
 
-std::vector<std::string> readAddressFile(const std::string& path, LogBase& log) {
+std::vector<std::string> readAddressFile(const std::string& path, base::LogBase& log) {
   std::string text;
   if (!platform::readWholeFile(path, text)) {
     log.LogError("The distribution list cannot be read.");
@@ -64,7 +65,7 @@ std::vector<std::string> readAddressFile(const std::string& path, LogBase& log) 
   std::vector<std::string> addresses;
   for (std::string_view rest = text; !rest.empty();) {
     const std::size_t end = std::min(rest.find('\n'), rest.size());
-    const std::string_view address = trimmed(rest.substr(0, end));
+    const std::string_view address = base::trimmed(rest.substr(0, end));
     if (!address.empty()) addresses.emplace_back(address);
     rest.remove_prefix(std::min(end + 1, rest.size()));
   }

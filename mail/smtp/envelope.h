@@ -6,7 +6,7 @@
 #include <string>
 #include <vector>
 
-#include "mail/mime/log_base.h"
+#include "base/log_base.h"
 
 namespace kelvado {
 
@@ -30,7 +30,7 @@ struct Envelope {
 };
 
 // False, with the value in the log, when an address or an option could break out of its command.
-bool isSafeEnvelope(const Envelope& envelope, const DsnOptions& dsn, LogBase& log);
+bool isSafeEnvelope(const Envelope& envelope, const DsnOptions& dsn, base::LogBase& log);
 
 // One envelope for each To and Cc recipient. Blind copies go together in one more: nobody named in
 // the message must wait for them, and none of them is seen by the others.
@@ -44,6 +44,6 @@ std::vector<Envelope> listEnvelopes(const std::string& reversePath,
                                     const std::vector<std::string>& addresses, std::size_t size);
 
 // A file with one address a line; blank lines do not count. Empty, logged, when it cannot be read.
-std::vector<std::string> readAddressFile(const std::string& path, LogBase& log);
+std::vector<std::string> readAddressFile(const std::string& path, base::LogBase& log);
 
 }  // namespace kelvado

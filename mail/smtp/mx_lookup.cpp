@@ -2,19 +2,20 @@
 
 #include <algorithm>
 
+#include "base/text.h"
 #include "mail/mime/email_address.h"
 #include "mail/smtp/wire_text.h"
 
 namespace kelvado {
 
-bool domainOf(const std::string& emailOrDomain, std::string& domain, LogBase& log) {
+bool domainOf(const std::string& emailOrDomain, std::string& domain, base::LogBase& log) {
   domain = emailOrDomain;
   if (emailOrDomain.find('@') == std::string::npos) return true;
   const std::string address = parseAddress(emailOrDomain).address;
   const std::size_t at = address.rfind('@');
   if (at == std::string::npos) {
     log.LogError("Email address not formatted properly");
-    log.LogData("emailAddress", loggable(emailOrDomain));
+    log.LogData("emailAddress", base::loggable(emailOrDomain));
     return false;
   }
   domain = address.substr(at + 1);
@@ -22,7 +23,7 @@ bool domainOf(const std::string& emailOrDomain, std::string& domain, LogBase& lo
 }
 
 std::vector<platform::MxRecord> lookupMx(platform::Dns& dns, const std::string& domain,
-                                         LogBase& log) {
+                                         base::LogBase& log) {
   std::vector<platform::MxRecord> records;
   if (!domain.empty() && isSafeWord(domain)) dns.queryMx(domain, records);
   // The root as host says that the domain takes no mail at all.
@@ -35,7 +36,7 @@ std::vector<platform::MxRecord> lookupMx(platform::Dns& dns, const std::string& 
   });
   if (records.empty()) {
     log.LogError("Failed to lookup MX record");
-    log.LogData("domain", loggable(domain));
+    log.LogData("domain", base::loggable(domain));
   }
   return records;
 }

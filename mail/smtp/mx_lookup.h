@@ -5,18 +5,18 @@
 #include <string>
 #include <vector>
 
-#include "mail/mime/log_base.h"
-#include "platform/dns.h"
+#include "base/log_base.h"
+#include "platform/network/dns.h"
 
 namespace kelvado {
 
 // The domain behind the '@' of an address; a text without '@' is a domain already. False, logged,
 // when the text is no address.
-bool domainOf(const std::string& emailOrDomain, std::string& domain, LogBase& log);
+bool domainOf(const std::string& emailOrDomain, std::string& domain, base::LogBase& log);
 
 // By rising preference, hosts of equal preference in the order of the answer. Empty, logged, when
 // there are none; also when the domain says that it takes no mail (RFC 7505).
 std::vector<platform::MxRecord> lookupMx(platform::Dns& dns, const std::string& domain,
-                                         LogBase& log);
+                                         base::LogBase& log);
 
 }  // namespace kelvado

@@ -4,9 +4,10 @@
 #include <cstdio>
 #include <memory>
 
+#include "base/log_base.h"
 #include "mail/mime/base64.h"
 #include "mail/smtp/wire_text.h"
-#include "platform/security_package.h"
+#include "platform/network/security_package.h"
 
 namespace kelvado {
 namespace {
@@ -42,7 +43,7 @@ constexpr StatusName kStatusNames[] = {
     {platform::kSecPackageNotFound, "SEC_E_SECPKG_NOT_FOUND"},
 };
 
-void logStatusName(SspiStatus status, LogBase& log) {
+void logStatusName(SspiStatus status, base::LogBase& log) {
   for (const StatusName& row : kStatusNames) {
     if (row.status != status) continue;
     (status & 0x80000000U) != 0 ? log.LogError(row.name) : log.LogInfo(row.name);

@@ -1,5 +1,5 @@
 // The NTLM exchange of AUTH NTLM and AUTH MSN, which differ in nothing but the command. The tokens
-// are the system's (platform/security_package.h). Used by smtp_auth.cpp.
+// are the system's (platform/network/security_package.h). Used by smtp_auth.cpp.
 #pragma once
 
 #include <string>

@@ -3,10 +3,11 @@
 #include <array>
 #include <cstdint>
 
+#include "base/ascii.h"
+#include "base/hex_digit.h"
 #include "mail/mime/base64.h"
-#include "mail/mime/text_tools.h"
 #include "mail/smtp/ntlm_login.h"
-#include "platform/digest.h"
+#include "platform/system/digest.h"
 
 namespace kelvado {
 namespace {
@@ -41,14 +42,13 @@ std::string digestOf(const std::string& bytes) {
 }
 
 std::string lowerHex(const std::string& bytes) {
-  static constexpr char kDigits[] = "0123456789abcdef";
   std::string hex;
   for (const char c : bytes) {
     const auto byte = static_cast<unsigned char>(c);
-    hex += kDigits[byte >> 4];
-    hex += kDigits[byte & 15];
+    hex += base::kHexDigits[byte >> 4];
+    hex += base::kHexDigits[byte & 15];
   }
-  return hex;
+  return base::lowered(hex);
 }
 
 bool haveCredentials(const SmtpCredentials& credentials, SmtpCall& call) {
@@ -197,7 +197,7 @@ bool refuseUnsupported(unsigned methods, SmtpCall& call) {
 
 unsigned applyForcedMethod(const std::string& forced, unsigned listed) {
   for (const ForcedMethod& row : kForcedMethods) {
-    if (equalsNoCase(forced, row.name)) return row.method;
+    if (base::equalsNoCase(forced, row.name)) return row.method;
   }
   return listed;
 }
@@ -221,7 +221,7 @@ bool authenticate(SmtpWire& wire, const SmtpCredentials& credentials, unsigned l
   unsigned methods = applyForcedMethod(credentials.method, listedMethods);
   if ((methods & (kAuthLogin | kAuthNtlm | kAuthMsn | kAuthCramMd5)) == 0) {
     call.log.LogInfo("This SMTP server did not list authentication methods.");
-    if (containsNoCase(*credentials.username, kUnlistedLoginDomain)) {
+    if (base::containsNoCase(*credentials.username, kUnlistedLoginDomain)) {
       call.log.LogInfo("Defaulting to LOGIN authentication method.");
       methods |= kAuthLogin;
     }

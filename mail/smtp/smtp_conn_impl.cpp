@@ -4,8 +4,10 @@
 #include <limits>
 #include <utility>
 
-#include "mail/mime/log_null.h"
-#include "mail/mime/text_tools.h"
+#include "base/ascii.h"
+#include "base/log_base.h"
+#include "base/log_null.h"
+#include "base/text.h"
 #include "mail/smtp/wire_text.h"
 
 namespace kelvado {
@@ -29,7 +31,7 @@ std::string atServer(const char* text, const SmtpServer& server) {
   return text + server.host + ":" + std::to_string(server.port);
 }
 
-void logCredentials(const SmtpCredentials& credentials, LogBase& log) {
+void logCredentials(const SmtpCredentials& credentials, base::LogBase& log) {
   const auto& [username, password, domain, method] = credentials;
   const bool noUser = !username || username->empty();
   const bool noPassword = !password || password->empty();
@@ -43,14 +45,14 @@ void logCredentials(const SmtpCredentials& credentials, LogBase& log) {
                      : "Skipping SMTP authentication because no login/password provided..");
 }
 
-bool isSafeSetting(bool safe, const char* what, const std::string& value, LogBase& log) {
+bool isSafeSetting(bool safe, const char* what, const std::string& value, base::LogBase& log) {
   if (safe) return true;
   log.LogError("An SMTP setting holds characters that are not allowed.");
-  log.LogData(what, loggable(value));
+  log.LogData(what, base::loggable(value));
   return false;
 }
 
-bool areSafeSettings(const SmtpServer& server, LogBase& log) {
+bool areSafeSettings(const SmtpServer& server, base::LogBase& log) {
   const std::string username = server.credentials.username.value_or("");
   return isSafeSetting(isSafeWord(server.host), "smtp_host", server.host, log) &&
          isSafeSetting(isSafeWord(server.helloName), "helo_hostname", server.helloName, log) &&
@@ -77,7 +79,7 @@ bool isAborted(SmtpCall& call) {
 SmtpConnImpl::SmtpConnImpl(platform::SocketApi& sockets) : sockets_(sockets), wire_(sockets) {}
 
 bool SmtpConnImpl::connectAndAuthenticate(const SmtpServer& server, SmtpCall& call) {
-  const LogContext context(call.log, "SMTP_Connect");
+  const base::LogContext context(call.log, "SMTP_Connect");
   const bool ready = openConnection(server, call) && greetAndLogin(server, call);
   // A connection that is not logged in, or not secured, must never be taken for a ready one.
   if (!ready) wire_.close();
@@ -85,7 +87,7 @@ bool SmtpConnImpl::connectAndAuthenticate(const SmtpServer& server, SmtpCall& ca
 }
 
 bool SmtpConnImpl::connectAndGreet(const SmtpServer& server, SmtpCall& call) {
-  const LogContext context(call.log, "SMTP_Connect");
+  const base::LogContext context(call.log, "SMTP_Connect");
   const bool greeted = openConnection(server, call);
   if (greeted) smtpQuit(call);
   wire_.close();
@@ -131,7 +133,7 @@ bool SmtpConnImpl::connectAfresh(const SmtpServer& server, SmtpCall& call) {
 }
 
 bool SmtpConnImpl::openConnection(const SmtpServer& given, SmtpCall& call) {
-  LogBase& log = call.log;
+  base::LogBase& log = call.log;
   if (abortAllRequested()) {
     log.LogError("Aborted by application");
     return false;
@@ -143,14 +145,15 @@ bool SmtpConnImpl::openConnection(const SmtpServer& given, SmtpCall& call) {
   }
   if (!areSafeSettings(given, log)) return false;
   SmtpServer server = given;
-  server.host = lowered(given.host);
+  server.host = base::lowered(given.host);
   log.LogInfo(atServer("Connecting to SMTP server ", given));
   log.LogData("smtp_host", given.host);
   log.LogData("smtp_port", std::to_string(given.port));
   const SmtpCredentials& credentials = given.credentials;
-  if (!credentials.domain.empty()) log.LogData("domain", loggable(credentials.domain));
+  if (!credentials.domain.empty()) log.LogData("domain", base::loggable(credentials.domain));
   log.LogData("smtp_user", credentials.username ? *credentials.username : "NULL");
-  log.LogData("trying-auth-method", credentials.complete() ? loggable(credentials.method) : "NONE");
+  log.LogData("trying-auth-method",
+              credentials.complete() ? base::loggable(credentials.method) : "NONE");
 
   if (("." + server.host).ends_with(kBlockedDomain)) {
     log.LogError(kBlockedMessage);
@@ -185,7 +188,8 @@ bool SmtpConnImpl::openConnection(const SmtpServer& given, SmtpCall& call) {
 }
 
 bool SmtpConnImpl::greetAndLogin(const SmtpServer& server, SmtpCall& call) {
-  const bool ehloFirst = containsNoCase(server.credentials.username.value_or(""), kEhloFirstDomain);
+  const bool ehloFirst =
+      base::containsNoCase(server.credentials.username.value_or(""), kEhloFirstDomain);
   if (server.startTls && !ehloFirst && !startTls(server, "Sending STARTTLS (1)...", call)) {
     return false;
   }
@@ -212,13 +216,13 @@ bool SmtpConnImpl::greetAndLogin(const SmtpServer& server, SmtpCall& call) {
 }
 
 bool SmtpConnImpl::secure(const SmtpServer& server, SmtpCall& call) {
-  return wire_.secure(lowered(server.host), static_cast<std::uint16_t>(server.port), server.tls,
-                      call);
+  return wire_.secure(base::lowered(server.host), static_cast<std::uint16_t>(server.port),
+                      server.tls, call);
 }
 
 // Nothing that the server says lets the session go on without TLS.
 bool SmtpConnImpl::startTls(const SmtpServer& server, const char* announcement, SmtpCall& call) {
-  LogBase& log = call.log;
+  base::LogBase& log = call.log;
   log.LogInfo(announcement);
   if (!wire_.sendCommand("STARTTLS", call)) {
     log.LogError("Failed to send STARTTLS");
@@ -292,7 +296,7 @@ bool SmtpConnImpl::sayEhlo(const SmtpServer& server, SmtpCall& call) {
 
 bool SmtpConnImpl::sayHelo(const SmtpServer& server, SmtpCall& call) {
   // The second try carries the server's own name, on purpose: some servers know no other.
-  const std::string names[] = {helloName(server), lowered(server.host)};
+  const std::string names[] = {helloName(server), base::lowered(server.host)};
   const char* failures[] = {"Failed to get response to Hello (HELO)",
                             "Failed to get response to 2nd-try Hello (HELO)"};
   for (int attempt = 0; attempt < 2; ++attempt) {
@@ -333,7 +337,7 @@ bool SmtpConnImpl::smtpQuit(SmtpCall& call) {
 }
 
 void SmtpConnImpl::hangUp() {
-  LogNull log;
+  base::LogNull log;
   ProgressMonitor progress;
   SmtpCall call{log, progress};
   wire_.setReadTimeout(kHangUpTimeoutMs);
@@ -347,8 +351,8 @@ bool SmtpConnImpl::sendEmail(Email2& message, const SendOptions& options, SmtpCa
                     message.recipients(RecipientKind::Cc), message.recipients(RecipientKind::Bcc)};
   if (envelope.to.empty()) call.log.LogInfo("Using undisclosed recipients");
   if (options.autoMessageId) message.generateMessageId(call.log);
-  call.log.LogData("subject", loggable(message.headerField("Subject")));
-  call.log.LogData("reversePath", loggable(envelope.reversePath));
+  call.log.LogData("subject", base::loggable(message.headerField("Subject")));
+  call.log.LogData("reversePath", base::loggable(envelope.reversePath));
 
   std::string mime;
   mime.reserve(message.sizeEstimate());

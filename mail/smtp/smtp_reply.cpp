@@ -1,6 +1,6 @@
 #include "mail/smtp/smtp_reply.h"
 
-#include "mail/mime/text_tools.h"
+#include "base/ascii.h"
 
 namespace kelvado {
 namespace {
@@ -35,13 +35,13 @@ constexpr MethodName kMethodNames[] = {
 };
 
 void noteExtension(std::string_view keywords, SmtpExtensions& extensions) {
-  if (beginsWithNoCase(keywords, "DSN")) {
+  if (base::beginsWithNoCase(keywords, "DSN")) {
     extensions.dsn = true;
-  } else if (equalsNoCase(trimmed(keywords), "PIPELINING")) {
+  } else if (base::equalsNoCase(base::trimmed(keywords), "PIPELINING")) {
     extensions.pipelining = true;
-  } else if (beginsWithNoCase(keywords, "AUTH ")) {
+  } else if (base::beginsWithNoCase(keywords, "AUTH ")) {
     for (const MethodName& row : kMethodNames) {
-      if (containsNoCase(keywords, row.name)) extensions.authMethods |= row.method;
+      if (base::containsNoCase(keywords, row.name)) extensions.authMethods |= row.method;
     }
   }
 }

@@ -1,8 +1,9 @@
 #include "mail/smtp/smtp_transaction.h"
 
-#include "mail/mime/text_tools.h"
+#include "base/ascii.h"
+#include "base/log_base.h"
 #include "mail/smtp/wire_text.h"
-#include "platform/files.h"
+#include "platform/system/files.h"
 
 namespace kelvado {
 namespace {
@@ -57,7 +58,8 @@ TransactionResult SmtpTransaction::mailFrom(const std::string& reversePath) {
   call_.log.LogError("Failed when sending MAIL FROM:<" + reversePath + ">");
   if (!commands_.sent() || wire_.replyCode() == kNoReplyCode) return lost();
   call_.log.LogData("response", wire_.loggableReply());
-  if (wire_.replyCode() == 421 && containsNoCase(wire_.replyText(), "maximum allowed messages")) {
+  if (wire_.replyCode() == 421 &&
+      base::containsNoCase(wire_.replyText(), "maximum allowed messages")) {
     call_.log.LogInfo("Need new SMTP connection");
     wire_.close();
     return TransactionResult::NeedsNewConnection;
@@ -191,7 +193,7 @@ void SmtpTransaction::appendToSentMailLog(std::string_view mime) {
   if (!written) call_.log.LogInfo("The log of sent mail cannot be written.");
 }
 
-bool logReuse(bool good, LogBase& log) {
+bool logReuse(bool good, base::LogBase& log) {
   log.LogInfo(good ? "Using existing/open SMTP connection to send email." : "RSET failed.");
   if (!good) log.LogInfo("Need new SMTP connection");
   return good;

@@ -7,6 +7,7 @@
 #include <string_view>
 #include <vector>
 
+#include "base/log_base.h"
 #include "mail/smtp/command_pipeline.h"
 #include "mail/smtp/envelope.h"
 #include "mail/smtp/smtp_wire.h"
@@ -81,6 +82,6 @@ class SmtpTransaction {
 };
 
 // Logs what RSET said of a connection that was kept, and returns it.
-bool logReuse(bool good, LogBase& log);
+bool logReuse(bool good, base::LogBase& log);
 
 }  // namespace kelvado

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 
+#include "base/text.h"
 #include "mail/smtp/wire_text.h"
 #include "net/http_tunnel.h"
 
@@ -73,14 +74,14 @@ void SmtpWire::shutdown(SmtpCall& call) {
 }
 
 bool SmtpWire::sendCommand(std::string_view command, SmtpCall& call) {
-  call.log.LogData("command", loggable(command));
+  call.log.LogData("command", base::loggable(command));
   return sendLine(command, call);
 }
 
 bool SmtpWire::sendCommands(std::span<const std::string> commands, SmtpCall& call) {
   std::string bytes;
   for (const std::string& command : commands) {
-    call.log.LogData("command", loggable(command));
+    call.log.LogData("command", base::loggable(command));
     bytes.append(command).append("\r\n");
   }
   return sendBytes(bytes, call);
@@ -125,7 +126,7 @@ std::string SmtpWire::loggableReply() const {
     return replyText().find(secret) != std::string::npos;
   };
   const bool tells = std::any_of(secrets_.begin(), secrets_.end(), isRepeated);
-  return tells ? std::to_string(replyCode()) : loggable(replyText());
+  return tells ? std::to_string(replyCode()) : base::loggable(replyText());
 }
 
 std::optional<SmtpExtensions> SmtpWire::readEhloReply(SmtpCall& call) {
@@ -156,7 +157,7 @@ bool SmtpWire::receiveReply(SmtpReply::Ending ending, SmtpCall& call) {
         // A reply of one line, however short, is still a whole one.
         outOfStep_ = reply_.text().size() > line.size() && !isBareCode(line);
         call.log.LogError("Unrecognized response from SMTP server");
-        call.log.LogData("line", loggable(line));
+        call.log.LogData("line", base::loggable(line));
         return false;
       case SmtpReply::Progress::TooLong:
         call.log.LogError("The SMTP server's reply is longer than allowed.");

@@ -11,7 +11,7 @@
 #include <string>
 #include <string_view>
 
-#include "mail/mime/log_base.h"
+#include "base/log_base.h"
 #include "mail/smtp/smtp_reply.h"
 #include "net/kelvado_socket.h"
 #include "net/progress.h"
@@ -21,7 +21,7 @@ namespace kelvado {
 
 // What every step of a session needs from the call it works for.
 struct SmtpCall {
-  LogBase& log;
+  base::LogBase& log;
   ProgressMonitor& progress;
 };
 

@@ -18,12 +18,6 @@ bool isSafeWord(std::string_view value);
 // Safe between '<' and '>', and one address, of a length that a command line can carry.
 bool isSafeAddress(std::string_view address);
 
-// What a stranger sent, fit for the log: at most kMaxLoggedBytes of it, bytes that a log cannot
-// carry shown as \xNN, and no end of a CDATA section.
-std::string loggable(std::string_view text);
-// The same on one line: a line break becomes a blank.
-std::string loggableLine(std::string_view text);
-
 // A message text piece by piece in its form for DATA: every line end CR LF, a dot behind a line
 // feed doubled (one at the very beginning is not). The terminator is not part of it. Keeps a view
 // of the text only, so that a message of many megabytes is not held twice.

@@ -6,8 +6,8 @@
 
 #include <gtest/gtest.h>
 
-#include "platform/file/reg_registry.h"
-#include "platform/files.h"
+#include "platform/registry/file/reg_registry.h"
+#include "platform/system/files.h"
 #include "tests/support/temp_dir.h"
 
 namespace config {

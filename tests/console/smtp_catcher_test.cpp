@@ -4,9 +4,9 @@
 
 #include <gtest/gtest.h>
 
-#include "mail/mime/log_null.h"
+#include "base/log_null.h"
 #include "net/kelvado_socket.h"
-#include "platform/files.h"
+#include "platform/system/files.h"
 #include "tests/support/temp_dir.h"
 
 namespace console {
@@ -40,7 +40,7 @@ class SmtpCatcherTest : public testing::Test {
 
   test_support::TempDir directory;
   SmtpCatcher catcher;
-  kelvado::LogNull log;
+  base::LogNull log;
   kelvado::ProgressMonitor progress;
 };
 

@@ -10,8 +10,9 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include "platform/code_page.h"
-#include "platform/files.h"
+#include "base/unicode.h"
+#include "platform/system/files.h"
+#include "platform/text/code_page.h"
 #include "tests/support/temp_dir.h"
 #include "tests/support/text_file.h"
 
@@ -55,16 +56,16 @@ struct FakeAccess final : DirectoryAccess {
   HResult initialise() override { return note("initialise"); }
   void uninitialise() override { note("uninitialise"); }
   HResult openObject(const Text& path, std::uint32_t flags, Owned<DirectoryObject>& got) override {
-    return open(std::to_string(flags) + " " + utf16ToUtf8(path), got);
+    return open(std::to_string(flags) + " " + base::utf16ToUtf8(path), got);
   }
   HResult openSearch(const Text& path, std::uint32_t flags, Owned<DirectorySearch>& got) override {
-    return open(std::to_string(flags) + " search " + utf16ToUtf8(path), got);
+    return open(std::to_string(flags) + " search " + base::utf16ToUtf8(path), got);
   }
   HResult getObject(const Text& path, Owned<DirectoryObject>& got) override {
-    return open(utf16ToUtf8(path), got);
+    return open(base::utf16ToUtf8(path), got);
   }
   HResult getSearch(const Text& path, Owned<DirectorySearch>& got) override {
-    return open("search " + utf16ToUtf8(path), got);
+    return open("search " + base::utf16ToUtf8(path), got);
   }
   DirectoryError lastError() override {
     const std::uint32_t code = lastErrors.front();
@@ -81,7 +82,7 @@ struct Handle final : DirectoryObject, DirectoryUser, DirectorySearch, SearchRow
   std::size_t row = 0;
 
   HResult get(const Text& attribute, Text& value) override {
-    return access.note("get " + utf16ToUtf8(attribute), u"DC=site", value);
+    return access.note("get " + base::utf16ToUtf8(attribute), u"DC=site", value);
   }
   HResult queryUser(Owned<DirectoryUser>& user) override { return access.open("user", user); }
   HResult emailAddress(Text& value) override { return access.note("email", u"a@b.example", value); }
@@ -94,7 +95,7 @@ struct Handle final : DirectoryObject, DirectoryUser, DirectorySearch, SearchRow
     return access.note("page " + std::to_string(size));
   }
   HResult execute(const Text& filter, const Text& attribute, Owned<SearchRows>& rows) override {
-    return access.open("find " + utf16ToUtf8(filter + u" " + attribute), rows);
+    return access.open("find " + base::utf16ToUtf8(filter + u" " + attribute), rows);
   }
   HResult next() override {
     return row == access.rows.size() ? kAdsNoMoreRows : access.rows[row++].moved;

@@ -5,7 +5,7 @@
 
 #include <gtest/gtest.h>
 
-#include "platform/files.h"
+#include "platform/system/files.h"
 #include "tests/support/manual_clock.h"
 #include "tests/support/temp_dir.h"
 #include "tests/support/text_file.h"

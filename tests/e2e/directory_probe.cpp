@@ -10,9 +10,9 @@
 #include <iostream>
 #include <string>
 
-#include "platform/file/reg_registry.h"
-#include "platform/posix/directory_settings.h"
-#include "platform/posix/ldap_source.h"
+#include "platform/directory/directory_settings.h"
+#include "platform/directory/ldap/ldap_source.h"
+#include "platform/registry/file/reg_registry.h"
 
 // Cyrus SASL keeps the credentials of a Kerberos bind that agrees on no security layer (within
 // TLS).
@@ -45,7 +45,9 @@ int main(int count, char** arguments) {
   std::string text;
   const auto registry = platform::RegRegistry::load(arguments[1], text);
   platform::DirectorySettings settings;
-  if (registry == nullptr || !readDirectorySettings(*registry, "", settings, text)) {
+  if (registry == nullptr ||
+      !readDirectorySettings(*registry, "", platform::ServedDirectories::LdapAndLdif, settings,
+                             text)) {
     return refuse(0, text);
   }
   if (const int seconds = std::atoi(arguments[2]); seconds > 0) {

@@ -3,7 +3,7 @@
 
 #include <gtest/gtest.h>
 
-#include "mail/mime/error_log.h"
+#include "mail/core/error_log.h"
 #include "mail/mime/identifiers.h"
 #include "net/host_resolver.h"
 #include "net/socket_errors.h"

@@ -4,8 +4,8 @@
 #include <gtest/gtest.h>
 
 #include "notify/run_logs.h"
-#include "platform/code_page.h"
-#include "platform/files.h"
+#include "platform/system/files.h"
+#include "platform/text/code_page.h"
 #include "tests/support/manual_clock.h"
 #include "tests/support/temp_dir.h"
 #include "tests/support/text_file.h"

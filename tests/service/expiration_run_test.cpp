@@ -8,11 +8,12 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include "base/unicode.h"
 #include "console/smtp_catcher.h"
-#include "platform/code_page.h"
-#include "platform/file/ldif_source.h"
-#include "platform/file/reg_registry.h"
-#include "platform/file/snapshot_directory.h"
+#include "platform/directory/ldif/ldif_source.h"
+#include "platform/directory/snapshot_directory.h"
+#include "platform/registry/file/reg_registry.h"
+#include "platform/text/code_page.h"
 #include "service/expiration_worker.h"
 #include "tests/support/test_site.h"
 #include "tests/support/text_file.h"
@@ -190,7 +191,7 @@ TEST(Pass, ReadsListLinesAsTheyAre) {
   std::vector<std::string> names;
   for (const auto& verdict : record.verdicts) {
     if (verdict.slot != 1) continue;
-    names.push_back(platform::utf16ToUtf8(platform::ansiToUtf16(verdict.username)));
+    names.push_back(base::utf16ToUtf8(platform::ansiToUtf16(verdict.username)));
   }
   // A read takes 127 characters; the last of each is taken for the line end. Bytes that are not
   // UTF-8 are Windows-1252, so that they stay different names.

@@ -4,9 +4,9 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include "config/format_text.h"
-#include "platform/file/reg_registry.h"
-#include "platform/files.h"
+#include "base/format_text.h"
+#include "platform/registry/file/reg_registry.h"
+#include "platform/system/files.h"
 #include "service/service_entry.h"
 #include "service/service_installer.h"
 #include "tests/support/manual_clock.h"
@@ -44,18 +44,18 @@ struct FakeSystem : ServiceControl, WorkerThreads, Process, service::ServiceWork
     return call("register " + name) ? 7 : 0;
   }
   bool setStatus(ServiceHandle handle, const ServiceStatus& s) override {
-    return call(config::formatText("status %u,%u,%u,%u,%u,%u,%u to %d", s.type,
-                                   static_cast<unsigned>(s.state), s.controlsAccepted, s.exitCode,
-                                   s.serviceSpecificCode, s.checkPoint, s.waitHint,
-                                   static_cast<int>(handle)));
+    return call(base::formatText("status %u,%u,%u,%u,%u,%u,%u to %d", s.type,
+                                 static_cast<unsigned>(s.state), s.controlsAccepted, s.exitCode,
+                                 s.serviceSpecificCode, s.checkPoint, s.waitHint,
+                                 static_cast<int>(handle)));
   }
   ServiceHandle openManager(ManagerAccess access) override {
     return call(access == ManagerAccess::All ? "manager all" : "manager connect") ? 1 : 0;
   }
   ServiceHandle createService(ServiceHandle manager, const NewService& s) override {
-    return call(config::formatText("create %d %s|%s|%s|%s|%u%u%u", static_cast<int>(manager),
-                                   s.name.c_str(), s.displayName.c_str(), s.imagePath.c_str(),
-                                   s.dependencies.c_str(), s.type, s.startType, s.errorControl))
+    return call(base::formatText("create %d %s|%s|%s|%s|%u%u%u", static_cast<int>(manager),
+                                 s.name.c_str(), s.displayName.c_str(), s.imagePath.c_str(),
+                                 s.dependencies.c_str(), s.type, s.startType, s.errorControl))
                ? 2
                : 0;
   }
@@ -238,8 +238,8 @@ TEST(ServiceInstaller, RemovesWhateverFails) {
 }
 
 std::string status(int state, int exitCode = 0, int checkPoint = 0, int hint = 0) {
-  return config::formatText("status 16,%d,%d,%d,0,%d,%d to 7\n", state, state == 2 ? 0 : 7,
-                            exitCode, checkPoint, hint);
+  return base::formatText("status 16,%d,%d,%d,0,%d,%d to 7\n", state, state == 2 ? 0 : 7, exitCode,
+                          checkPoint, hint);
 }
 
 TEST(ServiceMain, StartsRunsAndCleansUpWithTheErrorOfWhatFailed) {

@@ -6,7 +6,7 @@
 #include <string>
 #include <vector>
 
-#include "platform/socket_api.h"
+#include "platform/network/socket_api.h"
 #include "tests/support/manual_clock.h"
 
 namespace test_support {

@@ -3,7 +3,8 @@
 
 #include <cstdint>
 
-#include "platform/clock.h"
+#include "base/timestamp.h"
+#include "platform/system/clock.h"
 
 namespace test_support {
 
@@ -12,13 +13,13 @@ inline constexpr std::int64_t kFileTimeSecond = 10000000;
 
 class ManualClock : public platform::Clock {
  public:
-  platform::LocalTime local{2026, 3, 4, 5, 9, 7, 3};  // Thursday, 5 March 2026, 09:07:03
+  base::LocalTime local{2026, 3, 4, 5, 9, 7, 3};  // Thursday, 5 March 2026, 09:07:03
   platform::TimeZone zone;
   std::int64_t now = 134171752230000000;  // the same
   double uptime = 100000;
   std::uint32_t ticks = 0;
 
-  platform::LocalTime localTime() override { return local; }
+  base::LocalTime localTime() override { return local; }
   platform::TimeZone timeZone() override { return zone; }
   std::int64_t fileTime() override { return now; }
   double uptimeSeconds() override { return uptime; }

@@ -23,7 +23,7 @@
 #include <thread>
 #include <vector>
 
-#include "platform/socket_api.h"
+#include "platform/network/socket_api.h"
 
 namespace test_support {
 

@@ -5,12 +5,12 @@
 
 #include <gtest/gtest.h>
 
-#include "config/format_text.h"
+#include "base/format_text.h"
+#include "base/text.h"
 #include "config/registry_readers.h"
-#include "mail/mime/text_tools.h"
-#include "platform/file/ldif_source.h"
-#include "platform/file/reg_registry.h"
-#include "platform/file/snapshot_directory.h"
+#include "platform/directory/ldif/ldif_source.h"
+#include "platform/directory/snapshot_directory.h"
+#include "platform/registry/file/reg_registry.h"
 #include "tests/support/text_file.h"
 
 namespace test_support {
@@ -44,7 +44,7 @@ void TestSite::set(const std::string& key, const std::string& value, const std::
 }
 
 void TestSite::setNumber(const std::string& key, const std::string& value, std::uint32_t number) {
-  set(key, value, config::formatText("dword:%08x", number));
+  set(key, value, base::formatText("dword:%08x", number));
 }
 
 void TestSite::setting(const std::string& value, std::uint32_t number) {
@@ -53,8 +53,8 @@ void TestSite::setting(const std::string& value, std::uint32_t number) {
 
 void TestSite::setting(const std::string& value, const std::string& text) {
   std::string quoted = text;
-  kelvado::replaceAll(quoted, "\\", "\\\\");
-  kelvado::replaceAll(quoted, "\"", "\\\"");
+  base::replaceAll(quoted, "\\", "\\\\");
+  base::replaceAll(quoted, "\"", "\\\"");
   set(config::kExpirationKeyMpe, value, "\"" + quoted + "\"");
 }
 

@@ -4,8 +4,9 @@
 
 #include <string>
 
-#include "platform/code_page.h"
-#include "platform/files.h"
+#include "base/unicode.h"
+#include "platform/system/files.h"
+#include "platform/text/code_page.h"
 
 namespace test_support {
 
@@ -16,7 +17,7 @@ inline std::string readText(const std::string& name) {
   if (file == nullptr) return text;
   constexpr std::size_t kLongestLine = 65536;
   for (std::string line; platform::readTextLine(file.get(), kLongestLine, line);) text += line;
-  return platform::utf16ToUtf8(platform::ansiToUtf16(text));
+  return base::utf16ToUtf8(platform::ansiToUtf16(text));
 }
 
 // The bytes on disk; empty when the file cannot be read.

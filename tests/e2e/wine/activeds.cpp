@@ -8,7 +8,7 @@
 #include <windows.h>
 #include <activeds.h>
 
-#include "platform/directory_access.h"
+#include "platform/directory/directory_access.h"
 #include "tests/e2e/wine/recorded_domain.h"
 
 #define EXPORTED extern "C" __declspec(dllexport)

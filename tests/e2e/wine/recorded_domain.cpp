@@ -6,10 +6,10 @@
 
 #include <windows.h>
 
-#include "platform/clock.h"
-#include "platform/code_page.h"
-#include "platform/file/ldif_source.h"
-#include "platform/files.h"
+#include "base/unicode.h"
+#include "platform/directory/ldif/ldif_source.h"
+#include "platform/system/clock.h"
+#include "platform/system/files.h"
 
 namespace stand_in {
 namespace {
@@ -45,7 +45,7 @@ bool begin(const std::string& call, const std::string& details) {
 }
 
 std::string shown(const wchar_t* text) {
-  return text == nullptr ? "null" : platform::utf16ToUtf8(utf16(text));
+  return text == nullptr ? "null" : base::utf16ToUtf8(utf16(text));
 }
 
 std::u16string utf16(const wchar_t* text) {

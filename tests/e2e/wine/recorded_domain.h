@@ -5,7 +5,7 @@
 
 #include <string>
 
-#include "platform/file/snapshot_directory.h"
+#include "platform/directory/snapshot_directory.h"
 
 namespace stand_in {
 

@@ -8,7 +8,7 @@
 #include <gtest/gtest.h>
 
 #include "mail/mime/cls_email.h"
-#include "platform/files.h"
+#include "platform/system/files.h"
 #include "tests/mail/mime/text_checks.h"
 #include "tests/support/temp_dir.h"
 

@@ -10,11 +10,11 @@
 
 #include <gtest/gtest.h>
 
+#include "base/ascii.h"
 #include "mail/mime/base64.h"
 #include "mail/mime/charset.h"
 #include "mail/mime/encoded_word.h"
 #include "mail/mime/quoted_printable.h"
-#include "mail/mime/text_tools.h"
 #include "mail/mime/uu.h"
 
 namespace kelvado {
@@ -130,12 +130,12 @@ TEST(EncodedWord, NoWordIsTooLongOrSplitsACharacter) {
       std::istringstream lines(std::string(column, ' ') + encoded);
       for (std::string line; std::getline(lines, line);) {
         line = line.substr(0, line.find('\r'));
-        const std::string_view word = trimmed(line);
+        const std::string_view word = base::trimmed(line);
         EXPECT_LE(line.size(), std::max<std::size_t>(76, column));
         EXPECT_LE(word.size(), 75U);
         EXPECT_EQ(decodeHeaderText(word).find("\xEF\xBF\xBD"), std::string::npos) << word;
       }
-      EXPECT_TRUE(trimmed(decodeHeaderText(encoded)) == text);
+      EXPECT_TRUE(base::trimmed(decodeHeaderText(encoded)) == text);
     }
   }
 }

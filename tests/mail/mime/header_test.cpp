@@ -6,13 +6,14 @@
 
 #include <gtest/gtest.h>
 
+#include "base/text.h"
+#include "base/timestamp.h"
 #include "mail/mime/content_type.h"
 #include "mail/mime/content_types_by_extension.h"
 #include "mail/mime/header_writer.h"
 #include "mail/mime/identifiers.h"
 #include "mail/mime/mail_date.h"
 #include "mail/mime/mime_parameter.h"
-#include "mail/mime/text_tools.h"
 #include "tests/mail/mime/text_checks.h"
 
 namespace kelvado {
@@ -72,7 +73,7 @@ TEST(HeaderWriter, NoLineIsTooLong) {
   std::string wide;
   for (int i = 0; i < 600; ++i) wide += "\xE6\x97\xA5";
   std::string folded = onTheWire("Subject", "?q?" + wide);
-  replaceAll(folded, "\r\n ", "");
+  base::replaceAll(folded, "\r\n ", "");
   EXPECT_NE(folded.find(wide), std::string::npos);
   // Where no good way is left, the limit of the protocol holds all the same.
   for (const std::string_view name : {"References", "To", "Subject"}) {
@@ -145,8 +146,8 @@ TEST(Identifiers, BoundariesAreMadeOfThem) {
 }
 
 TEST(MailDate, FormatsLocalTimeAndZone) {
-  const platform::LocalTime noon{2026, 7, 2, 21, 12, 0, 0};
-  const std::tuple<platform::LocalTime, platform::TimeZone, std::string_view> rows[] = {
+  const base::LocalTime noon{2026, 7, 2, 21, 12, 0, 0};
+  const std::tuple<base::LocalTime, platform::TimeZone, std::string_view> rows[] = {
       {{2008, 1, 6, 5, 9, 3, 7}, {300, 0, false}, "Sat, 05 Jan 2008 09:03:07 -0500"},
       {noon, {-330, 0, false}, "Tue, 21 Jul 2026 12:00:00 +0530"},
       {noon, {-60, -60, true}, "Tue, 21 Jul 2026 12:00:00 +0200"},

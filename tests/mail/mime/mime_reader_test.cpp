@@ -4,9 +4,9 @@
 
 #include <gtest/gtest.h>
 
-#include "mail/mime/error_log.h"
+#include "base/text.h"
+#include "mail/core/error_log.h"
 #include "mail/mime/mime_message2.h"
-#include "mail/mime/text_tools.h"
 #include "tests/mail/mime/text_checks.h"
 
 namespace kelvado {
@@ -41,7 +41,7 @@ TEST(MimeReader, ReadsHeadersAsOthersWriteThem) {
       "=CF=F0 =\r\nx  \r\n";
   for (const bool lfOnly : {false, true}) {
     std::string text = lines;
-    if (lfOnly) replaceAll(text, "\r\n", "\n");
+    if (lfOnly) base::replaceAll(text, "\r\n", "\n");
     const auto message = parsed(text);
     EXPECT_EQ(message->headerField("subject"), "Gr\xC3\xBC\xC3\x9Fz!");
     EXPECT_EQ(message->recipients(RecipientKind::To),
@@ -181,8 +181,8 @@ TEST(MimeReader, SurvivesDamagedText) {
     const auto message = parsed(damaged);
     message->normaliseTransferEncodings();
     std::string before, after;
-    appendWithCrLf(outline(*message), before);
-    appendWithCrLf(outline(*parsed(written(*message))), after);
+    base::appendWithCrLf(outline(*message), before);
+    base::appendWithCrLf(outline(*parsed(written(*message))), after);
     EXPECT_EQ(after, before) << at;
   }
 }

@@ -6,12 +6,13 @@
 
 #include <gtest/gtest.h>
 
-#include "mail/mime/cls_base.h"
-#include "mail/mime/data_buffer.h"
+#include "base/ascii.h"
+#include "base/text.h"
+#include "mail/core/cls_base.h"
+#include "mail/core/data_buffer.h"
+#include "mail/core/kv_string.h"
+#include "mail/core/string_buffer.h"
 #include "mail/mime/kv_email.h"
-#include "mail/mime/kv_string.h"
-#include "mail/mime/string_buffer.h"
-#include "mail/mime/text_tools.h"
 #include "tests/support/temp_dir.h"
 #include "tests/support/text_file.h"
 
@@ -20,7 +21,7 @@ namespace {
 
 TEST(StringBuffer, ChangesTextInPlace) {
   const auto endLinesWithCrLf = [](StringBuffer& s) {
-    appendWithCrLf(std::exchange(s.text(), {}), s.text());
+    base::appendWithCrLf(std::exchange(s.text(), {}), s.text());
   };
   const std::tuple<std::string_view, std::string_view, void (*)(StringBuffer&)> rows[] = {
       {"ab", std::string_view("abc\0d", 5), [](StringBuffer& s) { s.appendN("c\0d", 3); }},
@@ -45,11 +46,11 @@ TEST(StringBuffer, ChangesTextInPlace) {
 
 TEST(StringBuffer, FindsTheFirst8bitByteWhereverItIs) {
   for (std::size_t length = 0; length < 20; ++length) {
-    EXPECT_FALSE(contains8bit(std::string(length, '\x7F')));
+    EXPECT_FALSE(base::contains8bit(std::string(length, '\x7F')));
     for (std::size_t at = 0; at < length; ++at) {
       std::string text(length, 'x');
       text[at] = '\x80';
-      EXPECT_TRUE(contains8bit(text)) << length << " " << at;
+      EXPECT_TRUE(base::contains8bit(text)) << length << " " << at;
     }
   }
 }

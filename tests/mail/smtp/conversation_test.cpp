@@ -3,8 +3,8 @@
 #include <sanitizer/lsan_interface.h>
 #endif
 
-#include "platform/files.h"
-#include "platform/security_package.h"
+#include "platform/network/security_package.h"
+#include "platform/system/files.h"
 #include "tests/mail/smtp/conversation.h"
 #include "tests/support/temp_dir.h"
 

@@ -3,6 +3,7 @@
 
 #include <gtest/gtest.h>
 
+#include "base/text.h"
 #include "mail/smtp/cls_mail_man.h"
 #include "mail/smtp/smtp_auth.h"
 #include "mail/smtp/smtp_reply.h"
@@ -123,13 +124,13 @@ TEST(WireText, KnowsWhatMayGoIntoACommand) {
 }
 
 TEST(WireText, ShowsForeignBytesInTheLog) {
-  EXPECT_EQ(loggableLine("a\r\nb\x1B"), "a  b\\x1B");
-  EXPECT_EQ(loggable("250 ok\r\n"), "250 ok\r\n");
-  EXPECT_EQ(loggable("a\0b\x1B\x7F"s), "a\\x00b\\x1B\\x7F");
-  EXPECT_EQ(loggable("Gr\xC3\xBC\xC3\x9F"), "Gr\xC3\xBC\xC3\x9F");
-  EXPECT_EQ(loggable("Gr\xFC"), "Gr\\xFC");
-  EXPECT_EQ(loggable("<![CDATA[ ]]>"), "<![CDATA[ ]] >");
-  EXPECT_EQ(loggable(std::string(10000, 'x')).size(), 4099U);
+  EXPECT_EQ(base::loggableLine("a\r\nb\x1B"), "a  b\\x1B");
+  EXPECT_EQ(base::loggable("250 ok\r\n"), "250 ok\r\n");
+  EXPECT_EQ(base::loggable("a\0b\x1B\x7F"s), "a\\x00b\\x1B\\x7F");
+  EXPECT_EQ(base::loggable("Gr\xC3\xBC\xC3\x9F"), "Gr\xC3\xBC\xC3\x9F");
+  EXPECT_EQ(base::loggable("Gr\xFC"), "Gr\\xFC");
+  EXPECT_EQ(base::loggable("<![CDATA[ ]]>"), "<![CDATA[ ]] >");
+  EXPECT_EQ(base::loggable(std::string(10000, 'x')).size(), 4099U);
 }
 
 TEST(MxLookup, OrdersTheHostsOfADomain) {

@@ -2,7 +2,7 @@
 // that tampers with the start of TLS achieves.
 #include <cstdlib>
 
-#include "platform/files.h"
+#include "platform/system/files.h"
 #include "tests/mail/smtp/conversation.h"
 #include "tests/support/temp_dir.h"
 #include "tests/support/tls_server.h"

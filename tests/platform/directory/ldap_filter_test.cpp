@@ -1,5 +1,5 @@
 // Search filters: what they match, and what is no filter.
-#include "platform/file/ldap_filter.h"
+#include "platform/directory/ldap_filter.h"
 
 #include <sstream>
 #include <string>

@@ -1,5 +1,5 @@
 // LDIF as tools and people write it, its faults, and the forced expiry in the file.
-#include "platform/file/ldif_source.h"
+#include "platform/directory/ldif/ldif_source.h"
 
 #include <filesystem>
 #include <string>
@@ -8,8 +8,8 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include "platform/file/byte_lines.h"
-#include "platform/files.h"
+#include "platform/system/files.h"
+#include "platform/text/byte_lines.h"
 #include "tests/support/temp_dir.h"
 #include "tests/support/text_file.h"
 

@@ -1,6 +1,6 @@
 // Which entries of a DACL keep an account from changing its password, and that damaged descriptors
 // do no harm.
-#include "platform/file/security_descriptor.h"
+#include "platform/directory/security_descriptor.h"
 
 #include <string>
 #include <utility>

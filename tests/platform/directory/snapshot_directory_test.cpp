@@ -1,5 +1,5 @@
 // Look-ups over a snapshot: paths, searches, account data, and when the source is asked.
-#include "platform/file/snapshot_directory.h"
+#include "platform/directory/snapshot_directory.h"
 
 #include <string>
 #include <vector>
@@ -7,8 +7,8 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include "platform/file/ldif_source.h"
-#include "platform/files.h"
+#include "platform/directory/ldif/ldif_source.h"
+#include "platform/system/files.h"
 #include "tests/support/manual_clock.h"
 #include "tests/support/temp_dir.h"
 

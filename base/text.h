@@ -1,0 +1,32 @@
+// Small operations on text and lines of text, and what of a stranger's text may go into a log.
+// Pure functions.
+#pragma once
+
+#include <string>
+#include <string_view>
+
+namespace base {
+
+// Every occurrence, left to right, going on after what was put in. An empty `from` changes nothing.
+// Returns how many were replaced.
+int replaceAll(std::string& text, std::string_view from, std::string_view to);
+
+// Takes the first line off the text and returns it without its line end, LF or CR LF.
+std::string_view takeLine(std::string_view& text);
+
+// Without line feeds, carriage returns and NULs, so that it can't start a new line or end early.
+std::string withoutLineBreaks(std::string_view text);
+
+// The text with every line ended by CR LF, whatever ended it before: CR LF, LF or CR.
+void appendWithCrLf(std::string_view text, std::string& out);
+
+// A byte below 0x20, or DEL.
+bool isControl(char c);
+
+// What a stranger sent, fit for a log: at most 4,096 bytes of it, bytes that a log cannot carry
+// shown as \xNN, and no end of a CDATA section. UTF-8 stays.
+std::string loggable(std::string_view text);
+// The same on one line: a line break becomes a blank.
+std::string loggableLine(std::string_view text);
+
+}  // namespace base

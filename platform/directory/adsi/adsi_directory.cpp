@@ -1,0 +1,221 @@
+#include "platform/directory/adsi/adsi_directory.h"
+
+#include <algorithm>
+#include <array>
+#include <string_view>
+#include <utility>
+
+#include <windows.h>
+#include <activeds.h>
+
+#include "base/unicode.h"
+#include "platform/directory/adsi/com_types.h"
+#include "platform/text/windows/wide_text.h"
+
+namespace platform {
+namespace {
+
+// How many characters ADsGetLastError may fill of each of its two texts.
+constexpr std::size_t kErrorTextCapacity = 512;
+
+HResult resultOf(HRESULT status) {
+  return static_cast<HResult>(status);
+}
+
+class AdsiUser final : public DirectoryUser {
+ public:
+  explicit AdsiUser(ComPtr<IADsUser> user) : user_(std::move(user)) {}
+
+  HResult emailAddress(std::u16string& value) override {
+    return read(&IADsUser::get_EmailAddress, value);
+  }
+  HResult firstName(std::u16string& value) override {
+    return read(&IADsUser::get_FirstName, value);
+  }
+  HResult lastName(std::u16string& value) override { return read(&IADsUser::get_LastName, value); }
+
+ private:
+  HResult read(HRESULT (WINAPI IADsUser::*property)(BSTR*), std::u16string& value) {
+    Bstr text;
+    const HRESULT status = (user_.operator->()->*property)(text.out());
+    if (SUCCEEDED(status)) value = fromWide(text.get());
+    return resultOf(status);
+  }
+
+  ComPtr<IADsUser> user_;
+};
+
+class AdsiObject final : public DirectoryObject {
+ public:
+  explicit AdsiObject(ComPtr<IADs> object) : object_(std::move(object)) {}
+
+  HResult get(const std::u16string& attribute, std::u16string& value) override {
+    const Bstr name(toWide(attribute));
+    Variant variant;
+    const HRESULT status = object_->Get(name.get(), variant.get());
+    if (FAILED(status)) return resultOf(status);
+    if (V_VT(variant.get()) != VT_BSTR) return resultOf(E_ADS_CANT_CONVERT_DATATYPE);
+    value = fromWide(V_BSTR(variant.get()));
+    return resultOf(status);
+  }
+
+  HResult queryUser(std::unique_ptr<DirectoryUser>& user) override {
+    ComPtr<IADsUser> found;
+    const HRESULT status = object_->QueryInterface(IID_IADsUser, found.out());
+    if (SUCCEEDED(status)) user = std::make_unique<AdsiUser>(std::move(found));
+    return resultOf(status);
+  }
+
+ private:
+  ComPtr<IADs> object_;
+};
+
+// The first value of a column that holds texts; of any other, an empty one.
+std::u16string firstValue(const ADS_SEARCH_COLUMN& column) {
+  if (column.dwNumValues == 0 || column.pADsValues == nullptr) return {};
+  switch (column.dwADsType) {
+    case ADSTYPE_DN_STRING:
+    case ADSTYPE_CASE_EXACT_STRING:
+    case ADSTYPE_CASE_IGNORE_STRING:
+      return fromWide(column.pADsValues->CaseIgnoreString);  // one union, the same member type
+    default:
+      return {};
+  }
+}
+
+class AdsiRows final : public SearchRows {
+ public:
+  AdsiRows(ComPtr<IDirectorySearch> search, ADS_SEARCH_HANDLE handle)
+      : search_(std::move(search)), handle_(handle) {}
+  ~AdsiRows() override { search_->CloseSearchHandle(handle_); }
+  AdsiRows(const AdsiRows&) = delete;
+  AdsiRows& operator=(const AdsiRows&) = delete;
+
+  HResult next() override { return resultOf(search_->GetNextRow(handle_)); }
+
+  HResult column(const std::u16string& attribute, SearchColumn& column) override {
+    std::wstring name = toWide(attribute);
+    ADS_SEARCH_COLUMN native{};
+    const HRESULT status = search_->GetColumn(handle_, name.data(), &native);
+    if (FAILED(status)) return resultOf(status);
+    column.type = static_cast<AdsType>(native.dwADsType);
+    column.firstValue = firstValue(native);
+    search_->FreeColumn(&native);
+    return resultOf(status);
+  }
+
+ private:
+  ComPtr<IDirectorySearch> search_;
+  ADS_SEARCH_HANDLE handle_;
+};
+
+class AdsiSearch final : public DirectorySearch {
+ public:
+  explicit AdsiSearch(ComPtr<IDirectorySearch> search) : search_(std::move(search)) {}
+
+  HResult setScope(SearchScope scope) override {
+    return setPreference(ADS_SEARCHPREF_SEARCH_SCOPE, static_cast<DWORD>(scope));
+  }
+  HResult setPageSize(std::uint32_t rows) override {
+    return setPreference(ADS_SEARCHPREF_PAGESIZE, rows);
+  }
+
+  HResult execute(const std::u16string& filter, const std::u16string& attribute,
+                  std::unique_ptr<SearchRows>& rows) override {
+    std::wstring text = toWide(filter);
+    std::wstring name = toWide(attribute);
+    LPWSTR names[] = {name.data()};
+    ADS_SEARCH_HANDLE handle = nullptr;
+    const HRESULT status = search_->ExecuteSearch(text.data(), names, 1, &handle);
+    if (SUCCEEDED(status)) rows = std::make_unique<AdsiRows>(search_, handle);
+    return resultOf(status);
+  }
+
+ private:
+  HResult setPreference(ADS_SEARCHPREF_ENUM which, DWORD number) {
+    ADS_SEARCHPREF_INFO preference{};
+    preference.dwSearchPref = which;
+    preference.vValue.dwType = ADSTYPE_INTEGER;
+    preference.vValue.Integer = number;
+    return resultOf(search_->SetSearchPreference(&preference, 1));
+  }
+
+  ComPtr<IDirectorySearch> search_;
+};
+
+class AdsiDirectory final : public DirectoryAccess {
+ public:
+  HResult initialise() override {
+    const HRESULT status = CoInitialize(nullptr);
+    if (SUCCEEDED(status)) ++initialised_;
+    return resultOf(status);
+  }
+
+  void uninitialise() override {
+    // Callers end what they began whether or not it succeeded; COM counts only what did.
+    if (initialised_ == 0) return;
+    --initialised_;
+    CoUninitialize();
+  }
+
+  HResult openObject(const std::u16string& path, std::uint32_t flags,
+                     std::unique_ptr<DirectoryObject>& object) override {
+    return open<IADs, AdsiObject>(path, flags, IID_IADs, object);
+  }
+  HResult openSearch(const std::u16string& path, std::uint32_t flags,
+                     std::unique_ptr<DirectorySearch>& search) override {
+    return open<IDirectorySearch, AdsiSearch>(path, flags, IID_IDirectorySearch, search);
+  }
+  HResult getObject(const std::u16string& path, std::unique_ptr<DirectoryObject>& object) override {
+    return get<IADs, AdsiObject>(path, IID_IADs, object);
+  }
+  HResult getSearch(const std::u16string& path, std::unique_ptr<DirectorySearch>& search) override {
+    return get<IDirectorySearch, AdsiSearch>(path, IID_IDirectorySearch, search);
+  }
+
+  DirectoryError lastError() override {
+    std::array<wchar_t, kErrorTextCapacity> text{};
+    std::array<wchar_t, kErrorTextCapacity> provider{};
+    DWORD code = 0;
+    DirectoryError error;
+    if (FAILED(
+            ADsGetLastError(&code, text.data(), text.size(), provider.data(), provider.size()))) {
+      return error;
+    }
+    error.code = code;
+    error.text = base::utf16ToUtf8(fromWide(text.data()));
+    std::replace_if(
+        error.text.begin(), error.text.end(), [](char c) { return c == '\r' || c == '\n'; }, ' ');
+    error.provider = base::utf16ToUtf8(fromWide(provider.data()));
+    return error;
+  }
+
+ private:
+  template <class Interface, class Wrapper, class Result>
+  static HResult open(const std::u16string& path, std::uint32_t flags, REFIID id,
+                      std::unique_ptr<Result>& result) {
+    ComPtr<Interface> opened;
+    const HRESULT status =
+        ADsOpenObject(toWide(path).c_str(), nullptr, nullptr, flags, id, opened.out());
+    if (SUCCEEDED(status)) result = std::make_unique<Wrapper>(std::move(opened));
+    return resultOf(status);
+  }
+
+  template <class Interface, class Wrapper, class Result>
+  static HResult get(const std::u16string& path, REFIID id, std::unique_ptr<Result>& result) {
+    ComPtr<Interface> opened;
+    const HRESULT status = ADsGetObject(toWide(path).c_str(), id, opened.out());
+    if (SUCCEEDED(status)) result = std::make_unique<Wrapper>(std::move(opened));
+    return resultOf(status);
+  }
+
+  int initialised_ = 0;
+};
+
+}  // namespace
+
+std::unique_ptr<DirectoryAccess> makeAdsiDirectory() {
+  return std::make_unique<AdsiDirectory>();
+}
+
+}  // namespace platform

@@ -1,0 +1,47 @@
+// What one pass needs to know of a domain, read at once and held in memory: the users with the few
+// attributes this system asks for. A source fills it (an LDIF file, an LDAP server);
+// SnapshotDirectory answers look-ups from it.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <string>
+#include <vector>
+
+#include "platform/directory/account_database.h"
+#include "platform/directory/directory_access.h"
+
+namespace platform {
+
+// A security principal with a logon name. Texts are UTF-8.
+struct DirectoryEntry {
+  std::string dn;
+  std::string logonName;  // sAMAccountName
+  std::string mail;
+  std::string givenName;
+  std::string surname;               // sn
+  std::int64_t pwdLastSet = 0;       // FILETIME; 0: to be changed at next logon
+  std::uint32_t accountControl = 0;  // userAccountControl
+  bool cantChangePassword = false;   // as the security descriptor says
+  bool isPerson = true;              // objectCategory; false for computers
+  std::uint64_t sourceOffset = 0;    // the source's own mark, for expirePassword
+  std::uint32_t sourceLength = 0;
+};
+
+struct DirectorySnapshot {
+  std::string namingContext;   // DN of the domain head
+  std::int64_t maxPwdAge = 0;  // negative 100 ns units; 0 or the lowest number: never
+  std::vector<DirectoryEntry> entries;
+  std::vector<std::string> warnings;  // entries that could not be used: one line each
+};
+
+class DirectorySource {
+ public:
+  virtual ~DirectorySource() = default;
+  // Fills an empty snapshot. On failure an HRESULT, `error` set and the snapshot empty.
+  virtual HResult load(DirectorySnapshot& snapshot, DirectoryError& error) = 0;
+  // Sets pwdLastSet to 0 in the directory itself.
+  virtual NetStatus expirePassword(const DirectoryEntry& entry, DirectoryError& error) = 0;
+};
+
+}  // namespace platform

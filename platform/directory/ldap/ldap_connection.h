@@ -1,0 +1,80 @@
+// A connection to a directory server, bound and ready to ask (RFC 4511, by libldap). Knows how to
+// get there: which servers, TLS, the two kinds of bind. Used by the LDAP source.
+//
+// Used by one thread. Every call blocks, bounded by the times of the settings: for connecting once
+// a server, for asking once an answer. The first connection makes the process ignore SIGPIPE.
+#pragma once
+
+#include <atomic>
+#include <chrono>
+#include <initializer_list>
+#include <memory>
+#include <string>
+#include <utility>
+
+#include <ldap.h>
+
+#include "platform/directory/directory_access.h"
+#include "platform/directory/directory_settings.h"
+
+namespace platform {
+
+struct LdapMessageFree {
+  void operator()(LDAPMessage* message) const { ldap_msgfree(message); }
+};
+using LdapMessage = std::unique_ptr<LDAPMessage, LdapMessageFree>;
+
+class LdapConnection {
+ public:
+  // Null with `status` and `error` when no server can be reached or the bind is refused. A password
+  // is sent only through TLS or through a socket of this machine; certificates are always verified.
+  static std::unique_ptr<LdapConnection> open(const LdapSettings& settings, HResult& status,
+                                              DirectoryError& error);
+  ~LdapConnection();
+  LdapConnection(const LdapConnection&) = delete;
+  LdapConnection& operator=(const LdapConnection&) = delete;
+
+  LDAP* handle() const { return ldap_; }
+
+  // The first value of one attribute of one object; empty when it has none. An LDAP result code.
+  int readValue(const std::string& dn, const char* attribute, std::string& value);
+
+  // Replaces the values of one attribute by this one. An LDAP result code.
+  int replaceValue(const std::string& dn, const char* attribute, const std::string& value);
+
+  // What has come so far of the answer to a request, at least one message. Null when the deadline
+  // has passed or the connection is lost: `code` is then the LDAP result code.
+  LdapMessage receive(int request, std::chrono::steady_clock::time_point deadline, int& code);
+  // From now, for one answer.
+  std::chrono::steady_clock::time_point answerDeadline() const;
+
+  // Sets `error` to one line: the server, what was done, what the code means and what the server
+  // adds. Returns the HRESULT.
+  HResult fail(int code, const std::string& action, DirectoryError& error) const;
+
+ private:
+  explicit LdapConnection(std::string uri) : uri_(std::move(uri)) {}
+
+  HResult connect(const LdapSettings& settings, DirectoryError& error);
+  bool setOptions(const LdapSettings& settings);
+  bool setTlsOptions(const LdapSettings& settings, std::string& problem);
+  std::string trustedAuthorities() const;
+  bool setAll(std::initializer_list<std::pair<int, const void*>> options);
+  int withinConnectTime(int (*beginTls)(LDAP*));
+  HResult startTls(DirectoryError& error);
+  HResult bindSimple(const LdapSettings& settings, DirectoryError& error);
+  HResult bindGssapi(DirectoryError& error);
+  bool hasScheme(const char* scheme) const;
+
+  std::string uri_;
+  LDAP* ldap_ = nullptr;
+  std::atomic<int> socket_ = -1;  // -1: not connected
+  ldap_conncb callbacks_{};       // which keep socket_ true
+  int connectSeconds_ = 0;
+  int answerSeconds_ = 0;
+};
+
+// True when the connection is of no more use, and another may be.
+bool isConnectionLost(int ldapCode);
+
+}  // namespace platform

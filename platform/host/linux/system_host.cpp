@@ -1,0 +1,56 @@
+// The host of Linux: a ".reg" file as the registry, and the directory that its settings
+// name.
+#include "platform/host/system_host.h"
+
+#include <utility>
+
+#include "platform/directory/directory_settings.h"
+#include "platform/directory/ldap/ldap_source.h"
+#include "platform/directory/ldif/ldif_source.h"
+#include "platform/directory/snapshot_directory.h"
+#include "platform/registry/file/reg_registry.h"
+#include "platform/system/clock.h"
+
+namespace platform {
+namespace {
+
+constexpr const char* kDefaultRegistryFile = "/etc/pwlapse/registry.reg";
+
+class FileSystemHost final : public SystemHost {
+ public:
+  FileSystemHost(std::unique_ptr<Registry> registry, std::unique_ptr<DirectorySource> source)
+      : registry_(std::move(registry)), directory_(std::move(source), systemClock()) {}
+
+  Host host() override { return {*registry_, directory_, directory_, systemClock()}; }
+  std::vector<std::string> directoryWarnings() const override { return directory_.warnings(); }
+
+ private:
+  std::unique_ptr<Registry> registry_;
+  SnapshotDirectory directory_;
+};
+
+std::unique_ptr<DirectorySource> sourceOf(const DirectorySettings& settings) {
+  if (!settings.ldifFile.empty()) return std::make_unique<LdifSource>(settings.ldifFile);
+  return std::make_unique<LdapSource>(settings.ldap);
+}
+
+}  // namespace
+
+std::unique_ptr<SystemHost> makeSystemHost(const HostOptions& options, std::string& error) {
+  const bool byDefault = options.registryFile.empty();
+  std::unique_ptr<Registry> registry =
+      RegRegistry::load(byDefault ? kDefaultRegistryFile : options.registryFile, error);
+  if (registry == nullptr) return nullptr;
+  DirectorySettings settings;
+  if (!readDirectorySettings(*registry, options.directoryUri, ServedDirectories::LdapAndLdif,
+                             settings, error)) {
+    return nullptr;
+  }
+  return std::make_unique<FileSystemHost>(std::move(registry), sourceOf(settings));
+}
+
+std::string defaultRegistryName() {
+  return kDefaultRegistryFile;
+}
+
+}  // namespace platform

@@ -1,0 +1,36 @@
+// Makes the host that a program of this system runs on: which registry, which directory.
+// Used by the executables only.
+#pragma once
+
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "platform/host/host.h"
+
+namespace platform {
+
+struct HostOptions {
+  std::string registryFile;  // a ".reg" file; empty: the registry of this system
+  std::string
+      directoryUri;  // ldap://, ldaps://, ldapi:// or ldif:PATH; empty: as the registry says
+};
+
+// Owns the parts of a Host.
+class SystemHost {
+ public:
+  virtual ~SystemHost() = default;
+  virtual Host host() = 0;
+  // What the last pass could not use of the directory: one line each.
+  virtual std::vector<std::string> directoryWarnings() const = 0;
+};
+
+// Null, with `error` one line that names the file, line or setting, when the registry or a setting
+// of the directory cannot be used. An unreachable directory is not an error here: a pass finds out
+// and reports it.
+std::unique_ptr<SystemHost> makeSystemHost(const HostOptions& options, std::string& error);
+
+// The registry that an empty HostOptions::registryFile stands for, in words for messages.
+std::string defaultRegistryName();
+
+}  // namespace platform

@@ -1,0 +1,137 @@
+#include "platform/network/windows/certificates.h"
+
+#include <vector>
+
+#include "base/unicode.h"
+#include "platform/network/windows/status_text.h"
+#include "platform/system/files.h"
+#include "platform/text/code_page.h"
+#include "platform/text/windows/wide_text.h"
+
+namespace platform {
+namespace {
+
+constexpr std::size_t kMaxPemBytes = 65536;  // a certificate with its chain takes a few kilobytes
+constexpr DWORD kEncoding = X509_ASN_ENCODING | PKCS_7_ASN_ENCODING;
+
+struct ChainDeleter {
+  void operator()(const CERT_CHAIN_CONTEXT* chain) const { CertFreeCertificateChain(chain); }
+};
+using Chain = std::unique_ptr<const CERT_CHAIN_CONTEXT, ChainDeleter>;
+
+struct StoreCloser {
+  void operator()(void* store) const { CertCloseStore(store, 0); }
+};
+using Store = std::unique_ptr<void, StoreCloser>;
+
+// "CN" of the subject, or of the issuer with CERT_NAME_ISSUER_FLAG.
+std::string commonName(const CERT_CONTEXT& certificate, DWORD flags) {
+  char oid[] = szOID_COMMON_NAME;
+  const DWORD size = CertGetNameStringW(&certificate, CERT_NAME_ATTR_TYPE, flags, oid, nullptr, 0);
+  std::vector<wchar_t> text(size + 1);
+  CertGetNameStringW(&certificate, CERT_NAME_ATTR_TYPE, flags, oid, text.data(), size);
+  return base::utf16ToUtf8(fromWide(text.data()));
+}
+
+std::string pemOf(const CERT_CONTEXT& certificate) {
+  DWORD size = 0;
+  CryptBinaryToStringA(certificate.pbCertEncoded, certificate.cbCertEncoded,
+                       CRYPT_STRING_BASE64HEADER, nullptr, &size);
+  std::string pem(size, '\0');
+  if (CryptBinaryToStringA(certificate.pbCertEncoded, certificate.cbCertEncoded,
+                           CRYPT_STRING_BASE64HEADER, pem.data(), &size) == 0) {
+    return {};
+  }
+  pem.resize(size);  // without the NUL now
+  return pem;
+}
+
+Chain buildChain(const CERT_CONTEXT& certificate) {
+  char serverAuthentication[] = szOID_PKIX_KP_SERVER_AUTH;
+  LPSTR usages[] = {serverAuthentication};
+  CERT_CHAIN_PARA parameters{};
+  parameters.cbSize = sizeof parameters;
+  parameters.RequestedUsage.dwType = USAGE_MATCH_TYPE_OR;
+  parameters.RequestedUsage.Usage.cUsageIdentifier = 1;
+  parameters.RequestedUsage.Usage.rgpszUsageIdentifier = usages;
+  const CERT_CHAIN_CONTEXT* chain = nullptr;
+  // From what is here and what the server sent: a certificate that nobody has checked yet must not
+  // name a place to fetch others from.
+  CertGetCertificateChain(nullptr, &certificate, nullptr, certificate.hCertStore, &parameters,
+                          CERT_CHAIN_CACHE_ONLY_URL_RETRIEVAL, nullptr, &chain);
+  return Chain(chain);
+}
+
+// 0 when the chain is good for a server of this name, or the reason.
+DWORD checkChain(const CERT_CHAIN_CONTEXT& chain, const std::string& host) {
+  // Some systems let the policy below pass without the chain's end.
+  if ((chain.TrustStatus.dwErrorStatus & CERT_TRUST_IS_PARTIAL_CHAIN) != 0) {
+    return static_cast<DWORD>(CERT_E_CHAINING);
+  }
+  std::wstring name = toWide(ansiToUtf16(host));
+  SSL_EXTRA_CERT_CHAIN_POLICY_PARA server{};
+  server.cbSize = sizeof server;
+  server.dwAuthType = AUTHTYPE_SERVER;
+  server.pwszServerName = name.data();
+  CERT_CHAIN_POLICY_PARA parameters{};
+  parameters.cbSize = sizeof parameters;
+  parameters.pvExtraPolicyPara = &server;
+  CERT_CHAIN_POLICY_STATUS status{};
+  status.cbSize = sizeof status;
+  if (CertVerifyCertificateChainPolicy(CERT_CHAIN_POLICY_SSL, &chain, &parameters, &status) == 0) {
+    return GetLastError();
+  }
+  return status.dwError;
+}
+
+}  // namespace
+
+std::string subjectName(const CERT_CONTEXT& certificate) {
+  CERT_NAME_BLOB& subject = certificate.pCertInfo->Subject;
+  const DWORD size = CertNameToStrW(kEncoding, &subject, CERT_X500_NAME_STR, nullptr, 0);
+  std::vector<wchar_t> text(size + 1);
+  CertNameToStrW(kEncoding, &subject, CERT_X500_NAME_STR, text.data(), size);
+  return base::utf16ToUtf8(fromWide(text.data()));
+}
+
+PeerCertificate describeServerCertificate(const CERT_CONTEXT& certificate,
+                                          const std::string& host) {
+  PeerCertificate result;
+  result.pem = pemOf(certificate);
+  result.subjectCn = commonName(certificate, 0);
+  result.issuerCn = commonName(certificate, CERT_NAME_ISSUER_FLAG);
+  const Chain chain = buildChain(certificate);
+  const DWORD problem = chain == nullptr ? GetLastError() : checkChain(*chain, host);
+  result.verified = problem == ERROR_SUCCESS;
+  if (!result.verified) result.problem = statusText(problem);
+  return result;
+}
+
+Certificate findClientCertificate(const std::string& pemFile, std::string& error) {
+  std::string pem;
+  if (!readWholeFile(pemFile, pem, kMaxPemBytes)) {
+    error = pemFile + " cannot be read";
+    return nullptr;
+  }
+  std::vector<BYTE> bytes(pem.size());
+  DWORD size = static_cast<DWORD>(bytes.size());
+  Certificate wanted;
+  if (CryptStringToBinaryA(pem.data(), static_cast<DWORD>(pem.size()), CRYPT_STRING_BASE64HEADER,
+                           bytes.data(), &size, nullptr, nullptr) != 0) {
+    wanted.reset(CertCreateCertificateContext(kEncoding, bytes.data(), size));
+  }
+  if (wanted == nullptr) {
+    error = pemFile + " does not begin with a certificate";
+    return nullptr;
+  }
+  const Store store(CertOpenSystemStoreA(0, "MY"));
+  Certificate found;
+  if (store != nullptr) {
+    found.reset(CertFindCertificateInStore(store.get(), kEncoding, 0, CERT_FIND_EXISTING,
+                                           wanted.get(), nullptr));
+  }
+  if (found == nullptr) error = "the certificate of " + pemFile + " is not in the store \"MY\"";
+  return found;
+}
+
+}  // namespace platform

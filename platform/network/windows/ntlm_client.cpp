@@ -1,0 +1,89 @@
+// NTLM by the SSPI package of that name.
+#include "base/unicode.h"
+#include "platform/network/security_package.h"
+#include "platform/network/windows/sspi.h"
+#include "platform/text/windows/wide_text.h"
+
+namespace platform {
+namespace {
+
+constexpr ULONG kRequestFlags = ISC_REQ_ALLOCATE_MEMORY | ISC_REQ_CONNECTION;
+
+class SspiNtlmClient final : public NtlmClient {
+ public:
+  explicit SspiNtlmClient(const SecurityFunctionTableA& functions) : functions_(functions) {}
+  ~SspiNtlmClient() override {
+    if (started_) functions_.DeleteSecurityContext(&context_);
+    if (acquired_) functions_.FreeCredentialsHandle(&credentials_);
+  }
+
+  SspiStatus acquire(const NtlmCredentials& given) {
+    std::wstring user = toWide(base::utf8ToUtf16(given.user));
+    std::wstring domain = toWide(base::utf8ToUtf16(given.domain));
+    std::wstring password = toWide(base::utf8ToUtf16(given.password));
+    // The identity says by its flag that it is wide, also to the functions for narrow text.
+    SEC_WINNT_AUTH_IDENTITY_W identity{};
+    identity.User = reinterpret_cast<unsigned short*>(user.data());
+    identity.UserLength = static_cast<ULONG>(user.size());
+    identity.Domain = reinterpret_cast<unsigned short*>(domain.data());
+    identity.DomainLength = static_cast<ULONG>(domain.size());
+    identity.Password = reinterpret_cast<unsigned short*>(password.data());
+    identity.PasswordLength = static_cast<ULONG>(password.size());
+    identity.Flags = SEC_WINNT_AUTH_IDENTITY_UNICODE;
+    char package[] = "NTLM";
+    TimeStamp expiry{};
+    const SECURITY_STATUS status = functions_.AcquireCredentialsHandleA(
+        nullptr, package, SECPKG_CRED_OUTBOUND, nullptr, given.user.empty() ? nullptr : &identity,
+        nullptr, nullptr, &credentials_, &expiry);
+    SecureZeroMemory(password.data(), password.size() * sizeof(wchar_t));
+    acquired_ = status == SEC_E_OK;
+    return static_cast<SspiStatus>(status);
+  }
+
+  SspiStatus step(std::string_view in, std::string& out) override {
+    SecurityBuffers<1> input;
+    input.set(0, SECBUFFER_TOKEN, const_cast<char*>(in.data()), in.size());
+    SecurityBuffers<1> output;
+    output.set(0, SECBUFFER_TOKEN, nullptr, 0);
+    ULONG granted = 0;
+    TimeStamp expiry{};
+    SECURITY_STATUS status = functions_.InitializeSecurityContextA(
+        &credentials_, started_ ? &context_ : nullptr, nullptr, kRequestFlags, 0,
+        SECURITY_NATIVE_DREP, started_ ? &input.description : nullptr, 0, &context_,
+        &output.description, &granted, &expiry);
+    if (status >= 0) started_ = true;
+    if (status == SEC_I_COMPLETE_NEEDED || status == SEC_I_COMPLETE_AND_CONTINUE) {
+      const SECURITY_STATUS completed =
+          functions_.CompleteAuthToken(&context_, &output.description);
+      if (completed < 0) status = completed;
+    }
+    const SecBuffer& token = output.buffers[0];
+    out.assign(static_cast<const char*>(token.pvBuffer), token.pvBuffer ? token.cbBuffer : 0);
+    if (token.pvBuffer != nullptr) functions_.FreeContextBuffer(token.pvBuffer);
+    return static_cast<SspiStatus>(status);
+  }
+
+ private:
+  const SecurityFunctionTableA& functions_;
+  CredHandle credentials_{};
+  CtxtHandle context_{};
+  bool acquired_ = false;
+  bool started_ = false;
+};
+
+}  // namespace
+
+std::unique_ptr<NtlmClient> createNtlmClient(const NtlmCredentials& credentials,
+                                             const std::string& /*host: not told to the server*/,
+                                             SspiStatus& status) {
+  std::string error;
+  const SecurityFunctionTableA* functions = securityFunctions(error);
+  status = kSecPackageNotFound;
+  if (functions == nullptr) return nullptr;
+  auto client = std::make_unique<SspiNtlmClient>(*functions);
+  status = client->acquire(credentials);
+  if (status != kSecOk) return nullptr;
+  return client;
+}
+
+}  // namespace platform

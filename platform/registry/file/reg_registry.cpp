@@ -1,0 +1,142 @@
+#include "platform/registry/file/reg_registry.h"
+
+#include <cerrno>
+#include <system_error>
+#include <utility>
+
+#include "platform/system/files.h"
+#include "platform/text/text_lines.h"
+
+namespace platform {
+namespace {
+
+// The bytes as a later query gives them.
+RegistryValue canonical(const RegistryValue& value) {
+  return isRegText(value.type) ? RegistryValue{value.type, ansiToUtf8(value.bytes)} : value;
+}
+
+}  // namespace
+
+class RegRegistry::Key final : public RegistryKey {
+ public:
+  Key(RegRegistry& registry, std::string path, RegistryAccess access)
+      : registry_(registry), path_(std::move(path)), access_(access) {}
+
+  WinError queryValue(const std::string& name, std::size_t capacity,
+                      RegistryValue& value) override {
+    const RegFileValue* entry = registry_.contents_.findValue(path_, name);
+    if (entry == nullptr) return kErrorFileNotFound;
+    value.type = entry->value.type;
+    if (entry->value.bytes.size() > capacity) return kErrorMoreData;
+    value.bytes = entry->value.bytes;
+    return kErrorSuccess;
+  }
+
+  WinError setValue(const std::string& name, const RegistryValue& value) override {
+    if (access_ != RegistryAccess::All) return kErrorAccessDenied;
+    const RegistryValue wanted = canonical(value);
+    return registry_.change(
+        [&](const RegFile& file) { return regFileWithValue(file, path_, name, wanted); },
+        [&](const RegFile& file) {
+          const RegFileValue* entry = file.findValue(path_, name);
+          return entry != nullptr && entry->value.type == wanted.type &&
+                 entry->value.bytes == wanted.bytes;
+        });
+  }
+
+ private:
+  RegRegistry& registry_;
+  std::string path_;
+  RegistryAccess access_;
+};
+
+std::unique_ptr<RegRegistry> RegRegistry::load(const std::string& file, std::string& error) {
+  std::unique_ptr<RegRegistry> registry(new RegRegistry(absolutePath(file)));
+  registry->stamp_ = registry->stamp();
+  if (!registry->read(registry->contents_)) {
+    error = registry->error_;
+    return nullptr;
+  }
+  return registry;
+}
+
+WinError RegRegistry::openKey(const std::string& path, RegistryAccess access,
+                              std::unique_ptr<RegistryKey>& key) {
+  readIfChanged();
+  if (contents_.findKey(path) == nullptr) return kErrorFileNotFound;
+  key = std::make_unique<Key>(*this, path, access);
+  return kErrorSuccess;
+}
+
+WinError RegRegistry::createKey(const std::string& path, std::unique_ptr<RegistryKey>& key) {
+  readIfChanged();
+  const Check exists = [&](const RegFile& file) { return file.findKey(path) != nullptr; };
+  if (!exists(contents_)) {
+    const WinError status =
+        change([&](const RegFile& file) { return regFileWithKey(file, path); }, exists);
+    if (status != kErrorSuccess) return status;
+  }
+  key = std::make_unique<Key>(*this, path, RegistryAccess::All);
+  return kErrorSuccess;
+}
+
+RegRegistry::Stamp RegRegistry::stamp() const {
+  std::error_code missing;
+  Stamp stamp;
+  stamp.written = std::filesystem::last_write_time(file_, missing);
+  stamp.size = std::filesystem::file_size(file_, missing);
+  return stamp;
+}
+
+bool RegRegistry::read(RegFile& contents) {
+  error_.clear();
+  std::string bytes;
+  if (!readWholeFile(file_, bytes, kMaxRegFileBytes)) {
+    error_ = file_ + ": " + std::generic_category().message(errno);
+    return false;
+  }
+  RegFileError wrong;
+  if (!parseRegFile(std::move(bytes), contents, wrong)) {
+    error_ = file_ + ":" + std::to_string(wrong.line) + ": " + wrong.what;
+    return false;
+  }
+  return true;
+}
+
+void RegRegistry::readIfChanged() {
+  const Stamp current = stamp();
+  if (current == stamp_) return;
+  stamp_ = current;  // taken before reading: a change in between is seen the next time
+  RegFile contents;
+  if (read(contents)) contents_ = std::move(contents);
+}
+
+WinError RegRegistry::change(const Edit& edit, const Check& done) {
+  const FileLock lock(file_);
+  if (!lock.held()) {
+    error_ = file_ + ".lock: " + std::generic_category().message(errno);
+    return kErrorAccessDenied;
+  }
+  RegFile before;
+  if (!read(before)) return kErrorWriteFault;
+  if (done(before)) {
+    contents_ = std::move(before);
+    return kErrorSuccess;
+  }
+  // Only what reads back as it was meant is written: a name with a line break in it, say, does not.
+  RegFile after;
+  RegFileError wrong;
+  if (!parseRegFile(edit(before), after, wrong) || !done(after)) {
+    error_ = file_ + ": cannot hold this key or value";
+    return kErrorWriteFault;
+  }
+  if (!replaceFileAtomically(file_, after.bytes)) {
+    error_ = file_ + ": " + std::generic_category().message(errno);
+    return kErrorWriteFault;
+  }
+  contents_ = std::move(after);
+  stamp_ = stamp();
+  return kErrorSuccess;
+}
+
+}  // namespace platform

@@ -1,0 +1,60 @@
+// The registry over one ".reg" text file, with the keys below HKEY_LOCAL_MACHINE.
+//
+// The file is read again, whole, when it has changed on disk at the moment a key is opened; a file
+// that has meanwhile become unreadable or wrong leaves the values as they were (see lastError).
+// Each write reads the file anew under a lock, changes one place in it and replaces it whole; a
+// file that is wrong is never written. Keys must not outlive their registry. Used by one thread.
+#pragma once
+
+#include <cstdint>
+#include <filesystem>
+#include <functional>
+#include <memory>
+#include <string>
+
+#include "platform/registry/file/reg_file.h"
+#include "platform/registry/registry.h"
+
+namespace platform {
+
+// A site's keys take kilobytes. More than this is another file by mistake.
+inline constexpr std::size_t kMaxRegFileBytes = std::size_t{64} * 1024 * 1024;
+
+class RegRegistry final : public Registry {
+ public:
+  // Null with `error` one line, "FILE:LINE: what is wrong" or "FILE: reason".
+  static std::unique_ptr<RegRegistry> load(const std::string& file, std::string& error);
+
+  WinError openKey(const std::string& path, RegistryAccess access,
+                   std::unique_ptr<RegistryKey>& key) override;
+  WinError createKey(const std::string& path, std::unique_ptr<RegistryKey>& key) override;
+
+  // Why the file could not be read again, or written, last; empty when it could.
+  const std::string& lastError() const { return error_; }
+
+ private:
+  class Key;
+  struct Stamp {
+    std::filesystem::file_time_type written;
+    std::uintmax_t size = 0;
+    bool operator==(const Stamp&) const = default;
+  };
+  // Gives the edited bytes of the file, or the file's own when there is nothing to change.
+  using Edit = std::function<std::string(const RegFile&)>;
+  using Check = std::function<bool(const RegFile&)>;
+
+  explicit RegRegistry(std::string file) : file_(std::move(file)) {}
+
+  bool read(RegFile& contents);
+  void readIfChanged();
+  // Makes an edit unless `done` holds already; it must hold of the edited file.
+  WinError change(const Edit& edit, const Check& done);
+  Stamp stamp() const;
+
+  std::string file_;  // absolute
+  RegFile contents_;
+  Stamp stamp_;
+  std::string error_;
+};
+
+}  // namespace platform

@@ -1,0 +1,59 @@
+// The settings store as the system offers it: keys below HKEY_LOCAL_MACHINE, opened, queried and
+// written one value at a time. The readers with their default rules are in config/registry_readers.
+// Used by one thread. Implemented by the operating system's registry and by a ".reg" text file.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <memory>
+#include <string>
+
+#include "platform/system/win_error.h"
+
+namespace platform {
+
+enum class RegistryType : std::uint32_t {
+  None = 0,
+  String = 1,
+  ExpandString = 2,
+  Binary = 3,
+  Dword = 4,
+  DwordBigEndian = 5,
+  Link = 6,
+  MultiString = 7,
+  Qword = 11,
+};
+
+struct RegistryValue {
+  RegistryType type = RegistryType::None;
+  // The value's bytes. Texts are in the ANSI code page and end in the NUL that was stored, if one
+  // was; a Dword is four bytes, little-endian.
+  std::string bytes;
+};
+
+enum class RegistryAccess { Query, All };
+
+// One open key. Destroying it closes it.
+class RegistryKey {
+ public:
+  virtual ~RegistryKey() = default;
+  // Names are compared without regard to case; "" is the key's default value.
+  // kErrorMoreData, with `value` untouched but for its type, when the value has more than
+  // `capacity` bytes.
+  virtual WinError queryValue(const std::string& name, std::size_t capacity,
+                              RegistryValue& value) = 0;
+  virtual WinError setValue(const std::string& name, const RegistryValue& value) = 0;
+};
+
+class Registry {
+ public:
+  virtual ~Registry() = default;
+  // `path` is below HKEY_LOCAL_MACHINE, backslashes between its parts. `key` is set on success
+  // only.
+  virtual WinError openKey(const std::string& path, RegistryAccess access,
+                           std::unique_ptr<RegistryKey>& key) = 0;
+  // Opens the key, made first (with every key above it) when it does not exist.
+  virtual WinError createKey(const std::string& path, std::unique_ptr<RegistryKey>& key) = 0;
+};
+
+}  // namespace platform

@@ -1,0 +1,34 @@
+// This process, and the errors of its system calls, as the service's entry and control need them.
+// May be used by several threads.
+#pragma once
+
+#include <cstdint>
+#include <string>
+
+#include "platform/system/win_error.h"
+
+namespace platform {
+
+class Process {
+ public:
+  virtual ~Process() = default;
+  // The error of the calling thread's last call that failed (GetLastError).
+  virtual WinError lastError() = 0;
+  // The system's text for an error, inserts ignored, with the line end ("\r\n") that it has
+  // (FormatMessageA). Empty when the system has none.
+  virtual std::string errorMessage(WinError error) = 0;
+  // The full path of the running program (GetModuleFileNameA, up to 512 characters). Empty, with
+  // the last error set, on failure.
+  virtual std::string imagePath() = 0;
+  // Ends the process and does not return (ExitProcess). What is buffered for standard output may be
+  // lost.
+  virtual void exit(std::uint32_t code) = 0;
+  // The same at once, whatever its other threads are doing: one that is frozen may hold a lock that
+  // an orderly end would wait for.
+  virtual void terminate(std::uint32_t code) = 0;
+};
+
+// Never destroyed.
+Process& systemProcess();
+
+}  // namespace platform

@@ -1,0 +1,42 @@
+#include <filesystem>
+#include <iterator>
+#include <string>
+
+#include <windows.h>
+#include <gtest/gtest.h>
+
+#include "platform/system/files.h"
+#include "tests/support/temp_dir.h"
+#include "tests/support/text_file.h"
+
+namespace platform {
+namespace {
+
+using test_support::readBytes;
+
+TEST(WindowsFiles, LinesOfTextEndAsTheSystemHasThem) {
+  const test_support::TempDir directory;
+  ASSERT_TRUE(createDirectory("LogFiles"));
+  EXPECT_TRUE(writeTextFile("logfiles\\some.log", "head\n"));
+  EXPECT_TRUE(appendToFile("logfiles//some.log", "one\ntwo\n"));
+  EXPECT_EQ(readBytes("logfiles\\some.log"), "head\r\none\r\ntwo\r\n");
+  EXPECT_TRUE(writeWholeFile("report.html", "one\n"));
+  EXPECT_EQ(readBytes("report.html"), "one\n");
+}
+
+TEST(WindowsFiles, AFileInUseStaysWholeAndNothingIsLeftBesideIt) {
+  const test_support::TempDir directory;
+  ASSERT_TRUE(writeWholeFile("site.reg", "old"));
+  const HANDLE reader = CreateFileA("site.reg", GENERIC_READ, FILE_SHARE_READ, nullptr,
+                                    OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL, nullptr);
+  ASSERT_NE(reader, INVALID_HANDLE_VALUE);
+  EXPECT_FALSE(replaceFileAtomically("site.reg", "new"));
+  CloseHandle(reader);
+  EXPECT_EQ(readBytes("site.reg"), "old");
+  EXPECT_TRUE(replaceFileAtomically("site.reg", "new"));
+  EXPECT_EQ(readBytes("site.reg"), "new");
+  EXPECT_EQ(std::distance(std::filesystem::directory_iterator("."), {}), 1);
+}
+
+}  // namespace
+}  // namespace platform
