@@ -113,7 +113,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   FakeServer network(input, clock);
   ErrorLog log;
   ProgressMonitor progress(nullptr, 0, clock);
-  SmtpCall call{log, progress};
+  Call call{log, progress};
   SmtpConnImpl session(network);
   for (int mail = 0; mail < 2; ++mail) {
     SendCounters counters;

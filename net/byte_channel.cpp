@@ -3,19 +3,18 @@
 namespace kelvado {
 
 bool ByteChannel::readUntilMatch(std::string_view delimiter, std::string& out,
-                                 const ReadLimits& limits, base::LogBase& log,
-                                 ProgressMonitor& progress) {
+                                 const ReadLimits& limits, Call& call) {
   out.clear();
   status_ = {};
-  const Countdown left(limits.timeoutMs, progress.clock());
+  const Countdown left(limits.timeoutMs, call.progress.clock());
   std::size_t searchFrom = 0;
   for (;;) {
     const std::size_t at = received_.find(delimiter, searchFrom);
     const bool found = at != std::string::npos;
     const std::size_t end = found ? at + delimiter.size() : received_.size();
     if (end > limits.maxBytes) {
-      log.LogError("Received line is longer than allowed.");
-      log.LogData("maxBytes", std::to_string(limits.maxBytes));
+      call.log.LogError("Received line is longer than allowed.");
+      call.log.LogData("maxBytes", std::to_string(limits.maxBytes));
       return false;
     }
     if (found) {
@@ -26,29 +25,28 @@ bool ByteChannel::readUntilMatch(std::string_view delimiter, std::string& out,
     searchFrom = received_.size() < delimiter.size() ? 0 : received_.size() - delimiter.size() + 1;
     const std::uint32_t remaining = left.remaining();
     if (remaining == 0) {
-      logReadTimeout(limits.timeoutMs, log);
+      logReadTimeout(limits.timeoutMs, call);
       return false;
     }
-    if (!receiveMore(received_, remaining, log, progress)) {
-      if (status_.aborted) log.LogError(readAbortedText());
+    if (!receiveMore(received_, remaining, call)) {
+      if (status_.aborted) call.log.LogError(readAbortedText());
       return false;
     }
   }
 }
 
-bool ByteChannel::receiveBytes(std::string& out, std::uint32_t timeoutMs, base::LogBase& log,
-                               ProgressMonitor& progress) {
+bool ByteChannel::receiveBytes(std::string& out, std::uint32_t timeoutMs, Call& call) {
   out.clear();
   status_ = {};
-  if (received_.empty() && !receiveMore(received_, timeoutMs, log, progress)) return false;
+  if (received_.empty() && !receiveMore(received_, timeoutMs, call)) return false;
   out.swap(received_);
   return true;
 }
 
-void ByteChannel::logReadTimeout(std::uint32_t timeoutMs, base::LogBase& log) {
+void ByteChannel::logReadTimeout(std::uint32_t timeoutMs, Call& call) {
   status_.timedOut = true;
-  log.LogError("Timeout waiting to read socket or accept connection");
-  log.LogData("timeoutMs", std::to_string(timeoutMs));
+  call.log.LogError("Timeout waiting to read socket or accept connection");
+  call.log.LogData("timeoutMs", std::to_string(timeoutMs));
 }
 
 }  // namespace kelvado

@@ -8,8 +8,7 @@
 #include <string>
 #include <string_view>
 
-#include "base/log_base.h"
-#include "net/progress.h"
+#include "net/call.h"
 
 namespace kelvado {
 
@@ -36,17 +35,15 @@ class ByteChannel {
   virtual void close() = 0;
 
   // All bytes, or failure. The time-out counts from the last progress.
-  virtual bool sendBytes(std::string_view data, std::uint32_t idleTimeoutMs, base::LogBase& log,
-                         ProgressMonitor& progress) = 0;
+  virtual bool sendBytes(std::string_view data, std::uint32_t idleTimeoutMs, Call& call) = 0;
 
   // `out` is the text up to and including the delimiter; what came behind it is kept for the next
   // read.
   bool readUntilMatch(std::string_view delimiter, std::string& out, const ReadLimits& limits,
-                      base::LogBase& log, ProgressMonitor& progress);
+                      Call& call);
 
   // Whatever is there, at least one byte; waits for it when there is nothing.
-  bool receiveBytes(std::string& out, std::uint32_t timeoutMs, base::LogBase& log,
-                    ProgressMonitor& progress);
+  bool receiveBytes(std::string& out, std::uint32_t timeoutMs, Call& call);
 
   // Bytes have arrived that nobody has read yet.
   bool hasUnreadBytes() const { return !received_.empty(); }
@@ -55,12 +52,11 @@ class ByteChannel {
 
  protected:
   // Appends at least one byte to `buffer`, or logs why not and sets status_.
-  virtual bool receiveMore(std::string& buffer, std::uint32_t timeoutMs, base::LogBase& log,
-                           ProgressMonitor& progress) = 0;
+  virtual bool receiveMore(std::string& buffer, std::uint32_t timeoutMs, Call& call) = 0;
   // The line that a read-until-match adds to the log when the application ended it.
   virtual const char* readAbortedText() const = 0;
 
-  void logReadTimeout(std::uint32_t timeoutMs, base::LogBase& log);
+  void logReadTimeout(std::uint32_t timeoutMs, Call& call);
 
   IoStatus status_;
   std::string received_;

@@ -39,17 +39,16 @@ void startLookup(platform::SocketApi& api, const std::string& name,
   }
 }
 
-bool waitForLookup(Lookup& lookup, std::uint32_t timeoutMs, LookupResult& result,
-                   ProgressMonitor& progress) {
-  const Countdown left(timeoutMs, progress.clock());
+bool waitForLookup(Lookup& lookup, std::uint32_t timeoutMs, LookupResult& result, Call& call) {
+  const Countdown left(timeoutMs, call.progress.clock());
   std::unique_lock<std::mutex> lock(lookup.mutex);
   for (;;) {
-    const std::uint32_t slice = progress.sliceMs(left.remaining());
+    const std::uint32_t slice = call.progress.sliceMs(left.remaining());
     if (lookup.finished.wait_for(lock, std::chrono::milliseconds(slice),
                                  [&lookup] { return lookup.done; })) {
       return true;
     }
-    result.aborted = progress.abortCheck();
+    result.aborted = call.progress.abortCheck();
     result.timedOut = !result.aborted && left.remaining() == 0;
     if (result.aborted || result.timedOut) return false;
   }
@@ -76,28 +75,28 @@ bool isDottedAddress(const std::string& text) {
 }
 
 bool resolveHost(platform::SocketApi& api, const std::string& host, std::uint32_t timeoutMs,
-                 LookupResult& result, base::LogBase& log, ProgressMonitor& progress) {
+                 LookupResult& result, Call& call) {
   result = {};
   if (host.empty()) {
-    log.LogError("DNS lookup failed; hostname is empty");
+    call.log.LogError("DNS lookup failed; hostname is empty");
     return false;
   }
   if (isDottedAddress(host)) {
-    log.LogInfo("IP address passed to DNS lookup");
+    call.log.LogInfo("IP address passed to DNS lookup");
     result.addresses.push_back(host);
     return true;
   }
   const auto lookup = std::make_shared<Lookup>();
   startLookup(api, host, lookup);
-  if (!waitForLookup(*lookup, timeoutMs, result, progress)) {
-    log.LogError(result.aborted ? "DNS lookup aborted by application callback.."
-                                : "DNS timed out.");
+  if (!waitForLookup(*lookup, timeoutMs, result, call)) {
+    call.log.LogError(result.aborted ? "DNS lookup aborted by application callback.."
+                                     : "DNS timed out.");
     return false;
   }
   if (lookup->error != platform::kSocketOk || lookup->host.addresses.empty()) {
-    log.LogError("Cannot get host by name.");
-    log.LogData("hostname", host);
-    log.LogError("DNS lookup failed.");
+    call.log.LogError("Cannot get host by name.");
+    call.log.LogData("hostname", host);
+    call.log.LogError("DNS lookup failed.");
     return false;
   }
   result.addresses = lookup->host.addresses;

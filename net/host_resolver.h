@@ -6,8 +6,7 @@
 #include <string>
 #include <vector>
 
-#include "base/log_base.h"
-#include "net/progress.h"
+#include "net/call.h"
 #include "platform/network/socket_api.h"
 
 namespace kelvado {
@@ -24,6 +23,6 @@ struct LookupResult {
   bool aborted = false;
 };
 bool resolveHost(platform::SocketApi& api, const std::string& host, std::uint32_t timeoutMs,
-                 LookupResult& result, base::LogBase& log, ProgressMonitor& progress);
+                 LookupResult& result, Call& call);
 
 }  // namespace kelvado

@@ -2,8 +2,6 @@
 
 #include <string_view>
 
-#include "base/log_base.h"
-
 namespace kelvado {
 namespace {
 
@@ -20,18 +18,18 @@ bool isSuccess(std::string_view reply) {
 }  // namespace
 
 bool openHttpTunnel(ByteChannel& proxy, const std::string& host, std::uint16_t port,
-                    std::uint32_t timeoutMs, base::LogBase& log, ProgressMonitor& progress) {
+                    std::uint32_t timeoutMs, Call& call) {
   const std::string request =
       "CONNECT " + host + ":" + std::to_string(port) + " HTTP/1.0\r\nUser-Agent: Kelvado\r\n\r\n";
-  if (!proxy.sendBytes(request, timeoutMs, log, progress)) return false;
+  if (!proxy.sendBytes(request, timeoutMs, call)) return false;
   std::string reply;
   const ReadLimits limits{timeoutMs, kMaxReplyBytes};
-  if (!proxy.readUntilMatch("\r\n\r\n", reply, limits, log, progress)) {
-    log.LogError("Error receiving message from proxy server");
+  if (!proxy.readUntilMatch("\r\n\r\n", reply, limits, call)) {
+    call.log.LogError("Error receiving message from proxy server");
     return false;
   }
   if (isSuccess(reply)) return true;
-  log.LogError("The proxy server refuses the tunnel.");
+  call.log.LogError("The proxy server refuses the tunnel.");
   return false;
 }
 

@@ -5,7 +5,6 @@
 #include <cstdint>
 #include <string>
 
-#include "base/log_base.h"
 #include "net/byte_channel.h"
 
 namespace kelvado {
@@ -13,6 +12,6 @@ namespace kelvado {
 // `host` holds no blanks and no control characters. timeoutMs is for the proxy's whole reply, of
 // which at most 16 KB are read. False, logged, unless the proxy answers with a 2xx status.
 bool openHttpTunnel(ByteChannel& proxy, const std::string& host, std::uint16_t port,
-                    std::uint32_t timeoutMs, base::LogBase& log, ProgressMonitor& progress);
+                    std::uint32_t timeoutMs, Call& call);
 
 }  // namespace kelvado

@@ -1,6 +1,5 @@
 #include "net/kelvado_socket.h"
 
-#include "base/log_base.h"
 #include "net/host_resolver.h"
 #include "net/socket_errors.h"
 
@@ -29,12 +28,12 @@ void KelvadoSocket::close() {
 }
 
 bool KelvadoSocket::connect(const char* host, std::uint16_t port, std::uint32_t connectTimeoutMs,
-                            base::LogBase& log, ProgressMonitor& progress) {
+                            Call& call) {
   close();
   status_ = {};
   if (host == nullptr || *host == '\0') {
-    log.LogError(host == nullptr ? "Cannot connect, hostname is NULL"
-                                 : "Cannot connect, hostname is zero length");
+    call.log.LogError(host == nullptr ? "Cannot connect, hostname is NULL"
+                                      : "Cannot connect, hostname is zero length");
     return false;
   }
   remoteHost_ = isLocalhost(host) ? "127.0.0.1" : host;
@@ -42,45 +41,44 @@ bool KelvadoSocket::connect(const char* host, std::uint16_t port, std::uint32_t 
       connectTimeoutMs == 0 ? kDefaultConnectTimeoutMs : connectTimeoutMs;
 
   api_.start();
-  const Countdown left(timeoutMs, progress.clock());
+  const Countdown left(timeoutMs, call.progress.clock());
   LookupResult found;
-  if (!resolveHost(api_, remoteHost_, timeoutMs, found, log, progress)) {
+  if (!resolveHost(api_, remoteHost_, timeoutMs, found, call)) {
     status_.timedOut = found.timedOut;
     status_.aborted = found.aborted;
     return false;
   }
   if (left.remaining() == 0) {
     status_.timedOut = true;
-    log.LogError("Application timeout after DNS");
+    call.log.LogError("Application timeout after DNS");
     return false;
   }
   platform::SocketError error = platform::kSocketOk;
   for (const std::string& address : found.addresses) {
-    error = connectTo(address, port, left.remaining(), log, progress);
+    error = connectTo(address, port, left.remaining(), call);
     if (error == platform::kSocketOk) return true;
     close();
     if (status_.aborted || status_.timedOut) break;  // otherwise the host's next address may answer
   }
-  log.LogError("Connect function failed");
-  log.LogData("sockError", std::to_string(error));
-  log.LogData("ConnectTimeoutMs", std::to_string(timeoutMs));
-  logSocketError(error, log);
+  call.log.LogError("Connect function failed");
+  call.log.LogData("sockError", std::to_string(error));
+  call.log.LogData("ConnectTimeoutMs", std::to_string(timeoutMs));
+  logSocketError(error, call.log);
   return false;
 }
 
 platform::SocketError KelvadoSocket::connectTo(const std::string& address, std::uint16_t port,
-                                               std::uint32_t timeoutMs, base::LogBase& log,
-                                               ProgressMonitor& progress) {
+                                               std::uint32_t timeoutMs, Call& call) {
   platform::SocketError error = platform::kSocketOk;
   handle_ = api_.open(error);
   if (!isConnected()) {
-    log.LogError("Cannot connect, invalid socket.");
+    call.log.LogError("Cannot connect, invalid socket.");
     return error;
   }
   remoteAddress_ = address;
   error = api_.connect(handle_, address, port);
   if (error != platform::kWsaWouldBlock) return error;
-  switch (wait(Direction::Write, timeoutMs, error, progress)) {
+  switch (wait(Direction::Write, timeoutMs, error, call)) {
     case Wait::Ready:
       return api_.pendingError(handle_);
     case Wait::TimedOut:
@@ -96,12 +94,12 @@ platform::SocketError KelvadoSocket::connectTo(const std::string& address, std::
 }
 
 KelvadoSocket::Wait KelvadoSocket::wait(Direction direction, std::uint32_t timeoutMs,
-                                        platform::SocketError& error, ProgressMonitor& progress) {
+                                        platform::SocketError& error, Call& call) {
   using Ready = platform::SocketApi::Ready;
-  const Countdown left(timeoutMs, progress.clock());
+  const Countdown left(timeoutMs, call.progress.clock());
   for (;;) {
-    if (progress.abortCheck()) return Wait::Aborted;
-    const std::uint32_t slice = progress.sliceMs(left.remaining());
+    if (call.progress.abortCheck()) return Wait::Aborted;
+    const std::uint32_t slice = call.progress.sliceMs(left.remaining());
     const Ready ready = direction == Direction::Read ? api_.waitReadable(handle_, slice, error)
                                                      : api_.waitWritable(handle_, slice, error);
     if (ready == Ready::Yes) return Wait::Ready;
@@ -110,16 +108,15 @@ KelvadoSocket::Wait KelvadoSocket::wait(Direction direction, std::uint32_t timeo
   }
 }
 
-bool KelvadoSocket::sendBytes(std::string_view data, std::uint32_t idleTimeoutMs,
-                              base::LogBase& log, ProgressMonitor& progress) {
+bool KelvadoSocket::sendBytes(std::string_view data, std::uint32_t idleTimeoutMs, Call& call) {
   status_ = {};
   if (!isConnected()) {
-    log.LogError("No socket exists for sending (1)");
+    call.log.LogError("No socket exists for sending (1)");
     return false;
   }
-  if (progress.abortCheck()) {
+  if (call.progress.abortCheck()) {
     status_.aborted = true;
-    log.LogError("Socket send aborted by application");
+    call.log.LogError("Socket send aborted by application");
     return false;
   }
   // Sent first and waited for only when the system has no room: most steps fit into its buffer.
@@ -129,85 +126,82 @@ bool KelvadoSocket::sendBytes(std::string_view data, std::uint32_t idleTimeoutMs
     if (error == platform::kSocketOk) {
       data.remove_prefix(count);
     } else if (error != platform::kWsaWouldBlock) {
-      log.LogError("Error sending on socket");
-      logSocketError(error, log);
+      call.log.LogError("Error sending on socket");
+      logSocketError(error, call.log);
       return false;
-    } else if (!waitForSpace(data.size(), idleTimeoutMs, log, progress)) {
+    } else if (!waitForSpace(data.size(), idleTimeoutMs, call)) {
       return false;
     }
   }
   return true;
 }
 
-bool KelvadoSocket::waitForSpace(std::size_t unsent, std::uint32_t idleTimeoutMs,
-                                 base::LogBase& log, ProgressMonitor& progress) {
+bool KelvadoSocket::waitForSpace(std::size_t unsent, std::uint32_t idleTimeoutMs, Call& call) {
   platform::SocketError error = platform::kSocketOk;
-  switch (wait(Direction::Write, idleTimeoutMs, error, progress)) {
+  switch (wait(Direction::Write, idleTimeoutMs, error, call)) {
     case Wait::Ready:
       return true;
     case Wait::TimedOut:
       status_.timedOut = true;
-      log.LogError("Socket send idle timeout");
-      log.LogData("send_size", std::to_string(unsent));
-      log.LogData("idleTimeoutMs", std::to_string(idleTimeoutMs));
+      call.log.LogError("Socket send idle timeout");
+      call.log.LogData("send_size", std::to_string(unsent));
+      call.log.LogData("idleTimeoutMs", std::to_string(idleTimeoutMs));
       return false;
     case Wait::Aborted:
       status_.aborted = true;
-      log.LogError("Socket send aborted by application");
+      call.log.LogError("Socket send aborted by application");
       return false;
     case Wait::Failed:
       break;
   }
-  log.LogError("socket is not ready for writing;");
-  logSocketError(error, log);
+  call.log.LogError("socket is not ready for writing;");
+  logSocketError(error, call.log);
   return false;
 }
 
-bool KelvadoSocket::waitForData(std::uint32_t timeoutMs, base::LogBase& log,
-                                ProgressMonitor& progress) {
+bool KelvadoSocket::waitForData(std::uint32_t timeoutMs, Call& call) {
   if (!isConnected()) {
-    log.LogError("This socket is not connected");
+    call.log.LogError("This socket is not connected");
     return false;
   }
   platform::SocketError error = platform::kSocketOk;
-  switch (wait(Direction::Read, timeoutMs, error, progress)) {
+  switch (wait(Direction::Read, timeoutMs, error, call)) {
     case Wait::Ready:
       return true;
     case Wait::TimedOut:
-      logReadTimeout(timeoutMs, log);
-      log.LogError("WaitForData timed out.");
+      logReadTimeout(timeoutMs, call);
+      call.log.LogError("WaitForData timed out.");
       return false;
     case Wait::Aborted:
       status_.aborted = true;
-      log.LogError("Socket read aborted by application");
+      call.log.LogError("Socket read aborted by application");
       return false;
     case Wait::Failed:
       break;
   }
-  log.LogError("Error waiting for socket to become ready for reading.");
-  logSocketError(error, log);
+  call.log.LogError("Error waiting for socket to become ready for reading.");
+  logSocketError(error, call.log);
   return false;
 }
 
-bool KelvadoSocket::receiveMore(std::string& buffer, std::uint32_t timeoutMs, base::LogBase& log,
-                                ProgressMonitor& progress) {
+bool KelvadoSocket::receiveMore(std::string& buffer, std::uint32_t timeoutMs, Call& call) {
   char chunk[kReceiveChunk];
   platform::SocketError error = platform::kWsaWouldBlock;
   std::size_t count = 0;
   while (error == platform::kWsaWouldBlock) {  // a wake-up without data is waited out
-    if (!waitForData(timeoutMs, log, progress)) return false;
+    if (!waitForData(timeoutMs, call)) return false;
     error = api_.receive(handle_, chunk, sizeof chunk, count);
   }
   if (error != platform::kSocketOk) {
-    log.LogError("SOCKET_ERROR: ");
-    logSocketError(error, log);
-    log.LogError("Failed to receive data on the TCP socket");
+    call.log.LogError("SOCKET_ERROR: ");
+    logSocketError(error, call.log);
+    call.log.LogError("Failed to receive data on the TCP socket");
     return false;
   }
   if (count == 0) {
     status_.peerClosed = true;
-    log.LogError("The peer has closed the socket (TCP) connection");
-    log.LogError("Connection closed by server.");
+    call.log.LogError("The peer has closed the socket (TCP) connection");
+    call.log.LogError("Connection closed by server.");
     return false;
   }
   buffer.append(chunk, count);

@@ -7,7 +7,6 @@
 #include <string>
 #include <string_view>
 
-#include "base/log_base.h"
 #include "net/byte_channel.h"
 #include "platform/network/socket_api.h"
 
@@ -21,23 +20,20 @@ class KelvadoSocket final : public ByteChannel {
 
   // Closes what was open before. `host` may be null or empty: that fails, with its own line.
   // connectTimeoutMs covers look-up and connect together; 0 is the socket's own default.
-  bool connect(const char* host, std::uint16_t port, std::uint32_t connectTimeoutMs,
-               base::LogBase& log, ProgressMonitor& progress);
+  bool connect(const char* host, std::uint16_t port, std::uint32_t connectTimeoutMs, Call& call);
 
   bool isConnected() const override { return handle_ != platform::kInvalidSocket; }
   void close() override;
-  bool sendBytes(std::string_view data, std::uint32_t idleTimeoutMs, base::LogBase& log,
-                 ProgressMonitor& progress) override;
+  bool sendBytes(std::string_view data, std::uint32_t idleTimeoutMs, Call& call) override;
 
   // False when nothing came in time (logged) or the wait failed or was aborted.
-  bool waitForData(std::uint32_t timeoutMs, base::LogBase& log, ProgressMonitor& progress);
+  bool waitForData(std::uint32_t timeoutMs, Call& call);
 
   const std::string& remoteHost() const { return remoteHost_; }
   const std::string& remoteAddress() const { return remoteAddress_; }
 
  protected:
-  bool receiveMore(std::string& buffer, std::uint32_t timeoutMs, base::LogBase& log,
-                   ProgressMonitor& progress) override;
+  bool receiveMore(std::string& buffer, std::uint32_t timeoutMs, Call& call) override;
   const char* readAbortedText() const override {
     return "socket read-until-match aborted by application callback";
   }
@@ -46,13 +42,10 @@ class KelvadoSocket final : public ByteChannel {
   enum class Direction { Read, Write };
   enum class Wait { Ready, TimedOut, Aborted, Failed };
 
-  Wait wait(Direction direction, std::uint32_t timeoutMs, platform::SocketError& error,
-            ProgressMonitor& progress);
+  Wait wait(Direction direction, std::uint32_t timeoutMs, platform::SocketError& error, Call& call);
   platform::SocketError connectTo(const std::string& address, std::uint16_t port,
-                                  std::uint32_t timeoutMs, base::LogBase& log,
-                                  ProgressMonitor& progress);
-  bool waitForSpace(std::size_t unsent, std::uint32_t idleTimeoutMs, base::LogBase& log,
-                    ProgressMonitor& progress);
+                                  std::uint32_t timeoutMs, Call& call);
+  bool waitForSpace(std::size_t unsent, std::uint32_t idleTimeoutMs, Call& call);
 
   platform::SocketApi& api_;
   platform::SocketHandle handle_ = platform::kInvalidSocket;

@@ -2,8 +2,6 @@
 
 #include <algorithm>
 
-#include "base/log_base.h"
-
 namespace kelvado {
 namespace {
 
@@ -17,7 +15,7 @@ constexpr std::size_t kMaxUndecrypted = 65'536;
 
 bool SChannel::EstablishChannel(const std::string& host, std::uint16_t port,
                                 const TlsRequirements& requirements, std::uint32_t timeoutMs,
-                                base::LogBase& log, ProgressMonitor& progress) {
+                                Call& call) {
   platform::TlsClientOptions options;
   options.host = host;
   options.clientCertificate = requirements.clientCertificate;
@@ -25,88 +23,86 @@ bool SChannel::EstablishChannel(const std::string& host, std::uint16_t port,
   std::string error;
   stream_ = platform::createTlsClient(options, error);
   if (stream_ == nullptr) {
-    if (!error.empty()) log.LogError(error);
-    log.LogError("Error creating credentials");
+    if (!error.empty()) call.log.LogError(error);
+    call.log.LogError("Error creating credentials");
     return false;
   }
   const std::string clientCertificate = stream_->clientCertificateName();
-  if (!clientCertificate.empty()) log.LogData("ClientCertDN", clientCertificate);
-  if (!handshake(timeoutMs, log, progress)) {
-    log.LogError("Error performing handshake.");
+  if (!clientCertificate.empty()) call.log.LogData("ClientCertDN", clientCertificate);
+  if (!handshake(timeoutMs, call)) {
+    call.log.LogError("Error performing handshake.");
     return false;
   }
-  if (!verifyCertificate(requirements, log) || !meetsRequirement(requirements, log)) return false;
+  if (!verifyCertificate(requirements, call) || !meetsRequirement(requirements, call)) return false;
   established_ = true;
-  log.LogInfo("Secure Channel Established.");
+  call.log.LogInfo("Secure Channel Established.");
   return true;
 }
 
-bool SChannel::handshake(std::uint32_t timeoutMs, base::LogBase& log, ProgressMonitor& progress) {
-  const Countdown left(timeoutMs, progress.clock());
+bool SChannel::handshake(std::uint32_t timeoutMs, Call& call) {
+  const Countdown left(timeoutMs, call.progress.clock());
   for (;;) {
     std::string token;
     std::size_t extra = 0;
     const SecurityStatus status = stream_->step(encrypted_, token, extra);
     keepExtra(extra);
     // An alert goes out with a failure, too: the server's log then says what was wrong.
-    const bool sent = sendToken(token, timeoutMs, log, progress);
+    const bool sent = sendToken(token, timeoutMs, call);
     if (status == SecurityStatus::Ok) return sent;
     if (status == SecurityStatus::Failed) {
-      log.LogData("tls_error", stream_->failureText());
+      call.log.LogData("tls_error", stream_->failureText());
       return false;
     }
     if (!sent) return false;
     if (left.remaining() == 0) {
-      logReadTimeout(timeoutMs, log);
+      logReadTimeout(timeoutMs, call);
       return false;
     }
-    if (!readEncrypted(left.remaining(), log, progress)) return false;
+    if (!readEncrypted(left.remaining(), call)) return false;
   }
 }
 
-bool SChannel::verifyCertificate(const TlsRequirements& requirements, base::LogBase& log) {
+bool SChannel::verifyCertificate(const TlsRequirements& requirements, Call& call) {
   if (!stream_->peerCertificate(certificate_)) {
-    log.LogError("Error querying remote certificate");
+    call.log.LogError("Error querying remote certificate");
     return false;
   }
   if (certificate_.verified) {
-    log.LogInfo("SSL Server Certificate verified.");
+    call.log.LogInfo("SSL Server Certificate verified.");
     return true;
   }
-  log.LogInfo("SSL Server Certificate not verified.");
-  log.LogData("tls_error", certificate_.problem);
-  if (requirements.verified) log.LogError("Failed to verify server certificate");
+  call.log.LogInfo("SSL Server Certificate not verified.");
+  call.log.LogData("tls_error", certificate_.problem);
+  if (requirements.verified) call.log.LogError("Failed to verify server certificate");
   return !requirements.verified;
 }
 
-bool SChannel::meetsRequirement(const TlsRequirements& requirements, base::LogBase& log) const {
+bool SChannel::meetsRequirement(const TlsRequirements& requirements, Call& call) const {
   if (requirements.name.empty()) return true;
   const bool issuer = (requirements.name[0] | 0x20) == 'i';
   const std::string& actual = issuer ? certificate_.issuerCn : certificate_.subjectCn;
   if (actual == requirements.value) return true;
-  log.LogError("SSL server certificate fails to match requirement");
-  log.LogData("requireName", requirements.name);
-  log.LogData("requireValue", requirements.value);
-  log.LogData("certValue", actual);
+  call.log.LogError("SSL server certificate fails to match requirement");
+  call.log.LogData("requireName", requirements.name);
+  call.log.LogData("requireValue", requirements.value);
+  call.log.LogData("certValue", actual);
   return false;
 }
 
-bool SChannel::sendToken(const std::string& token, std::uint32_t timeoutMs, base::LogBase& log,
-                         ProgressMonitor& progress) {
+bool SChannel::sendToken(const std::string& token, std::uint32_t timeoutMs, Call& call) {
   if (token.empty()) return true;
-  const bool sent = socket_.sendBytes(token, timeoutMs, log, progress);
+  const bool sent = socket_.sendBytes(token, timeoutMs, call);
   if (!sent) status_ = socket_.status();
   return sent;
 }
 
-bool SChannel::readEncrypted(std::uint32_t timeoutMs, base::LogBase& log,
-                             ProgressMonitor& progress) {
+bool SChannel::readEncrypted(std::uint32_t timeoutMs, Call& call) {
   std::string arrived;
   if (encrypted_.size() > kMaxUndecrypted) {
-    log.LogError("Received record is longer than allowed.");
+    call.log.LogError("Received record is longer than allowed.");
     return false;
   }
-  if (!socket_.receiveBytes(arrived, timeoutMs, log, progress)) {
+  if (!socket_.receiveBytes(arrived, timeoutMs, call)) {
     status_ = socket_.status();
     return false;
   }
@@ -114,11 +110,10 @@ bool SChannel::readEncrypted(std::uint32_t timeoutMs, base::LogBase& log,
   return true;
 }
 
-bool SChannel::SendSecure(std::string_view data, std::uint32_t idleTimeoutMs, base::LogBase& log,
-                          ProgressMonitor& progress) {
+bool SChannel::SendSecure(std::string_view data, std::uint32_t idleTimeoutMs, Call& call) {
   status_ = {};
   if (!isConnected()) {
-    log.LogError("(SendSecure) Cannot send data, not connected.");
+    call.log.LogError("(SendSecure) Cannot send data, not connected.");
     return false;
   }
   const std::size_t pieceSize = stream_->sizes().maximumMessage;
@@ -126,87 +121,84 @@ bool SChannel::SendSecure(std::string_view data, std::uint32_t idleTimeoutMs, ba
   while (!data.empty()) {
     const std::string_view piece = data.substr(0, pieceSize);
     if (stream_->encrypt(piece, records) != SecurityStatus::Ok) {
-      log.LogError("Failed to encrypt secure send request");
-      log.LogData("tls_error", stream_->failureText());
+      call.log.LogError("Failed to encrypt secure send request");
+      call.log.LogData("tls_error", stream_->failureText());
       return false;
     }
     data.remove_prefix(piece.size());
   }
-  if (sendToken(records, idleTimeoutMs, log, progress)) return true;
-  log.LogError("Failed to send secure");
+  if (sendToken(records, idleTimeoutMs, call)) return true;
+  call.log.LogError("Failed to send secure");
   return false;
 }
 
-bool SChannel::receiveMore(std::string& buffer, std::uint32_t timeoutMs, base::LogBase& log,
-                           ProgressMonitor& progress) {
+bool SChannel::receiveMore(std::string& buffer, std::uint32_t timeoutMs, Call& call) {
   if (!isConnected()) {
-    log.LogError("This socket is not connected");
+    call.log.LogError("This socket is not connected");
     return false;
   }
-  const Countdown left(timeoutMs, progress.clock());
+  const Countdown left(timeoutMs, call.progress.clock());
   const std::size_t before = buffer.size();
   for (;;) {
     std::string token;
     std::size_t extra = 0;
     const SecurityStatus status = stream_->decrypt(encrypted_, buffer, token, extra);
     keepExtra(extra);
-    if (!sendToken(token, timeoutMs, log, progress)) return false;
+    if (!sendToken(token, timeoutMs, call)) return false;
     peerHasClosed_ = peerHasClosed_ || status == SecurityStatus::ContextExpired;
     if (status == SecurityStatus::Renegotiate &&
-        !handshake(std::max<std::uint32_t>(1, left.remaining()), log, progress)) {
+        !handshake(std::max<std::uint32_t>(1, left.remaining()), call)) {
       return false;
     }
     if (buffer.size() > before) return true;
     if (peerHasClosed_) {
       status_.peerClosed = true;
-      log.LogError("Connection closed by server.");
+      call.log.LogError("Connection closed by server.");
       return false;
     }
     if (status == SecurityStatus::Failed) {
-      log.LogError("Failed to receive data on the TCP socket");
-      log.LogData("tls_error", stream_->failureText());
+      call.log.LogError("Failed to receive data on the TCP socket");
+      call.log.LogData("tls_error", stream_->failureText());
       return false;
     }
     if (status == SecurityStatus::Renegotiate) continue;  // what follows it may be here already
     if (left.remaining() == 0) {
-      logReadTimeout(timeoutMs, log);
+      logReadTimeout(timeoutMs, call);
       return false;
     }
-    if (!readEncrypted(left.remaining(), log, progress)) return false;
+    if (!readEncrypted(left.remaining(), call)) return false;
   }
 }
 
-bool SChannel::sendCloseNotify(std::uint32_t timeoutMs, base::LogBase& log,
-                               ProgressMonitor& progress) {
+bool SChannel::sendCloseNotify(std::uint32_t timeoutMs, Call& call) {
   if (stream_ == nullptr) {
-    log.LogError("Cannot shutdown channel, no context exists");
+    call.log.LogError("Cannot shutdown channel, no context exists");
     return false;
   }
   std::string token;
   const platform::CloseNotify made = stream_->shutdown(token);
   if (made != platform::CloseNotify::Made) {
-    log.LogError(made == platform::CloseNotify::NotAccepted
-                     ? "Error in ApplyControlToken"
-                     : "Error returned by InitializeSecurityContext");
+    call.log.LogError(made == platform::CloseNotify::NotAccepted
+                          ? "Error in ApplyControlToken"
+                          : "Error returned by InitializeSecurityContext");
     return false;
   }
-  if (!sendToken(token, timeoutMs, log, progress)) {
-    log.LogError("Error sending close notify");
+  if (!sendToken(token, timeoutMs, call)) {
+    call.log.LogError("Error sending close notify");
     return false;
   }
   return true;
 }
 
-void SChannel::ShutdownChannel(std::uint32_t timeoutMs, base::LogBase& log,
-                               ProgressMonitor& progress) {
-  const base::LogContext context(log, "ShutdownChannel");
-  log.LogInfo("Shutting down SChannel");
-  const bool notified = sendCloseNotify(timeoutMs, log, progress);
-  if (!notified) log.LogInfo("Forcibly closing socket.");
+void SChannel::ShutdownChannel(std::uint32_t timeoutMs, Call& call) {
+  const base::LogContext context(call.log, "ShutdownChannel");
+  call.log.LogInfo("Shutting down SChannel");
+  const bool notified = sendCloseNotify(timeoutMs, call);
+  if (!notified) call.log.LogInfo("Forcibly closing socket.");
   socket_.close();
   established_ = false;
-  log.LogInfo("socket shutdown.");
-  if (notified) log.LogInfo("Secure Channel Shutdown Complete.");
+  call.log.LogInfo("socket shutdown.");
+  if (notified) call.log.LogInfo("Secure Channel Shutdown Complete.");
 }
 
 }  // namespace kelvado

@@ -8,7 +8,6 @@
 #include <string>
 #include <string_view>
 
-#include "base/log_base.h"
 #include "net/byte_channel.h"
 #include "net/kelvado_socket.h"
 #include "platform/network/security_package.h"
@@ -34,44 +33,38 @@ class SChannel final : public ByteChannel {
   // `host` is the name that the certificate must carry. timeoutMs is for the whole handshake. On
   // failure the caller closes the socket.
   bool EstablishChannel(const std::string& host, std::uint16_t port,
-                        const TlsRequirements& requirements, std::uint32_t timeoutMs,
-                        base::LogBase& log, ProgressMonitor& progress);
+                        const TlsRequirements& requirements, std::uint32_t timeoutMs, Call& call);
   // The same under its second name.
   bool EstablishChannel2(const std::string& host, std::uint16_t port,
-                         const TlsRequirements& requirements, std::uint32_t timeoutMs,
-                         base::LogBase& log, ProgressMonitor& progress) {
-    return EstablishChannel(host, port, requirements, timeoutMs, log, progress);
+                         const TlsRequirements& requirements, std::uint32_t timeoutMs, Call& call) {
+    return EstablishChannel(host, port, requirements, timeoutMs, call);
   }
-  bool SendSecure(std::string_view data, std::uint32_t idleTimeoutMs, base::LogBase& log,
-                  ProgressMonitor& progress);
+  bool SendSecure(std::string_view data, std::uint32_t idleTimeoutMs, Call& call);
   // Sends the close notify and closes the socket, whatever happens.
-  void ShutdownChannel(std::uint32_t timeoutMs, base::LogBase& log, ProgressMonitor& progress);
+  void ShutdownChannel(std::uint32_t timeoutMs, Call& call);
 
   // Of the server; empty before the handshake.
   const platform::PeerCertificate& certificate() const { return certificate_; }
 
   bool isConnected() const override { return established_ && socket_.isConnected(); }
   void close() override { socket_.close(); }
-  bool sendBytes(std::string_view data, std::uint32_t idleTimeoutMs, base::LogBase& log,
-                 ProgressMonitor& progress) override {
-    return SendSecure(data, idleTimeoutMs, log, progress);
+  bool sendBytes(std::string_view data, std::uint32_t idleTimeoutMs, Call& call) override {
+    return SendSecure(data, idleTimeoutMs, call);
   }
 
  protected:
-  bool receiveMore(std::string& buffer, std::uint32_t timeoutMs, base::LogBase& log,
-                   ProgressMonitor& progress) override;
+  bool receiveMore(std::string& buffer, std::uint32_t timeoutMs, Call& call) override;
   const char* readAbortedText() const override {
     return "SChannel read aborted by application callback";
   }
 
  private:
-  bool handshake(std::uint32_t timeoutMs, base::LogBase& log, ProgressMonitor& progress);
-  bool verifyCertificate(const TlsRequirements& requirements, base::LogBase& log);
-  bool meetsRequirement(const TlsRequirements& requirements, base::LogBase& log) const;
-  bool sendToken(const std::string& token, std::uint32_t timeoutMs, base::LogBase& log,
-                 ProgressMonitor& progress);
-  bool readEncrypted(std::uint32_t timeoutMs, base::LogBase& log, ProgressMonitor& progress);
-  bool sendCloseNotify(std::uint32_t timeoutMs, base::LogBase& log, ProgressMonitor& progress);
+  bool handshake(std::uint32_t timeoutMs, Call& call);
+  bool verifyCertificate(const TlsRequirements& requirements, Call& call);
+  bool meetsRequirement(const TlsRequirements& requirements, Call& call) const;
+  bool sendToken(const std::string& token, std::uint32_t timeoutMs, Call& call);
+  bool readEncrypted(std::uint32_t timeoutMs, Call& call);
+  bool sendCloseNotify(std::uint32_t timeoutMs, Call& call);
   void keepExtra(std::size_t extra) { encrypted_.erase(0, encrypted_.size() - extra); }
 
   KelvadoSocket& socket_;

@@ -85,11 +85,11 @@ std::unique_ptr<Email2> ClsMailMan::prepareForSending(const ClsEmail& email,
 }
 
 // A connection that is ready, and the copy to send over it; null when there is no going on.
-std::unique_ptr<Email2> ClsMailMan::openAndPrepare(ClsEmail* email, SmtpCall& call) {
+std::unique_ptr<Email2> ClsMailMan::openAndPrepare(ClsEmail* email, Call& call) {
   base::LogBase& log = call.log;
   if (!ensureMessage(email, log)) return nullptr;
   call.progress.expect(email->message()->sizeEstimate() * 3 / 2 + 200);
-  if (call.progress.aborted() || abortAllRequested()) {
+  if (call.abortRequested()) {
     log.LogError("Mail sending aborted by application");
     return nullptr;
   }
@@ -107,7 +107,7 @@ std::unique_ptr<Email2> ClsMailMan::openAndPrepare(ClsEmail* email, SmtpCall& ca
   return copy;
 }
 
-bool ClsMailMan::reportOutcome(bool sent, SmtpCall& call) const {
+bool ClsMailMan::reportOutcome(bool sent, Call& call) const {
   base::LogBase& log = call.log;
   const auto& [accepted, total] = counters_;
   if (sent) {
@@ -134,7 +134,7 @@ bool ClsMailMan::reportOutcome(bool sent, SmtpCall& call) const {
 
 bool ClsMailMan::deliver(ClsEmail* email, base::LogBase& log) {
   ProgressMonitor progress = newMonitor();
-  SmtpCall call{log, progress};
+  Call call{log, progress};
   const std::unique_ptr<Email2> copy = openAndPrepare(email, call);
   if (copy == nullptr) return false;
   return reportOutcome(session_.sendEmail(*copy, settings_.send, call, counters_), call);
@@ -175,7 +175,7 @@ bool ClsMailMan::sendToDistributionList(ClsEmail* email,
   if (!beginSend(log)) return false;
   if (addresses.empty()) return bracket.fail("The distribution list is empty.");
   ProgressMonitor progress = newMonitor();
-  SmtpCall call{log, progress};
+  Call call{log, progress};
   const std::unique_ptr<Email2> copy = openAndPrepare(email, call);
   if (copy == nullptr) return false;
   std::string mime;
@@ -210,7 +210,7 @@ bool ClsMailMan::sendText(const std::string& from, const std::vector<std::string
     return false;
   }
   ProgressMonitor progress = newMonitor();
-  SmtpCall call{log, progress};
+  Call call{log, progress};
   progress.expect(mime.size() * 3 / 2 + 200);
   if (!session_.prepareToSend(settings_.server, call)) return false;
   const Envelope envelope{parseAddress(from).address, addresses, {}, {}};
@@ -252,7 +252,7 @@ bool ClsMailMan::verifySmtpConnection() {
   log.LogInfo("Checking TCP/IP connectivity to the SMTP server.");
   log.LogInfo("This does not check the login/password.");
   ProgressMonitor progress = newMonitor();
-  SmtpCall call{log, progress};
+  Call call{log, progress};
   return session_.connectAndGreet(settings_.server, call) ||
          bracket.fail("Failed to connect to SMTP server.");
 }
@@ -265,7 +265,7 @@ bool ClsMailMan::verifySmtpLogin() {
   if (credentials.username.value_or("").empty()) return bracket.fail("SMTP username is empty.");
   if (credentials.password.value_or("").empty()) return bracket.fail("SMTP password is empty.");
   ProgressMonitor progress = newMonitor();
-  SmtpCall call{log, progress};
+  Call call{log, progress};
   return session_.connectAndAuthenticate(settings_.server, call);
 }
 
@@ -274,7 +274,7 @@ bool ClsMailMan::verifyRecipients(ClsEmail* email) {
   base::LogBase& log = bracket.log();
   if (!beginSend(log)) return false;
   ProgressMonitor progress = newMonitor();
-  SmtpCall call{log, progress};
+  Call call{log, progress};
   const std::unique_ptr<Email2> copy = openAndPrepare(email, call);
   if (copy == nullptr) return false;
   const Envelope envelope{copy->reversePath(), copy->recipients(RecipientKind::To),
@@ -297,7 +297,7 @@ bool ClsMailMan::openSmtpConnection() {
   const MethodBracket bracket(*this, "OpenSmtpConnection");
   if (!begin(bracket.log())) return false;
   ProgressMonitor progress = newMonitor();
-  SmtpCall call{bracket.log(), progress};
+  Call call{bracket.log(), progress};
   return session_.reuseOrConnect(settings_.server, call);
 }
 
@@ -305,7 +305,7 @@ bool ClsMailMan::closeSmtpConnection() {
   const MethodBracket bracket(*this, "CloseSmtpConnection");
   if (!session_.isOpen()) return bracket.fail(kNotConnected);
   ProgressMonitor progress = newMonitor();
-  SmtpCall call{bracket.log(), progress};
+  Call call{bracket.log(), progress};
   return session_.smtpQuit(call);
 }
 
@@ -314,7 +314,7 @@ bool ClsMailMan::smtpReset() {
   if (!begin(bracket.log())) return false;
   if (!session_.isOpen()) return bracket.fail(kNotConnected);
   ProgressMonitor progress = newMonitor();
-  SmtpCall call{bracket.log(), progress};
+  Call call{bracket.log(), progress};
   return session_.smtpRset(call);
 }
 
@@ -323,7 +323,7 @@ bool ClsMailMan::smtpNoop() {
   if (!begin(bracket.log())) return false;
   if (!session_.isOpen()) return bracket.fail(kNotConnected);
   ProgressMonitor progress = newMonitor();
-  SmtpCall call{bracket.log(), progress};
+  Call call{bracket.log(), progress};
   return session_.smtpNoop(call);
 }
 
@@ -331,7 +331,7 @@ bool ClsMailMan::isSmtpDsnCapable() {
   const MethodBracket bracket(*this, "IsSmtpDsnCapable");
   if (!begin(bracket.log())) return false;
   ProgressMonitor progress = newMonitor();
-  SmtpCall call{bracket.log(), progress};
+  Call call{bracket.log(), progress};
   return session_.reuseOrConnect(settings_.server, call) && session_.offersDsn();
 }
 

@@ -72,13 +72,13 @@ class ClsMailMan : public ClsBase {
   }
   bool ensureMessage(ClsEmail* email, base::LogBase& log) const;
   std::unique_ptr<Email2> prepareForSending(const ClsEmail& email, base::LogBase& log) const;
-  std::unique_ptr<Email2> openAndPrepare(ClsEmail* email, SmtpCall& call);
+  std::unique_ptr<Email2> openAndPrepare(ClsEmail* email, Call& call);
   bool deliver(ClsEmail* email, base::LogBase& log);
   bool sendText(const std::string& from, const std::vector<std::string>& addresses,
                 std::string_view mime, base::LogBase& log);
   std::vector<platform::MxRecord> mailHosts(const std::string& emailOrDomain,
                                             base::LogBase& log) const;
-  bool reportOutcome(bool sent, SmtpCall& call) const;
+  bool reportOutcome(bool sent, Call& call) const;
 
   MailManSettings settings_;
   bool unlocked_ = false;

@@ -13,7 +13,7 @@ namespace kelvado {
 
 class CommandPipeline {
  public:
-  CommandPipeline(SmtpWire& wire, bool pipelining, SmtpCall& call)
+  CommandPipeline(SmtpWire& wire, bool pipelining, Call& call)
       : wire_(wire), groupSize_(pipelining ? kMaxAhead : 1), call_(call) {}
 
   // One line; CR LF is added.
@@ -38,7 +38,7 @@ class CommandPipeline {
 
   SmtpWire& wire_;
   std::size_t groupSize_;
-  SmtpCall& call_;
+  Call& call_;
   std::vector<std::string> commands_;
   std::size_t sent_ = 0;
   std::size_t taken_ = 0;

@@ -52,7 +52,7 @@ void logStatusName(SspiStatus status, base::LogBase& log) {
 
 class NtlmExchange {
  public:
-  NtlmExchange(SmtpWire& wire, SmtpCall& call) : wire_(wire), call_(call) {}
+  NtlmExchange(SmtpWire& wire, Call& call) : wire_(wire), call_(call) {}
 
   NtlmOutcome run(const SmtpCredentials& credentials) {
     if (!acquire(credentials) || !prepare({})) return cancel();
@@ -140,7 +140,7 @@ class NtlmExchange {
   }
 
   SmtpWire& wire_;
-  SmtpCall& call_;
+  Call& call_;
   std::unique_ptr<platform::NtlmClient> client_;
   std::string token_;
   bool finished_ = false;
@@ -150,7 +150,7 @@ class NtlmExchange {
 }  // namespace
 
 NtlmOutcome ntlmLogin(SmtpWire& wire, const SmtpCredentials& credentials, const char* command,
-                      SmtpCall& call) {
+                      Call& call) {
   if (!wire.sendCommand(command, call)) {
     call.log.LogError(std::string("Failed to send ") + command);
     return NtlmOutcome::Denied;

@@ -16,6 +16,6 @@ enum class NtlmOutcome {
 };
 
 NtlmOutcome ntlmLogin(SmtpWire& wire, const SmtpCredentials& credentials, const char* command,
-                      SmtpCall& call);
+                      Call& call);
 
 }  // namespace kelvado

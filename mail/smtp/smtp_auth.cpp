@@ -51,14 +51,14 @@ std::string lowerHex(const std::string& bytes) {
   return base::lowered(hex);
 }
 
-bool haveCredentials(const SmtpCredentials& credentials, SmtpCall& call) {
+bool haveCredentials(const SmtpCredentials& credentials, Call& call) {
   if (credentials.complete()) return true;
   call.log.LogError("Username and/or password is empty");
   return false;
 }
 
 // Each exchange below logs its own steps; its caller adds the line that names the method.
-bool authLogin(SmtpWire& wire, const SmtpCredentials& credentials, SmtpCall& call) {
+bool authLogin(SmtpWire& wire, const SmtpCredentials& credentials, Call& call) {
   if (!haveCredentials(credentials, call)) return false;
   if (!wire.sendCommand("AUTH LOGIN", call)) {
     call.log.LogError("Failed to send AUTH LOGIN");
@@ -85,7 +85,7 @@ bool authLogin(SmtpWire& wire, const SmtpCredentials& credentials, SmtpCall& cal
   return true;
 }
 
-bool authPlain(SmtpWire& wire, const SmtpCredentials& credentials, SmtpCall& call) {
+bool authPlain(SmtpWire& wire, const SmtpCredentials& credentials, Call& call) {
   if (!haveCredentials(credentials, call)) return false;
   // The authorisation identity is always the user name.
   std::string identity = *credentials.username;
@@ -99,7 +99,7 @@ bool authPlain(SmtpWire& wire, const SmtpCredentials& credentials, SmtpCall& cal
   return wire.readReply(235, call, kCodeOnly);
 }
 
-bool authCramMd5(SmtpWire& wire, const SmtpCredentials& credentials, SmtpCall& call) {
+bool authCramMd5(SmtpWire& wire, const SmtpCredentials& credentials, Call& call) {
   if (!haveCredentials(credentials, call)) return false;
   if (!wire.sendCommand("AUTH CRAM-MD5", call)) return false;
   if (!wire.readReply(334, call, kCodeOnly)) return false;
@@ -127,7 +127,7 @@ bool mayFallBack(const SmtpWire& wire, const SmtpCredentials& credentials) {
 }
 
 bool authByNtlm(const char* command, const char* failure, SmtpWire& wire,
-                const SmtpCredentials& credentials, SmtpCall& call) {
+                const SmtpCredentials& credentials, Call& call) {
   if (!haveCredentials(credentials, call)) return false;
   const NtlmOutcome outcome = ntlmLogin(wire, credentials, command, call);
   if (outcome == NtlmOutcome::LoggedIn) return true;
@@ -137,11 +137,11 @@ bool authByNtlm(const char* command, const char* failure, SmtpWire& wire,
   return authLogin(wire, credentials, call);
 }
 
-bool authNtlm(SmtpWire& wire, const SmtpCredentials& credentials, SmtpCall& call) {
+bool authNtlm(SmtpWire& wire, const SmtpCredentials& credentials, Call& call) {
   return authByNtlm("AUTH NTLM", "NTLM authentication failed", wire, credentials, call);
 }
 
-bool authMsn(SmtpWire& wire, const SmtpCredentials& credentials, SmtpCall& call) {
+bool authMsn(SmtpWire& wire, const SmtpCredentials& credentials, Call& call) {
   return authByNtlm("AUTH MSN", "MSN authentication failed", wire, credentials, call);
 }
 
@@ -149,7 +149,7 @@ struct Exchange {
   unsigned method;
   const char* logName;  // under "login_method"
   const char* failure;
-  bool (*run)(SmtpWire&, const SmtpCredentials&, SmtpCall&);
+  bool (*run)(SmtpWire&, const SmtpCredentials&, Call&);
 };
 
 // In order of preference.
@@ -175,14 +175,14 @@ constexpr UnsupportedMethod kUnsupportedMethods[] = {
 };
 
 bool runExchange(const Exchange& exchange, SmtpWire& wire, const SmtpCredentials& credentials,
-                 SmtpCall& call) {
+                 Call& call) {
   call.log.LogData("login_method", exchange.logName);
   if (exchange.run(wire, credentials, call)) return true;
   call.log.LogError(exchange.failure);
   return false;
 }
 
-bool refuseUnsupported(unsigned methods, SmtpCall& call) {
+bool refuseUnsupported(unsigned methods, Call& call) {
   for (const UnsupportedMethod& row : kUnsupportedMethods) {
     if ((methods & row.method) == 0) continue;
     call.log.LogData("login_method", row.logName);
@@ -212,7 +212,7 @@ std::string cramMd5Answer(std::string_view username, std::string_view password,
 }
 
 bool authenticate(SmtpWire& wire, const SmtpCredentials& credentials, unsigned listedMethods,
-                  SmtpCall& call) {
+                  Call& call) {
   if (!credentials.complete()) {
     call.log.LogData("login_method", "NONE");
     return true;
@@ -232,7 +232,7 @@ bool authenticate(SmtpWire& wire, const SmtpCredentials& credentials, unsigned l
   return refuseUnsupported(methods, call);
 }
 
-bool authenticateAfterHelo(SmtpWire& wire, const SmtpCredentials& credentials, SmtpCall& call) {
+bool authenticateAfterHelo(SmtpWire& wire, const SmtpCredentials& credentials, Call& call) {
   if (!credentials.complete()) {
     call.log.LogData("login_method", "NONE");
     return true;

@@ -31,9 +31,9 @@ std::string cramMd5Answer(std::string_view username, std::string_view password,
 
 // True when logged in, or when there was nothing to log in with.
 bool authenticate(SmtpWire& wire, const SmtpCredentials& credentials, unsigned listedMethods,
-                  SmtpCall& call);
+                  Call& call);
 
 // For a server that only knows HELO and lists nothing.
-bool authenticateAfterHelo(SmtpWire& wire, const SmtpCredentials& credentials, SmtpCall& call);
+bool authenticateAfterHelo(SmtpWire& wire, const SmtpCredentials& credentials, Call& call);
 
 }  // namespace kelvado

@@ -68,8 +68,8 @@ bool isSameSession(const SmtpServer& server, SmtpServer old) {
   return server == old;
 }
 
-bool isAborted(SmtpCall& call) {
-  if (!call.progress.aborted() && !abortAllRequested()) return false;
+bool isAborted(Call& call) {
+  if (!call.abortRequested()) return false;
   call.log.LogError("Mail sending aborted by application");
   return true;
 }
@@ -78,7 +78,7 @@ bool isAborted(SmtpCall& call) {
 
 SmtpConnImpl::SmtpConnImpl(platform::SocketApi& sockets) : sockets_(sockets), wire_(sockets) {}
 
-bool SmtpConnImpl::connectAndAuthenticate(const SmtpServer& server, SmtpCall& call) {
+bool SmtpConnImpl::connectAndAuthenticate(const SmtpServer& server, Call& call) {
   const base::LogContext context(call.log, "SMTP_Connect");
   const bool ready = openConnection(server, call) && greetAndLogin(server, call);
   // A connection that is not logged in, or not secured, must never be taken for a ready one.
@@ -86,7 +86,7 @@ bool SmtpConnImpl::connectAndAuthenticate(const SmtpServer& server, SmtpCall& ca
   return ready;
 }
 
-bool SmtpConnImpl::connectAndGreet(const SmtpServer& server, SmtpCall& call) {
+bool SmtpConnImpl::connectAndGreet(const SmtpServer& server, Call& call) {
   const base::LogContext context(call.log, "SMTP_Connect");
   const bool greeted = openConnection(server, call);
   if (greeted) smtpQuit(call);
@@ -94,21 +94,21 @@ bool SmtpConnImpl::connectAndGreet(const SmtpServer& server, SmtpCall& call) {
   return greeted;
 }
 
-bool SmtpConnImpl::reuseOrConnect(const SmtpServer& server, SmtpCall& call) {
+bool SmtpConnImpl::reuseOrConnect(const SmtpServer& server, Call& call) {
   if (!abortAllRequested() && adoptConnection(server, call) && logReuse(smtpRset(call), call.log)) {
     return true;
   }
   return connectAfresh(server, call);
 }
 
-bool SmtpConnImpl::prepareToSend(const SmtpServer& server, SmtpCall& call) {
+bool SmtpConnImpl::prepareToSend(const SmtpServer& server, Call& call) {
   isUnchecked_ = !abortAllRequested() && adoptConnection(server, call);
   wasConnected_ = isUnchecked_ || connectAfresh(server, call);
   return wasConnected_;
 }
 
 // False when the open connection, if there is one, does not serve for these settings.
-bool SmtpConnImpl::adoptConnection(const SmtpServer& server, SmtpCall& call) {
+bool SmtpConnImpl::adoptConnection(const SmtpServer& server, Call& call) {
   const bool wantsTls = server.ssl || server.startTls;
   if (!wire_.isOpen()) {
     call.log.LogInfo("No connection, need new SMTP connection.");
@@ -124,15 +124,15 @@ bool SmtpConnImpl::adoptConnection(const SmtpServer& server, SmtpCall& call) {
   return false;
 }
 
-bool SmtpConnImpl::connectAfresh(const SmtpServer& server, SmtpCall& call) {
+bool SmtpConnImpl::connectAfresh(const SmtpServer& server, Call& call) {
   wire_.close();
   if (!abortAllRequested() && connectAndAuthenticate(server, call)) return true;
-  if (call.progress.aborted() || abortAllRequested()) call.log.LogError("Aborted by application");
+  if (call.abortRequested()) call.log.LogError("Aborted by application");
   call.log.LogError("Failed to connect to SMTP server.");
   return false;
 }
 
-bool SmtpConnImpl::openConnection(const SmtpServer& given, SmtpCall& call) {
+bool SmtpConnImpl::openConnection(const SmtpServer& given, Call& call) {
   base::LogBase& log = call.log;
   if (abortAllRequested()) {
     log.LogError("Aborted by application");
@@ -187,7 +187,7 @@ bool SmtpConnImpl::openConnection(const SmtpServer& given, SmtpCall& call) {
   return false;
 }
 
-bool SmtpConnImpl::greetAndLogin(const SmtpServer& server, SmtpCall& call) {
+bool SmtpConnImpl::greetAndLogin(const SmtpServer& server, Call& call) {
   const bool ehloFirst =
       base::containsNoCase(server.credentials.username.value_or(""), kEhloFirstDomain);
   if (server.startTls && !ehloFirst && !startTls(server, "Sending STARTTLS (1)...", call)) {
@@ -215,13 +215,13 @@ bool SmtpConnImpl::greetAndLogin(const SmtpServer& server, SmtpCall& call) {
   return false;
 }
 
-bool SmtpConnImpl::secure(const SmtpServer& server, SmtpCall& call) {
+bool SmtpConnImpl::secure(const SmtpServer& server, Call& call) {
   return wire_.secure(base::lowered(server.host), static_cast<std::uint16_t>(server.port),
                       server.tls, call);
 }
 
 // Nothing that the server says lets the session go on without TLS.
-bool SmtpConnImpl::startTls(const SmtpServer& server, const char* announcement, SmtpCall& call) {
+bool SmtpConnImpl::startTls(const SmtpServer& server, const char* announcement, Call& call) {
   base::LogBase& log = call.log;
   log.LogInfo(announcement);
   if (!wire_.sendCommand("STARTTLS", call)) {
@@ -245,7 +245,7 @@ bool SmtpConnImpl::startTls(const SmtpServer& server, const char* announcement, 
 }
 
 // For a server that wants to be greeted first.
-bool SmtpConnImpl::resendStartTls(const SmtpServer& server, SmtpCall& call) {
+bool SmtpConnImpl::resendStartTls(const SmtpServer& server, Call& call) {
   if (!sayEhlo(server, call)) {
     call.log.LogError("Failed to get EHLO response (2)");
     return false;
@@ -269,14 +269,14 @@ std::string SmtpConnImpl::helloName(const SmtpServer& server) const {
   return name.empty() || !isSafeWord(name) ? "localhost" : name;
 }
 
-SmtpConnImpl::Hello SmtpConnImpl::sayHello(const SmtpServer& server, SmtpCall& call) {
+SmtpConnImpl::Hello SmtpConnImpl::sayHello(const SmtpServer& server, Call& call) {
   if (sayEhlo(server, call)) return Hello::Ehlo;
   if (!wire_.isOpen()) return Hello::Failed;
   call.log.LogInfo("EHLO failed, sending HELO...");
   return sayHelo(server, call) ? Hello::Helo : Hello::Failed;
 }
 
-bool SmtpConnImpl::sayEhlo(const SmtpServer& server, SmtpCall& call) {
+bool SmtpConnImpl::sayEhlo(const SmtpServer& server, Call& call) {
   extensions_ = {};
   const std::string name = helloName(server);
   call.log.LogInfo("sendingHello");
@@ -294,7 +294,7 @@ bool SmtpConnImpl::sayEhlo(const SmtpServer& server, SmtpCall& call) {
   return extensions.has_value();
 }
 
-bool SmtpConnImpl::sayHelo(const SmtpServer& server, SmtpCall& call) {
+bool SmtpConnImpl::sayHelo(const SmtpServer& server, Call& call) {
   // The second try carries the server's own name, on purpose: some servers know no other.
   const std::string names[] = {helloName(server), base::lowered(server.host)};
   const char* failures[] = {"Failed to get response to Hello (HELO)",
@@ -314,22 +314,22 @@ bool SmtpConnImpl::sayHelo(const SmtpServer& server, SmtpCall& call) {
   return false;
 }
 
-bool SmtpConnImpl::smtpRset(SmtpCall& call) {
+bool SmtpConnImpl::smtpRset(Call& call) {
   return expectOk("RSET", call);
 }
 
-bool SmtpConnImpl::smtpNoop(SmtpCall& call) {
+bool SmtpConnImpl::smtpNoop(Call& call) {
   return expectOk("NOOP", call);
 }
 
-bool SmtpConnImpl::expectOk(const char* command, SmtpCall& call) {
+bool SmtpConnImpl::expectOk(const char* command, Call& call) {
   if (!wire_.isOpen()) return false;
   const bool answered = wire_.sendCommand(command, call) && wire_.readReply(250, call);
   if (wire_.outOfStep()) wire_.close();
   return answered;
 }
 
-bool SmtpConnImpl::smtpQuit(SmtpCall& call) {
+bool SmtpConnImpl::smtpQuit(Call& call) {
   const bool answered =
       wire_.isOpen() && wire_.sendCommand("QUIT", call) && wire_.readReply(221, call);
   wire_.shutdown(call);
@@ -339,12 +339,12 @@ bool SmtpConnImpl::smtpQuit(SmtpCall& call) {
 void SmtpConnImpl::hangUp() {
   base::LogNull log;
   ProgressMonitor progress;
-  SmtpCall call{log, progress};
+  Call call{log, progress};
   wire_.setReadTimeout(kHangUpTimeoutMs);
   smtpQuit(call);
 }
 
-bool SmtpConnImpl::sendEmail(Email2& message, const SendOptions& options, SmtpCall& call,
+bool SmtpConnImpl::sendEmail(Email2& message, const SendOptions& options, Call& call,
                              SendCounters& counters) {
   if (isAborted(call)) return false;
   Envelope envelope{message.reversePath(), message.recipients(RecipientKind::To),
@@ -369,7 +369,7 @@ bool SmtpConnImpl::sendEmail(Email2& message, const SendOptions& options, SmtpCa
 }
 
 bool SmtpConnImpl::sendMime(const Envelope& envelope, std::string_view mime,
-                            const SendOptions& options, SmtpCall& call, SendCounters& counters) {
+                            const SendOptions& options, Call& call, SendCounters& counters) {
   const std::vector<Envelope> parts =
       options.individual ? individualEnvelopes(envelope) : std::vector<Envelope>{envelope};
   return sendInParts(parts, mime, options, call, counters);
@@ -377,7 +377,7 @@ bool SmtpConnImpl::sendMime(const Envelope& envelope, std::string_view mime,
 
 bool SmtpConnImpl::sendToList(const std::string& reversePath,
                               const std::vector<std::string>& addresses, std::string_view mime,
-                              const SendOptions& options, SmtpCall& call, SendCounters& counters) {
+                              const SendOptions& options, Call& call, SendCounters& counters) {
   const std::vector<Envelope> parts =
       listEnvelopes(reversePath, addresses, options.individual ? 1 : kRecipientsPerTransaction);
   if (!sendInParts(parts, mime, options, call, counters)) return false;
@@ -387,7 +387,7 @@ bool SmtpConnImpl::sendToList(const std::string& reversePath,
 }
 
 TransactionResult SmtpConnImpl::transact(const TransactionSteps& steps, const SendOptions& options,
-                                         SmtpCall& call) {
+                                         Call& call) {
   SmtpTransaction transaction(wire_, extensions_, options, badAddresses_, call);
   if (std::exchange(isUnchecked_, false)) transaction.checkConnection();
   const TransactionResult result = steps(transaction);
@@ -400,7 +400,7 @@ TransactionResult SmtpConnImpl::transact(const TransactionSteps& steps, const Se
 }
 
 bool SmtpConnImpl::sendInParts(const std::vector<Envelope>& parts, std::string_view mime,
-                               const SendOptions& options, SmtpCall& call, SendCounters& counters) {
+                               const SendOptions& options, Call& call, SendCounters& counters) {
   needsNewConnection_ = false;
   for (const Envelope& part : parts) counters.total += part.recipientCount();
   const auto isSafe = [&](const Envelope& part) {
@@ -435,8 +435,7 @@ bool SmtpConnImpl::sendInParts(const std::vector<Envelope>& parts, std::string_v
   return sent;
 }
 
-bool SmtpConnImpl::verifyRecipients(const Envelope& envelope, SmtpCall& call,
-                                    SendCounters& counters) {
+bool SmtpConnImpl::verifyRecipients(const Envelope& envelope, Call& call, SendCounters& counters) {
   counters.total += envelope.recipientCount();
   if (!isSafeEnvelope(envelope, {}, call.log) || isAborted(call)) return false;
   const auto ask = [&](SmtpTransaction& transaction) {

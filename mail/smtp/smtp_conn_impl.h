@@ -37,32 +37,31 @@ class SmtpConnImpl {
   explicit SmtpConnImpl(platform::SocketApi& sockets = platform::systemSockets());
 
   // Connects afresh; on failure the connection is closed.
-  bool connectAndAuthenticate(const SmtpServer& server, SmtpCall& call);
+  bool connectAndAuthenticate(const SmtpServer& server, Call& call);
   // Connects and reads the greeting, to see that somebody is there. No connection is kept.
-  bool connectAndGreet(const SmtpServer& server, SmtpCall& call);
+  bool connectAndGreet(const SmtpServer& server, Call& call);
   // Checks an open connection with RSET and keeps it, or connects afresh.
-  bool reuseOrConnect(const SmtpServer& server, SmtpCall& call);
+  bool reuseOrConnect(const SmtpServer& server, Call& call);
   // As reuseOrConnect, for a send that follows: that begins with the RSET, and connects afresh when
   // it fails.
-  bool prepareToSend(const SmtpServer& server, SmtpCall& call);
+  bool prepareToSend(const SmtpServer& server, Call& call);
 
   // The message is a prepared copy: its blind-copy recipients are in "Bcc". autoMessageId changes
   // it.
-  bool sendEmail(Email2& message, const SendOptions& options, SmtpCall& call,
-                 SendCounters& counters);
+  bool sendEmail(Email2& message, const SendOptions& options, Call& call, SendCounters& counters);
   // A text that is ready, in an envelope that is told.
   bool sendMime(const Envelope& envelope, std::string_view mime, const SendOptions& options,
-                SmtpCall& call, SendCounters& counters);
+                Call& call, SendCounters& counters);
   // To each address of a list, in as many transactions as it needs.
   bool sendToList(const std::string& reversePath, const std::vector<std::string>& addresses,
-                  std::string_view mime, const SendOptions& options, SmtpCall& call,
+                  std::string_view mime, const SendOptions& options, Call& call,
                   SendCounters& counters);
   // Asks whether the server would take the recipients, and sends nothing.
-  bool verifyRecipients(const Envelope& envelope, SmtpCall& call, SendCounters& counters);
+  bool verifyRecipients(const Envelope& envelope, Call& call, SendCounters& counters);
 
-  bool smtpRset(SmtpCall& call);
-  bool smtpNoop(SmtpCall& call);
-  bool smtpQuit(SmtpCall& call);  // closes whatever the server answers
+  bool smtpRset(Call& call);
+  bool smtpNoop(Call& call);
+  bool smtpQuit(Call& call);  // closes whatever the server answers
 
   // Whether the last send had a connection. If not, the log says so.
   bool wasConnected() const { return wasConnected_; }
@@ -86,23 +85,22 @@ class SmtpConnImpl {
   enum class Hello { Failed, Ehlo, Helo };
   using TransactionSteps = std::function<TransactionResult(SmtpTransaction&)>;
 
-  bool adoptConnection(const SmtpServer& server, SmtpCall& call);
-  bool connectAfresh(const SmtpServer& server, SmtpCall& call);
-  bool openConnection(const SmtpServer& server, SmtpCall& call);
-  bool greetAndLogin(const SmtpServer& server, SmtpCall& call);
-  bool startTls(const SmtpServer& server, const char* announcement, SmtpCall& call);
-  bool secure(const SmtpServer& server, SmtpCall& call);
-  bool resendStartTls(const SmtpServer& server, SmtpCall& call);
-  Hello sayHello(const SmtpServer& server, SmtpCall& call);
-  bool sayEhlo(const SmtpServer& server, SmtpCall& call);
-  bool sayHelo(const SmtpServer& server, SmtpCall& call);
-  bool expectOk(const char* command, SmtpCall& call);
+  bool adoptConnection(const SmtpServer& server, Call& call);
+  bool connectAfresh(const SmtpServer& server, Call& call);
+  bool openConnection(const SmtpServer& server, Call& call);
+  bool greetAndLogin(const SmtpServer& server, Call& call);
+  bool startTls(const SmtpServer& server, const char* announcement, Call& call);
+  bool secure(const SmtpServer& server, Call& call);
+  bool resendStartTls(const SmtpServer& server, Call& call);
+  Hello sayHello(const SmtpServer& server, Call& call);
+  bool sayEhlo(const SmtpServer& server, Call& call);
+  bool sayHelo(const SmtpServer& server, Call& call);
+  bool expectOk(const char* command, Call& call);
   std::string helloName(const SmtpServer& server) const;
   // Over a connection that is known to be good, or is found to be: else over a new one.
-  TransactionResult transact(const TransactionSteps& steps, const SendOptions& options,
-                             SmtpCall& call);
+  TransactionResult transact(const TransactionSteps& steps, const SendOptions& options, Call& call);
   bool sendInParts(const std::vector<Envelope>& parts, std::string_view mime,
-                   const SendOptions& options, SmtpCall& call, SendCounters& counters);
+                   const SendOptions& options, Call& call, SendCounters& counters);
 
   platform::SocketApi& sockets_;
   SmtpWire wire_;

@@ -39,7 +39,7 @@ class SmtpTransaction {
  public:
   // Rejected recipients are added to `badAddresses`.
   SmtpTransaction(SmtpWire& wire, const SmtpExtensions& extensions, const SendOptions& options,
-                  std::vector<std::string>& badAddresses, SmtpCall& call)
+                  std::vector<std::string>& badAddresses, Call& call)
       : wire_(wire),
         commands_(wire, extensions.pipelining, call),
         dsn_(extensions.dsn),
@@ -77,7 +77,7 @@ class SmtpTransaction {
   bool dsn_;
   const SendOptions& options_;
   std::vector<std::string>& badAddresses_;
-  SmtpCall& call_;
+  Call& call_;
   unsigned accepted_ = 0;
 };
 

@@ -30,24 +30,23 @@ std::uint32_t effectiveReadTimeoutMs(std::uint64_t configuredMs, bool secure) {
 }
 
 bool SmtpWire::connect(const std::string& host, std::uint16_t port, const HttpProxy& proxy,
-                       std::uint32_t connectTimeoutMs, SmtpCall& call) {
+                       std::uint32_t connectTimeoutMs, Call& call) {
   close();
   timedOut_ = false;
   host_ = host;
   const bool direct = proxy.host.empty();
   const std::string& peer = direct ? host : proxy.host;
   const std::uint16_t peerPort = direct ? port : static_cast<std::uint16_t>(proxy.port);
-  bool connected =
-      socket_.connect(peer.c_str(), peerPort, connectTimeoutMs, call.log, call.progress);
+  bool connected = socket_.connect(peer.c_str(), peerPort, connectTimeoutMs, call);
   if (connected && !direct) {
-    connected = openHttpTunnel(socket_, host, port, readTimeoutMs(), call.log, call.progress);
+    connected = openHttpTunnel(socket_, host, port, readTimeoutMs(), call);
   }
   noteStatus();
   return connected;
 }
 
 bool SmtpWire::secure(const std::string& host, std::uint16_t port,
-                      const TlsRequirements& requirements, SmtpCall& call) {
+                      const TlsRequirements& requirements, Call& call) {
   // Whatever was said in the clear before the handshake could be by anybody.
   if (socket_.hasUnreadBytes()) {
     call.log.LogError("The server sent data before the TLS handshake.");
@@ -55,8 +54,7 @@ bool SmtpWire::secure(const std::string& host, std::uint16_t port,
   }
   auto channel = std::make_unique<SChannel>(socket_);
   const std::uint32_t timeoutMs = effectiveReadTimeoutMs(configuredReadTimeoutMs_, true);
-  const bool established =
-      channel->EstablishChannel(host, port, requirements, timeoutMs, call.log, call.progress);
+  const bool established = channel->EstablishChannel(host, port, requirements, timeoutMs, call);
   timedOut_ = timedOut_ || channel->status().timedOut;
   if (established) secureChannel_ = std::move(channel);
   return established;
@@ -68,17 +66,17 @@ void SmtpWire::close() {
   outOfStep_ = false;
 }
 
-void SmtpWire::shutdown(SmtpCall& call) {
-  if (isSecure()) secureChannel_->ShutdownChannel(readTimeoutMs(), call.log, call.progress);
+void SmtpWire::shutdown(Call& call) {
+  if (isSecure()) secureChannel_->ShutdownChannel(readTimeoutMs(), call);
   close();
 }
 
-bool SmtpWire::sendCommand(std::string_view command, SmtpCall& call) {
+bool SmtpWire::sendCommand(std::string_view command, Call& call) {
   call.log.LogData("command", base::loggable(command));
   return sendLine(command, call);
 }
 
-bool SmtpWire::sendCommands(std::span<const std::string> commands, SmtpCall& call) {
+bool SmtpWire::sendCommands(std::span<const std::string> commands, Call& call) {
   std::string bytes;
   for (const std::string& command : commands) {
     call.log.LogData("command", base::loggable(command));
@@ -87,7 +85,7 @@ bool SmtpWire::sendCommands(std::span<const std::string> commands, SmtpCall& cal
   return sendBytes(bytes, call);
 }
 
-bool SmtpWire::sendSecret(std::string_view line, SmtpCall& call) {
+bool SmtpWire::sendSecret(std::string_view line, Call& call) {
   keepSecret(line.substr(line.rfind(' ') + 1));
   return sendLine(line, call);
 }
@@ -99,19 +97,19 @@ void SmtpWire::keepSecret(std::string_view secret) {
   secrets_.emplace_back(secret);
 }
 
-bool SmtpWire::sendLine(std::string_view line, SmtpCall& call) {
+bool SmtpWire::sendLine(std::string_view line, Call& call) {
   std::string bytes;
   bytes.reserve(line.size() + 2);
   return sendBytes(bytes.append(line).append("\r\n"), call);
 }
 
-bool SmtpWire::sendBytes(std::string_view bytes, SmtpCall& call) {
-  const bool sent = channel().sendBytes(bytes, readTimeoutMs(), call.log, call.progress);
+bool SmtpWire::sendBytes(std::string_view bytes, Call& call) {
+  const bool sent = channel().sendBytes(bytes, readTimeoutMs(), call);
   noteStatus();
   return sent;
 }
 
-bool SmtpWire::readReply(int expected, SmtpCall& call, ReplyLog replyLog) {
+bool SmtpWire::readReply(int expected, Call& call, ReplyLog replyLog) {
   if (!receiveReply(SmtpReply::Ending::NoHyphen, call)) return false;
   if (replyLog == ReplyLog::CodeOnly) {
     call.log.LogData("reply_code", std::to_string(replyCode()));
@@ -129,12 +127,12 @@ std::string SmtpWire::loggableReply() const {
   return tells ? std::to_string(replyCode()) : base::loggable(replyText());
 }
 
-std::optional<SmtpExtensions> SmtpWire::readEhloReply(SmtpCall& call) {
+std::optional<SmtpExtensions> SmtpWire::readEhloReply(Call& call) {
   if (!receiveReply(SmtpReply::Ending::Blank, call)) return std::nullopt;
   return parseEhloReply(replyText());
 }
 
-bool SmtpWire::receiveReply(SmtpReply::Ending ending, SmtpCall& call) {
+bool SmtpWire::receiveReply(SmtpReply::Ending ending, Call& call) {
   reply_ = SmtpReply(ending);
   outOfStep_ = true;
   // One time-out for the whole reply: a server that sends line after line cannot prolong it.
@@ -142,7 +140,7 @@ bool SmtpWire::receiveReply(SmtpReply::Ending ending, SmtpCall& call) {
   for (;;) {
     std::string line;
     const ReadLimits limits{std::max<std::uint32_t>(1, left.remaining()), kMaxReplyLineBytes};
-    if (!channel().readUntilMatch("\r\n", line, limits, call.log, call.progress)) {
+    if (!channel().readUntilMatch("\r\n", line, limits, call)) {
       noteStatus();
       logReadFailure(call);
       return false;
@@ -166,7 +164,7 @@ bool SmtpWire::receiveReply(SmtpReply::Ending ending, SmtpCall& call) {
   }
 }
 
-void SmtpWire::logReadFailure(SmtpCall& call) {
+void SmtpWire::logReadFailure(Call& call) {
   const IoStatus& status = channel().status();
   if (status.aborted) {
     call.log.LogError("Application aborted SMTP operation prior to receiving response.");

@@ -13,17 +13,11 @@
 
 #include "base/log_base.h"
 #include "mail/smtp/smtp_reply.h"
+#include "net/call.h"
 #include "net/kelvado_socket.h"
-#include "net/progress.h"
 #include "net/schannel.h"
 
 namespace kelvado {
-
-// What every step of a session needs from the call it works for.
-struct SmtpCall {
-  base::LogBase& log;
-  ProgressMonitor& progress;
-};
 
 // The read time-out as it takes effect. 0 means the most there is on a plain connection, but one
 // second under TLS, where whole seconds count: that is meant.
@@ -44,13 +38,13 @@ class SmtpWire {
 
   // connectTimeoutMs 0: the socket's own default.
   bool connect(const std::string& host, std::uint16_t port, const HttpProxy& proxy,
-               std::uint32_t connectTimeoutMs, SmtpCall& call);
+               std::uint32_t connectTimeoutMs, Call& call);
   // The TLS handshake over the open connection. Fails when the server has said anything before it.
   bool secure(const std::string& host, std::uint16_t port, const TlsRequirements& requirements,
-              SmtpCall& call);
+              Call& call);
   void close();
   // As close, but tells the server when the connection is secure.
-  void shutdown(SmtpCall& call);
+  void shutdown(Call& call);
   bool isOpen() const { return socket_.isConnected(); }
   bool isSecure() const { return isOpen() && secureChannel_ != nullptr; }
   // PEM; empty without TLS.
@@ -61,20 +55,20 @@ class SmtpWire {
   void setReadTimeout(std::uint64_t configuredMs) { configuredReadTimeoutMs_ = configuredMs; }
 
   // One line; CR LF is added.
-  bool sendCommand(std::string_view command, SmtpCall& call);
+  bool sendCommand(std::string_view command, Call& call);
   // Several at once: the replies come one by one, in the same order.
-  bool sendCommands(std::span<const std::string> commands, SmtpCall& call);
+  bool sendCommands(std::span<const std::string> commands, Call& call);
   // As sendCommand, but nothing of it is logged; its last word is a secret from then on.
-  bool sendSecret(std::string_view line, SmtpCall& call);
+  bool sendSecret(std::string_view line, Call& call);
   // What no reply may bring into the log, not over a later connection either.
   void keepSecret(std::string_view secret);
-  bool sendBytes(std::string_view bytes, SmtpCall& call);
+  bool sendBytes(std::string_view bytes, Call& call);
 
   // Reads one whole reply. True only when its code is exactly `expected`: 251 is not 250.
-  bool readReply(int expected, SmtpCall& call, ReplyLog replyLog = ReplyLog::Text);
+  bool readReply(int expected, Call& call, ReplyLog replyLog = ReplyLog::Text);
   // The reply to EHLO, for the caller to log. Nothing when it is not 250 in every line or did not
   // come.
-  std::optional<SmtpExtensions> readEhloReply(SmtpCall& call);
+  std::optional<SmtpExtensions> readEhloReply(Call& call);
 
   // Of the last reply; kNoReplyCode when none came. Then the session is out of step with the server
   // and must not go on with this connection.
@@ -96,9 +90,9 @@ class SmtpWire {
   std::uint32_t readTimeoutMs() const {
     return effectiveReadTimeoutMs(configuredReadTimeoutMs_, isSecure());
   }
-  bool receiveReply(SmtpReply::Ending ending, SmtpCall& call);
-  bool sendLine(std::string_view line, SmtpCall& call);
-  void logReadFailure(SmtpCall& call);
+  bool receiveReply(SmtpReply::Ending ending, Call& call);
+  bool sendLine(std::string_view line, Call& call);
+  void logReadFailure(Call& call);
   void noteStatus() { timedOut_ = timedOut_ || channel().status().timedOut; }
 
   KelvadoSocket socket_;

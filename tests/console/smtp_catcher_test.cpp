@@ -28,11 +28,11 @@ class SmtpCatcherTest : public testing::Test {
   // connection.
   std::string codes(const std::string& bytes) {
     kelvado::KelvadoSocket socket;
-    if (!socket.connect("127.0.0.1", catcher.port(), 5000, log, progress)) return "no connection";
-    socket.sendBytes(bytes, 5000, log, progress);
+    if (!socket.connect("127.0.0.1", catcher.port(), 5000, call)) return "no connection";
+    socket.sendBytes(bytes, 5000, call);
     std::string heard;
     std::string line;
-    while (socket.readUntilMatch("\r\n", line, {5000, 1000}, log, progress)) {
+    while (socket.readUntilMatch("\r\n", line, {5000, 1000}, call)) {
       heard += line.substr(0, 4);
     }
     return heard;
@@ -42,6 +42,7 @@ class SmtpCatcherTest : public testing::Test {
   SmtpCatcher catcher;
   base::LogNull log;
   kelvado::ProgressMonitor progress;
+  kelvado::Call call{log, progress};
 };
 
 constexpr const char* kEnvelope =
@@ -87,8 +88,8 @@ TEST_F(SmtpCatcherTest, SavesNoHalfMail) {
   kelvado::KelvadoSocket halfWay;
   kelvado::KelvadoSocket leaving;
   for (kelvado::KelvadoSocket* socket : {&halfWay, &leaving}) {
-    ASSERT_TRUE(socket->connect("127.0.0.1", catcher.port(), 5000, log, progress));
-    ASSERT_TRUE(socket->sendBytes(kEnvelope + "half a mail\r\n.\r"s, 5000, log, progress));
+    ASSERT_TRUE(socket->connect("127.0.0.1", catcher.port(), 5000, call));
+    ASSERT_TRUE(socket->sendBytes(kEnvelope + "half a mail\r\n.\r"s, 5000, call));
   }
   leaving.close();
   EXPECT_EQ(codes(std::string(kEnvelope) + ".\r\nQUIT\r\n"), "220 250 250 354 250 221 ");

@@ -23,7 +23,7 @@ class AbortingSink : public KvProgress {
 
 class KelvadoSocketTest : public testing::Test {
  protected:
-  bool connect(const char* host) { return socket.connect(host, 25, 1000, log, progress); }
+  bool connect(const char* host) { return socket.connect(host, 25, 1000, call); }
   bool logged(const std::string& text) const { return log.text().find(text) != std::string::npos; }
 
   test_support::ManualClock clock;
@@ -31,6 +31,7 @@ class KelvadoSocketTest : public testing::Test {
   KelvadoSocket socket{network};
   ErrorLog log;
   ProgressMonitor progress{nullptr, 0, clock};
+  Call call{log, progress};
 };
 
 TEST_F(KelvadoSocketTest, ConnectsToWhatTheNameMeans) {
@@ -81,21 +82,22 @@ TEST_F(KelvadoSocketTest, DrippingDoesNotProlongARead) {
   network.incoming.assign(100, "x");
   network.arrivalMs = 300;
   std::string line;
-  EXPECT_FALSE(socket.readUntilMatch("\r\n", line, {1000, 1000}, log, progress));
+  EXPECT_FALSE(socket.readUntilMatch("\r\n", line, {1000, 1000}, call));
   EXPECT_TRUE(socket.status().timedOut);
   EXPECT_EQ(clock.ticks, 1000U);
 }
 
 TEST_F(KelvadoSocketTest, WaitsWholeWithoutAHeartbeatAndInSlicesWithOne) {
   ASSERT_TRUE(connect("192.0.2.9"));
-  EXPECT_FALSE(socket.waitForData(1000, log, progress));
+  EXPECT_FALSE(socket.waitForData(1000, call));
   EXPECT_EQ(network.waits, std::vector<std::uint32_t>{1000});
 
   network.waits.clear();
   AbortingSink sink;
   sink.checksBeforeAbort = 2;
   ProgressMonitor watched(&sink, 100, clock);
-  EXPECT_FALSE(socket.waitForData(1000, log, watched));
+  Call watchedCall{log, watched};
+  EXPECT_FALSE(socket.waitForData(1000, watchedCall));
   EXPECT_TRUE(socket.status().aborted);
   EXPECT_EQ(network.waits, (std::vector<std::uint32_t>{100, 100, 100}));
   EXPECT_TRUE(logged("Socket read aborted by application"));
@@ -104,7 +106,7 @@ TEST_F(KelvadoSocketTest, WaitsWholeWithoutAHeartbeatAndInSlicesWithOne) {
 TEST_F(KelvadoSocketTest, ASendWithoutProgressTimesOut) {
   network.hasRoom = false;
   ASSERT_TRUE(connect("192.0.2.9"));
-  EXPECT_FALSE(socket.sendBytes("four", 700, log, progress));
+  EXPECT_FALSE(socket.sendBytes("four", 700, call));
   EXPECT_TRUE(
       logged("Socket send idle timeout</error>\r\n<send_size>4</send_size>\r\n"
              "<idleTimeoutMs>700</idleTimeoutMs>"));
