@@ -5,21 +5,16 @@
 #include <array>
 #include <cstdint>
 #include <string>
-#include <vector>
 
+#include "config/editions.h"
 #include "platform/registry/registry.h"
 
 namespace config {
 
-inline constexpr const char* kPolicyRootMpe = "Software\\Policies\\Kadro\\PwsentryProMPE";
-inline constexpr const char* kPolicyRootMpems = "Software\\Policies\\Kadro\\PwsentryProMPEMS";
-inline constexpr const char* kExpirationKeyMpe =
-    "Software\\Policies\\Kadro\\PwsentryProMPE\\PWExpiration";
-inline constexpr const char* kExpirationKeyMpems =
-    "Software\\Policies\\Kadro\\PwsentryProMPEMS\\PWExpiration";
-inline constexpr const char* kProductKey = "Software\\Kadro\\PwsentryPro";
-
+inline constexpr int kWarningDays = 3;
 inline constexpr int kLengthPolicies = 4;
+inline constexpr std::uint32_t kDefaultWarningThreshold = 14;  // days
+inline constexpr std::uint32_t kDefaultIntervalHours = 24;
 
 struct LengthPolicy {
   std::uint32_t minLength = 0;  // characters; 0: not in use
@@ -42,9 +37,10 @@ struct ExpirationSettings {
   bool reportOnly = false;
   bool htmllog = false;
   bool limitEmails = false;
-  std::uint32_t warningThreshold = 14;     // days; a negative DWORD stays a huge unsigned number
-  bool runningLogs = false;                // read, not consulted
-  std::array<std::int32_t, 3> warnings{};  // "warning1".."warning3": days before expiration
+  // Days; a negative DWORD stays a huge unsigned number.
+  std::uint32_t warningThreshold = kDefaultWarningThreshold;
+  bool runningLogs = false;                           // read, not consulted
+  std::array<std::int32_t, kWarningDays> warnings{};  // days before expiration
   bool emailAgingUsers = false;
   std::array<LengthPolicy, kLengthPolicies> lengthPolicies{};
 
@@ -56,6 +52,10 @@ struct ExpirationSettings {
   std::string smtpAuthMethod;
   bool smtpRequireVerifiedCertificate = false;
 
+  // The service's own.
+  std::uint32_t expirationServiceInterval = kDefaultIntervalHours;  // hours between two passes
+  std::uint32_t expirationDelay = 0;  // seconds between two passes; 0: the interval counts
+
   bool hasCustomMessage() const { return !emailCustomMsg.empty(); }
 };
 
@@ -63,8 +63,5 @@ struct ExpirationSettings {
 // missing value yields its default.
 ExpirationSettings loadExpirationSettings(platform::Registry& registry,
                                           const std::string& settingsKey);
-
-// The names of its numbers and flags, with those that the service reads from the same key.
-std::vector<std::string> expirationNumbers();
 
 }  // namespace config

@@ -8,6 +8,8 @@
 
 namespace config {
 
+inline constexpr std::uint32_t kDictionarySkipDefault = 127;
+
 struct ProductSettings {
   std::string regcode;  // licence fields: these three and `version`
   std::string maintCode;
@@ -19,8 +21,9 @@ struct ProductSettings {
   bool debug = false;
   bool vendorDebug = false;  // the mail library's own debug log
   bool dictionaryDebug = false;
-  std::uint32_t dictionarySkipLength = 127;  // longer passwords skip the dictionary check
-  std::uint32_t policyMax = 0;               // numbered policies that the edition supports
+  std::uint32_t dictionarySkipLength =
+      kDictionarySkipDefault;   // longer passwords skip the dictionary check
+  std::uint32_t policyMax = 0;  // numbered policies that the edition supports
   bool netlogonDictionary = false;
   bool resetBypass = false;
   bool bypassFilter = false;

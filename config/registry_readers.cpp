@@ -68,12 +68,14 @@ std::uint32_t readNumberWithDefault(Registry& registry, const std::string& key,
   return queryDword(*open, value, number) ? number : 0;
 }
 
-bool isOfOtherType(Registry& registry, const std::string& key, const std::string& value) {
+std::optional<RegistryType> storedType(Registry& registry, const std::string& key,
+                                       const std::string& value) {
   const auto open = openForQuery(registry, key);
   RegistryValue stored;
-  return open != nullptr &&
-         open->queryValue(value, kDwordBytes, stored) != platform::kErrorFileNotFound &&
-         !isDword(*open, value);
+  if (open == nullptr) return std::nullopt;
+  const WinError status = open->queryValue(value, kDwordBytes, stored);
+  if (status != kErrorSuccess && status != kErrorMoreData) return std::nullopt;
+  return stored.type;
 }
 
 std::uint32_t readOptionalNumber(Registry& registry, const std::string& key,

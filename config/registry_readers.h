@@ -5,6 +5,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <optional>
 #include <string>
 
 #include "platform/registry/registry.h"
@@ -28,8 +29,9 @@ bool readFlag(platform::Registry& registry, const std::string& key, const std::s
 // second query, for the number itself, fails.
 std::uint32_t readNumberWithDefault(platform::Registry& registry, const std::string& key,
                                     const std::string& value, std::uint32_t fallback);
-// Whether there is a value of that name that is no REG_DWORD: the readers above take it for none.
-bool isOfOtherType(platform::Registry& registry, const std::string& key, const std::string& value);
+// The type of the value of that name; nothing when there is none.
+std::optional<platform::RegistryType> storedType(platform::Registry& registry,
+                                                 const std::string& key, const std::string& value);
 // kNumberAbsent when absent or unreadable.
 std::uint32_t readOptionalNumber(platform::Registry& registry, const std::string& key,
                                  const std::string& value);

@@ -3,8 +3,9 @@
 #include <cstddef>
 
 #include "base/ascii.h"
-#include "config/expiration_settings.h"
+#include "config/editions.h"
 #include "config/registry_readers.h"
+#include "config/setting_loader.h"
 #include "platform/registry/profile_file.h"
 
 namespace config {
@@ -12,124 +13,49 @@ namespace {
 
 using platform::Registry;
 
-constexpr const char* kProductOptionsKey = "System\\CurrentControlSet\\Control\\ProductOptions";
-constexpr const char* kKeySpe = "Software\\Policies\\Kadro\\PwsentryPro";
-constexpr const char* kKeySpems = "Software\\Policies\\Kadro\\PwsentryProSPEMS";
-constexpr const char* kKeyDe = "Software\\Policies\\Kadro\\PwsentryProDE";
-constexpr const char* kKeyLive = "Software\\Policies\\NorvynSecurity\\NRVLive";
-
 constexpr std::size_t kMachineTextCapacity = 100;
 constexpr std::size_t kLicenceTextCapacity = 128;
 constexpr std::size_t kIniTextCapacity = 100;
 constexpr std::uint32_t kDictionarySkipPreset = 256;
-constexpr std::uint32_t kDictionarySkipDefault = 127;
 constexpr std::uint32_t kSkipLengthPreset = 256;
 
-struct MachineKind {
-  const char* productType;
-  const char* osType;
-};
-
-constexpr MachineKind kMachineKinds[] = {{"winnt", "de"}, {"ServerNT", "ms"}, {"LanmanNT", "dc"}};
-
 void readMachineKind(Registry& registry, ProductSettings& pSettings) {
-  const std::string productType =
-      readTextField(registry, kProductOptionsKey, "productType", kMachineTextCapacity);
+  pSettings.osType = machineKind(registry);
   const std::string testOS = readTextField(registry, kProductKey, "testOS", kMachineTextCapacity);
-  for (const MachineKind& kind : kMachineKinds) {
-    if (base::equalsNoCase(productType, kind.productType)) pSettings.osType = kind.osType;
-  }
-  for (const MachineKind& kind : kMachineKinds) {
-    if (base::equalsNoCase(testOS, kind.osType)) {
-      pSettings.testOS = pSettings.osType = kind.osType;
+  for (const Edition& edition : editions()) {
+    if (*edition.osType != '\0' && base::equalsNoCase(testOS, edition.osType)) {
+      pSettings.testOS = pSettings.osType = edition.osType;
     }
   }
 }
 
-// The editions of a kind of machine, in the order in which their licences are looked at: the first
-// is the one in use, and a licence for the next takes its place.
-struct Edition {
-  const char* osType;
-  const char* keyPath;
-  std::uint32_t policyMax;
-  const char* version;
-  bool needsLicence;
-};
-
-constexpr Edition kEditions[] = {
-    {"de", kKeyDe, 0, "NRV-DE", false},
-    {"ms", kKeySpems, 0, "NRV-SPEMS", false},
-    {"ms", kPolicyRootMpems, 2, "NRV-MPEMS", true},
-    {"dc", kKeySpe, 0, "NRV-SPE", false},
-    {"dc", kPolicyRootMpe, 5, "NRV-MPE", true},
-};
-
+// The first edition for the kind of machine is the one in use; a licence for the next takes its
+// place.
 void chooseEdition(Registry& registry, LicenceCheck& licences, ProductSettings& pSettings) {
-  for (const Edition& edition : kEditions) {
+  if (pSettings.osType.empty()) return;
+  for (const Edition& edition : editions()) {
     if (pSettings.osType != edition.osType) continue;
-    const bool licensed = licences.check(registry, edition.keyPath, edition.version, pSettings);
+    const bool licensed = licences.check(registry, edition.key, edition.code, pSettings);
     if (edition.needsLicence && !licensed) continue;
-    pSettings.keyPath = edition.keyPath;
+    pSettings.keyPath = edition.key;
     pSettings.policyMax = edition.policyMax;
   }
 }
 
-// Which loaders read a switch.
-enum Loaders : unsigned { kStandard = 1, kLive = 2, kChosenKey = 4, kAll = 7 };
-
-struct Switch {
-  const char* name;
-  bool ProductSettings::*field;
-  unsigned loaders = kStandard | kLive;
-};
-
-using S = ProductSettings;
-constexpr Switch kSwitches[] = {
-    {"netlogonDictionary", &S::netlogonDictionary, kAll},
-    {"debug", &S::debug, kAll},
-    {"vendorDebug", &S::vendorDebug, kAll},
-    {"dictionaryDebug", &S::dictionaryDebug, kStandard},
-    {"bypassFilter", &S::bypassFilter, kAll},
-    {"noLogRejects", &S::noLogRejects, kChosenKey},  // here without a default of 1
-    {"resetBypass", &S::resetBypass, kAll},
-    {"logResets", &S::logResets},
-    {"showFailedPasswords", &S::showFailedPasswords},
-    {"callResetScript", &S::callResetScript},
-    {"noReportStatus", &S::noReportStatus, kAll},
-    {"reportStatistics", &S::reportStatistics, kAll},
-    {"logSkips", &S::logSkips, kStandard},
-};
-
-void readSwitches(Registry& registry, const std::string& key, Loaders loader,
+void readSwitches(Registry& registry, const std::string& key, SettingLoaders loader,
                   ProductSettings& pSettings) {
-  for (const Switch& one : kSwitches) {
-    if ((one.loaders & loader) != 0) pSettings.*one.field = readFlag(registry, key, one.name);
-  }
-  const std::uint32_t skip = readOptionalNumber(registry, key, "dictionarySkipLength");
-  pSettings.dictionarySkipLength = skip != kNumberAbsent ? skip : kDictionarySkipDefault;
-  if (loader == kChosenKey) return;
+  loadSettingGroup(registry, key, SettingGroup::EditionRoot, loader, pSettings);
+  if (loader == kChosenKeySwitches) return;
   pSettings.noLogRejects = readNumberWithDefault(registry, key, "noLogRejects", 1) != 0;
-  pSettings.logRejects = readNumberWithDefault(registry, key, "logRejects", 0) != 0;
-  if (loader == kStandard) pSettings.skipLength = readNumber(registry, key, "skipLength");
 }
-
-struct KeyVersion {
-  const char* keyPath;
-  const char* version;
-};
-
-constexpr KeyVersion kKeyVersions[] = {
-    {kPolicyRootMpe, "PW-MPE"},      {kKeySpe, "PW-SPE"}, {kKeySpems, "PW-SPE-MS"},
-    {kPolicyRootMpems, "PW-MPE-MS"}, {kKeyDe, "PW-DE"},
-};
 
 void loadFromKey(Registry& registry, LicenceCheck& licences, const std::string& keyPath,
                  ProductSettings& pSettings) {
-  for (const KeyVersion& row : kKeyVersions) {
-    if (keyPath == row.keyPath) pSettings.version = row.version;
+  for (const Edition& edition : editions()) {
+    if (keyPath == edition.key && *edition.iniCode != '\0') pSettings.version = edition.iniCode;
   }
   licences.check(registry, keyPath, pSettings.version, pSettings);
-  readSwitches(registry, keyPath, kChosenKey, pSettings);
+  readSwitches(registry, keyPath, kChosenKeySwitches, pSettings);
 }
 
 std::string iniText(const char* key) {
@@ -180,7 +106,7 @@ int loadSettings(Registry& registry, LicenceCheck& licences, ProductSettings& pS
   pSettings.skipLength = kSkipLengthPreset;
   readMachineKind(registry, pSettings);
   chooseEdition(registry, licences, pSettings);
-  readSwitches(registry, pSettings.keyPath, kStandard, pSettings);
+  readSwitches(registry, pSettings.keyPath, kStandardSwitches, pSettings);
   return 1;
 }
 
@@ -191,11 +117,11 @@ int loadLiveSettings(Registry& registry, LicenceCheck& licences, ProductSettings
   fresh.skipLength = pSettings.skipLength;
   fresh.logSkips = pSettings.logSkips;
   pSettings = fresh;
-  if (licences.check(registry, kKeyLive, "NRV-LE", pSettings)) {
-    pSettings.keyPath = kKeyLive;
+  if (licences.check(registry, kLiveProductKey, "NRV-LE", pSettings)) {
+    pSettings.keyPath = kLiveProductKey;
     pSettings.policyMax = kLivePolicies;
   }
-  readSwitches(registry, pSettings.keyPath, kLive, pSettings);
+  readSwitches(registry, pSettings.keyPath, kLiveSwitches, pSettings);
   return 1;
 }
 

@@ -1,6 +1,7 @@
 #include <cstdio>
 #include <memory>
 
+#include "config/settings_check.h"
 #include "console/commands.h"
 #include "console/pass_watcher.h"
 #include "directory/domain_directory.h"
@@ -9,7 +10,6 @@
 #include "platform/system/files.h"
 #include "platform/system/terminal.h"
 #include "service/expiration_run.h"
-#include "service/policy_table.h"
 
 namespace console {
 
@@ -34,7 +34,7 @@ int runCommand(const RunOptions& options) {
   const platform::FileLock alone(directory::kDomainUsersFile, platform::FileLock::Wait::No);
   if (alone.isTaken()) return refuse("another pass is at work in this folder");
   platform::Host host = system->host();
-  const std::vector<std::string> wrongTypes = service::findWrongTypes(host.registry);
+  const std::vector<std::string> wrongTypes = config::findWrongTypes(host.registry);
   if (!wrongTypes.empty()) return refuse(wrongTypes.front());
   service::ServiceValues values = service::readServiceValues(host.registry);
   values.debug = values.debug || options.debug;

@@ -254,7 +254,7 @@ void ExpirationRun::finishPass(RunSummary& summary) {
 
 std::uint32_t ExpirationRun::sleepMs() const {
   const std::uint32_t delaySeconds =
-      config::readNumber(host_.registry, settingsKeyPath_, "expirationDelay");
+      config::loadExpirationSettings(host_.registry, settingsKeyPath_).expirationDelay;
   return delaySeconds == 0 ? values_.intervalMs : asMs(delaySeconds, kMsPerSecond);
 }
 

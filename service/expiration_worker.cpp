@@ -3,11 +3,11 @@
 #include <cstdio>
 
 #include "base/text.h"
+#include "config/settings_check.h"
 #include "directory/domain_directory.h"
 #include "notify/mail_settings.h"
 #include "platform/system/files.h"
 #include "service/expiration_run.h"
-#include "service/policy_table.h"
 
 namespace service {
 
@@ -61,7 +61,7 @@ platform::WinError ExpirationWorker::readValues(ServiceValues& values) {
     return kErrorBadConfiguration;
   }
   values = readServiceValues(system_->host().registry);
-  for (const std::string& wrong : findWrongTypes(system_->host().registry)) {
+  for (const std::string& wrong : config::findWrongTypes(system_->host().registry)) {
     FaultsOfAPass::tell(wrong + ", and counts as 0");
   }
   return platform::kErrorSuccess;

@@ -1,21 +1,14 @@
 #include "service/policy_table.h"
 
-#include "base/format_text.h"
 #include "config/policy_store.h"
-#include "config/registry_readers.h"
 
 namespace service {
 namespace {
 
 constexpr int kMemberServerPolicies = 3;
-constexpr std::uint32_t kAgeBeyondAll =
-    10000;  // days; where the search for the smallest age starts
+constexpr std::uint32_t kAgeBeyondAll = 10000;  // days; the search for the smallest age starts here
 
 }  // namespace
-
-std::string policySlotName(int slot) {
-  return slot == 0 ? "DefaultPolicy" : base::formatText("Policy%i", slot);
-}
 
 PolicyTable loadPolicyTable(platform::Registry& registry,
                             const config::ExpirationSettings& settings, bool memberServer,
@@ -40,25 +33,6 @@ PolicyTable loadPolicyTable(platform::Registry& registry,
     if (policy.minLength > 0) slots[kFirstLengthPolicy + n].maxPasswordAge = policy.maxAge;
   }
   return slots;
-}
-
-std::vector<std::string> findWrongTypes(platform::Registry& registry) {
-  std::vector<std::string> found;
-  const auto look = [&](const std::string& key, const std::string& value) {
-    if (!config::isOfOtherType(registry, key, value)) return;
-    found.push_back("registry value \"" + value + "\" of " + key + ": not a number (REG_DWORD)");
-  };
-  for (const char* root : {config::kPolicyRootMpe, config::kPolicyRootMpems}) {
-    for (const std::string& name : config::expirationNumbers()) {
-      look(std::string(root) + "\\PWExpiration", name);
-    }
-    look(root, "expirationServiceDebug");
-    for (int slot = 0; slot < kNamedPolicies; ++slot) {
-      const std::string key = std::string(root) + "\\" + policySlotName(slot);
-      for (const char* name : {"maxPasswordAge", "emailWarnings"}) look(key, name);
-    }
-  }
-  return found;
 }
 
 std::array<int, kPolicySlots> policyOrder(const PolicyTable& slots) {

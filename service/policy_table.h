@@ -3,10 +3,9 @@
 #pragma once
 
 #include <array>
-#include <string>
-#include <vector>
 
 #include "config/debug_log.h"
+#include "config/editions.h"
 #include "config/expiration_settings.h"
 #include "config/policy_record.h"
 #include "platform/registry/registry.h"
@@ -16,13 +15,11 @@ namespace service {
 // Slot 0 is the default policy, 1 to 5 the numbered ones, 6 to 10 stay empty, 11 to 14 are the
 // length-based ones.
 inline constexpr int kPolicySlots = 15;
-inline constexpr int kNamedPolicies = 6;
+using config::kNamedPolicies;
+using config::policySlotName;
 inline constexpr int kFirstLengthPolicy = 11;
 
 using PolicyTable = std::array<config::PolicyRecord, kPolicySlots>;
-
-// "DefaultPolicy", "Policy1" .. "Policy5", of slots 0 to 5.
-std::string policySlotName(int slot);
 
 // Resets and loads all slots. `memberServer`: the member-server edition's keys win for slots 0
 // to 2.
@@ -38,9 +35,5 @@ std::array<int, kPolicySlots> policyOrder(const PolicyTable& slots);
 // The maximum age a pass goes by, in days: 0, which skips the slot, for a named policy that is not
 // defined, whatever its key holds.
 std::int32_t effectiveMaxAge(const PolicyTable& slots, int slot);
-
-// The settings and policy values of either edition that should be numbers and are not: a pass would
-// take each for 0. In words for an administrator, one line each.
-std::vector<std::string> findWrongTypes(platform::Registry& registry);
 
 }  // namespace service

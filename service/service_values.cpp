@@ -4,11 +4,11 @@
 
 #include "config/expiration_settings.h"
 #include "config/registry_readers.h"
+#include "config/settings_table.h"
 
 namespace service {
 namespace {
 
-constexpr std::uint32_t kDefaultIntervalHours = 24;
 constexpr std::uint32_t kMsPerHour = 3600000;
 constexpr std::uint64_t kLongestMs = 0xFFFFFFFE;  // 49 days; one more means for ever
 
@@ -16,11 +16,11 @@ constexpr std::uint64_t kLongestMs = 0xFFFFFFFE;  // 49 days; one more means for
 
 ServiceValues readServiceValues(platform::Registry& registry) {
   ServiceValues values;
-  values.debug = config::readFlag(registry, config::kPolicyRootMpe, "expirationServiceDebug") ||
-                 config::readFlag(registry, config::kPolicyRootMpems, "expirationServiceDebug");
-  std::uint32_t hours =
-      config::readNumber(registry, config::kExpirationKeyMpe, "expirationServiceInterval");
-  if (hours == 0) hours = kDefaultIntervalHours;
+  values.debug = config::readFlag(registry, config::kPolicyRootMpe, config::kServiceDebugValue) ||
+                 config::readFlag(registry, config::kPolicyRootMpems, config::kServiceDebugValue);
+  // On a member server too.
+  const std::uint32_t hours =
+      config::loadExpirationSettings(registry, config::kExpirationKeyMpe).expirationServiceInterval;
   values.intervalMs = asMs(hours, kMsPerHour);
   return values;
 }

@@ -62,13 +62,22 @@ TEST_F(PolicyStoreTest, EditionCodesStandForTheirOwnKeys) {
   }
 }
 
-TEST_F(PolicyStoreTest, TheMemberServerStoreNeverAppliesToDomainUsers) {
-  PolicyRecord policy;
-  auto& registry = registryWith("Software\\Policies\\Kadro\\PwsentryProMPEMS\\DefaultPolicy",
-                                "\"policyName\"=\"A1\"\n\"includeGroups\"=\"Domain Users\"\n");
-  readPolicyMpems(registry, policy, "DefaultPolicy");
-  EXPECT_EQ(policy.includeGroups, "domain users");
-  EXPECT_EQ(policy.appliesToDomainUsers, 0);
+// Of a policy that another key defined nothing is left, be the member server's key there or not.
+TEST_F(PolicyStoreTest, TheMemberServerStoreReplacesWhatWasLoadedAndNeverAppliesToDomainUsers) {
+  const std::string mpems = "Software\\Policies\\Kadro\\PwsentryProMPEMS\\DefaultPolicy";
+  const std::tuple<std::string, const char*, int> cases[] = {
+      {mpems, "\"policyName\"=\"A1\"\n\"includeGroups\"=\"Domain Users\"\n", 1},
+      {mpems, "\"maxPasswordAge\"=dword:0000001e\n", 0},
+      {"Software", "", 0}};
+  for (const auto& [key, lines, defined] : cases) {
+    PolicyRecord policy =
+        read(kMpe + "DefaultPolicy", "\"policyName\"=\"Old\"\n\"maxCharacters\"=dword:00000009\n",
+             "DefaultPolicy");
+    readPolicyMpems(registryWith(key, lines), policy, "DefaultPolicy");
+    EXPECT_EQ(policy.defined, defined) << lines;
+    EXPECT_EQ(policy.appliesToDomainUsers, 0) << lines;
+    EXPECT_EQ(policy.maxCharacters, 127U) << lines;
+  }
 }
 
 TEST_F(PolicyStoreTest, TheIniFileHoldsRulesOnly) {
