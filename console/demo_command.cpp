@@ -61,10 +61,11 @@ std::string padded(const std::string& text, std::size_t width) {
   return text + std::string(length < width ? width - length : 1, ' ');
 }
 
-bool isExpected(const service::UserVerdict& verdict, std::vector<ExpectedOutcome>& expected) {
+bool isExpected(const notify::UserRecord& user, std::vector<ExpectedOutcome>& expected) {
   const auto match = std::find_if(expected.begin(), expected.end(), [&](const auto& candidate) {
-    return candidate.username == verdict.username && candidate.slot == verdict.slot &&
-           candidate.outcome == outcomeOf(verdict) && candidate.skipReasons == verdict.skipReasons;
+    return candidate.username == user.username && candidate.slot == user.slot &&
+           candidate.outcome == service::outcomeOf(user) &&
+           candidate.skipReasons == user.skipReasons;
   });
   if (match == expected.end()) return false;
   expected.erase(match);
@@ -72,22 +73,22 @@ bool isExpected(const service::UserVerdict& verdict, std::vector<ExpectedOutcome
 }
 
 // One line per user and policy; false when one did not come out as the site was made to.
-bool printVerdicts(const std::vector<service::UserVerdict>& verdicts) {
+bool printUsers(const std::vector<notify::UserRecord>& users) {
   std::vector<ExpectedOutcome> missing = demoExpectations();
   bool allExpected = true;
   std::printf("%s%s%sWHY\n", padded("USER", 15).c_str(), padded("POLICY", 15).c_str(),
               padded("OUTCOME", 16).c_str());
-  for (const service::UserVerdict& verdict : verdicts) {
-    const bool expected = isExpected(verdict, missing);
+  for (const notify::UserRecord& user : users) {
+    const bool expected = isExpected(user, missing);
     allExpected = allExpected && expected;
-    std::printf("%s%s%s%s%s\n", padded(verdict.username, 15).c_str(),
-                padded(slotLabel(verdict.slot), 15).c_str(),
-                padded(outcomeLabel(outcomeOf(verdict)), 16).c_str(),
-                outcomeReason(verdict).c_str(), expected ? "" : "  (NOT AS EXPECTED)");
+    std::printf("%s%s%s%s%s\n", padded(user.username, 15).c_str(),
+                padded(service::slotLabel(user.slot), 15).c_str(),
+                padded(service::outcomeLabel(service::outcomeOf(user)), 16).c_str(),
+                service::outcomeReason(user).c_str(), expected ? "" : "  (NOT AS EXPECTED)");
   }
   for (const ExpectedOutcome& one : missing) {
     std::printf("%s was not examined as expected in %s\n", one.username.c_str(),
-                slotLabel(one.slot).c_str());
+                service::slotLabel(one.slot).c_str());
   }
   return allExpected && missing.empty();
 }
@@ -121,15 +122,15 @@ int demoCommand(const DemoOptions& options) {
   if (!system) return refuse(error);
   const platform::Host host = system->host();
 
-  PassWatcher watcher(PassWatcher::Keep::Verdicts, nullptr);
+  PassWatcher watcher(PassWatcher::Keep::Users, nullptr);
   service::ExpirationRun run(host, service::readServiceValues(host.registry), &watcher, nullptr);
   run.prepare();
-  const service::RunSummary summary = run.pass();
-  watcher.finish(summary, system->directoryWarnings());
+  const service::PassRecord record = run.pass();
+  watcher.finish();
   catcher.stop();
-  const bool asExpected = printVerdicts(watcher.verdicts());
+  const bool asExpected = printUsers(watcher.users());
   std::printf("\n%sThe failure is part of the demonstration: the server refuses %s.\n",
-              watcher.summaryText().c_str(), kDemoRefusedAddress);
+              service::summaryText(record).c_str(), kDemoRefusedAddress);
   printPaths(catcher);
   return asExpected ? kExitDone : kExitSomethingFailed;
 }

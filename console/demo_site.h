@@ -6,8 +6,8 @@
 #include <string>
 #include <vector>
 
-#include "console/outcome.h"
 #include "platform/system/clock.h"
+#include "service/outcome.h"
 
 namespace console {
 
@@ -20,7 +20,7 @@ inline constexpr const char* kDemoRefusedAddress = "olaf.brandt@demo.example";
 struct ExpectedOutcome {
   std::string username;
   int slot = 0;
-  Outcome outcome = Outcome::Skipped;
+  service::Outcome outcome = service::Outcome::Skipped;
   std::uint32_t skipReasons = 0;
 };
 

@@ -41,13 +41,13 @@ int runCommand(const RunOptions& options) {
   // A pass makes the folder with debug on only; whoever runs one by hand wants the report and logs.
   platform::createDirectory(notify::kLogDirectory);
 
-  PassWatcher watcher(PassWatcher::Keep::Counts, platform::isTerminal(stderr) ? stderr : nullptr);
+  PassWatcher watcher(PassWatcher::Keep::Nothing, platform::isTerminal(stderr) ? stderr : nullptr);
   service::ExpirationRun run(host, values, &watcher, nullptr);
   run.prepare();
-  const service::RunSummary summary = run.pass();
-  const bool allWell = watcher.finish(summary, system->directoryWarnings());
-  std::fputs(watcher.summaryText().c_str(), stdout);
-  return allWell ? kExitDone : kExitSomethingFailed;
+  const service::PassRecord record = run.pass();
+  watcher.finish();
+  std::fputs(service::summaryText(record).c_str(), stdout);
+  return record.allWell() ? kExitDone : kExitSomethingFailed;
 }
 
 }  // namespace console

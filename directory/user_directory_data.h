@@ -1,8 +1,7 @@
-// What the directory knows about one user, and the globals of the user in hand.
+// What the directory knows about one user.
 #pragma once
 
 #include <cstddef>
-#include <cstdint>
 #include <string>
 
 namespace directory {
@@ -17,13 +16,5 @@ struct UserDirectoryData {
 
 inline constexpr const char* kNoEmail = "none";
 inline constexpr std::size_t kDirectoryTextCapacity = 256;
-
-// The user that a pass examines: reset for each, filled by the pass and the look-ups, read by the
-// warning e-mail.
-struct UserGlobals {
-  std::string username;
-  std::uint32_t passwordAge = 0;  // days
-  UserDirectoryData data;
-};
 
 }  // namespace directory

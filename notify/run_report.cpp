@@ -78,21 +78,15 @@ std::string settingsTable(const config::ExpirationSettings& settings, std::uint3
 }
 
 // "<tr><td>username</td><td>email</td>", which every row begins with.
-std::string rowStart(const ReportUser& user) {
-  return "<tr><td>" + escapeHtml(user.username) + "</td><td>" + escapeHtml(user.email) + "</td>";
-}
-
-std::string expiredRow(const ReportUser& user, const char* status) {
-  return rowStart(user) +
-         base::formatText("<td>%i</td><td>%i</td><td><font color=#FF0000>%s</font></td></tr>\n",
-                          static_cast<int>(user.passwordAge), user.maxAge, status);
+std::string rowStart(const UserRecord& user) {
+  return "<tr><td>" + escapeHtml(user.username) + "</td><td>" + escapeHtml(user.data.email) +
+         "</td>";
 }
 
 }  // namespace
 
 void RunReport::start(const config::ExpirationSettings& settings, std::uint32_t intervalMs,
                       const base::LocalTime& now) {
-  anyExpired_ = false;
   settings_ =
       "<hr size=1 width=625 align=left><span class=title>Norvyn Password Expiration Report</span>"
       "<hr size=1 width=625 align=left><h3>DATE OF RUN:" +
@@ -108,26 +102,27 @@ void RunReport::start(const config::ExpirationSettings& settings, std::uint32_t 
   expired_ += kExpiredOpening;
 }
 
-void RunReport::addUpcoming(const ReportUser& user, std::uint32_t emailWarnings,
-                            const std::string& emailedText) {
-  const int age = static_cast<int>(user.passwordAge);
+void RunReport::addUpcoming(const UserRecord& user) {
   upcoming_ += rowStart(user) +
                base::formatText("<td>%i</td><td>%i</td><td>%i</td><td>%i</td><td>%s</td></tr>\n",
-                                static_cast<int>(emailWarnings), age, user.maxAge,
-                                user.maxAge - age, emailedText.c_str());
+                                static_cast<int>(user.emailWarnings), static_cast<int>(user.age),
+                                user.maxAge, user.daysLeft(), user.emailedText.c_str());
 }
 
-void RunReport::addExpired(const ReportUser& user) {
-  expired_ += expiredRow(user, "PASSWORD EXPIRED");
+// A refused expiry stands as an expired one: the report says what the pass decided.
+void RunReport::addExpired(const UserRecord& user) {
+  anyExpired_ = true;
+  const char* status = user.expiry == Expiry::OnlyReported
+                           ? "PASSWORD NOT EXPIRED (Report Only Mode)"
+                           : "PASSWORD EXPIRED";
+  expired_ += rowStart(user) + base::formatText(
+                                   "<td>%i</td><td>%i</td><td><font color=#FF0000>%s</font></td>"
+                                   "</tr>\n",
+                                   static_cast<int>(user.age), user.maxAge, status);
 }
 
-void RunReport::addNotExpired(const ReportUser& user) {
-  expired_ += expiredRow(user, "PASSWORD NOT EXPIRED (Report Only Mode)");
-}
-
-void RunReport::finish(std::uint32_t expiredCount) {
+void RunReport::finish() {
   for (std::string* section : {&upcoming_, &expired_, &settings_}) *section += "</table>";
-  anyExpired_ = expiredCount > 0;
   appendSections(mailReport_);
 }
 

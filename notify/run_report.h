@@ -7,37 +7,29 @@
 
 #include "base/timestamp.h"
 #include "config/expiration_settings.h"
-#include "platform/system/clock.h"
+#include "notify/user_record.h"
 
 namespace notify {
 
 inline constexpr const char* kReportFile = "logfiles\\Norvyn-expiration-report.html";
 inline constexpr const char* kLogoFile = "norvyn-report-logo.gif";
 
-// One user's figures. Texts are in the ANSI code page, as the directory has them; they are escaped
-// here.
-struct ReportUser {
-  std::string username;
-  std::string email;
-  std::uint32_t passwordAge = 0;  // days
-  std::int32_t maxAge = 0;        // days
-};
-
+// One object for each pass.
 class RunReport {
  public:
-  // Empties the streams and writes the settings table, the heads and the table openings.
+  // Writes the settings table, the heads and the table openings.
   // `settings.reportOnly` is the pass's effective one.
   void start(const config::ExpirationSettings& settings, std::uint32_t intervalMs,
              const base::LocalTime& now);
 
-  void addUpcoming(const ReportUser& user, std::uint32_t emailWarnings,
-                   const std::string& emailedText);
-  void addExpired(const ReportUser& user);
-  void addNotExpired(const ReportUser& user);
+  // The texts of a record are escaped.
+  void addUpcoming(const UserRecord& user);
+  // As expired or, when `user.expiry` says so, only reported.
+  void addExpired(const UserRecord& user);
 
-  // Closes the tables and assembles the mail report. The expired section is left out when
-  // `expiredCount` is 0.
-  void finish(std::uint32_t expiredCount);
+  // Closes the tables and assembles the mail report. The expired section is left out when it has no
+  // row.
+  void finish();
   const std::string& mailReport() const { return mailReport_; }
   // Assembles the file report and writes it to kReportFile. False when it could not be written.
   bool writeFileReport();

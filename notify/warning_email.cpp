@@ -13,13 +13,14 @@ constexpr const char* kExpiredText =
     "\r\n"
     "You will be prompted to change your password prior to your next logon.\r\n";
 
-MessageBody composeBody(const WarningContext& context, const std::string& username, int countdown) {
+MessageBody composeBody(const WarningContext& context, const UserRecord& user) {
+  const int countdown = user.daysLeft();
   // An expired password has its own fixed words; templates speak of days that remain.
   if (countdown < 1) return {kExpiredText, false};
 
   MessageBody body = loadMessageBody(context.settings.emailCustomMsg, context.log);
-  const directory::UserDirectoryData& data = context.user.data;
-  body.text = replaceTokens(body.text, {username, data.firstName, data.lastName, countdown});
+  const directory::UserDirectoryData& data = user.data;
+  body.text = replaceTokens(body.text, {user.username, data.firstName, data.lastName, countdown});
   context.log.print("    user firstname: %s\n", data.firstName.c_str());
   context.log.print("    user lastname: %s\n", data.lastName.c_str());
   context.log.print("    days until expiration: %i\n", countdown);
@@ -50,18 +51,18 @@ void recordMailingDay(const WarningContext& context) {
 
 }  // namespace
 
-bool sendWarningEmail(const WarningContext& context, const std::string& username,
-                      const std::string& address, int countdown) {
+bool sendWarningEmail(const WarningContext& context, const UserRecord& user) {
   kelvado::KvMailMan mailMan;
   if (!mailMan.UnlockComponent(kMailUnlockCode)) return true;  // no failure of the mail server
 
   config::DebugLog& log = context.log;
+  const std::string& address = user.data.email;
   log.print("  emailUser() - begin\n");
-  log.print("    countdown (inside emailUser): %i\n", countdown);
-  log.print("    szUser: %s\n", username.c_str());
+  log.print("    countdown (inside emailUser): %i\n", user.daysLeft());
+  log.print("    szUser: %s\n", user.username.c_str());
   log.print("    szUserEmail: %s\n", address.c_str());
 
-  const MessageBody body = composeBody(context, username, countdown);
+  const MessageBody body = composeBody(context, user);
   configureMailMan(mailMan, context.settings);
   kelvado::KvEmail email;
   composeEmail(email, context.settings, address, body);

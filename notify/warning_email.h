@@ -7,25 +7,25 @@
 
 #include "config/debug_log.h"
 #include "config/expiration_settings.h"
-#include "directory/user_directory_data.h"
+#include "config/findings.h"
+#include "notify/user_record.h"
 #include "platform/registry/registry.h"
 #include "platform/system/clock.h"
 
 namespace notify {
 
-// What a warning is made of beside its recipient. Borrowed from the pass.
+// What a warning needs beside its user. Borrowed from the pass.
 struct WarningContext {
   platform::Registry& registry;
   platform::Clock& clock;
   config::DebugLog& log;
   const config::ExpirationSettings& settings;
-  const directory::UserGlobals& user;  // first and last name
+  config::Findings& findings;
 };
 
 // Sends the warning; blocks for as long as the mail server takes. False when sending failed, which
-// leaves kMailErrorFile. `countdown` is in days; below 1 the password has expired. The day of month
-// is recorded in the registry before the send, whatever comes of it.
-bool sendWarningEmail(const WarningContext& context, const std::string& username,
-                      const std::string& address, int countdown);
+// leaves kMailErrorFile. With less than one day left the password has expired. The day of month is
+// recorded in the registry before the send, whatever comes of it.
+bool sendWarningEmail(const WarningContext& context, const UserRecord& user);
 
 }  // namespace notify

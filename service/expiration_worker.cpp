@@ -2,10 +2,8 @@
 
 #include <cstdio>
 
-#include "base/text.h"
 #include "config/settings_check.h"
 #include "directory/domain_directory.h"
-#include "notify/mail_settings.h"
 #include "platform/system/files.h"
 #include "service/expiration_run.h"
 
@@ -13,33 +11,23 @@ namespace service {
 
 namespace {
 
-// For the system's journal: the worker has nobody else to tell.
-class FaultsOfAPass : public RunObserver {
+void journal(const std::string& line) {
+  std::fprintf(stderr, "pwLapseSvc: %s\n", line.c_str());
+}
+
+// What is found goes to the system's journal while the pass is under way.
+class JournalWriter : public PassObserver {
  public:
-  void problemFound(const std::string& problem) override { tell(problem); }
-
-  void tellSummary(const RunSummary& summary) {
-    if (!summary.directoryBound) {
-      tell("could not bind to the domain: " + summary.directoryError.text);
-    }
-    if (summary.smtpFailure) {
-      tell(std::string("not every mail was sent; the last failure is in ") +
-           notify::kMailErrorFile);
-    }
-    if (summary.adminReportFailed) tell("the report was not mailed to the administrator");
-    if (summary.fileReportFailed) tell("the report file could not be written");
-  }
-
-  static void tell(const std::string& fault) {
-    std::fprintf(stderr, "pwLapseSvc: %s\n", base::loggableLine(fault).c_str());
+  void findingMade(config::FindingKind kind, const std::string& line) override {
+    journal(config::findingLabel(kind) + (": " + line));
   }
 };
 
 }  // namespace
 
 void runForEver(platform::Host host, const ServiceValues& values) {
-  FaultsOfAPass faults;
-  ExpirationRun run(host, values, &faults);
+  JournalWriter journalWriter;
+  ExpirationRun run(host, values, &journalWriter);
   run.prepare();
   const std::uint32_t startDelay = run.startDelayMs();
   if (startDelay != 0) host.clock.sleep(startDelay);
@@ -47,7 +35,7 @@ void runForEver(platform::Host host, const ServiceValues& values) {
     {
       // Not beside a pass by hand: both would write the same lists and logs.
       const platform::FileLock alone(directory::kDomainUsersFile);
-      faults.tellSummary(run.pass());
+      run.pass();
     }
     host.clock.sleep(run.sleepMs());
   }
@@ -57,12 +45,12 @@ platform::WinError ExpirationWorker::readValues(ServiceValues& values) {
   std::string error;
   system_ = platform::makeSystemHost({}, error);
   if (!system_) {
-    std::fprintf(stderr, "pwLapseSvc: %s\n", error.c_str());
+    journal(error);
     return kErrorBadConfiguration;
   }
   values = readServiceValues(system_->host().registry);
   for (const std::string& wrong : config::findWrongTypes(system_->host().registry)) {
-    FaultsOfAPass::tell(wrong + ", and counts as 0");
+    journal(wrong + ", and counts as 0");
   }
   return platform::kErrorSuccess;
 }

@@ -1,5 +1,6 @@
 #include "service/policy_table.h"
 
+#include "base/format_text.h"
 #include "config/policy_store.h"
 
 namespace service {
@@ -9,6 +10,11 @@ constexpr int kMemberServerPolicies = 3;
 constexpr std::uint32_t kAgeBeyondAll = 10000;  // days; the search for the smallest age starts here
 
 }  // namespace
+
+std::string slotLabel(int slot) {
+  if (slot < kFirstLengthPolicy) return policySlotName(slot);
+  return base::formatText("Length%i", slot - kFirstLengthPolicy + 1);
+}
 
 PolicyTable loadPolicyTable(platform::Registry& registry,
                             const config::ExpirationSettings& settings, bool memberServer,

@@ -21,6 +21,10 @@ inline constexpr int kFirstLengthPolicy = 11;
 
 using PolicyTable = std::array<config::PolicyRecord, kPolicySlots>;
 
+// "DefaultPolicy", "Policy1" .. "Policy5" of slots 0 to 5, "Length1" .. "Length4" of slots 11
+// to 14.
+std::string slotLabel(int slot);
+
 // Resets and loads all slots. `memberServer`: the member-server edition's keys win for slots 0
 // to 2.
 PolicyTable loadPolicyTable(platform::Registry& registry,

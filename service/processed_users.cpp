@@ -10,8 +10,6 @@
 namespace service {
 namespace {
 
-constexpr std::size_t kSmallestTable = 1024;
-
 std::uint32_t hashOf(std::u16string_view name) {
   return static_cast<std::uint32_t>(std::hash<std::u16string_view>()(name));
 }
@@ -23,43 +21,22 @@ std::u16string_view ProcessedUsers::nameAt(std::size_t index) const {
   return std::u16string_view(text_).substr(begin, ends_[index] - begin);
 }
 
-std::size_t ProcessedUsers::slotOf(std::u16string_view name, std::uint32_t hash) const {
-  const std::size_t mask = table_.size() - 1;
-  std::size_t at = hash & mask;
-  while (table_[at].number != 0 &&
-         (table_[at].hash != hash || nameAt(table_[at].number - 1) != name)) {
-    at = (at + 1) & mask;
-  }
-  return at;
+bool ProcessedUsers::isIn(std::u16string_view name, std::uint32_t hash) const {
+  const auto same = [&](std::uint32_t index) { return nameAt(index) == name; };
+  return index_.first(hash, same) != base::HashIndex::kNone;
 }
 
 bool ProcessedUsers::contains(std::u16string_view name) const {
-  return !table_.empty() && table_[slotOf(name, hashOf(name))].number != 0;
+  return isIn(name, hashOf(name));
 }
 
 bool ProcessedUsers::append(std::u16string_view name) {
-  if ((count() + 1) * 2 > table_.size()) {
-    rebuildTable(table_.empty() ? kSmallestTable : table_.size() * 2);
-  }
   const std::uint32_t hash = hashOf(name);
-  Slot& slot = table_[slotOf(name, hash)];
-  if (slot.number != 0) return false;
+  if (isIn(name, hash)) return false;
+  index_.put(static_cast<std::uint32_t>(count()), hash);
   text_ += name;
   ends_.push_back(text_.size());
-  slot = {hash, static_cast<std::uint32_t>(count())};
   return true;
-}
-
-// All names differ, so each belongs into the first free slot from its hash on.
-void ProcessedUsers::rebuildTable(std::size_t size) {
-  const std::vector<Slot> before = std::exchange(table_, std::vector<Slot>(size));
-  const std::size_t mask = size - 1;
-  for (const Slot& slot : before) {
-    if (slot.number == 0) continue;
-    std::size_t at = slot.hash & mask;
-    while (table_[at].number != 0) at = (at + 1) & mask;
-    table_[at] = slot;
-  }
 }
 
 bool ProcessedUsers::removeList(std::u16string_view name, const config::DebugLog& log) {
@@ -83,10 +60,6 @@ void ProcessedUsers::dumpList() const {
       rule + base::formatText("globalListCount=%i\n", static_cast<int>(count())) + rule;
   for (std::size_t i = 0; i < count(); ++i) text += platform::utf16ToAnsi(nameAt(i)) + "\n";
   platform::appendToFile("logfiles//ExpirationList.txt", text);
-}
-
-void ProcessedUsers::clear() {
-  *this = ProcessedUsers();
 }
 
 }  // namespace service

@@ -14,6 +14,9 @@
 namespace service {
 namespace {
 
+using notify::Expiry;
+using notify::UserRecord;
+
 // Shorter names count as dealt with already.
 constexpr std::size_t kShortestName = 3;
 
@@ -21,144 +24,134 @@ constexpr const char* kRule = "---------------------------\n";
 
 }  // namespace
 
-UserVerdict UserExaminer::examine(const PolicyInHand& policy, std::string line) {
-  UserVerdict verdict;
-  verdict.slot = policy.slot;
-  verdict.maxAge = policy.maxAge;
+UserRecord UserExaminer::examine(const PolicyInHand& policy, std::string line) {
+  UserRecord user;
+  user.slot = policy.slot;
+  user.maxAge = policy.maxAge;
+  user.emailWarnings = policy.emailWarnings;
+  user.age = pass_.ageBefore;
   cutLineEnd(line);
   const std::u16string name = platform::ansiToUtf16(line);
-  verdict.username = platform::utf16ToAnsi(name);
+  user.username = platform::utf16ToAnsi(name);
   if (log_.enabled()) {
     log_.print("timestamp=%s\n", base::timestampText(host_.clock.localTime()).c_str());
-    log_.print("username=%s\n", verdict.username.c_str());
+    log_.print("username=%s\n", user.username.c_str());
   }
   if (!name.empty() && name.back() == u'$') {
-    verdict.skipReasons |= kSkipComputerAccount;
+    user.skipReasons |= notify::kSkipComputerAccount;
     log_.print("  Username contains $ character.  Skipping User.\n");
   }
-  if (!policy.excluded.empty() && policy.excluded.count(nameKey(verdict.username)) != 0) {
-    verdict.skipReasons |= kSkipExcluded;
+  if (!policy.excluded.empty() && policy.excluded.count(nameKey(user.username)) != 0) {
+    user.skipReasons |= notify::kSkipExcluded;
     log_.print(" user excluded from policy\n");
   }
-  screenAccount(name, verdict);
-  claimUser(name, verdict);
-  if (verdict.skipReasons != 0) return verdict;
+  screenAccount(name, user);
+  claimUser(name, user);
+  if (user.skipReasons == 0) judge(name, user);
+  pass_.ageBefore = user.age;
+  return user;
+}
 
-  pass_.user = {};
-  pass_.user.username = verdict.username;
-  readAge(name);
-  verdict.age = pass_.age;
+void UserExaminer::judge(const std::u16string& name, UserRecord& user) {
+  readAge(name, user);
   // Unsigned, so that a threshold stored as a negative number puts nearly everybody outside.
-  verdict.inWarningPeriod =
-      pass_.age + pass_.settings.warningThreshold >= static_cast<std::uint32_t>(policy.maxAge);
-  if (verdict.inWarningPeriod) warn(policy, name, verdict);
-  if (static_cast<std::int32_t>(pass_.age) >= policy.maxAge && policy.maxAge != 0) {
-    expire(policy, name, verdict);
-  }
-  return verdict;
+  user.inWarningPeriod =
+      user.age + pass_.settings.warningThreshold >= static_cast<std::uint32_t>(user.maxAge);
+  if (user.inWarningPeriod) warn(name, user);
+  if (static_cast<std::int32_t>(user.age) >= user.maxAge && user.maxAge != 0) expire(name, user);
 }
 
 // The flags are tested and logged one by one; any of them skips the user.
-void UserExaminer::screenAccount(const std::u16string& name, UserVerdict& verdict) {
+void UserExaminer::screenAccount(const std::u16string& name, UserRecord& user) {
   platform::UserInfo info;
   if (host_.accounts.userInfo(name, info) != platform::kNetSuccess) return;
-  verdict.accountFound = true;
-  verdict.changeAlreadyDue = info.passwordExpired != 0;
+  user.accountFound = true;
+  user.changeAlreadyDue = info.passwordExpired != 0;
   const struct {
     std::uint32_t flag;
-    SkipReason reason;
+    notify::SkipReason reason;
     const char* text;
   } screens[] = {
-      {platform::kAccountDisabled, kSkipDisabled, "  disabled account: %s\n"},
-      {platform::kPasswordDontExpire, kSkipNeverExpires, "  account with non-expiring pw: %s\n"},
-      {platform::kPasswordCantChange, kSkipCannotChange, "  account cannot change pw: %s\n"},
+      {platform::kAccountDisabled, notify::kSkipDisabled, "  disabled account: %s\n"},
+      {platform::kPasswordDontExpire, notify::kSkipNeverExpires,
+       "  account with non-expiring pw: %s\n"},
+      {platform::kPasswordCantChange, notify::kSkipCannotChange,
+       "  account cannot change pw: %s\n"},
   };
   for (const auto& screen : screens) {
     if ((info.flags & screen.flag) == 0) continue;
-    verdict.skipReasons |= screen.reason;
-    log_.print(screen.text, verdict.username.c_str());
+    user.skipReasons |= screen.reason;
+    log_.print(screen.text, user.username.c_str());
   }
-  pass_.age = info.passwordAge / directory::kSecondsPerDay;
+  user.age = info.passwordAge / directory::kSecondsPerDay;
 }
 
 // A user belongs to the first policy that names him, also when his account is then skipped.
-void UserExaminer::claimUser(const std::u16string& name, UserVerdict& verdict) {
-  const bool excluded = (verdict.skipReasons & kSkipExcluded) != 0;
+void UserExaminer::claimUser(const std::u16string& name, UserRecord& user) {
+  const bool excluded = (user.skipReasons & notify::kSkipExcluded) != 0;
   const bool longEnough = name.size() >= kShortestName;
   if (longEnough && !excluded && pass_.processed.append(name)) {
-    log_.print("  user added: %s\n", verdict.username.c_str());
+    log_.print("  user added: %s\n", user.username.c_str());
     log_.print("  listcount: %i\n", static_cast<int>(pass_.processed.count()));
     return;
   }
   if (excluded) return;
-  verdict.skipReasons |= longEnough ? kSkipProcessedEarlier : kSkipNameTooShort;
+  user.skipReasons |= longEnough ? notify::kSkipProcessedEarlier : notify::kSkipNameTooShort;
   if (log_.enabled()) {
     log_.print("  account processed earlier.\n");
-    notify::appendSkippedUser(verdict.username);
+    notify::appendSkippedUser(user.username);
   }
 }
 
-void UserExaminer::readAge(const std::u16string& name) {
+void UserExaminer::readAge(const std::u16string& name, UserRecord& user) {
   platform::UserInfo info;
   if (host_.accounts.userInfo(name, info) != platform::kNetSuccess) return;
   const unsigned long age = info.passwordAge;
   log_.print("  Password age:  %lu days, %02lu:%02lu:%02lu\n", age / directory::kSecondsPerDay,
              age % directory::kSecondsPerDay / 3600, age % 3600 / 60, age % 60);
-  pass_.age = info.passwordAge / directory::kSecondsPerDay;
-  pass_.user.passwordAge = pass_.age;
+  user.age = info.passwordAge / directory::kSecondsPerDay;
 }
 
-void UserExaminer::warn(const PolicyInHand& policy, const std::u16string& name,
-                        UserVerdict& verdict) {
-  const auto countdown = static_cast<std::int32_t>(policy.maxAge - pass_.age);
-  lookUpEmail(policy, name);
-  verdict.email = pass_.user.data.email;
+void UserExaminer::warn(const std::u16string& name, UserRecord& user) {
+  const std::int32_t countdown = user.daysLeft();
+  lookUpEmail(name, user);
 
   const config::ExpirationSettings& settings = pass_.settings;
   const bool disabled = false;  // disabled accounts do not get here
   log_.print(
       "  bEmailWarnings: %i  reportOnly: %i  bDisabled: %i  bEmailRunToday: %i"
       "  bEmailUserOK: %i  countdown: %i\n",
-      static_cast<int>(policy.emailWarnings), settings.reportOnly, disabled, pass_.emailedToday,
+      static_cast<int>(user.emailWarnings), settings.reportOnly, disabled, pass_.emailedToday,
       pass_.mayEmail, countdown);
   log_.print("  countdown: %i\twarning1: %i\twarning2: %i\twarning3: %i\n", countdown,
              settings.warnings[0], settings.warnings[1], settings.warnings[2]);
   const bool onWarningDay = matchesWarningDay(countdown);
 
-  const bool hasAddress = verdict.email != directory::kNoEmail;
-  const std::string refusal = refusalText(policy);
-  verdict.emailDue = refusal.empty() && (onWarningDay || !pass_.intervalMode);
-  if (!hasAddress) {
-    verdict.emailedText = "no";
-  } else if (!refusal.empty()) {
-    verdict.emailedText = refusal;
-  } else if (!verdict.emailDue) {
-    verdict.emailedText = "no";
-  } else {
-    sendWarning(countdown, onWarningDay, verdict);
-  }
+  const bool hasAddress = user.data.email != directory::kNoEmail;
+  const std::string against = reasonsAgainstMail(user);
+  user.emailDue = against.empty() && (onWarningDay || !pass_.intervalMode);
+  user.emailedText = "no";
+  if (hasAddress && !against.empty()) user.emailedText = against;
+  if (hasAddress && user.emailDue) sendWarning(onWarningDay, user);
 
-  if (countdown > 0) {
-    pass_.report.addUpcoming(reportUser(policy), policy.emailWarnings, verdict.emailedText);
-    ++pass_.upcomingRows;
-  }
-  notify::appendExpiringSoon(host_.clock.localTime(), verdict.username, verdict.email, countdown);
+  if (countdown > 0) pass_.report.addUpcoming(user);
+  notify::appendExpiringSoon(host_.clock.localTime(), user.username, user.data.email, countdown);
 }
 
-void UserExaminer::lookUpEmail(const PolicyInHand& policy, const std::u16string& name) {
-  if (policy.emailWarnings != 1 || pass_.emailedToday) return;
+void UserExaminer::lookUpEmail(const std::u16string& name, UserRecord& user) {
+  if (user.emailWarnings != 1 || pass_.emailedToday) return;
   log_.print("  --BEGIN GETEMAIL\n");
-  if (!pass_.directoryBound) {
+  if (!pass_.record.directoryBound) {
     log_.print("%sAD Connection not OK\n%s", kRule, kRule);
   } else {
-    domain_.getEmailBound(name, pass_.user.data);
+    domain_.getEmailBound(name, user.data);
   }
-  const directory::UserDirectoryData& data = pass_.user.data;
+  const directory::UserDirectoryData& data = user.data;
   log_.print("  User Object Properties\n");
   log_.print("    email: %s\n", data.email.c_str());
   log_.print("    fname: %s\n", data.firstName.c_str());
   log_.print("    lname: %s\n", data.lastName.c_str());
-  log_.print("    username: %s\n", pass_.user.username.c_str());
+  log_.print("    username: %s\n", user.username.c_str());
   log_.print("    domain: %s\n", data.domain.c_str());
   log_.print("  --END GETEMAIL\n");
 }
@@ -177,46 +170,38 @@ bool UserExaminer::matchesWarningDay(std::int32_t countdown) {
 }
 
 // "no " and every reason why nobody of this policy is mailed now; empty when there is none.
-std::string UserExaminer::refusalText(const PolicyInHand& policy) const {
-  if (policy.emailWarnings == 1 && !pass_.settings.reportOnly && pass_.mayEmail) return "";
+std::string UserExaminer::reasonsAgainstMail(const UserRecord& user) const {
+  if (user.emailWarnings == 1 && !pass_.settings.reportOnly && pass_.mayEmail) return "";
   std::string text = "no ";
-  if (policy.emailWarnings == 0) text += "(not configured to email warnings)";
+  if (user.emailWarnings == 0) text += "(not configured to email warnings)";
   if (pass_.settings.reportOnly) text += "(in ReportOnly mode)";
   if (!pass_.mayEmail) text += "(user emailed earlier today)";
   return text;
 }
 
-void UserExaminer::sendWarning(std::int32_t countdown, bool onWarningDay, UserVerdict& verdict) {
+void UserExaminer::sendWarning(bool onWarningDay, UserRecord& user) {
   const notify::WarningContext context{host_.registry, host_.clock, log_, pass_.settings,
-                                       pass_.user};
-  if (notify::sendWarningEmail(context, verdict.username, verdict.email, countdown)) {
-    verdict.emailedText = "yes";
+                                       pass_.record.findings};
+  if (notify::sendWarningEmail(context, user)) {
+    user.emailedText = "yes";
   } else {
-    verdict.emailedText = "no (smtp failure)";
-    verdict.mailFailed = true;
-    pass_.smtpFailure = true;
+    user.emailedText = "no (smtp failure)";
+    user.mailFailed = true;
   }
   if (onWarningDay) log_.print("  user matches a warning interval.\n\n");
 }
 
-void UserExaminer::expire(const PolicyInHand& policy, const std::u16string& name,
-                          UserVerdict& verdict) {
+void UserExaminer::expire(const std::u16string& name, UserRecord& user) {
   if (pass_.settings.reportOnly) {
-    verdict.expiry = Expiry::OnlyReported;
-    pass_.report.addNotExpired(reportUser(policy));
+    user.expiry = Expiry::OnlyReported;
   } else {
-    log_.print("  Expiring password for user=%s\n", verdict.username.c_str());
-    const bool taken = directory::expireUserPassword(host_.accounts, host_.clock, name, pass_.age);
-    verdict.expiry = taken ? Expiry::Forced : Expiry::Refused;
-    if (!taken) verdict.refusal = host_.directory.lastError().text;
-    pass_.report.addExpired(reportUser(policy));
+    log_.print("  Expiring password for user=%s\n", user.username.c_str());
+    const bool taken = directory::expireUserPassword(host_.accounts, host_.clock, name, user.age);
+    user.expiry = taken ? Expiry::Forced : Expiry::Refused;
+    if (!taken) user.refusal = host_.directory.lastError().text;
   }
-  ++pass_.expiredUsers;
+  pass_.report.addExpired(user);
   log_.print("  --STAGE 400\n");
-}
-
-notify::ReportUser UserExaminer::reportUser(const PolicyInHand& policy) const {
-  return {pass_.user.username, pass_.user.data.email, pass_.age, policy.maxAge};
 }
 
 }  // namespace service

@@ -7,13 +7,10 @@
 #include <unordered_set>
 
 #include "config/debug_log.h"
-#include "config/expiration_settings.h"
-#include "config/policy_record.h"
 #include "directory/domain_directory.h"
-#include "notify/run_report.h"
+#include "notify/user_record.h"
 #include "platform/host/host.h"
-#include "service/processed_users.h"
-#include "service/run_observer.h"
+#include "service/pass_state.h"
 
 namespace service {
 
@@ -25,22 +22,6 @@ struct PolicyInHand {
   std::unordered_set<std::string> excluded;  // keys of the names in the exclude file
 };
 
-// What a pass knows as a whole; filled by the run, changed by the examiner where it says so.
-struct PassState {
-  config::ExpirationSettings settings;  // reportOnly is the effective one
-  bool emailedToday = false;            // bEmailRunToday
-  bool mayEmail = true;                 // bEmailUserOK
-  bool intervalMode = false;            // set by the first user of a pass with warning days
-  bool directoryBound = false;
-  bool smtpFailure = false;
-  std::uint32_t upcomingRows = 0;
-  std::uint32_t expiredUsers = 0;
-  std::uint32_t age = 0;  // days; stays when an account cannot be read
-  directory::UserGlobals user;
-  ProcessedUsers processed;
-  notify::RunReport report;
-};
-
 class UserExaminer {
  public:
   UserExaminer(platform::Host host, config::DebugLog& log, directory::DomainDirectory& domain,
@@ -48,19 +29,19 @@ class UserExaminer {
       : host_(host), log_(log), domain_(domain), pass_(pass) {}
 
   // `line` is as it was read; its last character is taken for the line end.
-  UserVerdict examine(const PolicyInHand& policy, std::string line);
+  notify::UserRecord examine(const PolicyInHand& policy, std::string line);
 
  private:
-  void screenAccount(const std::u16string& name, UserVerdict& verdict);
-  void claimUser(const std::u16string& name, UserVerdict& verdict);
-  void readAge(const std::u16string& name);
-  void warn(const PolicyInHand& policy, const std::u16string& name, UserVerdict& verdict);
-  void lookUpEmail(const PolicyInHand& policy, const std::u16string& name);
+  void screenAccount(const std::u16string& name, notify::UserRecord& user);
+  void claimUser(const std::u16string& name, notify::UserRecord& user);
+  void judge(const std::u16string& name, notify::UserRecord& user);
+  void readAge(const std::u16string& name, notify::UserRecord& user);
+  void warn(const std::u16string& name, notify::UserRecord& user);
+  void lookUpEmail(const std::u16string& name, notify::UserRecord& user);
   bool matchesWarningDay(std::int32_t countdown);
-  std::string refusalText(const PolicyInHand& policy) const;
-  void sendWarning(std::int32_t countdown, bool onWarningDay, UserVerdict& verdict);
-  void expire(const PolicyInHand& policy, const std::u16string& name, UserVerdict& verdict);
-  notify::ReportUser reportUser(const PolicyInHand& policy) const;
+  std::string reasonsAgainstMail(const notify::UserRecord& user) const;
+  void sendWarning(bool onWarningDay, notify::UserRecord& user);
+  void expire(const std::u16string& name, notify::UserRecord& user);
 
   platform::Host host_;
   config::DebugLog& log_;

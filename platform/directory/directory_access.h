@@ -7,6 +7,7 @@
 #include <cstdint>
 #include <memory>
 #include <string>
+#include <vector>
 
 namespace platform {
 
@@ -103,6 +104,8 @@ class DirectoryAccess {
                             std::unique_ptr<DirectorySearch>& search) = 0;
 
   virtual DirectoryError lastError() = 0;
+  // What of the directory could not be used in the last pass: one line each, ANSI.
+  virtual std::vector<std::string> warnings() const { return {}; }
 
   // A pass begins or ends. In between, an implementation may read what a pass needs once and answer
   // from memory; outside of it nothing is kept.

@@ -49,7 +49,7 @@ class SnapshotDirectory final : public DirectoryAccess, public AccountDatabase {
 
   // What the last reading could not use: one line each, "FILE:LINE: what is wrong" or the like.
   // Kept after the reading itself is dropped, until the next one.
-  const std::vector<std::string>& warnings() const { return warnings_; }
+  std::vector<std::string> warnings() const override { return warnings_; }
 
   // The reading with its indexes; objects and rows that were handed out share it, so they outlive
   // the pass. For the implementation only.

@@ -4,7 +4,6 @@
 
 #include <memory>
 #include <string>
-#include <vector>
 
 #include "platform/host/host.h"
 
@@ -21,8 +20,6 @@ class SystemHost {
  public:
   virtual ~SystemHost() = default;
   virtual Host host() = 0;
-  // What the last pass could not use of the directory: one line each.
-  virtual std::vector<std::string> directoryWarnings() const = 0;
 };
 
 // Null, with `error` one line that names the file, line or setting, when the registry or a setting

@@ -54,6 +54,12 @@ class Registry {
                            std::unique_ptr<RegistryKey>& key) = 0;
   // Opens the key, made first (with every key above it) when it does not exist.
   virtual WinError createKey(const std::string& path, std::unique_ptr<RegistryKey>& key) = 0;
+
+  // Where it is, in words for messages: the path of a file, or the registry of this system.
+  virtual std::string name() const { return "the registry of this system"; }
+  // Why it could not be read again, or written, last: one line, no value in it. Empty when it
+  // could.
+  virtual std::string lastError() const { return {}; }
 };
 
 }  // namespace platform

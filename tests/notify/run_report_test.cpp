@@ -67,7 +67,16 @@ TEST(RunReport, IsTheExactPage) {
   settings.emailAdminReports = true;
   settings.expirationLastRunDay = 31;
   settings.lengthPolicies[1] = {20, 180};
-  const notify::ReportUser joerg{platform::utf16ToAnsi(u"J\u00f6rg"), "none", 42, 42};
+  notify::UserRecord joerg;
+  joerg.username = platform::utf16ToAnsi(u"J\u00f6rg");
+  joerg.age = 42;
+  joerg.maxAge = 42;
+  notify::UserRecord oneil = joerg;
+  oneil.username = "o'neil";
+  oneil.data.email = "a&b@x.example";
+  oneil.age = 40;
+  oneil.emailWarnings = 1;
+  oneil.emailedText = "yes";
   const struct {
     bool reportOnly;
     std::int32_t warning3;  // the others are negative: the interval rows show for one that is not
@@ -77,19 +86,16 @@ TEST(RunReport, IsTheExactPage) {
       {true, -3, expired("that would be expired", "PASSWORD NOT EXPIRED (Report Only Mode)")},
       {false, 5, ""},  // nobody: no section
   };
-  notify::RunReport report;
-  for (const auto& run : runs) {  // each begins with empty streams
+  for (const auto& run : runs) {
     SCOPED_TRACE(run.warning3);
     settings.reportOnly = run.reportOnly;
     settings.warnings = {-1, -2, run.warning3};
+    notify::RunReport report;
     report.start(settings, 86400000, clock.local);
-    report.addUpcoming({"o'neil", "a&b@x.example", 40, 42}, 1, "yes");
-    if (run.reportOnly) {
-      report.addNotExpired(joerg);
-    } else if (!run.expired.empty()) {
-      report.addExpired(joerg);
-    }
-    report.finish(run.expired.empty() ? 0 : 1);
+    report.addUpcoming(oneil);
+    joerg.expiry = run.reportOnly ? notify::Expiry::OnlyReported : notify::Expiry::Refused;
+    if (!run.expired.empty()) report.addExpired(joerg);
+    report.finish();
 
     std::string sections = kTitle;
     if (run.warning3 >= 0) {

@@ -21,8 +21,9 @@
 namespace {
 
 using namespace service;
-using test_support::PassRecord;
+using namespace notify;
 using test_support::TestSite;
+using test_support::WatchedPass;
 using testing::ElementsAre;
 
 constexpr const char* kReport = "logfiles/norvyn-expiration-report.html";
@@ -88,10 +89,10 @@ TEST(Pass, DecidesMailAndExpiryByAgeAndSettings) {
       if (name == std::string("emailWarnings")) site.policy("DefaultPolicy", 42, number);
     }
     site.user({"walter", c.age});
-    const PassRecord record = site.pass();
+    const WatchedPass pass = site.pass();
 
     const std::string report = site.read(kReport);
-    EXPECT_EQ(record.of("walter").expiry, c.expiry);
+    EXPECT_EQ(pass.of("walter").expiry, c.expiry);
     EXPECT_EQ(site.catcher.savedFiles().size(), c.mails);
     if (c.emailedText == nullptr) {
       EXPECT_FALSE(contains(report, "<td>yes</td>") || contains(report, "<td>no</td>"));
@@ -106,7 +107,7 @@ TEST(Pass, DecidesMailAndExpiryByAgeAndSettings) {
     EXPECT_EQ(contains(site.directoryText(), "pwdLastSet: 0"), c.expiry == Forced);
     EXPECT_EQ(site.read(kExpiredLog).empty(), c.expiry != Forced);
     // The expiring-soon log holds everybody in the period, expired ones too.
-    EXPECT_EQ(contains(site.read(kSoon), "walter"), record.of("walter").inWarningPeriod);
+    EXPECT_EQ(contains(site.read(kSoon), "walter"), pass.of("walter").inWarningPeriod);
   }
 }
 
@@ -149,7 +150,7 @@ TEST(Pass, ScreensAccountsAndClaimsThemForTheFirstPolicy) {
   site.write("pwsentry_pro_policy1_include.txt", "twice\noffandnever\nexcluded\nghost\n");
   site.write("pwsentry_pro_policy1_exclude.txt", "EXCLUDED\n");
   site.write("pwsentry_pro_policy2_include.txt", "twice\r\ncannot\r\nPC01$\r\n");
-  const PassRecord record = site.pass();
+  const WatchedPass pass = site.pass();
 
   const std::tuple<const char*, int, std::uint32_t> verdicts[] = {
       {"twice", 2, 0},  // equal ages: the higher slot comes first
@@ -164,11 +165,11 @@ TEST(Pass, ScreensAccountsAndClaimsThemForTheFirstPolicy) {
       {"excluded", 0, 0},  // free for a later policy
   };
   for (const auto& [name, slot, reasons] : verdicts) {
-    EXPECT_EQ(record.of(name, slot).skipReasons, reasons) << name << slot;
+    EXPECT_EQ(pass.of(name, slot).skipReasons, reasons) << name << slot;
   }
   // An account that cannot be read keeps the age of the user before.
-  EXPECT_FALSE(record.of("ghost", 1).accountFound);
-  EXPECT_EQ(record.of("ghost", 1).age, 29U);
+  EXPECT_FALSE(pass.of("ghost", 1).accountFound);
+  EXPECT_EQ(pass.of("ghost", 1).age, 29U);
 
   EXPECT_TRUE(contains(site.read(kDebug),
                        "  disabled account: offandnever\n"
@@ -186,18 +187,18 @@ TEST(Pass, ReadsListLinesAsTheyAre) {
   const std::string longLine(150, 'x');
   site.write("pwsentry_pro_policy1_include.txt",
              longLine + "\nJ\xfcrgen\nJ\xf6rgen\r\n\nlastonex\xff\nlastonex");
-  const PassRecord record = site.pass();
+  const WatchedPass pass = site.pass();
 
   std::vector<std::string> names;
-  for (const auto& verdict : record.verdicts) {
-    if (verdict.slot != 1) continue;
-    names.push_back(base::utf16ToUtf8(platform::ansiToUtf16(verdict.username)));
+  for (const auto& user : pass.users) {
+    if (user.slot != 1) continue;
+    names.push_back(base::utf16ToUtf8(platform::ansiToUtf16(user.username)));
   }
   // A read takes 127 characters; the last of each is taken for the line end. Bytes that are not
   // UTF-8 are Windows-1252, so that they stay different names.
   EXPECT_THAT(names, ElementsAre(std::string(126, 'x'), std::string(23, 'x'), "J\u00fcrgen",
                                  "J\u00f6rgen", "", "lastonex\u00ff", "lastone"));
-  EXPECT_TRUE(record.of(platform::utf16ToAnsi(u"J\u00fcrgen"), 1).accountFound);
+  EXPECT_TRUE(pass.of(platform::utf16ToAnsi(u"J\u00fcrgen"), 1).accountFound);
 }
 
 TEST(Pass, ReportsMailFailureAndGoesOn) {
@@ -206,11 +207,11 @@ TEST(Pass, ReportsMailFailureAndGoesOn) {
   site.setting("adminEmailAddress", "admin@site.example");
   site.user({"refused", 40, "bad@site.example"});
   site.user({"welcome", 40, "good@site.example"});
-  const PassRecord record = site.pass();
+  const WatchedPass pass = site.pass();
 
-  EXPECT_TRUE(record.summary.smtpFailure);
-  EXPECT_TRUE(record.of("refused").mailFailed);
-  EXPECT_EQ(record.of("welcome").emailedText, "yes");
+  EXPECT_EQ(pass.record.mailsFailed, 1U);
+  EXPECT_TRUE(pass.of("refused").mailFailed);
+  EXPECT_EQ(pass.of("welcome").emailedText, "yes");
   EXPECT_TRUE(contains(site.read(kReport), "<td>no (smtp failure)</td>"));
   EXPECT_TRUE(contains(site.read("errors-norvyn-email.xml"), "bad@site.example"));
   EXPECT_EQ(site.catcher.savedFiles().size(), 2U);  // the warning and the report
@@ -226,9 +227,9 @@ TEST(Pass, OnlyReportsWithoutASettingsKeyOrAMailServer) {
     site.writeOut();
     site.write("site.reg", "REGEDIT4" + root + "\\DefaultPolicy]\n\"policyName\"=\"Default\"\n" +
                                "\"maxPasswordAge\"=dword:2a" + root + settings);
-    const PassRecord record = site.pass();
-    EXPECT_TRUE(record.summary.reportOnly);
-    EXPECT_EQ(record.of("walter").expiry, Expiry::OnlyReported);
+    const WatchedPass pass = site.pass();
+    EXPECT_TRUE(pass.record.reportOnly);
+    EXPECT_EQ(pass.of("walter").expiry, Expiry::OnlyReported);
     EXPECT_FALSE(contains(site.directoryText(), "pwdLastSet: 0"));
   }
 }
@@ -239,8 +240,8 @@ TEST(Pass, TestModeMailsThePlaceholderUserAndOnlyReports) {
   site.setting("testEmailAddress", "tester@site.example");
   site.write("NorvynExpirationEmail.txt", "<%username%> has <%daysUntilExpiration%> days");
   site.user({"walter", 50});
-  const PassRecord record = site.pass();
-  EXPECT_EQ(record.of("walter").expiry, Expiry::OnlyReported);
+  const WatchedPass pass = site.pass();
+  EXPECT_EQ(pass.of("walter").expiry, Expiry::OnlyReported);
   ASSERT_EQ(site.catcher.savedFiles().size(), 1U);
   EXPECT_TRUE(contains(site.read(site.catcher.savedFiles()[0]), "jdoe-test has 10 days"));
 }
@@ -253,8 +254,8 @@ TEST(Pass, LengthPoliciesWarnWhenAgingUsersAreMailed) {
   site.user({"longer", 175});
   site.write("pwsentry_pro_policy12_include.txt", "longer\n");
   site.write("pwsentry_pro_defaultpolicy_exclude.txt", "longer\n");
-  const PassRecord record = site.pass();
-  EXPECT_EQ(record.of("longer", 12).emailedText, "yes");
+  const WatchedPass pass = site.pass();
+  EXPECT_EQ(pass.of("longer", 12).emailedText, "yes");
   EXPECT_TRUE(contains(site.read(kDebug), "   Email enabled for length based policies.\n"));
 }
 
@@ -268,9 +269,9 @@ TEST(Pass, MemberServerEditionTakesItsOwnKeys) {
   site.setNumber(root + "\\Policy1", "maxPasswordAge", 20);
   site.write("pwsentry_pro_policy1_include.txt", "walter\n");
   site.user({"walter", 16});
-  const PassRecord record = site.pass();
-  EXPECT_EQ(record.of("walter", 1).maxAge, 20);
-  EXPECT_TRUE(record.of("walter", 1).inWarningPeriod);
+  const WatchedPass pass = site.pass();
+  EXPECT_EQ(pass.of("walter", 1).maxAge, 20);
+  EXPECT_TRUE(pass.of("walter", 1).inWarningPeriod);
   // The default policy of this edition does not cover all domain users, so no list is written.
   EXPECT_EQ(site.read("pwsentry_pro_domain_users.txt"), "");
 }
@@ -282,9 +283,9 @@ TEST(Pass, AnUndefinedPolicyIsLeftOut) {
   site.set(key, "policyName", "\"x\"");
   site.write("pwsentry_pro_policy3_include.txt", "walter\n");
   site.user({"walter", 11});
-  const PassRecord record = site.pass();
-  EXPECT_THAT(record.notes, ElementsAre(testing::StartsWith("Policy3 has a maximum password age")));
-  EXPECT_EQ(record.of("walter").maxAge, 42);
+  const WatchedPass pass = site.pass();
+  EXPECT_THAT(pass.notes(), ElementsAre(testing::StartsWith("Policy3 has a maximum password age")));
+  EXPECT_EQ(pass.of("walter").maxAge, 42);
 }
 
 // Nobody is expired because a list could not be read or written.
@@ -302,15 +303,15 @@ TEST(Pass, APolicyWithoutItsListsIsLeftOut) {
     } else {
       std::filesystem::create_directory(exclude);
     }
-    const PassRecord record = site.pass();
-    EXPECT_EQ(record.verdicts.size(), examined);
-    EXPECT_EQ(record.problems.size(), 1 - examined);
-    EXPECT_EQ(record.summary.expiredUsers, 0U);
+    const WatchedPass pass = site.pass();
+    EXPECT_EQ(pass.users.size(), examined);
+    EXPECT_EQ(pass.problems().size(), 1 - examined);
+    EXPECT_EQ(pass.record.counts[static_cast<std::size_t>(Outcome::Expired)], 0U);
   }
   MailedSite site;
   site.user({"walter", 60});
   std::filesystem::create_directory("pwsentry_pro_domain_users.txt");
-  EXPECT_THAT(site.pass().problems, ElementsAre(testing::HasSubstr("cannot be written")));
+  EXPECT_THAT(site.pass().problems(), ElementsAre(testing::HasSubstr("cannot be written")));
 }
 
 TEST(Pass, AnUnreachableDirectoryDoesNotStopThePass) {
@@ -319,9 +320,9 @@ TEST(Pass, AnUnreachableDirectoryDoesNotStopThePass) {
   site.policy("Policy1", 14);
   site.writeOut();
   std::filesystem::remove("domain.ldif");
-  const PassRecord record = site.pass();
-  EXPECT_FALSE(record.summary.directoryBound);
-  EXPECT_TRUE(contains(record.summary.directoryError.text, "domain.ldif"));
+  const WatchedPass pass = site.pass();
+  EXPECT_FALSE(pass.record.directoryBound);
+  EXPECT_THAT(pass.problems(), ElementsAre(testing::HasSubstr("domain.ldif")));
   const std::string debug = site.read(kDebug), rule(27, '-');
   EXPECT_TRUE(contains(debug, "Could not bind to the domain."));
   EXPECT_TRUE(contains(debug, rule + "\nAD Connection not OK\n" + rule + "\n"));

@@ -25,10 +25,10 @@ constexpr const char* kDenyChange =
 
 }  // namespace
 
-const service::UserVerdict& PassRecord::of(const std::string& name, int slot) const {
-  static const service::UserVerdict none;
-  for (const service::UserVerdict& verdict : verdicts) {
-    if (verdict.username == name && verdict.slot == slot) return verdict;
+const notify::UserRecord& WatchedPass::of(const std::string& name, int slot) const {
+  static const notify::UserRecord none;
+  for (const notify::UserRecord& user : users) {
+    if (user.username == name && user.slot == slot) return user;
   }
   ADD_FAILURE() << name << " was not examined in slot " << slot;
   return none;
@@ -103,21 +103,21 @@ void TestSite::writeOut() {
   write(kDirectoryFile, ldif);
 }
 
-PassRecord TestSite::pass(const service::ServiceValues& values) {
+WatchedPass TestSite::pass(const service::ServiceValues& values) {
   writeOut();
   std::string error;
   const auto registry = platform::RegRegistry::load(kRegistryFile, error);
-  PassRecord record;
+  WatchedPass pass;
   if (!registry) {
     ADD_FAILURE() << error;
-    return record;
+    return pass;
   }
   platform::SnapshotDirectory directory(std::make_unique<platform::LdifSource>(kDirectoryFile),
                                         clock);
-  service::ExpirationRun run({*registry, directory, directory, clock}, values, &record);
+  service::ExpirationRun run({*registry, directory, directory, clock}, values, &pass);
   run.prepare();
-  record.summary = run.pass();
-  return record;
+  pass.record = run.pass();
+  return pass;
 }
 
 std::uint32_t TestSite::registryNumber(const std::string& key, const std::string& value) {

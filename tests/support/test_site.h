@@ -23,18 +23,16 @@ struct SiteUser {
   bool cannotChange = false;
 };
 
-// What a pass did, gathered as an observer.
-struct PassRecord : service::RunObserver {
-  std::vector<service::UserVerdict> verdicts;
-  std::vector<std::string> problems;
-  std::vector<std::string> notes;
-  service::RunSummary summary;
+// A pass with the records of its users.
+struct WatchedPass : service::PassObserver {
+  std::vector<notify::UserRecord> users;
+  service::PassRecord record;
 
-  void userExamined(const service::UserVerdict& verdict) override { verdicts.push_back(verdict); }
-  void problemFound(const std::string& problem) override { problems.push_back(problem); }
-  void noteFound(const std::string& note) override { notes.push_back(note); }
-  // The verdict on that user in that slot; fails the test and answers an empty one when missing.
-  const service::UserVerdict& of(const std::string& name, int slot = 0) const;
+  void userExamined(const notify::UserRecord& user) override { users.push_back(user); }
+  const std::vector<std::string>& problems() const { return record.findings.problems().lines; }
+  const std::vector<std::string>& notes() const { return record.findings.notes().lines; }
+  // Of that user in that slot; fails the test and answers an empty one when missing.
+  const notify::UserRecord& of(const std::string& name, int slot = 0) const;
 };
 
 class TestSite {
@@ -53,7 +51,7 @@ class TestSite {
   std::string read(const std::string& file) const;  // "" when missing
 
   // Writes registry and directory out, the first time, and makes one pass.
-  PassRecord pass(const service::ServiceValues& values = {true, 3600000});
+  WatchedPass pass(const service::ServiceValues& values = {true, 3600000});
   // The same, without the pass: for a run of one's own.
   void writeOut();
   std::uint32_t registryNumber(const std::string& key, const std::string& value);

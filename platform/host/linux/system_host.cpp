@@ -22,7 +22,6 @@ class FileSystemHost final : public SystemHost {
       : registry_(std::move(registry)), directory_(std::move(source), systemClock()) {}
 
   Host host() override { return {*registry_, directory_, directory_, systemClock()}; }
-  std::vector<std::string> directoryWarnings() const override { return directory_.warnings(); }
 
  private:
   std::unique_ptr<Registry> registry_;

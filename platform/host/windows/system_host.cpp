@@ -29,9 +29,6 @@ class WindowsHost final : public SystemHost {
     if (snapshot_) return {*registry_, *snapshot_, *snapshot_, systemClock()};
     return {*registry_, *accounts_, *directory_, systemClock()};
   }
-  std::vector<std::string> directoryWarnings() const override {
-    return snapshot_ ? snapshot_->warnings() : std::vector<std::string>();
-  }
 
  private:
   std::unique_ptr<Registry> registry_;

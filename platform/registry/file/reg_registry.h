@@ -29,8 +29,8 @@ class RegRegistry final : public Registry {
                    std::unique_ptr<RegistryKey>& key) override;
   WinError createKey(const std::string& path, std::unique_ptr<RegistryKey>& key) override;
 
-  // Why the file could not be read again, or written, last; empty when it could.
-  const std::string& lastError() const { return error_; }
+  std::string name() const override { return file_; }
+  std::string lastError() const override { return error_; }
 
  private:
   class Key;

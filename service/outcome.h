@@ -1,12 +1,12 @@
 // What became of one user in a pass, in words for an administrator.
-// Used by the summaries of the console.
+// The counts and words of a pass's summaries.
 #pragma once
 
 #include <string>
 
-#include "service/run_observer.h"
+#include "notify/user_record.h"
 
-namespace console {
+namespace service {
 
 // One of these for every line of a user list.
 enum class Outcome {
@@ -21,15 +21,12 @@ enum class Outcome {
 };
 inline constexpr int kOutcomes = 8;
 
-Outcome outcomeOf(const service::UserVerdict& verdict);
+Outcome outcomeOf(const notify::UserRecord& user);
 
 // A few words for a table's column and a count's label.
 const char* outcomeLabel(Outcome outcome);
 
 // Why it came to that, one line.
-std::string outcomeReason(const service::UserVerdict& verdict);
+std::string outcomeReason(const notify::UserRecord& user);
 
-// "DefaultPolicy", "Policy1", "Length1".
-std::string slotLabel(int slot);
-
-}  // namespace console
+}  // namespace service

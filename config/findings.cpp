@@ -1,0 +1,26 @@
+#include "config/findings.h"
+
+#include "base/text.h"
+
+namespace config {
+
+const char* findingLabel(FindingKind kind) {
+  return kind == FindingKind::Problem ? "FAILED" : "note";
+}
+
+void Findings::problem(const std::string& text) {
+  add(FindingKind::Problem, problems_, text);
+}
+
+void Findings::note(const std::string& text) {
+  add(FindingKind::Note, notes_, text);
+}
+
+void Findings::add(FindingKind kind, FindingLines& lines, const std::string& text) {
+  ++lines.count;
+  if (lines.lines.size() >= kLinesKept) return;
+  lines.lines.push_back(base::loggableLine(text));
+  if (listener_) listener_(kind, lines.lines.back());
+}
+
+}  // namespace config

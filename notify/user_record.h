@@ -1,0 +1,59 @@
+// One line of a policy's user list in a pass: what was found of the account, what was decided and
+// why, what came of it. The examiner (service/) fills it; the row of the report and the warning
+// mail are made from it, and so is every count and word about the user.
+#pragma once
+
+#include <cstdint>
+#include <string>
+
+#include "directory/user_directory_data.h"
+
+namespace notify {
+
+// Reasons why a user's line was not gone into; several may hold.
+enum SkipReason : std::uint32_t {
+  kSkipComputerAccount = 1U << 0,
+  kSkipExcluded = 1U << 1,
+  kSkipDisabled = 1U << 2,
+  kSkipNeverExpires = 1U << 3,
+  kSkipCannotChange = 1U << 4,
+  kSkipProcessedEarlier = 1U << 5,
+  kSkipNameTooShort = 1U << 6,
+};
+
+// What became of a password at its maximum age.
+enum class Expiry {
+  NotDue,
+  OnlyReported,  // a pass in report-only mode
+  Forced,        // to be changed at next logon
+  Refused,       // the directory did not take it
+};
+
+// Texts are in the ANSI code page.
+struct UserRecord {
+  // Found.
+  int slot = 0;                     // of the policy whose list names the user
+  std::int32_t maxAge = 0;          // of that policy, in days
+  std::uint32_t emailWarnings = 0;  // of that policy: 1 when its users are warned
+  std::string username;             // as the list spells it
+  directory::UserDirectoryData data;
+  bool accountFound = false;
+  bool changeAlreadyDue = false;  // already to be changed at next logon
+  std::uint32_t age = 0;          // days; that of the user before when the account cannot be read
+
+  // Decided.
+  std::uint32_t skipReasons = 0;
+  bool inWarningPeriod = false;
+  bool emailDue = false;  // all conditions for a mail held, but perhaps the address
+
+  // Come of it.
+  std::string emailedText = "no";  // as in the report
+  bool mailFailed = false;
+  Expiry expiry = Expiry::NotDue;
+  std::string refusal;  // the directory's words when the expiry was refused
+
+  // Days until the password expires: 0 on the day, negative afterwards.
+  std::int32_t daysLeft() const { return static_cast<std::int32_t>(maxAge - age); }
+};
+
+}  // namespace notify

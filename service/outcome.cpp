@@ -1,0 +1,111 @@
+#include "service/outcome.h"
+
+#include "base/format_text.h"
+
+namespace service {
+namespace {
+
+using base::formatText;
+using notify::Expiry;
+using notify::UserRecord;
+
+std::string skipText(const UserRecord& user) {
+  const struct {
+    notify::SkipReason reason;
+    const char* text;
+  } reasons[] = {
+      {notify::kSkipComputerAccount, "computer account"},
+      {notify::kSkipExcluded, "on this policy's exclude list"},
+      {notify::kSkipDisabled, "account is disabled"},
+      {notify::kSkipNeverExpires, "password never expires"},
+      {notify::kSkipCannotChange, "user cannot change the password"},
+      {notify::kSkipProcessedEarlier, "an earlier policy or line has this user"},
+      {notify::kSkipNameTooShort, "name is shorter than 3 characters"},
+  };
+  std::string text;
+  for (const auto& [reason, words] : reasons) {
+    if ((user.skipReasons & reason) == 0) continue;
+    if (!text.empty()) text += "; ";
+    text += words;
+  }
+  return text;
+}
+
+std::string agePhrase(const UserRecord& user) {
+  if (!user.accountFound) {
+    return "account not found, age taken as " + base::formatText("%u", user.age);
+  }
+  return base::formatText("age %u of %i days", user.age, user.maxAge);
+}
+
+std::string mailPhrase(const UserRecord& user) {
+  if (user.emailedText == "yes") return "mailed to " + user.data.email;
+  if (user.mailFailed) return "mail to " + user.data.email + " failed";
+  const std::string prefix = "no ";
+  if (user.emailedText.compare(0, prefix.size(), prefix) == 0) {
+    return "not mailed " + user.emailedText.substr(prefix.size());
+  }
+  if (user.emailDue) return "no e-mail address known";
+  return user.data.email == "none" ? "not mailed" : "not a warning day";
+}
+
+}  // namespace
+
+Outcome outcomeOf(const UserRecord& user) {
+  if (user.skipReasons != 0) return Outcome::Skipped;
+  switch (user.expiry) {
+    case Expiry::Forced:
+      return Outcome::Expired;
+    case Expiry::OnlyReported:
+      return Outcome::WouldExpire;
+    case Expiry::Refused:
+      return Outcome::ExpiryRefused;
+    case Expiry::NotDue:
+      break;
+  }
+  if (!user.inWarningPeriod) return Outcome::OutsidePeriod;
+  if (user.mailFailed) return Outcome::MailFailed;
+  return user.emailedText == "yes" ? Outcome::Warned : Outcome::NotMailed;
+}
+
+const char* outcomeLabel(Outcome outcome) {
+  switch (outcome) {
+    case Outcome::OutsidePeriod:
+      return "outside period";
+    case Outcome::Warned:
+      return "warned";
+    case Outcome::NotMailed:
+      return "not mailed";
+    case Outcome::MailFailed:
+      return "mail failed";
+    case Outcome::Expired:
+      return "expired";
+    case Outcome::WouldExpire:
+      return "would expire";
+    case Outcome::ExpiryRefused:
+      return "expiry refused";
+    case Outcome::Skipped:
+      return "skipped";
+  }
+  return "";
+}
+
+std::string outcomeReason(const UserRecord& user) {
+  const std::string age = agePhrase(user);
+  switch (outcomeOf(user)) {
+    case Outcome::Skipped:
+      return skipText(user);
+    case Outcome::OutsidePeriod:
+      return user.changeAlreadyDue ? "already to change the password at next logon" : age;
+    case Outcome::Expired:
+      return age + "; change forced at next logon; " + mailPhrase(user);
+    case Outcome::WouldExpire:
+      return age + "; report-only mode; " + mailPhrase(user);
+    case Outcome::ExpiryRefused:
+      return age + "; the directory did not take the forced change; " + mailPhrase(user);
+    default:
+      return age + base::formatText(", %i left; ", user.daysLeft()) + mailPhrase(user);
+  }
+}
+
+}  // namespace service

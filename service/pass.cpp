@@ -1,0 +1,241 @@
+#include "service/pass.h"
+
+#include <utility>
+
+#include "base/timestamp.h"
+#include "config/registry_readers.h"
+#include "directory/password_expiry.h"
+#include "notify/admin_report_mail.h"
+#include "notify/mail_settings.h"
+#include "notify/run_logs.h"
+#include "notify/warning_email.h"
+#include "platform/system/files.h"
+
+namespace service {
+namespace {
+
+constexpr const char* kRule = "---------------------------\n";
+
+// The user that a test mail is about, and the days it speaks of.
+constexpr const char* kTestUserName = "jdoe-test";
+constexpr const char* kTestFirstName = "Jane";
+constexpr const char* kTestLastName = "Doe";
+constexpr int kTestCountdown = 10;
+
+// A stored message has a backslash for every line break; several in a row count as one.
+std::string backslashesToLines(const std::string& message) {
+  std::string lines;
+  std::size_t from = 0;
+  while (from < message.size()) {
+    std::size_t end = message.find('\\', from);
+    if (end == std::string::npos) end = message.size();
+    if (end > from) lines += message.substr(from, end - from) + "\n";
+    from = end + 1;
+  }
+  return lines;
+}
+
+std::uint64_t fileSize(std::FILE* file) {
+  std::fseek(file, 0, SEEK_END);
+  const long size = std::ftell(file);
+  std::rewind(file);
+  return size > 0 ? static_cast<std::uint64_t>(size) : 0;
+}
+
+config::Findings::Listener listenerOf(PassObserver* observer) {
+  if (observer == nullptr) return {};
+  return [observer](config::FindingKind kind, const std::string& line) {
+    observer->findingMade(kind, line);
+  };
+}
+
+}  // namespace
+
+Pass::Pass(RunContext& run)
+    : run_(run),
+      log_(run.log),
+      domain_(run.host.directory, run.log, run.foundUsers),
+      findings_(pass_.record.findings),
+      examiner_(run.host, run.log, domain_, pass_) {
+  findings_.listen(listenerOf(run.observer));
+}
+
+PassRecord Pass::make() {
+  const std::uint32_t beganTicks = run_.host.clock.tickCount();
+  pass_.record.began = run_.host.clock.localTime();
+  run_.host.directory.beginPass();
+  if (log_.enabled()) platform::createDirectory(notify::kLogDirectory);
+  log_.recreate();
+  loadSettings();
+  sendTestEmail();
+  slots_ = loadPolicyTable(run_.host.registry, pass_.settings, run_.edition.memberServer, log_);
+  listDomainUsers();
+  splitCustomMessage();
+  guardMailingDay();
+  startReportAndLogs();
+  const std::array<int, kPolicySlots> order = policyOrder(slots_);
+  logPolicyOrder(order);
+  bindDirectory();
+  for (const int slot : order) visitSlot(slot);
+  domain_.unbindDomain();
+  for (const std::string& warning : run_.host.directory.warnings()) findings_.note(warning);
+  finishReport();
+  run_.host.directory.endPass();
+  pass_.record.durationMs = run_.host.clock.tickCount() - beganTicks;
+  return std::move(pass_.record);
+}
+
+// Without a settings key, or without a mail server in it, a pass only reports.
+void Pass::loadSettings() {
+  platform::Registry& registry = run_.host.registry;
+  EditionKeys& edition = run_.edition;
+  pass_.settings = config::loadExpirationSettings(registry, edition.settingsKey);
+  const platform::WinError opened =
+      registry.openKey(edition.settingsKey, platform::RegistryAccess::Query, edition.settingsOpen);
+  if (opened != platform::kErrorSuccess) pass_.settings.reportOnly = true;
+  platform::RegistryValue value;
+  if (edition.settingsOpen &&
+      edition.settingsOpen->queryValue("smtpServer", config::kMaxTextValueBytes, value) ==
+          platform::kErrorFileNotFound) {
+    pass_.settings.reportOnly = true;
+  }
+  if (pass_.settings.testEmailOnly) pass_.settings.reportOnly = true;
+  pass_.record.settingsSource = registry.name();
+  pass_.record.settingsKey = edition.settingsKey;
+  pass_.record.reportOnly = pass_.settings.reportOnly;
+}
+
+void Pass::sendTestEmail() {
+  if (!pass_.settings.testEmailOnly) return;
+  notify::UserRecord user;
+  user.username = kTestUserName;
+  user.data.firstName = kTestFirstName;
+  user.data.lastName = kTestLastName;
+  user.data.email = pass_.settings.testEmailAddress;
+  user.maxAge = kTestCountdown;
+  const notify::WarningContext context{run_.host.registry, run_.host.clock, log_, pass_.settings,
+                                       findings_};
+  if (notify::sendWarningEmail(context, user)) return;
+  testEmailFailed_ = true;
+  findings_.problem("the test mail was not sent");
+}
+
+void Pass::listDomainUsers() {
+  bool anyApplies = false;
+  for (int slot = 0; slot < kPolicySlots; ++slot) {
+    if (slots_[slot].appliesToDomainUsers != 1) continue;
+    anyApplies = true;
+    log_.print("   policy%i applies to Domain Users\n", slot);
+  }
+  hasUsersList_ = !anyApplies || domain_.writeDomainUsersList();
+  if (!hasUsersList_) {
+    findings_.problem(std::string(directory::kDomainUsersFile) +
+                      " cannot be written: the policies for all users of the domain are left out");
+  }
+}
+
+void Pass::splitCustomMessage() {
+  if (pass_.settings.hasCustomMessage()) {
+    pass_.settings.emailCustomMsg = backslashesToLines(pass_.settings.emailCustomMsg);
+  }
+}
+
+// Only the day of month is compared: a mailing on the 5th also blocks the 5th of the next month
+// when no mail went out in between.
+void Pass::guardMailingDay() {
+  const auto today = static_cast<std::uint32_t>(run_.host.clock.localTime().day);
+  if (pass_.settings.expirationLastRunDay == today && pass_.settings.limitEmails) {
+    pass_.mayEmail = false;
+    pass_.emailedToday = true;
+  }
+}
+
+void Pass::startReportAndLogs() {
+  const base::LocalTime now = run_.host.clock.localTime();
+  pass_.report.start(pass_.settings, run_.values.intervalMs, now);
+  const directory::DomainMaxAge domainMaxAge = directory::readDomainMaxAge(run_.host.accounts);
+  notify::writeDebugHeader(
+      log_, pass_.settings,
+      {run_.uptimeSeconds, domainMaxAge.days, run_.values.intervalMs, pass_.emailedToday}, now);
+  if (log_.enabled()) notify::recreateSkipList();
+  notify::recreateExpiringSoonLog();
+}
+
+void Pass::logPolicyOrder(const std::array<int, kPolicySlots>& order) {
+  log_.print("POLICY ORDER\n");
+  for (const int slot : order) {
+    log_.print("  policy%i  maxAge=%i\n", slot, static_cast<int>(slots_[slot].maxPasswordAge));
+  }
+}
+
+void Pass::bindDirectory() {
+  pass_.record.directoryBound = domain_.bindDomain() != 0;
+  if (pass_.record.directoryBound) return;
+  const std::string text = run_.host.directory.lastError().text;
+  findings_.problem("could not bind to the domain" + (text.empty() ? "" : ": " + text));
+}
+
+void Pass::visitSlot(int slot) {
+  log_.print("%sPolicy%i Settings\n%s", kRule, slot, kRule);
+  PolicyFiles files = policyFiles(slot);
+  if (slot == 0) log_.print("  i=0, buf2=%s\n", files.exclude.c_str());
+
+  PolicyInHand policy;
+  policy.slot = slot;
+  policy.maxAge = effectiveMaxAge(slots_, slot);
+  policy.emailWarnings = slots_[slot].emailWarnings;
+  if (policy.maxAge == 0) {
+    log_.print("max pw age = %i\n", policy.maxAge);
+    log_.print("Policy pw age=0. SKIP THIS POLICY.\n");
+    if (slots_[slot].maxPasswordAge != 0) {
+      findings_.note(policySlotName(slot) +
+                     " has a maximum password age but no policyName of at least 2 "
+                     "characters: it is left out");
+    }
+    return;
+  }
+  if (slots_[slot].appliesToDomainUsers == 1) files.include = directory::kDomainUsersFile;
+  examineList(policy, files);
+}
+
+void Pass::examineList(PolicyInHand& policy, const PolicyFiles& files) {
+  if (files.include == directory::kDomainUsersFile && !hasUsersList_) return;
+  platform::File list = platform::openFile(files.include, "r");
+  if (!list) return;
+  auto excluded = readExcludeFile(files.exclude);
+  if (!excluded) {
+    findings_.problem(files.exclude + " cannot be read, or not as text of one byte a character: " +
+                      "its policy is left out");
+    return;
+  }
+  policy.excluded = std::move(*excluded);
+  ++pass_.record.lists;
+  const std::string listName = slotLabel(policy.slot) + " (" + files.include + ")";
+  if (run_.observer != nullptr) {
+    run_.observer->slotStarted(policy.slot, files.include, fileSize(list.get()));
+  }
+  std::string line;
+  for (bool first = true; platform::readTextLine(list.get(), kListReadSize, line); first = false) {
+    if (first) cutByteOrderMark(line);
+    const notify::UserRecord user = examiner_.examine(policy, line);
+    pass_.record.addUser(user, listName);
+    if (run_.observer != nullptr) run_.observer->userExamined(user);
+  }
+}
+
+void Pass::finishReport() {
+  if (pass_.record.mailsFailed != 0 || testEmailFailed_) {
+    findings_.note("what the mail server said to the last mail that failed is in " +
+                   std::string(notify::kMailErrorFile));
+  }
+  pass_.report.finish();
+  if (pass_.settings.emailAdminReports &&
+      !notify::sendAdminReport(pass_.settings, pass_.report.mailReport())) {
+    findings_.problem("the report was not mailed to the administrator");
+  }
+  if (pass_.settings.htmllog && !pass_.report.writeFileReport()) {
+    findings_.problem("the report file could not be written");
+  }
+}
+
+}  // namespace service

@@ -1,0 +1,65 @@
+// One pass over all users: loads settings and policies, lists the domain's users, visits the
+// policies in their order, has each user examined, reports. One object makes one pass.
+#pragma once
+
+#include <array>
+#include <cstdio>
+#include <string>
+
+#include "config/debug_log.h"
+#include "directory/domain_directory.h"
+#include "platform/host/host.h"
+#include "service/edition_keys.h"
+#include "service/pass_observer.h"
+#include "service/pass_state.h"
+#include "service/policy_table.h"
+#include "service/service_values.h"
+#include "service/user_examiner.h"
+#include "service/user_list.h"
+
+namespace service {
+
+// What outlives a pass: the run's, and the same for all its passes.
+struct RunContext {
+  platform::Host host;
+  ServiceValues values;
+  PassObserver* observer;  // borrowed; null: nobody watches
+  std::FILE* foundUsers;   // where look-ups print whom they found; borrowed, null for nowhere
+  config::DebugLog log;
+  EditionKeys edition;       // its open key is kept from pass to pass
+  double uptimeSeconds = 0;  // when the run began
+};
+
+class Pass {
+ public:
+  // `run` is borrowed.
+  explicit Pass(RunContext& run);
+
+  // Blocks for as long as the directory and the mail server take.
+  PassRecord make();
+
+ private:
+  void loadSettings();
+  void sendTestEmail();
+  void listDomainUsers();
+  void splitCustomMessage();
+  void guardMailingDay();
+  void startReportAndLogs();
+  void logPolicyOrder(const std::array<int, kPolicySlots>& order);
+  void bindDirectory();
+  void visitSlot(int slot);
+  void examineList(PolicyInHand& policy, const PolicyFiles& files);
+  void finishReport();
+
+  RunContext& run_;
+  config::DebugLog& log_;
+  directory::DomainDirectory domain_;
+  PassState pass_;
+  config::Findings& findings_;  // of the pass's record
+  PolicyTable slots_;
+  bool hasUsersList_ = true;  // as far as a policy needs it
+  bool testEmailFailed_ = false;
+  UserExaminer examiner_;
+};
+
+}  // namespace service

@@ -1,0 +1,59 @@
+#include "service/pass_record.h"
+
+#include <algorithm>
+
+#include "base/format_text.h"
+
+namespace service {
+namespace {
+
+using base::formatText;
+using config::FindingKind;
+
+constexpr std::size_t kLinesShown = 10;  // of a kind; more are counted only
+
+void appendLines(std::string& text, FindingKind kind, const config::FindingLines& found) {
+  const std::size_t shown = std::min(found.lines.size(), kLinesShown);
+  const char* label = config::findingLabel(kind);
+  for (std::size_t i = 0; i < shown; ++i) text += formatText("%s: ", label) + found.lines[i] + "\n";
+  if (found.count > shown) {
+    text +=
+        formatText("%s: %llu more\n", label, static_cast<unsigned long long>(found.count - shown));
+  }
+}
+
+}  // namespace
+
+void PassRecord::addUser(const notify::UserRecord& user, const std::string& listName) {
+  ++lines;
+  ++counts[static_cast<std::size_t>(outcomeOf(user))];
+  if (!user.accountFound && user.skipReasons == 0) {
+    findings.note("the account of " + user.username + ", in " + listName + ", could not be read");
+  }
+  if (user.emailedText == "yes") ++mailsSent;
+  if (user.mailFailed) {
+    ++mailsFailed;
+    findings.problem("mail to " + user.username + " <" + user.data.email + "> was not sent");
+  }
+  if (user.expiry == notify::Expiry::Refused) {
+    findings.problem("the directory did not take the forced password change of " + user.username +
+                     (user.refusal.empty() ? "" : ": " + user.refusal));
+  }
+}
+
+std::string summaryText(const PassRecord& pass) {
+  std::string text =
+      formatText("%llu %s in %i user %s%s\n", static_cast<unsigned long long>(pass.lines),
+                 pass.lines == 1 ? "line" : "lines", pass.lists, pass.lists == 1 ? "list" : "lists",
+                 pass.reportOnly ? ", report-only mode" : "");
+  for (int i = 0; i < kOutcomes; ++i) {
+    if (pass.counts[i] == 0) continue;
+    text += formatText("  %-16s %8llu\n", outcomeLabel(static_cast<Outcome>(i)),
+                       static_cast<unsigned long long>(pass.counts[i]));
+  }
+  appendLines(text, FindingKind::Note, pass.findings.notes());
+  appendLines(text, FindingKind::Problem, pass.findings.problems());
+  return text;
+}
+
+}  // namespace service

@@ -1,0 +1,40 @@
+// What one whole pass came to. The pass fills it; the console's summary and the service's journal
+// are made from it. It keeps no users, so its size does not grow with their number.
+#pragma once
+
+#include <array>
+#include <cstdint>
+#include <string>
+
+#include "base/timestamp.h"
+#include "config/findings.h"
+#include "service/outcome.h"
+
+namespace service {
+
+struct PassRecord {
+  base::LocalTime began;
+  std::uint32_t durationMs = 0;
+  std::string settingsSource;   // the registry, as it names itself
+  std::string settingsKey;      // below HKEY_LOCAL_MACHINE
+  bool reportOnly = false;      // effective
+  bool directoryBound = false;  // look-ups of addresses could be made
+
+  int lists = 0;            // user lists that were opened
+  std::uint64_t lines = 0;  // of them
+  std::array<std::uint64_t, kOutcomes> counts{};
+  std::uint64_t mailsSent = 0;    // warnings
+  std::uint64_t mailsFailed = 0;  // warnings
+
+  config::Findings findings;
+
+  bool allWell() const { return findings.problems().count == 0; }
+  // Counts a line of a list, and says what of it is to be heard. `listName` is the policy and file
+  // that name the user.
+  void addUser(const notify::UserRecord& user, const std::string& listName);
+};
+
+// One fact a line: lines and lists, each outcome's count, notes, problems.
+std::string summaryText(const PassRecord& pass);
+
+}  // namespace service

@@ -1,0 +1,25 @@
+// What a pass knows as a whole while it is made: one object, made anew for each pass. Filled by the
+// pass, changed by the examiner where it says so.
+#pragma once
+
+#include <cstdint>
+
+#include "config/expiration_settings.h"
+#include "notify/run_report.h"
+#include "service/pass_record.h"
+#include "service/processed_users.h"
+
+namespace service {
+
+struct PassState {
+  config::ExpirationSettings settings;  // reportOnly is the effective one
+  bool emailedToday = false;            // bEmailRunToday
+  bool mayEmail = true;                 // bEmailUserOK
+  bool intervalMode = false;            // set by the first user of a pass with warning days
+  std::uint32_t ageBefore = 0;          // days, of the user before: one who cannot be read keeps it
+  ProcessedUsers processed;
+  notify::RunReport report;
+  PassRecord record;
+};
+
+}  // namespace service
