@@ -6,11 +6,11 @@ of `pages`: bytes to send as they are, or None to hang up. After the last page i
 """
 
 import contextlib
-import pathlib
 import socket
-import tempfile
 import threading
 import urllib.parse
+
+from rig import Rig
 
 PAGED_RESULTS = b"1.2.840.113556.1.4.319"
 SUCCESS, REFERRAL = 0, 10
@@ -53,29 +53,24 @@ def page_of(*operations, cookie=b"", code=SUCCESS):
         number, result(0x65, code), paging)
 
 
-class BrokenLdap:
+class BrokenLdap(Rig):
     def __init__(self, pages, head=entry("DC=x", defaultNamingContext="DC=x", maxPwdAge="-600000000"),
                  bind=lambda number: message(number, result(0x61))):
+        super().__init__()
         self._pages = iter(pages)
         self._head = head
         self._bind = bind
-        self._folder = tempfile.TemporaryDirectory(prefix="pwlapse-ldap-")
-        path = str(pathlib.Path(self._folder.name) / "socket")
+
+    def start(self):
+        path = str(self.folder / "socket")
         self.uri = "ldapi://" + urllib.parse.quote(path, safe="")
-        self._listener = socket.socket(socket.AF_UNIX)
+        self._listener = self.enter_context(socket.socket(socket.AF_UNIX))
         self._listener.bind(path)
         self._listener.listen()
-
-    def __enter__(self):
-        self._thread = threading.Thread(target=self._serve)
-        self._thread.start()
-        return self
-
-    def __exit__(self, *_):
-        self._listener.shutdown(socket.SHUT_RDWR)
-        self._thread.join()
-        self._listener.close()
-        self._folder.cleanup()
+        thread = threading.Thread(target=self._serve)
+        thread.start()
+        self.callback(thread.join)
+        self.callback(self._listener.shutdown, socket.SHUT_RDWR)
 
     def _serve(self):
         with contextlib.suppress(OSError):

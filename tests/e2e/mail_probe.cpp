@@ -1,12 +1,12 @@
-// Builds a message and sends it, for the tests that show the mail library to other programs: those
-// that read mail and those that take it.
+// Calls the mail library as another program would, for the tests that show it to those that read
+// mail and those that take it.
 //
 //   mail_probe < CALLS > RESULTS
 //
 // A call of the one KvEmail or the one KvMailMan is three texts in UTF-8, each ended by a zero
-// byte: the method's name and two arguments, empty where there is none. A result is a text that is
-// ended alike: "1" or "0" of a method that succeeds or fails, empty of one that returns nothing.
-// Exit status 2 for a method that is none.
+// byte: the method or property and two arguments, empty where there is none. A result is a text
+// that is ended alike: "1" or "0" of a method that succeeds or fails, empty of a property that was
+// set. Exit status 2 for a method that is none.
 #include <cstdlib>
 #include <functional>
 #include <iostream>
@@ -18,78 +18,66 @@
 
 namespace {
 
-using kelvado::KvEmail;
-using kelvado::KvMailMan;
-using Method = std::function<std::string(const char*, const char*)>;
+struct Arguments {
+  std::string texts[2];
+  const char* one = texts[0].c_str();
+  const char* two = texts[1].c_str();
+  int number = std::atoi(one);
+};
+using Method = std::function<std::string(const Arguments&)>;
 
-// The methods of an object by the number and kind of their arguments.
-
-template <class Object>
-Method text(Object& object, void (Object::*put)(const char*)) {
-  return [=, &object](const char* value, const char*) { return (object.*put)(value), ""; };
+std::string result(bool succeeded) {
+  return succeeded ? "1" : "0";
+}
+std::string result(const char* text) {
+  return text;
 }
 
-template <class Object, class Number>
-Method number(Object& object, void (Object::*put)(Number)) {
-  return [=, &object](const char* value, const char*) {
-    (object.*put)(static_cast<Number>(std::atoi(value)));
-    return "";
-  };
-}
+#define CALL(object, method, ...)                                                               \
+  {                                                                                             \
+#method,                                                                                    \
+        [&]([[maybe_unused]] const Arguments& a) { return result(object.method(__VA_ARGS__)); } \
+  }
+#define PUT(object, property, argument)                                                        \
+  {                                                                                            \
+#property, [&](const Arguments& a) { return object.put_##property(argument), result(""); } \
+  }
 
-template <class Object>
-Method call(Object& object, bool (Object::*method)(const char*)) {
-  return
-      [=, &object](const char* one, const char*) { return std::to_string((object.*method)(one)); };
-}
-
-template <class Object, class Result>
-Method pair(Object& object, Result (Object::*method)(const char*, const char*)) {
-  return [=, &object](const char* one, const char* two) {
-    if constexpr (std::is_void_v<Result>) {
-      return (object.*method)(one, two), "";
-    } else {
-      return std::to_string((object.*method)(one, two));
-    }
-  };
-}
-
-std::map<std::string, Method> methodsOf(KvEmail& email, KvMailMan& man) {
-  return {
-      {"Subject", text(email, &KvEmail::put_Subject)},
-      {"From", text(email, &KvEmail::put_From)},
-      {"Body", text(email, &KvEmail::put_Body)},
-      {"SetHtmlBody", call(email, &KvEmail::SetHtmlBody)},
-      {"AddPlainTextAlternativeBody", call(email, &KvEmail::AddPlainTextAlternativeBody)},
-      {"AddFileAttachment", call(email, &KvEmail::AddFileAttachment)},
-      {"AddStringAttachment", pair(email, &KvEmail::AddStringAttachment)},
-      {"AddRelatedFile2", pair(email, &KvEmail::AddRelatedFile2)},
-      {"AddTo", pair(email, &KvEmail::AddTo)},
-      {"AddCC", pair(email, &KvEmail::AddCC)},
-      {"AddBcc", pair(email, &KvEmail::AddBcc)},
-      {"SaveEml", call(email, &KvEmail::SaveEml)},
-      {"SmtpHost", text(man, &KvMailMan::put_SmtpHost)},
-      {"SmtpPort", number(man, &KvMailMan::put_SmtpPort)},
-      {"SmtpSsl", number(man, &KvMailMan::put_SmtpSsl)},
-      {"StartTLS", number(man, &KvMailMan::put_StartTLS)},
-      {"RequireVerifiedCertificate", number(man, &KvMailMan::put_RequireVerifiedCertificate)},
-      {"SetSslClientCert", call(man, &KvMailMan::SetSslClientCert)},
-      {"SetSslCertRequirement", pair(man, &KvMailMan::SetSslCertRequirement)},
-      {"SmtpUsername", text(man, &KvMailMan::put_SmtpUsername)},
-      {"SmtpPassword", text(man, &KvMailMan::put_SmtpPassword)},
-      {"SmtpAuthMethod", text(man, &KvMailMan::put_SmtpAuthMethod)},
-      {"RenderToMime",
-       [&](const char*, const char*) -> std::string { return man.RenderToMime(email); }},
-      {"SendEmail", [&](const char*, const char*) { return std::to_string(man.SendEmail(email)); }},
-      {"LastErrorText", [&](const char*, const char*) { return man.LastErrorText(); }},
-  };
+std::map<std::string, Method> methodsOf(kelvado::KvEmail& email, kelvado::KvMailMan& man) {
+  return {PUT(email, Subject, a.one),
+          PUT(email, From, a.one),
+          PUT(email, Body, a.one),
+          CALL(email, SetHtmlBody, a.one),
+          CALL(email, AddPlainTextAlternativeBody, a.one),
+          CALL(email, AddFileAttachment, a.one),
+          CALL(email, AddStringAttachment, a.one, a.two),
+          CALL(email, AddRelatedFile2, a.one, a.two),
+          CALL(email, AddTo, a.one, a.two),
+          CALL(email, AddCC, a.one, a.two),
+          CALL(email, AddBcc, a.one, a.two),
+          CALL(email, SaveEml, a.one),
+          PUT(man, SmtpHost, a.one),
+          PUT(man, SmtpPort, a.number),
+          PUT(man, SmtpSsl, a.number != 0),
+          PUT(man, StartTLS, a.number != 0),
+          PUT(man, RequireVerifiedCertificate, a.number != 0),
+          CALL(man, SetSslClientCert, a.one),
+          PUT(man, SmtpUsername, a.one),
+          PUT(man, SmtpPassword, a.one),
+          PUT(man, SmtpAuthMethod, a.one),
+          CALL(man, RenderToMime, email),
+          CALL(man, SendEmail, email),
+          CALL(man, LastErrorText),
+          {"SetSslCertRequirement", [&](const Arguments& a) {
+             return man.SetSslCertRequirement(a.one, a.two), result("");
+           }}};
 }
 
 }  // namespace
 
 int main() {
-  KvEmail email;
-  KvMailMan man;
+  kelvado::KvEmail email;
+  kelvado::KvMailMan man;
   email.put_Utf8(true);
   man.put_Utf8(true);
   man.UnlockComponent("test");
@@ -101,7 +89,7 @@ int main() {
       std::cerr << "no method: " << name << '\n';
       return 2;
     }
-    std::cout << found->second(one.c_str(), two.c_str()) << '\0' << std::flush;
+    std::cout << found->second({{one, two}}) << '\0' << std::flush;
   }
   return 0;
 }

@@ -1,18 +1,16 @@
 """Drives mail_probe: calls of the mail library's two objects, in one process, with their results."""
 import os
-import pathlib
 import subprocess
 
-ROOT = pathlib.Path(__file__).resolve().parents[2]
-PROBE = ROOT / "build/debug/tests/e2e/mail_probe"
-CALL_SECONDS = 60
+from rig import DEBUG, WAIT_SECONDS
+
 
 
 def run(calls, **environment):
     """calls: (method, argument...) in their order; returns a list of as many texts."""
     texts = [str(text) for call in calls for text in (*call, "", "")[:3]]
-    done = subprocess.run([PROBE], input="".join(text + "\0" for text in texts).encode(),
-                          capture_output=True, timeout=CALL_SECONDS, env={**os.environ, **environment})
+    done = subprocess.run([DEBUG / "tests/e2e/mail_probe"], input="".join(text + "\0" for text in texts).encode(),
+                          capture_output=True, timeout=WAIT_SECONDS, env={**os.environ, **environment})
     if done.returncode != 0:
         raise AssertionError(done.stderr.decode("utf-8", "replace"))
     return done.stdout.decode().split("\0")[:-1]

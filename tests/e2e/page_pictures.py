@@ -8,7 +8,9 @@ import re
 import subprocess
 import tempfile
 
-PICTURES = pathlib.Path(__file__).resolve().parents[2] / "build/pictures"
+from rig import ROOT
+
+PICTURES = ROOT / "build/pictures"
 BROWSER_SECONDS = 120
 # The time is the browser's own: it ends as soon as nothing is left to load or run.
 BROWSER = ["chromium", "--headless", "--no-sandbox", "--disable-gpu", "--disable-quic",

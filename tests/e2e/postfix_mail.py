@@ -14,18 +14,12 @@ import email
 import email.message
 import email.policy
 import os
-import pathlib
 import pwd
 import shlex
-import shutil
-import socket
 import subprocess
-import tempfile
-import time
 
+from rig import WAIT_SECONDS, Rig, free_port, wait_until
 from site_files import DOMAIN
-
-WAIT_SECONDS = 60
 
 MAIN_CF = """\
 compatibility_level = 3.6
@@ -125,115 +119,87 @@ class DeliveredMail:
     raw: bytes
 
 
-class PostfixMail:
+class PostfixMail(Rig):
     def __init__(self, refused="", login=None, tls=None):
         """refused: a recipient answered with 550; login: (user name, password), which also offers
         AUTH and takes nothing without; tls: (certificate file, key file), which also offers
         STARTTLS, and TLS from the first byte on tls_port."""
-        self.port, self.tls_port = _free_port(), _free_port() if tls else None
+        super().__init__()
+        self.port, self.tls_port = free_port(), free_port() if tls else None
         self._login = login
-        self._folder = pathlib.Path(tempfile.mkdtemp(prefix="postfix-"))
-        self._dovecot = None
-        owner = pwd.getpwnam("nobody")
         certificate, key = tls or ("", "")
-        values = {
-            "folder": self._folder, "domain": DOMAIN, "port": self.port, "uid": owner.pw_uid,
-            "gid": owner.pw_gid,
+        self._values = {
+            "port": self.port, "domain": DOMAIN, "certificate": certificate, "key": key,
             "refusal": refused and "check_recipient_access inline:"
                                    f"{{{{{refused} = 550 5.1.1 {refused}: unknown here}}}}",
             "sasl": "yes" if login else "no",
             "client_restrictions": "permit_sasl_authenticated, reject" if login else "",
-            "tls_level": "may" if tls else "none", "certificate": certificate, "key": key,
+            "tls_level": "may" if tls else "none",
             "tls_service": f"127.0.0.1:{self.tls_port} inet n - n - - smtpd"
-                           " -o smtpd_tls_wrappermode=yes" if tls else "",
-        }
+                           " -o smtpd_tls_wrappermode=yes" if tls else ""}
+
+    def start(self):
+        """Returns when the server accepts connections."""
+        owner = pwd.getpwnam("nobody")
         for name, text in (("main.cf", MAIN_CF), ("master.cf", MASTER_CF),
                            ("dovecot.conf", DOVECOT_CONF)):
-            (self._folder / name).write_text(text.format(**values))
-        self._folder.chmod(0o755)  # the server's processes run under users of their own
-        (self._folder / "queue").mkdir()
-        (self._folder / "mail").mkdir()
-        os.chown(self._folder / "mail", owner.pw_uid, owner.pw_gid)
-
-    def __enter__(self):
-        """Returns when the server accepts connections."""
-        try:
-            if self._login:
-                self._start_dovecot(*self._login)
-            self._postfix("start")
-        except BaseException:
-            self.__exit__()
-            raise
-        return self
-
-    def __exit__(self, *_):
-        """Ends the server and removes its folder with all mail in it."""
-        if (self._folder / "queue/pid/master.pid").exists():
-            self._postfix("stop")
-        if self._dovecot is not None:
-            self._dovecot.terminate()
-            self._dovecot.wait(WAIT_SECONDS)
-        shutil.rmtree(self._folder, ignore_errors=True)
+            (self.folder / name).write_text(text.format(
+                folder=self.folder, uid=owner.pw_uid, gid=owner.pw_gid, **self._values))
+        self.folder.chmod(0o755)  # the server's processes run under users of their own
+        for name in "queue", "mail":
+            (self.folder / name).mkdir()
+        os.chown(self.folder / "mail", owner.pw_uid, owner.pw_gid)
+        if self._login:
+            self._start_dovecot(*self._login)
+        self._postfix("start")
+        self.callback(self._postfix, "stop")
 
     def delivered(self):
         """The mails delivered so far, in the order of their recipients. First waits until the
         server has nothing left to deliver: what it has accepted is in its queue, or delivered."""
-        _wait_while(self._delivering, lambda: "mail is not delivered:\n" + self._log("mail.log"))
-        mails = [self._read(file) for file in (self._folder / "mail/new").glob("*")]
+        wait_until(lambda: not self._delivering(),
+                   lambda: "mail is not delivered:\n" + self._log("mail.log"))
+        mails = [self._read(file) for file in (self.folder / "mail/new").glob("*")]
         return sorted(mails, key=lambda mail: (mail.recipient, mail.raw))
 
     def _log(self, name):
-        file = self._folder / name
+        file = self.folder / name
         return file.read_text("utf-8", "replace") if file.exists() else ""
 
     def _postfix(self, command):
-        done = subprocess.run(["postfix", "-c", self._folder, command], timeout=WAIT_SECONDS,
+        # Not through a pipe: the server would keep it open.
+        done = subprocess.run(["postfix", "-c", self.folder, command], timeout=WAIT_SECONDS,
                               stdin=subprocess.DEVNULL, stdout=subprocess.DEVNULL,
                               stderr=subprocess.DEVNULL, check=False)
         if done.returncode != 0:
             raise RuntimeError(f"postfix does not {command}:\n" + self._log("mail.log"))
 
     def _start_dovecot(self, user, password):
-        self._dovecot_file("logins", 0o600, f"{user}:{{PLAIN}}{password}::::::\n")
-        # NTLM is Samba's, which is told the one user and the password.
-        self._dovecot_file("ntlm", 0o700, '#!/bin/sh\nexec /usr/bin/ntlm_auth "$@"'
-                           f" --username={shlex.quote(user)} --password={shlex.quote(password)}\n")
-        self._dovecot = subprocess.Popen(
-            ["/usr/sbin/dovecot", "-F", "-c", self._folder / "dovecot.conf"],
+        # NTLM is Samba's, whose helper gets the one user and the password as arguments.
+        for name, mode, text in (
+                ("logins", 0o600, f"{user}:{{PLAIN}}{password}::::::\n"),
+                ("ntlm", 0o700, '#!/bin/sh\nexec /usr/bin/ntlm_auth "$@"'
+                 f" --username={shlex.quote(user)} --password={shlex.quote(password)}\n")):
+            (self.folder / name).touch(mode=mode)
+            (self.folder / name).write_text(text)
+            os.chown(self.folder / name, pwd.getpwnam("dovecot").pw_uid, -1)
+        dovecot = subprocess.Popen(
+            ["/usr/sbin/dovecot", "-F", "-c", self.folder / "dovecot.conf"],
             stdin=subprocess.DEVNULL, stdout=subprocess.DEVNULL, stderr=subprocess.STDOUT)
-        _wait_while(lambda: not (self._folder / "dovecot/sasl").is_socket(),
-                    lambda: "Dovecot does not start:\n" + self._log("dovecot.log"))
-
-    def _dovecot_file(self, name, mode, text):
-        file = self._folder / name
-        file.touch(mode=mode)
-        file.write_text(text)
-        os.chown(file, pwd.getpwnam("dovecot").pw_uid, -1)
+        self.callback(dovecot.wait, WAIT_SECONDS)
+        self.callback(dovecot.terminate)
+        wait_until((self.folder / "dovecot/sasl").is_socket,
+                   lambda: "Dovecot does not start:\n" + self._log("dovecot.log"))
 
     def _delivering(self):
         """Whether the queue holds a mail; looked for in the order in which a mail moves, so that
         none is missed. One that cannot be delivered stays in "deferred"."""
         return any(file.is_file() for name in ("maildrop", "incoming", "active", "deferred")
-                   for file in (self._folder / "queue" / name).rglob("*"))
+                   for file in (self.folder / "queue" / name).rglob("*"))
 
     @staticmethod
     def _read(file):
         raw = file.read_bytes()
         message = email.message_from_bytes(raw, policy=email.policy.default)
-        return DeliveredMail(recipient=str(message["Delivered-To"]),
-                             sender=str(message["Return-Path"]).strip("<>"), message=message,
-                             raw=raw)
-
-
-def _wait_while(condition, complaint):
-    deadline = time.monotonic() + WAIT_SECONDS
-    while condition():
-        if time.monotonic() > deadline:
-            raise RuntimeError(complaint())
-        time.sleep(0.02)
-
-
-def _free_port():
-    with socket.socket() as probe:
-        probe.bind(("127.0.0.1", 0))
-        return probe.getsockname()[1]
+        return DeliveredMail(str(message["Delivered-To"]),
+                             str(message["Return-Path"]).strip("<>"), message, raw)

@@ -8,17 +8,16 @@ it is for the network and the mounts that run_e2e.py makes.
         ad.add_users([samba_ad.User("jdoe", mail="jdoe@example.test", password_age=80)])
 """
 
+import contextlib
 import dataclasses
 import os
-import pathlib
 import re
-import shutil
 import signal
 import subprocess
-import tempfile
 import time
 
 import site_files
+from rig import Rig, run, wait_until
 
 REALM = "EXAMPLE.TEST"
 BASE_DN = "DC=example,DC=test"
@@ -26,7 +25,6 @@ HOST = "dc1.example.test"  # the name that its certificate and its Kerberos serv
 ADMIN = "Administrator@example.test"
 ADMIN_PASSWORD = "Rig-Passw0rd!"
 
-_START_SECONDS = 60
 _STOP_SECONDS = 10
 _SECONDS_PER_DAY = 86400
 # Lets pwdLastSet be written as any number, which the directory itself never allows.
@@ -75,36 +73,25 @@ class User:
                                       pwdLastSet=last_set)
 
 
-class SambaAd:
+class SambaAd(Rig):
     """`environment` is what clients of its Kerberos realm run with."""
 
-    def __enter__(self):
-        self.folder = pathlib.Path(tempfile.mkdtemp(prefix="pwlapse-ad-"))
+    def start(self):
         self.ca_file = self.folder / "ca.pem"
         self.environment = dict(os.environ, KRB5CCNAME=f"FILE:{self.folder}/ccache",
                                 KRB5_CONFIG=f"{self.folder}/krb5.conf")
-        self._server = None
-        try:
-            # Names of the domain, for the processes among these mounts only.
-            for name, text in _SYSTEM_FILES.items():
-                (self.folder / name).write_text(text)
-                _run("mount", "--bind", self.folder / name, f"/etc/{name}")
-            site_files.make_certificates(self.folder, HOST)
-            self._provision()
-            self._ldb("ldbmodify", site_files.ldif_record(
-                dn=f"CN=DC1,OU=Domain Controllers,{BASE_DN}", changetype="modify",
-                add="servicePrincipalName", servicePrincipalName=f"ldap/{HOST}"))
-            self.run_server()
-        except BaseException:
-            self.__exit__()
-            raise
-        return self
-
-    def __exit__(self, *_):
-        self.stop_server()
-        for name in _SYSTEM_FILES:
-            subprocess.run(["umount", f"/etc/{name}"], capture_output=True)
-        shutil.rmtree(self.folder, ignore_errors=True)
+        # Names of the domain, for the processes among these mounts only.
+        for name, text in _SYSTEM_FILES.items():
+            (self.folder / name).write_text(text)
+            run("mount", "--bind", self.folder / name, f"/etc/{name}")
+            self.callback(run, "umount", f"/etc/{name}")
+        site_files.make_certificates(self.folder, HOST)
+        self._provision()
+        self._ldb("ldbmodify", site_files.ldif_record(
+            dn=f"CN=DC1,OU=Domain Controllers,{BASE_DN}", changetype="modify",
+            add="servicePrincipalName", servicePrincipalName=f"ldap/{HOST}"))
+        self.callback(self.stop_server)
+        self.run_server()
 
     def _provision(self):
         # An empty configuration, so that the machine's own has no say.
@@ -117,10 +104,10 @@ class SambaAd:
                    "log file": dc / "log", "tls keyfile": self.folder / "host.key",
                    "tls certfile": self.folder / "host.pem", "tls cafile": self.ca_file,
                    "ldap server require strong auth": "allow_sasl_over_tls"}
-        _run("samba-tool", "domain", "provision", f"--configfile={empty}", "--server-role=dc",
-             f"--realm={REALM}", "--domain=EXAMPLE", f"--adminpass={ADMIN_PASSWORD}",
-             "--host-name=dc1", "--host-ip=127.0.0.1", f"--targetdir={dc}", "--use-rfc2307",
-             *(f"--option={name}={value}" for name, value in options.items()))
+        run("samba-tool", "domain", "provision", f"--configfile={empty}", "--server-role=dc",
+            f"--realm={REALM}", "--domain=EXAMPLE", f"--adminpass={ADMIN_PASSWORD}",
+            "--host-name=dc1", "--host-ip=127.0.0.1", f"--targetdir={dc}", "--use-rfc2307",
+            *(f"--option={name}={value}" for name, value in options.items()))
         self._configuration = dc / "etc/smb.conf"
         (self.folder / "krb5.conf").write_text(_KRB5_CONF)
 
@@ -130,25 +117,20 @@ class SambaAd:
             self._server = subprocess.Popen(
                 ["samba", "-s", self._configuration, "--interactive", "--model=single"],
                 stdin=subprocess.DEVNULL, stdout=output, stderr=output, start_new_session=True)
-        deadline = time.monotonic() + _START_SECONDS
         ask = ["ldapsearch", "-x", "-LLL", "-H", "ldap://127.0.0.1", "-s", "base", "-b", "", "1.1"]
-        while subprocess.run(ask, capture_output=True).returncode != 0:
-            if self._server.poll() is not None or time.monotonic() > deadline:
-                raise RuntimeError("samba does not come up:\n" + log.read_text(errors="replace"))
-            time.sleep(0.05)
+        wait_until(lambda: subprocess.run(ask, capture_output=True).returncode == 0,
+                   lambda: "samba does not come up:\n" + log.read_text(errors="replace"))
 
     def stop_server(self):
         """The domain goes down; run_server() brings it up again."""
-        if self._server is None:
-            return
         # Its own process group: the server and what it started, nobody else.
-        os.killpg(self._server.pid, signal.SIGTERM)
+        with contextlib.suppress(ProcessLookupError):
+            os.killpg(self._server.pid, signal.SIGTERM)
         try:
             self._server.wait(_STOP_SECONDS)
         except subprocess.TimeoutExpired:
             os.killpg(self._server.pid, signal.SIGKILL)
             self._server.wait()
-        self._server = None
 
     # What the domain holds.
 
@@ -165,8 +147,8 @@ class SambaAd:
 
     def set_password(self, name, password):
         """Sets pwdLastSet to now as well."""
-        _run("samba-tool", "user", "setpassword", name, f"--newpassword={password}",
-             f"--configfile={self._configuration}")
+        run("samba-tool", "user", "setpassword", name, f"--newpassword={password}",
+            f"--configfile={self._configuration}")
 
     def pwd_last_set(self, name):
         """The attribute as a number, read from the database itself."""
@@ -175,19 +157,12 @@ class SambaAd:
         return int(re.search(r"^pwdLastSet: (-?\d+)$", found, re.MULTILINE).group(1))
 
     def kinit(self, user):
-        _run("kinit", f"{user}@{REALM}", input=ADMIN_PASSWORD + "\n", env=self.environment)
+        run("kinit", f"{user}@{REALM}", input=ADMIN_PASSWORD + "\n", env=self.environment)
 
     def _ldb(self, tool, ldif, *arguments):
         """Runs ldbadd, ldbmodify or ldbsearch on the domain's database; returns its output."""
-        done = _run(tool, "-H", self.folder / "dc/private/sam.ldb", *arguments, input=ldif)
+        done = run(tool, "-H", self.folder / "dc/private/sam.ldb", *arguments, input=ldif)
         # The exit status is that of the last record only.
         if "failed" in done.stderr:
             raise RuntimeError(f"{tool}: {done.stderr}")
         return done.stdout
-
-
-def _run(*command, **options):
-    done = subprocess.run(command, text=True, capture_output=True, **options)
-    if done.returncode != 0:
-        raise RuntimeError(f"{command[0]} failed:\n{done.stdout[-2000:]}{done.stderr[-2000:]}")
-    return done

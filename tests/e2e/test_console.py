@@ -11,9 +11,8 @@ import unittest
 
 import page_pictures
 import site_files
+from rig import PROGRAM
 
-ROOT = pathlib.Path(__file__).resolve().parents[2]
-PROGRAM = ROOT / "build/release/console/pwlapse"
 
 
 def run(*arguments):

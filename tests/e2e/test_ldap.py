@@ -1,9 +1,8 @@
 """The LDAP directory against a real domain controller and against servers that are broken.
 
-Drives the program in DIRECTORY_PROBE (built from directory_probe.cpp).
+Drives build/debug/tests/e2e/directory_probe.
 """
 
-import os
 import pathlib
 import socket
 import subprocess
@@ -16,9 +15,10 @@ import broken_ldap
 import samba_ad
 import site_files
 from broken_ldap import BrokenLdap, entry, page_of
+from rig import DEBUG
 from samba_ad import BASE_DN, User
 
-PROBE = os.environ.get("DIRECTORY_PROBE", "directory_probe")
+PROBE = DEBUG / "tests/e2e/directory_probe"
 KEY = r"Software\Kadro\PwsentryPro\Directory"
 # More than two pages.
 MANY = 2100

@@ -12,9 +12,10 @@ import unittest
 import mail_probe
 import site_files
 from postfix_mail import PostfixMail
+from rig import RELEASE
 from site_files import DOMAIN
 
-EXAMPLE = mail_probe.ROOT / "build/release/examples/send_mail"
+EXAMPLE = RELEASE / "examples/send_mail"
 USER, PASSWORD, WRONG = "postman", "p\u00e4ss & <word>", "not-it-9f3a"
 SECRETS = [form for word in (PASSWORD, WRONG) for form in (
     word, base64.b64encode(word.encode()).decode(),

@@ -12,10 +12,9 @@ import page_pictures
 import samba_ad
 import site_files
 from postfix_mail import PostfixMail
+from rig import PROGRAM
 from site_files import ADMIN_MAIL, DOMAIN, POLICIES
 
-ROOT = pathlib.Path(__file__).resolve().parents[2]
-PROGRAM = ROOT / "build/release/console/pwlapse"
 REFUSED = f"refused@{DOMAIN}"
 PASS_SECONDS = 120
 TODAY = datetime.date.today

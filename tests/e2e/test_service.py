@@ -12,15 +12,13 @@ import socket
 import struct
 import subprocess
 import tempfile
-import time
 import unittest
 
 import site_files
+from rig import RELEASE, WAIT_SECONDS, wait_until
 
-ROOT = pathlib.Path(__file__).resolve().parents[2]
-PROGRAM = ROOT / "build/release/service/pwLapseSvc"
+PROGRAM = RELEASE / "service/pwLapseSvc"
 UNIT = "NRVPasswordExpiration.service"
-TIMEOUT = 60  # seconds that anything may take before a test fails
 RT_SIGSUSPEND = "130 "  # as /proc shows the system call that a thread is in
 USAGE = ("NRVPasswordExpiration -install          install service\n"
          "NRVPasswordExpiration -remove           remove service\n")
@@ -62,13 +60,13 @@ class ServiceTest(unittest.TestCase):
 
     def call(self, *arguments, **options):
         process = self.begin(*arguments, **options)
-        output, errors = process.communicate(timeout=TIMEOUT)
+        output, errors = process.communicate(timeout=WAIT_SECONDS)
         return process.returncode, output, errors
 
     def start(self):
         self.manager = self.enterContext(socket.socket(socket.AF_UNIX, socket.SOCK_DGRAM))
         self.manager.setsockopt(socket.SOL_SOCKET, socket.SO_PASSCRED, 1)
-        self.manager.settimeout(TIMEOUT)
+        self.manager.settimeout(WAIT_SECONDS)
         self.manager.bind(f"{self.folder}/notify")
         return self.begin(NOTIFY_SOCKET=f"{self.folder}/notify")
 
@@ -94,13 +92,8 @@ class ServiceTest(unittest.TestCase):
     def stop(self, process):
         os.kill(self.pid, signal.SIGTERM)
         self.expect("STOPPING=1\nSTATUS=Stopping", "STOPPING=1\nSTATUS=Stopped")
-        output, errors = process.communicate(timeout=TIMEOUT)
+        output, errors = process.communicate(timeout=WAIT_SECONDS)
         self.assertEqual((output[:len(USAGE)], errors, process.returncode), (USAGE, "", 0))
-
-    def await_that(self, condition):
-        deadline = time.monotonic() + TIMEOUT
-        while not condition():
-            self.assertLess(time.monotonic(), deadline)
 
     def is_frozen(self):
         return any((task / "syscall").read_text().startswith(RT_SIGSUSPEND)
@@ -108,20 +101,20 @@ class ServiceTest(unittest.TestCase):
 
     def test_a_pause_freezes_the_worker_in_the_middle_of_a_mail(self):
         server = self.enterContext(socket.create_server(("127.0.0.1", 0)))
-        server.settimeout(TIMEOUT)
+        server.settimeout(WAIT_SECONDS)
         self.set_up_site(["walter"], 59, server.getsockname()[1])
         process = self.start_up()
         connection, _ = server.accept()  # the mail waits for the greeting
         self.enterContext(connection)
         self.pause()
-        self.await_that(self.is_frozen)
+        wait_until(self.is_frozen)
         connection.sendall(b"220 here\r\n")
         os.kill(self.pid, signal.SIGUSR1)  # a second pause is not taken, and says nothing
         with self.assertRaises(BlockingIOError):
             connection.recv(1, socket.MSG_DONTWAIT)
-        self.await_that(self.is_frozen)
+        wait_until(self.is_frozen)
         self.proceed()
-        connection.settimeout(TIMEOUT)
+        connection.settimeout(WAIT_SECONDS)
         self.assertRegex(connection.recv(100), b"^(EHLO|HELO) ")
         os.kill(self.pid, signal.SIGUSR2)  # nor a second continue
         self.stop(process)
@@ -132,7 +125,7 @@ class ServiceTest(unittest.TestCase):
         self.set_up_site([f"user{number}" for number in range(50000)], 10)
         process = self.start_up()
         log = self.folder / "work/logfiles/norvyn-expiration-debug.log"
-        self.await_that(lambda: log.exists() and b"username=user0\n" in log.read_bytes())
+        wait_until(lambda: log.exists() and b"username=user0\n" in log.read_bytes())
         for _ in range(300):
             self.pause()
             self.proceed()
@@ -147,7 +140,7 @@ class ServiceTest(unittest.TestCase):
         self.registry.write_text("Windows Registry Editor Version 5.00\nx\n")
         process = self.start()
         self.expect(*["STATUS=Starting"] * 2, "STOPPING=1\nSTATUS=Stopped, error 1009")
-        output, errors = process.communicate(timeout=TIMEOUT)
+        output, errors = process.communicate(timeout=WAIT_SECONDS)
         self.assertEqual(output, USAGE)
         self.assertRegex(errors, r"^pwLapseSvc: \S+registry\.reg:2: .+\n$")
 

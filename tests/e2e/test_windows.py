@@ -11,22 +11,18 @@ import shutil
 import socket
 import subprocess
 import tempfile
-import time
 import unittest
 
 import site_files
 import wine_prefix
 from postfix_mail import PostfixMail
+from rig import PROGRAM, WAIT_SECONDS, WINDOWS, wait_until
 from site_files import ADMIN_MAIL, DOMAIN, site_registry
 
-ROOT = pathlib.Path(__file__).resolve().parents[2]
-WINDOWS = ROOT / "build/windows"
-LINUX_PROGRAM = ROOT / "build/release/console/pwlapse"
 REFUSED = f"refused@{DOMAIN}"
 SERVICE = "NRVPasswordExpiration"
 SERVICE_KEY = rf"HKLM\SYSTEM\CurrentControlSet\Services\{SERVICE}"
 CODE_PAGE = "cp1252"  # the ANSI code page of the prefix
-WAIT_SECONDS = 60
 SILENCE_SECONDS = 1  # of a worker that is suspended
 
 STOP, PAUSE, CONTINUE = 1, 2, 3  # controls
@@ -84,15 +80,6 @@ NetUserSetInfo server=null level=3 user=expired expired=5 password=null buffer=r
 """.split("\n")[1:-1]
 
 
-def wait_for(what, condition):
-    deadline = time.monotonic() + WAIT_SECONDS
-    while not (result := condition()):
-        if time.monotonic() > deadline:
-            raise AssertionError("waited in vain for " + what)
-        time.sleep(0.02)
-    return result
-
-
 def comparable(text):
     """Without what depends on when it was written."""
     text = re.sub(r"[ \d]\d/[ \d]\d/\d{4} [ \d]\d:\d\d:\d\d", "TIME", text)
@@ -133,7 +120,7 @@ class Machine(unittest.TestCase):
     @classmethod
     def wait_for_report(cls):
         file = cls.logs / "Norvyn-expiration-report.html"
-        wait_for("the report", lambda: file.exists() and file.read_bytes().endswith(b"</body></html>"))
+        wait_until(lambda: file.exists() and file.read_bytes().endswith(b"</body></html>"))
 
     @classmethod
     def calls(cls):
@@ -178,7 +165,7 @@ class FirstPassTest(Machine):
         (folder / "site.reg").write_bytes(site_files.registry_file(keys))
         (folder / "domain.ldif").write_text(site_files.domain_ldif(USERS))
         (folder / "NorvynExpirationEmail.html").write_text(TEMPLATE)
-        subprocess.run([LINUX_PROGRAM, "run", "--registry", folder / "site.reg", "--work-dir", folder,
+        subprocess.run([PROGRAM, "run", "--registry", folder / "site.reg", "--work-dir", folder,
                         "--directory", f"ldif:{folder / 'domain.ldif'}"],
                        timeout=WAIT_SECONDS, capture_output=True, check=False)
         return folder
@@ -267,7 +254,7 @@ class ControlTest(Machine):
         self.assertIn("NetUserGetInfo server=null level=3 user=?ukasz -> 2221", self.calls())
         code, output = self.program("-remove")
         self.assertEqual((code, output), (0, "Stopping service...\nService successfully removed.\n"))
-        wait_for("the end of the service", lambda: self.control() == b"error 1060")
+        wait_until(lambda: self.control() == b"error 1060")
         self.assert_gone()
 
 

@@ -6,57 +6,36 @@ machine waits for eight minutes. Needs root for that. One object, one thread.
         done = windows.run("program.exe", "argument")
 """
 import os
-import pathlib
-import shutil
 import subprocess
-import tempfile
 
 import site_files
+from rig import ROOT, Rig
 
-FIXED_LAYOUT = pathlib.Path(__file__).resolve().parents[2] / "scripts/fixed_layout"
 UP_SECONDS = 86400
 WAIT_SECONDS = 180
 
 
-class WinePrefix:
-    def __init__(self):
-        self._base = pathlib.Path(tempfile.mkdtemp(prefix="wine-"))
-        self.folder = self._base / "prefix"
-        self.folder.mkdir()  # the server wants to be in it
+class WinePrefix(Rig):
+    def start(self):
+        prefix = self.folder / "prefix"
+        prefix.mkdir()  # the server wants to be in it
+        self.drive = prefix / "drive_c"
+        # Where a service finds and leaves its files.
+        self.system_folder = self.drive / "windows/system32"
         self.environment = {
-            **os.environ, "WINEPREFIX": str(self.folder), "WINEDEBUG": "-all", "LC_ALL": "C.UTF-8",
-            "TMPDIR": str(self._base),  # the server leaves a folder there
+            **os.environ, "WINEPREFIX": str(prefix), "WINEDEBUG": "-all", "LC_ALL": "C.UTF-8",
+            "TMPDIR": str(self.folder),  # the server leaves a folder there
             # Without its debugger a program that crashes says so by its exit status. DLLs of the
             # tests that lie beside a program stand in for the system's.
             "WINEDLLOVERRIDES": "winedbg.exe=d;mscoree=d;mshtml=d;netapi32,activeds=n,b"}
-
-    def __enter__(self):
-        try:
-            # A server that waits for its clients only would take the service manager along with the
-            # first of them that ends.
-            self._command("wineserver", "-p")
-            # Without an option: the first program of all starts the service manager, an option would
-            # start a second one beside it.
-            self._command("wineboot")
-        except BaseException:
-            self.__exit__()
-            raise
-        return self
-
-    def __exit__(self, *_):
-        """Ends every program in it, and removes it."""
-        self._command("wineserver", "-k")
-        self._command("wineserver", "-w")
-        shutil.rmtree(self._base, ignore_errors=True)
-
-    @property
-    def drive(self):
-        return self.folder / "drive_c"
-
-    @property
-    def system_folder(self):
-        """Where a service finds and leaves its files."""
-        return self.drive / "windows/system32"
+        self.callback(self._command, "wineserver", "-w")
+        self.callback(self._command, "wineserver", "-k")  # ends every program in it
+        # A server that waits for its clients only would take the service manager along with the
+        # first of them that ends.
+        self._command("wineserver", "-p")
+        # Without an option: the first program of all starts the service manager, an option would
+        # start a second one beside it.
+        self._command("wineboot")
 
     def run(self, program, *arguments, **options):
         """A program to its end; its output as bytes."""
@@ -66,7 +45,7 @@ class WinePrefix:
 
     def import_registry(self, keys):
         """keys: as for site_files.registry_file."""
-        file = self._base / "import.reg"
+        file = self.folder / "import.reg"
         file.write_bytes(site_files.registry_file(keys))
         self._command("wine", "regedit", "/S", str(file))
 
@@ -89,5 +68,5 @@ class WinePrefix:
 
     @staticmethod
     def _in_time(*command):
-        return [FIXED_LAYOUT, "unshare", "--time", "--fork", f"--monotonic={UP_SECONDS}",
+        return [ROOT / "scripts/fixed_layout", "unshare", "--time", "--fork", f"--monotonic={UP_SECONDS}",
                 f"--boottime={UP_SECONDS}", *map(str, command)]
