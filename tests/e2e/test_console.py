@@ -71,13 +71,24 @@ class ConsoleTest(unittest.TestCase):
         self.assertEqual(status, 2)
         self.assertRegex(errors, rf"\Apwlapse: .*{port}.*\n\Z")
 
-
-    def test_a_pass_tells_what_is_wrong_with_its_input(self):
+    def test_a_pass_says_what_is_wrong_with_its_input(self):
         registry, users = self.folder / "site.reg", self.folder / "users.ldif"
         users.write_text("dn: DC=x\nobjectClass: domainDNS\n\ndn: CN=u,DC=x\nobjectClass: user\n"
                          "sAMAccountName: user\npwdLastSet: 12x\n")
         command = ("run", "--registry", registry, "--work-dir", self.folder, "--directory", f"ldif:{users}")
-        key = r"Software\Policies\Kadro\PwsentryProMPE\PWExpiration"
+        key = site_files.SETTINGS
+        for content, said in (
+                (None, f"{registry}: [^\n]+"), (b'REGEDIT4\r\n\r\n"a"=dword:zz\r\n', f"{registry}:3: [^\n]+"),
+                (b"\x00\x01\x02", f"{registry}:1: [^\n]+"),
+                (site_files.registry_file({key: {"reportOnly": "1"}}), 'registry value "reportOnly" of '
+                 + re.escape(key) + r": not a number \(REG_DWORD\)")):
+            with self.subTest(said):
+                if content is not None:
+                    registry.write_bytes(content)
+                status, output, errors = run(*command)
+                self.assertEqual((status, output), (2, ""))
+                self.assertRegex(errors, rf"\Apwlapse: {said}\n\Z")
+                self.assertEqual(registry.read_bytes() if registry.exists() else None, content)
         registry.write_bytes(site_files.registry_file({key: {"reportOnly": 1}}))
         status, output, _ = run(*command)
         self.assertEqual(status, 0)
@@ -88,9 +99,8 @@ class ConsoleTest(unittest.TestCase):
             fcntl.flock(lock, fcntl.LOCK_EX)
             self.assertEqual(run(*command),
                              (2, "", "pwlapse: another pass is at work in this folder\n"))
-        registry.write_bytes(site_files.registry_file({key: {"reportOnly": "1"}}))
-        self.assertEqual(run(*command), (2, "", "pwlapse: registry value \"reportOnly\" of "
-                                         f"{key}: not a number (REG_DWORD)\n"))
+        status, output, errors = run("run", "--nonsense")
+        self.assertEqual((status, output, errors.count("\n")), (2, "", 1))
 
 
 class MxTest(unittest.TestCase):

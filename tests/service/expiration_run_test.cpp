@@ -106,6 +106,11 @@ TEST(Pass, DecidesMailAndExpiryByAgeAndSettings) {
               c.expiry == OnlyReported);
     EXPECT_EQ(contains(site.directoryText(), "pwdLastSet: 0"), c.expiry == Forced);
     EXPECT_EQ(site.read(kExpiredLog).empty(), c.expiry != Forced);
+    const std::string debug = site.read(kDebug);
+    EXPECT_EQ(debug.ends_with("\n  Expiring password for user=walter\n  --STAGE 400\n"),
+              c.expiry == Forced);
+    EXPECT_EQ(contains(debug, "  No match of warning interval.  No email for this user today.\n\n"),
+              c.settings == days && c.mails == 0);
     // The expiring-soon log holds everybody in the period, expired ones too.
     EXPECT_EQ(contains(site.read(kSoon), "walter"), pass.of("walter").inWarningPeriod);
   }
@@ -152,28 +157,32 @@ TEST(Pass, ScreensAccountsAndClaimsThemForTheFirstPolicy) {
   site.write("pwsentry_pro_policy2_include.txt", "twice\r\ncannot\r\nPC01$\r\n");
   const WatchedPass pass = site.pass();
 
-  const std::tuple<const char*, int, std::uint32_t> verdicts[] = {
-      {"twice", 2, 0},  // equal ages: the higher slot comes first
-      {"twice", 1, kSkipProcessedEarlier},
-      {"twice", 0, kSkipProcessedEarlier},
-      {"offandnever", 1, kSkipDisabled | kSkipNeverExpires},
-      {"cannot", 2, kSkipCannotChange},
-      {"cannot", 0, kSkipCannotChange | kSkipProcessedEarlier},
-      {"PC01$", 2, kSkipComputerAccount},
-      {"AB", 0, kSkipNameTooShort},
-      {"excluded", 1, kSkipExcluded},
-      {"excluded", 0, 0},  // free for a later policy
+  // The debug log says why, in these lines behind the name.
+  const std::string debug = site.read(kDebug), earlier = "  account processed earlier.\n";
+  const std::tuple<const char*, int, std::uint32_t, std::string> verdicts[] = {
+      {"twice", 2, 0, "  user added: twice\n"},  // equal ages: the higher slot comes first
+      {"twice", 1, kSkipProcessedEarlier, earlier},
+      {"twice", 0, kSkipProcessedEarlier, earlier},
+      {"offandnever", 1, kSkipDisabled | kSkipNeverExpires,
+       "  disabled account: offandnever\n  account with non-expiring pw: offandnever\n"},
+      {"cannot", 2, kSkipCannotChange,
+       "  account cannot change pw: cannot\n  user added: cannot\n"},
+      {"cannot", 0, kSkipCannotChange | kSkipProcessedEarlier,
+       "  account cannot change pw: cannot\n" + earlier},
+      {"PC01$", 2, kSkipComputerAccount,
+       "  Username contains $ character.  Skipping User.\n  user added: PC01$\n"},
+      {"AB", 0, kSkipNameTooShort, earlier},
+      {"excluded", 1, kSkipExcluded, " user excluded from policy\n"},
+      {"excluded", 0, 0, "  user added: excluded\n"},  // free for a later policy
   };
-  for (const auto& [name, slot, reasons] : verdicts) {
+  for (const auto& [name, slot, reasons, lines] : verdicts) {
     EXPECT_EQ(pass.of(name, slot).skipReasons, reasons) << name << slot;
+    EXPECT_TRUE(contains(debug, std::string("\nusername=") + name + "\n" + lines)) << lines;
   }
   // An account that cannot be read keeps the age of the user before.
   EXPECT_FALSE(pass.of("ghost", 1).accountFound);
   EXPECT_EQ(pass.of("ghost", 1).age, 29U);
 
-  EXPECT_TRUE(contains(site.read(kDebug),
-                       "  disabled account: offandnever\n"
-                       "  account with non-expiring pw: offandnever\n"));
   EXPECT_EQ(site.read("logfiles/pwexpirationskiplist.txt").substr(0, 56),
             "LIST OF SKIPPED USERS\n  user found in list: twice\n  user");
 }
@@ -214,6 +223,9 @@ TEST(Pass, ReportsMailFailureAndGoesOn) {
   EXPECT_EQ(pass.of("welcome").emailedText, "yes");
   EXPECT_TRUE(contains(site.read(kReport), "<td>no (smtp failure)</td>"));
   EXPECT_TRUE(contains(site.read("errors-norvyn-email.xml"), "bad@site.example"));
+  EXPECT_TRUE(contains(site.read(kDebug),
+                       "    emailUser failed. Check c:\\windows\\system32\\errors-norvyn-email.xml "
+                       "for more information.\n  emailUser() - end\n"));
   EXPECT_EQ(site.catcher.savedFiles().size(), 2U);  // the warning and the report
   // The day counts as a mailing day.
   EXPECT_EQ(site.registryNumber(config::kProductKey, kLastRunDay), 5U);
