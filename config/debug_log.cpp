@@ -4,6 +4,7 @@
 #include <string>
 
 #include "base/format_text.h"
+#include "config/pass_files.h"
 #include "platform/system/files.h"
 
 namespace config {

@@ -8,8 +8,6 @@
 
 namespace config {
 
-inline constexpr const char* kDebugLogFile = "logfiles\\Norvyn-expiration-debug.log";
-
 class DebugLog {
  public:
   explicit DebugLog(bool enabled = true) : enabled_(enabled) {}

@@ -3,6 +3,7 @@
 #include <filesystem>
 #include <memory>
 
+#include "config/pass_files.h"
 #include "console/commands.h"
 #include "console/demo_site.h"
 #include "console/pass_watcher.h"
@@ -98,7 +99,7 @@ void printPaths(const SmtpCatcher& catcher) {
   for (const std::string& file : catcher.savedFiles()) {
     std::printf("  %s\n", platform::absolutePath(file).c_str());
   }
-  std::printf("Report:\n  %s\n", platform::absolutePath(notify::kReportFile).c_str());
+  std::printf("Report:\n  %s\n", platform::absolutePath(config::kReportFile).c_str());
   std::error_code status;
   std::printf("The site itself, with registry, directory, lists and logs:\n  %s\n",
               fs::current_path(status).string().c_str());

@@ -1,6 +1,7 @@
 #include <cstdio>
 #include <memory>
 
+#include "config/pass_files.h"
 #include "config/settings_check.h"
 #include "console/commands.h"
 #include "console/pass_watcher.h"
@@ -31,7 +32,7 @@ int runCommand(const RunOptions& options) {
     return refuse("cannot use the work directory " + options.workDir);
   }
   // The lists and logs of a pass are files in here.
-  const platform::FileLock alone(directory::kDomainUsersFile, platform::FileLock::Wait::No);
+  const platform::FileLock alone(config::kDomainUsersFile, platform::FileLock::Wait::No);
   if (alone.isTaken()) return refuse("another pass is at work in this folder");
   platform::Host host = system->host();
   const std::vector<std::string> wrongTypes = config::findWrongTypes(host.registry);
@@ -39,7 +40,7 @@ int runCommand(const RunOptions& options) {
   service::ServiceValues values = service::readServiceValues(host.registry);
   values.debug = values.debug || options.debug;
   // A pass makes the folder with debug on only; whoever runs one by hand wants the report and logs.
-  platform::createDirectory(notify::kLogDirectory);
+  platform::createDirectory(config::kLogDirectory);
 
   PassWatcher watcher(PassWatcher::Keep::Nothing, platform::isTerminal(stderr) ? stderr : nullptr);
   service::ExpirationRun run(host, values, &watcher, nullptr);

@@ -13,8 +13,6 @@
 
 namespace directory {
 
-inline constexpr const char* kDomainUsersFile = "pwsentry_pro_domain_users.txt";
-
 class DomainDirectory {
  public:
   // `foundUsers` is where look-ups print whom they found; borrowed, null for nowhere.

@@ -2,6 +2,7 @@
 // the operations of DomainDirectory.
 #include <cstdio>
 
+#include "config/pass_files.h"
 #include "directory/domain_directory.h"
 #include "platform/system/files.h"
 #include "platform/text/code_page.h"
@@ -46,7 +47,7 @@ void writeRows(platform::DirectoryAccess& access, platform::SearchRows& rows, st
 }  // namespace
 
 bool DomainDirectory::writeDomainUsersList() {
-  platform::File list = platform::openFile(kDomainUsersFile, "w");
+  platform::File list = platform::openFile(config::kDomainUsersFile, "w");
   if (list == nullptr) return false;
   access_.initialise();
   {

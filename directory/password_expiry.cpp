@@ -3,6 +3,7 @@
 
 #include "base/format_text.h"
 #include "base/timestamp.h"
+#include "config/pass_files.h"
 #include "platform/system/files.h"
 #include "platform/text/code_page.h"
 
@@ -20,7 +21,7 @@ bool expireUserPassword(platform::AccountDatabase& accounts, platform::Clock& cl
   if (accounts.userInfo(logonName, info) != platform::kNetSuccess) return false;
   info.passwordExpired = kPasswordExpiredMark;
   if (accounts.setUserInfo(logonName, info) != platform::kNetSuccess) return false;
-  platform::appendToFile(kExpiredPasswordLog,
+  platform::appendToFile(config::kExpiredPasswordLog,
                          base::formatText("\"%s\",\"%s\",\"%i\",\"%s\"\n",
                                           base::timestampText(clock.localTime()).c_str(),
                                           platform::utf16ToAnsi(logonName).c_str(),

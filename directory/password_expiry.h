@@ -11,7 +11,6 @@
 namespace directory {
 
 inline constexpr std::uint32_t kSecondsPerDay = 86400;
-inline constexpr const char* kExpiredPasswordLog = "logfiles\\Norvyn-expired-pw.log";
 // Any non-zero value marks a password as expired; this is the one written.
 inline constexpr std::uint32_t kPasswordExpiredMark = 5;
 

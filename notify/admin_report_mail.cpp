@@ -2,6 +2,7 @@
 
 #include <cstdio>
 
+#include "config/pass_files.h"
 #include "mail/mime/kv_email.h"
 #include "notify/mail_settings.h"
 
@@ -26,7 +27,7 @@ bool sendAdminReport(const config::ExpirationSettings& settings, const std::stri
   email.SetHtmlBody(mailReport.c_str());
 
   if (mailMan.SendEmail(email)) return true;
-  mailMan.SaveLastError(kMailErrorFile);
+  mailMan.SaveLastError(config::kMailErrorFile);
   return false;
 }
 

@@ -10,8 +10,6 @@ namespace notify {
 // The product's code for the mail component.
 inline constexpr const char* kMailUnlockCode = "NRVPasswordExpiration";
 
-inline constexpr const char* kMailErrorFile = "errors-norvyn-email.xml";
-
 // Server, credentials (also when empty) and the way to connect.
 void configureMailMan(kelvado::KvMailMan& mailMan, const config::ExpirationSettings& settings);
 

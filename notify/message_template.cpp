@@ -5,6 +5,7 @@
 
 #include "base/format_text.h"
 #include "base/text.h"
+#include "config/pass_files.h"
 #include "platform/system/files.h"
 
 namespace notify {
@@ -24,10 +25,10 @@ bool readTemplate(const char* name, std::string& text) {
 
 MessageBody loadMessageBody(const std::string& customMessage, config::DebugLog& log) {
   MessageBody body;
-  if (readTemplate(kHtmlTemplateFile, body.text)) {
+  if (readTemplate(config::kHtmlTemplateFile, body.text)) {
     log.print("**HTML email body file found.\n");
     body.isHtml = true;
-  } else if (readTemplate(kTextTemplateFile, body.text)) {
+  } else if (readTemplate(config::kTextTemplateFile, body.text)) {
     log.print("**Plain text email body file found.\n");
   } else {
     log.print("**No custom email text files found.  Using registry value for custom email body.\n");

@@ -9,9 +9,6 @@
 
 namespace notify {
 
-inline constexpr const char* kHtmlTemplateFile = "NorvynExpirationEmail.html";
-inline constexpr const char* kTextTemplateFile = "NorvynExpirationEmail.txt";
-
 struct MessageBody {
   std::string text;  // ANSI code page
   bool isHtml = false;

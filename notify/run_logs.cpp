@@ -2,6 +2,7 @@
 
 #include "base/format_text.h"
 #include "base/timestamp.h"
+#include "config/pass_files.h"
 #include "directory/password_expiry.h"
 #include "platform/system/files.h"
 
@@ -64,23 +65,22 @@ void writeDebugHeader(config::DebugLog& log, const config::ExpirationSettings& s
 }
 
 void recreateSkipList() {
-  platform::writeTextFile(kSkipListFile, "LIST OF SKIPPED USERS\n");
+  platform::writeTextFile(config::kSkipListFile, "LIST OF SKIPPED USERS\n");
 }
 
 void appendSkippedUser(const std::string& username) {
-  platform::appendToFile("logfiles//pwExpirationSkipList.txt",
-                         "  user found in list: " + username + "\n");
+  platform::appendToFile(config::kSkipListFile, "  user found in list: " + username + "\n");
 }
 
 void recreateExpiringSoonLog() {
-  platform::writeTextFile(kExpiringSoonLog,
+  platform::writeTextFile(config::kExpiringSoonLog,
                           "\"Date of Run\",\"Username\",\"Email\",\"Days before expiration\"\n");
 }
 
 void appendExpiringSoon(const base::LocalTime& now, const std::string& username,
                         const std::string& email, int daysLeft) {
   platform::appendToFile(
-      kExpiringSoonLog,
+      config::kExpiringSoonLog,
       base::formatText("\"%s\",\"%s\",\"%s\",\"%i\"\n", base::timestampText(now).c_str(),
                        username.c_str(), email.c_str(), daysLeft));
 }

@@ -13,10 +13,6 @@
 
 namespace notify {
 
-inline constexpr const char* kLogDirectory = "LogFiles";
-inline constexpr const char* kSkipListFile = "logfiles\\pwExpirationSkipList.txt";
-inline constexpr const char* kExpiringSoonLog = "logfiles\\Norvyn-expiring-soon.log";
-
 // Figures of the debug log's header that are not settings.
 struct RunFigures {
   double uptimeSeconds = 0;            // measured once, when the worker started

@@ -5,6 +5,7 @@
 
 #include "base/format_text.h"
 #include "base/timestamp.h"
+#include "config/pass_files.h"
 #include "directory/password_expiry.h"
 #include "notify/html_text.h"
 #include "notify/report_logo.h"
@@ -134,11 +135,11 @@ void RunReport::appendSections(std::string& report) const {
 
 bool RunReport::writeFileReport() {
   appendSections(fileReport_);
-  return platform::writeWholeFile(kReportFile, fileReport_);
+  return platform::writeWholeFile(config::kReportFile, fileReport_);
 }
 
 bool writeReportLogo() {
-  return platform::writeWholeFile(kLogoFile, reportLogo());
+  return platform::writeWholeFile(config::kLogoFile, reportLogo());
 }
 
 }  // namespace notify

@@ -11,9 +11,6 @@
 
 namespace notify {
 
-inline constexpr const char* kReportFile = "logfiles\\Norvyn-expiration-report.html";
-inline constexpr const char* kLogoFile = "norvyn-report-logo.gif";
-
 // One object for each pass.
 class RunReport {
  public:

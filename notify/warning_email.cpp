@@ -1,5 +1,6 @@
 #include "notify/warning_email.h"
 
+#include "config/pass_files.h"
 #include "config/registry_readers.h"
 #include "mail/mime/kv_email.h"
 #include "notify/mail_settings.h"
@@ -72,7 +73,7 @@ bool sendWarningEmail(const WarningContext& context, const UserRecord& user) {
   if (sent) {
     log.print("    email sent (to: %s)\n", address.c_str());
   } else {
-    mailMan.SaveLastError(kMailErrorFile);
+    mailMan.SaveLastError(config::kMailErrorFile);
     // The path in the text is fixed; the file is in the current directory.
     log.print(
         "    emailUser failed. Check c:\\windows\\system32\\errors-norvyn-email.xml for more "

@@ -2,6 +2,7 @@
 
 #include <cstdio>
 
+#include "config/pass_files.h"
 #include "config/settings_check.h"
 #include "directory/domain_directory.h"
 #include "platform/system/files.h"
@@ -34,7 +35,7 @@ void runForEver(platform::Host host, const ServiceValues& values) {
   for (;;) {
     {
       // Not beside a pass by hand: both would write the same lists and logs.
-      const platform::FileLock alone(directory::kDomainUsersFile);
+      const platform::FileLock alone(config::kDomainUsersFile);
       run.pass();
     }
     host.clock.sleep(run.sleepMs());

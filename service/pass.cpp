@@ -3,6 +3,7 @@
 #include <utility>
 
 #include "base/timestamp.h"
+#include "config/pass_files.h"
 #include "config/registry_readers.h"
 #include "directory/password_expiry.h"
 #include "notify/admin_report_mail.h"
@@ -64,7 +65,7 @@ PassRecord Pass::make() {
   const std::uint32_t beganTicks = run_.host.clock.tickCount();
   pass_.record.began = run_.host.clock.localTime();
   run_.host.directory.beginPass();
-  if (log_.enabled()) platform::createDirectory(notify::kLogDirectory);
+  if (log_.enabled()) platform::createDirectory(config::kLogDirectory);
   log_.recreate();
   loadSettings();
   sendTestEmail();
@@ -129,7 +130,7 @@ void Pass::listDomainUsers() {
   }
   hasUsersList_ = !anyApplies || domain_.writeDomainUsersList();
   if (!hasUsersList_) {
-    findings_.problem(std::string(directory::kDomainUsersFile) +
+    findings_.problem(std::string(config::kDomainUsersFile) +
                       " cannot be written: the policies for all users of the domain are left out");
   }
 }
@@ -194,12 +195,12 @@ void Pass::visitSlot(int slot) {
     }
     return;
   }
-  if (slots_[slot].appliesToDomainUsers == 1) files.include = directory::kDomainUsersFile;
+  if (slots_[slot].appliesToDomainUsers == 1) files.include = config::kDomainUsersFile;
   examineList(policy, files);
 }
 
 void Pass::examineList(PolicyInHand& policy, const PolicyFiles& files) {
-  if (files.include == directory::kDomainUsersFile && !hasUsersList_) return;
+  if (files.include == config::kDomainUsersFile && !hasUsersList_) return;
   platform::File list = platform::openFile(files.include, "r");
   if (!list) return;
   auto excluded = readExcludeFile(files.exclude);
@@ -226,7 +227,7 @@ void Pass::examineList(PolicyInHand& policy, const PolicyFiles& files) {
 void Pass::finishReport() {
   if (pass_.record.mailsFailed != 0 || testEmailFailed_) {
     findings_.note("what the mail server said to the last mail that failed is in " +
-                   std::string(notify::kMailErrorFile));
+                   std::string(config::kMailErrorFile));
   }
   pass_.report.finish();
   if (pass_.settings.emailAdminReports &&

@@ -4,6 +4,7 @@
 #include <utility>
 
 #include "base/format_text.h"
+#include "config/pass_files.h"
 #include "platform/system/files.h"
 #include "platform/text/code_page.h"
 
@@ -42,7 +43,7 @@ bool ProcessedUsers::append(std::u16string_view name) {
 bool ProcessedUsers::removeList(std::u16string_view name, const config::DebugLog& log) {
   const bool found = contains(name);
   if (log.enabled()) {
-    platform::appendToFile("logfiles\\userList.txt",
+    platform::appendToFile(config::kUserListFile,
                            base::formatText(" -in removeList() checking for  %s, found=%i\n",
                                             platform::utf16ToAnsi(name).c_str(), found));
   }
@@ -59,7 +60,7 @@ void ProcessedUsers::dumpList() const {
   std::string text =
       rule + base::formatText("globalListCount=%i\n", static_cast<int>(count())) + rule;
   for (std::size_t i = 0; i < count(); ++i) text += platform::utf16ToAnsi(nameAt(i)) + "\n";
-  platform::appendToFile("logfiles//ExpirationList.txt", text);
+  platform::appendToFile(config::kExpirationListFile, text);
 }
 
 }  // namespace service

@@ -19,10 +19,10 @@ class ProcessedUsers {
   bool contains(std::u16string_view name) const;
   // False, and nothing changed, when the name is there already.
   bool append(std::u16string_view name);
-  // Removes the name and says in "logfiles\userList.txt", with debug on, whether it was there; the
+  // Removes the name and says in kUserListFile, with debug on, whether it was there; the
   // same is returned. Takes time in proportion to the list.
   bool removeList(std::u16string_view name, const config::DebugLog& log);
-  // Appends count and names to "logfiles//ExpirationList.txt".
+  // Appends count and names to kExpirationListFile.
   void dumpList() const;
   std::size_t count() const { return ends_.size(); }
 

@@ -3,6 +3,7 @@
 #include "base/case_fold.h"
 #include "base/format_text.h"
 #include "base/unicode.h"
+#include "config/pass_files.h"
 #include "directory/domain_directory.h"
 #include "platform/system/files.h"
 #include "platform/text/code_page.h"
@@ -10,9 +11,9 @@
 namespace service {
 
 PolicyFiles policyFiles(int slot) {
-  if (slot == 0) return {directory::kDomainUsersFile, "pwsentry_pro_defaultpolicy_exclude.txt"};
-  return {base::formatText("pwsentry_pro_policy%d_include.txt", slot),
-          base::formatText("pwsentry_pro_policy%d_exclude.txt", slot)};
+  if (slot == 0) return {config::kDomainUsersFile, config::kDefaultExcludeFile};
+  return {base::formatText(config::kIncludeFileFormat, slot),
+          base::formatText(config::kExcludeFileFormat, slot)};
 }
 
 void cutLineEnd(std::string& line) {

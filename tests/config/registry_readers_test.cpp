@@ -3,6 +3,7 @@
 #include <tuple>
 
 #include "config/debug_log.h"
+#include "config/pass_files.h"
 #include "tests/config/registry_fixture.h"
 #include "tests/support/text_file.h"
 
@@ -71,11 +72,11 @@ TEST_F(RegistryReaders, DebugLinesOfAnyLengthFollowEachOtherUnlessSwitchedOff) {
   DebugLog log(false);
   log.recreate();
   log.print("%s\n", "not this");
-  EXPECT_FALSE(platform::fileExists(kDebugLogFile));
+  EXPECT_FALSE(platform::fileExists(config::kDebugLogFile));
   log.setEnabled(true);
   log.print("user %s\n", name.c_str());
   log.print("%x\n", 0x80070005U);
-  EXPECT_EQ(test_support::readText(kDebugLogFile), "user " + name + "\n80070005\n");
+  EXPECT_EQ(test_support::readText(config::kDebugLogFile), "user " + name + "\n80070005\n");
 }
 
 }  // namespace

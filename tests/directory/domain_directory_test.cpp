@@ -11,6 +11,7 @@
 #include <gtest/gtest.h>
 
 #include "base/unicode.h"
+#include "config/pass_files.h"
 #include "platform/system/files.h"
 #include "platform/text/code_page.h"
 #include "tests/support/temp_dir.h"

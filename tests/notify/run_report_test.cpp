@@ -3,6 +3,7 @@
 
 #include <gtest/gtest.h>
 
+#include "config/pass_files.h"
 #include "notify/run_logs.h"
 #include "platform/system/files.h"
 #include "platform/text/code_page.h"
@@ -113,7 +114,7 @@ TEST(RunReport, IsTheExactPage) {
     EXPECT_EQ(report.mailReport(),
               std::string(kHead) + "<body><img src=images/logo.gif>\n" + sections);
     ASSERT_TRUE(report.writeFileReport());
-    EXPECT_EQ(test_support::readBytes(notify::kReportFile),
+    EXPECT_EQ(test_support::readBytes(config::kReportFile),
               std::string(kHead) + "<body><img src=../norvyn-report-logo.gif>\n" + sections);
   }
 }
@@ -122,13 +123,13 @@ TEST(ExpiringSoonLog, StartsAnewAndDropsLinesWithoutItsFolder) {
   test_support::TempDir directory;
   test_support::ManualClock clock;
   notify::recreateExpiringSoonLog();
-  EXPECT_FALSE(platform::fileExists(notify::kExpiringSoonLog));
+  EXPECT_FALSE(platform::fileExists(config::kExpiringSoonLog));
 
   platform::createDirectory("logfiles");
   notify::appendExpiringSoon(clock.local, "old", "none", 1);
   notify::recreateExpiringSoonLog();
   notify::appendExpiringSoon(clock.local, "walter", "none", -3);
-  EXPECT_EQ(test_support::readText(notify::kExpiringSoonLog),
+  EXPECT_EQ(test_support::readText(config::kExpiringSoonLog),
             "\"Date of Run\",\"Username\",\"Email\",\"Days before expiration\"\n"
             "\" 3/05/2026  9:07:03\",\"walter\",\"none\",\"-3\"\n");
 }
