@@ -91,7 +91,7 @@ void setDefaults(UserDirectoryData& data) {
   data.lastName.clear();
 }
 
-// `traced`: with the lines that tell each step.
+// `traced`: with a debug line for each step.
 HResult lookUp(DirectoryAccess& access, DirectorySearch* search, const std::u16string& logonName,
                config::DebugLog& log, bool traced, std::FILE* foundUsers, UserDirectoryData& data) {
   std::unique_ptr<DirectoryObject> object;
@@ -119,8 +119,9 @@ int DomainDirectory::bindDomain() {
   Binding binding = bindDefaultContext(access_);
   // Written whether or not debugging is on: nobody is mailed in a pass without the domain.
   if (!binding.contextKnown) log_.printAlways("Could not bind to the domain.\n");
+  bindError_ = failed(binding.status) ? access_.errorText(binding.status) : "";
   domain_ = std::move(binding.search);
-  return domain_ != nullptr && !failed(binding.status) ? 1 : 0;
+  return domain_ != nullptr ? 1 : 0;
 }
 
 void DomainDirectory::unbindDomain() {

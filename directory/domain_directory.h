@@ -22,25 +22,31 @@ class DomainDirectory {
 
   // Opens the persistent binding to the default naming context; 1 when it is open, else 0.
   int bindDomain();
+  // Why the last bindDomain() gave 0, in one line.
+  const std::string& bindError() const { return bindError_; }
   // Releases it, if any.
   void unbindDomain();
   // The look-up over the persistent binding. An empty name leaves `data` untouched.
   platform::HResult getEmailBound(const std::u16string& logonName, UserDirectoryData& data);
 
-  // Whole look-ups with a binding of their own; getEmail2 writes fewer debug lines. Not used by a
-  // pass.
+  // Whole look-ups with a binding of their own; getEmail2 writes fewer debug lines. Public
+  // operations that a pass has no use for.
   platform::HResult getEmail(const std::u16string& logonName, UserDirectoryData& data);
   platform::HResult getEmail2(const std::u16string& logonName, UserDirectoryData& data);
 
-  // Writes kDomainUsersFile: the logon names of all enabled users, one per line. False when the
-  // file cannot be written whole.
-  bool writeDomainUsersList();
+  // Writes kDomainUsersFile: the logon names of all enabled users, one per line. Empty when the
+  // file is whole; else why it is not, in one line that begins with the file's name. A name that
+  // would stand as two lines is left out: no account can have one.
+  std::string writeDomainUsersList();
 
  private:
+  platform::HResult listUsers(std::FILE* list);
+
   platform::DirectoryAccess& access_;
   config::DebugLog& log_;
   std::FILE* foundUsers_;
   std::unique_ptr<platform::DirectorySearch> domain_;  // the persistent binding; null: not bound
+  std::string bindError_;
 };
 
 // The object of the user with this logon name, found below `search`. The name is escaped (RFC 4515
@@ -56,11 +62,12 @@ platform::HResult FindUserByName(platform::DirectoryAccess& access,
 platform::HResult getUserEmail(platform::DirectoryUser& user, config::DebugLog& log,
                                UserDirectoryData& data);
 
-// "LDAP://" and the domain's default naming context; empty when it cannot be had.
-std::u16string getRootDse(platform::DirectoryAccess& access, config::DebugLog& log);
+// `path` becomes "LDAP://" and the domain's default naming context. On failure it is left alone.
+platform::HResult getRootDse(platform::DirectoryAccess& access, config::DebugLog& log,
+                             std::u16string& path);
 
-// A paged subtree search on that path; null when it cannot be opened.
-std::unique_ptr<platform::DirectorySearch> openDomainSearch(platform::DirectoryAccess& access,
-                                                            const std::u16string& path);
+// A paged subtree search on that path. On failure `search` is left alone.
+platform::HResult openDomainSearch(platform::DirectoryAccess& access, const std::u16string& path,
+                                   std::unique_ptr<platform::DirectorySearch>& search);
 
 }  // namespace directory

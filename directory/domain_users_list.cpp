@@ -21,69 +21,78 @@ constexpr const char16_t* kEnabledUsers =
     u"(!userAccountControl:1.2.840.113556.1.4.803:=2))";
 constexpr const char16_t* kLogonName = u"samAccountName";
 
-void writeRow(platform::SearchRows& rows, std::FILE* list) {
+HResult writeRow(platform::SearchRows& rows, std::FILE* list) {
   platform::SearchColumn column;
-  if (platform::failed(rows.column(kLogonName, column))) return;
-  if (column.type != platform::AdsType::CaseIgnoreString) return;
+  const HResult read = rows.column(kLogonName, column);
+  if (read == platform::kAdsColumnNotSet) return platform::kOk;
+  if (platform::failed(read)) return read;
+  if (column.type != platform::AdsType::CaseIgnoreString) return platform::kOk;
   std::string name = platform::utf16ToAnsi(column.firstValue);
-  // No account can have such a name; written, it would stand as two.
-  if (name.find_first_of(std::string_view("\r\n\0", 3)) != std::string::npos) return;
+  if (name.find_first_of(std::string_view("\r\n\0", 3)) != std::string::npos) return platform::kOk;
   name += '\n';
   std::fwrite(name.data(), 1, name.size(), list);
+  return platform::kOk;
 }
 
-void writeRows(platform::DirectoryAccess& access, platform::SearchRows& rows, std::FILE* list) {
+// Ends at the last row or at the first that cannot be had, with its status.
+HResult writeRows(platform::DirectoryAccess& access, platform::SearchRows& rows, std::FILE* list) {
   for (;;) {
-    const HResult moved = rows.next();
-    if (platform::failed(moved)) return;
-    if (moved != platform::kAdsNoMoreRows) {
-      writeRow(rows, list);
-    } else if (access.lastError().code != platform::kErrorMoreDirectoryData) {
-      return;  // else only this page has no more
+    HResult status = rows.next();
+    if (status == platform::kAdsNoMoreRows) {
+      // With this code only the page has no more; any other ends the list.
+      if (access.lastError().code != platform::kErrorMoreDirectoryData) return platform::kOk;
+      continue;
     }
+    if (!platform::failed(status)) status = writeRow(rows, list);
+    if (platform::failed(status)) return status;
   }
 }
 
 }  // namespace
 
-bool DomainDirectory::writeDomainUsersList() {
+std::string DomainDirectory::writeDomainUsersList() {
+  const std::string file = config::kDomainUsersFile;
   platform::File list = platform::openFile(config::kDomainUsersFile, "w");
-  if (list == nullptr) return false;
+  if (list == nullptr) return file + " cannot be written";
   access_.initialise();
-  {
-    const std::u16string path = getRootDse(access_, log_);
-    const std::unique_ptr<DirectorySearch> search = openDomainSearch(access_, path);
-    std::unique_ptr<platform::SearchRows> rows;
-    if (search != nullptr && !platform::failed(search->execute(kEnabledUsers, kLogonName, rows))) {
-      writeRows(access_, *rows, list.get());
-    }
-  }
+  const HResult status = listUsers(list.get());
+  const std::string why = platform::failed(status) ? access_.errorText(status) : "";
   access_.uninitialise();
   const bool written = std::ferror(list.get()) == 0;
-  return std::fclose(list.release()) == 0 && written;
+  if (std::fclose(list.release()) != 0 || !written) return file + " cannot be written";
+  return platform::failed(status) ? file + ": the users of the domain cannot be listed: " + why
+                                  : "";
 }
 
-std::u16string getRootDse(platform::DirectoryAccess& access, config::DebugLog& log) {
-  log.print("-begin getRootDse\n");
+HResult DomainDirectory::listUsers(std::FILE* list) {
   std::u16string path;
+  std::unique_ptr<DirectorySearch> search;
+  std::unique_ptr<platform::SearchRows> rows;
+  HResult status = getRootDse(access_, log_, path);
+  if (!platform::failed(status)) status = openDomainSearch(access_, path, search);
+  if (!platform::failed(status)) status = search->execute(kEnabledUsers, kLogonName, rows);
+  return platform::failed(status) ? status : writeRows(access_, *rows, list);
+}
+
+HResult getRootDse(platform::DirectoryAccess& access, config::DebugLog& log, std::u16string& path) {
+  log.print("-begin getRootDse\n");
   std::u16string context;
   std::unique_ptr<platform::DirectoryObject> rootDse;
-  if (!platform::failed(access.getObject(u"LDAP://RootDse", rootDse)) &&
-      !platform::failed(rootDse->get(u"DefaultNamingContext", context))) {
-    path = u"LDAP://" + context;
-  }
+  HResult status = access.getObject(u"LDAP://RootDse", rootDse);
+  if (!platform::failed(status)) status = rootDse->get(u"DefaultNamingContext", context);
+  if (!platform::failed(status)) path = u"LDAP://" + context;
   rootDse.reset();
   log.print("-end getRootDse\n");
-  return path;
+  return status;
 }
 
-std::unique_ptr<DirectorySearch> openDomainSearch(platform::DirectoryAccess& access,
-                                                  const std::u16string& path) {
-  std::unique_ptr<DirectorySearch> search;
-  if (path.empty() || platform::failed(access.getSearch(path, search))) return nullptr;
+HResult openDomainSearch(platform::DirectoryAccess& access, const std::u16string& path,
+                         std::unique_ptr<DirectorySearch>& search) {
+  const HResult status = access.getSearch(path, search);
+  if (platform::failed(status)) return status;
   search->setScope(platform::SearchScope::Subtree);
   search->setPageSize(kPageRows);
-  return search;
+  return status;
 }
 
 }  // namespace directory

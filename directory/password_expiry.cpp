@@ -15,18 +15,24 @@ DomainMaxAge readDomainMaxAge(platform::AccountDatabase& accounts) {
   return {modals.maxPasswordAge / kSecondsPerDay, true};
 }
 
-bool expireUserPassword(platform::AccountDatabase& accounts, platform::Clock& clock,
-                        const std::u16string& logonName, std::uint32_t passwordAgeDays) {
+platform::AccountResult expireUserPassword(platform::AccountDatabase& accounts,
+                                           platform::Clock& clock, const std::u16string& logonName,
+                                           std::uint32_t passwordAgeDays) {
   platform::UserInfo info;
-  if (accounts.userInfo(logonName, info) != platform::kNetSuccess) return false;
+  platform::AccountResult result = accounts.userInfo(logonName, info);
+  if (!result.ok()) return result;
+  if (info.passwordAge / kSecondsPerDay < passwordAgeDays) {
+    return {platform::kNetPasswordChanged, "the password was changed"};
+  }
   info.passwordExpired = kPasswordExpiredMark;
-  if (accounts.setUserInfo(logonName, info) != platform::kNetSuccess) return false;
+  result = accounts.setUserInfo(logonName, info);
+  if (!result.ok()) return result;
   platform::appendToFile(config::kExpiredPasswordLog,
                          base::formatText("\"%s\",\"%s\",\"%i\",\"%s\"\n",
                                           base::timestampText(clock.localTime()).c_str(),
                                           platform::utf16ToAnsi(logonName).c_str(),
                                           static_cast<int>(passwordAgeDays), "successful"));
-  return true;
+  return result;
 }
 
 }  // namespace directory

@@ -1,5 +1,5 @@
 // Password age, the domain's maximum age, and the forced change at next logon. Ages are in whole
-// days, rounded down. Failures are silent: what was not read keeps its value.
+// days, rounded down. A value that cannot be read keeps its default.
 #pragma once
 
 #include <cstdint>
@@ -22,8 +22,10 @@ struct DomainMaxAge {
 DomainMaxAge readDomainMaxAge(platform::AccountDatabase& accounts);
 
 // Forces a password change at next logon and appends the line of the expired-password log. Nothing
-// is written when the account database refuses. Returns whether it took the change.
-bool expireUserPassword(platform::AccountDatabase& accounts, platform::Clock& clock,
-                        const std::u16string& logonName, std::uint32_t passwordAgeDays);
+// is written when the account database refuses, or when the password is younger by now than the
+// age that was judged, or is another one (kNetPasswordChanged).
+platform::AccountResult expireUserPassword(platform::AccountDatabase& accounts,
+                                           platform::Clock& clock, const std::u16string& logonName,
+                                           std::uint32_t passwordAgeDays);
 
 }  // namespace directory

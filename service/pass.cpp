@@ -128,11 +128,10 @@ void Pass::listDomainUsers() {
     anyApplies = true;
     log_.print("   policy%i applies to Domain Users\n", slot);
   }
-  hasUsersList_ = !anyApplies || domain_.writeDomainUsersList();
-  if (!hasUsersList_) {
-    findings_.problem(std::string(config::kDomainUsersFile) +
-                      " cannot be written: the policies for all users of the domain are left out");
-  }
+  const std::string problem = anyApplies ? domain_.writeDomainUsersList() : "";
+  hasUsersList_ = problem.empty();
+  if (hasUsersList_) return;
+  findings_.problem(problem + ": the policies for all users of the domain are left out");
 }
 
 void Pass::splitCustomMessage() {
@@ -172,8 +171,7 @@ void Pass::logPolicyOrder(const std::array<int, kPolicySlots>& order) {
 void Pass::bindDirectory() {
   pass_.record.directoryBound = domain_.bindDomain() != 0;
   if (pass_.record.directoryBound) return;
-  const std::string text = run_.host.directory.lastError().text;
-  findings_.problem("could not bind to the domain" + (text.empty() ? "" : ": " + text));
+  findings_.problem("could not bind to the domain: " + domain_.bindError());
 }
 
 void Pass::visitSlot(int slot) {

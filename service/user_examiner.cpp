@@ -64,7 +64,7 @@ void UserExaminer::judge(const std::u16string& name, UserRecord& user) {
 // The flags are tested and logged one by one; any of them skips the user.
 void UserExaminer::screenAccount(const std::u16string& name, UserRecord& user) {
   platform::UserInfo info;
-  if (host_.accounts.userInfo(name, info) != platform::kNetSuccess) return;
+  if (!host_.accounts.userInfo(name, info).ok()) return;
   user.accountFound = true;
   user.changeAlreadyDue = info.passwordExpired != 0;
   const struct {
@@ -105,7 +105,7 @@ void UserExaminer::claimUser(const std::u16string& name, UserRecord& user) {
 
 void UserExaminer::readAge(const std::u16string& name, UserRecord& user) {
   platform::UserInfo info;
-  if (host_.accounts.userInfo(name, info) != platform::kNetSuccess) return;
+  if (!host_.accounts.userInfo(name, info).ok()) return;
   const unsigned long age = info.passwordAge;
   log_.print("  Password age:  %lu days, %02lu:%02lu:%02lu\n", age / directory::kSecondsPerDay,
              age % directory::kSecondsPerDay / 3600, age % 3600 / 60, age % 60);
@@ -196,9 +196,10 @@ void UserExaminer::expire(const std::u16string& name, UserRecord& user) {
     user.expiry = Expiry::OnlyReported;
   } else {
     log_.print("  Expiring password for user=%s\n", user.username.c_str());
-    const bool taken = directory::expireUserPassword(host_.accounts, host_.clock, name, user.age);
-    user.expiry = taken ? Expiry::Forced : Expiry::Refused;
-    if (!taken) user.refusal = host_.directory.lastError().text;
+    const platform::AccountResult result =
+        directory::expireUserPassword(host_.accounts, host_.clock, name, user.age);
+    user.expiry = result.ok() ? Expiry::Forced : Expiry::Refused;
+    user.refusal = result.text;
   }
   pass_.report.addExpired(user);
   log_.print("  --STAGE 400\n");

@@ -14,8 +14,19 @@ using NetStatus = std::uint32_t;
 inline constexpr NetStatus kNetSuccess = 0;
 inline constexpr NetStatus kNetAccessDenied = 5;
 inline constexpr NetStatus kNetWriteFault = 29;
+inline constexpr NetStatus kNetReadFault = 30;
 inline constexpr NetStatus kNetUserNotFound = 2221;
 inline constexpr NetStatus kNetNoDomainController = 2453;
+// Not one of the system's (bit 29 is set): the password is not the one that was read any more.
+inline constexpr NetStatus kNetPasswordChanged = 0x20000001;
+
+// How a call ended: its number, and for a failure what it means in one line (UTF-8, no secret).
+struct AccountResult {
+  NetStatus status = kNetSuccess;
+  std::string text;
+
+  bool ok() const { return status == kNetSuccess; }
+};
 
 // Bits of UserInfo::flags.
 inline constexpr std::uint32_t kAccountDisabled = 0x2;
@@ -40,13 +51,22 @@ struct DomainModals {
 class AccountDatabase {
  public:
   virtual ~AccountDatabase() = default;
-  // Level 3 of the account with this logon name (without regard to case).
-  virtual NetStatus userInfo(const std::u16string& name, UserInfo& info) = 0;
-  // Writes back a record that userInfo gave. Of its fields only a non-zero passwordExpired is
-  // changed by this system.
-  virtual NetStatus setUserInfo(const std::u16string& name, const UserInfo& info) = 0;
+  // Level 3 of the account with this logon name (without regard to case). May be as old as the
+  // pass. `info` is set on success only.
+  virtual AccountResult userInfo(const std::u16string& name, UserInfo& info) = 0;
+  // The same as it is now, for an account that is about to be mailed or expired. One round trip.
+  virtual AccountResult currentUserInfo(const std::u16string& name, UserInfo& info) {
+    return userInfo(name, info);
+  }
+  // Writes back a record that was read last. Of its fields only a non-zero passwordExpired is
+  // changed by this system. kNetPasswordChanged, and nothing is written, when the implementation
+  // sees that the password was changed since it was read.
+  virtual AccountResult setUserInfo(const std::u16string& name, const UserInfo& info) = 0;
   // Level 0 of the domain.
   virtual NetStatus domainModals(DomainModals& modals) = 0;
+  // True when the accounts are those of this machine's own database, which holds the domain's users
+  // on a domain controller only.
+  virtual bool ofThisMachineOnly() const { return false; }
 };
 
 }  // namespace platform

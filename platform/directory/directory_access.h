@@ -6,6 +6,7 @@
 
 #include <cstdint>
 #include <memory>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -17,6 +18,7 @@ inline constexpr HResult kAdsNoMoreRows = 0x5012;  // S_ADS_NOMORE_ROWS, a succe
 inline constexpr HResult kFail = 0x80004005;       // E_FAIL
 inline constexpr HResult kInvalidArgument = 0x80070057;
 inline constexpr HResult kAdsPropertyNotFound = 0x8000500D;
+inline constexpr HResult kAdsColumnNotSet = 0x80005008;
 inline constexpr HResult kAdsBadPathName = 0x80005000;
 inline constexpr HResult kNoSuchObject = 0x80072030;
 inline constexpr HResult kServerDown = 0x8007203A;
@@ -31,7 +33,7 @@ inline constexpr std::uint32_t kErrorMoreDirectoryData = 234;  // DirectoryError
 enum class AdsType : std::uint32_t { DnString = 1, CaseExactString = 2, CaseIgnoreString = 3 };
 enum class SearchScope : std::uint32_t { Base = 0, OneLevel = 1, Subtree = 2 };
 
-// What ADsOpenObject is told about authentication.
+// A flag of ADsOpenObject.
 inline constexpr std::uint32_t kAdsSecureAuthentication = 1;
 
 // What went wrong last, in the words of the directory (ADsGetLastError).
@@ -106,6 +108,13 @@ class DirectoryAccess {
   virtual DirectoryError lastError() = 0;
   // What of the directory could not be used in the last pass: one line each, ANSI.
   virtual std::vector<std::string> warnings() const { return {}; }
+  // What the failed `status` of the last call means, in one line: the directory's own words, or the
+  // number in hexadecimal and what the system has to say about it.
+  virtual std::string errorText(HResult status);
+
+  // By how many seconds the directory's clock is ahead of this machine's, as of the last reading;
+  // negative when it is behind. Nothing when the directory does not say.
+  virtual std::optional<std::int64_t> clockOffset() { return std::nullopt; }
 
   // A pass begins or ends. In between, an implementation may read what a pass needs once and answer
   // from memory; outside of it nothing is kept.

@@ -5,6 +5,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -32,7 +33,8 @@ struct DirectorySnapshot {
   std::string namingContext;   // DN of the domain head
   std::int64_t maxPwdAge = 0;  // negative 100 ns units; 0 or the lowest number: never
   std::vector<DirectoryEntry> entries;
-  std::vector<std::string> warnings;  // entries that could not be used: one line each
+  std::optional<std::int64_t> clockOffset;  // s that the directory's clock is ahead of this one
+  std::vector<std::string> warnings;        // what could not be used: one line each
 };
 
 class DirectorySource {
@@ -40,8 +42,12 @@ class DirectorySource {
   virtual ~DirectorySource() = default;
   // Fills an empty snapshot. On failure an HRESULT, `error` set and the snapshot empty.
   virtual HResult load(DirectorySnapshot& snapshot, DirectoryError& error) = 0;
-  // Sets pwdLastSet to 0 in the directory itself.
-  virtual NetStatus expirePassword(const DirectoryEntry& entry, DirectoryError& error) = 0;
+  // Reads one entry of the snapshot again, as it is now. Name and logon name stay as they are; an
+  // entry that has another by now counts as not found. On failure `entry` is as before.
+  virtual AccountResult refresh(DirectoryEntry& entry) = 0;
+  // Sets pwdLastSet to 0 in the directory itself, where it has to have the value that `entry` has:
+  // else nothing is written and the result is kNetPasswordChanged. A success when it is 0 already.
+  virtual AccountResult expirePassword(const DirectoryEntry& entry) = 0;
 };
 
 }  // namespace platform

@@ -1,8 +1,9 @@
-// The fields of an entry, one function each; see the header.
+// The table of attributes and what its rows do; see the header.
 #include "platform/directory/entry_attributes.h"
 
 #include <algorithm>
 #include <charconv>
+#include <chrono>
 #include <limits>
 
 #include "base/ascii.h"
@@ -19,72 +20,120 @@ bool hasControlCharacter(std::string_view text) {
 }
 
 // A control character would break the lines of the lists and logs that names stand in.
-const char* setLogonName(DirectoryEntry& entry, std::string_view value) {
-  if (hasControlCharacter(value)) return "sAMAccountName holds a control character";
-  entry.logonName = textValue(value);
-  return nullptr;
+void setLogonName(ReadObject& object, std::string_view value) {
+  if (hasControlCharacter(value)) {
+    object.fault = "sAMAccountName holds a control character";
+  } else {
+    object.entry.logonName = textValue(value);
+  }
 }
 
 template <std::string DirectoryEntry::*field>
-const char* setText(DirectoryEntry& entry, std::string_view value) {
-  std::string& text = entry.*field;
+void setText(ReadObject& object, std::string_view value) {
+  std::string& text = object.entry.*field;
   if (text.empty()) text = textValue(value);
-  return nullptr;
 }
 
-const char* setPwdLastSet(DirectoryEntry& entry, std::string_view value) {
+template <std::string DirectoryEntry::*field>
+std::string textOf(const DirectoryEntry& entry) {
+  return entry.*field;
+}
+
+void setPwdLastSet(ReadObject& object, std::string_view value) {
   const std::optional<std::int64_t> number = decimalValue(value);
-  if (!number || *number < 0) return "pwdLastSet is not a time";
-  entry.pwdLastSet = *number;
-  return nullptr;
+  if (!number || *number < 0) object.fault = "pwdLastSet is not a time";
+  object.entry.pwdLastSet = number.value_or(0);
 }
 
 // The directory shows the number signed; other tools do not.
-const char* setAccountControl(DirectoryEntry& entry, std::string_view value) {
+void setAccountControl(ReadObject& object, std::string_view value) {
   const std::optional<std::int64_t> number = decimalValue(value);
   if (!number || *number < std::numeric_limits<std::int32_t>::min() ||
       *number > std::numeric_limits<std::uint32_t>::max()) {
-    return "userAccountControl is not a number of 32 bits";
+    object.fault = "userAccountControl is not a number of 32 bits";
+  } else {
+    object.entry.accountControl = static_cast<std::uint32_t>(*number);
   }
-  entry.accountControl = static_cast<std::uint32_t>(*number);
-  return nullptr;
 }
 
-const char* setSecurityDescriptor(DirectoryEntry& entry, std::string_view value) {
-  entry.cantChangePassword = deniesPasswordChange(value);
-  return nullptr;
+std::string accountControlText(const DirectoryEntry& entry) {
+  return std::to_string(entry.accountControl);
+}
+
+void setSecurityDescriptor(ReadObject& object, std::string_view value) {
+  const std::optional<bool> denies = deniesPasswordChange(value);
+  object.entry.cantChangePassword = denies.value_or(false);
+  if (!denies) {
+    object.note =
+        "nTSecurityDescriptor is damaged: the user counts as one who may change the password";
+  }
 }
 
 // The category's distinguished name, or its first value alone.
-const char* setCategory(DirectoryEntry& entry, std::string_view value) {
+void setCategory(ReadObject& object, std::string_view value) {
   if (base::equalsNoCase(value.substr(0, 3), "CN=")) value = value.substr(3, value.find(',') - 3);
-  entry.isPerson = base::equalsNoCase(value, "person") || base::equalsNoCase(value, "user");
-  return nullptr;
+  object.entry.isPerson = base::equalsNoCase(value, "person") || base::equalsNoCase(value, "user");
 }
 
-struct Attribute {
-  std::string_view name;
-  EntrySetter set;
-};
+std::string categoryText(const DirectoryEntry& entry) {
+  return entry.isPerson ? "Person" : "Computer";
+}
 
-constexpr Attribute kAttributes[] = {
-    {"sAMAccountName", setLogonName},
-    {"mail", setText<&DirectoryEntry::mail>},
-    {"givenName", setText<&DirectoryEntry::givenName>},
-    {"sn", setText<&DirectoryEntry::surname>},
-    {"pwdLastSet", setPwdLastSet},
-    {"userAccountControl", setAccountControl},
-    {"nTSecurityDescriptor", setSecurityDescriptor},
-    {"objectCategory", setCategory},
+void setClass(ReadObject& object, std::string_view value) {
+  object.isUser |= base::equalsNoCase(value, "user");
+  object.isComputer |= base::equalsNoCase(value, "computer");
+  object.isDomain |= base::equalsNoCase(value, "domainDNS");
+}
+
+std::string classText(const DirectoryEntry&) {
+  return "top";
+}
+
+void setMaxPwdAge(ReadObject& object, std::string_view value) {
+  const std::optional<std::int64_t> number = decimalValue(value);
+  if (!number) object.fault = "maxPwdAge is not a number";
+  object.maxPwdAge = number.value_or(0);
+}
+
+using Syntax = AttributeSyntax;
+
+// clang-format off
+constexpr EntryAttribute kAttributes[] = {
+    // name, mark, asked of a server with every user, how it is read, how it is shown
+    {"objectClass", kObjectClass, false, setClass, classText, Syntax::Class},
+    {"objectCategory", kObjectCategory, true, setCategory, categoryText, Syntax::Category},
+    {"sAMAccountName", kLogonName, true, setLogonName, textOf<&DirectoryEntry::logonName>},
+    {"mail", kUnmarked, true, setText<&DirectoryEntry::mail>, textOf<&DirectoryEntry::mail>},
+    {"givenName", kUnmarked, true, setText<&DirectoryEntry::givenName>, textOf<&DirectoryEntry::givenName>},
+    {"sn", kUnmarked, true, setText<&DirectoryEntry::surname>, textOf<&DirectoryEntry::surname>},
+    {"pwdLastSet", kPwdLastSet, true, setPwdLastSet},
+    {"userAccountControl", kAccountControl, true, setAccountControl, accountControlText, Syntax::Number},
+    {"nTSecurityDescriptor", kSecurityDescriptor, true, setSecurityDescriptor},
+    {"maxPwdAge", kMaxPwdAge, false, setMaxPwdAge},
+    {"distinguishedName", kUnmarked, false, nullptr, textOf<&DirectoryEntry::dn>, Syntax::DistinguishedName},
 };
+// clang-format on
+
+constexpr std::int64_t kFileTimePerSecond = 10'000'000;
+constexpr std::size_t kSecondsEnd = 14;  // of "YYYYMMDDHHMMSS"
 
 }  // namespace
 
-EntrySetter entrySetter(std::string_view attribute) {
-  for (const Attribute& known : kAttributes) {
-    if (base::equalsNoCase(attribute, known.name)) return known.set;
+std::span<const EntryAttribute> entryAttributes() {
+  return kAttributes;
+}
+
+const EntryAttribute* entryAttribute(std::string_view name) {
+  for (const EntryAttribute& known : kAttributes) {
+    if (base::equalsNoCase(name, known.name)) return &known;
   }
   return nullptr;
+}
+
+void takeValue(ReadObject& object, const EntryAttribute& attribute, std::string_view value) {
+  if (attribute.set == nullptr) return;
+  object.seen |= attribute.mark;
+  attribute.set(object, value);
 }
 
 std::optional<std::int64_t> decimalValue(std::string_view value) {
@@ -94,6 +143,28 @@ std::optional<std::int64_t> decimalValue(std::string_view value) {
   const auto [stop, error] = std::from_chars(value.data(), end, number);
   if (error != std::errc() || stop != end) return std::nullopt;
   return number;
+}
+
+std::optional<std::int64_t> timeValue(std::string_view value) {
+  using namespace std::chrono;
+  const std::string_view rest = value.substr(std::min(value.size(), kSecondsEnd));
+  const bool fraction = rest.size() > 2 && (rest.front() == '.' || rest.front() == ',');
+  if (value.find_first_not_of("0123456789") < kSecondsEnd || !rest.ends_with('Z') ||
+      (!fraction && rest.size() != 1)) {
+    return std::nullopt;
+  }
+  const auto number = [value](std::size_t at, std::size_t digits) {
+    return static_cast<int>(decimalValue(value.substr(at, digits)).value_or(0));
+  };
+  const year_month_day date(year(number(0, 4)), month(static_cast<unsigned>(number(4, 2))),
+                            day(static_cast<unsigned>(number(6, 2))));
+  const hours hour(number(8, 2));
+  const minutes minute(number(10, 2));
+  const seconds second(number(12, 2));
+  if (!date.ok() || hour >= 24h || minute >= 60min || second > 60s) return std::nullopt;
+  const seconds since1601 =
+      sys_days(date) - sys_days(year(1601) / January / 1) + hour + minute + second;
+  return since1601.count() * kFileTimePerSecond;
 }
 
 std::string textValue(std::string_view value) {

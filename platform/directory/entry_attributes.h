@@ -1,9 +1,11 @@
-// What the values of a directory's attributes become in an entry of a snapshot, whichever source
-// they come from. Used by the LDIF and the LDAP source. Pure; takes any bytes.
+// The attributes of a directory that this system knows, in one table: how a value is read into an
+// entry of a snapshot, how it is shown to a filter or a column, and which ones a server is asked
+// for. Used by the LDIF and the LDAP source, the filter and the snapshot. Pure; takes any bytes.
 #pragma once
 
 #include <cstdint>
 #include <optional>
+#include <span>
 #include <string>
 #include <string_view>
 
@@ -11,16 +13,54 @@
 
 namespace platform {
 
-// Puts one value into its field. Null, or what is wrong with a value that cannot be; the entry is
-// then not to be used. Of several values of a text, the first that is not empty counts.
-using EntrySetter = const char* (*)(DirectoryEntry& entry, std::string_view value);
+// Bits of ReadObject::seen, for the attributes whose mere presence counts.
+enum AttributeMark : unsigned {
+  kUnmarked = 0,
+  kObjectClass = 1U << 0,
+  kObjectCategory = 1U << 1,
+  kLogonName = 1U << 2,
+  kAccountControl = 1U << 3,
+  kPwdLastSet = 1U << 4,
+  kSecurityDescriptor = 1U << 5,
+  kMaxPwdAge = 1U << 6,
+};
 
-// By the attribute's name in any letter case: sAMAccountName, mail, givenName, sn, pwdLastSet,
-// userAccountControl, nTSecurityDescriptor, objectCategory. Null for any other.
-EntrySetter entrySetter(std::string_view attribute);
+// What the attributes of one object gave.
+struct ReadObject {
+  DirectoryEntry entry;
+  std::int64_t maxPwdAge = 0;  // of a domain head
+  unsigned seen = 0;           // the marks of the attributes that had a value
+  bool isUser = false, isComputer = false, isDomain = false;  // objectClass
+  const char* fault = nullptr;  // a value that cannot be: the object is not to be used
+  const char* note = nullptr;   // a value that cannot be read, without which the object is used
+};
+
+enum class AttributeSyntax { Text, DistinguishedName, Number, Class, Category };
+
+struct EntryAttribute {
+  std::string_view name;  // as directories spell it; a NUL follows it
+  unsigned mark = kUnmarked;
+  bool ofUsers = false;  // a server is asked for it with every user
+  // Puts one value into its field. Null: nothing is read. Of several values of a text, the first
+  // that is not empty counts; of anything else, the last.
+  void (*set)(ReadObject& object, std::string_view value) = nullptr;
+  // The first value as text, empty when the entry has none. Null: filters and columns do not know
+  // the attribute.
+  std::string (*text)(const DirectoryEntry& entry) = nullptr;
+  AttributeSyntax syntax = AttributeSyntax::Text;
+};
+
+std::span<const EntryAttribute> entryAttributes();
+// By its name in any letter case; null when it is not in the table.
+const EntryAttribute* entryAttribute(std::string_view name);
+// Reads one value and notes that there was one.
+void takeValue(ReadObject& object, const EntryAttribute& attribute, std::string_view value);
 
 // A decimal number with nothing around it but blanks behind it.
 std::optional<std::int64_t> decimalValue(std::string_view value);
+
+// A GeneralizedTime in UTC ("20261121224744.0Z") as a FILETIME; fractions of a second are cut off.
+std::optional<std::int64_t> timeValue(std::string_view value);
 
 // UTF-8. A value that is not is what older tools wrote in their code page, as in the list files.
 std::string textValue(std::string_view value);

@@ -2,7 +2,6 @@
 #include "platform/directory/ldap_filter.h"
 
 #include <algorithm>
-#include <charconv>
 #include <cstddef>
 #include <utility>
 
@@ -19,17 +18,6 @@ constexpr int kMaxFilterDepth = 32;
 
 constexpr std::string_view kBitAndRule = "1.2.840.113556.1.4.803";
 constexpr std::string_view kBitOrRule = "1.2.840.113556.1.4.804";
-
-constexpr std::pair<std::string_view, EntryAttribute> kAttributeNames[] = {
-    {"objectCategory", EntryAttribute::ObjectCategory},
-    {"objectClass", EntryAttribute::ObjectClass},
-    {"sAMAccountName", EntryAttribute::LogonName},
-    {"userAccountControl", EntryAttribute::AccountControl},
-    {"mail", EntryAttribute::Mail},
-    {"givenName", EntryAttribute::GivenName},
-    {"sn", EntryAttribute::Surname},
-    {"distinguishedName", EntryAttribute::Dn},
-};
 
 bool isAttributeName(std::string_view name) {
   return !name.empty() && std::all_of(name.begin(), name.end(), [](char c) {
@@ -53,13 +41,6 @@ std::optional<std::string> unescape(std::string_view text) {
     value += static_cast<char>(high * 16 + low);
     i += 2;
   }
-  return value;
-}
-
-std::optional<std::int64_t> decimal(std::string_view text) {
-  std::int64_t value = 0;
-  auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), value);
-  if (error != std::errc() || end != text.data() + text.size()) return std::nullopt;
   return value;
 }
 
@@ -88,37 +69,6 @@ bool matchesSubstrings(std::string_view text, const std::vector<std::string>& pa
 }
 
 }  // namespace
-
-EntryAttribute entryAttribute(std::string_view name) {
-  for (const auto& [known, attribute] : kAttributeNames) {
-    if (base::equalsNoCase(name, known)) return attribute;
-  }
-  return EntryAttribute::Unknown;
-}
-
-std::string entryValue(const DirectoryEntry& entry, EntryAttribute attribute) {
-  switch (attribute) {
-    case EntryAttribute::LogonName:
-      return entry.logonName;
-    case EntryAttribute::Mail:
-      return entry.mail;
-    case EntryAttribute::GivenName:
-      return entry.givenName;
-    case EntryAttribute::Surname:
-      return entry.surname;
-    case EntryAttribute::Dn:
-      return entry.dn;
-    case EntryAttribute::AccountControl:
-      return std::to_string(entry.accountControl);
-    case EntryAttribute::ObjectClass:
-      return "top";
-    case EntryAttribute::ObjectCategory:
-      return entry.isPerson ? "Person" : "Computer";
-    case EntryAttribute::Unknown:
-      break;
-  }
-  return {};
-}
 
 class LdapFilterParser {
  public:
@@ -208,13 +158,14 @@ class LdapFilterParser {
 
   static bool setAttribute(Node& node, std::string_view name) {
     node.attribute = entryAttribute(name);
+    if (node.attribute != nullptr && node.attribute->text == nullptr) node.attribute = nullptr;
     return isAttributeName(name);
   }
 
   static bool addValue(Node& node, std::string_view text) {
     std::optional<std::string> value = unescape(text);
     if (!value || text.find('*') != std::string_view::npos) return false;
-    node.number = decimal(*value);
+    node.number = decimalValue(*value);
     node.values.push_back(base::foldCase(*value));
     return true;
   }
@@ -256,34 +207,41 @@ LdapFilter::Truth LdapFilter::evaluate(const Node& node, const DirectoryEntry& e
   }
 }
 
+// userAccountControl, the one number there is: 32 bits, which may be asserted with a sign.
+LdapFilter::Truth LdapFilter::evaluateNumber(const Node& node, const DirectoryEntry& entry) {
+  auto truth = [](bool value) { return value ? Truth::True : Truth::False; };
+  if (!node.number) return Truth::Undefined;
+  const auto asserted = static_cast<std::uint32_t>(*node.number);
+  switch (node.kind) {
+    case Kind::Equal:
+      return truth(entry.accountControl == asserted);
+    case Kind::AtLeast:
+      return truth(entry.accountControl >= asserted);
+    case Kind::AtMost:
+      return truth(entry.accountControl <= asserted);
+    case Kind::BitAnd:
+      return truth((entry.accountControl & asserted) == asserted);
+    case Kind::BitOr:
+      return truth((entry.accountControl & asserted) != 0);
+    default:
+      return Truth::Undefined;
+  }
+}
+
 LdapFilter::Truth LdapFilter::evaluateItem(const Node& node, const DirectoryEntry& entry) {
   auto truth = [](bool value) { return value ? Truth::True : Truth::False; };
-  if (node.attribute == EntryAttribute::Unknown || node.kind == Kind::None) return Truth::Undefined;
-  if (node.attribute == EntryAttribute::ObjectCategory && node.kind == Kind::Equal) {
+  if (node.attribute == nullptr || node.kind == Kind::None) return Truth::Undefined;
+  const AttributeSyntax syntax = node.attribute->syntax;
+  if (syntax == AttributeSyntax::Category && node.kind == Kind::Equal) {
     return truth(meetsCategory(entry, node.values.front()));
   }
-  if (node.attribute == EntryAttribute::ObjectClass && node.kind == Kind::Equal) {
+  if (syntax == AttributeSyntax::Class && node.kind == Kind::Equal) {
     return truth(hasClass(entry, node.values.front()));
   }
-  if (node.attribute == EntryAttribute::AccountControl && node.kind != Kind::Present) {
-    if (!node.number) return Truth::Undefined;
-    auto asserted = static_cast<std::uint32_t>(*node.number);
-    switch (node.kind) {
-      case Kind::Equal:
-        return truth(entry.accountControl == asserted);
-      case Kind::AtLeast:
-        return truth(entry.accountControl >= asserted);
-      case Kind::AtMost:
-        return truth(entry.accountControl <= asserted);
-      case Kind::BitAnd:
-        return truth((entry.accountControl & asserted) == asserted);
-      case Kind::BitOr:
-        return truth((entry.accountControl & asserted) != 0);
-      default:
-        return Truth::Undefined;
-    }
+  if (syntax == AttributeSyntax::Number && node.kind != Kind::Present) {
+    return evaluateNumber(node, entry);
   }
-  std::string value = base::foldCase(entryValue(entry, node.attribute));
+  std::string value = base::foldCase(node.attribute->text(entry));
   if (value.empty()) return Truth::False;
   switch (node.kind) {
     case Kind::Present:
@@ -302,7 +260,8 @@ LdapFilter::Truth LdapFilter::evaluateItem(const Node& node, const DirectoryEntr
 }
 
 const LdapFilter::Node* LdapFilter::logonNameItem(const Node& node) {
-  if (node.kind == Kind::Equal && node.attribute == EntryAttribute::LogonName) return &node;
+  const bool isLogonName = node.attribute != nullptr && node.attribute->mark == kLogonName;
+  if (node.kind == Kind::Equal && isLogonName) return &node;
   if (node.kind != Kind::And) return nullptr;
   for (const Node& operand : node.operands) {
     if (const Node* found = logonNameItem(operand)) return found;

@@ -9,27 +9,9 @@
 #include <string_view>
 #include <vector>
 
-#include "platform/directory/directory_snapshot.h"
+#include "platform/directory/entry_attributes.h"
 
 namespace platform {
-
-// Directory attributes that a snapshot has an answer for.
-enum class EntryAttribute {
-  Unknown,
-  ObjectCategory,
-  ObjectClass,
-  LogonName,
-  AccountControl,
-  Mail,
-  GivenName,
-  Surname,
-  Dn,
-};
-
-// By its name, in any letter case.
-EntryAttribute entryAttribute(std::string_view name);
-// The attribute's first value as text; empty when the entry has none.
-std::string entryValue(const DirectoryEntry& entry, EntryAttribute attribute);
 
 // and, or, not, equality, presence, substrings, >=, <=, ~= (as equality), and the two matching
 // rules for bits of a number. A "!" without parentheses around its operand is taken, as Active
@@ -66,14 +48,15 @@ class LdapFilter {
 
   struct Node {
     Kind kind = Kind::None;
-    EntryAttribute attribute = EntryAttribute::Unknown;
-    std::vector<std::string> values;  // folded; of Substrings: initial, any..., final
+    const EntryAttribute* attribute = nullptr;  // null: the directory does not know it
+    std::vector<std::string> values;            // folded; of Substrings: initial, any..., final
     std::optional<std::int64_t> number;
     std::vector<Node> operands;
   };
 
   static Truth evaluate(const Node& node, const DirectoryEntry& entry);
   static Truth evaluateItem(const Node& node, const DirectoryEntry& entry);
+  static Truth evaluateNumber(const Node& node, const DirectoryEntry& entry);
   static const Node* logonNameItem(const Node& node);
 
   Node root_;

@@ -14,6 +14,7 @@ using namespace std::string_view_literals;
 
 constexpr std::size_t kDescriptorHeader = 20;
 constexpr std::uint32_t kDaclPresent = 0x0004;
+constexpr std::uint32_t kNoDacl = 0;  // the offset of one that is null: nobody is denied anything
 constexpr std::size_t kAclHeader = 8;
 constexpr std::size_t kAceHeader = 4;
 constexpr std::uint8_t kAccessDeniedObject = 6;
@@ -29,39 +30,39 @@ constexpr std::string_view kChangePasswordRight =
 constexpr std::string_view kSelfSid = "\x01\x01\x00\x00\x00\x00\x00\x05\x0a\x00\x00\x00"sv;
 constexpr std::string_view kEveryoneSid = "\x01\x01\x00\x00\x00\x00\x00\x01\x00\x00\x00\x00"sv;
 
-// `body` is an object entry after its header: mask, flags, the GUIDs the flags tell of, SID.
-bool bodyDeniesPasswordChange(std::string_view body) {
+// `body` is an object entry after its header: mask, flags, the GUIDs that the flags announce, SID.
+std::optional<bool> bodyDeniesPasswordChange(std::string_view body) {
   auto mask = base::littleEndian(body, 0, 4);
   auto flags = base::littleEndian(body, 4, 4);
-  if (!mask || !flags || (*mask & kControlAccess) == 0 || (*flags & kObjectTypePresent) == 0) {
-    return false;
-  }
+  if (!mask || !flags) return std::nullopt;
+  if ((*mask & kControlAccess) == 0 || (*flags & kObjectTypePresent) == 0) return false;
   body.remove_prefix(8);
+  if (body.size() < kGuidSize) return std::nullopt;
   if (body.substr(0, kGuidSize) != kChangePasswordRight) return false;
   body.remove_prefix(kGuidSize);
   if ((*flags & kInheritedObjectTypePresent) != 0) {
-    if (body.size() < kGuidSize) return false;
+    if (body.size() < kGuidSize) return std::nullopt;
     body.remove_prefix(kGuidSize);
   }
-  return body.substr(0, kSelfSid.size()) == kSelfSid ||
-         body.substr(0, kEveryoneSid.size()) == kEveryoneSid;
+  return body.starts_with(kSelfSid) || body.starts_with(kEveryoneSid);
 }
 
-bool aclDeniesPasswordChange(std::string_view acl) {
+std::optional<bool> aclDeniesPasswordChange(std::string_view acl) {
   auto size = base::littleEndian(acl, 2, 2);
   auto count = base::littleEndian(acl, 4, 2);
-  if (!size || !count || *size < kAclHeader) return false;
-  acl = acl.substr(0, *size);
-  acl.remove_prefix(kAclHeader < acl.size() ? kAclHeader : acl.size());
+  if (!size || !count || *size < kAclHeader || *size > acl.size()) return std::nullopt;
+  acl = acl.substr(kAclHeader, *size - kAclHeader);
   for (std::uint32_t i = 0; i < *count; ++i) {
     auto type = base::littleEndian(acl, 0, 1);
     auto flags = base::littleEndian(acl, 1, 1);
     auto aceSize = base::littleEndian(acl, 2, 2);
-    if (!type || !flags || !aceSize || *aceSize < kAceHeader || *aceSize > acl.size()) return false;
+    if (!type || !flags || !aceSize || *aceSize < kAceHeader || *aceSize > acl.size()) {
+      return std::nullopt;
+    }
     // An entry that is there only to be inherited says nothing about this object.
-    if (*type == kAccessDeniedObject && (*flags & kInheritOnly) == 0 &&
-        bodyDeniesPasswordChange(acl.substr(kAceHeader, *aceSize - kAceHeader))) {
-      return true;
+    if (*type == kAccessDeniedObject && (*flags & kInheritOnly) == 0) {
+      const auto denies = bodyDeniesPasswordChange(acl.substr(kAceHeader, *aceSize - kAceHeader));
+      if (denies != false) return denies;
     }
     acl.remove_prefix(*aceSize);
   }
@@ -70,11 +71,12 @@ bool aclDeniesPasswordChange(std::string_view acl) {
 
 }  // namespace
 
-bool deniesPasswordChange(std::string_view descriptor) {
+std::optional<bool> deniesPasswordChange(std::string_view descriptor) {
   auto control = base::littleEndian(descriptor, 2, 2);
   auto dacl = base::littleEndian(descriptor, 16, 4);
-  if (!control || !dacl || (*control & kDaclPresent) == 0) return false;
-  if (*dacl < kDescriptorHeader || *dacl >= descriptor.size()) return false;
+  if (!control || !dacl) return std::nullopt;
+  if ((*control & kDaclPresent) == 0 || *dacl == kNoDacl) return false;
+  if (*dacl < kDescriptorHeader || *dacl >= descriptor.size()) return std::nullopt;
   return aclDeniesPasswordChange(descriptor.substr(*dacl));
 }
 

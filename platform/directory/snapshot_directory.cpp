@@ -10,6 +10,7 @@
 #include "base/ascii.h"
 #include "base/case_fold.h"
 #include "base/unicode.h"
+#include "platform/directory/entry_attributes.h"
 #include "platform/directory/ldap_filter.h"
 #include "platform/directory/name_index.h"
 
@@ -29,8 +30,7 @@ using Loaded = SnapshotDirectory::Loaded;
 
 constexpr std::string_view kScheme = "LDAP://";
 constexpr const char* kProvider = "Directory snapshot";
-constexpr HResult kNoInterface = 0x80004002;   // E_NOINTERFACE
-constexpr HResult kColumnNotSet = 0x80005008;  // E_ADS_COLUMN_NOT_SET
+constexpr HResult kNoInterface = 0x80004002;  // E_NOINTERFACE
 
 constexpr std::int64_t kFileTimePerSecond = 10'000'000;
 
@@ -38,6 +38,10 @@ HResult textProperty(const std::string& text, std::u16string& value) {
   if (text.empty()) return kAdsPropertyNotFound;
   value = base::utf8ToUtf16(text);
   return kOk;
+}
+
+std::string entryValue(const DirectoryEntry& entry, const EntryAttribute* attribute) {
+  return attribute != nullptr && attribute->text != nullptr ? attribute->text(entry) : "";
 }
 
 // The rootDSE or the domain head: objects of which one attribute is asked for.
@@ -79,7 +83,8 @@ class EntryObject final : public DirectoryObject {
       : loaded_(std::move(loaded)), entry_(entry) {}
 
   HResult get(const std::u16string& attribute, std::u16string& value) override {
-    return textProperty(entryValue(entry_, entryAttribute(base::utf16ToUtf8(attribute))), value);
+    const EntryAttribute* known = entryAttribute(base::utf16ToUtf8(attribute));
+    return textProperty(entryValue(entry_, known), value);
   }
   HResult queryUser(std::unique_ptr<DirectoryUser>& user) override {
     user = std::make_unique<EntryUser>(loaded_, entry_);
@@ -143,13 +148,14 @@ class SnapshotRows final : public SearchRows {
   HResult column(const std::u16string& attribute, SearchColumn& column) override {
     const std::string name = base::utf16ToUtf8(attribute);
     if (current_ == NameIndex::kNone) return kFail;
-    if (!base::equalsNoCase(name, attribute_)) return kColumnNotSet;
+    if (!base::equalsNoCase(name, attribute_)) return kAdsColumnNotSet;
     const DirectoryEntry& entry = loaded_->snapshot.entries[current_];
-    const EntryAttribute known = entryAttribute(name);
+    const EntryAttribute* known = entryAttribute(name);
     const bool path = base::equalsNoCase(name, "ADsPath");
     const std::string value = path ? std::string(kScheme) + entry.dn : entryValue(entry, known);
-    if (value.empty()) return kColumnNotSet;
-    column.type = known == EntryAttribute::Dn ? AdsType::DnString : AdsType::CaseIgnoreString;
+    if (value.empty()) return kAdsColumnNotSet;
+    const bool isName = known != nullptr && known->syntax == AttributeSyntax::DistinguishedName;
+    column.type = isName ? AdsType::DnString : AdsType::CaseIgnoreString;
     column.firstValue = base::utf8ToUtf16(value);
     return kOk;
   }
@@ -332,8 +338,13 @@ DirectoryError SnapshotDirectory::lastError() {
   return lastError_;
 }
 
-NetStatus SnapshotDirectory::findEntry(const std::u16string& name, DirectoryEntry*& entry) {
-  if (failed(ensureLoaded())) return kNetNoDomainController;
+std::optional<std::int64_t> SnapshotDirectory::clockOffset() {
+  if (failed(ensureLoaded())) return std::nullopt;
+  return loaded_->snapshot.clockOffset;
+}
+
+AccountResult SnapshotDirectory::findEntry(const std::u16string& name, DirectoryEntry*& entry) {
+  if (failed(ensureLoaded())) return {kNetNoDomainController, loadError_.text};
   NameIndex::Entries& entries = loaded_->snapshot.entries;
   const std::string text = base::utf16ToUtf8(name);
   // A pass over all users asks in the order of the entries, for each twice: mostly the answer is
@@ -343,34 +354,45 @@ NetStatus SnapshotDirectory::findEntry(const std::u16string& name, DirectoryEntr
     if (!mayBeNear || near >= entries.size() || entries[near].logonName != text) continue;
     lastFound_ = near;
     entry = &entries[near];
-    return kNetSuccess;
+    return {};
   }
   const std::uint32_t found = loaded_->byLogonName.first(entries, base::foldCase(text));
-  if (found == NameIndex::kNone) return kNetUserNotFound;
+  if (found == NameIndex::kNone) return {kNetUserNotFound, "no such account"};
   lastFound_ = found;
   entry = &entries[found];
-  return kNetSuccess;
+  return {};
 }
 
-NetStatus SnapshotDirectory::userInfo(const std::u16string& name, UserInfo& info) {
-  DirectoryEntry* entry = nullptr;
-  const NetStatus status = findEntry(name, entry);
-  if (status != kNetSuccess) return status;
+void SnapshotDirectory::describe(const DirectoryEntry& entry, UserInfo& info) {
   info = UserInfo();
-  info.flags = entry->accountControl & (kAccountDisabled | kPasswordDontExpire);
-  if (entry->cantChangePassword) info.flags |= kPasswordCantChange;
-  info.passwordAge = secondsSince(entry->pwdLastSet, clock_.fileTime());
-  info.passwordExpired = entry->pwdLastSet == 0 ? 1 : 0;
-  return kNetSuccess;
+  info.flags = entry.accountControl & (kAccountDisabled | kPasswordDontExpire);
+  if (entry.cantChangePassword) info.flags |= kPasswordCantChange;
+  info.passwordAge = secondsSince(entry.pwdLastSet, clock_.fileTime());
+  info.passwordExpired = entry.pwdLastSet == 0 ? 1 : 0;
 }
 
-NetStatus SnapshotDirectory::setUserInfo(const std::u16string& name, const UserInfo& info) {
+AccountResult SnapshotDirectory::userInfo(const std::u16string& name, UserInfo& info) {
   DirectoryEntry* entry = nullptr;
-  NetStatus status = findEntry(name, entry);
-  if (status != kNetSuccess || info.passwordExpired == 0) return status;
-  status = source_->expirePassword(*entry, lastError_);
-  if (status == kNetSuccess) entry->pwdLastSet = 0;
-  return status;
+  AccountResult result = findEntry(name, entry);
+  if (result.ok()) describe(*entry, info);
+  return result;
+}
+
+AccountResult SnapshotDirectory::currentUserInfo(const std::u16string& name, UserInfo& info) {
+  DirectoryEntry* entry = nullptr;
+  AccountResult result = findEntry(name, entry);
+  if (result.ok()) result = source_->refresh(*entry);
+  if (result.ok()) describe(*entry, info);
+  return result;
+}
+
+AccountResult SnapshotDirectory::setUserInfo(const std::u16string& name, const UserInfo& info) {
+  DirectoryEntry* entry = nullptr;
+  AccountResult result = findEntry(name, entry);
+  if (!result.ok() || info.passwordExpired == 0) return result;
+  result = source_->expirePassword(*entry);
+  if (result.ok()) entry->pwdLastSet = 0;
+  return result;
 }
 
 NetStatus SnapshotDirectory::domainModals(DomainModals& modals) {

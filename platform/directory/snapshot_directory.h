@@ -41,10 +41,15 @@ class SnapshotDirectory final : public DirectoryAccess, public AccountDatabase {
   void beginPass() override;
   void endPass() override;
 
+  std::optional<std::int64_t> clockOffset() override;
+
   // The age of a password whose last change is absent, 0 or in the future is 0.
-  NetStatus userInfo(const std::u16string& name, UserInfo& info) override;
+  AccountResult userInfo(const std::u16string& name, UserInfo& info) override;
+  // Reads the entry from the source again first; what that gave is kept in memory.
+  AccountResult currentUserInfo(const std::u16string& name, UserInfo& info) override;
   // A non-zero passwordExpired goes to the source first, and into memory only when that took it.
-  NetStatus setUserInfo(const std::u16string& name, const UserInfo& info) override;
+  // The source takes it only while the password is still the one in memory.
+  AccountResult setUserInfo(const std::u16string& name, const UserInfo& info) override;
   NetStatus domainModals(DomainModals& modals) override;
 
   // What the last reading could not use: one line each, "FILE:LINE: what is wrong" or the like.
@@ -61,7 +66,8 @@ class SnapshotDirectory final : public DirectoryAccess, public AccountDatabase {
   void drop();
   HResult fail(HResult status, std::string text);
   // On success `entry` is the account's; valid until drop().
-  NetStatus findEntry(const std::u16string& name, DirectoryEntry*& entry);
+  AccountResult findEntry(const std::u16string& name, DirectoryEntry*& entry);
+  void describe(const DirectoryEntry& entry, UserInfo& info);
 
   std::unique_ptr<DirectorySource> source_;
   Clock& clock_;

@@ -33,12 +33,13 @@ struct Row {
   SearchColumn column{};
 };
 
-// A directory that notes what it is asked, and answers as it is told.
+// A directory that notes what it is asked, and answers what the test sets.
 struct FakeAccess final : DirectoryAccess {
   std::map<std::string, HResult> status;  // of a call; kOk when it is not here
   Text givenName = u"Anna";
   std::vector<Row> rows;
   std::vector<std::uint32_t> lastErrors;  // of each call
+  std::string words;                      // of any of them
   std::vector<std::string> calls;
   int alive = 0;  // handles that were given out and not released
 
@@ -69,9 +70,10 @@ struct FakeAccess final : DirectoryAccess {
     return open("search " + base::utf16ToUtf8(path), got);
   }
   DirectoryError lastError() override {
+    if (lastErrors.empty()) return {0, words, ""};
     const std::uint32_t code = lastErrors.front();
     lastErrors.erase(lastErrors.begin());
-    return {code, "", ""};
+    return {code, words, ""};
   }
 };
 
@@ -145,9 +147,10 @@ class DomainDirectoryTest : public testing::Test {
   static std::string fields(const UserDirectoryData& data) {
     return data.email + "|" + data.firstName + "|" + data.lastName + "|" + data.domain;
   }
+  // What is wrong with the list, then the list.
   std::string usersList() {
-    domain.writeDomainUsersList();
-    return test_support::readText("pwsentry_pro_domain_users.txt");
+    const std::string problem = domain.writeDomainUsersList();
+    return problem + "|" + test_support::readText("pwsentry_pro_domain_users.txt");
   }
 
   test_support::TempDir directory;
@@ -166,6 +169,7 @@ TEST_F(DomainDirectoryTest, AFailedBindingIsLoggedEvenWithoutDebugging) {
   EXPECT_THAT(access.calls, ElementsAre("initialise", "1 LDAP://rootDSE",
                                         "get defaultNamingContext", "1 search LDAP://DC=site"));
   log.setEnabled(false);
+  EXPECT_EQ(domain.bindError(), "");
   const std::pair<const char*, const char*> cases[] = {
       {"1 search LDAP://DC=site", ""},  // the domain itself did answer
       {"get defaultNamingContext", "Could not bind to the domain.\n"},
@@ -175,7 +179,11 @@ TEST_F(DomainDirectoryTest, AFailedBindingIsLoggedEvenWithoutDebugging) {
     access.status[call] = kServerDown;
     EXPECT_EQ(domain.bindDomain(), 0);
     EXPECT_EQ(logText(), line);
+    EXPECT_EQ(domain.bindError(), "error 8007203a");
   }
+  access.words = "no server";
+  domain.bindDomain();
+  EXPECT_EQ(domain.bindError(), "no server");
 }
 
 TEST_F(DomainDirectoryTest, ALookUpFindsTheNameAsItself) {
@@ -258,12 +266,13 @@ TEST_F(DomainDirectoryTest, LookUpsWithABindingOfTheirOwn) {
 
 TEST_F(DomainDirectoryTest, TheUsersListGoesOnWhileThereAreMorePages) {
   const Row endOfPage{kAdsNoMoreRows};
-  access.rows = {path(u"anna"), {kOk, kFail}, path(u"x", AdsType::DnString), endOfPage};
+  const Row nameless{kOk, kAdsColumnNotSet};
+  access.rows = {path(u"anna"), nameless, path(u"x", AdsType::DnString), endOfPage};
   for (const Row& row : {path(u"a\nb"), path(u"\u00C4rzte"), endOfPage, path(u"c")}) {
     access.rows.push_back(row);
   }
   access.lastErrors = {kErrorMoreDirectoryData, 0};
-  EXPECT_EQ(usersList(), "anna\n\u00C4rzte\n");
+  EXPECT_EQ(usersList(), "|anna\n\u00C4rzte\n");
   EXPECT_EQ(logText(), "-begin getRootDse\n-end getRootDse\n");
   EXPECT_THAT(access.calls,
               ElementsAre("initialise", "LDAP://RootDse", "get DefaultNamingContext",
@@ -271,10 +280,23 @@ TEST_F(DomainDirectoryTest, TheUsersListGoesOnWhileThereAreMorePages) {
                           "find (&(objectCategory=person)(objectClass=user)"
                           "(!userAccountControl:1.2.840.113556.1.4.803:=2)) samAccountName",
                           "uninitialise"));
-  access.rows = {path(u"one"), {kServerDown}, path(u"two")};
-  EXPECT_EQ(usersList(), "one\n");
-  access.status["search LDAP://DC=site"] = kServerDown;
-  EXPECT_EQ(usersList(), "");
+}
+
+TEST_F(DomainDirectoryTest, AUsersListThatIsNotWholeIsAProblem) {
+  const std::string problem =
+      "pwsentry_pro_domain_users.txt: the users of the domain cannot be listed: error ";
+  for (const Row& row : {Row{kServerDown}, Row{kOk, kServerDown}}) {
+    access.rows = {path(u"one"), row, path(u"two")};
+    EXPECT_EQ(usersList(), problem + "8007203a|one\n");
+  }
+  for (const char* call : {access.calls[access.calls.size() - 2].c_str(), "search LDAP://DC=site",
+                           "get DefaultNamingContext", "LDAP://RootDse"}) {
+    access.status = {{call, kLogonFailure}};
+    EXPECT_EQ(usersList(), problem + "8007052e|") << call;
+  }
+  removeFile("pwsentry_pro_domain_users.txt");
+  createDirectory("pwsentry_pro_domain_users.txt");
+  EXPECT_EQ(domain.writeDomainUsersList(), "pwsentry_pro_domain_users.txt cannot be written");
 }
 
 }  // namespace

@@ -15,38 +15,60 @@ namespace {
 using namespace platform;
 
 struct FakeAccounts final : AccountDatabase {
-  NetStatus status = kNetSuccess, setStatus = kNetSuccess;
-  std::uint32_t written = 0;
+  AccountResult read, set;
+  std::uint32_t age = 0, written = 0;
 
-  NetStatus userInfo(const std::u16string&, UserInfo&) override { return status; }
-  NetStatus setUserInfo(const std::u16string&, const UserInfo& info) override {
+  AccountResult userInfo(const std::u16string&, UserInfo& info) override {
+    info.passwordAge = age;
+    return read;
+  }
+  AccountResult setUserInfo(const std::u16string&, const UserInfo& info) override {
     written = info.passwordExpired;
-    return setStatus;
+    return set;
   }
   NetStatus domainModals(DomainModals& modals) override {
     modals.maxPasswordAge = 42 * 86400 + 86399;
-    return status;
+    return read.status;
   }
 };
 
-TEST(PasswordExpiry, WritesTheRecordBackAndLogsOnlyWhatWasTaken) {
+TEST(PasswordExpiry, WritesOnlyWhatWasJudgedAndLogsOnlyWhatWasTaken) {
   test_support::TempDir directory;
   createDirectory("logfiles");
   test_support::ManualClock clock;
   clock.local = {2024, 3, 0, 3, 9, 5, 7};
-  FakeAccounts accounts;
-  EXPECT_EQ(directory::readDomainMaxAge(accounts).days, 42U);
-  EXPECT_TRUE(directory::expireUserPassword(accounts, clock, u"\u00C4nna", 91));
-  EXPECT_EQ(accounts.written, 5U);
-  EXPECT_TRUE(directory::expireUserPassword(accounts, clock, u"bob", 100));
-  accounts.setStatus = kNetAccessDenied;
-  EXPECT_FALSE(directory::expireUserPassword(accounts, clock, u"refused", 91));
-  accounts.status = kNetUserNotFound;
-  EXPECT_FALSE(directory::expireUserPassword(accounts, clock, u"unknown", 91));
-  EXPECT_FALSE(directory::readDomainMaxAge(accounts).known);
+  const std::uint32_t age = 91 * 86400;
+  const AccountResult denied{kNetAccessDenied, "denied"}, unknown{kNetUserNotFound, "unknown"};
+  const struct {
+    const char16_t* name;
+    std::uint32_t age;
+    AccountResult read, set;
+    NetStatus status;
+    const char* text;
+    std::uint32_t written;
+  } cases[] = {
+      {u"\u00C4nna", age, {}, {}, kNetSuccess, "", 5},
+      {u"bob", age + 86400, {}, {}, kNetSuccess, "", 5},
+      {u"refused", age, {}, denied, kNetAccessDenied, "denied", 5},
+      {u"unknown", age, unknown, {}, kNetUserNotFound, "unknown", 0},
+      {u"changed", age - 1, {}, {}, kNetPasswordChanged, "the password was changed", 0},
+  };
+  for (const auto& each : cases) {
+    FakeAccounts accounts;
+    accounts.read = each.read;
+    accounts.set = each.set;
+    accounts.age = each.age;
+    const AccountResult result = directory::expireUserPassword(accounts, clock, each.name, 91);
+    EXPECT_EQ(result.status, each.status) << each.text;
+    EXPECT_EQ(result.text, each.text);
+    EXPECT_EQ(accounts.written, each.written) << each.text;
+    const directory::DomainMaxAge maxAge = directory::readDomainMaxAge(accounts);
+    EXPECT_EQ(maxAge.known, each.read.ok());
+    EXPECT_EQ(maxAge.days, maxAge.known ? 42U : 0U);
+  }
   EXPECT_EQ(test_support::readText("logfiles\\Norvyn-expired-pw.log"),
             "\" 3/03/2024  9:05:07\",\"\u00C4nna\",\"91\",\"successful\"\n"
-            "\" 3/03/2024  9:05:07\",\"bob\",\"100\",\"successful\"\n");
+            "\" 3/03/2024  9:05:07\",\"bob\",\"91\",\"successful\"\n");
 }
 
 }  // namespace

@@ -53,7 +53,7 @@ int main(int count, char** arguments) {
   if (const int seconds = std::atoi(arguments[2]); seconds > 0) {
     settings.ldap.connectSeconds = settings.ldap.answerSeconds = seconds;
   }
-  platform::LdapSource source(settings.ldap);
+  platform::LdapSource source(settings.ldap, platform::systemClock());
   platform::DirectorySnapshot domain;
   platform::DirectoryError error;
   const platform::HResult status = source.load(domain, error);
@@ -62,9 +62,9 @@ int main(int count, char** arguments) {
   for (int i = 3; i < count && std::getline(std::cin, text); ++i) {
     for (const platform::DirectoryEntry& user : domain.entries) {
       if (user.logonName != arguments[i]) continue;
-      error = {};
-      std::cout << "expired\t" << user.logonName << '\t' << source.expirePassword(user, error);
-      std::cout << '\t' << error.text << std::endl;
+      const platform::AccountResult result = source.expirePassword(user);
+      std::cout << "expired\t" << user.logonName << '\t' << result.status << '\t' << result.text;
+      std::cout << std::endl;
     }
   }
   return 0;

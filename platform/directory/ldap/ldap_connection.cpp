@@ -33,6 +33,9 @@ constexpr ber_len_t kMaxAnswer = ber_len_t{16} << 20U;
 constexpr std::size_t kMaxServerText = 300;
 // Of the servers a domain has. Each that is down costs the time for connecting.
 constexpr std::size_t kMaxServersTried = 4;
+// SDFlagsRequestValue ::= SEQUENCE { Flags INTEGER }, with DACL_SECURITY_INFORMATION (4).
+constexpr const char* kSdFlagsOid = "1.2.840.113556.1.4.801";
+char kDaclFlag[] = {0x30, 0x03, 0x02, 0x01, 0x04};
 constexpr const char* kSystemAuthorities = "/etc/ssl/certs/ca-certificates.crt";
 
 HResult hresultOf(int code) {
@@ -121,6 +124,14 @@ std::vector<std::string> serversOf(const LdapSettings& settings, DirectoryError&
   return uris;
 }
 
+LDAPMod changeOf(int operation, const char* attribute, char** values) {
+  LDAPMod change = {};
+  change.mod_op = operation;
+  change.mod_type = const_cast<char*>(attribute);
+  change.mod_values = values;
+  return change;
+}
+
 // Kerberos has what it needs in its credentials: every question is answered with its default.
 int answerWithDefaults(LDAP*, unsigned, void*, void* questions) {
   auto* question = static_cast<sasl_interact_t*>(questions);
@@ -201,6 +212,10 @@ class TlsTimeLimit {
 
 }  // namespace
 
+LDAPControl daclOnly() {
+  return {const_cast<char*>(kSdFlagsOid), {sizeof kDaclFlag, kDaclFlag}, 0};
+}
+
 bool isConnectionLost(int code) {
   return code == LDAP_SERVER_DOWN || code == LDAP_CONNECT_ERROR || code == LDAP_TIMEOUT ||
          code == LDAP_UNAVAILABLE;
@@ -269,7 +284,7 @@ bool LdapConnection::setTlsOptions(const LdapSettings& settings, std::string& pr
   const bool startsTls = hasScheme("ldap") && settings.bind == LdapSettings::Bind::Simple;
   if (!startsTls && !hasScheme("ldaps")) return true;
   const std::string file = settings.caFile.empty() ? trustedAuthorities() : settings.caFile;
-  // Told here, by its name; libldap would tell of a failed connection.
+  // Reported here with the file's name; libldap would only report a failed connection.
   if (::access(file.c_str(), R_OK) != 0) {
     problem = "certificates of authorities " + file + ": " + std::strerror(errno);
     return false;
@@ -377,13 +392,23 @@ LdapMessage LdapConnection::receive(int request, std::chrono::steady_clock::time
   return message;
 }
 
-int LdapConnection::readValue(const std::string& dn, const char* attribute, std::string& value) {
-  value.clear();
-  char* attributes[] = {const_cast<char*>(attribute), nullptr};
+int LdapConnection::readObject(const std::string& dn, const char* const* attributes,
+                               LdapMessage& object) {
+  LDAPControl descriptors = daclOnly();
+  LDAPControl* controls[] = {&descriptors, nullptr};
   LDAPMessage* received = nullptr;
   const int code = ldap_search_ext_s(ldap_, dn.c_str(), LDAP_SCOPE_BASE, "(objectClass=*)",
-                                     attributes, 0, nullptr, nullptr, nullptr, 1, &received);
-  const LdapMessage message(received);
+                                     const_cast<char**>(attributes), 0, controls, nullptr, nullptr,
+                                     1, &received);
+  object.reset(received);
+  return code;
+}
+
+int LdapConnection::readValue(const std::string& dn, const char* attribute, std::string& value) {
+  value.clear();
+  const char* const attributes[] = {attribute, nullptr};
+  LdapMessage message;
+  const int code = readObject(dn, attributes, message);
   if (code != LDAP_SUCCESS) return code;
   LDAPMessage* entry = ldap_first_entry(ldap_, message.get());
   if (entry == nullptr) return LDAP_SUCCESS;
@@ -396,11 +421,18 @@ int LdapConnection::readValue(const std::string& dn, const char* attribute, std:
 int LdapConnection::replaceValue(const std::string& dn, const char* attribute,
                                  const std::string& value) {
   char* values[] = {const_cast<char*>(value.c_str()), nullptr};
-  LDAPMod change = {};
-  change.mod_op = LDAP_MOD_REPLACE;
-  change.mod_type = const_cast<char*>(attribute);
-  change.mod_values = values;
+  LDAPMod change = changeOf(LDAP_MOD_REPLACE, attribute, values);
   LDAPMod* changes[] = {&change, nullptr};
+  return ldap_modify_ext_s(ldap_, dn.c_str(), changes, nullptr, nullptr);
+}
+
+int LdapConnection::exchangeValue(const std::string& dn, const char* attribute,
+                                  const std::string& from, const std::string& to) {
+  char* before[] = {const_cast<char*>(from.c_str()), nullptr};
+  char* after[] = {const_cast<char*>(to.c_str()), nullptr};
+  LDAPMod removal = changeOf(LDAP_MOD_DELETE, attribute, before);
+  LDAPMod addition = changeOf(LDAP_MOD_ADD, attribute, after);
+  LDAPMod* changes[] = {&removal, &addition, nullptr};
   return ldap_modify_ext_s(ldap_, dn.c_str(), changes, nullptr, nullptr);
 }
 

@@ -39,8 +39,16 @@ class LdapConnection {
   // The first value of one attribute of one object; empty when it has none. An LDAP result code.
   int readValue(const std::string& dn, const char* attribute, std::string& value);
 
+  // One object, its security descriptor without the audit part. `attributes` ends in a null
+  // pointer. An LDAP result code.
+  int readObject(const std::string& dn, const char* const* attributes, LdapMessage& object);
+
   // Replaces the values of one attribute by this one. An LDAP result code.
   int replaceValue(const std::string& dn, const char* attribute, const std::string& value);
+  // Deletes the one value and adds the other, in one step. LDAP_NO_SUCH_ATTRIBUTE, and nothing is
+  // changed, when the attribute has not that value.
+  int exchangeValue(const std::string& dn, const char* attribute, const std::string& from,
+                    const std::string& to);
 
   // What has come so far of the answer to a request, at least one message. Null when the deadline
   // has passed or the connection is lost: `code` is then the LDAP result code.
@@ -73,6 +81,10 @@ class LdapConnection {
   int connectSeconds_ = 0;
   int answerSeconds_ = 0;
 };
+
+// LDAP_SERVER_SD_FLAGS, asking for the DACL only: without it a security descriptor is given to
+// those only who may also read its audit part.
+LDAPControl daclOnly();
 
 // True when the connection is of no more use, and another may be.
 bool isConnectionLost(int ldapCode);

@@ -11,11 +11,6 @@ namespace {
 // some are in order.
 constexpr int kMaxEmptyPages = 100;
 
-// SDFlagsRequestValue ::= SEQUENCE { Flags INTEGER }, with DACL_SECURITY_INFORMATION (4). Without
-// it a security descriptor is given to those only who may also read its audit part.
-constexpr const char* kSdFlagsOid = "1.2.840.113556.1.4.801";
-char kDaclOnly[] = {0x30, 0x03, 0x02, 0x01, 0x04};
-
 struct ControlsFree {
   void operator()(LDAPControl** controls) const { ldap_controls_free(controls); }
 };
@@ -48,7 +43,7 @@ int LdapPagedSearch::askForPage() {
   if (code != LDAP_SUCCESS) return code;
   paging.ldctl_oid = const_cast<char*>(LDAP_CONTROL_PAGEDRESULTS);
   paging.ldctl_iscritical = 1;
-  LDAPControl descriptors = {const_cast<char*>(kSdFlagsOid), {sizeof kDaclOnly, kDaclOnly}, 0};
+  LDAPControl descriptors = daclOnly();
   LDAPControl* controls[] = {&paging, &descriptors, nullptr};
   code = ldap_search_ext(ldap, base_.c_str(), LDAP_SCOPE_SUBTREE, filter_,
                          const_cast<char**>(attributes_), 0, controls, nullptr, nullptr,

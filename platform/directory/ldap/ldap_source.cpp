@@ -5,7 +5,7 @@
 #include <string_view>
 #include <vector>
 
-#include "base/ascii.h"
+#include "base/case_fold.h"
 #include "platform/directory/entry_attributes.h"
 #include "platform/directory/ldap/ldap_paged_search.h"
 
@@ -13,15 +13,27 @@ namespace platform {
 namespace {
 
 constexpr const char* kUsers = "(objectClass=user)";
-constexpr const char* const kAttributes[] = {
-    "sAMAccountName", "userAccountControl", "pwdLastSet", "nTSecurityDescriptor",
-    "mail",           "givenName",          "sn",         "objectCategory",
-    nullptr};
+constexpr const char* kPwdLastSetName = "pwdLastSet";
 
-// Past this many, only their number is told.
+// The names of the attributes that each user is asked for, behind them a null pointer.
+const std::vector<const char*>& userAttributes() {
+  static const std::vector<const char*> names = [] {
+    std::vector<const char*> found;
+    for (const EntryAttribute& known : entryAttributes()) {
+      if (known.ofUsers) found.push_back(known.name.data());
+    }
+    found.push_back(nullptr);
+    return found;
+  }();
+  return names;
+}
+
+// Past this many, only their number is given.
 constexpr std::size_t kMaxWarnings = 1000;
 // Ten times the largest domain this is measured with. A server that never ends is stopped here.
 constexpr std::size_t kMaxEntries = 10'000'000;
+
+constexpr std::int64_t kFileTimePerSecond = 10'000'000;
 
 struct BerFree {
   void operator()(BerElement* element) const { ber_free(element, 0); }
@@ -33,18 +45,29 @@ std::string_view viewOf(const berval& value) {
 
 // The attributes without which a user looks as if nothing were ever due. Every account has them, so
 // their absence is a lack of rights.
-enum Vital : unsigned {
-  kNotVital = 0,
-  kControl = 1,
-  kPasswordTime = 2,
-  kDescriptor = 4,
-  kAllVital = 7
-};
+constexpr unsigned kVital = kAccountControl | kPwdLastSet | kSecurityDescriptor;
 
-Vital vitalOf(std::string_view attribute) {
-  if (base::equalsNoCase(attribute, "userAccountControl")) return kControl;
-  if (base::equalsNoCase(attribute, "pwdLastSet")) return kPasswordTime;
-  return base::equalsNoCase(attribute, "nTSecurityDescriptor") ? kDescriptor : kNotVital;
+// Name and attributes of one object of an answer; what is wrong with it is in `object`. Names and
+// values stay in the message's own memory; only what an entry keeps is copied.
+void readObject(LDAP* ldap, LDAPMessage* message, ReadObject& object) {
+  berval dn = {};
+  BerElement* found = nullptr;
+  int code = ldap_get_dn_ber(ldap, message, &found, &dn);
+  const std::unique_ptr<BerElement, BerFree> position(found);
+  if (code == LDAP_SUCCESS) object.entry.dn = textValue(viewOf(dn));
+  while (code == LDAP_SUCCESS) {
+    berval name = {};
+    BerVarray values = nullptr;
+    code = ldap_get_attribute_ber(ldap, message, found, &name, &values);
+    if (code != LDAP_SUCCESS) break;
+    if (name.bv_val == nullptr) return;
+    const EntryAttribute* known = entryAttribute(viewOf(name));
+    for (BerVarray value = values; value != nullptr && value->bv_val != nullptr; ++value) {
+      if (known != nullptr) takeValue(object, *known, viewOf(*value));
+    }
+    ldap_memfree(values);
+  }
+  object.fault = "not understood";
 }
 
 // Collects the entries of one search into a snapshot.
@@ -72,41 +95,18 @@ class EntryCollector {
   }
 
  private:
-  // Names and values stay in the message's own memory; only what an entry keeps is copied.
   void add(LDAPMessage* message) {
-    berval dn = {};
-    BerElement* found = nullptr;
-    const int code = ldap_get_dn_ber(ldap_, message, &found, &dn);
-    const std::unique_ptr<BerElement, BerFree> position(found);
-    if (code != LDAP_SUCCESS) return warn("an entry", "not understood");
-    DirectoryEntry entry;
-    entry.dn = textValue(viewOf(dn));
-    unsigned vital = 0;
-    const char* fault = readAttributes(message, found, entry, vital);
-    if (fault == nullptr && entry.logonName.empty()) fault = "a user without sAMAccountName";
-    if (fault != nullptr) return warn(entry.dn, fault);
-    if (vital != kAllVital) ++unreadable_;
-    snapshot_.entries.push_back(std::move(entry));
-  }
-
-  const char* readAttributes(LDAPMessage* message, BerElement* position, DirectoryEntry& entry,
-                             unsigned& vital) {
-    const char* fault = nullptr;
-    for (;;) {
-      berval name = {};
-      BerVarray values = nullptr;
-      if (ldap_get_attribute_ber(ldap_, message, position, &name, &values) != LDAP_SUCCESS) {
-        return "not understood";
-      }
-      if (name.bv_val == nullptr) return fault;
-      const EntrySetter set = entrySetter(viewOf(name));
-      for (BerVarray value = values; value != nullptr && value->bv_val != nullptr; ++value) {
-        vital |= vitalOf(viewOf(name));
-        const char* wrong = set != nullptr ? set(entry, viewOf(*value)) : nullptr;
-        if (fault == nullptr) fault = wrong;
-      }
-      ldap_memfree(values);
+    ReadObject object;
+    readObject(ldap_, message, object);
+    DirectoryEntry& entry = object.entry;
+    if (object.fault == nullptr && entry.logonName.empty()) {
+      object.fault = "a user without sAMAccountName";
     }
+    const char* const wrong = object.fault != nullptr ? object.fault : object.note;
+    if (wrong != nullptr) warn(entry.dn.empty() ? "an entry" : entry.dn, wrong);
+    if (object.fault != nullptr) return;
+    if ((object.seen & kVital) != kVital) ++unreadable_;
+    snapshot_.entries.push_back(std::move(entry));
   }
 
   void warn(const std::string& name, const char* what) {
@@ -139,6 +139,7 @@ HResult LdapSource::load(DirectorySnapshot& snapshot, DirectoryError& error) {
   HResult status = kOk;
   connection_ = LdapConnection::open(settings_, status, error);
   if (connection_ == nullptr) return status;
+  onlyReplaces_ = false;
   std::string base;
   status = readDomain(snapshot, base, error);
   if (status == kOk) status = readUsers(base, snapshot, error);
@@ -149,12 +150,18 @@ HResult LdapSource::load(DirectorySnapshot& snapshot, DirectoryError& error) {
   return status;
 }
 
-// The base to search from, and the domain it lies in with its maximum password age.
+// The base to search from, the domain it lies in with its maximum password age, and the clock.
 HResult LdapSource::readDomain(DirectorySnapshot& snapshot, std::string& base,
                                DirectoryError& error) {
+  std::string time;
+  int code = connection_->readValue("", "currentTime", time);
+  if (code != LDAP_SUCCESS) return connection_->fail(code, "rootDSE", error);
+  if (const std::optional<std::int64_t> now = timeValue(time)) {
+    snapshot.clockOffset = (*now - clock_.fileTime()) / kFileTimePerSecond;
+  }
   base = settings_.base;
   if (base.empty()) {
-    const int code = connection_->readValue("", "defaultNamingContext", base);
+    code = connection_->readValue("", "defaultNamingContext", base);
     if (code != LDAP_SUCCESS) return connection_->fail(code, "rootDSE", error);
     if (base.empty()) {
       return connection_->fail(LDAP_NO_SUCH_OBJECT, "rootDSE has no defaultNamingContext", error);
@@ -163,7 +170,7 @@ HResult LdapSource::readDomain(DirectorySnapshot& snapshot, std::string& base,
   const std::string_view domain = domainPart(base);
   snapshot.namingContext = domain.empty() ? base : std::string(domain);
   std::string age;
-  const int code = connection_->readValue(snapshot.namingContext, "maxPwdAge", age);
+  code = connection_->readValue(snapshot.namingContext, "maxPwdAge", age);
   if (code != LDAP_SUCCESS) return connection_->fail(code, snapshot.namingContext, error);
   const std::optional<std::int64_t> value = decimalValue(age);
   if (!value) snapshot.warnings.push_back(snapshot.namingContext + ": maxPwdAge is not a number");
@@ -173,7 +180,7 @@ HResult LdapSource::readDomain(DirectorySnapshot& snapshot, std::string& base,
 
 HResult LdapSource::readUsers(const std::string& base, DirectorySnapshot& snapshot,
                               DirectoryError& error) {
-  LdapPagedSearch search(*connection_, base, kUsers, kAttributes);
+  LdapPagedSearch search(*connection_, base, kUsers, userAttributes().data());
   EntryCollector collector(connection_->handle(), snapshot);
   std::vector<LdapMessage> page;
   int code = search.start();
@@ -191,21 +198,75 @@ HResult LdapSource::readUsers(const std::string& base, DirectorySnapshot& snapsh
   return kOk;
 }
 
-NetStatus LdapSource::expirePassword(const DirectoryEntry& entry, DirectoryError& error) {
+// Runs one exchange, over the connection that loading made or, when the server has dropped that,
+// once over a new one. `exchange` gives an LDAP result code.
+AccountResult LdapSource::overConnection(const DirectoryEntry& entry,
+                                         const std::function<int()>& exchange) {
+  DirectoryError error;
   const bool wasOpen = connection_ != nullptr;
   HResult status = kOk;
   if (!wasOpen) connection_ = LdapConnection::open(settings_, status, error);
-  if (connection_ == nullptr) return kNetNoDomainController;
-  int code = connection_->replaceValue(entry.dn, "pwdLastSet", "0");
-  if (isConnectionLost(code) && wasOpen) {
-    connection_.reset();
-    return expirePassword(entry, error);
-  }
+  if (connection_ == nullptr) return {kNetNoDomainController, error.text};
+  const int code = exchange();
+  if (code == LDAP_SUCCESS) return {};
   connection_->fail(code, entry.dn, error);
   if (isConnectionLost(code)) connection_.reset();
-  const NetStatus result = netStatusOf(code);
-  if (result != kNetSuccess) error.code = result;
+  if (isConnectionLost(code) && wasOpen) return overConnection(entry, exchange);
+  return {netStatusOf(code), error.text};
+}
+
+AccountResult LdapSource::refresh(DirectoryEntry& entry) {
+  ReadObject object;
+  AccountResult result = overConnection(entry, [&] {
+    LdapMessage message;
+    const int code = connection_->readObject(entry.dn, userAttributes().data(), message);
+    LDAPMessage* found = nullptr;
+    if (code == LDAP_SUCCESS) found = ldap_first_entry(connection_->handle(), message.get());
+    if (found != nullptr) readObject(connection_->handle(), found, object);
+    return code;
+  });
+  if (!result.ok()) return result;
+  DirectoryEntry& now = object.entry;
+  if (base::foldCase(now.logonName) != base::foldCase(entry.logonName)) {
+    return {kNetUserNotFound, entry.dn + ": not the account " + entry.logonName + " any more"};
+  }
+  if (object.fault != nullptr) return {kNetReadFault, entry.dn + ": " + object.fault};
+  now.dn = std::move(entry.dn);
+  now.logonName = std::move(entry.logonName);
+  entry = std::move(now);
   return result;
+}
+
+AccountResult LdapSource::expirePassword(const DirectoryEntry& entry) {
+  bool changed = false;
+  AccountResult result = overConnection(entry, [&] {
+    changed = false;
+    return expireUnlessChanged(entry, changed);
+  });
+  if (changed) return {kNetPasswordChanged, entry.dn + ": the password was changed"};
+  return result;
+}
+
+// An LDAP result code.
+int LdapSource::expireUnlessChanged(const DirectoryEntry& entry, bool& changed) {
+  const std::string before = std::to_string(entry.pwdLastSet);
+  int code = LDAP_NO_SUCH_ATTRIBUTE;
+  if (!onlyReplaces_) {
+    code = connection_->exchangeValue(entry.dn, kPwdLastSetName, before, "0");
+    if (code == LDAP_SUCCESS || code == LDAP_INSUFFICIENT_ACCESS || isConnectionLost(code)) {
+      return code;
+    }
+  }
+  // It was changed, or the server refuses that form.
+  std::string now;
+  code = connection_->readValue(entry.dn, kPwdLastSetName, now);
+  const std::optional<std::int64_t> time = decimalValue(now);
+  if (code != LDAP_SUCCESS || time == 0) return code;
+  changed = time.value_or(0) != entry.pwdLastSet;
+  if (changed) return LDAP_SUCCESS;
+  code = connection_->replaceValue(entry.dn, kPwdLastSetName, "0");
+  if (code == LDAP_SUCCESS) onlyReplaces_ = true;
+  return code;
 }
 
 }  // namespace platform

@@ -3,6 +3,7 @@
 // server that stops answering, or answers without end, is given up.
 #pragma once
 
+#include <functional>
 #include <memory>
 #include <string>
 #include <utility>
@@ -10,26 +11,34 @@
 #include "platform/directory/directory_settings.h"
 #include "platform/directory/directory_snapshot.h"
 #include "platform/directory/ldap/ldap_connection.h"
+#include "platform/system/clock.h"
 
 namespace platform {
 
 class LdapSource final : public DirectorySource {
  public:
-  explicit LdapSource(LdapSettings settings) : settings_(std::move(settings)) {}
+  LdapSource(LdapSettings settings, Clock& clock) : settings_(std::move(settings)), clock_(clock) {}
 
   // Connects anew and reads every object of class "user" below the base in one paged search. An
   // entry with a value that cannot be becomes a warning "NAME: what is wrong".
   HResult load(DirectorySnapshot& snapshot, DirectoryError& error) override;
 
-  // Goes over the connection that loading made, or once over a new one when the server has dropped
-  // that.
-  NetStatus expirePassword(const DirectoryEntry& entry, DirectoryError& error) override;
+  // Both go over the connection that loading made, or once over a new one when the server has
+  // dropped that. A refresh is one search. An expiry is one modify that deletes the value judged
+  // and adds 0; a server that does not take that, which is remembered until the next load(), gets a
+  // read right before a plain replace.
+  AccountResult refresh(DirectoryEntry& entry) override;
+  AccountResult expirePassword(const DirectoryEntry& entry) override;
 
  private:
+  AccountResult overConnection(const DirectoryEntry& entry, const std::function<int()>& exchange);
+  int expireUnlessChanged(const DirectoryEntry& entry, bool& changed);
   HResult readDomain(DirectorySnapshot& snapshot, std::string& base, DirectoryError& error);
   HResult readUsers(const std::string& base, DirectorySnapshot& snapshot, DirectoryError& error);
 
   LdapSettings settings_;
+  Clock& clock_;
+  bool onlyReplaces_ = false;  // the server refuses to exchange one value for another
   std::unique_ptr<LdapConnection> connection_;
 };
 

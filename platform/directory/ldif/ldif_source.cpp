@@ -17,9 +17,9 @@
 namespace platform {
 namespace {
 
-// Past this many, only their number is told.
+// Past this many, only their number is given.
 constexpr std::size_t kMaxWarnings = 1000;
-// The part of a record up to its pwdLastSet that expirePassword reads again.
+// The part of a record up to its pwdLastSet that is read again before an expiry.
 constexpr std::uint64_t kMaxMarkedBytes = std::uint64_t{64} << 20U;
 
 constexpr HResult kFileNotFound = 0x80070002;
@@ -27,85 +27,19 @@ constexpr HResult kAccessDenied = 0x80070005;
 constexpr HResult kReadFault = 0x8007001E;
 
 constexpr const char* kProvider = "LDIF";
+constexpr std::size_t kLineEndBytes = 3;  // a line end, and the first byte of the next line
 
 constexpr std::string_view kByteOrderMark = "\xEF\xBB\xBF";
 
 // One record as this system sees it.
 struct ParsedRecord {
-  DirectoryEntry entry;
-  bool hasClass = false, isUser = false, isComputer = false, isDomain = false;
-  bool hasCategory = false, hasAccountControl = false;
-  std::optional<std::int64_t> maxPwdAge;
-  std::uint64_t faultLine = 0;  // of a value that cannot be; 0: none
-  const char* fault = nullptr;
+  ReadObject object;
+  std::uint64_t faultLine = 0;  // of object.fault
+  std::uint64_t noteLine = 0;   // of object.note
 };
 
-void setFault(ParsedRecord& record, const LdifAttribute& attribute, const char* what) {
-  record.faultLine = attribute.line;
-  record.fault = what;
-}
-
-void takeObjectClass(ParsedRecord& record, const LdifAttribute& attribute) {
-  record.hasClass = true;
-  record.isUser |= base::equalsNoCase(attribute.value, "user");
-  record.isComputer |= base::equalsNoCase(attribute.value, "computer");
-  record.isDomain |= base::equalsNoCase(attribute.value, "domainDNS");
-}
-
-void takeEntryValue(ParsedRecord& record, const LdifAttribute& attribute) {
-  const char* fault = entrySetter(attribute.name)(record.entry, attribute.value);
-  if (fault != nullptr) setFault(record, attribute, fault);
-}
-
-void takeObjectCategory(ParsedRecord& record, const LdifAttribute& attribute) {
-  record.hasCategory = true;
-  takeEntryValue(record, attribute);
-}
-
-void takePwdLastSet(ParsedRecord& record, const LdifAttribute& attribute) {
-  takeEntryValue(record, attribute);
-  // For now the attribute's end; parseRecord makes the record's mark of it.
-  record.entry.sourceOffset = attribute.endOffset;
-}
-
-void takeAccountControl(ParsedRecord& record, const LdifAttribute& attribute) {
-  record.hasAccountControl = true;
-  takeEntryValue(record, attribute);
-}
-
-void takeMaxPwdAge(ParsedRecord& record, const LdifAttribute& attribute) {
-  record.maxPwdAge = decimalValue(attribute.value);
-  if (!record.maxPwdAge) setFault(record, attribute, "maxPwdAge is not a number");
-}
-
-struct Taker {
-  std::string_view name;
-  void (*take)(ParsedRecord& record, const LdifAttribute& attribute);
-};
-
-constexpr Taker kTakers[] = {
-    {"objectClass", takeObjectClass},
-    {"objectCategory", takeObjectCategory},
-    {"sAMAccountName", takeEntryValue},
-    {"mail", takeEntryValue},
-    {"givenName", takeEntryValue},
-    {"sn", takeEntryValue},
-    {"pwdLastSet", takePwdLastSet},
-    {"userAccountControl", takeAccountControl},
-    {"nTSecurityDescriptor", takeEntryValue},
-    {"maxPwdAge", takeMaxPwdAge},
-};
-
-const Taker* takerOf(std::string_view name) {
-  for (const Taker& taker : kTakers) {
-    if (base::equalsNoCase(name, taker.name)) return &taker;
-  }
-  return nullptr;
-}
-
-// The part of the record that expirePassword reads again: its beginning to the end of pwdLastSet.
-void setMark(DirectoryEntry& entry, std::uint64_t begin) {
-  const std::uint64_t end = entry.sourceOffset;
+// The part of the record that is read again later: its beginning to the end of pwdLastSet.
+void setMark(DirectoryEntry& entry, std::uint64_t begin, std::uint64_t end) {
   const bool usable = end > begin && end - begin <= kMaxMarkedBytes;
   entry.sourceOffset = usable ? begin : 0;
   entry.sourceLength = usable ? static_cast<std::uint32_t>(end - begin) : 0;
@@ -113,16 +47,23 @@ void setMark(DirectoryEntry& entry, std::uint64_t begin) {
 
 ParsedRecord parseRecord(const LdifRecord& source) {
   ParsedRecord record;
-  record.entry.dn = textValue(source.dn);
+  ReadObject& object = record.object;
+  object.entry.dn = textValue(source.dn);
+  std::uint64_t passwordEnd = 0;
   for (const LdifAttribute& attribute : source.attributes) {
-    if (const Taker* taker = takerOf(attribute.name)) taker->take(record, attribute);
+    const EntryAttribute* known = entryAttribute(attribute.name);
+    if (known == nullptr) continue;
+    takeValue(object, *known, attribute.value);
+    if (known->mark == kPwdLastSet) passwordEnd = attribute.endOffset;
+    if (object.fault != nullptr && record.faultLine == 0) record.faultLine = attribute.line;
+    if (object.note != nullptr && record.noteLine == 0) record.noteLine = attribute.line;
   }
-  if (!record.hasCategory) record.entry.isPerson = !record.isComputer;
+  if ((object.seen & kObjectCategory) == 0) object.entry.isPerson = !object.isComputer;
   // An export without classes: of what has a logon name, only accounts have this one.
-  if (!record.hasClass) {
-    record.isUser = record.hasAccountControl && !record.entry.logonName.empty();
+  if ((object.seen & kObjectClass) == 0) {
+    object.isUser = (object.seen & kAccountControl) != 0 && !object.entry.logonName.empty();
   }
-  setMark(record.entry, source.offset);
+  setMark(object.entry, source.offset, passwordEnd);
   return record;
 }
 
@@ -139,14 +80,16 @@ class SnapshotFiller {
 
   void add(const LdifRecord& source) {
     ParsedRecord record = parseRecord(source);
-    if (record.fault != nullptr) {
-      warn(record.faultLine, record.fault);
-    } else if (record.isDomain) {
-      addDomain(record);
-    } else if (record.isUser && record.entry.logonName.empty()) {
+    ReadObject& object = record.object;
+    if (object.fault != nullptr) {
+      warn(record.faultLine, object.fault);
+    } else if (object.isDomain) {
+      addDomain(object);
+    } else if (object.isUser && object.entry.logonName.empty()) {
       warn(source.line, "a user without sAMAccountName");
-    } else if (record.isUser) {
-      snapshot_.entries.push_back(std::move(record.entry));
+    } else if (object.isUser) {
+      if (object.note != nullptr) warn(record.noteLine, object.note);
+      snapshot_.entries.push_back(std::move(object.entry));
     }
   }
 
@@ -163,12 +106,12 @@ class SnapshotFiller {
  private:
   // The first head counts, but application partitions are of the same class: they have no
   // maxPwdAge.
-  void addDomain(const ParsedRecord& record) {
-    const bool better = record.maxPwdAge && !headHasMaxPwdAge_;
-    if (!snapshot_.namingContext.empty() && !better) return;
-    snapshot_.namingContext = record.entry.dn;
-    snapshot_.maxPwdAge = record.maxPwdAge.value_or(0);
-    headHasMaxPwdAge_ = record.maxPwdAge.has_value();
+  void addDomain(const ReadObject& head) {
+    const bool hasAge = (head.seen & kMaxPwdAge) != 0;
+    if (!snapshot_.namingContext.empty() && !(hasAge && !headHasMaxPwdAge_)) return;
+    snapshot_.namingContext = head.entry.dn;
+    snapshot_.maxPwdAge = head.maxPwdAge;
+    headHasMaxPwdAge_ = hasAge;
   }
 
   const std::string& file_;
@@ -213,15 +156,30 @@ std::string readPart(const std::string& name, std::uint64_t offset, std::size_t 
   return bytes;
 }
 
-struct Place {
-  std::size_t offset = 0;
+// pwdLastSet in the marked part of a record, as it is now.
+struct FoundTime {
+  std::int64_t value = 0;
+  std::size_t offset = 0;  // of the attribute in the marked part
   std::size_t size = 0;
-  bool isZero = false;
+  std::string_view lineEnd;  // behind it
 };
 
-// Where pwdLastSet stands in the marked part of the entry's record; nothing when that part is not
-// what the entry was read from any more.
-std::optional<Place> findPwdLastSet(std::string_view marked, const DirectoryEntry& entry) {
+// The line end that `bytes` begin with, as long as no continuation of the line follows it; at the
+// end of the file the one that is usual.
+std::optional<std::string_view> lineEndAt(std::string_view bytes) {
+  const std::string_view lineEnd = bytes.starts_with("\r\n") ? "\r\n" : "\n";
+  if (bytes.empty()) return lineEnd;
+  if (!bytes.starts_with(lineEnd) || bytes.substr(lineEnd.size()).starts_with(' ')) {
+    return std::nullopt;
+  }
+  return lineEnd;
+}
+
+// Nothing when the record is not in its place any more. `bytes` are the marked part and the three
+// behind it, which show how its last line ends.
+std::optional<FoundTime> findPwdLastSet(std::string_view bytes, const DirectoryEntry& entry) {
+  if (bytes.size() < entry.sourceLength) return std::nullopt;
+  const std::string_view marked = bytes.substr(0, entry.sourceLength);
   std::size_t given = 0;
   LdifReader reader(
       [&](char* buffer, std::size_t capacity) {
@@ -237,23 +195,13 @@ std::optional<Place> findPwdLastSet(std::string_view marked, const DirectoryEntr
   }
   const LdifAttribute& attribute = record.attributes.back();
   const std::optional<std::int64_t> value = decimalValue(attribute.value);
-  const Place place{static_cast<std::size_t>(attribute.offset),
-                    static_cast<std::size_t>(attribute.endOffset - attribute.offset), value == 0};
+  const auto lineEnd = lineEndAt(bytes.substr(marked.size()));
   // A 0 that was written since stands before its comment; any other value ends the marked part.
-  const bool unchanged = value == entry.pwdLastSet && attribute.endOffset == marked.size();
-  if (!place.isZero && !unchanged) return std::nullopt;
-  return place;
-}
-
-// The line end that `bytes` begin with, as long as no continuation of the line follows it; at the
-// end of the file the one that is usual.
-std::optional<std::string_view> lineEndAt(std::string_view bytes) {
-  const std::string_view lineEnd = bytes.starts_with("\r\n") ? "\r\n" : "\n";
-  if (bytes.empty()) return lineEnd;
-  if (!bytes.starts_with(lineEnd) || bytes.substr(lineEnd.size()).starts_with(' ')) {
+  if (!value || !lineEnd || (*value != 0 && attribute.endOffset != marked.size())) {
     return std::nullopt;
   }
-  return lineEnd;
+  return FoundTime{*value, static_cast<std::size_t>(attribute.offset),
+                   static_cast<std::size_t>(attribute.endOffset - attribute.offset), *lineEnd};
 }
 
 // "pwdLastSet: 0" in exactly `size` bytes, which is at least that of "pwdLastSet:0". What is left
@@ -288,7 +236,7 @@ HResult LdifSource::load(DirectorySnapshot& snapshot, DirectoryError& error) {
       [&](char* buffer, std::size_t capacity) {
         return std::fread(buffer, 1, capacity, file.get());
       },
-      [](std::string_view name) { return takerOf(name) != nullptr; },
+      [](std::string_view name) { return entryAttribute(name) != nullptr; },
       [&](std::uint64_t line, std::string_view what) { filler.warn(line, what); });
   LdifRecord record;
   while (reader.next(record)) filler.add(record);
@@ -304,24 +252,33 @@ HResult LdifSource::load(DirectorySnapshot& snapshot, DirectoryError& error) {
   return kOk;
 }
 
-NetStatus LdifSource::expirePassword(const DirectoryEntry& entry, DirectoryError& error) {
-  auto refuseWrite = [&](const std::string& what) {
-    error = {kNetWriteFault, file_ + ": " + what, kProvider};
-    return kNetWriteFault;
-  };
-  if (entry.sourceLength == 0) return refuseWrite("no pwdLastSet to set for " + entry.logonName);
-  // Three more bytes show how the line ends.
-  const std::string bytes = readPart(file_, entry.sourceOffset, entry.sourceLength + 3);
-  const std::string_view marked = std::string_view(bytes).substr(0, entry.sourceLength);
-  const std::optional<Place> place = findPwdLastSet(marked, entry);
-  const auto lineEnd = lineEndAt(std::string_view(bytes).substr(marked.size()));
-  if (!place || !lineEnd) return refuseWrite("changed since it was read; not touched");
-  if (place->isZero) return kNetSuccess;
-  const std::string text = expiredAttribute(place->size, *lineEnd);
-  if (!overwriteInFile(file_, entry.sourceOffset + place->offset, text)) {
-    return refuseWrite("cannot be written");
+AccountResult LdifSource::writeFault(const std::string& what) const {
+  return {kNetWriteFault, file_ + ": " + what};
+}
+
+AccountResult LdifSource::refresh(DirectoryEntry& entry) {
+  if (entry.sourceLength == 0) return {};  // no pwdLastSet, so none that could have changed
+  const std::string bytes = readPart(file_, entry.sourceOffset, entry.sourceLength + kLineEndBytes);
+  const std::optional<FoundTime> found = findPwdLastSet(bytes, entry);
+  if (!found) return writeFault("changed since it was read");
+  entry.pwdLastSet = found->value;
+  return {};
+}
+
+AccountResult LdifSource::expirePassword(const DirectoryEntry& entry) {
+  if (entry.sourceLength == 0) return writeFault("no pwdLastSet to set for " + entry.logonName);
+  const std::string bytes = readPart(file_, entry.sourceOffset, entry.sourceLength + kLineEndBytes);
+  const std::optional<FoundTime> found = findPwdLastSet(bytes, entry);
+  if (!found) return writeFault("changed since it was read; not touched");
+  if (found->value == 0) return {};
+  if (found->value != entry.pwdLastSet) {
+    return {kNetPasswordChanged, file_ + ": the password of " + entry.logonName + " was changed"};
   }
-  return kNetSuccess;
+  const std::string text = expiredAttribute(found->size, found->lineEnd);
+  if (!overwriteInFile(file_, entry.sourceOffset + found->offset, text)) {
+    return writeFault("cannot be written");
+  }
+  return {};
 }
 
 }  // namespace platform

@@ -20,12 +20,17 @@ class LdifSource final : public DirectorySource {
   // becomes a warning "FILE:LINE: what is wrong", and its neighbours are read.
   HResult load(DirectorySnapshot& snapshot, DirectoryError& error) override;
 
+  // Reads the record's pwdLastSet where it stood. kNetWriteFault when the file does not hold the
+  // record there any more.
+  AccountResult refresh(DirectoryEntry& entry) override;
   // Overwrites the value of pwdLastSet where it stands, with as many bytes as it had: everything
   // else in the file stays as it is, and a crash cannot lose any of it. Refused with kNetWriteFault
-  // when the file no longer holds the record it was read from.
-  NetStatus expirePassword(const DirectoryEntry& entry, DirectoryError& error) override;
+  // when the file does not hold the record there any more.
+  AccountResult expirePassword(const DirectoryEntry& entry) override;
 
  private:
+  AccountResult writeFault(const std::string& what) const;
+
   std::string file_;
 };
 

@@ -30,7 +30,7 @@ class FileSystemHost final : public SystemHost {
 
 std::unique_ptr<DirectorySource> sourceOf(const DirectorySettings& settings) {
   if (!settings.ldifFile.empty()) return std::make_unique<LdifSource>(settings.ldifFile);
-  return std::make_unique<LdapSource>(settings.ldap);
+  return std::make_unique<LdapSource>(settings.ldap, systemClock());
 }
 
 }  // namespace

@@ -39,7 +39,8 @@ EXPORTED NET_API_STATUS WINAPI NetUserGetInfo(LPCWSTR server, LPCWSTR name, DWOR
                                               LPBYTE* buffer) {
   *buffer = nullptr;
   platform::UserInfo info;
-  const platform::NetStatus status = stand_in::domain().userInfo(stand_in::utf16(name), info);
+  const platform::NetStatus status =
+      stand_in::domain().userInfo(stand_in::utf16(name), info).status;
   if (!begin("NetUserGetInfo", levelAndServer(server, level) + " user=" + shown(name) + " -> " +
                                    std::to_string(status))) {
     return NERR_InternalError;
@@ -64,7 +65,7 @@ EXPORTED NET_API_STATUS WINAPI NetUserSetInfo(LPCWSTR server, LPCWSTR name, DWOR
                                    " buffer=" + (buffers().contains(buffer) ? "read" : "made"))) {
     return NERR_InternalError;
   }
-  return stand_in::domain().setUserInfo(stand_in::utf16(name), info);
+  return stand_in::domain().setUserInfo(stand_in::utf16(name), info).status;
 }
 
 EXPORTED NET_API_STATUS WINAPI NetUserModalsGet(LPCWSTR server, DWORD level, LPBYTE* buffer) {

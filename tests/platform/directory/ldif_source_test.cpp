@@ -41,8 +41,10 @@ class LdifSourceTest : public testing::Test {
     for (const DirectoryEntry& entry : snapshot.entries) result += entry.logonName + " ";
     return result;
   }
-  NetStatus expire(const DirectoryEntry& entry) {
-    return LdifSource(kFile).expirePassword(entry, error);
+  // "STATUS TEXT" of an expiry; "0 " for a success.
+  static std::string expire(const DirectoryEntry& entry) {
+    const AccountResult result = LdifSource(kFile).expirePassword(entry);
+    return std::to_string(result.status) + " " + result.text;
   }
   static std::string fileText() { return test_support::readBytes(kFile); }
 
@@ -115,6 +117,12 @@ TEST_F(LdifSourceTest, AFaultyRecordIsReportedAndItsNeighboursAreRead) {
       load(kHead + "dn: CN=a\nsAMAccountName: a\nuserAccountControl: 2\n" + user("b"));
   EXPECT_EQ(names(snapshot), "a b ");
   EXPECT_THAT(snapshot.warnings, ElementsAre("domain.ldif:8: no empty line before this record"));
+  // A descriptor that is damaged is reported, and its user is read.
+  snapshot = load(kHead + user("a", "nTSecurityDescriptor:: AAAA\n"));
+  EXPECT_EQ(names(snapshot), "a ");
+  EXPECT_THAT(snapshot.warnings,
+              ElementsAre("domain.ldif:8: nTSecurityDescriptor is damaged: the user counts as one "
+                          "who may change the password"));
   // Past a thousand they are only counted.
   std::string text = kHead;
   for (int i = 0; i < 1002; ++i) text += "x\n\n";
@@ -129,7 +137,7 @@ TEST_F(LdifSourceTest, AValueThatNobodyWantsMayHaveAnyLength) {
   const DirectorySnapshot snapshot =
       load(kHead + user("a", photo + "pwdLastSet: 77\n") + user("b"));
   ASSERT_EQ(names(snapshot), "a b ");
-  ASSERT_EQ(expire(snapshot.entries[0]), kNetSuccess);
+  ASSERT_EQ(expire(snapshot.entries[0]), "0 ");
   EXPECT_TRUE(fileText().find("x\r\npwdLastSet:  0\n\ndn: CN=b") != std::string::npos);
 }
 
@@ -166,8 +174,8 @@ TEST_F(LdifSourceTest, ExpiryOverwritesTheAttributeAndNothingElse) {
                                 "sAMAccountName: b\nuserAccountControl: 512\n";
       const DirectorySnapshot snapshot = load(start + before + rest);
       // The second time changes nothing.
-      EXPECT_EQ(expire(snapshot.entries[0]), kNetSuccess) << before << error.text;
-      EXPECT_EQ(expire(snapshot.entries[0]), kNetSuccess) << before << error.text;
+      EXPECT_EQ(expire(snapshot.entries[0]), "0 ") << before;
+      EXPECT_EQ(expire(snapshot.entries[0]), "0 ") << before;
       EXPECT_EQ(fileText(), start + after + rest);
       const DirectorySnapshot again = load(fileText());
       EXPECT_EQ(names(again), names(snapshot));
@@ -176,30 +184,46 @@ TEST_F(LdifSourceTest, ExpiryOverwritesTheAttributeAndNothingElse) {
     }
   }
   const DirectorySnapshot snapshot = load(user("a", "pwdLastSet: 1340000000000"));
-  EXPECT_EQ(expire(snapshot.entries[0]), kNetSuccess);
+  EXPECT_EQ(expire(snapshot.entries[0]), "0 ");
   EXPECT_EQ(fileText(), user("a", "pwdLastSet: 0\n###########"));
 }
 
-TEST_F(LdifSourceTest, ExpiryLeavesAFileThatChangedSinceAlone) {
+TEST_F(LdifSourceTest, OnlyThePasswordThatWasReadIsExpired) {
   const std::string line = "pwdLastSet: 134000000000000000\n";
   const std::string start = kHead + user("a", line);
   const std::string before = start + user("b", line);
   const DirectoryEntry entry = load(before).entries[1];
-  const std::string others[] = {
-      start + user("x", line),  // another user in that place
-      start + user("b", "pwdLastSet: 134000000000000001\n"),
-      start + user("b", "pwdLastSet: 134000000000000000\n 1\n"),
-      "#\n" + before,
-      before.substr(0, before.size() - 10),
-      "",
+  const std::string moved = "29 domain.ldif: changed since it was read";
+  const std::string gone = moved + "; not touched";
+  const struct {
+    std::string file, expired, refreshed;  // "0 TIME" or the refusal
+  } cases[] = {
+      {before, "0 ", "0 134000000000000000"},
+      {start + user("b", "pwdLastSet: 134000000000000001\n"),
+       "536870913 domain.ldif: the password of b was changed", "0 134000000000000001"},
+      {start + user("b", "pwdLastSet: 0\n################\n"), "0 ", "0 0"},
+      {start + user("x", line), gone, moved},  // another user in that place
+      {start + user("b", "pwdLastSet: 134000000000000000\n 1\n"), gone, moved},
+      {start + user("b", "pwdLastSet: 13400000000000000x\n"), gone, moved},
+      {"#\n" + before, gone, moved},
+      {before.substr(0, before.size() - 10), gone, moved},
+      {"", gone, moved},
   };
-  for (const std::string& other : others) {
-    ASSERT_TRUE(writeWholeFile(kFile, other));
-    EXPECT_EQ(expire(entry), kNetWriteFault) << other;
-    EXPECT_EQ(error.text, "domain.ldif: changed since it was read; not touched");
-    EXPECT_EQ(fileText(), other);
+  for (const auto& each : cases) {
+    ASSERT_TRUE(writeWholeFile(kFile, each.file));
+    DirectoryEntry fresh = entry;
+    const AccountResult read = LdifSource(kFile).refresh(fresh);
+    EXPECT_EQ(std::to_string(read.status) + " " +
+                  (read.ok() ? std::to_string(fresh.pwdLastSet) : read.text),
+              each.refreshed);
+    EXPECT_EQ(expire(entry), each.expired);
+    if (each.file != before) {
+      EXPECT_EQ(fileText(), each.file);
+    }
   }
-  EXPECT_EQ(expire(load(user("a")).entries[0]), kNetWriteFault);
+  DirectoryEntry never = load(user("a")).entries[0];
+  EXPECT_EQ(expire(never), "29 domain.ldif: no pwdLastSet to set for a");
+  EXPECT_TRUE(LdifSource(kFile).refresh(never).ok());
 }
 
 }  // namespace

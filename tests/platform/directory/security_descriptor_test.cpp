@@ -64,16 +64,18 @@ TEST(SecurityDescriptor, DamagedBytesAreNeverReadPast) {
   ASSERT_TRUE(platform::deniesPasswordChange(whole));
   for (std::size_t size = 0; size < whole.size(); ++size) {
     const std::string cut = whole.substr(0, size);  // of its own, for the address checker
-    EXPECT_FALSE(platform::deniesPasswordChange(cut)) << size;
+    EXPECT_EQ(platform::deniesPasswordChange(cut), std::nullopt) << size;
   }
   for (std::size_t i = 0; i < whole.size(); ++i) {
     std::string damaged = whole;
     damaged[i] = '\xFF';
     platform::deniesPasswordChange(damaged);
   }
-  std::string noDacl = whole;
-  noDacl[2] = '\0';
-  EXPECT_FALSE(platform::deniesPasswordChange(noDacl));
+  // Without a DACL, or with one that is null, nobody is denied anything.
+  std::string noDacl = whole, nullDacl = whole;
+  noDacl[2] = nullDacl[16] = '\0';
+  EXPECT_EQ(platform::deniesPasswordChange(noDacl), false);
+  EXPECT_EQ(platform::deniesPasswordChange(nullDacl), false);
 }
 
 }  // namespace
