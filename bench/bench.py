@@ -191,7 +191,7 @@ def mail_sink():
         sink.wait()
 
 
-def seconds_told_by(*command):
+def seconds_printed_by(*command):
     done = subprocess.run([str(part) for part in command], stdout=subprocess.PIPE, check=False)
     if done.returncode != 0:
         sys.exit(f"bench: {command[0]} failed")
@@ -229,7 +229,7 @@ def bench_encodings(table):
 
 
 def mails_a_second(program, port, mode, *more):
-    return MAILS / seconds_told_by(PROGRAMS / program, port, MAILS, mode, *more)
+    return MAILS / seconds_printed_by(PROGRAMS / program, port, MAILS, mode, *more)
 
 
 def bench_mail(table):

@@ -19,7 +19,7 @@ void requireWords(const std::string& words, std::string_view text, std::size_t c
 
 }  // namespace
 
-// The first byte tells the column.
+// The first byte is the column.
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
   if (size == 0) return 0;
   const std::size_t column = data[0] % kMaxHeaderColumns;

@@ -1,4 +1,4 @@
-"""An LDAP server that says what a test tells it to, right or wrong, over a local socket.
+"""An LDAP server that sends what a test gives it, valid or not, over a local socket.
 
 It takes any bind, answers every base search with `head` and gives for every subtree search the next
 of `pages`: bytes to send as they are, or None to hang up. After the last page it stays silent.

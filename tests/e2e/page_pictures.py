@@ -1,5 +1,5 @@
-"""Opens a page or a mail in headless Chromium: tells what is on it, and leaves its picture in
-build/pictures for eyes."""
+"""Opens a page or a mail in headless Chromium: returns what is on it, and leaves a screenshot in
+build/pictures."""
 import dataclasses
 import html
 import json

@@ -34,7 +34,7 @@ def run(*command, **options):
     return done
 
 
-def wait_until(condition, complaint=lambda: "waited in vain", seconds=WAIT_SECONDS):
+def wait_until(condition, complaint=lambda: "timed out", seconds=WAIT_SECONDS):
     deadline = time.monotonic() + seconds
     while not (result := condition()):
         if time.monotonic() > deadline:

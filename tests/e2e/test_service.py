@@ -121,7 +121,7 @@ class ServiceTest(unittest.TestCase):
 
     def test_pauses_anywhere_and_stops_while_paused(self):
         # More users than a pass gets through meanwhile: the worker allocates and writes its debug log all
-        # the time, and is frozen with locks in its hands.
+        # the time, and is frozen while it holds locks.
         self.set_up_site([f"user{number}" for number in range(50000)], 10)
         process = self.start_up()
         log = self.folder / "work/logfiles/norvyn-expiration-debug.log"
@@ -173,7 +173,7 @@ class ServiceTest(unittest.TestCase):
         self.assertIn("Problems removing service. Error number: 1060\n", self.call("-remove")[1])
 
     def check_unit(self, unit):
-        """systemd understands the unit, its program's path too, and finds it well shut in."""
+        """systemd accepts the unit, its program's path too, and rates its sandbox."""
         copy = self.folder / UNIT
         shutil.copy(unit, copy)
         done = subprocess.run(["systemd-analyze", "verify", "--man=no", copy], capture_output=True,

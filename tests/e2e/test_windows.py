@@ -249,7 +249,7 @@ class ControlTest(Machine):
                 connection.settimeout(WAIT_SECONDS)
                 self.assertEqual(connection.recv(4), b"EHLO")
         self.wait_for_report()
-        # A name that the code page cannot carry is nobody's: not that of a similar one.
+        # A name that the code page cannot represent does not become a similar one.
         self.assertEqual((self.folder / "domain.ldif").read_text(), before)
         self.assertIn("NetUserGetInfo server=null level=3 user=?ukasz -> 2221", self.calls())
         code, output = self.program("-remove")
@@ -273,4 +273,4 @@ class ControlTest(Machine):
     def test_no_other_directory_than_the_domain_or_a_file(self):
         done = self.windows.run(self.folder / "pwlapse.exe", "run", "--directory", "ldap://dc.site.example")
         self.assertEqual((done.returncode, done.stdout), (2, b""))
-        self.assertRegex(done.stderr, rb'\Apwlapse: directory "ldap://dc.site.example": [^\n]+\r\n\Z')
+        self.assertRegex(done.stderr, rb'\Apwlapse: directory URI: "ldap://dc.site.example" is not ldif:[^\n]+\r\n\Z')

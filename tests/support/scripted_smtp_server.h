@@ -4,7 +4,7 @@
 //
 // A script is a text of steps with '|' between them:
 //   S: 220 ready       sends this and CR LF
-//   C: EHLO *          expects this line ('*' at the end: anything more); else hangs up, and tells
+//   C: EHLO *          this line comes ('*': any end); else that is recorded and it hangs up
 //   DATA               reads a message up to its terminator and keeps it
 //   DRIP: 250 ok       as S, byte by byte, each with a pause of some milliseconds
 //   ENDLESS: 250-x     sends exactly this, again and again until the client leaves

@@ -1,5 +1,5 @@
-// A file of text as its writer meant it: in UTF-8, with lines that end in "\n", whatever the system
-// makes of either on disk.
+// A text file as UTF-8 with lines that end in "\n", whatever code page and line ends
+// it has on disk.
 #pragma once
 
 #include <string>

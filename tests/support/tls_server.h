@@ -12,7 +12,7 @@ namespace test_support {
 // A Handshake. The certificates:
 //   trusted      for 127.0.0.1; CN "server.test"
 //   otherhost    as trusted, for another name
-//   selfsigned   for 127.0.0.1; CN "stranger.test"
+//   selfsigned   for 127.0.0.1; CN "selfsigned.test"
 std::unique_ptr<ServerStream> tlsHandshake(platform::SocketHandle socket,
                                            const std::string& certificate);
 

@@ -112,7 +112,7 @@ TEST_F(TlsConversation, LooksAtTheCertificate) {
   converseInTls("another host's", kStart + "TLS: otherhost|", false,
                 "Failed to verify server certificate", requireVerified);
   converseInTls("of the required subject", selfSigned + kSession, true, "",
-                requirement("subject", "stranger.test"));
+                requirement("subject", "selfsigned.test"));
   converseInTls("of another issuer", kStart + "TLS: trusted|", false,
                 "SSL server certificate fails to match requirement|"
                 "<requireName>Issuer</requireName>|<requireValue>Nobody</requireValue>|"
