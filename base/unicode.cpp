@@ -112,6 +112,11 @@ bool isValidUtf8(std::string_view text) {
   return true;
 }
 
+std::size_t utf8CharacterLength(std::string_view text) {
+  const Decoded decoded = decodeUtf8(text);
+  return decoded.valid ? decoded.length : 1;
+}
+
 std::string_view utf8Start(std::string_view text, std::size_t limit) {
   if (limit >= text.size()) return text;
   while (limit > 0 && isContinuation(static_cast<unsigned char>(text[limit]))) --limit;

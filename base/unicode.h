@@ -14,6 +14,9 @@ std::string utf16ToUtf8(std::u16string_view text);
 
 bool isValidUtf8(std::string_view text);
 
+// How many bytes the character at the start of `text` has, which is not empty; of malformed text 1.
+std::size_t utf8CharacterLength(std::string_view text);
+
 // The start of valid UTF-8: as much as `limit` bytes hold without splitting a character.
 std::string_view utf8Start(std::string_view text, std::size_t limit);
 

@@ -5,6 +5,7 @@
 
 #include "base/ascii.h"
 #include "base/unicode.h"
+#include "mail/mime/latin_charsets.h"
 #include "platform/text/code_page.h"
 
 namespace kelvado {
@@ -20,8 +21,8 @@ constexpr CodePageRange kNotAsciiBased[] = {
     {20871, 20871}, {20880, 20880}, {20905, 20924}, {21025, 21025}, {65005, 65006},
 };
 
-// Text of the label "utf-16" may begin with a mark that tells the byte order; without one it is in
-// the label's own, big-endian (RFC 2781 section 4.3).
+// Text with the label "utf-16" may begin with a mark for the byte order; without one it is
+// big-endian (RFC 2781 section 4.3).
 constexpr std::uint32_t kUtf16LittleEndian = 1200;
 constexpr std::string_view kLittleEndianMark = "\xFF\xFE";
 constexpr std::string_view kBigEndianMark = "\xFE\xFF";
@@ -29,6 +30,41 @@ constexpr std::string_view kBigEndianMark = "\xFE\xFF";
 bool beginsWithMark(const Charset& charset, std::string_view bytes) {
   return charset.name() == "utf-16" &&
          (bytes.starts_with(kLittleEndianMark) || bytes.starts_with(kBigEndianMark));
+}
+
+// Labels that stand for less than the code page by which such text is converted, because that is
+// what many programs write under them. Text that goes beyond the label is not given it.
+struct StrictLabel {
+  std::uint32_t codePage;
+  std::uint32_t strictCodePage;
+  std::string_view extended[2];  // a label with one of these in it stands for all of it
+};
+
+constexpr StrictLabel kStrictLabels[] = {
+    {936, 20936, {"gbk", "936"}},
+    {949, 20949, {"uhc", "949"}},
+};
+
+constexpr std::uint32_t kBig5 = 950;
+constexpr std::string_view kEuroSign = "\xE2\x82\xAC";  // Big5 has none
+
+bool fitsLabel(const Charset& charset, std::string_view utf8) {
+  const auto names = [&charset](std::string_view part) {
+    return charset.name().find(part) != std::string::npos;
+  };
+  if (charset.codePage() == kBig5 && names("big5")) {
+    return utf8.find(kEuroSign) == std::string_view::npos;
+  }
+  for (const StrictLabel& label : kStrictLabels) {
+    if (label.codePage != charset.codePage() ||
+        std::any_of(std::begin(label.extended), std::end(label.extended), names)) {
+      continue;
+    }
+    std::string bytes;
+    bool lossy = false;
+    return platform::utf8ToCodePage(label.strictCodePage, utf8, bytes, &lossy) && !lossy;
+  }
+  return true;
 }
 
 }  // namespace
@@ -52,6 +88,10 @@ bool Charset::isAsciiBased() const {
 
 bool EncodingConvert::toUtf8(const Charset& from, std::string_view bytes, std::string& out,
                              bool* lossy) {
+  if (isLatinCodePage(from.codePage())) {
+    out = latinToUtf8(from.codePage(), bytes);
+    return true;
+  }
   if (!beginsWithMark(from, bytes)) {
     return platform::codePageToUtf8(from.codePage(), bytes, out, lossy);
   }
@@ -62,6 +102,12 @@ bool EncodingConvert::toUtf8(const Charset& from, std::string_view bytes, std::s
 
 bool EncodingConvert::fromUtf8(const Charset& to, std::string_view utf8, std::string& out,
                                bool* lossy) {
+  if (isLatinCodePage(to.codePage())) {
+    bool replaced = false;
+    out = utf8ToLatin(to.codePage(), utf8, replaced);
+    if (replaced && lossy != nullptr) *lossy = true;
+    return true;
+  }
   const bool converted = platform::utf8ToCodePage(to.codePage(), utf8, out, lossy);
   if (beginsWithMark(to, out)) out.insert(0, kBigEndianMark);  // text that would read as one
   return converted;
@@ -70,7 +116,8 @@ bool EncodingConvert::fromUtf8(const Charset& to, std::string_view utf8, std::st
 bool EncodingConvert::carries(const Charset& charset, std::string_view utf8) {
   std::string bytes;
   std::string back;
-  return fromUtf8(charset, utf8, bytes) && toUtf8(charset, bytes, back) && back == utf8;
+  return fromUtf8(charset, utf8, bytes) && toUtf8(charset, bytes, back) && back == utf8 &&
+         fitsLabel(charset, utf8);
 }
 
 std::string repairedUtf8(std::string_view text) {

@@ -15,17 +15,16 @@ class Charset {
   Charset() = default;  // none
   explicit Charset(std::string_view name);
 
-  // The one that a message adopts for text that is not ASCII. Of those that can carry the text it
-  // is always UTF-8: the body and further names, which are not known yet, may need more than a
-  // narrower one has.
+  // The one that a message adopts for the text: UTF-8 when it is not ASCII. The body and further
+  // names, which are not known yet, may not fit in a narrower one.
   static Charset forText(std::string_view utf8);
 
   const std::string& name() const { return name_; }
   // kNoCodePage when there is no charset, or one of an unknown name.
   std::uint32_t codePage() const { return codePage_; }
   bool isUtf8() const;
-  // Whether ASCII characters are single bytes of their own value, so that lines can be told in its
-  // bytes: not in UTF-16, UTF-32 and EBCDIC.
+  // Whether ASCII characters are single bytes of their own value, so that its bytes have lines: not
+  // in UTF-16, UTF-32 and EBCDIC.
   bool isAsciiBased() const;
   bool isUsAscii() const { return codePage_ == kUsAsciiCodePage; }
 
@@ -42,12 +41,12 @@ class EncodingConvert {
                      bool* lossy = nullptr);
   static bool fromUtf8(const Charset& to, std::string_view utf8, std::string& out,
                        bool* lossy = nullptr);
-  // Whether the text comes back as it was; some charsets take a character for another that is like
-  // it.
+  // Whether the text comes back as it was (some charsets replace a character by a similar one), and
+  // every reader who knows the charset's name can read it.
   static bool carries(const Charset& charset, std::string_view utf8);
 };
 
-// Valid UTF-8 whatever came: what is not stays readable as far as it can.
+// The text as valid UTF-8: each ill-formed part becomes U+FFFD.
 std::string repairedUtf8(std::string_view text);
 
 }  // namespace kelvado

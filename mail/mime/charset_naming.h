@@ -12,6 +12,11 @@ namespace kelvado {
 
 inline constexpr std::uint32_t kNoCodePage = 0;
 inline constexpr std::uint32_t kUsAsciiCodePage = 20127;
+// ISO 8859-10, -14 and -16: the numbers that are free for them in the row of the others. The table
+// of names does not have them, and no system converts them by number (latin_charsets.h does).
+inline constexpr std::uint32_t kLatin6CodePage = 28600;
+inline constexpr std::uint32_t kLatin8CodePage = 28604;
+inline constexpr std::uint32_t kLatin10CodePage = 28606;
 
 class CharsetNaming {
  public:

@@ -108,8 +108,13 @@ bool ClsEmail::addRecipient(std::string_view methodName, RecipientKind kind, std
   method.log().LogData("address", address);
   if (address.empty()) return method.fail("No Email Address was provided");
   if (message_->addRecipient(kind, {std::string(name), std::string(address)})) return true;
+  if (!hasRoomFor(1, kind)) return method.fail(kTooManyRecipients);
   return method.fail("Invalid email address: name = [" + std::string(name) + "], address = [" +
                      std::string(address) + "]");
+}
+
+bool ClsEmail::hasRoomFor(std::size_t count, RecipientKind kind) const {
+  return count + message_->recipientList(kind).size() <= kMaxRecipients;
 }
 
 bool ClsEmail::addMultiple(std::string_view methodName, RecipientKind kind, std::string_view list) {
@@ -118,6 +123,7 @@ bool ClsEmail::addMultiple(std::string_view methodName, RecipientKind kind, std:
   method.log().LogData("addresses", list);
   const std::vector<EmailAddress> entries = parseAddressList(list);
   if (entries.empty()) return method.fail("No Email Address was provided");
+  if (!hasRoomFor(entries.size(), kind)) return method.fail(kTooManyRecipients);
   for (const EmailAddress& entry : entries) {
     if (message_->addRecipient(kind, entry)) continue;
     return method.fail("Invalid email address: name = [" + entry.name + "], address = [" +

@@ -77,6 +77,7 @@ class ClsEmail : public ClsBase {
 
  private:
   bool hasMessage(const MethodBracket& method) const;
+  bool hasRoomFor(std::size_t count, RecipientKind kind) const;
   bool parseInto(std::string_view text, const MethodBracket& method);
   std::string mimeText() const;
 

@@ -1,9 +1,10 @@
-// The header, the addresses and the body of a message or part; its structure is in
-// email2_structure.cpp.
+// The header and the addresses of a message or part. Its structure is in email2_structure.cpp, its
+// text and body in email2_text.cpp.
 #include "mail/mime/email2.h"
 
 #include <algorithm>
 #include <clocale>
+#include <utility>
 
 #include "base/ascii.h"
 #include "base/text.h"
@@ -21,6 +22,9 @@ namespace kelvado {
 namespace {
 
 constexpr std::string_view kPrivateBccField = "KVX-Bcc";
+// By Email2::RecipientField.
+constexpr std::string_view kRecipientFieldNames[] = {"To", "Cc", kPrivateBccField, "Bcc"};
+constexpr std::string_view kAddressSeparator = ",\r\n ";  // one address a line
 
 bool isTransferEncoding(std::string_view encoding) {
   for (const std::string_view known : {"7bit", "8bit", "binary", "quoted-printable", "base64"}) {
@@ -29,28 +33,16 @@ bool isTransferEncoding(std::string_view encoding) {
   return false;
 }
 
-// Whether some line is longer than may be sent, or a NUL is in it.
-bool needsEncoding(std::string_view body) {
-  for (;;) {
-    const std::size_t end = body.find_first_of("\r\n");
-    const std::size_t length = std::min(end, body.size());
-    if (length > kMaxLineOctets) return true;
-    if (end == std::string_view::npos) break;
-    body.remove_prefix(end + 1);
-  }
-  return false;
-}
-
 std::string formatAddressList(const std::vector<EmailAddress>& list) {
   std::string out;
   for (const EmailAddress& entry : list) {
-    if (!out.empty()) out.append(",\r\n ");
+    if (!out.empty()) out.append(kAddressSeparator);
     out.append(formatAddress(entry));
   }
   return out;
 }
 
-// Whether taking the line breaks out leaves every address as it is. Mail must go to no other one.
+// Whether the addresses are the same without the line breaks. Mail must go to no other one.
 bool namesTheSame(std::string_view value, std::string_view clean) {
   const std::vector<EmailAddress> before = parseAddressList(value);
   const std::vector<EmailAddress> after = parseAddressList(clean);
@@ -59,19 +51,15 @@ bool namesTheSame(std::string_view value, std::string_view clean) {
       [](const EmailAddress& a, const EmailAddress& b) { return a.address == b.address; });
 }
 
-std::string_view recipientField(RecipientKind kind) {
-  switch (kind) {
-    case RecipientKind::To:
-      return "To";
-    case RecipientKind::Cc:
-      return "Cc";
-    default:
-      return kPrivateBccField;
-  }
+bool readRecipients(std::string_view value, std::vector<EmailAddress>& list, base::LogBase& log) {
+  list = parseAddressList(value);
+  if (list.size() <= kMaxRecipients) return true;
+  log.LogError(kTooManyRecipients);
+  return false;
 }
 
-// Day and month names come from this system's own tables and need no locale; the rest of the
-// process sees the one that the library has always set.
+// Of the whole process, once, before the first message. Nothing here depends on it (dates have
+// tables of their own); programs that use the library have always found it set.
 void setProcessLocaleOnce() {
   [[maybe_unused]] static const char* const locale = std::setlocale(LC_ALL, "English");
 }
@@ -110,10 +98,12 @@ std::unique_ptr<Email2> Email2::clone() const {
   copy->disposition_ = disposition_;
   copy->filename_ = filename_;
   copy->from_ = from_;
+  copy->recipients_ = recipients_;
   copy->bounceAddress_ = bounceAddress_;
   copy->body_ = body_;
   copy->bodyIsUtf8_ = bodyIsUtf8_;
-  copy->keepLineEnds_ = keepLineEnds_;
+  copy->exactLineEnds_ = exactLineEnds_;
+  copy->original_ = original_;
   for (const auto& child : children_) copy->children_.push_back(child->clone());
   return copy;
 }
@@ -126,12 +116,15 @@ bool Email2::setHeaderField(std::string_view name, std::string_view value, base:
     return false;
   }
   const std::string clean = base::withoutLineBreaks(value);
-  const bool addresses = isAddressField(name) || base::equalsNoCase(name, kPrivateBccField);
-  if (addresses && !namesTheSame(value, clean)) {
+  const RecipientField field = recipientField(name);
+  const bool addresses = isAddressField(name) || field != kNoRecipientField;
+  if (addresses && clean.size() != value.size() && !namesTheSame(value, clean)) {
     log.LogData("value", value);
     log.LogError("An address holds a line break");
     return false;
   }
+  std::vector<EmailAddress> list;
+  if (field != kNoRecipientField && !readRecipients(clean, list, log)) return false;
   adoptCharsetFor(clean);
   if (base::equalsNoCase(name, "Content-Transfer-Encoding")) {
     if (!isTransferEncoding(clean) || !children_.empty()) {
@@ -149,10 +142,11 @@ bool Email2::setHeaderField(std::string_view name, std::string_view value, base:
   } else if (base::equalsNoCase(name, "From")) {
     setFrom(clean);
   } else if (base::equalsNoCase(name, "Reply-To")) {
-    const std::string list = formatAddressList(parseAddressList(clean));
-    header_.set("Reply-To", list.empty() ? clean : list);
+    const std::string formatted = formatAddressList(parseAddressList(clean));
+    header_.set("Reply-To", formatted.empty() ? clean : formatted);
   } else {
     if (base::equalsNoCase(name, "Return-Path")) bounceAddress_ = parseAddress(clean).address;
+    if (field != kNoRecipientField) recipients_[field] = std::move(list);
     header_.set(name, clean);
   }
   return true;
@@ -167,7 +161,7 @@ bool Email2::setContentTypeField(std::string_view value, base::LogBase& log) {
     return false;
   }
   contentType_ = std::move(contentType);
-  // The value as it was given: it may have parameters that are not kept beside the header.
+  // The value as it was given, with the parameters that have no member here.
   header_.set("Content-Type", std::string(value));
   keepCharsetTrue();
   return true;
@@ -183,6 +177,8 @@ void Email2::setContentDisposition(std::string_view value) {
 void Email2::removeHeaderField(std::string_view name) {
   header_.remove(name);
   if (base::equalsNoCase(name, "From")) from_ = {};
+  const RecipientField field = recipientField(name);
+  if (field != kNoRecipientField) recipients_[field].clear();
 }
 
 std::string Email2::headerField(std::string_view name) const {
@@ -202,30 +198,40 @@ void Email2::generateMessageId(base::LogBase& log) {
   header_.set("Message-ID", kelvado::generateMessageId(log));
 }
 
+Email2::RecipientField Email2::recipientField(std::string_view name) {
+  int field = kTo;
+  while (field != kRecipientFields && !base::equalsNoCase(name, kRecipientFieldNames[field])) {
+    ++field;
+  }
+  return field == kRecipientFields ? kNoRecipientField : static_cast<RecipientField>(field);
+}
+
 bool Email2::addRecipient(RecipientKind kind, const EmailAddress& recipient) {
   const bool undisclosed = isUndisclosedRecipients(recipient.address);
   if (!undisclosed && !isSendableAddress(recipient.address)) return false;
+  const RecipientField field = kind == RecipientKind::To   ? kTo
+                               : kind == RecipientKind::Cc ? kCc
+                                                           : kPrivateBcc;
+  std::vector<EmailAddress>& list = recipients_[field];
+  if (list.size() >= kMaxRecipients) return false;
 
-  const EmailAddress entry =
-      undisclosed ? parseAddress(recipient.address)
-                  : EmailAddress{base::withoutLineBreaks(decodeHeaderText(recipient.name)),
-                                 recipient.address};
+  EmailAddress entry = undisclosed
+                           ? parseAddress(recipient.address)
+                           : EmailAddress{base::withoutLineBreaks(decodeHeaderText(recipient.name)),
+                                          recipient.address};
   adoptCharsetFor(entry.name);
-  const std::string_view field = recipientField(kind);
-  std::string list = header_.get(field);
-  if (!list.empty()) list.append(",\r\n ");
-  list.append(formatAddress(entry));
-  header_.set(field, std::move(list));
+  std::string& value = header_.only(kRecipientFieldNames[field]).value;
+  if (!value.empty()) value.append(kAddressSeparator);
+  value.append(formatAddress(entry));
+  if (!undisclosed) list.push_back(std::move(entry));
   return true;
 }
 
 std::vector<EmailAddress> Email2::recipientList(RecipientKind kind) const {
-  std::vector<EmailAddress> list = parseAddressList(header_.get(recipientField(kind)));
-  if (kind == RecipientKind::Bcc) {
-    for (EmailAddress& entry : parseAddressList(header_.get("Bcc"))) {
-      list.push_back(std::move(entry));
-    }
-  }
+  if (kind == RecipientKind::To) return recipients_[kTo];
+  if (kind == RecipientKind::Cc) return recipients_[kCc];
+  std::vector<EmailAddress> list = recipients_[kPrivateBcc];
+  list.insert(list.end(), recipients_[kBcc].begin(), recipients_[kBcc].end());
   return list;
 }
 
@@ -233,6 +239,13 @@ std::vector<std::string> Email2::recipients(RecipientKind kind) const {
   std::vector<std::string> addresses;
   for (EmailAddress& entry : recipientList(kind)) addresses.push_back(std::move(entry.address));
   return addresses;
+}
+
+void Email2::moveBlindCopiesToBcc() {
+  if (!header_.has(kPrivateBccField)) return;
+  header_.set("Bcc", header_.get(kPrivateBccField));
+  header_.remove(kPrivateBccField);
+  recipients_[kBcc] = std::exchange(recipients_[kPrivateBcc], {});
 }
 
 std::string Email2::reversePath() const {
@@ -247,23 +260,6 @@ void Email2::setContentType(const ContentType& contentType) {
 void Email2::setCharset(std::string_view charset) {
   contentType_.charset = charset;
   header_.set("Content-Type", contentType_.format());
-}
-
-void Email2::adoptCharsetFor(std::string_view text) {
-  if (contentType_.charset.empty() && base::contains8bit(text))
-    setCharset(Charset::forText(text).name());
-}
-
-// A label that the text contradicts would garble it for every reader; and text that is not
-// ASCII-based has no line ends that mail knows.
-void Email2::keepCharsetTrue() {
-  const Charset charset(contentType_.charset);
-  if (!bodyIsUtf8_ || charset.isUtf8()) return;
-  // One that says "us-ascii" stays so.
-  const bool needsNone = !base::contains8bit(body()) || charset.isUsAscii();
-  const bool carries =
-      charset.isAsciiBased() && (needsNone || EncodingConvert::carries(charset, body()));
-  if (!carries) setCharset("utf-8");
 }
 
 void Email2::setTransferEncoding(std::string_view encoding) {
@@ -295,100 +291,31 @@ bool Email2::isAttachment() const {
   return disposition_ != "inline" && !(filename_.empty() && contentType_.name.empty());
 }
 
-void Email2::setTextBody(std::string text) {
-  body_ = std::make_shared<const DataBuffer>(std::move(text));
-  bodyIsUtf8_ = true;
-  keepLineEnds_ = false;
-  keepCharsetTrue();
-}
-
-void Email2::setBody(std::string bytes) {
-  body_ = std::make_shared<const DataBuffer>(std::move(bytes));
-  bodyIsUtf8_ = false;
-  keepLineEnds_ = true;
-}
-
-std::string_view Email2::body() const {
-  return body_ == nullptr ? std::string_view() : body_->view();
-}
-
-std::string Email2::textBody() const {
-  std::string text;
-  bool lossy = false;
-  const bool converted =
-      !bodyIsUtf8_ && EncodingConvert::toUtf8(Charset(contentType_.charset), body(), text, &lossy);
-  // A wrong label is best read as UTF-8, when it can be.
-  const bool wrongLabel = lossy && base::isValidUtf8(body());
-  return converted && !wrongLabel ? text : repairedUtf8(body());
-}
-
-std::string_view Email2::wireBody(std::string& scratch) const {
-  const Charset charset(contentType_.charset);
-  const bool asItIs = !bodyIsUtf8_ || !contentType_.isText() || charset.isUtf8() ||
-                      charset.codePage() == kNoCodePage ||
-                      (charset.isUsAscii() && !base::contains8bit(body()));
-  if (asItIs) return body();
-  EncodingConvert::fromUtf8(charset, body(), scratch);
-  return scratch;
-}
-
-void Email2::normaliseTransferEncodings() {
-  if (children_.empty()) normaliseOwnEncoding();
-  for (const auto& child : children_) child->normaliseTransferEncodings();
-  // A boundary that others chose, or that somebody knows, must not be found in a body.
-  if (contentType_.isMultipart() && hasInBody("--" + contentType_.boundary)) {
-    contentType_.boundary = generateBoundary(kMixedMarker);
-    setContentType(ContentType(contentType_));
+std::unique_ptr<Email2> Email2::createRead(MimeHeader header, std::string_view defaultType,
+                                           base::LogBase& log) {
+  auto part = std::unique_ptr<Email2>(new Email2);
+  MimeHeader& fields = part->header_;
+  fields = std::move(header);
+  for (int field = kTo; field != kRecipientFields; ++field) {
+    const std::string value = fields.get(kRecipientFieldNames[field]);
+    if (!readRecipients(value, part->recipients_[static_cast<std::size_t>(field)], log)) {
+      return nullptr;
+    }
   }
-}
-
-bool Email2::hasInBody(std::string_view text) const {
-  // Base64 has no '-'.
-  if (children_.empty()) {
-    return transferEncoding_ != "base64" && body().find(text) != std::string_view::npos;
+  part->from_ = parseAddress(fields.get("From"));
+  part->transferEncoding_ = base::lowered(base::trimmed(fields.get("Content-Transfer-Encoding")));
+  std::vector<MimeParameter> parameters;
+  part->disposition_ =
+      base::lowered(parseParameterised(fields.get("Content-Disposition"), parameters));
+  part->filename_ = parameterNamed(parameters, "filename");
+  part->contentType_ = parseContentType(fields.get("Content-Type"));
+  // What the library wrote itself gets its folds back.
+  const std::string formatted = part->contentType_.format();
+  if (fields.get("Content-Type") == base::withoutLineBreaks(formatted)) {
+    fields.set("Content-Type", formatted);
   }
-  return std::any_of(children_.begin(), children_.end(),
-                     [text](const auto& child) { return child->hasInBody(text); });
-}
-
-void Email2::normaliseOwnEncoding() {
-  std::string scratch;
-  const std::string_view wire = wireBody(scratch);
-  const Charset charset(contentType_.charset);
-  const std::string_view forAscii = charset.isUsAscii() ? "7bit" : "quoted-printable";
-  std::string_view encoding = transferEncoding_;
-  if (base::equalsNoCase(contentType_.type, "text/html")) {
-    if (!charset.isUsAscii()) encoding = "quoted-printable";
-  } else if (contentType_.isText()) {
-    if (encoding == "8bit" || base::contains8bit(body()) || base::contains8bit(wire))
-      encoding = forAscii;
-  }
-  // A line longer than the protocol allows would be cut on the way.
-  const bool encoded = encoding == "quoted-printable" || encoding == "base64";
-  const bool mustStayPlain =
-      contentType_.isMultipart() || base::beginsWithNoCase(contentType_.type, "message");
-  if (!encoded && !mustStayPlain && needsEncoding(wire)) {
-    encoding = contentType_.isText() ? "quoted-printable" : "base64";
-  }
-  if (encoding != transferEncoding_) setTransferEncoding(std::string(encoding));
-}
-
-void Email2::appendMime(std::string& out) const {
-  MimeMessage2::write(*this, out);
-}
-
-std::size_t Email2::sizeEstimate() const {
-  constexpr std::size_t kLineEnds = 8;  // around a part
-  std::size_t size = body().size() + kLineEnds;
-  if (transferEncoding_ == "base64") size += size / 3 + size / 28;
-  if (transferEncoding_ == "quoted-printable") size += size / 16;
-  for (const MimeField& field : header_.fields()) {
-    size += field.name.size() + field.value.size() + 4;
-  }
-  for (const auto& child : children_) {
-    size += child->sizeEstimate() + contentType_.boundary.size() + kLineEnds;
-  }
-  return size;
+  if (part->contentType_.type.empty()) part->contentType_.type = defaultType;
+  return part;
 }
 
 }  // namespace kelvado

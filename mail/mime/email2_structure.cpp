@@ -171,7 +171,8 @@ void Email2::replaceInTexts(std::string_view from, std::string_view to) {
     setHeaderField("Subject", subject, log);
   }
   for (const auto& child : children_) child->replaceInTexts(from, to);
-  if (!children_.empty() || !contentType_.isText() || isAttachment() || keepLineEnds_) return;
+  const bool isFile = isAttachment() || (exactLineEnds_ && !bodyIsUtf8_);
+  if (!children_.empty() || !contentType_.isText() || isFile) return;
   std::string text = textBody();
   const std::string type = contentType_.type.empty() ? std::string(kPlain) : contentType_.type;
   if (base::replaceAll(text, from, to) > 0) setText(std::move(text), type, contentType_.charset);
@@ -189,7 +190,9 @@ void Email2::takeContent(Email2& other) {
   filename_ = std::exchange(other.filename_, {});
   body_ = std::exchange(other.body_, {});
   bodyIsUtf8_ = other.bodyIsUtf8_;
-  keepLineEnds_ = other.keepLineEnds_;
+  exactLineEnds_ = other.exactLineEnds_;
+  original_.reset();
+  other.original_.reset();
   children_ = std::exchange(other.children_, {});
 }
 

@@ -14,7 +14,7 @@ constexpr std::string_view kUndisclosed = "undisclosed-recipients";
 // A longer one could not stand in a header line with room to spare.
 constexpr std::size_t kMaxAddressLength = 500;
 
-// Reads a list entry by entry. Every byte is looked at once.
+// Reads a list entry by entry, each byte once.
 class AddressScanner {
  public:
   explicit AddressScanner(std::string_view text) : text_(text) {}
@@ -41,8 +41,8 @@ class AddressScanner {
 
   bool takesSeparator() {
     const char c = text_[at_];
-    // A semicolon ends a group; some programs put it between addresses, too. Of a group that stands
-    // for recipients who are not named the name is an entry.
+    // A semicolon ends a group; some programs separate addresses with it. The name of a group that
+    // stands for recipients who are not named is an entry.
     const bool unnamed = c == ':' && atGroupName() && isUndisclosedRecipients(entry_.raw);
     if (c != ',' && c != ';' && !unnamed) return false;
     ++at_;
@@ -84,7 +84,7 @@ class AddressScanner {
     entry_.hasAt = entry_.hasAt || raw.find('@') != std::string_view::npos;
   }
 
-  // A quote without a closing one counts for nothing; from then on there is none to look for.
+  // A quote without a closing one is ignored, and so are all behind it.
   void takeQuotedWord() {
     const std::size_t start = at_;
     const std::string content = quotesClose_ ? takeQuoted() : std::string();
@@ -139,6 +139,10 @@ class AddressScanner {
 
   EmailAddress finished() const {
     EmailAddress result;
+    const bool noAddress = base::trimmed(entry_.angle).empty();
+    if (noAddress && isUndisclosedRecipients(entry_.hasAngle ? entry_.phrase : entry_.raw)) {
+      return {std::string(kUndisclosed), ""};
+    }
     if (entry_.hasAngle) {
       result.name = entry_.phrase.empty() ? entry_.comment : entry_.phrase;
       result.address = withoutRoute(base::trimmed(entry_.angle));
@@ -157,7 +161,7 @@ class AddressScanner {
     return std::string(end == std::string_view::npos ? address : address.substr(end + 1));
   }
 
-  // `Name name@host`, as people type it.
+  // `Name name@host`, without brackets.
   void splitNameWithoutBrackets(EmailAddress& entry) const {
     const std::size_t blank = entry_.phrase.rfind(' ');
     if (blank == std::string::npos) return;
@@ -211,7 +215,6 @@ std::string escapedForQuotes(std::string_view text) {
 
 EmailAddress parseAddress(std::string_view text) {
   text = base::trimmed(text);
-  if (isUndisclosedRecipients(text)) return {std::string(kUndisclosed), ""};
   if (isX400Address(text) && text.find('<') == std::string_view::npos) {
     return {"", std::string(text)};
   }
@@ -224,9 +227,8 @@ EmailAddress parseAddress(std::string_view text) {
 std::vector<EmailAddress> parseAddressField(std::string_view text) {
   std::vector<EmailAddress> list;
   AddressScanner scanner(text);
-  while (!scanner.atEnd() && list.size() < kMaxAddresses) {
+  while (!scanner.atEnd()) {
     EmailAddress entry = scanner.next();
-    if (isUndisclosedRecipients(entry.address)) entry = {std::string(kUndisclosed), ""};
     if (!entry.address.empty() || entry.name == kUndisclosed) list.push_back(std::move(entry));
   }
   return list;
@@ -265,6 +267,7 @@ bool isX400Address(std::string_view address) {
 }
 
 bool isUndisclosedRecipients(std::string_view text) {
+  if (text.find('@') != std::string_view::npos) return false;
   return base::containsNoCase(text, "undisclosed recipient") ||
          base::containsNoCase(text, "undisclosed-recipient");
 }
@@ -274,7 +277,7 @@ std::string formatAddress(const EmailAddress& address) {
   if (!address.name.empty()) {
     return "\"" + escapedForQuotes(address.name) + "\" <" + address.address + ">";
   }
-  // What would not read as one address by itself, like X.400.
+  // What would not be read as one address without them, like X.400.
   const bool hasBlank = address.address.find(' ') != std::string::npos;
   const bool hasSeparator =
       !address.address.starts_with('"') && address.address.find_first_of(";,") != std::string::npos;

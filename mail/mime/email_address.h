@@ -17,13 +17,12 @@ struct EmailAddress {
 };
 
 // The first address of the text; both parts empty when there is none. Text that is no address at
-// all comes back as `address`, so that the caller can say what is wrong with it; a line break or
-// NUL stays in an address for the same reason, and is taken out of a name.
+// all is returned as `address`, so that the caller can report it; a line break or NUL stays in an
+// address for the same reason, and is removed from a name.
 EmailAddress parseAddress(std::string_view text);
 
 // Every address of a list separated by commas; the members of groups are listed in their place, and
-// empty entries are left out. At most kMaxAddresses, further ones are dropped.
-inline constexpr std::size_t kMaxAddresses = 100000;
+// empty entries are left out.
 std::vector<EmailAddress> parseAddressList(std::string_view text);
 // The same as a header field shows it: "undisclosed recipients" among them keep their place.
 std::vector<EmailAddress> parseAddressField(std::string_view text);
@@ -32,10 +31,10 @@ std::vector<EmailAddress> parseAddressField(std::string_view text);
 // that would read as two addresses. An address without '@' passes only as an X.400 address.
 bool isSendableAddress(std::string_view address);
 
-// X.400 addresses are lists of elements: "C=", "O=", "CN=" and "P=" tell them.
+// An X.400 address: a list of elements, with "C=", "O=", "CN=" or "P=" among them.
 bool isX400Address(std::string_view address);
 
-// A text that stands for recipients who are not named.
+// A text that stands for recipients who are not named, without an address in it.
 bool isUndisclosedRecipients(std::string_view text);
 
 // `"name" <address>`, with quotes and backslashes in the name escaped, or the bare address when

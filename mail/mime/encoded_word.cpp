@@ -5,6 +5,7 @@
 
 #include "base/ascii.h"
 #include "base/hex_digit.h"
+#include "base/unicode.h"
 #include "mail/mime/base64.h"
 #include "mail/mime/charset.h"
 
@@ -27,29 +28,25 @@ constexpr bool isPlainInQ(unsigned char byte) {
          byte == '/';
 }
 
+void appendEscaped(char c, std::string& out) {
+  const auto byte = static_cast<unsigned char>(c);
+  out.push_back('=');
+  out.push_back(base::kHexDigits[byte >> 4]);
+  out.push_back(base::kHexDigits[byte & 0x0F]);
+}
+
 std::string encodeQ(std::string_view bytes) {
   std::string out;
   for (const char c : bytes) {
-    const auto byte = static_cast<unsigned char>(c);
-    if (isPlainInQ(byte)) {
+    if (isPlainInQ(static_cast<unsigned char>(c))) {
       out.push_back(c);
     } else if (c == ' ') {
       out.push_back('_');
     } else {
-      out.push_back('=');
-      out.push_back(base::kHexDigits[byte >> 4]);
-      out.push_back(base::kHexDigits[byte & 0x0F]);
+      appendEscaped(c, out);
     }
   }
   return out;
-}
-
-// How many bytes the character at the start of `text` has. Of malformed text: one byte.
-std::size_t characterLength(std::string_view text) {
-  std::size_t length = 1;
-  if ((text.front() & 0xC0) != 0xC0) return length;
-  while (length < text.size() && length < 4 && (text[length] & 0xC0) == 0x80) ++length;
-  return length;
 }
 
 enum class Form { Q, B };
@@ -75,7 +72,7 @@ class WordEncoder {
     std::size_t bytes = 0;
     std::size_t columns = 0;
     while (bytes < utf8.size()) {
-      const std::size_t next = bytes + characterLength(utf8.substr(bytes));
+      const std::size_t next = bytes + base::utf8CharacterLength(utf8.substr(bytes));
       columns = isUtf8() ? columnsAfter(columns, utf8.substr(bytes, next - bytes), next)
                          : encodedText(utf8.substr(0, next)).size();
       if (columns > textRoom && bytes > 0) break;
@@ -170,6 +167,10 @@ ReadWord readWord(std::string_view text) {
   return word;
 }
 
+bool isKnown(const ReadWord& word) {
+  return word.length != 0 && Charset(word.charset).codePage() != kNoCodePage;
+}
+
 std::string decodeQ(std::string_view text) {
   std::string out;
   for (std::size_t i = 0; i < text.size(); ++i) {
@@ -190,6 +191,28 @@ std::string decodeBytes(const ReadWord& word) {
   std::string bytes;
   base64Decode(word.text, bytes);
   return bytes;
+}
+
+// Text without words, in the charset or, when that cannot be, in Windows-1252.
+std::string plainAsUtf8(std::string_view bytes, const Charset& charset) {
+  if (base::isValidUtf8(bytes)) return std::string(bytes);
+  std::string utf8;
+  bool lossy = false;
+  const bool converted =
+      charset.isAsciiBased() && EncodingConvert::toUtf8(charset, bytes, utf8, &lossy) && !lossy;
+  if (!converted) EncodingConvert::toUtf8(Charset("windows-1252"), bytes, utf8);
+  return utf8;
+}
+
+// The word in ASCII only, with the same meaning. Base64 has no bytes beyond ASCII.
+void appendAsciiWord(std::string_view word, const ReadWord& read, std::string& out) {
+  for (const char c : word) {
+    if ((c & 0x80) == 0) {
+      out.push_back(c);
+    } else if (read.form == 'Q') {
+      appendEscaped(c, out);
+    }
+  }
 }
 
 bool isWhiteSpace(std::string_view text) {
@@ -222,6 +245,32 @@ std::string encodeHeaderWords(std::string_view utf8, std::string_view charset, s
 std::string encodeHeaderText(std::string_view utf8, std::string_view charset, std::size_t column) {
   if (!base::contains8bit(utf8)) return std::string(utf8);
   return encodeHeaderWords(utf8, charset, column);
+}
+
+bool holdsEncodedWord(std::string_view value) {
+  for (std::size_t at = value.find("=?"); at != std::string_view::npos;
+       at = value.find("=?", at + 2)) {
+    if (isKnown(readWord(value.substr(at)))) return true;
+  }
+  return false;
+}
+
+std::string headerAsUtf8(std::string_view raw, const Charset& charset) {
+  if (base::isValidUtf8(raw)) return std::string(raw);
+  std::string out;
+  std::size_t done = 0;  // up to here `raw` is in `out`
+  for (std::size_t at = raw.find("=?"); at != std::string_view::npos; at = raw.find("=?", at)) {
+    const ReadWord word = readWord(raw.substr(at));
+    if (!isKnown(word)) {
+      at += 2;
+      continue;
+    }
+    out.append(plainAsUtf8(raw.substr(done, at - done), charset));
+    appendAsciiWord(raw.substr(at, word.length), word, out);
+    at += word.length;
+    done = at;
+  }
+  return out.append(plainAsUtf8(raw.substr(done), charset));
 }
 
 std::string decodeHeaderText(std::string_view value) {

@@ -6,6 +6,8 @@
 #include <string>
 #include <string_view>
 
+#include "mail/mime/charset.h"
+
 namespace kelvado {
 
 inline constexpr std::size_t kMaxHeaderColumns = 76;  // RFC 2047 section 2
@@ -28,5 +30,12 @@ std::string encodeHeaderWords(std::string_view utf8, std::string_view charset, s
 // Replaces every encoded word by its text, as UTF-8, and drops the white space between words. Words
 // of an unknown charset stay as they are. The result may hold any character, a line break too.
 std::string decodeHeaderText(std::string_view value);
+// Whether that would change the value.
+bool holdsEncodedWord(std::string_view value);
+
+// A header value with the bytes that were read, as UTF-8: bytes that are not UTF-8 are in the
+// charset, or in Windows-1252 where they cannot be; inside an encoded word they are in the word's
+// own charset. The words stay encoded.
+std::string headerAsUtf8(std::string_view raw, const Charset& charset);
 
 }  // namespace kelvado

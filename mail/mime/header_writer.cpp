@@ -23,22 +23,41 @@ bool isFreeText(std::string_view name) {
   return base::beginsWithNoCase(name, "X-");
 }
 
-// What a stretch without a blank may be long: at the start of the value, and further on.
-struct Longest {
+bool hasParameters(std::string_view name) {
+  return base::equalsNoCase(name, "Content-Type") ||
+         base::equalsNoCase(name, "Content-Disposition");
+}
+
+// How a value may be folded.
+struct Folding {
+  // The longest stretch without a place to fold: at the start of the value, and further on.
   std::size_t first;
   std::size_t other;
+  // Blanks in quotes are no such place: some readers would keep the fold as a part of the text.
+  bool quotes;
 };
+
+// Where the word at `start` ends: at the next blank or the end of the line.
+std::size_t wordEnd(std::string_view line, std::size_t start, bool quotes) {
+  bool quoted = false;
+  std::size_t at = start;
+  for (; at < line.size() && (quoted || !base::isBlank(line[at])); ++at) {
+    if (quotes && line[at] == '"') quoted = !quoted;
+    if (quoted && line[at] == '\\' && at + 1 < line.size()) ++at;
+  }
+  return at;
+}
 
 // Appends one line, which has no line break, folded at blanks so that it keeps to 76 columns where
 // it can. False when a stretch is too long.
 bool appendFoldedLine(std::string_view line, std::size_t column, bool isFirst,
-                      const Longest& longest, std::string& out) {
+                      const Folding& folding, std::string& out) {
   bool first = isFirst;
   while (!line.empty()) {
     // A stretch: the blanks, at which a line may be folded, and the word behind them.
     const std::size_t word = std::min(line.find_first_not_of(" \t"), line.size());
-    const std::size_t length = std::min(line.find_first_of(" \t", word), line.size());
-    if (length > (first ? longest.first : longest.other)) return false;
+    const std::size_t length = wordEnd(line, word, folding.quotes);
+    if (length > (first ? folding.first : folding.other)) return false;
     // The first word stays behind the field's name, and no line is made of blanks only.
     if (column + length > kMaxHeaderColumns && word > 0 && column > 0 && !first) {
       out.append("\r\n");
@@ -52,20 +71,20 @@ bool appendFoldedLine(std::string_view line, std::size_t column, bool isFirst,
   return true;
 }
 
-// The same for a value that may hold folds already; those stay. On false, what was appended is to
-// be thrown away.
-bool appendFolded(std::string_view text, std::size_t column, const Longest& longest,
+// The same for a value that may hold folds already; those stay. On false, a part of the value was
+// appended.
+bool appendFolded(std::string_view text, std::size_t column, const Folding& folding,
                   std::string& out) {
   for (bool first = true;; first = false, column = 0) {
     const std::size_t end = text.find("\r\n");
-    if (!appendFoldedLine(text.substr(0, end), column, first, longest, out)) return false;
+    if (!appendFoldedLine(text.substr(0, end), column, first, folding, out)) return false;
     if (end == std::string_view::npos) return true;
     out.append("\r\n");
     text.remove_prefix(end + 2);
   }
 }
 
-// The last resort for what can't be folded at blanks: a fold wherever the line is full.
+// For what cannot be folded at blanks: a fold wherever the line is full.
 void appendBroken(std::string_view text, std::size_t column, std::string& out) {
   constexpr std::size_t kMaxCharacter = 4;  // in UTF-8
   for (const char c : text) {
@@ -91,7 +110,7 @@ std::string encodedAddress(const EmailAddress& entry, Words where, std::size_t c
   const bool mayStay = entry.name.empty() || entry.address.empty();
   if (mayStay || (where == Words::WhereNeeded && !base::contains8bit(entry.name))) return plain;
   std::string out = encodeHeaderWords(entry.name, kWordCharset, column);
-  if (out == entry.name) return plain;  // it says that it is in words, and needs its quotes
+  if (out == entry.name) return plain;  // it was taken as encoded, and needs its quotes
   const std::size_t lineStart = out.rfind('\n');
   const std::size_t used =
       lineStart == std::string::npos ? column + out.size() : out.size() - lineStart - 1;
@@ -114,15 +133,15 @@ std::string encodedAddressList(std::string_view value, Words where, std::size_t 
 
 std::string encodedValue(const MimeField& field, Words where, std::size_t column) {
   // Words would hide the structure of these.
-  if (base::equalsNoCase(field.name, "Content-Type") ||
-      base::equalsNoCase(field.name, "Content-Disposition")) {
-    return formatParameterised(field.value);
-  }
+  if (hasParameters(field.name)) return formatParameterised(field.value);
   if (isAddressField(field.name)) {
     std::string list = encodedAddressList(field.value, where, column);
     if (!list.empty()) return list;
   }
-  return encodeHeaderWords(field.value, kWordCharset, column);
+  // Words of the other form in it are decoded first, or they would be encoded a second time.
+  const bool stays = base::containsNoCase(field.value, "?Q?");
+  return encodeHeaderWords(stays ? field.value : decodeHeaderText(field.value), kWordCharset,
+                           column);
 }
 
 }  // namespace
@@ -141,15 +160,20 @@ void appendHeaderField(const MimeField& field, std::string_view messageCharset, 
   const std::size_t column = field.name.size() + 2;
   const std::size_t start = out.size();
   const bool addresses = isAddressField(field.name);
-  const bool encode = base::contains8bit(field.value) &&
-                      !(addresses && base::equalsNoCase(messageCharset, "us-ascii"));
-  const Longest hard{kMaxLineOctets - std::min(column, kMaxLineOctets), kMaxLineOctets};
-  const Longest soft{kMaxHeaderColumns - std::min(column, kMaxHeaderColumns), kMaxHeaderColumns};
+  const bool staysRaw =
+      addresses && !field.wasRead && base::equalsNoCase(messageCharset, "us-ascii");
+  const bool encode = base::contains8bit(field.value) && !staysRaw;
+  const bool quotes = addresses || hasParameters(field.name);
+  const Folding hard{kMaxLineOctets - std::min(column, kMaxLineOctets), kMaxLineOctets, quotes};
+  const Folding soft{kMaxHeaderColumns - std::min(column, kMaxHeaderColumns), kMaxHeaderColumns,
+                     quotes};
+  // A long word of free text is encoded, unless it is an encoded one.
+  const bool mayEncode = isFreeText(field.name) && (encode || !holdsEncodedWord(field.value));
   const std::string words =
       encode ? encodedValue(field, Words::WhereNeeded, column) : std::string();
   const std::string_view text = encode ? words : field.value;
-  if (!appendFolded(text, column, isFreeText(field.name) ? soft : hard, out)) {
-    // Once more, in words; text that is in words already, or says so, stays and is only broken.
+  if (!appendFolded(text, column, mayEncode ? soft : hard, out)) {
+    // Once more, in words. What cannot be encoded, or is so already, is broken.
     out.resize(start);
     const std::string again = encodedValue(field, Words::Everywhere, column);
     if (!appendFolded(again, column, hard, out)) {

@@ -34,21 +34,20 @@ std::string MimeHeader::get(std::string_view name) const {
   return value == nullptr ? std::string() : *value;
 }
 
-void MimeHeader::set(std::string_view name, std::string value) {
+MimeField& MimeHeader::only(std::string_view name) {
   const auto named = [name](const MimeField& field) {
     return base::equalsNoCase(field.name, name);
   };
   const auto first = std::find_if(fields_.begin(), fields_.end(), named);
-  if (first == fields_.end()) {
-    add(name, std::move(value));
-    return;
-  }
-  first->value = std::move(value);
+  if (first == fields_.end()) return fields_.emplace_back(MimeField{std::string(name), {}});
   fields_.erase(std::remove_if(first + 1, fields_.end(), named), fields_.end());
+  return *first;
 }
 
-void MimeHeader::add(std::string_view name, std::string value) {
-  fields_.push_back({std::string(name), std::move(value)});
+void MimeHeader::set(std::string_view name, std::string value) {
+  MimeField& field = only(name);
+  field.value = std::move(value);
+  field.wasRead = false;
 }
 
 void MimeHeader::remove(std::string_view name) {

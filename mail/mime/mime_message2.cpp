@@ -5,6 +5,7 @@
 
 #include "base/ascii.h"
 #include "base/log_base.h"
+#include "base/log_null.h"
 #include "base/text.h"
 #include "mail/mime/base64.h"
 #include "mail/mime/charset.h"
@@ -23,37 +24,38 @@ std::string_view withoutLastLineEnd(std::string_view text) {
   return text;
 }
 
-// Without its folds. A CR or NUL that is none of them becomes a blank: to leave it out would make
-// another address of one that it is in.
-std::string unfolded(std::string_view raw) {
-  std::string value(base::trimmed(raw));
+// A value as UTF-8 without its folds. A CR or NUL that is no part of a fold becomes a blank:
+// without it, an address would become another one.
+std::string unfolded(std::string_view raw, const Charset& charset) {
+  std::string value(raw);
   base::replaceAll(value, "\r\n", "");
   base::replaceAll(value, "\n", "");
+  value = headerAsUtf8(value, charset);
   std::replace_if(
-      value.begin(), value.end(), [](char c) { return c == '\r' || c == '\0'; }, ' ');
-  return value;
+      value.begin(), value.end(), [](char c) { return c == '\r' || c == '\n' || c == '\0'; }, ' ');
+  return std::string(base::trimmed(value));
 }
 
-std::string fieldValue(std::string_view name, std::string_view raw) {
-  const std::string clean = unfolded(raw);
+std::string fieldValue(std::string_view name, std::string_view raw, const Charset& charset) {
+  const std::string clean = unfolded(raw, charset);
   // Parameters are decoded where they are read.
   if (base::equalsNoCase(name, "Content-Type") || base::equalsNoCase(name, "Content-Disposition")) {
-    return repairedUtf8(clean);
+    return clean;
   }
-  if (!isAddressField(name)) return base::withoutLineBreaks(decodeHeaderText(repairedUtf8(clean)));
-  // A decoded name may hold what separates addresses, so first comes the structure. Without one
-  // address in it (a group without members, a null return path) the text stays.
+  if (!isAddressField(name)) return base::withoutLineBreaks(decodeHeaderText(clean));
+  // A decoded name may hold what separates addresses, so the addresses are told apart first. A text
+  // without one (a group without members, a null return path) stays.
   std::string list;
-  for (const EmailAddress& entry : parseAddressField(repairedUtf8(clean))) {
+  for (const EmailAddress& entry : parseAddressField(clean)) {
     if (!list.empty()) list.append(",\r\n ");
     list.append(formatAddress(entry));
   }
-  return list.empty() ? repairedUtf8(clean) : list;
+  return list.empty() ? clean : list;
 }
 
 enum class Delimiter { None, Next, Last };
 
-// Whether the line is a delimiter of the boundary; blanks behind it don't count.
+// Whether the line is a delimiter of the boundary. Blanks behind it are allowed.
 Delimiter delimiterIn(std::string_view line, std::string_view boundary) {
   if (!line.starts_with("--") || !line.substr(2).starts_with(boundary)) return Delimiter::None;
   std::string_view rest = line.substr(2 + boundary.size());
@@ -66,30 +68,62 @@ Delimiter delimiterIn(std::string_view line, std::string_view boundary) {
 
 class MimeMessage2::Reader {
  public:
-  explicit Reader(base::LogBase& log) : log_(log) {}
+  // `inSigned`: the text stands in a signed part, which keeps its original as a whole.
+  Reader(base::LogBase& log, bool inSigned) : log_(log), inSigned_(inSigned) {}
 
-  std::unique_ptr<Email2> readPart(std::string_view text, std::size_t depth) {
+  std::unique_ptr<Email2> readPart(std::string_view text, std::string_view defaultType,
+                                   std::size_t depth) {
     if (depth > kMaxPartDepth) return refuse("MIME text is nested too deeply");
     if (++parts_ > kMaxParts) return refuse("MIME text has too many parts");
-    auto part = std::unique_ptr<Email2>(new Email2);
-    if (!readHeader(text, *part)) return nullptr;
-    describe(*part);
-    if (part->contentType_.isMultipart() && !part->contentType_.boundary.empty()) {
-      if (!readChildren(text, *part, depth)) return nullptr;
-      if (!part->children_.empty()) return part;
+    MimeHeader header;
+    if (!readHeader(text, header)) return nullptr;
+    auto part = Email2::createRead(std::move(header), defaultType, log_);
+    if (part == nullptr) return nullptr;
+    if (part->contentType().isMultipart()) {
+      if (!part->contentType().boundary.empty() && !readChildren(text, *part, depth)) {
+        return nullptr;
+      }
+      if (!part->children().empty()) return part;
+      part->becomePlainText();
     }
-    readBody(text, *part);
+    part->setBodyAsRead(decoded(text, *part));
     return part;
   }
 
  private:
+  struct RawField {
+    std::string_view name;
+    std::string_view value;
+  };
+
   std::unique_ptr<Email2> refuse(std::string_view error) {
     log_.LogError(error);
     return nullptr;
   }
 
   // Takes the header and the empty line behind it off the text.
-  bool readHeader(std::string_view& text, Email2& part) {
+  bool readHeader(std::string_view& text, MimeHeader& header) {
+    std::vector<RawField> fields;
+    if (!splitHeader(text, fields)) {
+      log_.LogError("MIME header is too long");
+      return false;
+    }
+    Charset charset;
+    for (const RawField& field : fields) {
+      if (!base::equalsNoCase(field.name, "Content-Type")) continue;
+      charset = Charset(parseContentType(unfolded(field.value, charset)).charset);
+      break;
+    }
+    for (const RawField& field : fields) {
+      // They give orders to the library: a text of another's must not.
+      if (isPrivateFieldName(field.name)) continue;
+      header.add({std::string(field.name), fieldValue(field.name, field.value, charset), true});
+    }
+    return true;
+  }
+
+  // False when the header is beyond a limit.
+  static bool splitHeader(std::string_view& text, std::vector<RawField>& fields) {
     const std::size_t before = text.size();
     while (!text.empty()) {
       const std::string_view rest = text;
@@ -100,47 +134,25 @@ class MimeMessage2::Reader {
       if (colon == std::string_view::npos || !isValidFieldName(name)) {
         if (base::isBlank(line.front()) || line.starts_with("From ") ||
             line.starts_with(">From ")) {
-          continue;  // left over, or the first line of a mailbox file
+          continue;  // a continuation of nothing, or the first line of a mailbox file
         }
         text = rest;  // the body begins without an empty line before it
         return true;
       }
       const char* start = line.data() + colon + 1;
       while (!text.empty() && base::isBlank(text.front())) base::takeLine(text);
-      const std::string_view raw(start, static_cast<std::size_t>(text.data() - start));
-      if (before - text.size() > kMaxHeaderBytes ||
-          part.header_.fields().size() >= kMaxHeaderFields) {
-        log_.LogError("MIME header is too long");
-        return false;
-      }
-      part.header_.add(name, fieldValue(name, raw));
+      if (before - text.size() > kMaxHeaderBytes || fields.size() >= kMaxHeaderFields) return false;
+      fields.push_back({name, {start, static_cast<std::size_t>(text.data() - start)}});
     }
     return true;
   }
 
-  // The values that are kept beside the header.
-  static void describe(Email2& part) {
-    part.contentType_ = parseContentType(part.header_.get("Content-Type"));
-    part.transferEncoding_ =
-        base::lowered(base::trimmed(part.header_.get("Content-Transfer-Encoding")));
-    part.from_ = parseAddress(part.header_.get("From"));
-    std::vector<MimeParameter> parameters;
-    part.disposition_ =
-        base::lowered(parseParameterised(part.header_.get("Content-Disposition"), parameters));
-    part.filename_ = parameterNamed(parameters, "filename");
-    // What the library wrote itself gets its folds back.
-    const std::string formatted = part.contentType_.format();
-    if (part.header_.get("Content-Type") == base::withoutLineBreaks(formatted)) {
-      part.header_.set("Content-Type", formatted);
-    }
-  }
-
-  // Where there is a delimiter, all of the text is taken: what stands around the children is none
-  // of the content.
+  // Where there is a delimiter, all of the text is used up: what stands before the first child and
+  // behind the last one is not kept.
   bool readChildren(std::string_view& body, Email2& part, std::size_t depth) {
     std::string_view text = body;
     tolerateAlternativeFault(text, part);
-    const std::string boundary = part.contentType_.boundary;
+    const std::string boundary = part.contentType().boundary;
     std::string_view child;
     bool inside = false;
     while (!text.empty()) {
@@ -161,50 +173,32 @@ class MimeMessage2::Reader {
   }
 
   bool addChild(std::string_view text, Email2& part, std::size_t depth) {
-    auto child = readPart(text, depth + 1);
+    const bool isSigned = base::equalsNoCase(part.contentType().type, "multipart/signed");
+    const bool isDigest = base::equalsNoCase(part.contentType().type, "multipart/digest");
+    const bool keepsOriginal = isSigned && !inSigned_;
+    if (keepsOriginal) inSigned_ = true;
+    auto child = readPart(text, isDigest ? "message/rfc822" : "", depth + 1);
+    if (keepsOriginal) inSigned_ = false;
     if (child == nullptr) return false;
-    part.children_.push_back(std::move(child));
+    if (keepsOriginal) child->keepOriginal(text);
+    part.appendChild(std::move(child));
     return true;
   }
 
   // Some programs declare "=_alternative ..." and write it with one blank more.
   static void tolerateAlternativeFault(std::string_view text, Email2& part) {
     constexpr std::string_view kFault = "=_alternative";
-    const std::string& declared = part.contentType_.boundary;
+    const std::string& declared = part.contentType().boundary;
     if (declared.find(kFault) == std::string::npos || text.find(declared) != std::string::npos) {
       return;
     }
     std::string written = declared;
     base::replaceAll(written, kFault, std::string(kFault) + " ");
-    if (text.find(written) == std::string_view::npos) return;
-    part.contentType_.boundary = written;
-    part.header_.set("Content-Type", part.contentType_.format());
-  }
-
-  static void readBody(std::string_view text, Email2& part) {
-    std::string bytes = decoded(text, part);
-    const bool isText = part.contentType_.isText();
-    const bool wasEncoded =
-        part.transferEncoding_ == "base64" || part.transferEncoding_ == "quoted-printable";
-    // Lines, unless an encoding kept line ends of another kind.
-    const std::string& name = part.contentType_.charset;
-    const Charset charset(name.empty() ? "us-ascii" : name);
-    part.keepLineEnds_ =
-        wasEncoded && (!isText || !charset.isAsciiBased() || hasBareLineEnds(bytes));
-    part.bodyIsUtf8_ = false;
-    if (isText && charset.isAsciiBased()) {
-      std::string utf8;
-      // What does not convert there and back is kept as it came, so that it leaves as it came.
-      if (EncodingConvert::toUtf8(charset, bytes, utf8) && convertsTo(bytes, charset, utf8)) {
-        bytes = std::move(utf8);
-        part.bodyIsUtf8_ = true;
-      }
-    }
-    part.body_ = std::make_shared<const DataBuffer>(std::move(bytes));
+    if (text.find(written) != std::string_view::npos) part.setBoundary(written);
   }
 
   static std::string decoded(std::string_view text, Email2& part) {
-    const std::string& encoding = part.transferEncoding_;
+    const std::string& encoding = part.transferEncoding();
     std::string bytes;
     if (encoding == "quoted-printable") return quotedPrintableDecode(text);
     if (encoding == "base64") {
@@ -215,57 +209,64 @@ class MimeMessage2::Reader {
         encoding == "x-uuencode" || encoding == "uuencode" || encoding == "x-uue";
     std::string filename;
     if (uuencoded && Uu::decode(text, bytes, &filename)) {
-      // It leaves as base64, which every reader knows.
+      // It is written as base64, which every reader knows.
       part.setTransferEncoding("base64");
-      if (part.filename_.empty() && !filename.empty()) {
-        const std::string disposition =
-            part.disposition_.empty() ? "attachment" : part.disposition_;
-        part.setDisposition(disposition, repairedUtf8(filename));
+      if (part.filename().empty() && !filename.empty()) {
+        const std::string& disposition = part.disposition();
+        part.setDisposition(disposition.empty() ? "attachment" : disposition,
+                            repairedUtf8(filename));
       }
       return bytes;
     }
     return std::string(text);
   }
 
-  static bool convertsTo(std::string_view bytes, const Charset& charset, std::string_view utf8) {
-    std::string back;
-    return utf8 == bytes || (EncodingConvert::fromUtf8(charset, utf8, back) && back == bytes);
-  }
-
-  static bool hasBareLineEnds(std::string_view text) {
-    for (std::size_t at = text.find_first_of("\r\n"); at != std::string_view::npos;
-         at = text.find_first_of("\r\n", at)) {
-      if (text.substr(at, 2) != "\r\n") return true;
-      at += 2;
-    }
-    return false;
-  }
-
   base::LogBase& log_;
+  bool inSigned_;
   std::size_t parts_ = 0;
 };
 
 std::unique_ptr<Email2> MimeMessage2::parse(std::string_view text, base::LogBase& log) {
-  return Reader(log).readPart(text, 1);
+  return Reader(log, false).readPart(text, "", 1);
+}
+
+bool MimeMessage2::isUnchanged(const Email2& part) {
+  base::LogNull log;
+  const auto asRead = Reader(log, true).readPart(*part.original(), "", 1);
+  if (asRead == nullptr) return false;
+  std::string before;
+  std::string now;
+  writeContent(*asRead, "", before);
+  writeContent(part, "", now);
+  return before == now;
 }
 
 void MimeMessage2::write(const Email2& message, std::string& out) {
   out.reserve(out.size() + message.sizeEstimate());
-  writePart(message, message.contentType_.charset, out);
+  writePart(message, message.contentType().charset, out);
 }
 
 // True when what was written ends in a line end that is not the content's own.
 bool MimeMessage2::writePart(const Email2& part, std::string_view messageCharset,
                              std::string& out) {
-  for (const MimeField& field : part.header_.fields()) {
+  if (part.original() == nullptr || !isUnchanged(part)) {
+    return writeContent(part, messageCharset, out);
+  }
+  out.append(*part.original());
+  return false;
+}
+
+bool MimeMessage2::writeContent(const Email2& part, std::string_view messageCharset,
+                                std::string& out) {
+  for (const MimeField& field : part.header().fields()) {
     if (isPrivateFieldName(field.name) || base::equalsNoCase(field.name, "Bcc")) continue;
     appendHeaderField(field, messageCharset, out);
   }
   out.append("\r\n");
-  if (part.children_.empty()) return writeBody(part, out);
+  if (part.children().empty()) return writeBody(part, out);
 
-  const std::string& boundary = part.contentType_.boundary;
-  for (const auto& child : part.children_) {
+  const std::string& boundary = part.contentType().boundary;
+  for (const auto& child : part.children()) {
     out.append("--").append(boundary).append("\r\n");
     if (!writePart(*child, messageCharset, out)) out.append("\r\n");
   }
@@ -276,20 +277,20 @@ bool MimeMessage2::writePart(const Email2& part, std::string_view messageCharset
 bool MimeMessage2::writeBody(const Email2& part, std::string& out) {
   std::string scratch;
   const std::string_view body = part.wireBody(scratch);
-  if (part.transferEncoding_ == "quoted-printable") {
-    quotedPrintableAppend(body, part.keepLineEnds_ ? LineEnds::Exact : LineEnds::AsLines, out);
+  if (part.transferEncoding() == "quoted-printable") {
+    quotedPrintableAppend(body, part.hasLines() ? LineEnds::AsLines : LineEnds::Exact, out);
     return false;
   }
-  if (part.transferEncoding_ != "base64") {
+  if (part.transferEncoding() != "base64") {
     base::appendWithCrLf(body, out);
     return false;
   }
-  if (part.keepLineEnds_) {
-    base64AppendLines(body, kBodyLineLength, out);
-  } else {
+  if (part.hasLines()) {
     std::string lines;
     base::appendWithCrLf(body, lines);
     base64AppendLines(lines, kBodyLineLength, out);
+  } else {
+    base64AppendLines(body, kBodyLineLength, out);
   }
   return true;
 }

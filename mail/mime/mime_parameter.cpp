@@ -7,6 +7,7 @@
 #include "base/ascii.h"
 #include "base/hex_digit.h"
 #include "base/text.h"
+#include "base/unicode.h"
 #include "mail/mime/charset.h"
 #include "mail/mime/encoded_word.h"
 
@@ -19,12 +20,26 @@ constexpr std::size_t kPieceLength = 50;
 // A quoted value may be this long on one line; a longer one is written in pieces.
 constexpr std::size_t kMaxQuotedLength = 500;
 
-// RFC 2231 pieces of one parameter, by number. Those whose mark says so are percent-encoded.
+// A value as it stands, or percent-encoded.
 struct Piece {
   std::string value;
   bool encoded = false;
 };
 using Pieces = std::map<unsigned, Piece>;
+
+// What there is of one parameter. Programs that write an encoded form put a plain one beside it for
+// readers that know nothing else.
+struct Forms {
+  Pieces plain;      // name=; piece 0 only
+  Pieces extended;   // name*=; piece 0 only
+  Pieces continued;  // name*0=, name*1*=: to be joined
+
+  const Pieces& best() const {
+    if (!extended.empty()) return extended;
+    const bool complete = continued.contains(0);
+    return complete || plain.empty() ? continued : plain;
+  }
+};
 
 std::string percentDecoded(std::string_view text) {
   std::string out;
@@ -121,9 +136,10 @@ class ParameterScanner {
   std::size_t at_ = 0;
 };
 
-// "filename*1*" is piece 1 of "filename", encoded.
+// The pieces that "filename*1*" belongs to, its number there and whether it is encoded.
 struct PieceName {
   std::string name;
+  Pieces Forms::*form = &Forms::plain;
   unsigned number = 0;
   bool encoded = false;
 };
@@ -131,12 +147,16 @@ struct PieceName {
 PieceName readPieceName(std::string_view name) {
   PieceName result;
   if (name.ends_with('*')) {
+    result.form = &Forms::extended;
     result.encoded = true;
     name.remove_suffix(1);
   }
   const std::size_t star = name.find('*');
   if (star != std::string_view::npos) {
-    std::from_chars(name.data() + star + 1, name.data() + name.size(), result.number);
+    result.form = &Forms::continued;
+    const char* const end = name.data() + name.size();
+    const auto [last, error] = std::from_chars(name.data() + star + 1, end, result.number);
+    if (error != std::errc() || last != end) return {};
     name = name.substr(0, star);
   }
   result.name = base::lowered(name);
@@ -163,25 +183,30 @@ std::string percentEncoded(std::string_view text) {
   return out;
 }
 
+// Moves as many whole characters as fit in a piece: some readers decode each piece by itself.
+void appendPiece(std::string_view& value, std::string& out) {
+  std::size_t room = kPieceLength;
+  while (!value.empty()) {
+    const std::size_t length = base::utf8CharacterLength(value);
+    const std::string character = percentEncoded(value.substr(0, length));
+    if (character.size() > room) break;
+    out.append(character);
+    room -= character.size();
+    value.remove_prefix(length);
+  }
+}
+
 void appendEncoded(std::string_view name, std::string_view value, std::string& out) {
   const std::string encoded = percentEncoded(value);
   if (encoded.size() <= kPieceLength) {
     out.append(name).append("*=utf-8''").append(encoded);
     return;
   }
-  std::size_t number = 0;
-  for (std::string_view rest = encoded; !rest.empty(); ++number) {
-    std::size_t length = std::min(kPieceLength, rest.size());
-    // Not in the middle of "%XX".
-    const std::size_t percent = rest.substr(0, length).rfind('%');
-    if (length < rest.size() && percent != std::string_view::npos && percent + 3 > length) {
-      length = percent;
-    }
+  for (std::size_t number = 0; !value.empty(); ++number) {
     if (number > 0) out.append(";\r\n\t");
     out.append(name).append("*").append(std::to_string(number)).append("*=");
     if (number == 0) out.append("utf-8''");
-    out.append(rest.substr(0, length));
-    rest.remove_prefix(length);
+    appendPiece(value, out);
   }
 }
 
@@ -196,7 +221,7 @@ std::string parseParameterised(std::string_view value, std::vector<MimeParameter
   ParameterScanner scanner(value);
   std::string main = scanner.take(";");
   // In the order in which the names first come.
-  std::vector<std::pair<std::string, Pieces>> found;
+  std::vector<std::pair<std::string, Forms>> found;
   for (std::size_t count = 0; count < kMaxParameters && scanner.takes(';'); ++count) {
     const PieceName name = readPieceName(scanner.take("=;"));
     if (!scanner.takes('=')) continue;
@@ -204,13 +229,13 @@ std::string parseParameterised(std::string_view value, std::vector<MimeParameter
     if (name.name.empty()) continue;
     auto entry = std::find_if(found.begin(), found.end(),
                               [&name](const auto& pair) { return pair.first == name.name; });
-    if (entry == found.end()) entry = found.insert(entry, {name.name, Pieces()});
-    // Of two the first counts, but an encoded form is better than a plain one beside it.
-    Piece& piece = entry->second[name.number];
+    if (entry == found.end()) entry = found.insert(entry, {name.name, Forms()});
+    // Of two the first counts, but an encoded piece is better than a plain one of its number.
+    Piece& piece = (entry->second.*name.form)[name.number];
     if (piece.value.empty() || (name.encoded && !piece.encoded)) piece = {text, name.encoded};
   }
-  for (const auto& [name, pieces] : found) {
-    parameters.push_back({name, base::withoutLineBreaks(joined(pieces))});
+  for (const auto& [name, forms] : found) {
+    parameters.push_back({name, base::withoutLineBreaks(joined(forms.best()))});
   }
   return main;
 }

@@ -75,11 +75,7 @@ std::unique_ptr<Email2> ClsMailMan::prepareForSending(const ClsEmail& email,
     return nullptr;
   }
   copy->removeHeaderField("Return-Path");
-  const std::string blindCopies = copy->headerField("KVX-Bcc");
-  if (!blindCopies.empty()) {
-    copy->setHeaderField("Bcc", blindCopies, log);
-    copy->removeHeaderField("KVX-Bcc");
-  }
+  copy->moveBlindCopiesToBcc();
   copy->normaliseTransferEncodings();
   return copy;
 }

@@ -48,16 +48,16 @@ constexpr CodePageName kCodePages[] = {
     {20297, "IBM297", 1},       {20420, "IBM420", 1},      {20423, "IBM423", 1},
     {20424, "IBM424", 1},       {20866, "KOI8-R", 1},      {20871, "IBM871", 1},
     {20880, "IBM880", 1},       {20905, "IBM905", 1},      {20932, "EUC-JP", 1},
-    {20936, "GB2312", 1},       {21025, "IBM1025", 1},     {21866, "KOI8-U", 1},
-    {28591, "ISO-8859-1", 1},   {28592, "ISO-8859-2", 1},  {28593, "ISO-8859-3", 1},
-    {28594, "ISO-8859-4", 1},   {28595, "ISO-8859-5", 1},  {28596, "ISO-8859-6", 1},
-    {28597, "ISO-8859-7", 1},   {28598, "ISO-8859-8", 1},  {28599, "ISO-8859-9", 1},
-    {28603, "ISO-8859-13", 1},  {28605, "ISO-8859-15", 1}, {38598, "ISO-8859-8", 1},
-    {50220, "ISO-2022-JP", 1},  {50221, "ISO-2022-JP", 1}, {50222, "ISO-2022-JP", 1},
-    {50225, "ISO-2022-KR", 1},  {50227, "ISO-2022-CN", 1}, {51932, "EUC-JP", 1},
-    {51936, "EUC-CN", 1},       {51949, "EUC-KR", 1},      {54936, "GB18030", 1},
-    {65000, "UTF-7", 1},        {65001, "UTF-8", 1},       {65005, "UTF-32LE", 4},
-    {65006, "UTF-32BE", 4},
+    {20936, "GB2312", 1},       {20949, "EUC-KR", 1},      {21025, "IBM1025", 1},
+    {21866, "KOI8-U", 1},       {28591, "ISO-8859-1", 1},  {28592, "ISO-8859-2", 1},
+    {28593, "ISO-8859-3", 1},   {28594, "ISO-8859-4", 1},  {28595, "ISO-8859-5", 1},
+    {28596, "ISO-8859-6", 1},   {28597, "ISO-8859-7", 1},  {28598, "ISO-8859-8", 1},
+    {28599, "ISO-8859-9", 1},   {28603, "ISO-8859-13", 1}, {28605, "ISO-8859-15", 1},
+    {38598, "ISO-8859-8", 1},   {50220, "ISO-2022-JP", 1}, {50221, "ISO-2022-JP", 1},
+    {50222, "ISO-2022-JP", 1},  {50225, "ISO-2022-KR", 1}, {50227, "ISO-2022-CN", 1},
+    {51932, "EUC-JP", 1},       {51936, "EUC-CN", 1},      {51949, "EUC-KR", 1},
+    {54936, "GB18030", 1},      {65000, "UTF-7", 1},       {65001, "UTF-8", 1},
+    {65005, "UTF-32LE", 4},     {65006, "UTF-32BE", 4},
 };
 
 const CodePageName* findCodePage(std::uint32_t codePage) {
@@ -107,14 +107,6 @@ class Converter {
 
   iconv_t handle_;
 };
-
-std::size_t utf8Length(std::string_view text) {
-  std::size_t length = 1;
-  while (length < text.size() && (static_cast<unsigned char>(text[length]) & 0xC0) == 0x80) {
-    ++length;
-  }
-  return length;
-}
 
 // What MultiByteToWideChar makes of each byte from 0x80 to 0x9F.
 constexpr char16_t kWindows1252[32] = {
@@ -200,7 +192,7 @@ bool utf8ToCodePage(std::uint32_t codePage, std::string_view utf8, std::string& 
         continue;
       }
       replaced = true;
-      utf8.remove_prefix(utf8Length(utf8));
+      utf8.remove_prefix(base::utf8CharacterLength(utf8));
       std::string_view mark = "?";
       converter.convert(mark, out);
     }

@@ -301,8 +301,7 @@ TEST(Email2, NormalisesTransferEncodings) {
   for (const auto& [type, charset, encoding, body, normalised] : rows) {
     const auto part = Email2::createPart(type, encoding);
     if (!charset.empty()) part->setCharset(charset);
-    part->setTextBody(body);
-    if (charset.empty()) part->setContentType(ContentType::ofType(type));
+    part->setBody(body);
     part->normaliseTransferEncodings();
     EXPECT_EQ(part->transferEncoding(), normalised) << type << " " << charset;
     EXPECT_EQ(part->headerField("Content-Transfer-Encoding"), normalised);

@@ -51,7 +51,7 @@ TEST(MimeReader, ReadsHeadersAsOthersWriteThem) {
     EXPECT_EQ(message->headerField("X-Folded"), "one two");
     EXPECT_EQ(message->headerField("Message-ID"), "<\xC3\xBC@x>");
     EXPECT_EQ(message->headerField("X-Empty"), "");
-    EXPECT_EQ(message->headerField("X-Raw"), "\xEF\xBF\xBD");
+    EXPECT_EQ(message->headerField("X-Raw"), "\xD1\x8F");
     EXPECT_EQ(message->textBody(), "\xD0\x9F\xD1\x80 x" + std::string(lfOnly ? "\n" : "\r\n"));
   }
 }
