@@ -3,21 +3,28 @@
 #pragma once
 
 #include <string>
-#include <string_view>
+#include <vector>
 
 #include "config/debug_log.h"
 
 namespace notify {
 
 struct MessageBody {
-  std::string text;  // ANSI code page
+  std::string text;  // UTF-8
   bool isHtml = false;
+  // There is a template that cannot be used, and nothing else to say: the text is empty.
+  bool templateLost = false;
 };
 
-// The HTML template, else the plain-text one, else the custom message. Says in the debug log which.
+// The HTML template, else the plain-text one, else the custom message (ANSI). Says in the debug log
+// which. A template is UTF-16 when it begins with that encoding's mark, else UTF-8 when it is valid
+// UTF-8, else ANSI. One that cannot be read or decoded is passed over.
 MessageBody loadMessageBody(const std::string& customMessage, config::DebugLog& log);
 
-// What the tokens of a template stand for.
+// The templates that are there and cannot be used: one line each, for an administrator.
+std::vector<std::string> findTemplateProblems();
+
+// What the tokens of a template stand for; ANSI.
 struct TokenValues {
   std::string username;
   std::string firstName;
@@ -25,9 +32,9 @@ struct TokenValues {
   int daysUntilExpiration = 0;
 };
 
-// Replaces every token, one kind after the other in the order <%username%>, <%firstName%>,
-// <%lastName%>, <%daysUntilExpiration%>, <%backslash%>. Letter case counts. Within one kind an
-// inserted value is not looked at again.
-std::string replaceTokens(std::string text, const TokenValues& values);
+// Replaces <%username%>, <%firstName%>, <%lastName%>, <%daysUntilExpiration%> and <%backslash%>,
+// letter case counts, in one scan: an inserted value is not looked at again. In HTML a value is
+// inserted as text, never as markup.
+void replaceTokens(MessageBody& body, const TokenValues& values);
 
 }  // namespace notify

@@ -5,6 +5,7 @@
 #include "mail/mime/kv_email.h"
 #include "notify/mail_settings.h"
 #include "notify/message_template.h"
+#include "platform/text/text_lines.h"
 
 namespace notify {
 namespace {
@@ -21,7 +22,7 @@ MessageBody composeBody(const WarningContext& context, const UserRecord& user) {
 
   MessageBody body = loadMessageBody(context.settings.emailCustomMsg, context.log);
   const directory::UserDirectoryData& data = user.data;
-  body.text = replaceTokens(body.text, {user.username, data.firstName, data.lastName, countdown});
+  replaceTokens(body, {user.username, data.firstName, data.lastName, countdown});
   context.log.print("    user firstname: %s\n", data.firstName.c_str());
   context.log.print("    user lastname: %s\n", data.lastName.c_str());
   context.log.print("    days until expiration: %i\n", countdown);
@@ -31,10 +32,12 @@ MessageBody composeBody(const WarningContext& context, const UserRecord& user) {
 
 void composeEmail(kelvado::KvEmail& email, const config::ExpirationSettings& settings,
                   const std::string& address, const MessageBody& body) {
+  const std::string to = platform::ansiToUtf8(address);
+  email.put_Utf8(true);
   email.AddHeaderField("X-Priority", "1");
-  email.put_From(settings.emailFromAddress.c_str());
-  email.AddTo(address.c_str(), address.c_str());
-  email.put_Subject(settings.emailSubject.c_str());
+  email.put_From(platform::ansiToUtf8(settings.emailFromAddress).c_str());
+  email.AddTo(to.c_str(), to.c_str());
+  email.put_Subject(platform::ansiToUtf8(settings.emailSubject).c_str());
   if (body.isHtml) {
     email.SetHtmlBody(body.text.c_str());
   } else {
@@ -64,6 +67,10 @@ bool sendWarningEmail(const WarningContext& context, const UserRecord& user) {
   log.print("    szUserEmail: %s\n", address.c_str());
 
   const MessageBody body = composeBody(context, user);
+  if (body.templateLost) {
+    log.print("    no mail: its template cannot be used.\n  emailUser() - end\n");
+    return false;
+  }
   configureMailMan(mailMan, context.settings);
   kelvado::KvEmail email;
   composeEmail(email, context.settings, address, body);

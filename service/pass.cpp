@@ -8,6 +8,7 @@
 #include "directory/password_expiry.h"
 #include "notify/admin_report_mail.h"
 #include "notify/mail_settings.h"
+#include "notify/message_template.h"
 #include "notify/run_logs.h"
 #include "notify/warning_email.h"
 #include "platform/system/files.h"
@@ -36,13 +37,6 @@ std::string backslashesToLines(const std::string& message) {
   return lines;
 }
 
-std::uint64_t fileSize(std::FILE* file) {
-  std::fseek(file, 0, SEEK_END);
-  const long size = std::ftell(file);
-  std::rewind(file);
-  return size > 0 ? static_cast<std::uint64_t>(size) : 0;
-}
-
 config::Findings::Listener listenerOf(PassObserver* observer) {
   if (observer == nullptr) return {};
   return [observer](config::FindingKind kind, const std::string& line) {
@@ -68,6 +62,7 @@ PassRecord Pass::make() {
   if (log_.enabled()) platform::createDirectory(config::kLogDirectory);
   log_.recreate();
   loadSettings();
+  for (const std::string& problem : notify::findTemplateProblems()) findings_.problem(problem);
   sendTestEmail();
   slots_ = loadPolicyTable(run_.host.registry, pass_.settings, run_.edition.memberServer, log_);
   listDomainUsers();
@@ -129,9 +124,11 @@ void Pass::listDomainUsers() {
     log_.print("   policy%i applies to Domain Users\n", slot);
   }
   const std::string problem = anyApplies ? domain_.writeDomainUsersList() : "";
-  hasUsersList_ = problem.empty();
-  if (hasUsersList_) return;
-  findings_.problem(problem + ": the policies for all users of the domain are left out");
+  usersListLost_ = !problem.empty();
+  wroteUsersList_ = anyApplies && problem.empty();
+  if (usersListLost_) {
+    findings_.problem(problem + ": the policies for all users of the domain are left out");
+  }
 }
 
 void Pass::splitCustomMessage() {
@@ -198,28 +195,35 @@ void Pass::visitSlot(int slot) {
 }
 
 void Pass::examineList(PolicyInHand& policy, const PolicyFiles& files) {
-  if (files.include == config::kDomainUsersFile && !hasUsersList_) return;
-  platform::File list = platform::openFile(files.include, "r");
-  if (!list) return;
-  auto excluded = readExcludeFile(files.exclude);
-  if (!excluded) {
-    findings_.problem(files.exclude + " cannot be read, or not as text of one byte a character: " +
-                      "its policy is left out");
+  if (files.include == config::kDomainUsersFile && usersListLost_) return;
+  const bool written = files.include == config::kDomainUsersFile && wroteUsersList_;
+  UserList list(files.include, written ? UserList::Writer::Program : UserList::Writer::Person);
+  if (list.state() == UserList::State::Missing) {
+    findings_.note(slotLabel(policy.slot) + " has a maximum password age and no list of users (" +
+                   files.include + "): it covers nobody");
     return;
   }
-  policy.excluded = std::move(*excluded);
-  ++pass_.record.lists;
-  const std::string listName = slotLabel(policy.slot) + " (" + files.include + ")";
-  if (run_.observer != nullptr) {
-    run_.observer->slotStarted(policy.slot, files.include, fileSize(list.get()));
+  if (list.state() == UserList::State::Open) {
+    ExcludeList excluded = readExcludeList(files.exclude, run_.host.accounts, findings_);
+    if (!excluded.usable) return;
+    policy.excluded = std::move(excluded.keys);
+    examineUsers(policy, files.include, list);
   }
-  std::string line;
-  for (bool first = true; platform::readTextLine(list.get(), kListReadSize, line); first = false) {
-    if (first) cutByteOrderMark(line);
-    const notify::UserRecord user = examiner_.examine(policy, line);
+  if (list.state() == UserList::State::Unusable) {
+    findings_.problem(list.problem() + ": its policy is left out");
+  }
+}
+
+void Pass::examineUsers(const PolicyInHand& policy, const std::string& file, UserList& list) {
+  ++pass_.record.lists;
+  const std::string listName = slotLabel(policy.slot) + " (" + file + ")";
+  if (run_.observer != nullptr) run_.observer->slotStarted(policy.slot, file, list.size());
+  for (std::string name; list.next(name);) {
+    const notify::UserRecord user = examiner_.examine(policy, name);
     pass_.record.addUser(user, listName);
     if (run_.observer != nullptr) run_.observer->userExamined(user);
   }
+  noteCutName(list, file, findings_);
 }
 
 void Pass::finishReport() {

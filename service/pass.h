@@ -49,6 +49,7 @@ class Pass {
   void bindDirectory();
   void visitSlot(int slot);
   void examineList(PolicyInHand& policy, const PolicyFiles& files);
+  void examineUsers(const PolicyInHand& policy, const std::string& file, UserList& list);
   void finishReport();
 
   RunContext& run_;
@@ -57,7 +58,8 @@ class Pass {
   PassState pass_;
   config::Findings& findings_;  // of the pass's record
   PolicyTable slots_;
-  bool hasUsersList_ = true;  // as far as a policy needs it
+  bool wroteUsersList_ = false;  // of the domain's users
+  bool usersListLost_ = false;   // a policy needs it, and it could not be written
   bool testEmailFailed_ = false;
   UserExaminer examiner_;
 };

@@ -24,14 +24,13 @@ constexpr const char* kRule = "---------------------------\n";
 
 }  // namespace
 
-UserRecord UserExaminer::examine(const PolicyInHand& policy, std::string line) {
+UserRecord UserExaminer::examine(const PolicyInHand& policy, const std::string& listed) {
   UserRecord user;
   user.slot = policy.slot;
   user.maxAge = policy.maxAge;
   user.emailWarnings = policy.emailWarnings;
   user.age = pass_.ageBefore;
-  cutLineEnd(line);
-  const std::u16string name = platform::ansiToUtf16(line);
+  const std::u16string name = platform::ansiToUtf16(listed);
   user.username = platform::utf16ToAnsi(name);
   if (log_.enabled()) {
     log_.print("timestamp=%s\n", base::timestampText(host_.clock.localTime()).c_str());

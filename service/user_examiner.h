@@ -28,8 +28,8 @@ class UserExaminer {
                PassState& pass)
       : host_(host), log_(log), domain_(domain), pass_(pass) {}
 
-  // `line` is as it was read; its last character is taken for the line end.
-  notify::UserRecord examine(const PolicyInHand& policy, std::string line);
+  // `listed` is the name as the list spells it, in the ANSI code page.
+  notify::UserRecord examine(const PolicyInHand& policy, const std::string& listed);
 
  private:
   void screenAccount(const std::u16string& name, notify::UserRecord& user);

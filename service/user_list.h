@@ -1,11 +1,17 @@
-// The include and exclude files of the policies: one user name a line.
-// Used by the expiration run only.
+// The include and exclude files of the policies: one user name a line. Used by the pass only.
+//
+// A list is UTF-8 when it begins with that encoding's mark or is valid UTF-8 beyond plain ASCII,
+// else it is in the ANSI code page. Anything else (UTF-16, say) cannot be used.
 #pragma once
 
 #include <cstddef>
-#include <optional>
+#include <cstdint>
 #include <string>
 #include <unordered_set>
+
+#include "config/findings.h"
+#include "platform/directory/account_database.h"
+#include "platform/system/files.h"
 
 namespace service {
 
@@ -19,17 +25,56 @@ struct PolicyFiles {
 
 PolicyFiles policyFiles(int slot);
 
-// Cuts the last character, whatever it is: a last line without a line end loses a real one.
-void cutLineEnd(std::string& line);
+// One list, read name by name.
+class UserList {
+ public:
+  enum class State { Missing, Unusable, Open };
+  // A list that this program wrote is in the ANSI code page, whatever it looks like.
+  enum class Writer { Person, Program };
 
-// Takes the mark away that some editors put before the first line of a text in UTF-8.
-void cutByteOrderMark(std::string& firstLine);
+  UserList(const std::string& file, Writer writer);
 
-// What a name is compared by, whatever its letter case and the blanks behind it.
+  State state() const { return state_; }
+  const std::string& problem() const { return problem_; }  // of an unusable one; names the file
+  std::uint64_t size() const { return size_; }             // bytes
+
+  // The next name, in the ANSI code page. The last character of every line is cut, whatever it is,
+  // then the blanks behind the name. False at the end, and when the list has become unusable.
+  bool next(std::string& name);
+
+  // The name of a last line that lost a character, because no line end follows it; else empty.
+  const std::string& cutName() const { return cutName_; }
+
+ private:
+  void survey();
+  void fail(const std::string& reason);
+  bool isLastLine();
+
+  std::string file_;
+  platform::File stream_;
+  State state_ = State::Missing;
+  std::string problem_;
+  std::uint64_t size_ = 0;
+  bool utf8_ = false;
+  bool first_ = true;  // the line to come
+  std::string cutName_;
+};
+
+// What a name is compared by, whatever its letter case.
 std::string nameKey(const std::string& ansi);
 
-// The keys of the names in an exclude file; missing, it excludes nobody. Nothing when there is one
-// that cannot be read, or is in UTF-16.
-std::optional<std::unordered_set<std::string>> readExcludeFile(const std::string& file);
+// The names of an exclude file; missing, it excludes nobody.
+struct ExcludeList {
+  bool usable = true;
+  std::unordered_set<std::string> keys;
+};
+
+// Says among `findings` why the list cannot be used, or what in it may be a mistake: a name of no
+// account, a last line without a line end.
+ExcludeList readExcludeList(const std::string& file, platform::AccountDatabase& accounts,
+                            config::Findings& findings);
+
+// Says that the list's last line lost a character, if it did.
+void noteCutName(const UserList& list, const std::string& file, config::Findings& findings);
 
 }  // namespace service

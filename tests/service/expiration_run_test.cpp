@@ -187,29 +187,6 @@ TEST(Pass, ScreensAccountsAndClaimsThemForTheFirstPolicy) {
             "LIST OF SKIPPED USERS\n  user found in list: twice\n  user");
 }
 
-TEST(Pass, ReadsListLinesAsTheyAre) {
-  MailedSite site;
-  site.policy("Policy1", 30);
-  site.user({"lastone", 29});
-  site.user({"lastonex", 29});
-  site.user({"J\u00fcrgen", 29});
-  const std::string longLine(150, 'x');
-  site.write("pwsentry_pro_policy1_include.txt",
-             longLine + "\nJ\xfcrgen\nJ\xf6rgen\r\n\nlastonex\xff\nlastonex");
-  const WatchedPass pass = site.pass();
-
-  std::vector<std::string> names;
-  for (const auto& user : pass.users) {
-    if (user.slot != 1) continue;
-    names.push_back(base::utf16ToUtf8(platform::ansiToUtf16(user.username)));
-  }
-  // A read takes 127 characters; the last of each is taken for the line end. Bytes that are not
-  // UTF-8 are Windows-1252, so that they stay different names.
-  EXPECT_THAT(names, ElementsAre(std::string(126, 'x'), std::string(23, 'x'), "J\u00fcrgen",
-                                 "J\u00f6rgen", "", "lastonex\u00ff", "lastone"));
-  EXPECT_TRUE(pass.of(platform::utf16ToAnsi(u"J\u00fcrgen"), 1).accountFound);
-}
-
 TEST(Pass, ReportsMailFailureAndGoesOn) {
   MailedSite site;
   site.setting("emailAdminReports", 1);
@@ -300,30 +277,26 @@ TEST(Pass, AnUndefinedPolicyIsLeftOut) {
   EXPECT_EQ(pass.of("walter").maxAge, 42);
 }
 
-// Nobody is expired because a list could not be read or written.
-TEST(Pass, APolicyWithoutItsListsIsLeftOut) {
-  const std::pair<const char*, std::size_t> excludes[] = {// and the lines that are examined
-                                                          {"\xEF\xBB\xBFwalter \t\r\n", 1},
-                                                          {"\xFF\xFEw\0a\0", 0},
-                                                          {nullptr, 0}};
-  for (const auto& [text, examined] : excludes) {
-    MailedSite site;
-    site.user({"walter", 60});
-    const char* exclude = "pwsentry_pro_defaultpolicy_exclude.txt";
-    if (text != nullptr) {
-      site.write(exclude, text);
-    } else {
-      std::filesystem::create_directory(exclude);
-    }
-    const WatchedPass pass = site.pass();
-    EXPECT_EQ(pass.users.size(), examined);
-    EXPECT_EQ(pass.problems().size(), 1 - examined);
-    EXPECT_EQ(pass.record.counts[static_cast<std::size_t>(Outcome::Expired)], 0U);
-  }
+// Nobody is expired because the list could not be written.
+TEST(Pass, APolicyWithoutTheListOfTheDomainsUsersIsLeftOut) {
   MailedSite site;
   site.user({"walter", 60});
   std::filesystem::create_directory("pwsentry_pro_domain_users.txt");
-  EXPECT_THAT(site.pass().problems(), ElementsAre(testing::HasSubstr("cannot be written")));
+  const WatchedPass pass = site.pass();
+  EXPECT_THAT(pass.problems(), ElementsAre(testing::HasSubstr("cannot be written")));
+  EXPECT_THAT(pass.users, testing::IsEmpty());
+}
+
+TEST(Pass, SendsNoMailWithoutWordsWhenATemplateCannotBeUsed) {
+  MailedSite site;
+  site.user({"walter", 40});
+  site.write("NorvynExpirationEmail.html", std::string("<p>\0", 4));
+  const WatchedPass pass = site.pass();
+  EXPECT_EQ(pass.of("walter").emailedText, "no (smtp failure)");
+  EXPECT_THAT(pass.problems(), ElementsAre(testing::HasSubstr("NorvynExpirationEmail.html is no"),
+                                           testing::HasSubstr("mail to walter")));
+  EXPECT_THAT(site.catcher.savedFiles(), testing::IsEmpty());
+  EXPECT_EQ(site.registryNumber(config::kProductKey, kLastRunDay), 0U);
 }
 
 TEST(Pass, AnUnreachableDirectoryDoesNotStopThePass) {
