@@ -22,7 +22,7 @@ constexpr char kSeparator = '\xFF';
 constexpr std::size_t kMaxEcho = 8;  // bytes from 1 on repeat what was sent that many writes ago
 constexpr std::string_view kPassword = "Tr0ub4dor-and-3";
 constexpr std::string_view kSecrets[] = {kPassword, "VHIwdWI0ZG9yLWFuZC0z",  // LOGIN, PLAIN
-                                         "dXNlcgB1c2VyAFRyMHViNGRvci1hbmQtMw=="};
+                                         "dXNlcgB1c2VyAFRyMHViNGRvci1hbmQtMw"};
 constexpr std::string_view kMessage = "Subject: fuzz\r\n\r\n.text\r\n";
 
 // Each write of the client makes the next chunk readable; behind the last one nothing ever comes.
@@ -94,11 +94,9 @@ bool namesNtlm(std::string_view text) {
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
   std::string_view input = textOf(data, size);
-  // A server that knows the secret from elsewhere may say it before the session knows it.
   const auto isIn = [](std::string_view text) {
     return [text](std::string_view secret) { return text.find(secret) != std::string_view::npos; };
   };
-  if (std::any_of(std::begin(kSecrets), std::end(kSecrets), isIn(input))) return 0;
   const std::string_view first = takeUpTo(kSeparator, input);
   const unsigned options = first.empty() ? 0 : static_cast<unsigned char>(first.front());
   const SmtpServer server = serverFor(options, takeUpTo(kSeparator, input));
@@ -106,6 +104,9 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   if (namesNtlm(server.credentials.method) || namesNtlm(input)) leaksOfTheSystemsNtlm.emplace();
   const Envelope envelope{
       "from@x.example", {"to@x.example", std::string(takeUpTo(kSeparator, input))}, {}, {}};
+  // What the client itself says may be anything.
+  const std::string own = server.helloName + "\n" + envelope.to.back();
+  if (std::any_of(std::begin(kSecrets), std::end(kSecrets), isIn(own))) return 0;
   SendOptions sendOptions;
   sendOptions.individual = (options & 4) != 0;
 

@@ -6,7 +6,6 @@ bool ByteChannel::readUntilMatch(std::string_view delimiter, std::string& out,
                                  const ReadLimits& limits, Call& call) {
   out.clear();
   status_ = {};
-  const Countdown left(limits.timeoutMs, call.progress.clock());
   std::size_t searchFrom = 0;
   for (;;) {
     const std::size_t at = received_.find(delimiter, searchFrom);
@@ -23,30 +22,29 @@ bool ByteChannel::readUntilMatch(std::string_view delimiter, std::string& out,
       return true;
     }
     searchFrom = received_.size() < delimiter.size() ? 0 : received_.size() - delimiter.size() + 1;
-    const std::uint32_t remaining = left.remaining();
-    if (remaining == 0) {
-      logReadTimeout(limits.timeoutMs, call);
+    if (limits.left.remaining() == 0) {
+      logReadTimeout(limits.left, call);
       return false;
     }
-    if (!receiveMore(received_, remaining, call)) {
+    if (!receiveMore(received_, limits.left, call)) {
       if (status_.aborted) call.log.LogError(readAbortedText());
       return false;
     }
   }
 }
 
-bool ByteChannel::receiveBytes(std::string& out, std::uint32_t timeoutMs, Call& call) {
+bool ByteChannel::receiveBytes(std::string& out, const Countdown& left, Call& call) {
   out.clear();
   status_ = {};
-  if (received_.empty() && !receiveMore(received_, timeoutMs, call)) return false;
+  if (received_.empty() && !receiveMore(received_, left, call)) return false;
   out.swap(received_);
   return true;
 }
 
-void ByteChannel::logReadTimeout(std::uint32_t timeoutMs, Call& call) {
+void ByteChannel::logReadTimeout(const Countdown& left, Call& call) {
   status_.timedOut = true;
   call.log.LogError("Timeout waiting to read socket or accept connection");
-  call.log.LogData("timeoutMs", std::to_string(timeoutMs));
+  call.log.LogData("timeoutMs", std::to_string(left.total()));
 }
 
 }  // namespace kelvado

@@ -20,8 +20,8 @@ struct IoStatus {
 };
 
 struct ReadLimits {
-  std::uint32_t timeoutMs;  // for the whole read: a peer that drips bytes does not prolong it
-  std::size_t maxBytes;     // the delimiter included
+  const Countdown& left;  // for the whole read: a peer that drips bytes does not prolong it
+  std::size_t maxBytes;   // the delimiter included
 };
 
 class ByteChannel {
@@ -43,20 +43,25 @@ class ByteChannel {
                       Call& call);
 
   // Whatever is there, at least one byte; waits for it when there is nothing.
-  bool receiveBytes(std::string& out, std::uint32_t timeoutMs, Call& call);
+  bool receiveBytes(std::string& out, const Countdown& left, Call& call);
 
-  // Bytes have arrived that nobody has read yet.
-  bool hasUnreadBytes() const { return !received_.empty(); }
+  // What has arrived and was not read yet. Never blocks, and leaves it where it is.
+  std::string_view unreadBytes() {
+    if (received_.empty()) receiveArrived();
+    return received_;
+  }
 
   const IoStatus& status() const { return status_; }
 
  protected:
   // Appends at least one byte to `buffer`, or logs why not and sets status_.
-  virtual bool receiveMore(std::string& buffer, std::uint32_t timeoutMs, Call& call) = 0;
+  virtual bool receiveMore(std::string& buffer, const Countdown& left, Call& call) = 0;
+  // Appends to received_ what the system holds already, as far as that can be had without waiting.
+  virtual void receiveArrived() {}
   // The line that a read-until-match adds to the log when the application ended it.
   virtual const char* readAbortedText() const = 0;
 
-  void logReadTimeout(std::uint32_t timeoutMs, Call& call);
+  void logReadTimeout(const Countdown& left, Call& call);
 
   IoStatus status_;
   std::string received_;

@@ -7,6 +7,8 @@
 #include <system_error>
 #include <thread>
 
+#include "base/text.h"
+
 namespace kelvado {
 namespace {
 
@@ -35,7 +37,7 @@ void startLookup(platform::SocketApi& api, const std::string& name,
   try {
     std::thread([&api, name, lookup] { runLookup(api, name, lookup); }).detach();
   } catch (const std::system_error&) {
-    runLookup(api, name, lookup);  // no thread to be had: better late than not at all
+    runLookup(api, name, lookup);  // no thread can be made: without one the time-out cannot be kept
   }
 }
 
@@ -95,7 +97,7 @@ bool resolveHost(platform::SocketApi& api, const std::string& host, std::uint32_
   }
   if (lookup->error != platform::kSocketOk || lookup->host.addresses.empty()) {
     call.log.LogError("Cannot get host by name.");
-    call.log.LogData("hostname", host);
+    call.log.LogData("hostname", base::loggable(host));
     call.log.LogError("DNS lookup failed.");
     return false;
   }

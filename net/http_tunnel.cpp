@@ -23,8 +23,8 @@ bool openHttpTunnel(ByteChannel& proxy, const std::string& host, std::uint16_t p
       "CONNECT " + host + ":" + std::to_string(port) + " HTTP/1.0\r\nUser-Agent: Kelvado\r\n\r\n";
   if (!proxy.sendBytes(request, timeoutMs, call)) return false;
   std::string reply;
-  const ReadLimits limits{timeoutMs, kMaxReplyBytes};
-  if (!proxy.readUntilMatch("\r\n\r\n", reply, limits, call)) {
+  const Countdown left(timeoutMs, call.progress.clock());
+  if (!proxy.readUntilMatch("\r\n\r\n", reply, {left, kMaxReplyBytes}, call)) {
     call.log.LogError("Error receiving message from proxy server");
     return false;
   }

@@ -36,14 +36,14 @@ bool KelvadoSocket::connect(const char* host, std::uint16_t port, std::uint32_t 
                                       : "Cannot connect, hostname is zero length");
     return false;
   }
-  remoteHost_ = isLocalhost(host) ? "127.0.0.1" : host;
+  const std::string remoteHost = isLocalhost(host) ? "127.0.0.1" : host;
   const std::uint32_t timeoutMs =
       connectTimeoutMs == 0 ? kDefaultConnectTimeoutMs : connectTimeoutMs;
 
   api_.start();
   const Countdown left(timeoutMs, call.progress.clock());
   LookupResult found;
-  if (!resolveHost(api_, remoteHost_, timeoutMs, found, call)) {
+  if (!resolveHost(api_, remoteHost, timeoutMs, found, call)) {
     status_.timedOut = found.timedOut;
     status_.aborted = found.aborted;
     return false;
@@ -55,10 +55,14 @@ bool KelvadoSocket::connect(const char* host, std::uint16_t port, std::uint32_t 
   }
   platform::SocketError error = platform::kSocketOk;
   for (const std::string& address : found.addresses) {
-    error = connectTo(address, port, left.remaining(), call);
+    error = connectTo(address, port, left, call);
     if (error == platform::kSocketOk) return true;
     close();
     if (status_.aborted || status_.timedOut) break;  // otherwise the host's next address may answer
+  }
+  if (status_.aborted) {
+    call.log.LogError("Socket connect aborted by application");
+    return false;
   }
   call.log.LogError("Connect function failed");
   call.log.LogData("sockError", std::to_string(error));
@@ -68,17 +72,16 @@ bool KelvadoSocket::connect(const char* host, std::uint16_t port, std::uint32_t 
 }
 
 platform::SocketError KelvadoSocket::connectTo(const std::string& address, std::uint16_t port,
-                                               std::uint32_t timeoutMs, Call& call) {
+                                               const Countdown& left, Call& call) {
   platform::SocketError error = platform::kSocketOk;
   handle_ = api_.open(error);
   if (!isConnected()) {
     call.log.LogError("Cannot connect, invalid socket.");
     return error;
   }
-  remoteAddress_ = address;
   error = api_.connect(handle_, address, port);
   if (error != platform::kWsaWouldBlock) return error;
-  switch (wait(Direction::Write, timeoutMs, error, call)) {
+  switch (wait(Direction::Write, left, error, call)) {
     case Wait::Ready:
       return api_.pendingError(handle_);
     case Wait::TimedOut:
@@ -93,10 +96,9 @@ platform::SocketError KelvadoSocket::connectTo(const std::string& address, std::
   return error;
 }
 
-KelvadoSocket::Wait KelvadoSocket::wait(Direction direction, std::uint32_t timeoutMs,
+KelvadoSocket::Wait KelvadoSocket::wait(Direction direction, const Countdown& left,
                                         platform::SocketError& error, Call& call) {
   using Ready = platform::SocketApi::Ready;
-  const Countdown left(timeoutMs, call.progress.clock());
   for (;;) {
     if (call.progress.abortCheck()) return Wait::Aborted;
     const std::uint32_t slice = call.progress.sliceMs(left.remaining());
@@ -138,7 +140,7 @@ bool KelvadoSocket::sendBytes(std::string_view data, std::uint32_t idleTimeoutMs
 
 bool KelvadoSocket::waitForSpace(std::size_t unsent, std::uint32_t idleTimeoutMs, Call& call) {
   platform::SocketError error = platform::kSocketOk;
-  switch (wait(Direction::Write, idleTimeoutMs, error, call)) {
+  switch (wait(Direction::Write, Countdown(idleTimeoutMs, call.progress.clock()), error, call)) {
     case Wait::Ready:
       return true;
     case Wait::TimedOut:
@@ -159,17 +161,17 @@ bool KelvadoSocket::waitForSpace(std::size_t unsent, std::uint32_t idleTimeoutMs
   return false;
 }
 
-bool KelvadoSocket::waitForData(std::uint32_t timeoutMs, Call& call) {
+bool KelvadoSocket::waitForData(const Countdown& left, Call& call) {
   if (!isConnected()) {
     call.log.LogError("This socket is not connected");
     return false;
   }
   platform::SocketError error = platform::kSocketOk;
-  switch (wait(Direction::Read, timeoutMs, error, call)) {
+  switch (wait(Direction::Read, left, error, call)) {
     case Wait::Ready:
       return true;
     case Wait::TimedOut:
-      logReadTimeout(timeoutMs, call);
+      logReadTimeout(left, call);
       call.log.LogError("WaitForData timed out.");
       return false;
     case Wait::Aborted:
@@ -184,12 +186,21 @@ bool KelvadoSocket::waitForData(std::uint32_t timeoutMs, Call& call) {
   return false;
 }
 
-bool KelvadoSocket::receiveMore(std::string& buffer, std::uint32_t timeoutMs, Call& call) {
+void KelvadoSocket::receiveArrived() {
+  char chunk[kReceiveChunk];
+  std::size_t count = 0;
+  if (isConnected() && api_.receive(handle_, chunk, sizeof chunk, count) == platform::kSocketOk) {
+    received_.append(chunk,
+                     count);  // a connection that has ended, or failed, shows when it is used
+  }
+}
+
+bool KelvadoSocket::receiveMore(std::string& buffer, const Countdown& left, Call& call) {
   char chunk[kReceiveChunk];
   platform::SocketError error = platform::kWsaWouldBlock;
   std::size_t count = 0;
   while (error == platform::kWsaWouldBlock) {  // a wake-up without data is waited out
-    if (!waitForData(timeoutMs, call)) return false;
+    if (!waitForData(left, call)) return false;
     error = api_.receive(handle_, chunk, sizeof chunk, count);
   }
   if (error != platform::kSocketOk) {

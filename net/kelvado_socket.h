@@ -27,13 +27,13 @@ class KelvadoSocket final : public ByteChannel {
   bool sendBytes(std::string_view data, std::uint32_t idleTimeoutMs, Call& call) override;
 
   // False when nothing came in time (logged) or the wait failed or was aborted.
-  bool waitForData(std::uint32_t timeoutMs, Call& call);
-
-  const std::string& remoteHost() const { return remoteHost_; }
-  const std::string& remoteAddress() const { return remoteAddress_; }
+  bool waitForData(std::uint32_t timeoutMs, Call& call) {
+    return waitForData(Countdown(timeoutMs, call.progress.clock()), call);
+  }
 
  protected:
-  bool receiveMore(std::string& buffer, std::uint32_t timeoutMs, Call& call) override;
+  bool receiveMore(std::string& buffer, const Countdown& left, Call& call) override;
+  void receiveArrived() override;
   const char* readAbortedText() const override {
     return "socket read-until-match aborted by application callback";
   }
@@ -42,15 +42,14 @@ class KelvadoSocket final : public ByteChannel {
   enum class Direction { Read, Write };
   enum class Wait { Ready, TimedOut, Aborted, Failed };
 
-  Wait wait(Direction direction, std::uint32_t timeoutMs, platform::SocketError& error, Call& call);
+  bool waitForData(const Countdown& left, Call& call);
+  Wait wait(Direction direction, const Countdown& left, platform::SocketError& error, Call& call);
   platform::SocketError connectTo(const std::string& address, std::uint16_t port,
-                                  std::uint32_t timeoutMs, Call& call);
+                                  const Countdown& left, Call& call);
   bool waitForSpace(std::size_t unsent, std::uint32_t idleTimeoutMs, Call& call);
 
   platform::SocketApi& api_;
   platform::SocketHandle handle_ = platform::kInvalidSocket;
-  std::string remoteHost_;
-  std::string remoteAddress_;
 };
 
 }  // namespace kelvado

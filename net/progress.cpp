@@ -6,8 +6,8 @@
 namespace kelvado {
 namespace {
 
-// Bounds of a wait slice: short enough for an application to feel heard, long enough to cost
-// nothing.
+// Bounds of a wait slice in milliseconds: an abort takes effect within the longer one, and a very
+// short heartbeat does not keep the processor busy.
 constexpr std::uint32_t kMinSliceMs = 50;
 constexpr std::uint32_t kMaxSliceMs = 250;
 

@@ -1,5 +1,6 @@
 // Progress and abort: the sink that an application may hand to a send, and the monitor that sockets
-// and sessions consult while they work. One monitor serves one call, on the caller's thread.
+// and sessions consult while they work. One monitor serves one call, on the caller's thread. The
+// flag that aborts everything is the process's, see setAbortAll.
 #pragma once
 
 #include <cstdint>
@@ -13,14 +14,14 @@ namespace kelvado {
 class KvProgress {
  public:
   virtual ~KvProgress() = default;
-  // Called only when the percentage rose above the last one told, and once with 100 at the end.
+  // Called only when the percentage rose above the last one reported, and once with 100 at the end.
   virtual void PercentDone(int /*percent*/, bool& /*abort*/) {}
   // Called every HeartbeatMs milliseconds.
   virtual void AbortCheck(bool& /*abort*/) {}
 };
 
-// The abort of everything in the process: tested before connecting and before sending. May be set
-// from any thread.
+// Aborts everything in the process until it is set back: tested before connecting and before
+// sending. One flag for the whole process; may be set from any thread.
 void setAbortAll(bool abort);
 bool abortAllRequested();
 
@@ -34,7 +35,7 @@ class ProgressMonitor {
   void consume(std::uint64_t units);  // reports the percentage when it rose; at most 99
   void finish();                      // reports 100
 
-  // Asks the sink when a heartbeat is due. True once an abort was asked for, by whatever way.
+  // Asks the sink when a heartbeat is due. True once the sink asked for an abort.
   bool abortCheck();
   bool aborted() const { return aborted_; }
 
@@ -56,14 +57,15 @@ class ProgressMonitor {
   bool aborted_ = false;
 };
 
-// Milliseconds left of a wait that began when it was made; the tick count may wrap meanwhile.
+// A time-out that began when this was made. All times in milliseconds; the tick count may wrap
+// meanwhile.
 class Countdown {
  public:
   Countdown(std::uint32_t totalMs, platform::Clock& clock)
       : clock_(clock), start_(clock.tickCount()), total_(totalMs) {}
-  std::uint32_t elapsed() const { return clock_.tickCount() - start_; }
+  std::uint32_t total() const { return total_; }
   std::uint32_t remaining() const {
-    const std::uint32_t gone = elapsed();
+    const std::uint32_t gone = clock_.tickCount() - start_;
     return gone >= total_ ? 0 : total_ - gone;
   }
 

@@ -2,6 +2,8 @@
 
 #include <algorithm>
 
+#include "base/text.h"
+
 namespace kelvado {
 namespace {
 
@@ -28,8 +30,9 @@ bool SChannel::EstablishChannel(const std::string& host, std::uint16_t port,
     return false;
   }
   const std::string clientCertificate = stream_->clientCertificateName();
-  if (!clientCertificate.empty()) call.log.LogData("ClientCertDN", clientCertificate);
-  if (!handshake(timeoutMs, call)) {
+  if (!clientCertificate.empty())
+    call.log.LogData("ClientCertDN", base::loggable(clientCertificate));
+  if (!handshake(Countdown(timeoutMs, call.progress.clock()), call)) {
     call.log.LogError("Error performing handshake.");
     return false;
   }
@@ -39,26 +42,25 @@ bool SChannel::EstablishChannel(const std::string& host, std::uint16_t port,
   return true;
 }
 
-bool SChannel::handshake(std::uint32_t timeoutMs, Call& call) {
-  const Countdown left(timeoutMs, call.progress.clock());
+bool SChannel::handshake(const Countdown& left, Call& call) {
   for (;;) {
     std::string token;
     std::size_t extra = 0;
     const SecurityStatus status = stream_->step(encrypted_, token, extra);
     keepExtra(extra);
     // An alert goes out with a failure, too: the server's log then says what was wrong.
-    const bool sent = sendToken(token, timeoutMs, call);
+    const bool sent = sendToken(token, left.total(), call);
     if (status == SecurityStatus::Ok) return sent;
     if (status == SecurityStatus::Failed) {
-      call.log.LogData("tls_error", stream_->failureText());
+      call.log.LogData("tls_error", base::loggable(stream_->failureText()));
       return false;
     }
     if (!sent) return false;
     if (left.remaining() == 0) {
-      logReadTimeout(timeoutMs, call);
+      logReadTimeout(left, call);
       return false;
     }
-    if (!readEncrypted(left.remaining(), call)) return false;
+    if (!readEncrypted(left, call)) return false;
   }
 }
 
@@ -72,7 +74,7 @@ bool SChannel::verifyCertificate(const TlsRequirements& requirements, Call& call
     return true;
   }
   call.log.LogInfo("SSL Server Certificate not verified.");
-  call.log.LogData("tls_error", certificate_.problem);
+  call.log.LogData("tls_error", base::loggable(certificate_.problem));
   if (requirements.verified) call.log.LogError("Failed to verify server certificate");
   return !requirements.verified;
 }
@@ -83,9 +85,9 @@ bool SChannel::meetsRequirement(const TlsRequirements& requirements, Call& call)
   const std::string& actual = issuer ? certificate_.issuerCn : certificate_.subjectCn;
   if (actual == requirements.value) return true;
   call.log.LogError("SSL server certificate fails to match requirement");
-  call.log.LogData("requireName", requirements.name);
-  call.log.LogData("requireValue", requirements.value);
-  call.log.LogData("certValue", actual);
+  call.log.LogData("requireName", base::loggable(requirements.name));
+  call.log.LogData("requireValue", base::loggable(requirements.value));
+  call.log.LogData("certValue", base::loggable(actual));
   return false;
 }
 
@@ -96,13 +98,13 @@ bool SChannel::sendToken(const std::string& token, std::uint32_t timeoutMs, Call
   return sent;
 }
 
-bool SChannel::readEncrypted(std::uint32_t timeoutMs, Call& call) {
+bool SChannel::readEncrypted(const Countdown& left, Call& call) {
   std::string arrived;
   if (encrypted_.size() > kMaxUndecrypted) {
     call.log.LogError("Received record is longer than allowed.");
     return false;
   }
-  if (!socket_.receiveBytes(arrived, timeoutMs, call)) {
+  if (!socket_.receiveBytes(arrived, left, call)) {
     status_ = socket_.status();
     return false;
   }
@@ -122,7 +124,7 @@ bool SChannel::SendSecure(std::string_view data, std::uint32_t idleTimeoutMs, Ca
     const std::string_view piece = data.substr(0, pieceSize);
     if (stream_->encrypt(piece, records) != SecurityStatus::Ok) {
       call.log.LogError("Failed to encrypt secure send request");
-      call.log.LogData("tls_error", stream_->failureText());
+      call.log.LogData("tls_error", base::loggable(stream_->failureText()));
       return false;
     }
     data.remove_prefix(piece.size());
@@ -132,22 +134,20 @@ bool SChannel::SendSecure(std::string_view data, std::uint32_t idleTimeoutMs, Ca
   return false;
 }
 
-bool SChannel::receiveMore(std::string& buffer, std::uint32_t timeoutMs, Call& call) {
+bool SChannel::receiveMore(std::string& buffer, const Countdown& left, Call& call) {
   if (!isConnected()) {
     call.log.LogError("This socket is not connected");
     return false;
   }
-  const Countdown left(timeoutMs, call.progress.clock());
   const std::size_t before = buffer.size();
   for (;;) {
     std::string token;
     std::size_t extra = 0;
     const SecurityStatus status = stream_->decrypt(encrypted_, buffer, token, extra);
     keepExtra(extra);
-    if (!sendToken(token, timeoutMs, call)) return false;
+    if (!sendToken(token, left.total(), call)) return false;
     peerHasClosed_ = peerHasClosed_ || status == SecurityStatus::ContextExpired;
-    if (status == SecurityStatus::Renegotiate &&
-        !handshake(std::max<std::uint32_t>(1, left.remaining()), call)) {
+    if (status == SecurityStatus::Renegotiate && !handshake(left, call)) {
       return false;
     }
     if (buffer.size() > before) return true;
@@ -158,15 +158,15 @@ bool SChannel::receiveMore(std::string& buffer, std::uint32_t timeoutMs, Call& c
     }
     if (status == SecurityStatus::Failed) {
       call.log.LogError("Failed to receive data on the TCP socket");
-      call.log.LogData("tls_error", stream_->failureText());
+      call.log.LogData("tls_error", base::loggable(stream_->failureText()));
       return false;
     }
     if (status == SecurityStatus::Renegotiate) continue;  // what follows it may be here already
     if (left.remaining() == 0) {
-      logReadTimeout(timeoutMs, call);
+      logReadTimeout(left, call);
       return false;
     }
-    if (!readEncrypted(left.remaining(), call)) return false;
+    if (!readEncrypted(left, call)) return false;
   }
 }
 

@@ -34,7 +34,7 @@ class SChannel final : public ByteChannel {
   // failure the caller closes the socket.
   bool EstablishChannel(const std::string& host, std::uint16_t port,
                         const TlsRequirements& requirements, std::uint32_t timeoutMs, Call& call);
-  // The same under its second name.
+  // Public: the same under its second name, which nothing in here calls.
   bool EstablishChannel2(const std::string& host, std::uint16_t port,
                          const TlsRequirements& requirements, std::uint32_t timeoutMs, Call& call) {
     return EstablishChannel(host, port, requirements, timeoutMs, call);
@@ -53,17 +53,17 @@ class SChannel final : public ByteChannel {
   }
 
  protected:
-  bool receiveMore(std::string& buffer, std::uint32_t timeoutMs, Call& call) override;
+  bool receiveMore(std::string& buffer, const Countdown& left, Call& call) override;
   const char* readAbortedText() const override {
     return "SChannel read aborted by application callback";
   }
 
  private:
-  bool handshake(std::uint32_t timeoutMs, Call& call);
+  bool handshake(const Countdown& left, Call& call);
   bool verifyCertificate(const TlsRequirements& requirements, Call& call);
   bool meetsRequirement(const TlsRequirements& requirements, Call& call) const;
   bool sendToken(const std::string& token, std::uint32_t timeoutMs, Call& call);
-  bool readEncrypted(std::uint32_t timeoutMs, Call& call);
+  bool readEncrypted(const Countdown& left, Call& call);
   bool sendCloseNotify(std::uint32_t timeoutMs, Call& call);
   void keepExtra(std::size_t extra) { encrypted_.erase(0, encrypted_.size() - extra); }
 

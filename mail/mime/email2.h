@@ -71,6 +71,8 @@ class Email2 {
   // The explicit bounce address ("Return-Path" set by name, kept when the field is removed), else
   // the From address.
   std::string reversePath() const;
+  // Whether there is a From address, or a bounce address was set: an empty one is the null sender.
+  bool hasSender() const { return bounceAddress_ || !from_.address.empty(); }
 
   // --- content ---
 

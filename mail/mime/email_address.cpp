@@ -4,6 +4,7 @@
 
 #include "base/ascii.h"
 #include "base/text.h"
+#include "base/unicode.h"
 #include "mail/mime/encoded_word.h"
 
 namespace kelvado {
@@ -242,10 +243,10 @@ std::vector<EmailAddress> parseAddressList(std::string_view text) {
 
 bool isSendableAddress(std::string_view address) {
   if (address.size() > kMaxAddressLength) return false;
-  const bool plain = std::all_of(address.begin(), address.end(), [](char c) {
-    return c >= 0x20 && c <= 0x7E && c != '<' && c != '>';
+  const bool plain = std::none_of(address.begin(), address.end(), [](char c) {
+    return base::isControl(c) || c == '<' || c == '>';
   });
-  if (!plain) return false;
+  if (!plain || !base::isValidUtf8(address)) return false;
   const std::size_t at = address.rfind('@');
   if (at == std::string_view::npos) {
     return isX400Address(address) && address.find('"') == std::string_view::npos;

@@ -28,7 +28,8 @@ std::vector<EmailAddress> parseAddressList(std::string_view text);
 std::vector<EmailAddress> parseAddressField(std::string_view text);
 
 // Whether mail can be sent to it as it stands: no control character, no angle bracket, nothing
-// that would read as two addresses. An address without '@' passes only as an X.400 address.
+// that would read as two addresses. An address without '@' passes only as an X.400 address. One
+// beyond ASCII passes when it is UTF-8, though not every server takes it (RFC 6531).
 bool isSendableAddress(std::string_view address);
 
 // An X.400 address: a list of elements, with "C=", "O=", "CN=" or "P=" among them.

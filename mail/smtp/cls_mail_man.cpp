@@ -1,6 +1,5 @@
 #include "mail/smtp/cls_mail_man.h"
 
-#include "base/log_base.h"
 #include "base/text.h"
 #include "mail/mime/email_address.h"
 #include "mail/smtp/mx_lookup.h"
@@ -11,7 +10,7 @@ namespace kelvado {
 namespace {
 
 constexpr int kImplicitTlsPort = 465;
-// A message that begins so would end before it begins, and the rest would be commands.
+// A text that begins with this line would end there, and the rest of it would be commands.
 constexpr std::string_view kLoneDot = ".";
 constexpr const char* kNotConnected = "There is no open SMTP connection.";
 
@@ -21,8 +20,26 @@ std::vector<std::string> plainAddresses(const std::string& list) {
   return addresses;
 }
 
+struct MonitorHolder {
+  ProgressMonitor monitor;
+};
+
+// The Call of one public method, with the monitor that it refers to.
+struct MethodCall : private MonitorHolder, Call {
+  MethodCall(const MailManSettings& settings, base::LogBase& methodLog)
+      : MonitorHolder{ProgressMonitor(settings.progress, settings.heartbeatMs)},
+        Call{methodLog, monitor} {}
+};
+
 bool isUsableMime(std::string_view mime) {
   return !mime.empty() && mime.substr(0, mime.find_first_of("\r\n")) != kLoneDot;
+}
+
+// Without one the mail would leave as if it were a bounce, and without a From field.
+bool hasSender(const Email2& message, base::LogBase& log) {
+  if (message.hasSender()) return true;
+  log.LogError("The email has no sender: From holds no address with an '@'.");
+  return false;
 }
 
 }  // namespace
@@ -80,10 +97,10 @@ std::unique_ptr<Email2> ClsMailMan::prepareForSending(const ClsEmail& email,
   return copy;
 }
 
-// A connection that is ready, and the copy to send over it; null when there is no going on.
+// Opens or reuses the connection, and returns the copy to send over it; null, logged, on failure.
 std::unique_ptr<Email2> ClsMailMan::openAndPrepare(ClsEmail* email, Call& call) {
   base::LogBase& log = call.log;
-  if (!ensureMessage(email, log)) return nullptr;
+  if (!ensureMessage(email, log) || !hasSender(*email->message(), log)) return nullptr;
   call.progress.expect(email->message()->sizeEstimate() * 3 / 2 + 200);
   if (call.abortRequested()) {
     log.LogError("Mail sending aborted by application");
@@ -96,7 +113,7 @@ std::unique_ptr<Email2> ClsMailMan::openAndPrepare(ClsEmail* email, Call& call) 
   }
   std::unique_ptr<Email2> copy = prepareForSending(*email, log);
   if (call.progress.abortCheck()) {
-    log.LogError("Mail send aborted by application..");  // two full stops tell the place
+    log.LogError("Mail send aborted by application..");  // the second full stop marks this place
     return nullptr;
   }
   if (copy == nullptr) log.LogError("Failed to prepare email for sending. (3)");
@@ -122,15 +139,14 @@ bool ClsMailMan::reportOutcome(bool sent, Call& call) const {
     log.LogData("NumTotal", std::to_string(total));
     log.LogError("Send failed.");
   } else {
-    // Everybody was accepted and still it failed: the words read backwards, and are meant so.
+    // Everybody was accepted and still it failed. The words do not fit; they are intended.
     log.LogError("Partial send failure.");
   }
   return false;
 }
 
 bool ClsMailMan::deliver(ClsEmail* email, base::LogBase& log) {
-  ProgressMonitor progress = newMonitor();
-  Call call{log, progress};
+  MethodCall call(settings_, log);
   const std::unique_ptr<Email2> copy = openAndPrepare(email, call);
   if (copy == nullptr) return false;
   return reportOutcome(session_.sendEmail(*copy, settings_.send, call, counters_), call);
@@ -150,12 +166,7 @@ bool ClsMailMan::sendBundle(const std::vector<ClsEmail*>& bundle) {
   for (std::size_t i = 0; i < bundle.size(); ++i) {
     log.LogInfo("Sending message " + std::to_string(i + 1));
     counters_ = {};
-    bool sent = deliver(bundle[i], log);
-    // The connection had carried as many messages as the server allows: not this one's fault.
-    if (!sent && i > 0 && session_.needsNewConnection()) {
-      counters_ = {};
-      sent = deliver(bundle[i], log);
-    }
+    const bool sent = deliver(bundle[i], log);
     sum.accepted += counters_.accepted;
     sum.total += counters_.total;
     allSent = allSent && sent;
@@ -170,8 +181,7 @@ bool ClsMailMan::sendToDistributionList(ClsEmail* email,
   base::LogBase& log = bracket.log();
   if (!beginSend(log)) return false;
   if (addresses.empty()) return bracket.fail("The distribution list is empty.");
-  ProgressMonitor progress = newMonitor();
-  Call call{log, progress};
+  MethodCall call(settings_, log);
   const std::unique_ptr<Email2> copy = openAndPrepare(email, call);
   if (copy == nullptr) return false;
   std::string mime;
@@ -201,13 +211,17 @@ bool ClsMailMan::quickSend(const std::string& from, const std::string& to,
 bool ClsMailMan::sendText(const std::string& from, const std::vector<std::string>& addresses,
                           std::string_view mime, base::LogBase& log) {
   if (!beginSend(log)) return false;
+  if (!isSafeText(from)) {
+    log.LogError("A value for the SMTP session holds characters that are not allowed.");
+    log.LogData("reversePath", base::loggable(from));
+    return false;
+  }
   if (!isUsableMime(mime)) {
     log.LogError("The MIME text is empty or begins with a line of one dot.");
     return false;
   }
-  ProgressMonitor progress = newMonitor();
-  Call call{log, progress};
-  progress.expect(mime.size() * 3 / 2 + 200);
+  MethodCall call(settings_, log);
+  call.progress.expect(mime.size() * 3 / 2 + 200);
   if (!session_.prepareToSend(settings_.server, call)) return false;
   const Envelope envelope{parseAddress(from).address, addresses, {}, {}};
   return reportOutcome(session_.sendMime(envelope, mime, settings_.send, call, counters_), call);
@@ -247,8 +261,7 @@ bool ClsMailMan::verifySmtpConnection() {
   if (!begin(log)) return false;
   log.LogInfo("Checking TCP/IP connectivity to the SMTP server.");
   log.LogInfo("This does not check the login/password.");
-  ProgressMonitor progress = newMonitor();
-  Call call{log, progress};
+  MethodCall call(settings_, log);
   return session_.connectAndGreet(settings_.server, call) ||
          bracket.fail("Failed to connect to SMTP server.");
 }
@@ -260,17 +273,16 @@ bool ClsMailMan::verifySmtpLogin() {
   const SmtpCredentials& credentials = settings_.server.credentials;
   if (credentials.username.value_or("").empty()) return bracket.fail("SMTP username is empty.");
   if (credentials.password.value_or("").empty()) return bracket.fail("SMTP password is empty.");
-  ProgressMonitor progress = newMonitor();
-  Call call{log, progress};
-  return session_.connectAndAuthenticate(settings_.server, call);
+  MethodCall call(settings_, log);
+  if (!session_.connectAndAuthenticate(settings_.server, call)) return false;
+  return session_.isLoggedIn() || bracket.fail("The SMTP server offered no method to log in by.");
 }
 
 bool ClsMailMan::verifyRecipients(ClsEmail* email) {
   const MethodBracket bracket(*this, "VerifyRecipients");
   base::LogBase& log = bracket.log();
   if (!beginSend(log)) return false;
-  ProgressMonitor progress = newMonitor();
-  Call call{log, progress};
+  MethodCall call(settings_, log);
   const std::unique_ptr<Email2> copy = openAndPrepare(email, call);
   if (copy == nullptr) return false;
   const Envelope envelope{copy->reversePath(), copy->recipients(RecipientKind::To),
@@ -292,16 +304,14 @@ void ClsMailMan::clearBadAddresses() {
 bool ClsMailMan::openSmtpConnection() {
   const MethodBracket bracket(*this, "OpenSmtpConnection");
   if (!begin(bracket.log())) return false;
-  ProgressMonitor progress = newMonitor();
-  Call call{bracket.log(), progress};
+  MethodCall call(settings_, bracket.log());
   return session_.reuseOrConnect(settings_.server, call);
 }
 
 bool ClsMailMan::closeSmtpConnection() {
   const MethodBracket bracket(*this, "CloseSmtpConnection");
   if (!session_.isOpen()) return bracket.fail(kNotConnected);
-  ProgressMonitor progress = newMonitor();
-  Call call{bracket.log(), progress};
+  MethodCall call(settings_, bracket.log());
   return session_.smtpQuit(call);
 }
 
@@ -309,8 +319,7 @@ bool ClsMailMan::smtpReset() {
   const MethodBracket bracket(*this, "SmtpReset");
   if (!begin(bracket.log())) return false;
   if (!session_.isOpen()) return bracket.fail(kNotConnected);
-  ProgressMonitor progress = newMonitor();
-  Call call{bracket.log(), progress};
+  MethodCall call(settings_, bracket.log());
   return session_.smtpRset(call);
 }
 
@@ -318,23 +327,21 @@ bool ClsMailMan::smtpNoop() {
   const MethodBracket bracket(*this, "SmtpNoop");
   if (!begin(bracket.log())) return false;
   if (!session_.isOpen()) return bracket.fail(kNotConnected);
-  ProgressMonitor progress = newMonitor();
-  Call call{bracket.log(), progress};
+  MethodCall call(settings_, bracket.log());
   return session_.smtpNoop(call);
 }
 
 bool ClsMailMan::isSmtpDsnCapable() {
   const MethodBracket bracket(*this, "IsSmtpDsnCapable");
   if (!begin(bracket.log())) return false;
-  ProgressMonitor progress = newMonitor();
-  Call call{bracket.log(), progress};
+  MethodCall call(settings_, bracket.log());
   return session_.reuseOrConnect(settings_.server, call) && session_.offersDsn();
 }
 
 bool ClsMailMan::setSslClientCert(const std::string& pemFile) {
   const MethodBracket bracket(*this, "SetSslClientCert");
   if (!pemFile.empty() && !platform::fileExists(pemFile)) {
-    bracket.log().LogData("filename", pemFile);
+    bracket.log().LogData("filename", base::loggable(pemFile));
     return bracket.fail("The client certificate cannot be read.");
   }
   settings_.server.tls.clientCertificate = pemFile;

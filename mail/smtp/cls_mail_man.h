@@ -67,9 +67,6 @@ class ClsMailMan : public ClsBase {
   bool beginSend(base::LogBase& log);
   bool checkUnlocked(base::LogBase& log) const;
   void resolveTlsConflict();
-  ProgressMonitor newMonitor() const {
-    return ProgressMonitor(settings_.progress, settings_.heartbeatMs);
-  }
   bool ensureMessage(ClsEmail* email, base::LogBase& log) const;
   std::unique_ptr<Email2> prepareForSending(const ClsEmail& email, base::LogBase& log) const;
   std::unique_ptr<Email2> openAndPrepare(ClsEmail* email, Call& call);

@@ -20,6 +20,15 @@ bool isSafeValue(bool safe, const char* what, const std::string& value, base::Lo
 
 }  // namespace
 
+const std::string* Envelope::firstBeyondAscii() const {
+  if (base::contains8bit(reversePath)) return &reversePath;
+  for (const auto* list : {&to, &cc, &bcc}) {
+    const auto found = std::find_if(list->begin(), list->end(), base::contains8bit);
+    if (found != list->end()) return &*found;
+  }
+  return nullptr;
+}
+
 bool isSafeEnvelope(const Envelope& envelope, const DsnOptions& dsn, base::LogBase& log) {
   const std::string& path = envelope.reversePath;
   bool safe = isSafeValue(path.empty() || isSafeAddress(path), "reversePath", path, log);
@@ -60,7 +69,7 @@ std::vector<std::string> readAddressFile(const std::string& path, base::LogBase&
   std::string text;
   if (!platform::readWholeFile(path, text)) {
     log.LogError("The distribution list cannot be read.");
-    log.LogData("filename", path);
+    log.LogData("filename", base::loggable(path));
   }
   std::vector<std::string> addresses;
   for (std::string_view rest = text; !rest.empty();) {

@@ -1,5 +1,5 @@
-// Who a message goes from and to, as the SMTP session tells it to the server; and how a message is
-// divided among several transactions. Used by the session and its transactions.
+// The addresses of a message for the server: from whom and to whom, in which transactions. Used by
+// the session and its transactions.
 #pragma once
 
 #include <cstddef>
@@ -17,9 +17,9 @@ struct DsnOptions {
   std::string notify;
 };
 
-// Who a message goes from and to; plain addresses.
+// Plain addresses, without names and angle brackets, UTF-8.
 struct Envelope {
-  std::string reversePath;
+  std::string reversePath;  // empty: the null sender
   std::vector<std::string> to;
   std::vector<std::string> cc;
   std::vector<std::string> bcc;
@@ -27,6 +27,8 @@ struct Envelope {
   unsigned recipientCount() const {
     return static_cast<unsigned>(to.size() + cc.size() + bcc.size());
   }
+  // An address that only servers with SMTPUTF8 take (RFC 6531); null when all are ASCII.
+  const std::string* firstBeyondAscii() const;
 };
 
 // False, with the value in the log, when an address or an option could break out of its command.

@@ -19,7 +19,7 @@ constexpr int kGoOn = 334;
 constexpr int kLoggedIn = 235;
 constexpr int kDenied = 535;     // RFC 4954: credentials invalid
 constexpr int kCancelled = 501;  // RFC 4954: the answer to "*"
-// NTLM takes two tokens of the client; a server that asks for ever more is cut off.
+// NTLM takes two tokens of the client; a server that asks for more and more is refused.
 constexpr int kMaxTokens = 8;
 
 struct StatusName {
@@ -54,24 +54,24 @@ class NtlmExchange {
  public:
   NtlmExchange(SmtpWire& wire, Call& call) : wire_(wire), call_(call) {}
 
-  NtlmOutcome run(const SmtpCredentials& credentials) {
+  AuthOutcome run(const SmtpCredentials& credentials) {
     if (!acquire(credentials) || !prepare({})) return cancel();
     for (int tokens = 0; tokens < kMaxTokens; ++tokens) {
       if (!wire_.readReply(kGoOn, call_, kCodeOnly)) {
         call_.log.LogError("exchangePackage: failed to get success response");
         return refused();
       }
-      awaitsGreenLight_ = false;
+      awaitsFirst334_ = false;
       // What comes with the first 334 is no token: some servers put words there.
       if (tokens > 0 && !prepare(serverToken())) return cancel();
       if (finished_) return sendFinal();
       if (!wire_.sendSecret(base64Encode(token_), call_)) {
         call_.log.LogError("exchangePackage: failed to send package on socket");
-        return NtlmOutcome::Denied;
+        return AuthOutcome::Denied;
       }
     }
     call_.log.LogError("Finished and NOT authenticated");
-    return NtlmOutcome::Denied;
+    return AuthOutcome::Denied;
   }
 
  private:
@@ -115,28 +115,28 @@ class NtlmExchange {
     return token;
   }
 
-  NtlmOutcome sendFinal() {
+  AuthOutcome sendFinal() {
     if (!wire_.sendSecret(base64Encode(token_), call_)) {
       call_.log.LogError("sendFinal: failed to send package on socket");
-      return NtlmOutcome::Denied;
+      return AuthOutcome::Denied;
     }
-    if (wire_.readReply(kLoggedIn, call_, kCodeOnly)) return NtlmOutcome::LoggedIn;
+    if (wire_.readReply(kLoggedIn, call_, kCodeOnly)) return AuthOutcome::LoggedIn;
     call_.log.LogError("Logon denied.  Check username, password, and domain");
     call_.log.LogData("response", wire_.loggableReply());
-    return NtlmOutcome::Denied;
+    return AuthOutcome::Denied;
   }
 
-  NtlmOutcome refused() const {
+  AuthOutcome refused() const {
     const bool denied = wire_.replyCode() == kDenied || wire_.outOfStep();
-    return denied ? NtlmOutcome::Denied : NtlmOutcome::NotPossible;
+    return denied ? AuthOutcome::Denied : AuthOutcome::NotPossible;
   }
 
-  // For a failure on this side: the server still waits for a token.
-  NtlmOutcome cancel() {
-    if (awaitsGreenLight_ && !wire_.readReply(kGoOn, call_, kCodeOnly)) return refused();
+  // Ends the exchange after a failure on this side: the server still waits for a token.
+  AuthOutcome cancel() {
+    if (awaitsFirst334_ && !wire_.readReply(kGoOn, call_, kCodeOnly)) return refused();
     const bool cancelled =
-        wire_.sendBytes("*\r\n", call_) && wire_.readReply(kCancelled, call_, kCodeOnly);
-    return cancelled ? NtlmOutcome::NotPossible : NtlmOutcome::Denied;
+        wire_.sendCommand("*", call_) && wire_.readReply(kCancelled, call_, kCodeOnly);
+    return cancelled ? AuthOutcome::NotPossible : AuthOutcome::Denied;
   }
 
   SmtpWire& wire_;
@@ -144,16 +144,16 @@ class NtlmExchange {
   std::unique_ptr<platform::NtlmClient> client_;
   std::string token_;
   bool finished_ = false;
-  bool awaitsGreenLight_ = true;  // the answer to AUTH has not been read
+  bool awaitsFirst334_ = true;  // the reply to the command has not been read
 };
 
 }  // namespace
 
-NtlmOutcome ntlmLogin(SmtpWire& wire, const SmtpCredentials& credentials, const char* command,
-                      Call& call) {
+AuthOutcome ntlmLogin(SmtpWire& wire, const SmtpCredentials& credentials,
+                      const std::string& command, Call& call) {
   if (!wire.sendCommand(command, call)) {
-    call.log.LogError(std::string("Failed to send ") + command);
-    return NtlmOutcome::Denied;
+    call.log.LogError("Failed to send " + command);
+    return AuthOutcome::Denied;
   }
   return NtlmExchange(wire, call).run(credentials);
 }

@@ -9,13 +9,8 @@
 
 namespace kelvado {
 
-enum class NtlmOutcome {
-  LoggedIn,
-  Denied,       // by the server, or the connection is lost: nothing else may be tried
-  NotPossible,  // NTLM could not be done, and the server waits for another command
-};
-
-NtlmOutcome ntlmLogin(SmtpWire& wire, const SmtpCredentials& credentials, const char* command,
-                      Call& call);
+// `command`: "AUTH NTLM" or "AUTH MSN".
+AuthOutcome ntlmLogin(SmtpWire& wire, const SmtpCredentials& credentials,
+                      const std::string& command, Call& call);
 
 }  // namespace kelvado

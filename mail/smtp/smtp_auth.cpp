@@ -18,15 +18,32 @@ constexpr const char* kUnlistedLoginDomain = "login-provider.example";
 constexpr std::size_t kHmacBlock = 64;  // RFC 2104, for MD5
 constexpr auto kCodeOnly = SmtpWire::ReplyLog::CodeOnly;
 
-struct ForcedMethod {
-  const char* name;
-  unsigned method;
+// Each exchange logs its own steps; its caller adds the line that names the method.
+struct AuthMethod;
+using Exchange = AuthOutcome (*)(const AuthMethod&, SmtpWire&, const SmtpCredentials&, Call&);
+
+// What keeps the password secret on the line.
+enum class Needs {
+  Tls,      // nothing but TLS: the server gets the password itself
+  Ntlm,     // the NTLM of the system; without it LOGIN may follow
+  Nothing,  // the method: it answers a challenge
 };
 
-constexpr ForcedMethod kForcedMethods[] = {
-    {"LOGIN", kAuthLogin}, {"PLAIN", kAuthPlain}, {"CRAM-MD5", kAuthCramMd5},
-    {"NTLM", kAuthNtlm},   {"NONE", kNoMethod},   {"MSN", kAuthMsn},
+struct AuthMethod {
+  const char* keyword;  // in the server's list, and of the command
+  const char* setting;  // that forces it; null: none does
+  const char* logName;  // under "login_method"
+  const char* failure;  // logged when it fails
+  Needs needs;
+  Exchange exchange;  // null: not implemented
 };
+
+std::string plainIdentity(const SmtpCredentials& credentials) {
+  // The authorisation identity is always the user name.
+  std::string identity = *credentials.username;
+  identity.append(1, '\0').append(*credentials.username).append(1, '\0');
+  return identity.append(*credentials.password);
+}
 
 std::string hmacPad(std::string_view key, unsigned char filler) {
   std::string pad(kHmacBlock, static_cast<char>(filler));
@@ -51,58 +68,47 @@ std::string lowerHex(const std::string& bytes) {
   return base::lowered(hex);
 }
 
-bool haveCredentials(const SmtpCredentials& credentials, Call& call) {
-  if (credentials.complete()) return true;
-  call.log.LogError("Username and/or password is empty");
-  return false;
-}
-
-// Each exchange below logs its own steps; its caller adds the line that names the method.
-bool authLogin(SmtpWire& wire, const SmtpCredentials& credentials, Call& call) {
-  if (!haveCredentials(credentials, call)) return false;
+AuthOutcome authLogin(const AuthMethod&, SmtpWire& wire, const SmtpCredentials& credentials,
+                      Call& call) {
   if (!wire.sendCommand("AUTH LOGIN", call)) {
     call.log.LogError("Failed to send AUTH LOGIN");
-    return false;
+    return AuthOutcome::Denied;
   }
-  if (!wire.readReply(334, call, kCodeOnly)) return false;
+  if (!wire.readReply(334, call, kCodeOnly)) return AuthOutcome::Denied;
   if (!wire.sendSecret(base64Encode(*credentials.username), call)) {
     call.log.LogError("Failed to send login name");
-    return false;
+    return AuthOutcome::Denied;
   }
   if (!wire.readReply(334, call, kCodeOnly)) {
     call.log.LogError("Failed to get response to login name");
     call.log.LogError("Check your username/password or your SMTP server's auth settings");
-    return false;
+    return AuthOutcome::Denied;
   }
   if (!wire.sendSecret(base64Encode(*credentials.password), call)) {
     call.log.LogError("Failed to send login password");
-    return false;
+    return AuthOutcome::Denied;
   }
   if (!wire.readReply(235, call, kCodeOnly)) {
     call.log.LogError("Failed to get response to login password");
-    return false;
+    return AuthOutcome::Denied;
   }
-  return true;
+  return AuthOutcome::LoggedIn;
 }
 
-bool authPlain(SmtpWire& wire, const SmtpCredentials& credentials, Call& call) {
-  if (!haveCredentials(credentials, call)) return false;
-  // The authorisation identity is always the user name.
-  std::string identity = *credentials.username;
-  identity.append(1, '\0').append(*credentials.username).append(1, '\0');
-  identity += *credentials.password;
+AuthOutcome authPlain(const AuthMethod&, SmtpWire& wire, const SmtpCredentials& credentials,
+                      Call& call) {
   call.log.LogData("command", "AUTH PLAIN");
-  if (!wire.sendSecret("AUTH PLAIN " + base64Encode(identity), call)) {
+  if (!wire.sendSecret("AUTH PLAIN " + base64Encode(plainIdentity(credentials)), call)) {
     call.log.LogError("Failed to send AUTH LOGIN");  // the same words as for LOGIN, on purpose
-    return false;
+    return AuthOutcome::Denied;
   }
-  return wire.readReply(235, call, kCodeOnly);
+  return wire.readReply(235, call, kCodeOnly) ? AuthOutcome::LoggedIn : AuthOutcome::Denied;
 }
 
-bool authCramMd5(SmtpWire& wire, const SmtpCredentials& credentials, Call& call) {
-  if (!haveCredentials(credentials, call)) return false;
-  if (!wire.sendCommand("AUTH CRAM-MD5", call)) return false;
-  if (!wire.readReply(334, call, kCodeOnly)) return false;
+AuthOutcome authCramMd5(const AuthMethod&, SmtpWire& wire, const SmtpCredentials& credentials,
+                        Call& call) {
+  if (!wire.sendCommand("AUTH CRAM-MD5", call)) return AuthOutcome::Denied;
+  if (!wire.readReply(334, call, kCodeOnly)) return AuthOutcome::Denied;
   std::string_view challenge = wire.replyText();
   challenge.remove_prefix(std::string_view("334 ").size());
   std::string decoded;
@@ -110,96 +116,105 @@ bool authCramMd5(SmtpWire& wire, const SmtpCredentials& credentials, Call& call)
   const std::string answer = cramMd5Answer(*credentials.username, *credentials.password, decoded);
   if (!wire.sendSecret(base64Encode(answer), call)) {
     call.log.LogError("Failed to send CRAM-MD5 response");
-    return false;
+    return AuthOutcome::Denied;
   }
   if (!wire.readReply(235, call, kCodeOnly)) {
     call.log.LogError("Failed to get successful CRAM-MD5 response");
     call.log.LogError("Check your username/password or your SMTP server's auth settings");
-    return false;
+    return AuthOutcome::Denied;
   }
-  return true;
+  return AuthOutcome::LoggedIn;
 }
 
-// A server must not get the password itself by refusing the method that was to keep it secret:
-// where NTLM was forced, LOGIN follows it only under TLS.
-bool mayFallBack(const SmtpWire& wire, const SmtpCredentials& credentials) {
-  return wire.isSecure() || applyForcedMethod(credentials.method, kNoMethod) == kNoMethod;
+// NTLM and MSN: the same exchange behind another command.
+AuthOutcome authNtlm(const AuthMethod& method, SmtpWire& wire, const SmtpCredentials& credentials,
+                     Call& call) {
+  const std::string keyword = method.keyword;
+  const AuthOutcome outcome = ntlmLogin(wire, credentials, "AUTH " + keyword, call);
+  if (outcome != AuthOutcome::LoggedIn) call.log.LogError(keyword + " authentication failed");
+  return outcome;
 }
-
-bool authByNtlm(const char* command, const char* failure, SmtpWire& wire,
-                const SmtpCredentials& credentials, Call& call) {
-  if (!haveCredentials(credentials, call)) return false;
-  const NtlmOutcome outcome = ntlmLogin(wire, credentials, command, call);
-  if (outcome == NtlmOutcome::LoggedIn) return true;
-  call.log.LogError(failure);
-  if (outcome == NtlmOutcome::Denied || !mayFallBack(wire, credentials)) return false;
-  call.log.LogData("alt_login_method", "LOGIN");
-  return authLogin(wire, credentials, call);
-}
-
-bool authNtlm(SmtpWire& wire, const SmtpCredentials& credentials, Call& call) {
-  return authByNtlm("AUTH NTLM", "NTLM authentication failed", wire, credentials, call);
-}
-
-bool authMsn(SmtpWire& wire, const SmtpCredentials& credentials, Call& call) {
-  return authByNtlm("AUTH MSN", "MSN authentication failed", wire, credentials, call);
-}
-
-struct Exchange {
-  unsigned method;
-  const char* logName;  // under "login_method"
-  const char* failure;
-  bool (*run)(SmtpWire&, const SmtpCredentials&, Call&);
-};
 
 // In order of preference.
-constexpr Exchange kExchanges[] = {
-    {kAuthLogin, "LOGIN", "Failed to login using LOGIN method", authLogin},
-    {kAuthNtlm, "NTLM", "Failed to login using NTLM method", authNtlm},
-    {kAuthMsn, "MSN", "Failed to login using MSN method", authMsn},
-    {kAuthCramMd5, "CRAM_MD5", "Failed to login using CRAM-MD5 method", authCramMd5},
-    {kAuthPlain, "PLAIN", "Failed to login using PLAIN method", authPlain},
+constexpr AuthMethod kMethods[] = {
+    {"LOGIN", "LOGIN", "LOGIN", "Failed to login using LOGIN method", Needs::Tls, authLogin},
+    {"NTLM", "NTLM", "NTLM", "Failed to login using NTLM method", Needs::Ntlm, authNtlm},
+    {"MSN", "MSN", "MSN", "Failed to login using MSN method", Needs::Ntlm, authNtlm},
+    {"CRAM-MD5", "CRAM-MD5", "CRAM_MD5", "Failed to login using CRAM-MD5 method", Needs::Nothing,
+     authCramMd5},
+    {"PLAIN", "PLAIN", "PLAIN", "Failed to login using PLAIN method", Needs::Tls, authPlain},
+    {"DIGEST-MD5", nullptr, "DIGEST-MD5", "DIGEST-MD5 login method not supported", Needs::Nothing,
+     nullptr},
+    {"GSSAPI", nullptr, "GSSAPI", "GSSAPI login method not supported", Needs::Nothing, nullptr},
+    {"KERBEROS_V4", nullptr, "Kerberos-V4", "Kerberos v4 login method not supported",
+     Needs::Nothing, nullptr},
+    {"ANONYMOUS", nullptr, "anonymous", "Anonymous login method not supported", Needs::Nothing,
+     nullptr},
 };
+constexpr const AuthMethod& kLogin = kMethods[0];
+constexpr const AuthMethod& kPlain = kMethods[4];
+constexpr const char* kForceNone = "NONE";
 
-struct UnsupportedMethod {
-  unsigned method;
-  const char* logName;
-  const char* message;
-};
-
-constexpr UnsupportedMethod kUnsupportedMethods[] = {
-    {kAuthDigestMd5, "DIGEST-MD5", "DIGEST-MD5 login method not supported"},
-    {kAuthGssapi, "GSSAPI", "GSSAPI login method not supported"},
-    {kAuthKerberosV4, "Kerberos-V4", "Kerberos v4 login method not supported"},
-    {kAuthAnonymous, "anonymous", "Anonymous login method not supported"},
-};
-
-bool runExchange(const Exchange& exchange, SmtpWire& wire, const SmtpCredentials& credentials,
-                 Call& call) {
-  call.log.LogData("login_method", exchange.logName);
-  if (exchange.run(wire, credentials, call)) return true;
-  call.log.LogError(exchange.failure);
-  return false;
+bool isForcedToNone(const SmtpCredentials& credentials) {
+  return base::equalsNoCase(credentials.method, kForceNone);
 }
 
-bool refuseUnsupported(unsigned methods, Call& call) {
-  for (const UnsupportedMethod& row : kUnsupportedMethods) {
-    if ((methods & row.method) == 0) continue;
-    call.log.LogData("login_method", row.logName);
-    call.log.LogError(row.message);
-    return false;
+// Null when the setting forces none, or names one that does not exist.
+const AuthMethod* forcedMethod(const SmtpCredentials& credentials) {
+  for (const AuthMethod& method : kMethods) {
+    if (method.setting != nullptr && base::equalsNoCase(credentials.method, method.setting)) {
+      return &method;
+    }
   }
+  return nullptr;
+}
+
+const AuthMethod* firstListed(std::string_view listed) {
+  for (const AuthMethod& method : kMethods) {
+    if (base::containsNoCase(listed, std::string(" ") + method.keyword)) return &method;
+  }
+  return nullptr;
+}
+
+// A server must not get the password itself by refusing, or not knowing, the method that was forced
+// to keep it secret: LOGIN takes its place only under TLS.
+bool mayUseLoginInstead(const AuthMethod* forced, const SmtpWire& wire) {
+  return forced == nullptr || forced->needs == Needs::Tls || wire.isSecure();
+}
+
+LoginOutcome failed(const AuthMethod& method, Call& call) {
+  call.log.LogError(method.failure);
+  return LoginOutcome::Failed;
+}
+
+LoginOutcome runExchange(const AuthMethod& method, SmtpWire& wire,
+                         const SmtpCredentials& credentials, Call& call) {
+  call.log.LogData("login_method", method.logName);
+  if (method.exchange == nullptr) return failed(method, call);
+  if (!credentials.complete()) {
+    call.log.LogError("Username and/or password is empty");
+    return failed(method, call);
+  }
+  AuthOutcome outcome = method.exchange(method, wire, credentials, call);
+  if (outcome == AuthOutcome::NotPossible && mayUseLoginInstead(forcedMethod(credentials), wire)) {
+    call.log.LogData("alt_login_method", kLogin.logName);
+    outcome = kLogin.exchange(kLogin, wire, credentials, call);
+  }
+  return outcome == AuthOutcome::LoggedIn ? LoginOutcome::LoggedIn : failed(method, call);
+}
+
+LoginOutcome goOnWithoutLogin(Call& call) {
   call.log.LogData("login_method", "NONE or already authenticated");
-  return true;
+  return LoginOutcome::NotTried;
 }
 
 }  // namespace
 
-unsigned applyForcedMethod(const std::string& forced, unsigned listed) {
-  for (const ForcedMethod& row : kForcedMethods) {
-    if (base::equalsNoCase(forced, row.name)) return row.method;
-  }
-  return listed;
+void keepSecrets(SmtpWire& wire, const SmtpCredentials& credentials) {
+  if (!credentials.complete()) return;
+  wire.keepSecret(*credentials.password);
+  wire.keepSecret(base64Encode(*credentials.password));
+  wire.keepSecret(base64Encode(plainIdentity(credentials)));
 }
 
 std::string cramMd5Answer(std::string_view username, std::string_view password,
@@ -211,40 +226,38 @@ std::string cramMd5Answer(std::string_view username, std::string_view password,
   return std::string(username).append(" ").append(lowerHex(digest));
 }
 
-bool authenticate(SmtpWire& wire, const SmtpCredentials& credentials, unsigned listedMethods,
-                  Call& call) {
+LoginOutcome authenticate(SmtpWire& wire, const SmtpCredentials& credentials,
+                          std::string_view listed, Call& call) {
   if (!credentials.complete()) {
     call.log.LogData("login_method", "NONE");
-    return true;
+    return LoginOutcome::NotTried;
   }
-  wire.keepSecret(*credentials.password);
-  unsigned methods = applyForcedMethod(credentials.method, listedMethods);
-  if ((methods & (kAuthLogin | kAuthNtlm | kAuthMsn | kAuthCramMd5)) == 0) {
+  const AuthMethod* method = forcedMethod(credentials);
+  if (method == nullptr && !isForcedToNone(credentials)) method = firstListed(listed);
+  // PLAIN alone does not count as a list.
+  if (method == nullptr || method >= &kPlain) {
     call.log.LogInfo("This SMTP server did not list authentication methods.");
     if (base::containsNoCase(*credentials.username, kUnlistedLoginDomain)) {
       call.log.LogInfo("Defaulting to LOGIN authentication method.");
-      methods |= kAuthLogin;
+      method = &kLogin;
     }
   }
-  for (const Exchange& exchange : kExchanges) {
-    if (methods & exchange.method) return runExchange(exchange, wire, credentials, call);
-  }
-  return refuseUnsupported(methods, call);
+  return method == nullptr ? goOnWithoutLogin(call) : runExchange(*method, wire, credentials, call);
 }
 
-bool authenticateAfterHelo(SmtpWire& wire, const SmtpCredentials& credentials, Call& call) {
+LoginOutcome authenticateAfterHelo(SmtpWire& wire, const SmtpCredentials& credentials, Call& call) {
   if (!credentials.complete()) {
     call.log.LogData("login_method", "NONE");
-    return true;
+    return LoginOutcome::NotTried;
   }
-  wire.keepSecret(*credentials.password);
-  const unsigned forced = applyForcedMethod(credentials.method, kAuthLogin);
-  if (forced == kNoMethod) return true;
-  const unsigned wanted = forced == kAuthPlain ? kAuthPlain : kAuthLogin;
-  for (const Exchange& exchange : kExchanges) {
-    if (exchange.method == wanted) return runExchange(exchange, wire, credentials, call);
+  if (isForcedToNone(credentials)) return goOnWithoutLogin(call);
+  const AuthMethod* forced = forcedMethod(credentials);
+  if (!mayUseLoginInstead(forced, wire)) {
+    call.log.LogData("login_method", forced->logName);
+    call.log.LogError("The server knows HELO only, and LOGIN would show it the password.");
+    return failed(*forced, call);
   }
-  return false;
+  return runExchange(forced == &kPlain ? kPlain : kLogin, wire, credentials, call);
 }
 
 }  // namespace kelvado

@@ -1,5 +1,6 @@
-// Logging in to an SMTP server (RFC 4954): which method, and the exchange of each.
-// Used by the SMTP session after its greeting. User names and passwords never reach the log.
+// Logging in to an SMTP server (RFC 4954): which method, and the exchange of each. A method is one
+// row of the table in smtp_auth.cpp and one function. Used by the SMTP session after its greeting.
+// Passwords, and what is sent to log in, never reach the log.
 #pragma once
 
 #include <optional>
@@ -20,20 +21,33 @@ struct SmtpCredentials {
   bool operator==(const SmtpCredentials&) const = default;
 };
 
-// The methods to choose from once a forced one has had its say. kNoMethod forces none at all.
-inline constexpr unsigned kNoMethod = 0;
-unsigned applyForcedMethod(const std::string& forced, unsigned listed);
+// Of one exchange.
+enum class AuthOutcome {
+  LoggedIn,
+  Denied,       // by the server, or the connection is lost: nothing else may be tried
+  NotPossible,  // not done, and the server waits for another command
+};
 
-// The answer to a CRAM-MD5 challenge, before base64. Of a password of more than 64 bytes only the
-// first 64 count: the key is cut, not hashed, which differs from RFC 2104 and is meant.
-std::string cramMd5Answer(std::string_view username, std::string_view password,
-                          std::string_view challenge);
+enum class LoginOutcome {
+  LoggedIn,
+  NotTried,  // nothing to log in with, or no method to do it by: the session goes on without
+  Failed,    // logged
+};
 
-// True when logged in, or when there was nothing to log in with.
-bool authenticate(SmtpWire& wire, const SmtpCredentials& credentials, unsigned listedMethods,
-                  Call& call);
+// The password in the forms that a server may repeat: to be known to the wire before the first
+// reply is read.
+void keepSecrets(SmtpWire& wire, const SmtpCredentials& credentials);
+
+// `listed`: the methods of the server's extension list, see SmtpExtensions::authMethods.
+LoginOutcome authenticate(SmtpWire& wire, const SmtpCredentials& credentials,
+                          std::string_view listed, Call& call);
 
 // For a server that only knows HELO and lists nothing.
-bool authenticateAfterHelo(SmtpWire& wire, const SmtpCredentials& credentials, Call& call);
+LoginOutcome authenticateAfterHelo(SmtpWire& wire, const SmtpCredentials& credentials, Call& call);
+
+// The answer to a CRAM-MD5 challenge, before base64. Of a password of more than 64 bytes only the
+// first 64 count: the key is cut, not hashed. That differs from RFC 2104 and is intended.
+std::string cramMd5Answer(std::string_view username, std::string_view password,
+                          std::string_view challenge);
 
 }  // namespace kelvado

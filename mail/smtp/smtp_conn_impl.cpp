@@ -2,10 +2,8 @@
 
 #include <algorithm>
 #include <limits>
-#include <utility>
 
 #include "base/ascii.h"
-#include "base/log_base.h"
 #include "base/log_null.h"
 #include "base/text.h"
 #include "mail/smtp/wire_text.h"
@@ -17,10 +15,10 @@ namespace {
 constexpr std::string_view kBlockedDomain = ".blocked-relay.invalid";
 constexpr const char* kBlockedMessage =
     "SMTP protocol failure. Please contact support@kelvado.example.";
-// This provider's servers want EHLO before STARTTLS and end the session otherwise.
+// This provider's servers want EHLO before STARTTLS, and end the session otherwise.
 constexpr const char* kEhloFirstDomain = "ehlo-first-provider.example";
 constexpr int kMaxPort = 65535;
-// How long a good-bye that nobody waits for may take.
+// For the QUIT of an object that is destroyed.
 constexpr std::uint32_t kHangUpTimeoutMs = 2000;
 
 bool isPort(int port) {
@@ -28,7 +26,7 @@ bool isPort(int port) {
 }
 
 std::string atServer(const char* text, const SmtpServer& server) {
-  return text + server.host + ":" + std::to_string(server.port);
+  return text + base::loggable(server.host) + ":" + std::to_string(server.port);
 }
 
 void logCredentials(const SmtpCredentials& credentials, base::LogBase& log) {
@@ -59,19 +57,13 @@ bool areSafeSettings(const SmtpServer& server, base::LogBase& log) {
          isSafeSetting(isSafeText(username), "smtp_user", username, log);
 }
 
-// Whether a connection that was made for `old` serves for `server`: time-outs and the name that was
-// said at its beginning do not matter.
+// Whether a connection that was made for `old` serves for `server`: time-outs and the EHLO name do
+// not matter.
 bool isSameSession(const SmtpServer& server, SmtpServer old) {
   old.connectTimeoutSeconds = server.connectTimeoutSeconds;
   old.readTimeoutMs = server.readTimeoutMs;
   old.helloName = server.helloName;
   return server == old;
-}
-
-bool isAborted(Call& call) {
-  if (!call.abortRequested()) return false;
-  call.log.LogError("Mail sending aborted by application");
-  return true;
 }
 
 }  // namespace
@@ -83,6 +75,7 @@ bool SmtpConnImpl::connectAndAuthenticate(const SmtpServer& server, Call& call) 
   const bool ready = openConnection(server, call) && greetAndLogin(server, call);
   // A connection that is not logged in, or not secured, must never be taken for a ready one.
   if (!ready) wire_.close();
+  hasCarriedMail_ = false;
   return ready;
 }
 
@@ -147,11 +140,11 @@ bool SmtpConnImpl::openConnection(const SmtpServer& given, Call& call) {
   SmtpServer server = given;
   server.host = base::lowered(given.host);
   log.LogInfo(atServer("Connecting to SMTP server ", given));
-  log.LogData("smtp_host", given.host);
+  log.LogData("smtp_host", base::loggable(given.host));
   log.LogData("smtp_port", std::to_string(given.port));
   const SmtpCredentials& credentials = given.credentials;
   if (!credentials.domain.empty()) log.LogData("domain", base::loggable(credentials.domain));
-  log.LogData("smtp_user", credentials.username ? *credentials.username : "NULL");
+  log.LogData("smtp_user", credentials.username ? base::loggable(*credentials.username) : "NULL");
   log.LogData("trying-auth-method",
               credentials.complete() ? base::loggable(credentials.method) : "NONE");
 
@@ -167,6 +160,7 @@ bool SmtpConnImpl::openConnection(const SmtpServer& given, Call& call) {
     log.LogError("The port of the HTTP proxy is not a port number.");
     return false;
   }
+  keepSecrets(wire_, credentials);
   wire_.setReadTimeout(server.readTimeoutMs);
   const std::uint64_t connectTimeoutMs = std::uint64_t{server.connectTimeoutSeconds} * 1000;
   const auto timeoutMs = static_cast<std::uint32_t>(
@@ -188,6 +182,7 @@ bool SmtpConnImpl::openConnection(const SmtpServer& given, Call& call) {
 }
 
 bool SmtpConnImpl::greetAndLogin(const SmtpServer& server, Call& call) {
+  login_ = LoginOutcome::Failed;
   const bool ehloFirst =
       base::containsNoCase(server.credentials.username.value_or(""), kEhloFirstDomain);
   if (server.startTls && !ehloFirst && !startTls(server, "Sending STARTTLS (1)...", call)) {
@@ -204,11 +199,13 @@ bool SmtpConnImpl::greetAndLogin(const SmtpServer& server, Call& call) {
     case Hello::Failed:
       return false;
     case Hello::Ehlo:
-      if (!authenticate(wire_, server.credentials, extensions_.authMethods, call)) return false;
+      login_ = authenticate(wire_, server.credentials, extensions_.authMethods, call);
+      if (login_ == LoginOutcome::Failed) return false;
       call.log.LogInfo(atServer("CONNECTED to ESMTP server ", server));
       return true;
     case Hello::Helo:
-      if (!authenticateAfterHelo(wire_, server.credentials, call)) return false;
+      login_ = authenticateAfterHelo(wire_, server.credentials, call);
+      if (login_ == LoginOutcome::Failed) return false;
       call.log.LogInfo(atServer("CONNECTED to SMTP server ", server));
       return true;
   }
@@ -282,7 +279,7 @@ bool SmtpConnImpl::sayEhlo(const SmtpServer& server, Call& call) {
   call.log.LogInfo("sendingHello");
   if (!wire_.sendCommand("EHLO " + name, call)) {
     call.log.LogError("Failed to send Hello (EHLO)");
-    call.log.LogData("hostname", name);
+    call.log.LogData("hostname", base::loggable(name));
     wire_.close();
     return false;
   }
@@ -295,7 +292,7 @@ bool SmtpConnImpl::sayEhlo(const SmtpServer& server, Call& call) {
 }
 
 bool SmtpConnImpl::sayHelo(const SmtpServer& server, Call& call) {
-  // The second try carries the server's own name, on purpose: some servers know no other.
+  // The second try carries the server's own name, on purpose: some servers accept no other.
   const std::string names[] = {helloName(server), base::lowered(server.host)};
   const char* failures[] = {"Failed to get response to Hello (HELO)",
                             "Failed to get response to 2nd-try Hello (HELO)"};
@@ -342,108 +339,6 @@ void SmtpConnImpl::hangUp() {
   Call call{log, progress};
   wire_.setReadTimeout(kHangUpTimeoutMs);
   smtpQuit(call);
-}
-
-bool SmtpConnImpl::sendEmail(Email2& message, const SendOptions& options, Call& call,
-                             SendCounters& counters) {
-  if (isAborted(call)) return false;
-  Envelope envelope{message.reversePath(), message.recipients(RecipientKind::To),
-                    message.recipients(RecipientKind::Cc), message.recipients(RecipientKind::Bcc)};
-  if (envelope.to.empty()) call.log.LogInfo("Using undisclosed recipients");
-  if (options.autoMessageId) message.generateMessageId(call.log);
-  call.log.LogData("subject", base::loggable(message.headerField("Subject")));
-  call.log.LogData("reversePath", base::loggable(envelope.reversePath));
-
-  std::string mime;
-  mime.reserve(message.sizeEstimate());
-  message.appendMime(mime);
-  const std::string listFile = message.headerField("KVX-FileDistList");
-  if (listFile.empty()) return sendMime(envelope, mime, options, call, counters);
-
-  const std::vector<std::string> addresses = readAddressFile(listFile, call.log);
-  if (addresses.empty()) {
-    call.log.LogError("The distribution list is empty");
-    return false;
-  }
-  return sendToList(envelope.reversePath, addresses, mime, options, call, counters);
-}
-
-bool SmtpConnImpl::sendMime(const Envelope& envelope, std::string_view mime,
-                            const SendOptions& options, Call& call, SendCounters& counters) {
-  const std::vector<Envelope> parts =
-      options.individual ? individualEnvelopes(envelope) : std::vector<Envelope>{envelope};
-  return sendInParts(parts, mime, options, call, counters);
-}
-
-bool SmtpConnImpl::sendToList(const std::string& reversePath,
-                              const std::vector<std::string>& addresses, std::string_view mime,
-                              const SendOptions& options, Call& call, SendCounters& counters) {
-  const std::vector<Envelope> parts =
-      listEnvelopes(reversePath, addresses, options.individual ? 1 : kRecipientsPerTransaction);
-  if (!sendInParts(parts, mime, options, call, counters)) return false;
-  call.log.LogInfo("Mail sent to " + std::to_string(counters.accepted) + " recipient" +
-                   (counters.accepted < 2 ? "" : "s"));
-  return true;
-}
-
-TransactionResult SmtpConnImpl::transact(const TransactionSteps& steps, const SendOptions& options,
-                                         Call& call) {
-  SmtpTransaction transaction(wire_, extensions_, options, badAddresses_, call);
-  if (std::exchange(isUnchecked_, false)) transaction.checkConnection();
-  const TransactionResult result = steps(transaction);
-  if (result != TransactionResult::NotReady) return result;
-
-  wasConnected_ = connectAfresh(server_, call);
-  if (!wasConnected_) return TransactionResult::Failed;
-  SmtpTransaction onNewConnection(wire_, extensions_, options, badAddresses_, call);
-  return steps(onNewConnection);
-}
-
-bool SmtpConnImpl::sendInParts(const std::vector<Envelope>& parts, std::string_view mime,
-                               const SendOptions& options, Call& call, SendCounters& counters) {
-  needsNewConnection_ = false;
-  for (const Envelope& part : parts) counters.total += part.recipientCount();
-  const auto isSafe = [&](const Envelope& part) {
-    return isSafeEnvelope(part, options.dsn, call.log);
-  };
-  if (!std::all_of(parts.begin(), parts.end(), isSafe)) return false;
-
-  unsigned delivered = 0;
-  bool anyRejected = false;
-  for (std::size_t i = 0; i < parts.size(); ++i) {
-    if (isAborted(call) || (anyRejected && !smtpRset(call))) return false;
-    const unsigned acceptedBefore = counters.accepted;
-    const auto send = [&](SmtpTransaction& transaction) {
-      return transaction.run(parts[i], mime, counters);
-    };
-    TransactionResult result = transact(send, options, call);
-    needsNewConnection_ = result == TransactionResult::NeedsNewConnection;
-    // The server's limit was reached half way: the rest goes over another connection.
-    if (needsNewConnection_ && i > 0 && connectAndAuthenticate(server_, call)) {
-      result = transact(send, options, call);
-    }
-    if (result == TransactionResult::Sent) {
-      delivered += counters.accepted - acceptedBefore;
-    } else if (result == TransactionResult::Rejected) {
-      anyRejected = true;
-    } else {
-      return false;
-    }
-  }
-  const bool sent = delivered > 0 && !(anyRejected && options.allOrNone);
-  if (sent) counters.accepted = delivered;
-  return sent;
-}
-
-bool SmtpConnImpl::verifyRecipients(const Envelope& envelope, Call& call, SendCounters& counters) {
-  counters.total += envelope.recipientCount();
-  if (!isSafeEnvelope(envelope, {}, call.log) || isAborted(call)) return false;
-  const auto ask = [&](SmtpTransaction& transaction) {
-    return transaction.offerRecipients(envelope, counters);
-  };
-  const TransactionResult result = transact(ask, {}, call);
-  const bool reset = wire_.isOpen() && smtpRset(call);
-  return result == TransactionResult::Sent && reset && counters.accepted == counters.total;
 }
 
 }  // namespace kelvado

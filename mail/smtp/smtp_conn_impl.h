@@ -21,7 +21,7 @@ struct SmtpServer {
   std::string host;
   int port = 25;
   bool ssl = false;       // TLS from the first byte
-  bool startTls = false;  // upgraded before anything is told to the server
+  bool startTls = false;  // upgraded before credentials or mail go out
   HttpProxy proxy;
   TlsRequirements tls;
   SmtpCredentials credentials;
@@ -38,7 +38,7 @@ class SmtpConnImpl {
 
   // Connects afresh; on failure the connection is closed.
   bool connectAndAuthenticate(const SmtpServer& server, Call& call);
-  // Connects and reads the greeting, to see that somebody is there. No connection is kept.
+  // Connects and reads the greeting, to find out whether a server answers. No connection is kept.
   bool connectAndGreet(const SmtpServer& server, Call& call);
   // Checks an open connection with RSET and keeps it, or connects afresh.
   bool reuseOrConnect(const SmtpServer& server, Call& call);
@@ -49,7 +49,7 @@ class SmtpConnImpl {
   // The message is a prepared copy: its blind-copy recipients are in "Bcc". autoMessageId changes
   // it.
   bool sendEmail(Email2& message, const SendOptions& options, Call& call, SendCounters& counters);
-  // A text that is ready, in an envelope that is told.
+  // A text that is ready, with the given envelope.
   bool sendMime(const Envelope& envelope, std::string_view mime, const SendOptions& options,
                 Call& call, SendCounters& counters);
   // To each address of a list, in as many transactions as it needs.
@@ -66,17 +66,17 @@ class SmtpConnImpl {
   // Whether the last send had a connection. If not, the log says so.
   bool wasConnected() const { return wasConnected_; }
 
-  // Takes leave of the server within two seconds, without a word in any log.
+  // Sends QUIT and closes, within two seconds; logs nothing.
   void hangUp();
 
   bool isOpen() const { return wire_.isOpen(); }
+  // Whether the last connectAndAuthenticate logged in, rather than going on without.
+  bool isLoggedIn() const { return login_ == LoginOutcome::LoggedIn; }
   bool offersDsn() const { return extensions_.dsn; }
   bool timedOut() const { return wire_.timedOut(); }
   // PEM; empty when the connection is not secure.
   std::string serverCertificate() const { return wire_.serverCertificate(); }
-  // The last message failed because the server wants it on another connection.
-  bool needsNewConnection() const { return needsNewConnection_; }
-  // Recipients that were rejected since the list was cleared.
+  // Recipients that a server rejected since the list was cleared.
   const std::vector<std::string>& badAddresses() const { return badAddresses_; }
   void clearBadAddresses() { badAddresses_.clear(); }
   void clearTimedOut() { wire_.clearTimedOut(); }
@@ -97,18 +97,21 @@ class SmtpConnImpl {
   bool sayHelo(const SmtpServer& server, Call& call);
   bool expectOk(const char* command, Call& call);
   std::string helloName(const SmtpServer& server) const;
-  // Over a connection that is known to be good, or is found to be: else over a new one.
-  TransactionResult transact(const TransactionSteps& steps, const SendOptions& options, Call& call);
-  bool sendInParts(const std::vector<Envelope>& parts, std::string_view mime,
-                   const SendOptions& options, Call& call, SendCounters& counters);
+  // Over the open connection, or over a new one when that cannot be used any more. `postponed`: see
+  // SmtpTransaction.
+  TransactionResult transact(const TransactionSteps& steps, const SendOptions& options,
+                             Envelope& postponed, Call& call);
+  bool sendInParts(std::vector<Envelope> parts, std::string_view mime, const SendOptions& options,
+                   Call& call, SendCounters& counters);
 
   platform::SocketApi& sockets_;
   SmtpWire wire_;
   SmtpServer server_;  // that the open connection was made for
   SmtpExtensions extensions_;
-  bool isUnchecked_ = false;  // the open connection was kept for the next send
+  LoginOutcome login_ = LoginOutcome::Failed;
+  bool isUnchecked_ = false;     // the open connection was kept for the next send
+  bool hasCarriedMail_ = false;  // over the open connection, or tried to
   bool wasConnected_ = false;
-  bool needsNewConnection_ = false;
   std::vector<std::string> badAddresses_;
 };
 

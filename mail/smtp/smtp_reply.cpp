@@ -1,5 +1,7 @@
 #include "mail/smtp/smtp_reply.h"
 
+#include <charconv>
+
 #include "base/ascii.h"
 
 namespace kelvado {
@@ -17,32 +19,27 @@ int parseCode(std::string_view line) {
   return code;
 }
 
-struct MethodName {
-  const char* name;  // as it stands in the list, with the blank before it
-  unsigned method;
-};
-
-constexpr MethodName kMethodNames[] = {
-    {" LOGIN", kAuthLogin},
-    {" NTLM", kAuthNtlm},
-    {" MSN", kAuthMsn},
-    {" GSSAPI", kAuthGssapi},
-    {" ANONYMOUS", kAuthAnonymous},
-    {" PLAIN", kAuthPlain},
-    {" CRAM-MD5", kAuthCramMd5},
-    {" DIGEST-MD5", kAuthDigestMd5},
-    {" KERBEROS_V4", kAuthKerberosV4},
-};
+// The number behind a keyword; 0 when there is none that can be one.
+std::uint64_t parseLimit(std::string_view text) {
+  std::uint64_t limit = 0;
+  text = base::trimmed(text);
+  std::from_chars(text.data(), text.data() + text.size(), limit);
+  return limit;
+}
 
 void noteExtension(std::string_view keywords, SmtpExtensions& extensions) {
+  constexpr std::string_view kAuth = "AUTH";
+  constexpr std::string_view kSize = "SIZE ";
   if (base::beginsWithNoCase(keywords, "DSN")) {
     extensions.dsn = true;
   } else if (base::equalsNoCase(base::trimmed(keywords), "PIPELINING")) {
     extensions.pipelining = true;
-  } else if (base::beginsWithNoCase(keywords, "AUTH ")) {
-    for (const MethodName& row : kMethodNames) {
-      if (base::containsNoCase(keywords, row.name)) extensions.authMethods |= row.method;
-    }
+  } else if (base::equalsNoCase(base::trimmed(keywords), "SMTPUTF8")) {
+    extensions.smtpUtf8 = true;
+  } else if (base::beginsWithNoCase(keywords, kSize)) {
+    extensions.maxSize = parseLimit(keywords.substr(kSize.size()));
+  } else if (base::beginsWithNoCase(keywords, std::string(kAuth) + " ")) {
+    extensions.authMethods += keywords.substr(kAuth.size());
   }
 }
 
@@ -56,7 +53,7 @@ SmtpReply::Progress SmtpReply::addLine(std::string_view line) {
   text_.append(line).append("\r\n");
   if (line.size() <= kCodeDigits) return Progress::Unrecognized;
   const char separator = line[kCodeDigits];
-  // Nonsense in place of an EHLO reply has no line with a blank to wait for.
+  // Where the code is not EHLO's there may never be a line with a blank to wait for.
   const bool goesOn = separator == '-' || (ending_ == Ending::Blank && separator != ' ' &&
                                            parseCode(line) == kEhloCode);
   if (goesOn) return Progress::More;

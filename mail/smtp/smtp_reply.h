@@ -4,6 +4,7 @@
 #pragma once
 
 #include <cstddef>
+#include <cstdint>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -40,23 +41,12 @@ class SmtpReply {
   std::string text_;
 };
 
-// The methods a server may list, in no order of preference. Bits of SmtpExtensions::authMethods.
-enum AuthMethod : unsigned {
-  kAuthLogin = 1U << 0,
-  kAuthNtlm = 1U << 1,
-  kAuthMsn = 1U << 2,
-  kAuthCramMd5 = 1U << 3,
-  kAuthPlain = 1U << 4,
-  kAuthDigestMd5 = 1U << 5,
-  kAuthGssapi = 1U << 6,
-  kAuthKerberosV4 = 1U << 7,
-  kAuthAnonymous = 1U << 8,
-};
-
 struct SmtpExtensions {
-  bool dsn = false;
-  bool pipelining = false;  // RFC 2920
-  unsigned authMethods = 0;
+  bool dsn = false;           // RFC 3461
+  bool pipelining = false;    // RFC 2920
+  bool smtpUtf8 = false;      // RFC 6531
+  std::uint64_t maxSize = 0;  // of a message, in bytes (RFC 1870); 0: not told
+  std::string authMethods;    // as listed, a blank before each; smtp_auth.cpp knows the names
 };
 
 // The extensions in a complete reply to EHLO. Nothing when a line of it does not carry 250.

@@ -1,16 +1,16 @@
 #include "mail/smtp/smtp_transaction.h"
 
 #include "base/ascii.h"
-#include "base/log_base.h"
+#include "base/text.h"
 #include "mail/smtp/wire_text.h"
 #include "platform/system/files.h"
 
 namespace kelvado {
 namespace {
 
-// Between two pieces the application may abort and hears of the progress.
+// Between two pieces progress is reported and the application may abort.
 constexpr std::size_t kPieceBytes = 64 * 1024;
-// Always begins with its own line end, also behind a text that ended in one.
+// Always begins with a line end of its own, also behind a text that ended in one.
 constexpr std::string_view kTerminator = "\r\n.\r\n";
 
 constexpr const char* kToFailure = "Failed when sending RCPT TO:<";
@@ -21,11 +21,8 @@ const char* yesNo(bool value) {
   return value ? "true" : "false";
 }
 
-std::size_t dataSize(std::string_view mime) {
-  std::size_t size = 0;
-  DataEncoder encoder(mime);
-  for (std::string piece; encoder.next(kPieceBytes, piece);) size += piece.size();
-  return size;
+bool isRefusal(int code) {
+  return code >= 400 && code < 600;
 }
 
 }  // namespace
@@ -39,16 +36,39 @@ TransactionResult SmtpTransaction::refused() {
   return wire_.outOfStep() ? lost() : TransactionResult::Rejected;
 }
 
-std::string SmtpTransaction::mailFromCommand(const std::string& reversePath) const {
-  std::string command = "MAIL FROM:<" + reversePath + ">";
-  if (dsn_ && !options_.dsn.ret.empty()) command += " RET=" + options_.dsn.ret;
-  if (dsn_ && !options_.dsn.envid.empty()) command += " ENVID=" + options_.dsn.envid;
+// Asked before the text is on its way: a server that finds it too long at the end has had it all.
+bool SmtpTransaction::isWithinSize(std::string_view mime) const {
+  const std::uint64_t limit = extensions_.maxSize;
+  if (limit == 0 || mime.size() * 2 <= limit) return true;  // no text doubles on the wire
+  const std::uint64_t size = dataSize(mime).message;
+  if (size <= limit) return true;
+  call_.log.LogError("The message is larger than the SMTP server accepts.");
+  call_.log.LogData("message_size", std::to_string(size));
+  call_.log.LogData("server_limit", std::to_string(limit));
+  return false;
+}
+
+bool SmtpTransaction::takesAddresses(const Envelope& envelope) const {
+  const std::string* address = extensions_.smtpUtf8 ? nullptr : envelope.firstBeyondAscii();
+  if (address == nullptr) return true;
+  call_.log.LogError(
+      "An address is not ASCII, and the SMTP server does not take such addresses (SMTPUTF8).");
+  call_.log.LogData("address", base::loggable(*address));
+  return false;
+}
+
+std::string SmtpTransaction::mailFromCommand(const Envelope& envelope) const {
+  const DsnOptions& dsn = options_.dsn;
+  std::string command = "MAIL FROM:<" + envelope.reversePath + ">";
+  if (extensions_.dsn && !dsn.ret.empty()) command += " RET=" + dsn.ret;
+  if (extensions_.dsn && !dsn.envid.empty()) command += " ENVID=" + dsn.envid;
+  if (envelope.firstBeyondAscii() != nullptr) command += " SMTPUTF8";
   return command;
 }
 
 std::string SmtpTransaction::rcptToCommand(const std::string& address) const {
   std::string command = "RCPT TO:<" + address + ">";
-  if (dsn_ && !options_.dsn.notify.empty()) command += " NOTIFY=" + options_.dsn.notify;
+  if (extensions_.dsn && !options_.dsn.notify.empty()) command += " NOTIFY=" + options_.dsn.notify;
   return command;
 }
 
@@ -58,26 +78,26 @@ TransactionResult SmtpTransaction::mailFrom(const std::string& reversePath) {
   call_.log.LogError("Failed when sending MAIL FROM:<" + reversePath + ">");
   if (!commands_.sent() || wire_.replyCode() == kNoReplyCode) return lost();
   call_.log.LogData("response", wire_.loggableReply());
-  if (wire_.replyCode() == 421 &&
-      base::containsNoCase(wire_.replyText(), "maximum allowed messages")) {
+  const bool isClosing = wire_.replyCode() == 421;
+  if (isClosing && base::containsNoCase(wire_.replyText(), "maximum allowed messages")) {
     call_.log.LogInfo("Need new SMTP connection");
     wire_.close();
     return TransactionResult::NeedsNewConnection;
   }
   commands_.skipAhead();
-  return refused();
+  return isClosing ? TransactionResult::NeedsNewConnection : refused();
 }
 
 // False only when there is no going on; a rejected recipient is no reason.
 bool SmtpTransaction::rcptToAll(const std::vector<std::string>& addresses,
-                                const char* failureText) {
+                                std::vector<std::string>& postponed, const char* failureText) {
   for (const std::string& address : addresses) {
     if (call_.progress.abortCheck()) {
       call_.log.LogError("Mail sending aborted by application");
       if (commands_.isAhead()) wire_.close();
       return false;
     }
-    if (rcptTo(address, failureText)) {
+    if (rcptTo(address, postponed, failureText)) {
       ++accepted_;
     } else if (!wire_.isOpen()) {
       return false;
@@ -86,12 +106,21 @@ bool SmtpTransaction::rcptToAll(const std::vector<std::string>& addresses,
   return true;
 }
 
-bool SmtpTransaction::rcptTo(const std::string& address, const char* failureText) {
+bool SmtpTransaction::rcptTo(const std::string& address, std::vector<std::string>& postponed,
+                             const char* failureText) {
   if (commands_.next()) return true;
 
-  call_.log.LogError(failureText + address + ">");
-  call_.log.LogData("bad_address", address);
-  badAddresses_.push_back(address);
+  constexpr int kTooManyRecipients = 452;
+  const bool replied = commands_.sent() && wire_.replyCode() != kNoReplyCode;
+  if (replied && wire_.replyCode() == kTooManyRecipients && accepted_ > 0 && !options_.allOrNone) {
+    postponed.push_back(address);
+    return false;
+  }
+  call_.log.LogError(failureText + base::loggable(address) + ">");
+  if (replied) {
+    call_.log.LogData("bad_address", base::loggable(address));
+    badAddresses_.push_back(address);
+  }
   // Without a reply the next one could be taken for the reply to something else.
   if (!commands_.sent() || wire_.outOfStep()) wire_.close();
   return false;
@@ -99,7 +128,8 @@ bool SmtpTransaction::rcptTo(const std::string& address, const char* failureText
 
 TransactionResult SmtpTransaction::offerRecipients(const Envelope& envelope,
                                                    SendCounters& counters) {
-  commands_.add(mailFromCommand(envelope.reversePath));
+  if (!takesAddresses(envelope)) return TransactionResult::Rejected;
+  commands_.add(mailFromCommand(envelope));
   for (const auto* addresses : {&envelope.to, &envelope.cc, &envelope.bcc}) {
     for (const std::string& address : *addresses) commands_.add(rcptToCommand(address));
   }
@@ -110,33 +140,41 @@ TransactionResult SmtpTransaction::offerRecipients(const Envelope& envelope,
   const TransactionResult begun = mailFrom(envelope.reversePath);
   if (begun != TransactionResult::Sent) return begun;
 
-  const bool asked = rcptToAll(envelope.to, kToFailure) && rcptToAll(envelope.cc, kCcFailure) &&
-                     rcptToAll(envelope.bcc, kBccFailure);
+  postponed_.reversePath = envelope.reversePath;
+  const bool asked = rcptToAll(envelope.to, postponed_.to, kToFailure) &&
+                     rcptToAll(envelope.cc, postponed_.cc, kCcFailure) &&
+                     rcptToAll(envelope.bcc, postponed_.bcc, kBccFailure);
   counters.accepted += accepted_;
   if (!asked) return TransactionResult::Failed;
-  const unsigned rejected = envelope.recipientCount() - accepted_;
+  const unsigned postponed = postponed_.recipientCount();
+  if (postponed > 0) {
+    call_.log.LogInfo("The server wants another transaction for " + std::to_string(postponed) +
+                      " recipient(s)");
+  }
+  rejected_ = envelope.recipientCount() - accepted_ - postponed;
   if (accepted_ == 0) return TransactionResult::Rejected;
-  if (rejected > 0 && options_.allOrNone) {
+  if (rejected_ > 0 && options_.allOrNone) {
     call_.log.LogError("One or more RCPT TO commands failed.");
     return TransactionResult::Rejected;
-  }
-  if (rejected > 0) {
-    call_.log.LogInfo("Warning: failed to send to " + std::to_string(rejected) +
-                      " recipient(s), continuing to send to " + std::to_string(accepted_) +
-                      " recipient(s)");
   }
   return TransactionResult::Sent;
 }
 
 TransactionResult SmtpTransaction::run(const Envelope& envelope, std::string_view mime,
                                        SendCounters& counters) {
+  if (!isWithinSize(mime)) return TransactionResult::Failed;
   const TransactionResult offered = offerRecipients(envelope, counters);
   if (offered != TransactionResult::Sent) return offered;
-
+  if (rejected_ > 0) {
+    call_.log.LogInfo("Warning: failed to send to " + std::to_string(rejected_) +
+                      " recipient(s), continuing to send to " + std::to_string(accepted_) +
+                      " recipient(s)");
+  }
   const bool asked = wire_.sendCommand("DATA", call_);
   if (!asked || !wire_.readReply(354, call_)) {
     call_.log.LogError("Failed when sending DATA command");
-    return asked ? refused() : lost();
+    // After anything but a refusal the server may be waiting for the text, after a bare 354 it is.
+    return asked && isRefusal(wire_.replyCode()) ? TransactionResult::Rejected : lost();
   }
   if (!sendText(mime)) {
     call_.log.LogError("Failed when sending email body");
@@ -149,17 +187,18 @@ TransactionResult SmtpTransaction::run(const Envelope& envelope, std::string_vie
 
 // The terminator travels with the last piece: one segment less for every mail.
 bool SmtpTransaction::sendText(std::string_view mime) {
-  call_.log.LogData("email_size", std::to_string(dataSize(mime)));
+  const DataSize size = dataSize(mime);
+  call_.log.LogData("email_size", std::to_string(size.message + size.doubledDots));
   DataEncoder encoder(mime);
   std::string piece;
   bool more = encoder.next(kPieceBytes, piece);
   for (;;) {
-    const std::size_t size = piece.size();
+    const std::size_t pieceSize = piece.size();
     std::string following;
     more = more && encoder.next(kPieceBytes, following);
     if (!more) piece += kTerminator;
-    if (call_.progress.abortCheck() || !wire_.sendBytes(piece, call_)) return false;
-    call_.progress.consume(size);
+    if (call_.progress.abortCheck() || !wire_.sendText(piece, !more, call_)) return false;
+    call_.progress.consume(pieceSize);
     if (!more) return true;
     piece.swap(following);
   }

@@ -1,6 +1,6 @@
 // One mail transaction: MAIL FROM, RCPT TO for everybody, DATA, and the text (RFC 5321
 // section 3.3). Used by SmtpConnImpl on a connection that is ready. Closes the connection when it
-// can no longer tell which reply belongs to which command.
+// cannot be sure any more which reply belongs to which command.
 #pragma once
 
 #include <string>
@@ -30,8 +30,8 @@ struct SendCounters {
 enum class TransactionResult {
   Sent,
   NotReady,            // the connection is no longer good for one; nothing has happened yet
-  Rejected,            // by the server; the connection stays usable
-  NeedsNewConnection,  // this one takes no more messages
+  Rejected,            // by the server, or not to be had of it; the connection stays usable
+  NeedsNewConnection,  // the server takes no more messages over this one
   Failed,
 };
 
@@ -41,14 +41,14 @@ class SmtpTransaction {
   SmtpTransaction(SmtpWire& wire, const SmtpExtensions& extensions, const SendOptions& options,
                   std::vector<std::string>& badAddresses, Call& call)
       : wire_(wire),
+        extensions_(extensions),
         commands_(wire, extensions.pipelining, call),
-        dsn_(extensions.dsn),
         options_(options),
         badAddresses_(badAddresses),
         call_(call) {}
 
-  // To be called first: the transaction begins with RSET, to see whether the connection still is
-  // good for one.
+  // To be called first: the transaction begins with RSET, to find out whether the connection can
+  // still be used.
   void checkConnection() {
     checksConnection_ = true;
     commands_.add("RSET");
@@ -58,13 +58,20 @@ class SmtpTransaction {
   TransactionResult run(const Envelope& envelope, std::string_view mime, SendCounters& counters);
   // MAIL FROM and RCPT TO only. The caller resets the session afterwards.
   TransactionResult offerRecipients(const Envelope& envelope, SendCounters& counters);
+  // For whom the server wants another transaction: it had enough recipients in this one (RFC 5321
+  // section 4.5.3.1.10).
+  const Envelope& postponed() const { return postponed_; }
 
  private:
-  std::string mailFromCommand(const std::string& reversePath) const;
+  bool isWithinSize(std::string_view mime) const;
+  bool takesAddresses(const Envelope& envelope) const;
+  std::string mailFromCommand(const Envelope& envelope) const;
   std::string rcptToCommand(const std::string& address) const;
   TransactionResult mailFrom(const std::string& reversePath);
-  bool rcptToAll(const std::vector<std::string>& addresses, const char* failureText);
-  bool rcptTo(const std::string& address, const char* failureText);
+  bool rcptToAll(const std::vector<std::string>& addresses, std::vector<std::string>& postponed,
+                 const char* failureText);
+  bool rcptTo(const std::string& address, std::vector<std::string>& postponed,
+              const char* failureText);
   bool sendText(std::string_view mime);
   bool endText();
   void appendToSentMailLog(std::string_view mime);
@@ -72,13 +79,15 @@ class SmtpTransaction {
   TransactionResult lost();
 
   SmtpWire& wire_;
+  const SmtpExtensions& extensions_;
   CommandPipeline commands_;
   bool checksConnection_ = false;
-  bool dsn_;
   const SendOptions& options_;
   std::vector<std::string>& badAddresses_;
   Call& call_;
   unsigned accepted_ = 0;
+  unsigned rejected_ = 0;
+  Envelope postponed_;
 };
 
 // Logs what RSET said of a connection that was kept, and returns it.

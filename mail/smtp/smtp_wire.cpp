@@ -12,10 +12,12 @@ namespace {
 constexpr std::uint64_t kEndlessReadTimeoutMs = 21'600'000;
 constexpr std::uint64_t kMaxReadTimeoutMs = 5'000'000;
 
-// Those of the last logins: some methods make new ones each time.
+// The latest: some methods make new ones at each login.
 constexpr std::size_t kMaxSecrets = 32;
+// In the place of what holds one.
+constexpr const char* kHidden = "(not shown: it repeats what logs in)";
 
-// A reply may end so (RFC 5321 section 4.2), though it is not taken for one.
+// A whole reply by RFC 5321 section 4.2, but not by the rules of this session.
 bool isBareCode(std::string_view line) {
   return line.size() == 5 && line.find_first_not_of("0123456789") == 3;
 }
@@ -42,13 +44,14 @@ bool SmtpWire::connect(const std::string& host, std::uint16_t port, const HttpPr
     connected = openHttpTunnel(socket_, host, port, readTimeoutMs(), call);
   }
   noteStatus();
+  owedReplies_ = 1;  // the greeting
   return connected;
 }
 
 bool SmtpWire::secure(const std::string& host, std::uint16_t port,
                       const TlsRequirements& requirements, Call& call) {
-  // Whatever was said in the clear before the handshake could be by anybody.
-  if (socket_.hasUnreadBytes()) {
+  // What is there in the clear behind the reply to STARTTLS may come from anybody on the way.
+  if (owedReplies_ == 0 && !socket_.unreadBytes().empty()) {
     call.log.LogError("The server sent data before the TLS handshake.");
     return false;
   }
@@ -63,6 +66,7 @@ bool SmtpWire::secure(const std::string& host, std::uint16_t port,
 void SmtpWire::close() {
   secureChannel_.reset();
   socket_.close();
+  owedReplies_ = 0;
   outOfStep_ = false;
 }
 
@@ -82,7 +86,7 @@ bool SmtpWire::sendCommands(std::span<const std::string> commands, Call& call) {
     call.log.LogData("command", base::loggable(command));
     bytes.append(command).append("\r\n");
   }
-  return sendBytes(bytes, call);
+  return send(bytes, commands.size(), call);
 }
 
 bool SmtpWire::sendSecret(std::string_view line, Call& call) {
@@ -91,6 +95,8 @@ bool SmtpWire::sendSecret(std::string_view line, Call& call) {
 }
 
 void SmtpWire::keepSecret(std::string_view secret) {
+  // Base64 is as good without its padding.
+  secret = secret.substr(0, secret.find_last_not_of('=') + 1);
   if (secret.empty()) return;
   std::erase(secrets_, secret);
   if (secrets_.size() == kMaxSecrets) secrets_.pop_front();
@@ -100,10 +106,23 @@ void SmtpWire::keepSecret(std::string_view secret) {
 bool SmtpWire::sendLine(std::string_view line, Call& call) {
   std::string bytes;
   bytes.reserve(line.size() + 2);
-  return sendBytes(bytes.append(line).append("\r\n"), call);
+  return send(bytes.append(line).append("\r\n"), 1, call);
 }
 
-bool SmtpWire::sendBytes(std::string_view bytes, Call& call) {
+bool SmtpWire::sendText(std::string_view bytes, bool isLast, Call& call) {
+  return send(bytes, isLast ? 1 : 0, call);
+}
+
+bool SmtpWire::send(std::string_view bytes, std::size_t replies, Call& call) {
+  if (owedReplies_ == 0 && !channel().unreadBytes().empty()) {
+    const std::string_view early = channel().unreadBytes();
+    call.log.LogError("The SMTP server replied before it was asked.");
+    call.log.LogData("reply", repeatsSecret(early) ? kHidden : base::loggable(early));
+    reply_ = SmtpReply();
+    outOfStep_ = true;
+    return false;
+  }
+  owedReplies_ += replies;
   const bool sent = channel().sendBytes(bytes, readTimeoutMs(), call);
   noteStatus();
   return sent;
@@ -119,12 +138,14 @@ bool SmtpWire::readReply(int expected, Call& call, ReplyLog replyLog) {
   return replyCode() == expected;
 }
 
+bool SmtpWire::repeatsSecret(std::string_view text) const {
+  return std::any_of(secrets_.begin(), secrets_.end(), [text](const std::string& secret) {
+    return text.find(secret) != std::string_view::npos;
+  });
+}
+
 std::string SmtpWire::loggableReply() const {
-  const auto isRepeated = [this](const std::string& secret) {
-    return replyText().find(secret) != std::string::npos;
-  };
-  const bool tells = std::any_of(secrets_.begin(), secrets_.end(), isRepeated);
-  return tells ? std::to_string(replyCode()) : base::loggable(replyText());
+  return repeatsSecret(replyText()) ? std::to_string(replyCode()) : base::loggable(replyText());
 }
 
 std::optional<SmtpExtensions> SmtpWire::readEhloReply(Call& call) {
@@ -135,12 +156,11 @@ std::optional<SmtpExtensions> SmtpWire::readEhloReply(Call& call) {
 bool SmtpWire::receiveReply(SmtpReply::Ending ending, Call& call) {
   reply_ = SmtpReply(ending);
   outOfStep_ = true;
-  // One time-out for the whole reply: a server that sends line after line cannot prolong it.
+  // One time-out for the whole reply: a server that sends line after line does not prolong it.
   const Countdown left(readTimeoutMs(), call.progress.clock());
   for (;;) {
     std::string line;
-    const ReadLimits limits{std::max<std::uint32_t>(1, left.remaining()), kMaxReplyLineBytes};
-    if (!channel().readUntilMatch("\r\n", line, limits, call)) {
+    if (!channel().readUntilMatch("\r\n", line, {left, kMaxReplyLineBytes}, call)) {
       noteStatus();
       logReadFailure(call);
       return false;
@@ -150,12 +170,14 @@ bool SmtpWire::receiveReply(SmtpReply::Ending ending, Call& call) {
         break;
       case SmtpReply::Progress::Complete:
         outOfStep_ = false;
+        owedReplies_ -= owedReplies_ > 0;
         return true;
       case SmtpReply::Progress::Unrecognized:
         // A reply of one line, however short, is still a whole one.
         outOfStep_ = reply_.text().size() > line.size() && !isBareCode(line);
+        owedReplies_ -= !outOfStep_ && owedReplies_ > 0;
         call.log.LogError("Unrecognized response from SMTP server");
-        call.log.LogData("line", base::loggable(line));
+        call.log.LogData("line", repeatsSecret(line) ? kHidden : base::loggable(line));
         return false;
       case SmtpReply::Progress::TooLong:
         call.log.LogError("The SMTP server's reply is longer than allowed.");

@@ -1,6 +1,7 @@
 // Commands out, replies in: the line level of an SMTP session, over a plain socket or over TLS.
-// Logs every command and reply, except what could tell a secret. Blocks up to the read time-out for
-// each step; used by one thread at a time.
+// Logs every command and reply, except what would show a secret. Keeps count of the replies that
+// the server owes: what it sends before it was asked is never taken for one of them. Blocks up to
+// the read time-out for each step; used by one thread at a time.
 #pragma once
 
 #include <cstdint>
@@ -19,8 +20,8 @@
 
 namespace kelvado {
 
-// The read time-out as it takes effect. 0 means the most there is on a plain connection, but one
-// second under TLS, where whole seconds count: that is meant.
+// The read time-out as it takes effect, in milliseconds. 0 means the longest on a plain connection,
+// but one second under TLS, where it is cut to whole seconds. The difference is intended.
 std::uint32_t effectiveReadTimeoutMs(std::uint64_t configuredMs, bool secure);
 
 struct HttpProxy {
@@ -43,7 +44,7 @@ class SmtpWire {
   bool secure(const std::string& host, std::uint16_t port, const TlsRequirements& requirements,
               Call& call);
   void close();
-  // As close, but tells the server when the connection is secure.
+  // As close, but with a close notify when the connection is secure.
   void shutdown(Call& call);
   bool isOpen() const { return socket_.isConnected(); }
   bool isSecure() const { return isOpen() && secureChannel_ != nullptr; }
@@ -60,9 +61,10 @@ class SmtpWire {
   bool sendCommands(std::span<const std::string> commands, Call& call);
   // As sendCommand, but nothing of it is logged; its last word is a secret from then on.
   bool sendSecret(std::string_view line, Call& call);
-  // What no reply may bring into the log, not over a later connection either.
+  // What no reply may bring into the log from now on, not over a later connection either.
   void keepSecret(std::string_view secret);
-  bool sendBytes(std::string_view bytes, Call& call);
+  // A piece of a message's text; a reply follows the last one.
+  bool sendText(std::string_view bytes, bool isLast, Call& call);
 
   // Reads one whole reply. True only when its code is exactly `expected`: 251 is not 250.
   bool readReply(int expected, Call& call, ReplyLog replyLog = ReplyLog::Text);
@@ -70,13 +72,13 @@ class SmtpWire {
   // come.
   std::optional<SmtpExtensions> readEhloReply(Call& call);
 
-  // Of the last reply; kNoReplyCode when none came. Then the session is out of step with the server
-  // and must not go on with this connection.
+  // Of the last reply; kNoReplyCode when none came, or one that is no reply.
   int replyCode() const { return reply_.code(); }
   const std::string& replyText() const { return reply_.text(); }
   // For the log: the text, or the code alone when the server repeats a secret in it.
   std::string loggableReply() const;
-  // The last reply was cut off or never came, so what comes next may be the rest of it.
+  // The last reply was cut off or never came, or one came that nobody had asked for: what comes
+  // next may belong to anything. The session must not go on with this connection.
   bool outOfStep() const { return outOfStep_; }
 
   bool timedOut() const { return timedOut_; }
@@ -90,8 +92,11 @@ class SmtpWire {
   std::uint32_t readTimeoutMs() const {
     return effectiveReadTimeoutMs(configuredReadTimeoutMs_, isSecure());
   }
+  bool repeatsSecret(std::string_view text) const;
   bool receiveReply(SmtpReply::Ending ending, Call& call);
   bool sendLine(std::string_view line, Call& call);
+  // `replies`: how many the server owes for the bytes.
+  bool send(std::string_view bytes, std::size_t replies, Call& call);
   void logReadFailure(Call& call);
   void noteStatus() { timedOut_ = timedOut_ || channel().status().timedOut; }
 
@@ -101,6 +106,7 @@ class SmtpWire {
   std::deque<std::string> secrets_;
   std::uint64_t configuredReadTimeoutMs_ = 30'000;
   SmtpReply reply_;
+  std::size_t owedReplies_ = 0;
   bool outOfStep_ = false;
   bool timedOut_ = false;
 };

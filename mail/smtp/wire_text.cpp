@@ -3,6 +3,7 @@
 #include <algorithm>
 
 #include "base/text.h"
+#include "base/unicode.h"
 #include "mail/mime/email_address.h"
 
 namespace kelvado {
@@ -28,9 +29,23 @@ bool isSafeWord(std::string_view value) {
 bool isSafeAddress(std::string_view address) {
   if (address.empty() || address.size() > kMaxAddressBytes || !isSafeText(address)) return false;
   if (address.find_first_of("<>") != std::string_view::npos) return false;
-  // Blanks are at home in quoted names and X.400 addresses only. More is not asked: a server may
-  // know local names, and names beyond ASCII.
+  if (!base::isValidUtf8(address)) return false;
+  // Blanks are allowed in quoted names and X.400 addresses only. More is not asked: a server may
+  // know local names without a domain.
   return address.find(' ') == std::string_view::npos || isSendableAddress(address);
+}
+
+DataSize dataSize(std::string_view text) {
+  DataSize size{text.size(), 0};
+  for (std::size_t i = 0; i < text.size(); ++i) {
+    const bool pair = text[i] == '\r' && i + 1 < text.size() && text[i + 1] == '\n';
+    if (!isLineEnd(text[i]) || pair) continue;
+    // Behind the line end; one that is not a pair becomes one.
+    const bool secondOfPair = text[i] == '\n' && i > 0 && text[i - 1] == '\r';
+    if (!secondOfPair) ++size.message;
+    if (i + 1 < text.size() && text[i + 1] == '.') ++size.doubledDots;
+  }
+  return size;
 }
 
 bool DataEncoder::next(std::size_t size, std::string& piece) {

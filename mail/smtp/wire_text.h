@@ -1,8 +1,9 @@
-// What may go on the wire and what may go into the log, for the mail session; and the body of a
-// message as DATA wants it. Pure; used by the session only.
+// What may go into a command of the mail session, and the text of a message in its form for DATA.
+// Pure; used by the session only.
 #pragma once
 
 #include <cstddef>
+#include <cstdint>
 #include <string>
 #include <string_view>
 
@@ -17,6 +18,13 @@ bool isSafeWord(std::string_view value);
 
 // Safe between '<' and '>', and one address, of a length that a command line can carry.
 bool isSafeAddress(std::string_view address);
+
+// The size of a message text in bytes as DataEncoder gives it.
+struct DataSize {
+  std::uint64_t message = 0;      // as servers count it (RFC 1870): without the doubled dots
+  std::uint64_t doubledDots = 0;  // on the wire in addition
+};
+DataSize dataSize(std::string_view text);
 
 // A message text piece by piece in its form for DATA: every line end CR LF, a dot behind a line
 // feed doubled (one at the very beginning is not). The terminator is not part of it. Keeps a view

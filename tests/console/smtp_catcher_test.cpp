@@ -32,7 +32,8 @@ class SmtpCatcherTest : public testing::Test {
     socket.sendBytes(bytes, 5000, call);
     std::string heard;
     std::string line;
-    while (socket.readUntilMatch("\r\n", line, {5000, 1000}, call)) {
+    const auto patience = [this] { return kelvado::Countdown(5000, progress.clock()); };
+    while (socket.readUntilMatch("\r\n", line, {patience(), 1000}, call)) {
       heard += line.substr(0, 4);
     }
     return heard;

@@ -74,6 +74,15 @@ TEST_F(KelvadoSocketTest, AConnectThatFailsSaysHow) {
   EXPECT_TRUE(
       logged("Connect function failed</error>\r\n<sockError>10060</sockError>\r\n"
              "<ConnectTimeoutMs>1000</ConnectTimeoutMs>\r\n<SocketError>WSAETIMEDOUT"));
+
+  log.Clear();
+  network.connectResults = {platform::kWsaWouldBlock};
+  AbortingSink sink;
+  ProgressMonitor watched(&sink, 100, clock);
+  Call watchedCall{log, watched};
+  EXPECT_FALSE(socket.connect("192.0.2.9", 25, 1000, watchedCall));
+  EXPECT_TRUE(socket.status().aborted);
+  EXPECT_TRUE(logged("<error>Socket connect aborted by application</error>\r\n</KelvadoLog>"));
 }
 
 // Each byte comes within the time-out, the line does not.
@@ -82,9 +91,10 @@ TEST_F(KelvadoSocketTest, DrippingDoesNotProlongARead) {
   network.incoming.assign(100, "x");
   network.arrivalMs = 300;
   std::string line;
-  EXPECT_FALSE(socket.readUntilMatch("\r\n", line, {1000, 1000}, call));
+  EXPECT_FALSE(socket.readUntilMatch("\r\n", line, {Countdown(1000, clock), 1000}, call));
   EXPECT_TRUE(socket.status().timedOut);
   EXPECT_EQ(clock.ticks, 1000U);
+  EXPECT_TRUE(logged("<timeoutMs>1000</timeoutMs>"));
 }
 
 TEST_F(KelvadoSocketTest, WaitsWholeWithoutAHeartbeatAndInSlicesWithOne) {

@@ -14,6 +14,7 @@ namespace {
 // Parts of scripts.
 const std::string kEhlo = "S: 220 ready|C: EHLO pc.example|";
 const std::string kHello = kEhlo + "S: 250 mail|";
+const std::string kHelo = kEhlo + "S: 502 what|C: HELO pc.example|S: 250 ok|";
 const std::string kFrom = "C: MAIL FROM:<me@site.example>|S: 250 ok|";
 const std::string kTo = "C: RCPT TO:<to@site.example>|";
 const std::string kCc = "C: RCPT TO:<cc@site.example>|";
@@ -79,17 +80,91 @@ TEST(Conversation, LogsIn) {
   converse("PLAIN forced on a server that lists LOGIN",
            {kEhlo + "S: 250 AUTH LOGIN|C: AUTH PLAIN dXNlcgB1c2VyAHNlY3JldA==|" + kWelcome}, true,
            "<login_method>PLAIN</login_method>", method("plain"));
-  converse("a server that repeats it later",
-           {kEhlo + "S: 250 AUTH PLAIN|C: AUTH PLAIN dXNlcgB1c2VyAHNlY3JldA==|S: 235 welcome|" +
-            "C: MAIL FROM:<me@site.example>|S: 550 who is dXNlcgB1c2VyAHNlY3JldA==?|" + kQuit},
-           false, "<reply>550</reply>|<response>550</response>|Send failed.", method("PLAIN"));
-  converse("methods that are not implemented", {kEhlo + "S: 250 AUTH ANONYMOUS GSSAPI|"}, false,
-           "<login_method>GSSAPI</login_method>|GSSAPI login method not supported", method(""));
+  const std::pair<const char*, const char*> notImplemented[] = {
+      {"ANONYMOUS KERBEROS_V4 GSSAPI DIGEST-MD5", "DIGEST-MD5</login_method>|DIGEST-MD5 login"},
+      {"ANONYMOUS GSSAPI", "GSSAPI</login_method>|GSSAPI login"},
+      {"ANONYMOUS KERBEROS_V4", "Kerberos-V4</login_method>|Kerberos v4 login"},
+      {"ANONYMOUS", "anonymous</login_method>|Anonymous login"}};
+  for (const auto& [listed, logged] : notImplemented) {
+    converse(listed, {kEhlo + "S: 250 AUTH " + listed + "|"}, false,
+             logged + std::string(" method not supported"), method(""));
+  }
+  converse("nobody to verify", {kHello, kHello}, false, "offered no method to log in by.",
+           method(""), [](KvMailMan& mailMan, KvEmail&) {
+             EXPECT_TRUE(mailMan.OpenSmtpConnection());
+             return mailMan.VerifySmtpLogin();
+           });
+  converse("somebody to verify", {kEhlo + "S: 250 AUTH LOGIN|" + kLogin + "S: 235 ok|" + kQuit},
+           true, "", method(""),
+           [](KvMailMan& mailMan, KvEmail&) { return mailMan.VerifySmtpLogin(); });
   converse("no method at all goes on without", {kHello + kMail + kQuit}, true,
            "<login_method>NONE or already authenticated</login_method>", method("none"));
-  converse("after HELO only LOGIN",
-           {kEhlo + "S: 502 what|C: HELO pc.example|" + kOk + kLogin + kWelcome}, true,
-           "CONNECTED to SMTP server", method("CRAM-MD5"));
+  converse("after HELO only LOGIN", {kHelo + kLogin + kWelcome}, true, "CONNECTED to SMTP server",
+           method("GSSAPI"));
+  converse("after HELO, forced to none", {kHelo + kMail + kQuit}, true,
+           "<login_method>NONE or already authenticated</login_method>|CONNECTED to SMTP server",
+           method("none"));
+  for (const char* name : {"CRAM-MD5", "NTLM", "MSN"}) {
+    converse("after HELO, forced to a method that hides the password", {kHelo}, false,
+             "LOGIN would show it the password.|Failed to login using " + std::string(name) +
+                 " method|Failed to connect to SMTP server.",
+             method(name));
+  }
+}
+
+// Whatever a server repeats of the password, from its first byte on, stays out of the log; converse
+// looks for it.
+TEST(Conversation, KeepsThePasswordOutOfTheLog) {
+  const Prepare plain = login("user", "secret", "PLAIN");
+  const Prepare startTls = [&plain](KvMailMan& mailMan, KvEmail& email) {
+    plain(mailMan, email);
+    mailMan.put_StartTLS(true);
+  };
+  const std::string greeting = "S: 220 ready|";
+  const std::string sent = "C: AUTH PLAIN dXNlcgB1c2VyAHNlY3JldA==|";
+  converse("greeting", {"S: 554 secret|"}, false, "<reply>554</reply>|Failed to get initial",
+           plain);
+  converse("no greeting at all", {"S: 220-hi\r\n|S: secret\r\n0|HANGUP"}, false, "", plain);
+  converse("EHLO, HELO",
+           {kEhlo + "S: 550 c2VjcmV0|C: HELO pc.example|S: 550 secret|" +
+            "C: HELO 127.0.0.1|S: 550 secret|"},
+           false, "<helloResponse>550</helloResponse>|<reply>550</reply>", plain);
+  converse("STARTTLS", {greeting + "C: STARTTLS|S: 454 not with secret|"}, false,
+           "<reply>454</reply>|Failed to receive STARTTLS response", startTls);
+  converse("before it is asked", {greeting + "C: EHLO pc.example|S: 250 AUTH PLAIN\r\n1 secret|"},
+           false, "replied before it was asked.|<reply>(not shown", plain);
+  converse("all that was sent, and a part of it",
+           {kEhlo + "S: 250 AUTH PLAIN|" + sent + "S: 235 welcome|C: MAIL FROM:<me@site.example>|" +
+            "S: 250 ok|" + kTo + "S: 550 who is dXNlcgB1c2VyAHNlY3JldA==?|" + kReset + kFrom + kTo +
+            "S: 550 who is c2VjcmV0?|" + kQuit},
+           false, "<reply>550</reply>", plain, [](KvMailMan& mailMan, KvEmail& email) {
+             EXPECT_FALSE(mailMan.SendEmail(email));
+             EXPECT_THAT(mailMan.LastErrorText(), Not(HasSubstr("dXNlcg")));
+             return mailMan.SendEmail(email);
+           });
+}
+
+// Bytes that came before they were asked for are no reply, to whatever is asked next.
+TEST(Conversation, TakesNothingForAReplyThatCameTooEarly) {
+  const std::string early = "<error>The SMTP server replied before it was asked.</error>";
+  converse("to the text, with 354", {kHello + kFrom + kTo + kOk + "C: DATA|S: 354 go\r\n250 q|"},
+           false, early + "|250 q|Failed when sending email body");
+  converse("to MAIL FROM, with EHLO's", {kEhlo + "S: 250 mail\r\n250 ok|"}, false,
+           early + "|Failed when sending MAIL FROM:<");
+  converse("to anything, over a connection that was kept",
+           {kHello + kMail.substr(0, kMail.size() - 1) + "\r\n250 again|", kHello + kMail + kQuit},
+           true, early + "|RSET failed.|Need new SMTP connection", {},
+           [](KvMailMan& mailMan, KvEmail& email) {
+             return mailMan.SendEmail(email) && mailMan.SendEmail(email);
+           });
+  const std::string individual = kHello + kFrom + kTo + kOk + "C: DATA|";
+  for (const char* reply : {"S: 354|", "S: 250 ok|"}) {
+    converse("the server may be waiting for the text: no command follows", {individual + reply},
+             false, "Failed when sending DATA command", [](KvMailMan& mailMan, KvEmail& email) {
+               email.AddCC("", "cc@site.example");
+               mailMan.put_SendIndividual(true);
+             });
+  }
 }
 
 TEST(Conversation, GoesThroughAProxy) {
@@ -180,6 +255,30 @@ TEST(Conversation, OffersRecipients) {
            true, "", deliveryStatus);
   converse("delivery status that is not offered", {kHello + kMail + kQuit}, true, "",
            deliveryStatus);
+  const std::string tooMany = "S: 452 too many recipients|";
+  converse("the rest in another transaction",
+           {kHello + kFrom + kTo + kOk + kCc + tooMany + kBcc + tooMany + kData + kFrom + kCc +
+            kOk + kBcc + tooMany + kData + kFrom + kBcc + tooMany + kQuit},
+           true,
+           "wants another transaction for 2 recipient(s)|wants another transaction for 1|"
+           "sending bcc RCPT TO:<|<NumAccepted>2</NumAccepted>|<NumRejected>1</NumRejected>",
+           threeKinds());
+  const Send verify = [](KvMailMan& mailMan, KvEmail& email) {
+    return mailMan.VerifyRecipients(email);
+  };
+  converse("verified in as many",
+           {kHello + kFrom + kTo + kOk + kCc + tooMany + kBcc + kOk + kReset + kFrom + kCc + kOk +
+            kReset + kQuit},
+           true, "", threeKinds(), verify);
+  const auto verified =
+      converse("verified: nobody is sent to",
+               {kHello + kFrom + kTo + kNo + kCc + kOk + kBcc + kOk + kReset + kQuit}, false,
+               "Failed when sending RCPT TO:<to@site.example>", threeKinds(),
+               [&verify](KvMailMan& mailMan, KvEmail& email) {
+                 const bool all = verify(mailMan, email);
+                 EXPECT_THAT(mailMan.LastErrorText(), Not(HasSubstr("continuing to send")));
+                 return all;
+               });
   converse("one by one; a rejection, of whatever, is for one",
            {kHello + kFrom + kTo + kNo + kReset + kFrom + kCc + kOk +
             "C: DATA|S: 354 go on|DATA|S: 554 spam|" + kReset + kFrom + kBcc + kOk + kData + kQuit},
@@ -274,9 +373,14 @@ TEST(Conversation, KeepsAConnectionThatAnswers) {
   converse("TLS wanted from now on", {first, "S: 220 ready|C: STARTTLS|S: 454 no|"}, false,
            "No secure connection, need new SMTP connection.",
            sentBefore([](KvMailMan& mailMan) { mailMan.put_StartTLS(true); }));
-  converse("the server's limit", {limit}, false, "<info>Need new SMTP connection</info>",
-           sentBefore());
-  converse("which loses no message of a bundle", {limit, first + kQuit}, true,
+  converse("the server's limit", {limit, first + kQuit}, true,
+           "<info>Need new SMTP connection</info>|Sent DATA terminator", sentBefore());
+  converse("in words of its own",
+           {first + kReset + kFrom.substr(0, 31) + "S: 421 enough|", first + kQuit}, true,
+           "Failed when sending MAIL FROM|Sent DATA terminator", sentBefore());
+  converse("at once", {kHello + kFrom.substr(0, 31) + "S: 421 Maximum allowed messages|"}, false,
+           "<info>Need new SMTP connection</info>|Send failed.");
+  converse("in a bundle", {limit, first + kQuit}, true,
            "Sending message 1|Sending message 2|Sent DATA terminator", {}, sendTwoAsBundle);
 }
 
@@ -301,6 +405,46 @@ TEST(Conversation, SendsToLists) {
            list({}));
 }
 
+// What a server's list of extensions decides before anything of a mail is sent.
+TEST(Conversation, KeepsToWhatTheServerTakes) {
+  const auto offering = [](const char* extension) {
+    return kEhlo + "S: 250-mail\r\n250 " + extension + "|";
+  };
+  const Prepare sendsHundred = [](KvMailMan&, KvEmail& email) {
+    email.put_Body(std::string(100, 'x').c_str());
+  };
+  converse("too large", {offering("SIZE 100") + kQuit}, false,
+           "The message is larger than the SMTP server accepts.|<server_limit>100<|Send failed.",
+           sendsHundred);
+  converse("not too large", {offering("SIZE 1000") + kMail + kQuit}, true, "", sendsHundred);
+  converse("any size", {offering("SIZE 0") + kMail + kQuit}, true, "", sendsHundred);
+
+  const Prepare beyondAscii = [](KvMailMan& mailMan, KvEmail& email) {
+    mailMan.put_Utf8(true);
+    email.put_Utf8(true);
+    EXPECT_TRUE(email.AddCC("", "g\xC3\xBCnter@site.example"));
+  };
+  const std::string utf8Cc = "C: RCPT TO:<g\xC3\xBCnter@site.example>|" + kOk;
+  converse("an address beyond ASCII",
+           {offering("SMTPUTF8") + "C: MAIL FROM:<me@site.example> SMTPUTF8|" + kOk + kTo + kOk +
+            utf8Cc + kData + kQuit},
+           true, "", beyondAscii);
+  converse("ASCII only", {offering("SMTPUTF8") + kMail + kQuit}, true, "");
+  converse("not offered", {kHello + kQuit}, false,
+           "does not take such addresses (SMTPUTF8).|<address>g\xC3\xBCnter@site.example</address>",
+           beyondAscii);
+  converse("a sender beyond ASCII", {kHello + kQuit}, false, "<address>\xC3\xBC@site.example<",
+           [](KvMailMan& mailMan, KvEmail& email) {
+             mailMan.put_Utf8(true);
+             email.put_Utf8(true);
+             email.put_From("\xC3\xBC@site.example");
+           });
+  converse("no text at all", {offering("SMTPUTF8") + kQuit}, false, "<address>J\\xFCrgen@x<", {},
+           [](KvMailMan& mailMan, KvEmail& email) {
+             return mailMan.SendToDistributionList(email, {"J\xFCrgen@x"});
+           });
+}
+
 // Values that would end a command and begin another, or add to it.
 TEST(Conversation, NoValueAddsACommand) {
   const auto refused = [](const char* value, bool connects, const Prepare& prepare) {
@@ -319,6 +463,26 @@ TEST(Conversation, NoValueAddsACommand) {
   setting("smtp_user", false, &KvMailMan::put_SmtpUsername, "u\r\nQUIT");
   setting("dsnNotify", true, &KvMailMan::put_DsnNotify, "NEVER\r\nQUIT");
   setting("dsnEnvid", true, &KvMailMan::put_DsnEnvid, "1 SIZE=1");
+  converse("sender of a text", {}, false, "holds characters|<reversePath>", {},
+           [](KvMailMan& mailMan, KvEmail&) {
+             return mailMan.SendMime("me@site.example\r\nyou@site.example", "to@site.example",
+                                     "A: b");
+           });
+}
+
+TEST(Conversation, NeedsASender) {
+  const auto sendTo = [](KvMailMan& mailMan, KvEmail&, const char* bounce) {
+    KvEmail email;
+    email.put_From("nobody");
+    email.AddTo("", "to@site.example");
+    if (bounce != nullptr) email.AddHeaderField("Return-Path", bounce);
+    return mailMan.SendEmail(email);
+  };
+  converse("none", {}, false, "The email has no sender: From holds no address with an '@'.", {},
+           [&](KvMailMan& mailMan, KvEmail& email) { return sendTo(mailMan, email, nullptr); });
+  converse("the null sender, by name",
+           {kHello + "C: MAIL FROM:<>|" + kOk + kTo + kOk + kData + kQuit}, true, "", {},
+           [&](KvMailMan& mailMan, KvEmail& email) { return sendTo(mailMan, email, "<>"); });
 }
 
 TEST(Conversation, StopsWhenTheApplicationWants) {
@@ -352,6 +516,7 @@ TEST(MailMan, FailsWithoutReachingForTheServer) {
   expectFailure(mailMan.SendQ(email),
                 "<error>Kelvado smtpQ is not installed on this computer</error>");
   ASSERT_TRUE(mailMan.UnlockComponent("code"));
+  email.put_From("me@site.example");
   expectFailure(mailMan.SendEmail(email), "<error>No hostname</error>");
   expectFailure(mailMan.SendEmail(nullptr), "<error>Email parameter is NULL in SendEmail</error>");
   mailMan.put_SmtpHost("mail.blocked-relay.invalid");

@@ -20,6 +20,7 @@ struct Step {
   const char* logged;  // when it goes wrong
 };
 
+constexpr const char* kRcptFailed = "Failed when sending RCPT TO:<to@site.example>";
 constexpr const char* kConnectFailed = "Failed to connect to SMTP server.";
 
 const Step kSteps[] = {
@@ -30,8 +31,7 @@ const Step kSteps[] = {
     {"Password", "C: c2VjcmV0|", "235 welcome", "Failed to get response to login password"},
     {"MAIL", "C: MAIL FROM:<me@site.example>|", "250 ok",
      "Failed when sending MAIL FROM:<me@site.example>"},
-    {"RCPT", "C: RCPT TO:<to@site.example>|", "250 ok",
-     "Failed when sending RCPT TO:<to@site.example>"},
+    {"RCPT", "C: RCPT TO:<to@site.example>|", "250 ok", kRcptFailed},
     {"DATA", "C: DATA|", "354 go on", "Failed when sending DATA command"},
     {"EndOfData", "DATA|", "250 queued", "Failed when sending end-of-body"},
 };
@@ -162,6 +162,9 @@ TEST_P(MisbehavingServer, CostsOneMailAtMost) {
     }
     EXPECT_THAT(log, testing::Not(testing::HasSubstr("secret")));
     EXPECT_EQ(log.find('\0'), std::string::npos);
+    // Whom nobody rejected is not bad.
+    const bool rejected = step.logged == kRcptFailed && !dripped && *fault.logged == '\0';
+    EXPECT_EQ(mailMan.badAddresses().size(), rejected ? 1U : 0U);
 
     settings.readTimeoutMs = 5000;
     settings.startTls = settings.ssl = false;

@@ -98,6 +98,18 @@ TEST_F(TlsConversation, BeginsWithTls) {
                 [](KvMailMan& mailMan, KvEmail&) { mailMan.put_ReadTimeout(0); });
 }
 
+// Where TLS keeps the password secret, LOGIN may take the place of a method that would.
+TEST_F(TlsConversation, MayShowThePassword) {
+  converseInTls("after HELO, forced to CRAM-MD5",
+                kStart +
+                    "TLS: trusted|C: EHLO pc.example|S: 502 what|C: HELO pc.example|S: 250 ok|"
+                    "C: AUTH LOGIN|S: 334 VXNlcm5hbWU6|C: dXNlcg==|S: 334 UGFzc3dvcmQ6|C: c2VjcmV0|"
+                    "S: 235 welcome|" +
+                    kSession.substr(kSession.find("C: MAIL")),
+                true, "<login_method>LOGIN</login_method>|CONNECTED to SMTP",
+                [](KvMailMan& mailMan, KvEmail&) { mailMan.put_SmtpAuthMethod("cram-md5"); });
+}
+
 TEST_F(TlsConversation, LooksAtTheCertificate) {
   const auto requirement = [](const char* name, const char* value) {
     return [=](KvMailMan& mailMan, KvEmail&) { mailMan.SetSslCertRequirement(name, value); };
