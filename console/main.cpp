@@ -3,9 +3,11 @@
 #include <cstdio>
 
 #include "console/commands.h"
+#include "platform/system/process.h"
 #include "platform/system/terminal.h"
 
 int main(int argc, char** argv) {
+  platform::keepMemoryPrivate();
   const platform::AnsiTerminal terminal;
   CLI::App app("Warns domain users before their passwords expire; one pass now, or a demo.",
                "pwlapse");

@@ -31,4 +31,8 @@ class Process {
 // Never destroyed.
 Process& systemProcess();
 
+// The memory of this process holds passwords: when it crashes, no copy of it is left on a disk or
+// sent anywhere, and no other program of the same user may look into it. Called first in main.
+void keepMemoryPrivate();
+
 }  // namespace platform

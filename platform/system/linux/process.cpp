@@ -5,6 +5,8 @@
 #include <cstddef>
 #include <iterator>
 
+#include <sys/prctl.h>
+#include <sys/resource.h>
 #include <unistd.h>
 
 #include "platform/system/linux/last_error.h"
@@ -94,6 +96,13 @@ WinError winErrorOf(int error) {
 Process& systemProcess() {
   static PosixProcess process;
   return process;
+}
+
+void keepMemoryPrivate() {
+  // The limit alone does not bind a handler that the system pipes cores to.
+  ::prctl(PR_SET_DUMPABLE, 0, 0, 0, 0);
+  const rlimit none{0, 0};
+  ::setrlimit(RLIMIT_CORE, &none);
 }
 
 }  // namespace platform

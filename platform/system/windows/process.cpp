@@ -42,4 +42,9 @@ Process& systemProcess() {
   return process;
 }
 
+void keepMemoryPrivate() {
+  // Without this mode Windows Error Reporting writes a dump of a process that crashes.
+  SetErrorMode(SEM_FAILCRITICALERRORS | SEM_NOGPFAULTERRORBOX);
+}
+
 }  // namespace platform
