@@ -147,13 +147,13 @@ bool seekTo(std::FILE* file, std::uint64_t offset) {
   return true;
 }
 
-// At most `size` bytes from `offset` on.
-std::string readPart(const std::string& name, std::uint64_t offset, std::size_t size) {
+// At most `size` bytes from `offset` on. False, with errno set, when they cannot be read.
+bool readPart(const std::string& name, std::uint64_t offset, std::size_t size, std::string& bytes) {
   const File file = openFile(name, "rb");
-  if (file == nullptr || !seekTo(file.get(), offset)) return {};
-  std::string bytes(size, '\0');
+  if (file == nullptr || !seekTo(file.get(), offset)) return false;
+  bytes.resize(size);
   bytes.resize(std::fread(bytes.data(), 1, size, file.get()));
-  return bytes;
+  return std::ferror(file.get()) == 0;
 }
 
 // pwdLastSet in the marked part of a record, as it is now.
@@ -258,7 +258,10 @@ AccountResult LdifSource::writeFault(const std::string& what) const {
 
 AccountResult LdifSource::refresh(DirectoryEntry& entry) {
   if (entry.sourceLength == 0) return {};  // no pwdLastSet, so none that could have changed
-  const std::string bytes = readPart(file_, entry.sourceOffset, entry.sourceLength + kLineEndBytes);
+  std::string bytes;
+  if (!readPart(file_, entry.sourceOffset, entry.sourceLength + kLineEndBytes, bytes)) {
+    return writeFault("cannot be read: " + fileErrorText());
+  }
   const std::optional<FoundTime> found = findPwdLastSet(bytes, entry);
   if (!found) return writeFault("changed since it was read");
   entry.pwdLastSet = found->value;
@@ -267,7 +270,10 @@ AccountResult LdifSource::refresh(DirectoryEntry& entry) {
 
 AccountResult LdifSource::expirePassword(const DirectoryEntry& entry) {
   if (entry.sourceLength == 0) return writeFault("no pwdLastSet to set for " + entry.logonName);
-  const std::string bytes = readPart(file_, entry.sourceOffset, entry.sourceLength + kLineEndBytes);
+  std::string bytes;
+  if (!readPart(file_, entry.sourceOffset, entry.sourceLength + kLineEndBytes, bytes)) {
+    return writeFault("cannot be read: " + fileErrorText());
+  }
   const std::optional<FoundTime> found = findPwdLastSet(bytes, entry);
   if (!found) return writeFault("changed since it was read; not touched");
   if (found->value == 0) return {};
@@ -276,7 +282,7 @@ AccountResult LdifSource::expirePassword(const DirectoryEntry& entry) {
   }
   const std::string text = expiredAttribute(found->size, found->lineEnd);
   if (!overwriteInFile(file_, entry.sourceOffset + found->offset, text)) {
-    return writeFault("cannot be written");
+    return writeFault("cannot be written: " + fileErrorText());
   }
   return {};
 }

@@ -224,6 +224,8 @@ TEST_F(LdifSourceTest, OnlyThePasswordThatWasReadIsExpired) {
   DirectoryEntry never = load(user("a")).entries[0];
   EXPECT_EQ(expire(never), "29 domain.ldif: no pwdLastSet to set for a");
   EXPECT_TRUE(LdifSource(kFile).refresh(never).ok());
+  removeFile(kFile);
+  EXPECT_EQ(expire(entry), "29 domain.ldif: cannot be read: No such file or directory");
 }
 
 }  // namespace
