@@ -3,6 +3,12 @@
 // same file in any letter case: the lower-case spelling is the one that is created; a file that
 // exists in another case is found. Absolute names are used as they are given.
 // Names are in the ANSI code page. Nothing here throws.
+//
+// Who can write to a folder must not lead a program that runs as root to other files, nor hold it
+// up. So only regular files are opened, and never waited for. On systems with symbolic links, one
+// that belongs to root or to the program's own user is followed for reading; for writing none is in
+// the last part of a name, but replaceFileAtomically and overwriteInFile go on to the file behind a
+// link that may be read through. What root makes belongs to the owner of the folder.
 #pragma once
 
 #include <cstddef>
@@ -19,9 +25,12 @@ struct FileCloser {
 };
 using File = std::unique_ptr<std::FILE, FileCloser>;
 
-// fopen. Null when it cannot be opened. With a text mode ("r", "w", "a+": no "b") lines end in "\n"
-// for the program; on disk they end as the system has it. Reads see CR LF as "\n" on every system
-// when they go through readTextLine.
+// Why the last call of this header failed, from errno: to be asked at once. Without a line end.
+std::string fileErrorText();
+
+// fopen. Null, with errno set, when it cannot be opened. With a text mode ("r", "w", "a+": no "b")
+// lines end in "\n" for the program; on disk they end as the system has it. Reads see CR LF as "\n"
+// on every system when they go through readTextLine.
 File openFile(const std::string& name, const char* mode);
 
 // One read of at most `capacity` - 1 bytes, up to and including a "\n" (fgets, but NUL bytes are
@@ -41,9 +50,14 @@ bool writeWholeFile(const std::string& name, std::string_view bytes);
 bool writeTextFile(const std::string& name, std::string_view text);
 
 // As writeWholeFile, but a reader sees the old file or the new one, never a part, whatever happens:
-// a temporary file beside it, flushed to the disk, then renamed. On systems with file modes the new
-// file is readable by its owner only (0600).
+// a temporary file beside it, flushed to the disk, then renamed. The file keeps its access rights;
+// on systems with file modes, those of other users than owner and group are taken away, and a new
+// file is for its owner only (0600).
 bool replaceFileAtomically(const std::string& name, std::string_view bytes);
+
+// Removes the temporary files beside `name` that replacing it left when its process was ended. To
+// be called while the file's lock is held: another process may be replacing it.
+void removeTemporaries(const std::string& name);
 
 // Opens, appends, closes: for lines of text, whose "\n" becomes the system's own line end on disk.
 // False when not everything could be written.
@@ -53,8 +67,14 @@ bool appendToFile(const std::string& name, std::string_view text);
 bool overwriteInFile(const std::string& name, std::uint64_t offset, std::string_view bytes);
 
 bool createDirectory(const std::string& name);  // true also when it exists already
+// False only when it is certain that there is no such file: one that cannot be looked for may be
+// there, and so is a link that leads nowhere.
 bool fileExists(const std::string& name);
 bool removeFile(const std::string& name);
+
+// Whether others than the program's user, an administrator and, where there are groups, the
+// program's group can write to the folder: they can put files there that a pass reads.
+bool folderIsShared(const std::string& folder);
 
 // The process's current directory, which relative names start from. The name is one that a person
 // gave, and is used as it stands.

@@ -1,7 +1,4 @@
 // Files by the system's own relative names, over the system calls of POSIX.
-//
-// A name is tried in its lower-case spelling first, at the cost of one look-up; only when that does
-// not exist are folders searched for another spelling.
 #include "platform/system/files.h"
 
 #include <algorithm>
@@ -10,16 +7,17 @@
 #include <csignal>
 #include <cstdlib>
 #include <mutex>
+#include <optional>
 
 #include <dirent.h>
 #include <fcntl.h>
-#include <strings.h>
 #include <sys/file.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include "base/ascii.h"
 #include "platform/system/file_steps.h"
+#include "platform/system/linux/disk_path.h"
+#include "platform/system/linux/open_file.h"
 
 namespace platform {
 namespace {
@@ -27,83 +25,6 @@ namespace {
 constexpr mode_t kOwnerOnly = 0600;
 constexpr mode_t kFileMode = 0666;       // less the process's umask
 constexpr mode_t kDirectoryMode = 0777;  // likewise
-
-class Descriptor {
- public:
-  explicit Descriptor(int number) : number_(number) {}
-  ~Descriptor() { close(); }
-  Descriptor(const Descriptor&) = delete;
-  Descriptor& operator=(const Descriptor&) = delete;
-
-  int get() const { return number_; }
-  bool valid() const { return number_ != -1; }
-  // A delayed write may be refused only now, so writers ask.
-  bool close() {
-    const int number = number_;
-    number_ = -1;
-    return number == -1 || ::close(number) == 0;
-  }
-
- private:
-  int number_;
-};
-
-bool isAbsolute(const std::string& name) {
-  return !name.empty() && name[0] == '/';
-}
-
-bool exists(const std::string& path) {
-  return ::access(path.c_str(), F_OK) == 0;
-}
-
-// Names that the system gives are ASCII, so other letters are left alone.
-std::string lowerCasePath(const std::string& name) {
-  std::string path = name;
-  std::transform(path.begin(), path.end(), path.begin(),
-                 [](char c) { return c == '\\' ? '/' : base::lowerAscii(c); });
-  return path;
-}
-
-// The entry of `folder` that spells `wanted` in some letter case, or `wanted` itself. Among several
-// the first by byte order, so that the answer does not hang on the order of the folder.
-std::string findEntry(const std::string& folder, const std::string& wanted) {
-  const std::unique_ptr<DIR, int (*)(DIR*)> open(::opendir(folder.empty() ? "." : folder.c_str()),
-                                                 &::closedir);
-  std::string found;
-  while (open != nullptr) {
-    const dirent* entry = ::readdir(open.get());
-    if (entry == nullptr) break;
-    if (::strcasecmp(entry->d_name, wanted.c_str()) != 0) continue;
-    if (found.empty() || entry->d_name < found) found = entry->d_name;
-  }
-  return found.empty() ? wanted : found;
-}
-
-// The path on disk that a name stands for, whether or not it exists.
-std::string diskPath(const std::string& name) {
-  if (isAbsolute(name)) return name;
-  std::string lower = lowerCasePath(name);
-  if (exists(lower)) return lower;
-  std::string path;
-  for (std::size_t begin = 0; begin < lower.size();) {
-    const std::size_t end = std::min(lower.find('/', begin), lower.size());
-    const std::string part = lower.substr(begin, end - begin);
-    if (exists(path + part)) {
-      path += part;
-    } else {
-      path += findEntry(path, part);
-    }
-    if (end < lower.size()) path += '/';
-    begin = end + 1;
-  }
-  return path;
-}
-
-std::string folderOf(const std::string& path) {
-  const std::size_t slash = path.rfind('/');
-  if (slash == std::string::npos) return ".";
-  return slash == 0 ? "/" : path.substr(0, slash);
-}
 
 // By default a write beyond the process's file size limit ends the process; here it is to fail like
 // any other write.
@@ -134,36 +55,69 @@ bool writeAll(int file, std::string_view bytes) {
 }
 
 bool openAndWrite(const std::string& name, int flags, std::string_view bytes) {
-  Descriptor file(
-      ::open(diskPath(name).c_str(), O_WRONLY | O_CREAT | O_CLOEXEC | flags, kFileMode));
+  const std::optional<std::string> path = diskPath(name);
+  if (!path) return false;
+  Descriptor file(openToWrite(*path, O_WRONLY | O_CREAT | flags, kFileMode));
   return file.valid() && writeAll(file.get(), bytes) && file.close();
 }
 
 // The file behind a chain of symbolic links, so that replacing it leaves the links in place.
 std::string linkTarget(const std::string& path) {
+  if (isForeignLink(path)) return path;
   const std::unique_ptr<char, void (*)(void*)> target(::realpath(path.c_str(), nullptr),
                                                       &std::free);
   return target != nullptr ? std::string(target.get()) : path;
 }
 
-// When root does an unprivileged service's work, the file must stay readable to that service.
-void keepOwner(int file, const std::string& like) {
+bool isDirectory(const std::string& path) {
   struct stat status {};
-  if (::geteuid() != 0 || ::stat(like.c_str(), &status) != 0) return;
-  if (::fchown(file, status.st_uid, status.st_gid) != 0) return;  // then it is root's
+  return ::stat(path.c_str(), &status) == 0 && S_ISDIR(status.st_mode);
+}
+
+// The open(2) flags of a mode of fopen.
+int flagsOf(std::string_view mode) {
+  const int access = mode.find('+') != std::string_view::npos ? O_RDWR : O_WRONLY;
+  if (mode.starts_with('w')) return access | O_CREAT | O_TRUNC;
+  if (mode.starts_with('a')) return access | O_CREAT | O_APPEND;
+  return access == O_RDWR ? O_RDWR : O_RDONLY;
+}
+
+// The temporaries of replaceFileAtomically: the file's name, a dot, six letters and digits, this.
+constexpr std::string_view kTemporaryEnd = ".pwlapse-tmp";
+constexpr std::size_t kTemporaryLetters = 6;
+
+bool isTemporaryOf(std::string_view name, std::string_view file) {
+  if (!name.starts_with(file) || !name.ends_with(kTemporaryEnd)) return false;
+  return name.size() == file.size() + 1 + kTemporaryLetters + kTemporaryEnd.size() &&
+         name[file.size()] == '.';
+}
+
+// The owner, group and mode of the file that `file` is to replace at `path`; for a new file the
+// owner of the folder. Nothing is ever for other users.
+bool takeOverRights(int file, const std::string& path) {
+  struct stat old {};
+  if (::lstat(path.c_str(), &old) != 0 || !S_ISREG(old.st_mode)) {
+    giveToOwnerOf(file, folderOfPath(path));
+    return ::fchmod(file, kOwnerOnly) == 0;
+  }
+  giveToOwnerOf(file, path);
+  // Who is not root can hand it to a group of his own only; to another one it then stays shut.
+  struct stat now {};
+  const bool sameGroup = ::fchown(file, static_cast<uid_t>(-1), old.st_gid) == 0 ||
+                         (::fstat(file, &now) == 0 && now.st_gid == old.st_gid);
+  return ::fchmod(file, old.st_mode & (sameGroup ? S_IRWXU | S_IRWXG : S_IRWXU)) == 0;
 }
 
 }  // namespace
 
 File openFile(const std::string& name, const char* mode) {
   ignoreFileSizeSignal();
-  const std::string closedOnExec = std::string(mode) + "e";
-  File file(std::fopen(diskPath(name).c_str(), closedOnExec.c_str()));
-  struct stat status {};
-  if (file && ::fstat(::fileno(file.get()), &status) == 0 && S_ISDIR(status.st_mode)) {
-    file.reset();  // a folder opens for reading here, and only here
-    errno = EISDIR;
-  }
+  const std::optional<std::string> path = diskPath(name);
+  if (!path) return nullptr;
+  const int flags = flagsOf(mode);
+  Descriptor opened(flags == O_RDONLY ? openToRead(*path) : openToWrite(*path, flags, kFileMode));
+  File file(opened.valid() ? ::fdopen(opened.get(), mode) : nullptr);
+  if (file) opened.release();
   return file;
 }
 
@@ -173,12 +127,11 @@ bool readTextLine(std::FILE* file, std::size_t capacity, std::string& line) {
 
 bool readWholeFile(const std::string& name, std::string& bytes, std::size_t limit) {
   bytes.clear();
-  const Descriptor file(::open(diskPath(name).c_str(), O_RDONLY | O_CLOEXEC));
-  if (!file.valid()) return false;
+  const std::optional<std::string> path = diskPath(name);
+  const Descriptor file(path ? openToRead(*path) : -1);
   struct stat status {};
-  if (::fstat(file.get(), &status) == 0 && S_ISREG(status.st_mode)) {
-    bytes.reserve(std::min(static_cast<std::size_t>(status.st_size), limit));
-  }
+  if (!file.valid() || ::fstat(file.get(), &status) != 0) return false;
+  bytes.reserve(std::min(static_cast<std::size_t>(status.st_size), limit));
   const auto read = [&file](char* data, std::size_t size) {
     return uninterrupted([&] { return ::read(file.get(), data, size); });
   };
@@ -194,12 +147,14 @@ bool writeTextFile(const std::string& name, std::string_view text) {
 }
 
 bool replaceFileAtomically(const std::string& name, std::string_view bytes) {
-  const std::string path = linkTarget(diskPath(name));
-  std::string temporary = path + ".XXXXXX";
-  Descriptor file(::mkostemp(temporary.data(), O_CLOEXEC));
+  const std::optional<std::string> found = diskPath(name);
+  if (!found) return false;
+  const std::string path = linkTarget(*found);
+  std::string temporary = path + '.' + std::string(kTemporaryLetters, 'X');
+  temporary += kTemporaryEnd;
+  Descriptor file(::mkostemps(temporary.data(), static_cast<int>(kTemporaryEnd.size()), O_CLOEXEC));
   if (!file.valid()) return false;
-  keepOwner(file.get(), path);
-  const bool stored = ::fchmod(file.get(), kOwnerOnly) == 0 && writeAll(file.get(), bytes) &&
+  const bool stored = takeOverRights(file.get(), path) && writeAll(file.get(), bytes) &&
                       ::fsync(file.get()) == 0 && file.close() &&
                       std::rename(temporary.c_str(), path.c_str()) == 0;
   if (!stored) {
@@ -209,9 +164,22 @@ bool replaceFileAtomically(const std::string& name, std::string_view bytes) {
     return false;
   }
   // The new file is in place whatever becomes of this; it only makes the name survive a power cut.
-  const Descriptor folder(::open(folderOf(path).c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+  const Descriptor folder(::open(folderOfPath(path).c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
   if (folder.valid()) ::fsync(folder.get());
   return true;
+}
+
+void removeTemporaries(const std::string& name) {
+  const std::optional<std::string> found = diskPath(name);
+  if (!found) return;
+  const std::string path = linkTarget(*found);
+  const std::string folder = folderOfPath(path);
+  const std::unique_ptr<DIR, int (*)(DIR*)> open(::opendir(folder.c_str()), &::closedir);
+  if (open == nullptr) return;
+  while (const dirent* entry = ::readdir(open.get())) {
+    if (!isTemporaryOf(entry->d_name, lastPartOfPath(path))) continue;
+    ::unlinkat(::dirfd(open.get()), entry->d_name, 0);
+  }
 }
 
 bool appendToFile(const std::string& name, std::string_view text) {
@@ -220,7 +188,8 @@ bool appendToFile(const std::string& name, std::string_view text) {
 
 bool overwriteInFile(const std::string& name, std::uint64_t offset, std::string_view bytes) {
   ignoreFileSizeSignal();
-  Descriptor file(::open(diskPath(name).c_str(), O_WRONLY | O_CLOEXEC));
+  const std::optional<std::string> path = diskPath(name);
+  Descriptor file(path ? openToWrite(linkTarget(*path), O_WRONLY, kFileMode) : -1);
   if (!file.valid()) return false;
   const ssize_t written = uninterrupted(
       [&] { return ::pwrite(file.get(), bytes.data(), bytes.size(), static_cast<off_t>(offset)); });
@@ -229,18 +198,33 @@ bool overwriteInFile(const std::string& name, std::uint64_t offset, std::string_
 }
 
 bool createDirectory(const std::string& name) {
-  const std::string path = diskPath(name);
-  if (::mkdir(path.c_str(), kDirectoryMode) == 0) return true;
+  const std::optional<std::string> path = diskPath(name);
+  if (!path) return false;
+  const bool made = ::mkdir(path->c_str(), kDirectoryMode) == 0;
+  if (!made && errno != EEXIST) return false;
+  if (!made) return isDirectory(*path);
+  const Descriptor folder(::open(path->c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
+  if (folder.valid()) giveToOwnerOf(folder.get(), folderOfPath(*path));
+  return true;
+}
+
+bool folderIsShared(const std::string& folder) {
   struct stat status {};
-  return ::stat(path.c_str(), &status) == 0 && S_ISDIR(status.st_mode);
+  if (::stat(folder.c_str(), &status) != 0) return false;
+  const uid_t self = ::geteuid();
+  const bool ownersOnly = status.st_uid == self || status.st_uid == 0 || self == 0;
+  const bool byGroup = (status.st_mode & S_IWGRP) != 0 && status.st_gid != ::getegid();
+  return !ownersOnly || byGroup || (status.st_mode & S_IWOTH) != 0;
 }
 
 bool fileExists(const std::string& name) {
-  return exists(diskPath(name));
+  const std::optional<std::string> path = diskPath(name);
+  return !path || presenceOf(*path) != Presence::Missing;
 }
 
 bool removeFile(const std::string& name) {
-  return ::unlink(diskPath(name).c_str()) == 0;
+  const std::optional<std::string> path = diskPath(name);
+  return path && ::unlink(path->c_str()) == 0;
 }
 
 bool setWorkingDirectory(const std::string& name) {
@@ -248,26 +232,25 @@ bool setWorkingDirectory(const std::string& name) {
 }
 
 std::string absolutePath(const std::string& name) {
-  if (isAbsolute(name)) return name;
+  if (isAbsolutePath(name)) return name;
   const std::unique_ptr<char, void (*)(void*)> current(::getcwd(nullptr, 0), &std::free);
-  std::string path = exists(name) ? name : diskPath(name);
+  const std::string path =
+      presenceOf(name) == Presence::There ? name : diskPath(name).value_or(name);
   if (current == nullptr) return path;
   const std::string folder = current.get();
   return (folder == "/" ? folder : folder + "/") + path;
 }
 
 FileLock::FileLock(const std::string& name, Wait wait) {
-  const std::string path = linkTarget(diskPath(name));
-  const int file =
-      ::open((path + ".lock").c_str(), O_RDWR | O_CREAT | O_CLOEXEC | O_NOFOLLOW, kOwnerOnly);
-  if (file == -1) return;
-  keepOwner(file, path);
+  const std::optional<std::string> path = diskPath(name);
+  if (!path) return;
+  Descriptor file(openToWrite(linkTarget(*path) + ".lock", O_RDWR | O_CREAT, kOwnerOnly));
+  if (!file.valid()) return;
   const int how = wait == Wait::Yes ? LOCK_EX : LOCK_EX | LOCK_NB;
-  if (uninterrupted([file, how] { return ::flock(file, how); }) == 0) {
-    handle_ = file;
+  if (uninterrupted([&] { return ::flock(file.get(), how); }) == 0) {
+    handle_ = file.release();
   } else {
     taken_ = errno == EWOULDBLOCK;
-    ::close(file);
   }
 }
 

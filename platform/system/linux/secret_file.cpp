@@ -5,25 +5,24 @@
 #include <cerrno>
 #include <cstring>
 
-#include <fcntl.h>
 #include <unistd.h>
+
+#include "platform/system/files.h"
+#include "platform/system/linux/open_file.h"
 
 namespace platform {
 namespace {
 
 // Straight from the file: a stream would leave a copy in its buffer. -1 with errno on failure.
 ssize_t readStart(const std::string& file, char* buffer, std::size_t capacity) {
-  const int handle = ::open(file.c_str(), O_RDONLY | O_CLOEXEC);
-  if (handle == -1) return -1;
+  const Descriptor handle(openToRead(file));
+  if (!handle.valid()) return -1;
   std::size_t size = 0;
   ssize_t got = 0;
   do {
-    got = ::read(handle, buffer + size, capacity - size);
+    got = ::read(handle.get(), buffer + size, capacity - size);
     if (got > 0) size += static_cast<std::size_t>(got);
   } while ((got > 0 && size < capacity) || (got == -1 && errno == EINTR));
-  const int reason = errno;
-  ::close(handle);
-  errno = reason;
   return got == -1 ? -1 : static_cast<ssize_t>(size);
 }
 
@@ -36,7 +35,7 @@ SecretFile::~SecretFile() {
 bool SecretFile::read(const std::string& file, std::string& error) {
   const ssize_t got = readStart(file, bytes_.data(), bytes_.size());
   if (got == -1) {
-    error = "password file " + file + ": " + std::strerror(errno);
+    error = "password file " + file + ": " + fileErrorText();
     return false;
   }
   char* const end = bytes_.data() + got;

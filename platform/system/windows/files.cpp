@@ -4,9 +4,11 @@
 #include <algorithm>
 #include <cerrno>
 #include <climits>
+#include <iterator>
 #include <vector>
 
 #include <windows.h>
+#include <aclapi.h>
 #include <direct.h>
 #include <fcntl.h>
 #include <io.h>
@@ -140,9 +142,26 @@ bool isDirectory(const std::string& name) {
   return attributes != INVALID_FILE_ATTRIBUTES && (attributes & FILE_ATTRIBUTE_DIRECTORY) != 0;
 }
 
+// Groups that every user of the domain is in.
+constexpr WELL_KNOWN_SID_TYPE kEverybody[] = {WinWorldSid, WinAuthenticatedUserSid,
+                                              WinBuiltinUsersSid};
+
+bool mayAddFiles(ACL* rights, WELL_KNOWN_SID_TYPE who) {
+  char group[SECURITY_MAX_SID_SIZE];
+  DWORD size = sizeof group;
+  if (CreateWellKnownSid(who, nullptr, group, &size) == 0) return false;
+  TRUSTEE_A trustee{};
+  BuildTrusteeWithSidA(&trustee, group);
+  ACCESS_MASK granted = 0;
+  return GetEffectiveRightsFromAclA(rights, &trustee, &granted) == ERROR_SUCCESS &&
+         (granted & FILE_ADD_FILE) != 0;
+}
+
+constexpr const char* kTemporaryEnd = ".pwlapse-tmp";
+
 // A name beside `path` that nothing has yet.
 std::string temporaryName(const std::string& path) {
-  return path + "." + std::to_string(random32()) + ".tmp";
+  return path + "." + std::to_string(random32()) + kTemporaryEnd;
 }
 
 bool moveOver(const std::string& from, const std::string& to) {
@@ -206,6 +225,17 @@ bool replaceFileAtomically(const std::string& name, std::string_view bytes) {
   return false;
 }
 
+void removeTemporaries(const std::string& name) {
+  const std::string folder = name.substr(0, name.find_last_of("\\/") + 1);
+  WIN32_FIND_DATAA entry;
+  const HANDLE search = FindFirstFileA((name + ".*" + kTemporaryEnd).c_str(), &entry);
+  if (search == INVALID_HANDLE_VALUE) return;
+  do {
+    DeleteFileA((folder + entry.cFileName).c_str());
+  } while (FindNextFileA(search, &entry) != 0);
+  FindClose(search);
+}
+
 bool appendToFile(const std::string& name, std::string_view text) {
   return openAndWrite(name, _O_APPEND | _O_TEXT, text);
 }
@@ -223,8 +253,28 @@ bool createDirectory(const std::string& name) {
   return ::_mkdir(name.c_str()) == 0 || isDirectory(name);
 }
 
+bool folderIsShared(const std::string& folder) {
+  std::vector<char> buffer;
+  DWORD size = 0;
+  GetFileSecurityA(folder.c_str(), DACL_SECURITY_INFORMATION, nullptr, 0, &size);
+  buffer.resize(size);
+  BOOL present = FALSE;
+  BOOL defaulted = FALSE;
+  ACL* rights = nullptr;
+  if (size == 0 ||
+      GetFileSecurityA(folder.c_str(), DACL_SECURITY_INFORMATION, buffer.data(), size, &size) ==
+          0 ||
+      GetSecurityDescriptorDacl(buffer.data(), &present, &rights, &defaulted) == 0) {
+    return false;
+  }
+  if (present == FALSE || rights == nullptr) return true;  // no list: everybody may do everything
+  return std::any_of(std::begin(kEverybody), std::end(kEverybody),
+                     [rights](WELL_KNOWN_SID_TYPE who) { return mayAddFiles(rights, who); });
+}
+
 bool fileExists(const std::string& name) {
-  return GetFileAttributesA(name.c_str()) != INVALID_FILE_ATTRIBUTES;
+  if (GetFileAttributesA(name.c_str()) != INVALID_FILE_ATTRIBUTES) return true;
+  return errnoOf(GetLastError()) != ENOENT;
 }
 
 bool removeFile(const std::string& name) {
