@@ -113,9 +113,9 @@ void RunReport::addUpcoming(const UserRecord& user) {
 // A refused expiry stands as an expired one: the report says what the pass decided.
 void RunReport::addExpired(const UserRecord& user) {
   anyExpired_ = true;
-  const char* status = user.expiry == Expiry::OnlyReported
-                           ? "PASSWORD NOT EXPIRED (Report Only Mode)"
-                           : "PASSWORD EXPIRED";
+  const char* status = "PASSWORD EXPIRED";  // also when the directory refused it
+  if (user.expiry == Expiry::OnlyReported) status = "PASSWORD NOT EXPIRED (Report Only Mode)";
+  if (user.expiry == Expiry::Withheld) status = "PASSWORD NOT EXPIRED (clocks differ)";
   expired_ += rowStart(user) + base::formatText(
                                    "<td>%i</td><td>%i</td><td><font color=#FF0000>%s</font></td>"
                                    "</tr>\n",

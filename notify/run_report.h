@@ -21,7 +21,7 @@ class RunReport {
 
   // The texts of a record are escaped.
   void addUpcoming(const UserRecord& user);
-  // As expired or, when `user.expiry` says so, only reported.
+  // As expired or, when `user.expiry` says so, not expired.
   void addExpired(const UserRecord& user);
 
   // Closes the tables and assembles the mail report. The expired section is left out when it has no

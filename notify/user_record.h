@@ -27,6 +27,7 @@ enum class Expiry {
   OnlyReported,  // a pass in report-only mode
   Forced,        // to be changed at next logon
   Refused,       // the directory did not take it
+  Withheld,      // nothing is expired in this pass: see the pass's problems
 };
 
 // Texts are in the ANSI code page.
@@ -38,6 +39,7 @@ struct UserRecord {
   std::string username;             // as the list spells it
   directory::UserDirectoryData data;
   bool accountFound = false;
+  std::string readError;          // why the account could not be read again, else empty
   bool changeAlreadyDue = false;  // already to be changed at next logon
   std::uint32_t age = 0;          // days; that of the user before when the account cannot be read
 

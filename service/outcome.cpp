@@ -53,6 +53,7 @@ std::string mailPhrase(const UserRecord& user) {
 
 Outcome outcomeOf(const UserRecord& user) {
   if (user.skipReasons != 0) return Outcome::Skipped;
+  if (!user.readError.empty()) return Outcome::NotRead;
   switch (user.expiry) {
     case Expiry::Forced:
       return Outcome::Expired;
@@ -60,6 +61,8 @@ Outcome outcomeOf(const UserRecord& user) {
       return Outcome::WouldExpire;
     case Expiry::Refused:
       return Outcome::ExpiryRefused;
+    case Expiry::Withheld:
+      return Outcome::ExpiryWithheld;
     case Expiry::NotDue:
       break;
   }
@@ -84,6 +87,10 @@ const char* outcomeLabel(Outcome outcome) {
       return "would expire";
     case Outcome::ExpiryRefused:
       return "expiry refused";
+    case Outcome::ExpiryWithheld:
+      return "expiry withheld";
+    case Outcome::NotRead:
+      return "not read again";
     case Outcome::Skipped:
       return "skipped";
   }
@@ -103,6 +110,10 @@ std::string outcomeReason(const UserRecord& user) {
       return age + "; report-only mode; " + mailPhrase(user);
     case Outcome::ExpiryRefused:
       return age + "; the directory did not take the forced change; " + mailPhrase(user);
+    case Outcome::ExpiryWithheld:
+      return age + "; the directory's clock differs too much; " + mailPhrase(user);
+    case Outcome::NotRead:
+      return age + "; neither mailed nor expired: " + user.readError;
     default:
       return age + base::formatText(", %i left; ", user.daysLeft()) + mailPhrase(user);
   }

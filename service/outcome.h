@@ -17,9 +17,11 @@ enum class Outcome {
   Expired,
   WouldExpire,
   ExpiryRefused,
+  ExpiryWithheld,
+  NotRead,
   Skipped,
 };
-inline constexpr int kOutcomes = 8;
+inline constexpr int kOutcomes = 10;
 
 Outcome outcomeOf(const notify::UserRecord& user);
 

@@ -1,8 +1,11 @@
 #include "service/pass.h"
 
+#include <cstdlib>
 #include <utility>
 
+#include "base/format_text.h"
 #include "base/timestamp.h"
+#include "config/editions.h"
 #include "config/pass_files.h"
 #include "config/registry_readers.h"
 #include "directory/password_expiry.h"
@@ -23,6 +26,10 @@ constexpr const char* kTestUserName = "jdoe-test";
 constexpr const char* kTestFirstName = "Jane";
 constexpr const char* kTestLastName = "Doe";
 constexpr int kTestCountdown = 10;
+
+// By how many seconds the clocks may differ before it is a problem, and before nobody is expired.
+constexpr std::int64_t kClockTolerance = 5 * 60;
+constexpr std::int64_t kLargestClockOffset = 60 * 60;
 
 // A stored message has a backslash for every line break; several in a row count as one.
 std::string backslashesToLines(const std::string& message) {
@@ -72,6 +79,8 @@ PassRecord Pass::make() {
   const std::array<int, kPolicySlots> order = policyOrder(slots_);
   logPolicyOrder(order);
   bindDirectory();
+  compareClocks();
+  noteLocalAccounts();
   for (const int slot : order) visitSlot(slot);
   domain_.unbindDomain();
   for (const std::string& warning : run_.host.directory.warnings()) findings_.note(warning);
@@ -169,6 +178,26 @@ void Pass::bindDirectory() {
   pass_.record.directoryBound = domain_.bindDomain() != 0;
   if (pass_.record.directoryBound) return;
   findings_.problem("could not bind to the domain: " + domain_.bindError());
+}
+
+// Ages are reckoned by this machine's clock from times that the directory set.
+void Pass::compareClocks() {
+  const std::int64_t offset = run_.host.directory.clockOffset().value_or(0);
+  const std::int64_t seconds = std::abs(offset);
+  if (seconds <= kClockTolerance) return;
+  pass_.expiresNobody = seconds > kLargestClockOffset;
+  findings_.problem(
+      base::formatText("the clock of the directory server is %lli minutes %s this machine's",
+                       static_cast<long long>(seconds / 60), offset > 0 ? "ahead of" : "behind") +
+      (pass_.expiresNobody ? ": no password is expired in this pass" : ""));
+}
+
+void Pass::noteLocalAccounts() {
+  const std::string kind = config::machineKind(run_.host.registry);
+  if (!run_.host.accounts.ofThisMachineOnly() || (kind != "ms" && kind != "de")) return;
+  findings_.note(
+      "this machine is no domain controller: the accounts are its own, and users of the "
+      "domain are not found");
 }
 
 void Pass::visitSlot(int slot) {

@@ -47,6 +47,8 @@ class Pass {
   void startReportAndLogs();
   void logPolicyOrder(const std::array<int, kPolicySlots>& order);
   void bindDirectory();
+  void compareClocks();
+  void noteLocalAccounts();
   void visitSlot(int slot);
   void examineList(PolicyInHand& policy, const PolicyFiles& files);
   void examineUsers(const PolicyInHand& policy, const std::string& file, UserList& list);

@@ -29,6 +29,10 @@ void PassRecord::addUser(const notify::UserRecord& user, const std::string& list
   ++counts[static_cast<std::size_t>(outcomeOf(user))];
   if (!user.accountFound && user.skipReasons == 0) {
     findings.note("the account of " + user.username + ", in " + listName + ", could not be read");
+  } else if (!user.readError.empty()) {
+    findings.problem("the account of " + user.username +
+                     " could not be read again, so the user was " +
+                     "neither mailed nor expired: " + user.readError);
   }
   if (user.emailedText == "yes") ++mailsSent;
   if (user.mailFailed) {

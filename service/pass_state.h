@@ -16,6 +16,7 @@ struct PassState {
   bool emailedToday = false;            // bEmailRunToday
   bool mayEmail = true;                 // bEmailUserOK
   bool intervalMode = false;            // set by the first user of a pass with warning days
+  bool expiresNobody = false;           // the directory's clock is too far off
   std::uint32_t ageBefore = 0;          // days, of the user before: one who cannot be read keeps it
   ProcessedUsers processed;
   notify::RunReport report;

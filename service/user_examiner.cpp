@@ -20,6 +20,10 @@ using notify::UserRecord;
 // Shorter names count as dealt with already.
 constexpr std::size_t kShortestName = 3;
 
+bool isPastMaximum(const UserRecord& user) {
+  return static_cast<std::int32_t>(user.age) >= user.maxAge && user.maxAge != 0;
+}
+
 constexpr const char* kRule = "---------------------------\n";
 
 }  // namespace
@@ -52,20 +56,28 @@ UserRecord UserExaminer::examine(const PolicyInHand& policy, const std::string& 
 }
 
 void UserExaminer::judge(const std::u16string& name, UserRecord& user) {
-  readAge(name, user);
-  // Unsigned, so that a threshold stored as a negative number puts nearly everybody outside.
-  user.inWarningPeriod =
-      user.age + pass_.settings.warningThreshold >= static_cast<std::uint32_t>(user.maxAge);
+  if (!readAge(name, user)) return;
+  user.inWarningPeriod = isInWarningPeriod(user);
   if (user.inWarningPeriod) warn(name, user);
-  if (static_cast<std::int32_t>(user.age) >= user.maxAge && user.maxAge != 0) expire(name, user);
+  if (isPastMaximum(user)) expire(name, user);
 }
 
-// The flags are tested and logged one by one; any of them skips the user.
+// Unsigned, so that a threshold stored as a negative number puts nearly everybody outside.
+bool UserExaminer::isInWarningPeriod(const UserRecord& user) const {
+  return user.age + pass_.settings.warningThreshold >= static_cast<std::uint32_t>(user.maxAge);
+}
+
 void UserExaminer::screenAccount(const std::u16string& name, UserRecord& user) {
   platform::UserInfo info;
   if (!host_.accounts.userInfo(name, info).ok()) return;
   user.accountFound = true;
   user.changeAlreadyDue = info.passwordExpired != 0;
+  screenFlags(info.flags, user);
+  user.age = info.passwordAge / directory::kSecondsPerDay;
+}
+
+// The flags are tested and logged one by one; any of them skips the user.
+void UserExaminer::screenFlags(std::uint32_t flags, UserRecord& user) {
   const struct {
     std::uint32_t flag;
     notify::SkipReason reason;
@@ -78,11 +90,10 @@ void UserExaminer::screenAccount(const std::u16string& name, UserRecord& user) {
        "  account cannot change pw: %s\n"},
   };
   for (const auto& screen : screens) {
-    if ((info.flags & screen.flag) == 0) continue;
+    if ((flags & screen.flag) == 0) continue;
     user.skipReasons |= screen.reason;
     log_.print(screen.text, user.username.c_str());
   }
-  user.age = info.passwordAge / directory::kSecondsPerDay;
 }
 
 // A user belongs to the first policy that names him, also when his account is then skipped.
@@ -102,13 +113,27 @@ void UserExaminer::claimUser(const std::u16string& name, UserRecord& user) {
   }
 }
 
-void UserExaminer::readAge(const std::u16string& name, UserRecord& user) {
+// The second reading of the account. Who may be mailed or expired by the first one is read as the
+// account is now: a pass takes long, and he may have changed his password since it began. False
+// when the user is left alone after that.
+bool UserExaminer::readAge(const std::u16string& name, UserRecord& user) {
+  const bool current = user.accountFound && !pass_.settings.reportOnly && isInWarningPeriod(user);
   platform::UserInfo info;
-  if (!host_.accounts.userInfo(name, info).ok()) return;
+  const platform::AccountResult result =
+      current ? host_.accounts.currentUserInfo(name, info) : host_.accounts.userInfo(name, info);
+  if (current && !result.ok()) {
+    user.readError = result.text;
+    user.accountFound = result.status != platform::kNetUserNotFound;  // gone since the pass began
+    log_.print("  account could not be read again: %s\n", result.text.c_str());
+    return false;
+  }
+  if (!result.ok()) return true;  // unknown: the age of the user before stands
   const unsigned long age = info.passwordAge;
   log_.print("  Password age:  %lu days, %02lu:%02lu:%02lu\n", age / directory::kSecondsPerDay,
              age % directory::kSecondsPerDay / 3600, age % 3600 / 60, age % 60);
   user.age = info.passwordAge / directory::kSecondsPerDay;
+  if (current) screenFlags(info.flags, user);
+  return user.skipReasons == 0;
 }
 
 void UserExaminer::warn(const std::u16string& name, UserRecord& user) {
@@ -193,15 +218,29 @@ void UserExaminer::sendWarning(bool onWarningDay, UserRecord& user) {
 void UserExaminer::expire(const std::u16string& name, UserRecord& user) {
   if (pass_.settings.reportOnly) {
     user.expiry = Expiry::OnlyReported;
-  } else {
-    log_.print("  Expiring password for user=%s\n", user.username.c_str());
-    const platform::AccountResult result =
-        directory::expireUserPassword(host_.accounts, host_.clock, name, user.age);
-    user.expiry = result.ok() ? Expiry::Forced : Expiry::Refused;
-    user.refusal = result.text;
+  } else if (pass_.expiresNobody) {
+    user.expiry = Expiry::Withheld;
+  } else if (!forceChange(name, user)) {
+    return;
   }
   pass_.report.addExpired(user);
   log_.print("  --STAGE 400\n");
+}
+
+// False when the user has changed the password since it was judged, and it is not past its maximum
+// any more.
+bool UserExaminer::forceChange(const std::u16string& name, UserRecord& user) {
+  log_.print("  Expiring password for user=%s\n", user.username.c_str());
+  platform::AccountResult result =
+      directory::expireUserPassword(host_.accounts, host_.clock, name, user.age);
+  if (result.status == platform::kNetPasswordChanged) {
+    log_.print("  password was changed meanwhile\n");
+    if (!readAge(name, user) || !isPastMaximum(user)) return false;
+    result = directory::expireUserPassword(host_.accounts, host_.clock, name, user.age);
+  }
+  user.expiry = result.ok() ? Expiry::Forced : Expiry::Refused;
+  user.refusal = result.text;
+  return true;
 }
 
 }  // namespace service

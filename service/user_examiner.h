@@ -33,15 +33,18 @@ class UserExaminer {
 
  private:
   void screenAccount(const std::u16string& name, notify::UserRecord& user);
+  void screenFlags(std::uint32_t flags, notify::UserRecord& user);
   void claimUser(const std::u16string& name, notify::UserRecord& user);
   void judge(const std::u16string& name, notify::UserRecord& user);
-  void readAge(const std::u16string& name, notify::UserRecord& user);
+  bool readAge(const std::u16string& name, notify::UserRecord& user);
+  bool isInWarningPeriod(const notify::UserRecord& user) const;
   void warn(const std::u16string& name, notify::UserRecord& user);
   void lookUpEmail(const std::u16string& name, notify::UserRecord& user);
   bool matchesWarningDay(std::int32_t countdown);
   std::string reasonsAgainstMail(const notify::UserRecord& user) const;
   void sendWarning(bool onWarningDay, notify::UserRecord& user);
   void expire(const std::u16string& name, notify::UserRecord& user);
+  bool forceChange(const std::u16string& name, notify::UserRecord& user);
 
   platform::Host host_;
   config::DebugLog& log_;

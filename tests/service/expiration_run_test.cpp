@@ -4,6 +4,7 @@
 
 #include <filesystem>
 #include <memory>
+#include <optional>
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -297,6 +298,115 @@ TEST(Pass, SendsNoMailWithoutWordsWhenATemplateCannotBeUsed) {
                                            testing::HasSubstr("mail to walter")));
   EXPECT_THAT(site.catcher.savedFiles(), testing::IsEmpty());
   EXPECT_EQ(site.registryNumber(config::kProductKey, kLastRunDay), 0U);
+}
+
+// A domain whose users change while a pass is made.
+struct ChangingSource : platform::DirectorySource {
+  platform::LdifSource file{"domain.ldif"};
+  std::optional<std::int64_t> clockOffset;
+  platform::AccountResult readResult;      // of a second reading
+  std::int64_t now = 0, afterMailing = 0;  // pwdLastSet; 0: as in the file
+  std::uint32_t flags = 0x200;
+
+  platform::HResult load(platform::DirectorySnapshot& snapshot,
+                         platform::DirectoryError& error) override {
+    const platform::HResult status = file.load(snapshot, error);
+    snapshot.clockOffset = clockOffset;
+    return status;
+  }
+  platform::AccountResult refresh(platform::DirectoryEntry& entry) override {
+    if (!readResult.ok()) return readResult;
+    if (now != 0) entry.pwdLastSet = now;
+    entry.accountControl = flags;
+    now = afterMailing != 0 ? afterMailing : entry.pwdLastSet;
+    return {};
+  }
+  platform::AccountResult expirePassword(const platform::DirectoryEntry& entry) override {
+    if (now != 0 && now != entry.pwdLastSet) return {platform::kNetPasswordChanged, "changed"};
+    return {};
+  }
+};
+
+TEST(Pass, MailsAndExpiresNobodyOnDataThatHasChanged) {
+  using enum Outcome;
+  const std::int64_t today = test_support::ManualClock().now;
+  const std::int64_t longAgo = today - 60 * test_support::kFileTimeDay;
+  const platform::AccountResult lost{platform::kNetNoDomainController, "no server"};
+  const platform::AccountResult gone{platform::kNetUserNotFound, "no such object"};
+  const struct {
+    const char* what;
+    int age;
+    platform::AccountResult readResult;
+    std::int64_t now, afterMailing;
+    std::uint32_t flags;
+    std::size_t mails;
+    Outcome outcome;
+    const char *note, *problem;
+  } cases[] = {
+      {"unchanged", 50, {}, 0, 0, 0x200, 1, Expired, "", ""},
+      {"changed since the pass began", 50, {}, today, 0, 0x200, 0, OutsidePeriod, "", ""},
+      {"changed while the mail was on its way", 50, {}, 0, today, 0x200, 1, Warned, "", ""},
+      {"another old one", 50, {}, 0, longAgo, 0x200, 1, Expired, "", ""},
+      {"disabled meanwhile", 50, {}, 0, 0, 0x202, 0, Skipped, "", ""},
+      {"server lost", 35, lost, 0, 0, 0x200, 0, NotRead, "",
+       "the account of walter could not be read again, so the user was neither mailed nor expired: "
+       "no server"},
+      {"gone", 50, gone, 0, 0, 0x200, 0, NotRead,
+       "the account of walter, in DefaultPolicy (pwsentry_pro_domain_users.txt), could not be "
+       "read",
+       ""},
+      {"outside the period: not read again", 27, lost, 0, 0, 0x200, 0, OutsidePeriod, "", ""},
+  };
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.what);
+    MailedSite site;
+    site.user({"walter", c.age});
+    auto source = std::make_unique<ChangingSource>();
+    source->readResult = c.readResult;
+    source->now = c.now;
+    source->afterMailing = c.afterMailing;
+    source->flags = c.flags;
+    const WatchedPass pass = site.pass({true, 3600000}, std::move(source));
+    EXPECT_EQ(outcomeOf(pass.of("walter")), c.outcome);
+    EXPECT_EQ(site.catcher.savedFiles().size(), c.mails);
+    EXPECT_EQ(contains(site.read(kReport), "PASSWORD EXPIRED"), c.outcome == Expired);
+    EXPECT_EQ(site.read(kExpiredLog).empty(), c.outcome != Expired);
+    const auto only = [](const std::vector<std::string>& lines) {
+      return lines.size() == 1 ? lines[0] : std::to_string(lines.size());
+    };
+    EXPECT_EQ(only(pass.notes()), *c.note != 0 ? c.note : "0");
+    EXPECT_EQ(only(pass.problems()), *c.problem != 0 ? c.problem : "0");
+  }
+}
+
+TEST(Pass, AClockThatIsFarOffIsAProblemAndExpiresNobody) {
+  const std::string clock = "the clock of the directory server is ";
+  const std::string nobody = ": no password is expired in this pass";
+  const struct {
+    std::optional<std::int64_t> offset;  // seconds
+    std::string problem;
+    Expiry expiry;
+  } cases[] = {
+      {std::nullopt, "", Expiry::Forced},
+      {-300, "", Expiry::Forced},
+      {301, clock + "5 minutes ahead of this machine's", Expiry::Forced},
+      {-3600, clock + "60 minutes behind this machine's", Expiry::Forced},
+      {3601, clock + "60 minutes ahead of this machine's" + nobody, Expiry::Withheld},
+      {-86400, clock + "1440 minutes behind this machine's" + nobody, Expiry::Withheld},
+  };
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.problem);
+    MailedSite site;
+    site.user({"walter", 50});
+    auto source = std::make_unique<ChangingSource>();
+    source->clockOffset = c.offset;
+    const WatchedPass pass = site.pass({true, 3600000}, std::move(source));
+    EXPECT_EQ(pass.of("walter").expiry, c.expiry);
+    EXPECT_EQ(contains(site.read(kReport), "PASSWORD NOT EXPIRED (clocks differ)"),
+              c.expiry == Expiry::Withheld);
+    EXPECT_EQ(pass.problems(),
+              c.problem.empty() ? std::vector<std::string>() : std::vector<std::string>{c.problem});
+  }
 }
 
 TEST(Pass, AnUnreachableDirectoryDoesNotStopThePass) {

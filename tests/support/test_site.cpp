@@ -103,7 +103,8 @@ void TestSite::writeOut() {
   write(kDirectoryFile, ldif);
 }
 
-WatchedPass TestSite::pass(const service::ServiceValues& values) {
+WatchedPass TestSite::pass(const service::ServiceValues& values,
+                           std::unique_ptr<platform::DirectorySource> source) {
   writeOut();
   std::string error;
   const auto registry = platform::RegRegistry::load(kRegistryFile, error);
@@ -112,8 +113,8 @@ WatchedPass TestSite::pass(const service::ServiceValues& values) {
     ADD_FAILURE() << error;
     return pass;
   }
-  platform::SnapshotDirectory directory(std::make_unique<platform::LdifSource>(kDirectoryFile),
-                                        clock);
+  if (!source) source = std::make_unique<platform::LdifSource>(kDirectoryFile);
+  platform::SnapshotDirectory directory(std::move(source), clock);
   service::ExpirationRun run({*registry, directory, directory, clock}, values, &pass);
   run.prepare();
   pass.record = run.pass();

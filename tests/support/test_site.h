@@ -4,9 +4,11 @@
 
 #include <cstdint>
 #include <map>
+#include <memory>
 #include <string>
 #include <vector>
 
+#include "platform/directory/directory_snapshot.h"
 #include "service/expiration_run.h"
 #include "tests/support/manual_clock.h"
 #include "tests/support/temp_dir.h"
@@ -50,8 +52,10 @@ class TestSite {
   void write(const std::string& file, const std::string& text);
   std::string read(const std::string& file) const;  // "" when missing
 
-  // Writes registry and directory out, the first time, and makes one pass.
-  WatchedPass pass(const service::ServiceValues& values = {true, 3600000});
+  // Writes registry and directory out, the first time, and makes one pass: over the directory's
+  // file, or another source.
+  WatchedPass pass(const service::ServiceValues& values = {true, 3600000},
+                   std::unique_ptr<platform::DirectorySource> source = nullptr);
   // The same, without the pass: for a run of one's own.
   void writeOut();
   std::uint32_t registryNumber(const std::string& key, const std::string& value);
