@@ -13,7 +13,6 @@ class DebugLog {
   explicit DebugLog(bool enabled = true) : enabled_(enabled) {}
 
   bool enabled() const { return enabled_; }
-  void setEnabled(bool enabled) { enabled_ = enabled; }
 
   // Starts the file anew, empty, when enabled.
   void recreate();

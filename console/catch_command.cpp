@@ -26,6 +26,7 @@ int catchCommand(const CatchOptions& options) {
     const std::vector<std::string> files = catcher.savedFiles();
     for (; shown < files.size(); ++shown) std::printf("%s\n", files[shown].c_str());
     std::fflush(stdout);
+    if (std::ferror(stdout) != 0) return kExitDone;  // the program says so as it ends
   }
 }
 

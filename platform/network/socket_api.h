@@ -21,7 +21,6 @@ inline constexpr SocketError kSocketOk = 0;
 inline constexpr SocketError kWsaInterrupted = 10004;
 inline constexpr SocketError kWsaInvalid = 10022;
 inline constexpr SocketError kWsaWouldBlock = 10035;
-inline constexpr SocketError kWsaInProgress = 10036;
 inline constexpr SocketError kWsaConnectionReset = 10054;
 inline constexpr SocketError kWsaTimedOut = 10060;
 inline constexpr SocketError kWsaConnectionRefused = 10061;

@@ -69,11 +69,11 @@ TEST_F(RegistryReaders, WritersMakeTheKey) {
 TEST_F(RegistryReaders, DebugLinesOfAnyLengthFollowEachOtherUnlessSwitchedOff) {
   platform::createDirectory("logfiles");
   const std::string name(5000, 'n');
-  DebugLog log(false);
-  log.recreate();
-  log.print("%s\n", "not this");
+  DebugLog silent(false);
+  silent.recreate();
+  silent.print("%s\n", "not this");
   EXPECT_FALSE(platform::fileExists(config::kDebugLogFile));
-  log.setEnabled(true);
+  DebugLog log(true);
   log.print("user %s\n", name.c_str());
   log.print("%x\n", 0x80070005U);
   EXPECT_EQ(test_support::readText(config::kDebugLogFile), "user " + name + "\n80070005\n");

@@ -168,7 +168,7 @@ TEST_F(DomainDirectoryTest, AFailedBindingIsLoggedEvenWithoutDebugging) {
   EXPECT_EQ(domain.bindDomain(), 1);
   EXPECT_THAT(access.calls, ElementsAre("initialise", "1 LDAP://rootDSE",
                                         "get defaultNamingContext", "1 search LDAP://DC=site"));
-  log.setEnabled(false);
+  log = config::DebugLog(false);
   EXPECT_EQ(domain.bindError(), "");
   const std::pair<const char*, const char*> cases[] = {
       {"1 search LDAP://DC=site", ""},  // the domain itself did answer

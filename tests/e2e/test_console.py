@@ -71,6 +71,18 @@ class ConsoleTest(unittest.TestCase):
         self.assertEqual(status, 2)
         self.assertRegex(errors, rf"\Apwlapse: .*{port}.*\n\Z")
 
+    def test_says_what_is_wrong_with_a_command_line(self):
+        for arguments, said in ((["runn"], 'there is no command "runn"'), ([], "a command is needed"),
+                                (["run", "--nonsense"], "--nonsense")):
+            status, output, errors = run(*arguments)
+            self.assertEqual((status, output), (2, ""))
+            self.assertRegex(errors, rf"\Apwlapse: [^\n]*{said}[^\n]*\n\Z")
+        with open("/dev/full", "w") as full:
+            for arguments in (["--help"], ["--version"], ["catch", "--port", "0", "--dir", self.folder]):
+                done = subprocess.run([PROGRAM, *arguments], stdout=full, stderr=subprocess.PIPE, text=True)
+                self.assertEqual((done.returncode, done.stderr),
+                                 (2, "pwlapse: the output cannot be written\n"))
+
     def test_a_pass_says_what_is_wrong_with_its_input(self):
         registry, users = self.folder / "site.reg", self.folder / "users.ldif"
         users.write_text("dn: DC=x\nobjectClass: domainDNS\n\ndn: CN=u,DC=x\nobjectClass: user\n"
