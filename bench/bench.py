@@ -24,6 +24,7 @@ sys.path.insert(0, str(ROOT / "tests/e2e"))
 import ldif_site  # noqa: E402
 import own_network  # noqa: E402
 import samba_ad  # noqa: E402
+import site_files  # noqa: E402
 
 ROUNDS = 5  # of what takes seconds
 LDAP_USERS = 4000
@@ -147,9 +148,7 @@ def bench_ldif(table):
 
 def bench_ldap(table):
     with samba_ad.SambaAd() as domain, tempfile.TemporaryDirectory(prefix="bench-") as folder:
-        domain.add_users(samba_ad.User(f"user{n}", mail=f"user{n}@example.test", given_name="First",
-                                       surname="Last", password_age=n % 60 + 1)
-                         for n in range(LDAP_USERS))
+        domain.add_users(site_files.person(f"user{n}", n % 60 + 1) for n in range(LDAP_USERS))
         uri = f"ldaps://{samba_ad.HOST}"
         password = pathlib.Path(folder) / "password"
         password.touch(mode=0o600)

@@ -5,16 +5,14 @@ both away again. The ports of a domain controller are fixed and its clients ask 
 it is for the network and the mounts that run_e2e.py makes.
 
     with samba_ad.SambaAd() as ad:
-        ad.add_users([samba_ad.User("jdoe", mail="jdoe@example.test", password_age=80)])
+        ad.add_users([site_files.User("jdoe", mail="jdoe@example.test", password_age=80)])
 """
 
 import contextlib
-import dataclasses
 import os
 import re
 import signal
 import subprocess
-import time
 
 import site_files
 from rig import Rig, run, wait_until
@@ -26,7 +24,6 @@ ADMIN = "Administrator@example.test"
 ADMIN_PASSWORD = "Rig-Passw0rd!"
 
 _STOP_SECONDS = 10
-_SECONDS_PER_DAY = 86400
 # Lets pwdLastSet be written as any number, which the directory itself never allows.
 _ANY_PWD_LAST_SET = "--controls=local_oid:1.3.6.1.4.1.7165.4.3.20:0"
 _DENY_CHANGE = "(OD;;CR;ab721a53-1e2f-11d0-9819-00aa0040529b;;%s)"
@@ -41,36 +38,6 @@ kdc = 127.0.0.1
 """
 _SYSTEM_FILES = {"hosts": f"127.0.0.1 {HOST} dc1 localhost\n",
                  "resolv.conf": "nameserver 127.0.0.1\noptions timeout:2\n"}
-
-
-@dataclasses.dataclass
-class User:
-    name: str  # sAMAccountName; a directory takes none of "/\\[]:;|=,+*?<> in it
-    cn: str = ""  # where it differs from the name
-    mail: str = ""
-    given_name: str = ""
-    surname: str = ""
-    password_age: float | None = 0  # days; None: to be changed at next logon
-    flags: int = 0x200  # userAccountControl
-    cant_change: bool = False
-
-    @property
-    def dn(self):
-        escaped = re.sub(r'([,+"\\<>;=#])', r"\\\1", self.cn or self.name)
-        return f"CN={escaped},CN=Users,{BASE_DN}"
-
-    def ldif(self):
-        return site_files.ldif_record(
-            dn=self.dn, objectClass="computer" if self.name.endswith("$") else "user",
-            sAMAccountName=self.name, userAccountControl=self.flags, mail=self.mail,
-            givenName=self.given_name, sn=self.surname,
-            nTSecurityDescriptor=_CANNOT_CHANGE if self.cant_change else "")
-
-    def last_set_ldif(self):
-        last_set = 0 if self.password_age is None else site_files.file_time(
-            time.time() - self.password_age * _SECONDS_PER_DAY)
-        return site_files.ldif_record(dn=self.dn, changetype="modify", replace="pwdLastSet",
-                                      pwdLastSet=last_set)
 
 
 class SambaAd(Rig):
@@ -136,9 +103,11 @@ class SambaAd(Rig):
 
     def add_users(self, users):
         """Adds them all in one transaction."""
-        users = list(users)
-        self._ldb("ldbadd", "".join(user.ldif() for user in users), "--relax")
-        self._ldb("ldbmodify", "".join(user.last_set_ldif() for user in users), _ANY_PWD_LAST_SET)
+        users, folder = list(users), f"CN=Users,{BASE_DN}"
+        self._ldb("ldbadd", "".join(user.ldif(folder, _CANNOT_CHANGE) for user in users), "--relax")
+        self._ldb("ldbmodify", "".join(site_files.ldif_record(
+            dn=user.dn(folder), changetype="modify", replace="pwdLastSet", pwdLastSet=user.last_set())
+            for user in users), _ANY_PWD_LAST_SET)
 
     def set_max_password_age(self, days):
         self._ldb("ldbmodify", site_files.ldif_record(

@@ -1,5 +1,7 @@
 """Files that the tests give to programs: a registry, a domain as LDIF, certificates."""
 import base64
+import dataclasses
+import re
 import subprocess
 import time
 
@@ -10,6 +12,9 @@ SETTINGS = POLICIES + r"\PWExpiration"
 
 _FILETIME_EPOCH = 11644473600  # seconds from 1601 to 1970
 _SECONDS_PER_DAY = 86400
+# Denies SELF the right to change the password.
+_DENY_CHANGE = base64.b64decode(
+    "AQAEgAAAAAAAAAAAAAAAABQAAAAEADAAAQAAAAYAKAAAAQAAAQAAAFMacqsvHtARmBkAqgBAUpsBAQAAAAAABQoAAAA=")
 
 
 def file_time(seconds):
@@ -60,20 +65,47 @@ def ldif_record(**values):
     return record + "\n"
 
 
+@dataclasses.dataclass
+class User:
+    """An account of a directory. Its password is half a day older than it says, so that no clock comes
+    near the edge of a day."""
+    name: str  # sAMAccountName; a directory takes none of "/\\[]:;|=,+*?<> in it
+    password_age: float | None = 0  # days; None: to be changed at next logon
+    cn: str = ""  # where it differs from the name
+    mail: str = ""
+    given_name: str = ""
+    surname: str = ""
+    flags: int = 0x200  # userAccountControl
+    cant_change: bool = False
+
+    def dn(self, base):
+        escaped = re.sub(r'([,+"\\<>;=#])', r"\\\1", self.cn or self.name)
+        return f"CN={escaped},{base}"
+
+    def last_set(self):
+        return 0 if self.password_age is None else file_time(
+            time.time() - (self.password_age + 0.5) * _SECONDS_PER_DAY)
+
+    def ldif(self, base, deny_change, **more):
+        """deny_change: the security descriptor of who cannot change the password."""
+        return ldif_record(
+            dn=self.dn(base), objectClass="computer" if self.name.endswith("$") else "user",
+            sAMAccountName=self.name, userAccountControl=self.flags, mail=self.mail,
+            givenName=self.given_name, sn=self.surname,
+            nTSecurityDescriptor=deny_change if self.cant_change else "", **more)
+
+
+def person(name, password_age, **more):
+    """A user who can be mailed."""
+    return User(name, password_age, **{"mail": f"{name}@{DOMAIN}", "given_name": "Given",
+                                       "surname": "Name", **more})
+
+
 def domain_ldif(users):
-    """users: {name: {"age" of the password in days, and attributes that differ from the usual}}."""
-    now = time.time()
-    text = ldif_record(dn="DC=site,DC=example", objectClass="domainDNS", maxPwdAge=file_span(42))
-    for name, user in users.items():
-        # Half a day over, so that no clock comes near the edge of a day.
-        last_set = file_time(now - (user["age"] + 0.5) * _SECONDS_PER_DAY)
-        text += ldif_record(**{
-            "dn": f"CN={name},DC=site,DC=example", "objectClass": "user",
-            "objectCategory": "CN=Person,CN=Schema", "sAMAccountName": name,
-            "userAccountControl": 512, "pwdLastSet": last_set, "mail": f"{name}@{DOMAIN}",
-            "givenName": "Given", "sn": "Name",
-            **{attribute: value for attribute, value in user.items() if attribute != "age"}})
-    return text
+    base = "DC=site,DC=example"
+    return ldif_record(dn=base, objectClass="domainDNS", maxPwdAge=file_span(42)) + "".join(
+        user.ldif(base, _DENY_CHANGE, objectCategory="CN=Person,CN=Schema", pwdLastSet=user.last_set())
+        for user in users)
 
 
 def make_certificates(folder, name):

@@ -16,7 +16,8 @@ import samba_ad
 import site_files
 from broken_ldap import BrokenLdap, entry, page_of
 from rig import DEBUG
-from samba_ad import BASE_DN, User
+from samba_ad import BASE_DN
+from site_files import User
 
 PROBE = DEBUG / "tests/e2e/directory_probe"
 KEY = r"Software\Kadro\PwsentryPro\Directory"

@@ -1,5 +1,6 @@
 """A whole pass of the built program against a Samba domain controller and a Postfix mail server: who
 was mailed (from the delivered mails), who was expired (from the directory), the report, every log."""
+import dataclasses
 import datetime
 import html
 import pathlib
@@ -10,12 +11,13 @@ import unittest
 
 import page_pictures
 import samba_ad
+import sample_site
 import site_files
 from postfix_mail import PostfixMail
 from rig import PROGRAM
-from site_files import ADMIN_MAIL, DOMAIN, POLICIES
+from sample_site import EXPIRED, LISTS, MAX_AGES, REFUSED, UPCOMING, USERS
+from site_files import ADMIN_MAIL, DOMAIN, POLICIES, person
 
-REFUSED = f"refused@{DOMAIN}"
 PASS_SECONDS = 120
 TODAY = datetime.date.today
 
@@ -23,57 +25,6 @@ TEMPLATE = """<html><body><p>Dear <%firstName%> <%lastName%>,</p>
 <p>the password of EXAMPLE<%backslash%><%username%> expires in <b><%daysUntilExpiration%></b> days.</p>
 </body></html>
 """
-
-# Maximum ages: Policy1 30, the default policy 60, passwords of 20 characters and more 180. Warning days
-# are 14, 7 and 1. By name: what the directory has.
-USERS = {
-    "outside": dict(password_age=20),
-    "warned": dict(password_age=53),
-    "quiet": dict(password_age=50),
-    "longpass": dict(password_age=173),
-    "expired": dict(password_age=65),
-    "justexpired": dict(password_age=60),
-    "mustchange": dict(password_age=None),
-    "disabled": dict(password_age=29, flags=0x202),
-    "never": dict(password_age=500, flags=0x10200),
-    "cannot": dict(password_age=500, cant_change=True),
-    "excluded": dict(password_age=59),
-    "twice": dict(password_age=29),
-    "nomail": dict(password_age=53, mail=""),
-    "zo\u00eb.m\u00fcller": dict(password_age=53, given_name="Zo\u00eb", surname="M\u00fcller",
-                                 mail=f"zoe@{DOMAIN}"),
-    "refused": dict(password_age=46, mail=REFUSED),
-    "we(ird)": dict(password_age=53, mail=f"weird@{DOMAIN}"),
-    "markup": dict(password_age=50, mail=f"<i>m</i>@{DOMAIN}"),
-    "ab": dict(password_age=59),
-    "PC01$": dict(password_age=59, flags=0x1000, mail=""),
-}
-
-LISTS = {
-    "pwsentry_pro_policy1_include.txt": "twice\ndisabled\nPC01$\n",
-    "pwsentry_pro_defaultpolicy_exclude.txt": "LONGPASS\r\nexcluded\r\n",
-    "pwsentry_pro_policy11_include.txt": "longpass\n",
-}
-
-
-def address_of(name):
-    return USERS[name].get("mail", f"{name}@{DOMAIN}") or "none"
-
-
-# What the upcoming table says: e-mail warnings, age, maximum age, days left, emailed.
-UPCOMING = {
-    "twice": (1, 29, 30, 1, "yes"),
-    "warned": (1, 53, 60, 7, "yes"),
-    "quiet": (1, 50, 60, 10, "no"),
-    "nomail": (1, 53, 60, 7, "no"),
-    "zo\u00eb.m\u00fcller": (1, 53, 60, 7, "yes"),
-    "refused": (1, 46, 60, 14, "no (smtp failure)"),
-    "we(ird)": (1, 53, 60, 7, "yes"),
-    "markup": (1, 50, 60, 10, "no"),
-    "longpass": (1, 173, 180, 7, "yes"),
-}
-EXPIRED = {"expired": 65, "justexpired": 60}
-MAILED = [name for name, row in UPCOMING.items() if row[4] == "yes"]
 
 
 def row_of(*cells):
@@ -125,11 +76,8 @@ class WholePassTest(unittest.TestCase):
         cls.ad = cls.enterClassContext(samba_ad.SambaAd())
         cls.mail = cls.enterClassContext(PostfixMail(refused=REFUSED))
         cls.ad.set_max_password_age(42)
-        cls.ad.add_users(
-            samba_ad.User(name, cn=f"User {number}",
-                          **{"mail": f"{name}@{DOMAIN}", "given_name": "Given",
-                             "surname": "Name", **user})
-            for number, (name, user) in enumerate(USERS.items()))
+        cls.ad.add_users(dataclasses.replace(user, cn=f"User {number}")
+                         for number, user in enumerate(USERS.values()))
         cls.site = Site(folder, cls.ad, cls.mail)
         for name, text in {**LISTS, "NorvynExpirationEmail.html": TEMPLATE}.items():
             (cls.site.folder / name).write_text(text)
@@ -148,19 +96,18 @@ class WholePassTest(unittest.TestCase):
 
     def test_who_was_mailed(self):
         warnings = [mail for mail in self.delivered if mail.recipient != ADMIN_MAIL]
-        self.assertEqual(sorted(mail.recipient for mail in warnings),
-                         sorted(address_of(name) for name in MAILED))
+        mailed = sample_site.mailed()
+        self.assertEqual(sorted(mail.recipient for mail in warnings), sorted(mailed))
         for mail in warnings:
-            message = mail.message
-            name = next(name for name in MAILED if address_of(name) == mail.recipient)
+            message, user = mail.message, mailed[mail.recipient]
             self.assertEqual(message.defects, [])
             self.assertEqual(message["Subject"], "Your password")
             self.assertIn(f'\nFrom: "Help Desk" <desk@{DOMAIN}>\n'.encode(), mail.raw)
             self.assertEqual(mail.sender, f"desk@{DOMAIN}")
-            user = USERS[name]
             text = message.get_content()
-            self.assertIn(f"Dear {user.get('given_name', 'Given')} {user.get('surname', 'Name')},", text)
-            self.assertIn(f"EXAMPLE\\{name} expires in <b>{UPCOMING[name][3]}</b> days.", text)
+            self.assertIn(f"Dear {user.given_name} {user.surname},", text)
+            self.assertIn(f"EXAMPLE\\{user.name} expires in "
+                          f"<b>{sample_site.days_left(user.name)}</b> days.", text)
 
     def test_who_was_expired(self):
         after = {name: self.ad.pwd_last_set(name) for name in USERS}
@@ -171,7 +118,9 @@ class WholePassTest(unittest.TestCase):
         upcoming, expired = self.report.split("Users with passwords <u>expired</u>")
         rows = re.findall("<tr><td>.*?</tr>", upcoming.split("Users with upcoming")[1])
         self.assertEqual(sorted(rows), sorted(
-            row_of(name, address_of(name), *row) for name, row in UPCOMING.items()))
+            row_of(name, USERS[name].mail or "none", 1, USERS[name].password_age,
+                   MAX_AGES.get(name, 60), sample_site.days_left(name), emailed)
+            for name, emailed in UPCOMING.items()))
         self.assertIn("<td>twice</td>", rows[0])  # by policy
         self.assertIn("<td>longpass</td>", rows[-1])
         self.assertEqual(sorted(re.findall("<tr><td>(.*?)</td>", expired)), sorted(EXPIRED))
@@ -259,9 +208,7 @@ class LaterPassTest(unittest.TestCase):
     def setUpClass(cls):
         cls.ad = cls.enterClassContext(samba_ad.SambaAd())
         cls.mail = cls.enterClassContext(PostfixMail())
-        cls.ad.add_users([samba_ad.User("walter", mail=f"walter@{DOMAIN}", given_name="Walter",
-                                        surname="Weiss", password_age=59),
-                          samba_ad.User("reader")])
+        cls.ad.add_users([person("walter", 59), person("reader", 0)])
         cls.ad.set_password("reader", samba_ad.ADMIN_PASSWORD)
 
     def setUp(self):

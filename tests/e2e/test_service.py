@@ -39,7 +39,7 @@ class ServiceTest(unittest.TestCase):
 
     def set_up_site(self, users, age, port=9):
         ldif = self.folder / "domain.ldif"
-        ldif.write_text(site_files.domain_ldif({name: dict(age=age) for name in users}))
+        ldif.write_text(site_files.domain_ldif(site_files.person(name, age) for name in users))
         self.registry.write_bytes(site_files.registry_file({
             **site_files.site_registry(port, emailAdminReports=0),
             r"Software\Kadro\PwsentryPro\Directory": {"uri": f"ldif:{ldif}"}}))

@@ -3,7 +3,6 @@ a whole pass over Winsock and Schannel to a real mail server, pause in the middl
 ADSI and the network user functions are stand-ins that answer from an LDIF file and record each call; the
 program itself is the one that is delivered. What it leaves behind is compared with a pass on this system.
 """
-import base64
 import datetime
 import pathlib
 import re
@@ -13,13 +12,14 @@ import subprocess
 import tempfile
 import unittest
 
+import sample_site
 import site_files
 import wine_prefix
 from postfix_mail import PostfixMail
 from rig import PROGRAM, WAIT_SECONDS, WINDOWS, wait_until
-from site_files import ADMIN_MAIL, DOMAIN, site_registry
+from sample_site import REFUSED
+from site_files import ADMIN_MAIL, person, site_registry
 
-REFUSED = f"refused@{DOMAIN}"
 SERVICE = "NRVPasswordExpiration"
 SERVICE_KEY = rf"HKLM\SYSTEM\CurrentControlSet\Services\{SERVICE}"
 CODE_PAGE = "cp1252"  # the ANSI code page of the prefix
@@ -30,28 +30,9 @@ STOPPED, RUNNING, PAUSED = b"1", b"4", b"7"
 USAGE = f"{SERVICE} -install          install service\n{SERVICE} -remove           remove service\n"
 
 TEMPLATE = "<html><p>Gr\u00fc\u00dfe, <%firstName%>: <%username%> has <%daysUntilExpiration%> days.</p></html>\n"
-# Denies SELF the right to change the password.
-DENY_CHANGE = base64.b64decode(
-    "AQAEgAAAAAAAAAAAAAAAABQAAAAEADAAAQAAAAYAKAAAAQAAAQAAAFMacqsvHtARmBkAqgBAUpsBAQAAAAAABQoAAAA=")
-
-USERS = {
-    "outside": dict(age=20),
-    "warned": dict(age=53),
-    "quiet": dict(age=50),
-    "expired": dict(age=65),
-    "disabled": dict(age=65, userAccountControl=0x202),
-    "never": dict(age=500, userAccountControl=0x10200),
-    "cannot": dict(age=500, nTSecurityDescriptor=DENY_CHANGE),
-    "nomail": dict(age=59, mail=""),
-    "zo\u00eb.m\u00fcller": dict(age=53, mail=f"zoe@{DOMAIN}"),
-    "refused": dict(age=46),
-}
-MAILED = {"warned": 7, "zo\u00eb.m\u00fcller": 7}
-
-
-def address_of(name):
-    return USERS[name].get("mail", f"{name}@{DOMAIN}")
-
+USERS = {name: sample_site.USERS[name] for name in (
+    "outside", "warned", "quiet", "expired", "disabled", "never", "cannot", "nomail", "refused",
+    "zo\u00eb.m\u00fcller")}
 
 # Every call of a pass that differs from the others; how often and in which order is the same on every
 # system, and tested there.
@@ -147,7 +128,7 @@ class FirstPassTest(Machine):
         cls.mail = cls.enterClassContext(
             PostfixMail(refused=REFUSED, tls=(scratch / "self.pem", scratch / "self.key")))
         keys = site_registry(cls.mail.port, smtpStartTls=1, emailSubject="Kennwort l\u00e4uft ab")
-        cls.prepare(USERS, keys)
+        cls.prepare(USERS.values(), keys)
         cls.installed = cls.program("-install")
         cls.wait_for_report()
         cls.running = cls.control()
@@ -163,7 +144,7 @@ class FirstPassTest(Machine):
     def pass_on_this_system(folder, keys):
         folder.mkdir()
         (folder / "site.reg").write_bytes(site_files.registry_file(keys))
-        (folder / "domain.ldif").write_text(site_files.domain_ldif(USERS))
+        (folder / "domain.ldif").write_text(site_files.domain_ldif(USERS.values()))
         (folder / "NorvynExpirationEmail.html").write_text(TEMPLATE)
         subprocess.run([PROGRAM, "run", "--registry", folder / "site.reg", "--work-dir", folder,
                         "--directory", f"ldif:{folder / 'domain.ldif'}"],
@@ -181,13 +162,13 @@ class FirstPassTest(Machine):
 
     def test_mails_go_out_over_tls(self):
         warnings = [mail for mail in self.delivered if mail.recipient != ADMIN_MAIL]
-        self.assertEqual(sorted(mail.recipient for mail in warnings),
-                         sorted(address_of(name) for name in MAILED))
+        mailed = sample_site.mailed(USERS)
+        self.assertEqual(sorted(mail.recipient for mail in warnings), sorted(mailed))
         for mail in warnings:
-            name = next(name for name in MAILED if address_of(name) == mail.recipient)
+            user = mailed[mail.recipient]
             self.assertIn("with ESMTPS", mail.message["Received"])
             self.assertEqual(mail.message["Subject"], "Kennwort l\u00e4uft ab")
-            self.assertIn(f"Gr\u00fc\u00dfe, Given: {name} has {MAILED[name]} days.",
+            self.assertIn(f"Gr\u00fc\u00dfe, {user.given_name}: {user.name} has 7 days.",
                           mail.message.get_content())
         self.assertEqual(len(self.delivered), len(warnings) + 1)
 
@@ -200,7 +181,8 @@ class FirstPassTest(Machine):
 
     def test_only_the_expired_password_must_be_changed(self):
         text = (self.folder / "domain.ldif").read_text()
-        due = re.findall(r"sAMAccountName:+ (\S+)\nuserAccountControl: \d+\npwdLastSet: +0\n", text)
+        due = [re.search(r"sAMAccountName:+ (\S+)", record)[1] for record in text.split("\n\n")
+               if re.search("(?m)^pwdLastSet: +0$", record)]
         self.assertEqual(due, ["expired"])
 
     def test_files_are_those_of_a_pass_on_this_system(self):
@@ -232,7 +214,7 @@ class ControlTest(Machine):
         self.assertEqual(code, 1063 & 0xFF)  # all that this system keeps of it
 
     def test_pause_in_the_middle_of_a_mail(self):
-        users = {"walter": dict(age=59), "lukasz": dict(age=20), "\u0142ukasz": dict(age=65)}
+        users = person("walter", 59), person("lukasz", 20), person("\u0142ukasz", 65)
         with socket.create_server(("127.0.0.1", 0)) as server:
             server.settimeout(WAIT_SECONDS)
             self.prepare(users, site_registry(server.getsockname()[1], emailAdminReports=0))
@@ -259,7 +241,7 @@ class ControlTest(Machine):
 
 
     def test_every_failure_releases_everything(self):
-        self.prepare({"walter": dict(age=59), "expired": dict(age=65), "other": dict(age=1)}, site_registry(1))
+        self.prepare([person("walter", 59), person("expired", 65), person("other", 1)], site_registry(1))
         for call in (None, "ADsGetObject", "ADsOpenObject", "Get", "SetSearchPreference", "ExecuteSearch",
                      "GetNextRow", "GetColumn", "QueryInterface", "properties", "NetUserGetInfo",
                      "NetUserSetInfo", "NetUserModalsGet"):
