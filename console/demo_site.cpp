@@ -3,6 +3,7 @@
 #include <cstddef>
 
 #include "base/format_text.h"
+#include "console/sample_directory.h"
 #include "platform/system/files.h"
 #include "platform/text/code_page.h"
 
@@ -12,51 +13,39 @@ namespace {
 using base::formatText;
 
 // userAccountControl.
-constexpr unsigned kNormal = 0x200;
-constexpr unsigned kDisabled = 0x202;
-constexpr unsigned kNeverExpires = 0x10200;
-constexpr unsigned kWorkstation = 0x1000;
+constexpr std::uint32_t kNormal = 0x200;
+constexpr std::uint32_t kDisabled = 0x202;
+constexpr std::uint32_t kNeverExpires = 0x10200;
+constexpr std::uint32_t kWorkstation = 0x1000;
 
-constexpr int kChangeDue = -1;  // SampleUser::age: to be changed at next logon
-
-struct SampleUser {
-  const char* logonName;
-  const char* firstName;
-  const char* lastName;
-  const char* mail;
-  int age;  // days
-  unsigned accountControl = kNormal;
-  bool cannotChange = false;
-};
+constexpr int kMaximumAge = 90;  // of the domain, in days
 
 // The default policy's maximum age is 90 days, Policy1's 30, that of 20 characters and more 180;
 // warnings go out 14, 7 and 1 days before.
-constexpr SampleUser kUsers[] = {
-    {"anna.adler", "Anna", "Adler", "anna.adler@demo.example", 40},
-    {"ben.berg", "Ben", "Berg", "ben.berg@demo.example", 83},
-    {"carla.clausen", "Carla", "Clausen", "carla.clausen@demo.example", 80},
-    {"dora.dahl", "Dora", "Dahl", "dora.dahl@demo.example", 173},
-    {"emil.ernst", "Emil", "Ernst", "emil.ernst@demo.example", 95},
-    {"frida.falk", "Frida", "Falk", "frida.falk@demo.example", kChangeDue},
-    {"gustav.groth", "Gustav", "Groth", "gustav.groth@demo.example", 29, kDisabled},
-    {"hanna.holm", "Hanna", "Holm", "hanna.holm@demo.example", 400, kNeverExpires},
-    {"ivan.iversen", "Ivan", "Iversen", "ivan.iversen@demo.example", 200, kNormal, true},
-    {"jana.jensen", "Jana", "Jensen", "jana.jensen@demo.example", 89},
-    {"karl.kruse", "Karl", "Kruse", "karl.kruse@demo.example", 29},
-    {"lena.lund", "Lena", "Lund", "", 83},
-    {"zo\u00eb.m\u00fcller", "Zo\u00eb", "M\u00fcller", "zoe.mueller@demo.example", 89},
-    {"olaf.brandt", "Olaf", "Brandt", kDemoRefusedAddress, 76},
-    {"AB", "Al", "Bo", "ab@demo.example", 89},
-    {"PC01$", "", "", "", 89, kWorkstation},
-};
+std::vector<SampleUser> users() {
+  return {
+      {"anna.adler", 40, "anna.adler@demo.example", kNormal, "Anna", "Adler"},
+      {"ben.berg", 83, "ben.berg@demo.example", kNormal, "Ben", "Berg"},
+      {"carla.clausen", 80, "carla.clausen@demo.example", kNormal, "Carla", "Clausen"},
+      {"dora.dahl", 173, "dora.dahl@demo.example", kNormal, "Dora", "Dahl"},
+      {"emil.ernst", 95, "emil.ernst@demo.example", kNormal, "Emil", "Ernst"},
+      {"frida.falk", SampleUser::kChangeDue, "frida.falk@demo.example", kNormal, "Frida", "Falk"},
+      {"gustav.groth", 29, "gustav.groth@demo.example", kDisabled, "Gustav", "Groth"},
+      {"hanna.holm", 400, "hanna.holm@demo.example", kNeverExpires, "Hanna", "Holm"},
+      {"ivan.iversen", 200, "ivan.iversen@demo.example", kNormal, "Ivan", "Iversen", true},
+      {"jana.jensen", 89, "jana.jensen@demo.example", kNormal, "Jana", "Jensen"},
+      {"karl.kruse", 29, "karl.kruse@demo.example", kNormal, "Karl", "Kruse"},
+      {"lena.lund", 83, "", kNormal, "Lena", "Lund"},
+      {"zo\u00eb.m\u00fcller", 89, "zoe.mueller@demo.example", kNormal, "Zo\u00eb", "M\u00fcller"},
+      {"olaf.brandt", 76, kDemoRefusedAddress, kNormal, "Olaf", "Brandt"},
+      {"AB", 89, "ab@demo.example", kNormal, "Al", "Bo"},
+      {"PC01$", 89, "", kWorkstation, "", ""},
+  };
+}
 
 constexpr const char* kPolicy1Include = "karl.kruse\ngustav.groth\nPC01$\n";
 constexpr const char* kDefaultExclude = "JANA.JENSEN\ndora.dahl\n";
 constexpr const char* kLengthPolicyInclude = "dora.dahl\n";
-
-// A security descriptor whose one entry denies SELF the change-password right.
-constexpr const char* kDenyChange =
-    "AQAEgAAAAAAAAAAAAAAAABQAAAAEADAAAQAAAAYAKAAAAQAAAQAAAFMacqsvHtARmBkAqgBAUpsBAQAAAAAABQoAAAA=";
 
 constexpr const char* kHtmlTemplate =
     "<html><body style=\"font-family:Arial,Helvetica,sans-serif;color:#333333\">\n"
@@ -69,42 +58,6 @@ constexpr const char* kHtmlTemplate =
     "<p>To change it, press Ctrl+Alt+Del and choose <i>Change a password</i>.</p>\n"
     "<p>Your help desk</p></td></tr></table>\n"
     "</body></html>\n";
-
-std::int64_t fileTimeDaysAgo(std::int64_t now, int days) {
-  constexpr std::int64_t kHour = 36000000000;  // of 100 ns
-  return now - (days * 24 + 1) * kHour;        // an hour past the full day, clear of rounding
-}
-
-std::string ldifRecord(const SampleUser& user, std::int64_t now) {
-  const bool computer = user.accountControl == kWorkstation;
-  const std::string name = user.logonName;
-  std::string text = "dn: CN=" + name + (computer ? ",CN=Computers" : ",CN=Users") +
-                     ",DC=demo,DC=example\nobjectClass: top\nobjectClass: person\n"
-                     "objectClass: user\n";
-  if (computer) text += "objectClass: computer\n";
-  text += std::string("objectCategory: CN=") + (computer ? "Computer" : "Person") +
-          ",CN=Schema,CN=Configuration,DC=demo,DC=example\nsAMAccountName: " + name + "\n";
-  const auto attribute = [&text](const char* label, const std::string& value) {
-    if (!value.empty()) text += std::string(label) + ": " + value + "\n";
-  };
-  attribute("givenName", user.firstName);
-  attribute("sn", user.lastName);
-  attribute("mail", user.mail);
-  attribute("userAccountControl", base::formatText("%u", user.accountControl));
-  const std::int64_t changed = user.age == kChangeDue ? 0 : fileTimeDaysAgo(now, user.age);
-  attribute("pwdLastSet", std::to_string(changed));
-  if (user.cannotChange) text += std::string("nTSecurityDescriptor:: ") + kDenyChange + "\n";
-  return text + "\n";
-}
-
-std::string directoryText(std::int64_t now) {
-  std::string text =
-      "version: 1\n\n"
-      "dn: DC=demo,DC=example\nobjectClass: top\nobjectClass: domainDNS\n"
-      "maxPwdAge: -77760000000000\n\n";  // 90 days
-  for (const SampleUser& user : kUsers) text += ldifRecord(user, now);
-  return text;
-}
 
 std::string quoted(const std::string& text) {
   std::string result = "\"";
@@ -159,7 +112,8 @@ bool makeDemoSite(platform::Clock& clock, std::uint16_t smtpPort, std::string& e
     std::string content;
   } files[] = {
       {kDemoRegistryFile, registryText(smtpPort)},
-      {kDemoDirectoryFile, directoryText(clock.fileTime())},
+      {kDemoDirectoryFile,
+       sampleDirectory("DC=demo,DC=example", kMaximumAge, users(), clock.fileTime())},
       {"NorvynExpirationEmail.html", kHtmlTemplate},
       {"pwsentry_pro_policy1_include.txt", kPolicy1Include},
       {"pwsentry_pro_policy11_include.txt", kLengthPolicyInclude},

@@ -19,10 +19,6 @@ namespace {
 constexpr const char* kRegistryFile = "site.reg";
 constexpr const char* kDirectoryFile = "domain.ldif";
 
-// A security descriptor whose one entry denies SELF the change-password right.
-constexpr const char* kDenyChange =
-    "AQAEgAAAAAAAAAAAAAAAABQAAAAEADAAAQAAAAYAKAAAAQAAAQAAAFMacqsvHtARmBkAqgBAUpsBAQAAAAAABQoAAAA=";
-
 }  // namespace
 
 const notify::UserRecord& WatchedPass::of(const std::string& name, int slot) const {
@@ -87,20 +83,7 @@ void TestSite::writeOut() {
   }
   write(kRegistryFile, reg);
 
-  std::string ldif = "dn: DC=site,DC=example\nobjectClass: domainDNS\nmaxPwdAge: -36288000000000\n";
-  for (const SiteUser& user : users_) {
-    const std::int64_t changed =
-        user.age < 0 ? 0 : clock.now - user.age * kFileTimeDay - 3600 * kFileTimeSecond;
-    ldif += "\ndn: CN=" + user.name + ",CN=Users,DC=site,DC=example\nobjectClass: user\n" +
-            "objectCategory: CN=Person,CN=Schema,CN=Configuration,DC=site,DC=example\n" +
-            "sAMAccountName: " + user.name + "\npwdLastSet: " + std::to_string(changed) +
-            "\nuserAccountControl: " + std::to_string(user.accountControl) + "\n";
-    if (!user.mail.empty()) ldif += "mail: " + user.mail + "\n";
-    if (!user.givenName.empty()) ldif += "givenName: " + user.givenName + "\n";
-    if (!user.surname.empty()) ldif += "sn: " + user.surname + "\n";
-    if (user.cannotChange) ldif += std::string("nTSecurityDescriptor:: ") + kDenyChange + "\n";
-  }
-  write(kDirectoryFile, ldif);
+  write(kDirectoryFile, console::sampleDirectory("DC=site,DC=example", 42, users_, clock.now));
 }
 
 WatchedPass TestSite::pass(const service::ServiceValues& values,

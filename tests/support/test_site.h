@@ -8,6 +8,7 @@
 #include <string>
 #include <vector>
 
+#include "console/sample_directory.h"
 #include "platform/directory/directory_snapshot.h"
 #include "service/expiration_run.h"
 #include "tests/support/manual_clock.h"
@@ -15,15 +16,7 @@
 
 namespace test_support {
 
-struct SiteUser {
-  std::string name;
-  int age = 0;  // days; -1: to be changed at next logon
-  std::string mail = "user@site.example";
-  std::uint32_t accountControl = 0x200;
-  std::string givenName = "Given";
-  std::string surname = "Surname";
-  bool cannotChange = false;
-};
+using SiteUser = console::SampleUser;
 
 // A pass with the records of its users.
 struct WatchedPass : service::PassObserver {
