@@ -38,7 +38,7 @@ SSL_CTX* makeContext(const char* commonName, const char* alternativeName) {
 SSL_CTX* contextOf(std::string_view certificate) {
   static SSL_CTX* const trusted = makeContext("server.test", "IP:127.0.0.1");
   static SSL_CTX* const selfSigned = makeContext("selfsigned.test", "IP:127.0.0.1");
-  static SSL_CTX* const otherHost = makeContext("other.test", "DNS:other.test");
+  static SSL_CTX* const otherHost = makeContext("<![CDATA[]]><other>", "DNS:other.test");
   return certificate == "trusted" ? trusted : certificate == "otherhost" ? otherHost : selfSigned;
 }
 

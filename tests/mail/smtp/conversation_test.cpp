@@ -124,7 +124,6 @@ TEST(Conversation, KeepsThePasswordOutOfTheLog) {
   const std::string sent = "C: AUTH PLAIN dXNlcgB1c2VyAHNlY3JldA==|";
   converse("greeting", {"S: 554 secret|"}, false, "<reply>554</reply>|Failed to get initial",
            plain);
-  converse("no greeting at all", {"S: 220-hi\r\n|S: secret\r\n0|HANGUP"}, false, "", plain);
   converse("EHLO, HELO",
            {kEhlo + "S: 550 c2VjcmV0|C: HELO pc.example|S: 550 secret|" +
             "C: HELO 127.0.0.1|S: 550 secret|"},
@@ -157,13 +156,15 @@ TEST(Conversation, TakesNothingForAReplyThatCameTooEarly) {
            [](KvMailMan& mailMan, KvEmail& email) {
              return mailMan.SendEmail(email) && mailMan.SendEmail(email);
            });
-  const std::string individual = kHello + kFrom + kTo + kOk + "C: DATA|";
+  // The server may be waiting for the text: a command would become one.
   for (const char* reply : {"S: 354|", "S: 250 ok|"}) {
-    converse("the server may be waiting for the text: no command follows", {individual + reply},
-             false, "Failed when sending DATA command", [](KvMailMan& mailMan, KvEmail& email) {
-               email.AddCC("", "cc@site.example");
-               mailMan.put_SendIndividual(true);
-             });
+    const auto record =
+        converse(reply, {kHello + kFrom + kTo + kOk + "C: DATA|" + reply}, false,
+                 "Failed when sending DATA command", [](KvMailMan& mailMan, KvEmail& email) {
+                   email.AddCC("", "cc@site.example");
+                   mailMan.put_SendIndividual(true);
+                 });
+    EXPECT_THAT(record.inTheClear, testing::EndsWith("DATA\r\n"));
   }
 }
 

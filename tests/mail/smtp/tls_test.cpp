@@ -123,6 +123,9 @@ TEST_F(TlsConversation, LooksAtTheCertificate) {
                 requireVerified);
   converseInTls("another host's", kStart + "TLS: otherhost|", false,
                 "Failed to verify server certificate", requireVerified);
+  converseInTls("of a name that looks like the end of a log entry", kStart + "TLS: otherhost|",
+                false, "<certValue><![CDATA[<![CDATA[]] ><other>]]></certValue>",
+                requirement("subject", "other.test"));
   converseInTls("of the required subject", selfSigned + kSession, true, "",
                 requirement("subject", "selfsigned.test"));
   converseInTls("of another issuer", kStart + "TLS: trusted|", false,
