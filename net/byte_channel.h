@@ -1,6 +1,6 @@
 // A connected stream of bytes as the mail session sees it: a plain socket, or TLS on top of one.
-// Reading up to a delimiter lives here, once for both. Blocks the caller up to the time-outs given;
-// used by one thread at a time.
+// Reading up to a delimiter is implemented here for both. Blocks the caller up to the time-outs
+// given; used by one thread at a time.
 #pragma once
 
 #include <cstddef>
@@ -12,7 +12,7 @@
 
 namespace kelvado {
 
-// How the last operation ended when it failed. All false: an error of the network.
+// Why the last operation failed. All false: an error of the network.
 struct IoStatus {
   bool timedOut = false;
   bool aborted = false;
@@ -37,15 +37,15 @@ class ByteChannel {
   // All bytes, or failure. The time-out counts from the last progress.
   virtual bool sendBytes(std::string_view data, std::uint32_t idleTimeoutMs, Call& call) = 0;
 
-  // `out` is the text up to and including the delimiter; what came behind it is kept for the next
+  // `out`: the text up to and including the delimiter. What came after it is kept for the next
   // read.
   bool readUntilMatch(std::string_view delimiter, std::string& out, const ReadLimits& limits,
                       Call& call);
 
-  // Whatever is there, at least one byte; waits for it when there is nothing.
+  // All bytes that have arrived, at least one: waits when there is none.
   bool receiveBytes(std::string& out, const Countdown& left, Call& call);
 
-  // What has arrived and was not read yet. Never blocks, and leaves it where it is.
+  // What has arrived and was not read yet; it stays unread. Never blocks.
   std::string_view unreadBytes() {
     if (received_.empty()) receiveArrived();
     return received_;
@@ -56,9 +56,9 @@ class ByteChannel {
  protected:
   // Appends at least one byte to `buffer`, or logs why not and sets status_.
   virtual bool receiveMore(std::string& buffer, const Countdown& left, Call& call) = 0;
-  // Appends to received_ what the system holds already, as far as that can be had without waiting.
+  // Appends to received_ what can be had without waiting. By default: nothing.
   virtual void receiveArrived() {}
-  // The line that a read-until-match adds to the log when the application ended it.
+  // What readUntilMatch adds to the log after an abort by the application.
   virtual const char* readAbortedText() const = 0;
 
   void logReadTimeout(const Countdown& left, Call& call);

@@ -1,6 +1,6 @@
-// What every step of an operation needs of the public call that it works for: where it reports, and
-// whom it tells of its progress and asks for an abort. Handed down from the public method through
-// the mail session to the sockets; lives on the stack of that method.
+// What every step of an operation needs of the public method that it works for: the log, and the
+// monitor for progress and abort. Made by the public method, on its stack, and handed down through
+// the mail session to the sockets. Owns neither.
 #pragma once
 
 #include "base/log_base.h"
@@ -12,7 +12,7 @@ struct Call {
   base::LogBase& log;
   ProgressMonitor& progress;
 
-  // This call is to end, or everything in the process. Does not ask the application anew.
+  // An abort was requested, of this call or of all; does not ask the application again.
   bool abortRequested() const { return progress.aborted() || abortAllRequested(); }
 };
 

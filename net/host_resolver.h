@@ -1,4 +1,4 @@
-// Host names to addresses, with a time-out and an abort that the system's resolver does not have.
+// Host names to addresses, with the time-out and the abort that the system's resolver lacks.
 // Used by KelvadoSocket.
 #pragma once
 
@@ -14,9 +14,9 @@ namespace kelvado {
 // Four decimal numbers of 0..255 with dots between them.
 bool isDottedAddress(const std::string& text);
 
-// Fills `addresses` with at least one dotted address, or logs why not. `aborted` tells an abort by
-// the application from the other failures, `timedOut` the time-out. The look-up runs in a thread of
-// its own that is left behind when it takes too long, so `api` must live as long as the process.
+// Fills `addresses` with at least one dotted address, or logs why not and sets `aborted` or
+// `timedOut` when that is the reason. The look-up runs in a thread of its own, which goes on after
+// a time-out, so `api` must live as long as the process.
 struct LookupResult {
   std::vector<std::string> addresses;
   bool timedOut = false;

@@ -1,5 +1,5 @@
-// A tunnel through an HTTP proxy (the CONNECT method), so that everything after it reaches the
-// server behind. Used by the mail session right after it has connected to the proxy.
+// A tunnel through an HTTP proxy (CONNECT, RFC 9110 section 9.3.6): what is sent afterwards reaches
+// the server behind it. Used by the mail session right after it has connected to the proxy.
 #pragma once
 
 #include <cstdint>

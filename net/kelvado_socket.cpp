@@ -121,7 +121,7 @@ bool KelvadoSocket::sendBytes(std::string_view data, std::uint32_t idleTimeoutMs
     call.log.LogError("Socket send aborted by application");
     return false;
   }
-  // Sent first and waited for only when the system has no room: most steps fit into its buffer.
+  // Waits only when the system's buffer is full: most commands fit into it.
   while (!data.empty()) {
     std::size_t count = 0;
     const platform::SocketError error = api_.send(handle_, data, count);

@@ -1,5 +1,5 @@
 // A TCP client socket: name look-up, connect with a time-out, send and receive with idle time-outs.
-// Waits are cut into slices when an application wants to be asked for an abort meanwhile.
+// Waits are cut into slices when the application has an abort check.
 // Used by the mail session and, below TLS, by SChannel. One thread at a time.
 #pragma once
 
@@ -18,7 +18,7 @@ class KelvadoSocket final : public ByteChannel {
   explicit KelvadoSocket(platform::SocketApi& api = platform::systemSockets()) : api_(api) {}
   ~KelvadoSocket() override { close(); }
 
-  // Closes what was open before. `host` may be null or empty: that fails, with its own line.
+  // Closes an open connection first. A null or empty `host` fails, with a log line of its own.
   // connectTimeoutMs covers look-up and connect together; 0 is the socket's own default.
   bool connect(const char* host, std::uint16_t port, std::uint32_t connectTimeoutMs, Call& call);
 

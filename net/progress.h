@@ -39,7 +39,7 @@ class ProgressMonitor {
   bool abortCheck();
   bool aborted() const { return aborted_; }
 
-  // The longest wait until the sink must be asked again; `remainingMs` itself when nobody asks.
+  // How long a wait may last until the sink must be asked again; `remainingMs` without a sink.
   std::uint32_t sliceMs(std::uint32_t remainingMs) const;
 
   platform::Clock& clock() const { return clock_; }

@@ -9,8 +9,7 @@ namespace {
 
 using platform::SecurityStatus;
 
-// No handshake or record needs more at once; a peer that sends more without making sense is cut
-// off.
+// In bytes; no handshake or record needs more at once. A peer that sends more is refused.
 constexpr std::size_t kMaxUndecrypted = 65'536;
 
 }  // namespace
@@ -48,7 +47,7 @@ bool SChannel::handshake(const Countdown& left, Call& call) {
     std::size_t extra = 0;
     const SecurityStatus status = stream_->step(encrypted_, token, extra);
     keepExtra(extra);
-    // An alert goes out with a failure, too: the server's log then says what was wrong.
+    // Sent also when the step failed: the alert tells the server what was wrong.
     const bool sent = sendToken(token, left.total(), call);
     if (status == SecurityStatus::Ok) return sent;
     if (status == SecurityStatus::Failed) {

@@ -1,6 +1,6 @@
-// TLS over a connected socket: handshake, records, close notify. The package behind it only turns
-// tokens into tokens (platform/network/security_package.h); what came too early or only in part is
-// kept here. Used by the SMTP session for implicit TLS and after STARTTLS. One thread at a time.
+// TLS over a connected socket: handshake, records, close notify. The security package
+// (platform/network/security_package.h) only turns bytes into bytes; incomplete records are kept
+// here. Used by the SMTP session for implicit TLS and after STARTTLS. One thread at a time.
 #pragma once
 
 #include <cstdint>

@@ -19,8 +19,8 @@ class CommandPipeline {
   // One line; CR LF is added.
   void add(std::string command) { commands_.push_back(std::move(command)); }
 
-  // Turns to the next command: sends it, unless it is under way, and reads its reply. True when
-  // that is 250; false also when it could not be sent.
+  // Sends the next command, unless that was done ahead, and reads its reply. True when that is 250;
+  // false also when it could not be sent.
   bool next();
   // Whether the command of the last next() went out.
   bool sent() const { return taken_ <= sent_; }
@@ -31,7 +31,7 @@ class CommandPipeline {
   void skipAhead();
 
  private:
-  // Few enough that neither side waits for the other to empty its buffers.
+  // Small enough for the buffers of both sides, so that neither waits for the other for ever.
   static constexpr std::size_t kMaxAhead = 50;
 
   bool sendGroup();

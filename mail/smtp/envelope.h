@@ -31,11 +31,10 @@ struct Envelope {
   const std::string* firstBeyondAscii() const;
 };
 
-// False, with the value in the log, when an address or an option could break out of its command.
+// False, with the value in the log, when an address or an option could end or extend its command.
 bool isSafeEnvelope(const Envelope& envelope, const DsnOptions& dsn, base::LogBase& log);
 
-// One envelope for each To and Cc recipient. Blind copies go together in one more: nobody named in
-// the message must wait for them, and none of them is seen by the others.
+// One envelope for each To and Cc recipient, and one for all blind copies together.
 std::vector<Envelope> individualEnvelopes(const Envelope& envelope);
 
 // Servers must take 100 recipients in one transaction (RFC 5321 section 4.5.3.1.8), not more.

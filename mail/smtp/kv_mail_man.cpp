@@ -7,7 +7,7 @@ namespace {
 
 constexpr std::uint64_t kMsPerSecond = 1000;
 
-// Null clears; an empty text is a value that happens to be empty, which the log tells apart.
+// Null clears; an empty text is a value that is empty. The log has different lines for the two.
 std::optional<std::string> credential(const char* given, std::string text) {
   if (given == nullptr) return std::nullopt;
   return text;

@@ -6,10 +6,11 @@
 //   mailMan.put_SmtpHost("mail.example.com");
 //   if (!mailMan.SendEmail(email)) mailMan.SaveLastError("error.xml");
 //
-// Text arguments are taken in the encoding that the Utf8 flag tells; a null or empty one clears the
+// Text arguments are taken in the encoding of the Utf8 flag; a null or empty one clears the
 // setting. Operations return false (or null) on failure and leave their record in LastErrorText.
 // They block within the time-outs below. One thread at a time; nothing here throws. RFC 5321
-// (SMTP), 3207 (STARTTLS), 4954 (AUTH), 3461 (DSN).
+// (SMTP), 1870 (SIZE), 2920 (PIPELINING), 3207 (STARTTLS), 3461 (DSN), 4954 (AUTH), 6531
+// (SMTPUTF8).
 #pragma once
 
 #include <cstdint>
@@ -27,10 +28,10 @@ class ClsMailMan;
 class KvMailMan : public KvObject {
  public:
   KvMailMan();
-  ~KvMailMan() override;  // takes leave of the server if the connection is open: up to two seconds
+  ~KvMailMan() override;  // QUIT on an open connection: up to two seconds
 
-  // To be called first: without it the operations that reach for the server fail. Any code that is
-  // not empty unlocks.
+  // To be called first: without it the operations that need the server fail. Any code that is not
+  // empty unlocks.
   bool UnlockComponent(const char* code);
 
   // --- the server ---
@@ -40,8 +41,8 @@ class KvMailMan : public KvObject {
   int get_SmtpPort() const;
   void put_SmtpSsl(bool ssl);  // TLS from the first byte
   bool get_SmtpSsl() const;
-  // The plain connection becomes TLS before anything is told. With both this and SmtpSsl set, the
-  // next operation clears one of them: port 465 keeps SmtpSsl, any other StartTLS.
+  // STARTTLS before credentials or mail go out; without TLS the connect fails. With both this and
+  // SmtpSsl set, the next operation clears one of them: port 465 keeps SmtpSsl, any other StartTLS.
   void put_StartTLS(bool startTls);
   bool get_StartTLS() const;
   void put_RequireVerifiedCertificate(bool require);  // else a bad certificate is only logged
@@ -74,6 +75,8 @@ class KvMailMan : public KvObject {
   void put_SmtpDomain(const char* domain);  // Windows domain, for NTLM and MSN
   const char* get_SmtpDomain();
   // "LOGIN", "PLAIN", "CRAM-MD5", "NTLM", "MSN" or "NONE"; empty: chosen from the server's list.
+  // CRAM-MD5, NTLM and MSN keep the password from the server: without TLS, LOGIN never replaces
+  // them.
   void put_SmtpAuthMethod(const char* method);
   const char* get_SmtpAuthMethod();
 
@@ -91,20 +94,23 @@ class KvMailMan : public KvObject {
   void put_SentMailLog(const char* path);  // a file that the sent texts are appended to
   void put_HeartbeatMs(std::uint32_t ms);  // between two abort checks; 0, as when not set: none
   std::uint32_t get_HeartbeatMs() const;
-  void put_Progress(KvProgress* progress);  // not owned; null: nobody watches
+  void put_Progress(KvProgress* progress);  // not owned; null: none
 
-  // True when at least one recipient got it; but false when the session broke off, whoever had it
-  // by then. Rejected recipients are in GetBadEmailAddresses.
+  // True when the server took the mail for at least one recipient; false when the session broke
+  // off, even if some have it by then. Refused without connecting when the mail has no sender:
+  // neither a From address nor a Return-Path field (of "<>" for the null sender). Addresses beyond
+  // ASCII need a server with SMTPUTF8 (RFC 6531). Rejected recipients are in GetBadEmailAddresses.
   bool SendEmail(KvEmail& email) { return SendEmail(&email); }
   bool SendEmail(KvEmail* email);
-  // One after another over one connection; goes on after a failure, and is false then.
+  // One after another over one connection. A failure does not stop the others; the result is false.
   bool SendBundle(const std::vector<KvEmail*>& bundle);
   // To the addresses of the list instead of those in the message.
   bool SendToDistributionList(KvEmail& email, const std::vector<std::string>& addresses);
   // A plain text mail; sets SmtpHost.
   bool QuickSend(const char* from, const char* to, const char* subject, const char* body,
                  const char* smtpHost);
-  // Text that is MIME already, sent as it is except for line ends; `to`: addresses with commas.
+  // Text that is MIME already, sent as it is except for line ends; `to`: addresses with commas. An
+  // empty `from` is the null sender; one with control characters is refused.
   bool SendMime(const char* from, const char* to, const char* mime);
   bool SendMimeToList(const char* from, const std::vector<std::string>& addresses,
                       const char* mime);
@@ -113,7 +119,8 @@ class KvMailMan : public KvObject {
   // Whether the server takes the recipients; nothing is sent.
   bool VerifyRecipients(KvEmail& email);
 
-  std::vector<std::string> GetBadEmailAddresses() const;  // until cleared or the next send
+  // Recipients that the server rejected; until cleared or the next send.
+  std::vector<std::string> GetBadEmailAddresses() const;
   void ClearBadEmailAddresses();
   unsigned get_NumAccepted() const;  // recipients, by the last send
   unsigned get_NumRecipients() const;
@@ -124,7 +131,7 @@ class KvMailMan : public KvObject {
   bool SmtpReset();
   bool SmtpNoop();
   bool VerifySmtpConnection();  // without logging in
-  bool VerifySmtpLogin();
+  bool VerifySmtpLogin();       // true only when the server accepted a login
   bool IsSmtpDsnCapable();
   const char* GetSmtpSslServerCert();  // in PEM, of the open connection
 

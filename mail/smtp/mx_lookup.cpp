@@ -26,7 +26,7 @@ std::vector<platform::MxRecord> lookupMx(platform::Dns& dns, const std::string& 
                                          base::LogBase& log) {
   std::vector<platform::MxRecord> records;
   if (!domain.empty() && isSafeWord(domain)) dns.queryMx(domain, records);
-  // The root as host says that the domain takes no mail at all.
+  // The root as host: the domain takes no mail at all (RFC 7505).
   const auto isNowhere = [](const platform::MxRecord& one) {
     return one.host.empty() || one.host == ".";
   };

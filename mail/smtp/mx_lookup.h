@@ -1,5 +1,5 @@
 // The mail exchangers of a domain (RFC 5321 section 5.1). Used by KvMailMan's look-ups; sending
-// goes to the configured server and asks nobody.
+// goes to the configured server without one.
 #pragma once
 
 #include <string>

@@ -39,7 +39,7 @@ constexpr StatusName kStatusNames[] = {
     {platform::kSecCompleteNeeded, "SEC_I_COMPLETE_NEEDED"},
     {platform::kSecCompleteAndContinue, "SEC_I_COMPLETE_AND_CONTINUE"},
     {platform::kSecLogonDenied, "LOGON_DENIED"},
-    // The system has no NTLM: on Linux it comes with a package of its own.
+    // The system has no NTLM: on Linux it is in a package of its own.
     {platform::kSecPackageNotFound, "SEC_E_SECPKG_NOT_FOUND"},
 };
 
@@ -62,7 +62,7 @@ class NtlmExchange {
         return refused();
       }
       awaitsFirst334_ = false;
-      // What comes with the first 334 is no token: some servers put words there.
+      // What comes with the first 334 is no token: some servers send a text there.
       if (tokens > 0 && !prepare(serverToken())) return cancel();
       if (finished_) return sendFinal();
       if (!wire_.sendSecret(base64Encode(token_), call_)) {

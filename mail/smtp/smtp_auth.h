@@ -12,7 +12,7 @@
 namespace kelvado {
 
 struct SmtpCredentials {
-  std::optional<std::string> username;  // absent: never given, which the log tells from empty
+  std::optional<std::string> username;  // absent: never set; empty is logged otherwise
   std::optional<std::string> password;
   std::string domain;  // Windows domain, for NTLM and MSN
   std::string method;  // forced method in any letter case; empty or unknown: the server's list

@@ -1,7 +1,6 @@
 // One client-side SMTP session: connects, greets, logs in, and sends messages one transaction after
 // another over the connection that it keeps open. Used by ClsMailMan.
-// Blocks within the time-outs of its settings; one thread at a time. Needs no locks, owns its
-// socket.
+// Blocks within the time-outs of its settings; one thread at a time. Owns its socket.
 #pragma once
 
 #include <cstdint>
@@ -63,7 +62,7 @@ class SmtpConnImpl {
   bool smtpNoop(Call& call);
   bool smtpQuit(Call& call);  // closes whatever the server answers
 
-  // Whether the last send had a connection. If not, the log says so.
+  // Whether the last send had a connection. If not, that is in the log already.
   bool wasConnected() const { return wasConnected_; }
 
   // Sends QUIT and closes, within two seconds; logs nothing.

@@ -21,8 +21,9 @@ inline constexpr int kBadReplyCode = -2;  // its first three characters are not 
 
 class SmtpReply {
  public:
-  // EHLO's reply ends at a line with a blank behind its 250; any other, and one to EHLO that is not
-  // 250, at the first line without a '-' there.
+  // Blank, for EHLO: the reply ends at a line with a blank behind its 250, or at the first line
+  // that is neither 250 nor has a '-' there. NoHyphen, for the others: at the first line without
+  // the '-'.
   enum class Ending { NoHyphen, Blank };
   enum class Progress { More, Complete, Unrecognized, TooLong };
 
@@ -45,7 +46,7 @@ struct SmtpExtensions {
   bool dsn = false;           // RFC 3461
   bool pipelining = false;    // RFC 2920
   bool smtpUtf8 = false;      // RFC 6531
-  std::uint64_t maxSize = 0;  // of a message, in bytes (RFC 1870); 0: not told
+  std::uint64_t maxSize = 0;  // of a message, in bytes (RFC 1870); 0: none given
   std::string authMethods;    // as listed, a blank before each; smtp_auth.cpp knows the names
 };
 

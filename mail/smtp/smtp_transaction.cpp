@@ -36,7 +36,7 @@ TransactionResult SmtpTransaction::refused() {
   return wire_.outOfStep() ? lost() : TransactionResult::Rejected;
 }
 
-// Asked before the text is on its way: a server that finds it too long at the end has had it all.
+// Checked before anything is sent: the server would refuse the text only after all of it.
 bool SmtpTransaction::isWithinSize(std::string_view mime) const {
   const std::uint64_t limit = extensions_.maxSize;
   if (limit == 0 || mime.size() * 2 <= limit) return true;  // no text doubles on the wire
@@ -88,7 +88,7 @@ TransactionResult SmtpTransaction::mailFrom(const std::string& reversePath) {
   return isClosing ? TransactionResult::NeedsNewConnection : refused();
 }
 
-// False only when there is no going on; a rejected recipient is no reason.
+// False only when the transaction cannot go on; a rejected recipient does not end it.
 bool SmtpTransaction::rcptToAll(const std::vector<std::string>& addresses,
                                 std::vector<std::string>& postponed, const char* failureText) {
   for (const std::string& address : addresses) {
@@ -185,7 +185,7 @@ TransactionResult SmtpTransaction::run(const Envelope& envelope, std::string_vie
   return TransactionResult::Sent;
 }
 
-// The terminator travels with the last piece: one segment less for every mail.
+// The terminator goes out with the last piece: that saves a segment for every mail.
 bool SmtpTransaction::sendText(std::string_view mime) {
   const DataSize size = dataSize(mime);
   call_.log.LogData("email_size", std::to_string(size.message + size.doubledDots));
@@ -215,7 +215,7 @@ bool SmtpTransaction::endText() {
   return false;
 }
 
-// The mail is sent: a log that cannot be written does not change that.
+// The mail is sent already: a log that cannot be written is only mentioned.
 void SmtpTransaction::appendToSentMailLog(std::string_view mime) {
   const platform::File file = platform::openFile(options_.sentMailLog, "ab");
   if (file == nullptr) {

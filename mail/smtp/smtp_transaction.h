@@ -90,7 +90,7 @@ class SmtpTransaction {
   Envelope postponed_;
 };
 
-// Logs what RSET said of a connection that was kept, and returns it.
+// Logs whether RSET showed a kept connection to be usable, and returns it.
 bool logReuse(bool good, base::LogBase& log);
 
 }  // namespace kelvado

@@ -14,7 +14,7 @@ constexpr std::uint64_t kMaxReadTimeoutMs = 5'000'000;
 
 // The latest: some methods make new ones at each login.
 constexpr std::size_t kMaxSecrets = 32;
-// In the place of what holds one.
+// Logged in place of a text that holds one.
 constexpr const char* kHidden = "(not shown: it repeats what logs in)";
 
 // A whole reply by RFC 5321 section 4.2, but not by the rules of this session.
@@ -95,7 +95,7 @@ bool SmtpWire::sendSecret(std::string_view line, Call& call) {
 }
 
 void SmtpWire::keepSecret(std::string_view secret) {
-  // Base64 is as good without its padding.
+  // Base64 can be decoded without its padding.
   secret = secret.substr(0, secret.find_last_not_of('=') + 1);
   if (secret.empty()) return;
   std::erase(secrets_, secret);

@@ -61,7 +61,7 @@ class SmtpWire {
   bool sendCommands(std::span<const std::string> commands, Call& call);
   // As sendCommand, but nothing of it is logged; its last word is a secret from then on.
   bool sendSecret(std::string_view line, Call& call);
-  // What no reply may bring into the log from now on, not over a later connection either.
+  // Keeps the text out of the log, whatever the server repeats, over later connections as well.
   void keepSecret(std::string_view secret);
   // A piece of a message's text; a reply follows the last one.
   bool sendText(std::string_view bytes, bool isLast, Call& call);

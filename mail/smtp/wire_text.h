@@ -9,7 +9,7 @@
 
 namespace kelvado {
 
-// The value cannot end or prolong a command line: no control characters (CR, LF and NUL among
+// The value cannot end or extend a command line: no control characters (CR, LF and NUL among
 // them).
 bool isSafeText(std::string_view value);
 

@@ -162,7 +162,7 @@ TEST_P(MisbehavingServer, CostsOneMailAtMost) {
     }
     EXPECT_THAT(log, testing::Not(testing::HasSubstr("secret")));
     EXPECT_EQ(log.find('\0'), std::string::npos);
-    // Whom nobody rejected is not bad.
+    // Only a reply rejects a recipient.
     const bool rejected = step.logged == kRcptFailed && !dripped && *fault.logged == '\0';
     EXPECT_EQ(mailMan.badAddresses().size(), rejected ? 1U : 0U);
 

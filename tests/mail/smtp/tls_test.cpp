@@ -48,7 +48,7 @@ const auto* const trust = testing::AddGlobalTestEnvironment(new TrustedAuthoriti
 
 class TlsConversation : public testing::Test {
  protected:
-  // One mail; whatever happens, only what TLS needs is told in the clear.
+  // One mail; only what TLS needs may be sent in the clear.
   static std::vector<std::string> converseInTls(const char* what, const std::string& script,
                                                 bool sent, const std::string& logged,
                                                 const Prepare& prepare = {},
@@ -98,7 +98,7 @@ TEST_F(TlsConversation, BeginsWithTls) {
                 [](KvMailMan& mailMan, KvEmail&) { mailMan.put_ReadTimeout(0); });
 }
 
-// Where TLS keeps the password secret, LOGIN may take the place of a method that would.
+// Under TLS, LOGIN may replace a method that hides the password.
 TEST_F(TlsConversation, MayShowThePassword) {
   converseInTls("after HELO, forced to CRAM-MD5",
                 kStart +
