@@ -8,6 +8,7 @@
 
 #include "base/ascii.h"
 #include "base/hex_digit.h"
+#include "base/text.h"
 #include "platform/system/files.h"
 
 namespace platform {
@@ -82,12 +83,14 @@ bool isPort(std::string_view text) {
   text.remove_prefix(1);
   const bool digits = !text.empty() && text.size() <= 5 &&
                       text.find_first_not_of("0123456789") == std::string_view::npos;
-  return digits && std::stoi(std::string(text)) <= 65535;
+  const int port = digits ? std::stoi(std::string(text)) : 0;
+  return port > 0 && port <= 65535;
 }
 
 // HOST[:PORT], where an IPv6 address stands in brackets.
 bool isServer(std::string_view text) {
-  if (text.find_first_of(" <>\"") != std::string_view::npos) return false;
+  if (text.find_first_of(" <>\"?#@,%") != std::string_view::npos) return false;
+  if (text.starts_with("[]")) return false;
   const std::size_t end =
       text.starts_with('[') ? text.find(']') + 1 : std::min(text.find(':'), text.size());
   return end > 0 && end <= text.size() && (end == text.size() || text[end] == ':') &&
@@ -147,7 +150,7 @@ std::string fileSetting(const std::string& name) {
 bool readDirectorySettings(Registry& registry, const std::string& uri, ServedDirectories served,
                            DirectorySettings& settings, std::string& error) {
   const auto refuse = [&error](const std::string& what) {
-    error = what;
+    error = base::loggableLine(what);
     return false;
   };
   SettingsKey key(registry, error);

@@ -2,6 +2,8 @@
 
 It takes any bind, answers every base search with `head` and gives for every subtree search the next
 of `pages`: bytes to send as they are, or None to hang up. After the last page it stays silent.
+The result codes of modifications are those of `modify`; `changes` notes how many of pwdLastSet each
+made.
 `message`, `entry` and the like make the bytes (RFC 4511, in BER).
 """
 
@@ -55,11 +57,13 @@ def page_of(*operations, cookie=b"", code=SUCCESS):
 
 class BrokenLdap(Rig):
     def __init__(self, pages, head=entry("DC=x", defaultNamingContext="DC=x", maxPwdAge="-600000000"),
-                 bind=lambda number: message(number, result(0x61))):
+                 bind=lambda number: message(number, result(0x61)), modify=()):
         super().__init__()
         self._pages = iter(pages)
         self._head = head
         self._bind = bind
+        self._modify = iter(modify)
+        self.changes = []
 
     def start(self):
         path = str(self.folder / "socket")
@@ -81,7 +85,7 @@ class BrokenLdap(Rig):
 
     def _converse(self, peer):
         while request := self._read(peer):
-            number, operation, scope = request
+            number, operation, scope, data = request
             answer = None
             if operation == 0x60:
                 answer = self._bind
@@ -89,6 +93,10 @@ class BrokenLdap(Rig):
                 answer = page_of(self._head)
             elif operation == 0x63:
                 answer = next(self._pages, lambda _: b"")
+            elif operation == 0x66:
+                self.changes.append(data.count(b"pwdLastSet"))
+                code = next(self._modify)
+                answer = lambda number, code=code: message(number, result(0x67, code))
             elif operation in (0x42, 0x50):
                 continue
             if answer is None:
@@ -97,7 +105,7 @@ class BrokenLdap(Rig):
 
     @staticmethod
     def _read(peer):
-        """Message number, operation and, of a search, its scope."""
+        """Message number, operation, of a search its scope, and all bytes."""
         data = peer.recv(65536)
         if not data:
             return None
@@ -110,4 +118,4 @@ class BrokenLdap(Rig):
         if operation == 0x63:
             at += 2 if data[at + 1] < 0x80 else 2 + (data[at + 1] & 0x7F)
             scope = data[at + 2 + data[at + 1] + 2]
-        return number, operation, scope
+        return number, operation, scope, data

@@ -2,12 +2,14 @@
 #include "platform/directory/ldif/ldif_source.h"
 
 #include <filesystem>
+#include <optional>
 #include <string>
 #include <utility>
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include "platform/directory/entry_attributes.h"
 #include "platform/system/files.h"
 #include "platform/text/byte_lines.h"
 #include "tests/support/temp_dir.h"
@@ -131,16 +133,6 @@ TEST_F(LdifSourceTest, AFaultyRecordIsReportedAndItsNeighboursAreRead) {
   EXPECT_EQ(names(snapshot), "after ");
 }
 
-TEST_F(LdifSourceTest, AValueThatNobodyWantsMayHaveAnyLength) {
-  // Longer than what is read at once; the wanted line after it is still found in its place.
-  const std::string photo = "photo: " + std::string(3 * kMaxLineBytes, 'x') + "\r\n";
-  const DirectorySnapshot snapshot =
-      load(kHead + user("a", photo + "pwdLastSet: 77\n") + user("b"));
-  ASSERT_EQ(names(snapshot), "a b ");
-  ASSERT_EQ(expire(snapshot.entries[0]), "0 ");
-  EXPECT_TRUE(fileText().find("x\r\npwdLastSet:  0\n\ndn: CN=b") != std::string::npos);
-}
-
 TEST_F(LdifSourceTest, FailsAsAWholeWithOneLine) {
   DirectorySnapshot snapshot;
   EXPECT_TRUE(failed(LdifSource("missing.ldif").load(snapshot, error)));
@@ -152,7 +144,7 @@ TEST_F(LdifSourceTest, FailsAsAWholeWithOneLine) {
   load("\n\nMZ\x90");
   EXPECT_EQ(error.text, "domain.ldif: no domain in it; domain.ldif:3: a line without \":\"");
   EXPECT_TRUE(failed(status));
-  EXPECT_EQ(load(user("a")).namingContext, "DC=site,DC=example");  // as its users tell
+  EXPECT_EQ(load(user("a")).namingContext, "DC=site,DC=example");  // from its users
 }
 
 TEST_F(LdifSourceTest, ExpiryOverwritesTheAttributeAndNothingElse) {
@@ -183,49 +175,63 @@ TEST_F(LdifSourceTest, ExpiryOverwritesTheAttributeAndNothingElse) {
       EXPECT_TRUE(again.warnings.empty());
     }
   }
-  const DirectorySnapshot snapshot = load(user("a", "pwdLastSet: 1340000000000"));
-  EXPECT_EQ(expire(snapshot.entries[0]), "0 ");
+  EXPECT_EQ(expire(load(user("a", "pwdLastSet: 1340000000000")).entries[0]), "0 ");
   EXPECT_EQ(fileText(), user("a", "pwdLastSet: 0\n###########"));
+  // A value that nobody wants may be longer than what is read at once.
+  const std::string photo = "photo: " + std::string(3 * kMaxLineBytes, 'x') + "\r\n";
+  EXPECT_EQ(expire(load(kHead + user("a", photo + "pwdLastSet: 77\n") + user("b")).entries[0]),
+            "0 ");
+  EXPECT_TRUE(fileText().find("x\r\npwdLastSet:  0\n\ndn: CN=b") != std::string::npos);
 }
 
 TEST_F(LdifSourceTest, OnlyThePasswordThatWasReadIsExpired) {
   const std::string line = "pwdLastSet: 134000000000000000\n";
-  const std::string start = kHead + user("a", line);
-  const std::string before = start + user("b", line);
+  const std::string start = kHead + user("a", line), before = start + user("b", line);
   const DirectoryEntry entry = load(before).entries[1];
   const std::string moved = "29 domain.ldif: changed since it was read";
-  const std::string gone = moved + "; not touched";
   const struct {
-    std::string file, expired, refreshed;  // "0 TIME" or the refusal
+    std::string file, refreshed, expired;  // "STATUS TIME" or "STATUS TEXT"
   } cases[] = {
-      {before, "0 ", "0 134000000000000000"},
-      {start + user("b", "pwdLastSet: 134000000000000001\n"),
-       "536870913 domain.ldif: the password of b was changed", "0 134000000000000001"},
-      {start + user("b", "pwdLastSet: 0\n################\n"), "0 ", "0 0"},
-      {start + user("x", line), gone, moved},  // another user in that place
-      {start + user("b", "pwdLastSet: 134000000000000000\n 1\n"), gone, moved},
-      {start + user("b", "pwdLastSet: 13400000000000000x\n"), gone, moved},
-      {"#\n" + before, gone, moved},
-      {before.substr(0, before.size() - 10), gone, moved},
-      {"", gone, moved},
+      {start + user("b", "pwdLastSet: 134000000000000001\n"), "0 134000000000000001",
+       "536870913 domain.ldif: the password of b was changed"},
+      {start + user("b", "pwdLastSet: 0\n################\n"), "0 0", "0 "},
+      {start + user("x", line), moved, moved + "; not touched"},  // another user in that place
+      {start + user("b", "pwdLastSet: 134000000000000000\n 1\n"), moved, moved + "; not touched"},
+      {start + user("b", "pwdLastSet: 13400000000000000x\n"), moved, moved + "; not touched"},
+      {"#\n" + before, moved, moved + "; not touched"},
+      {before.substr(0, before.size() - 10), moved, moved + "; not touched"},
+      {"", moved, moved + "; not touched"},
   };
   for (const auto& each : cases) {
     ASSERT_TRUE(writeWholeFile(kFile, each.file));
     DirectoryEntry fresh = entry;
     const AccountResult read = LdifSource(kFile).refresh(fresh);
-    EXPECT_EQ(std::to_string(read.status) + " " +
-                  (read.ok() ? std::to_string(fresh.pwdLastSet) : read.text),
-              each.refreshed);
+    const std::string text = read.ok() ? std::to_string(fresh.pwdLastSet) : read.text;
+    EXPECT_EQ(std::to_string(read.status) + " " + text, each.refreshed);
     EXPECT_EQ(expire(entry), each.expired);
-    if (each.file != before) {
-      EXPECT_EQ(fileText(), each.file);
-    }
+    EXPECT_EQ(fileText(), each.file);
   }
   DirectoryEntry never = load(user("a")).entries[0];
   EXPECT_EQ(expire(never), "29 domain.ldif: no pwdLastSet to set for a");
   EXPECT_TRUE(LdifSource(kFile).refresh(never).ok());
   removeFile(kFile);
   EXPECT_EQ(expire(entry), "29 domain.ldif: cannot be read: No such file or directory");
+}
+
+// As a server writes its clock.
+TEST(EntryAttributes, Times) {
+  const std::pair<const char*, std::optional<std::int64_t>> cases[] = {
+      {"16010101000000Z", 0},
+      {"20260305090703.0Z", 134171752230000000},
+      {"20240229235960,999Z", 133537248000000000},
+      {"20260305090703+0100", std::nullopt},
+      {"20260305090703", std::nullopt},
+      {"20250229000000Z", std::nullopt},
+      {"20260305240000Z", std::nullopt},
+      {"2026030509070Z", std::nullopt},
+      {"", std::nullopt},
+  };
+  for (const auto& [text, time] : cases) EXPECT_EQ(timeValue(text), time) << text;
 }
 
 }  // namespace

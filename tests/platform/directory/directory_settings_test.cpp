@@ -1,0 +1,131 @@
+// Which directory the settings name, on a system that serves LDAP and on one that does not, and the
+// line that refuses what cannot be used.
+#include "platform/directory/directory_settings.h"
+
+#include <filesystem>
+#include <string>
+
+#include <gtest/gtest.h>
+
+#include "platform/registry/file/reg_registry.h"
+#include "platform/system/files.h"
+#include "tests/support/temp_dir.h"
+
+namespace {
+
+using namespace platform;
+
+constexpr auto kAll = ServedDirectories::LdapAndLdif;
+constexpr auto kFiles = ServedDirectories::OnlyLdif;
+const std::string kKey = "Software\\Kadro\\PwsentryPro\\Directory, value ";
+
+class DirectorySettingsTest : public testing::Test {
+ protected:
+  // What the key with these lines comes to, or the refusal. Names of files without their folder.
+  static std::string read(const std::string& lines, ServedDirectories served,
+                          const std::string& uri = "") {
+    EXPECT_TRUE(writeWholeFile("site.reg",
+                               "REGEDIT4\n[HKEY_LOCAL_MACHINE\\Software\\Kadro\\PwsentryPro\\"
+                               "Directory]\n" +
+                                   lines + "\n"));
+    std::string error;
+    const auto registry = RegRegistry::load("site.reg", error);
+    EXPECT_TRUE(registry) << error;
+    DirectorySettings settings;
+    if (!readDirectorySettings(*registry, uri, served, settings, error)) return error;
+    const LdapSettings& ldap = settings.ldap;
+    const auto plain = [](const std::string& file) {
+      EXPECT_EQ(file, absolutePath(file));
+      return std::filesystem::path(file).filename().string();
+    };
+    if (!settings.ldifFile.empty()) return "file " + plain(settings.ldifFile);
+    if (ldap.bind == LdapSettings::Bind::Simple) {
+      return "simple " + ldap.bindUser + " " + plain(ldap.bindPasswordFile) + " " +
+             plain(ldap.caFile);
+    }
+    return ldap.uri + " " + ldap.base;
+  }
+
+  test_support::TempDir folder;
+};
+
+TEST_F(DirectorySettingsTest, Addresses) {
+  const std::pair<const char*, const char*> served[] = {
+      {"", " "},
+      {"ldap://dc1", "ldap://dc1 "},
+      {"LDAPS://dc1:636/DC=site,DC=example", "ldaps://dc1:636 DC=site,DC=example"},
+      {"ldap://dc1:65535/", "ldap://dc1:65535 "},
+      {"ldap://dc1/OU=A%20b%2c%C3%A4,DC=x", "ldap://dc1 OU=A b,\u00E4,DC=x"},
+      {"ldap://[2001:db8::1]", "ldap://[2001:db8::1] "},
+      {"ldap://[::1]:389/DC=x", "ldap://[::1]:389 DC=x"},
+      {"ldapi://%2Frun%2Fldapi/DC=x", "ldapi://%2Frun%2Fldapi DC=x"},
+      {"LDIF:domain.ldif", "file domain.ldif"},
+  };
+  for (const auto& [uri, result] : served) {
+    const std::string value = std::string("\"uri\"=\"") + uri + "\"";
+    EXPECT_EQ(read(value, kAll), result);
+    EXPECT_EQ(read("", kAll, uri), result);
+  }
+  for (const char* uri : {"ldap://",
+                          "ldap://:389",
+                          "ldap://dc1:",
+                          "ldap://dc1:0",
+                          "ldap://dc1:65536",
+                          "ldap://dc1:x",
+                          "ldap://dc 1",
+                          "ldap://dc1,ldap://dc2",
+                          "ldap://me@dc1",
+                          "ldap://::1",
+                          "ldap://[::1",
+                          "ldap://[]",
+                          "ldap://[::1]x",
+                          "ldap://dc1?sub",
+                          "ldap://dc1/DC=x?mail",
+                          "ldap://dc1/%4",
+                          "ldap://dc1/%zz",
+                          "ldap://dc1/%00",
+                          "http://dc1",
+                          "dc1",
+                          "ldif:",
+                          "ldif"}) {
+    const std::string refusal = std::string("\"") + uri +
+                                "\" is not ldap://HOST[:PORT][/DN], ldaps://..., ldapi://... or "
+                                "ldif:FILE";
+    EXPECT_EQ(read(std::string("\"uri\"=\"") + uri + "\"", kAll), kKey + "\"uri\": " + refusal);
+    EXPECT_EQ(read("\"uri\"=\"ldap://other\"", kAll, uri), "directory URI: " + refusal);
+  }
+  EXPECT_EQ(read("", kAll, "a\nb").find('\n'), std::string::npos);
+}
+
+TEST_F(DirectorySettingsTest, ASystemWithADomainOfItsOwnServesOnlyFiles) {
+  const std::string bind = "\"bindMethod\"=\"junk\"\n";
+  EXPECT_EQ(read(bind, kFiles), " ");
+  EXPECT_EQ(read(bind + "\"uri\"=\"Ldif:domain.ldif\"", kFiles), "file domain.ldif");
+  EXPECT_EQ(read("\"uri\"=\"ldap://dc1\"", kFiles),
+            kKey + "\"uri\": \"ldap://dc1\" is not ldif:FILE; without it this system reads the " +
+                "machine's own domain");
+}
+
+TEST_F(DirectorySettingsTest, TypesAndBinds) {
+  const std::string simple = "\"bindMethod\"=\"Simple\"\n", user = "\"bindUser\"=\"u\"\n";
+  const std::string rest = "\"bindPasswordFile\"=\"secret\"\n\"caFile\"=\"ca.pem\"\n";
+  const std::string noText = ": is not a text of less than 4096 bytes";
+  const std::pair<std::string, std::string> cases[] = {
+      // REG_EXPAND_SZ "ldif:%a%": a text, in which nothing is expanded.
+      {"\"uri\"=hex(2):6c,64,69,66,3a,25,61,25,00", "file %a%"},
+      {"\"uri\"=dword:00000001", kKey + "\"uri\"" + noText},
+      {"\"uri\"=\"ldif:" + std::string(4096, 'x') + "\"", kKey + "\"uri\"" + noText},
+      {"\"caFile\"=hex:00", kKey + "\"caFile\"" + noText},
+      {simple + user + rest, "simple u secret ca.pem"},
+      {simple + rest, kKey + "\"bindUser\": missing"},
+      {simple + user, kKey + "\"bindPasswordFile\": missing"},
+      {"\"bindMethod\"=\"GSSAPI\"\n" + user + rest, " "},
+      {"\"bindMethod\"=\"digest\"",
+       kKey + "\"bindMethod\": \"digest\" is neither \"gssapi\" nor \"simple\""},
+      // A file needs no bind.
+      {"\"bindMethod\"=\"digest\"\n\"uri\"=\"ldif:x\"", "file x"},
+  };
+  for (const auto& [lines, result] : cases) EXPECT_EQ(read(lines, kAll), result);
+}
+
+}  // namespace
