@@ -150,7 +150,10 @@ std::string_view Email2::wireBody(std::string& scratch) const {
 }
 
 void Email2::normaliseTransferEncodings() {
-  if (original_ != nullptr && MimeMessage2::isUnchanged(*this)) return;
+  if (original_ != nullptr) {
+    if (MimeMessage2::isUnchanged(*this)) return;
+    original_.reset();
+  }
   if (children_.empty()) normaliseOwnEncoding();
   for (const auto& child : children_) child->normaliseTransferEncodings();
   // A boundary that others chose, or that somebody knows, must not be found in a body.

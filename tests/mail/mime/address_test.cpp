@@ -33,6 +33,8 @@ TEST(ParseAddress, ReadsOneAddress) {
       {", , j@x.org, k@x.org", {"", "j@x.org"}},
       {"Undisclosed recipients", {"undisclosed-recipients", ""}},
       {"undisclosed-recipients:;", {"undisclosed-recipients", ""}},
+      {"Undisclosed Recipients List <list@x.org>", {"Undisclosed Recipients List", "list@x.org"}},
+      {"undisclosed-recipients@x.org", {"", "undisclosed-recipients@x.org"}},
       {"C=US;A= ;P=Org;O=Unit;CN=Joe Doe", {"", "C=US;A= ;P=Org;O=Unit;CN=Joe Doe"}},
       {"Joe <C=US;O=Unit;S=Doe>", {"Joe", "C=US;O=Unit;S=Doe"}},
       // A name can't bring a line break with it, encoded or not.

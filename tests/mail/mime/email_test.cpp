@@ -66,48 +66,33 @@ TEST(KvEmail, ReportMail) {
   email.SetHtmlBody("<html><img src=images/logo.gif>\n<td>J\xC3\xB6rg</td></html>");
   EXPECT_EQ(masked(email.GetMime()),
             kHead +
-                "Content-Type: multipart/mixed;\r\n"
-                "\tboundary=\"B.MIX\"\r\n"
-                "Content-Transfer-Encoding: 7bit\r\n"
-                "X-Priority: 1\r\n"
-                "From: help@example.org\r\n"
-                "Return-Path: help@example.org\r\n"
+                "Content-Type: multipart/mixed;\r\n\tboundary=\"B.MIX\"\r\n"
+                "Content-Transfer-Encoding: 7bit\r\nX-Priority: 1\r\n"
+                "From: help@example.org\r\nReturn-Path: help@example.org\r\n"
                 "To: \"admin@example.org\" <admin@example.org>\r\n"
-                "Subject: Norvyn Password Expiration Report\r\n"
-                "\r\n"
-                "--B.MIX\r\n"
-                "Content-Type: multipart/related;\r\n"
-                "\tboundary=\"B.REL\"\r\n"
-                "\r\n"
-                "--B.REL\r\n"
-                "Content-Type: text/html; charset=\"utf-8\"\r\n"
-                "Content-Transfer-Encoding: quoted-printable\r\n"
-                "\r\n"
+                "Subject: Norvyn Password Expiration Report\r\n\r\n"
+                "--B.MIX\r\nContent-Type: multipart/related;\r\n\tboundary=\"B.REL\"\r\n\r\n"
+                "--B.REL\r\nContent-Type: text/html; charset=\"utf-8\"\r\n"
+                "Content-Transfer-Encoding: quoted-printable\r\n\r\n"
                 "<html><img src=3Dimages/logo.gif>\r\n<td>J=C3=B6rg</td></html>\r\n"
-                "--B.REL\r\n"
-                "Content-Type: image/gif\r\n"
-                "Content-Transfer-Encoding: base64\r\n"
+                "--B.REL\r\nContent-Type: image/gif\r\nContent-Transfer-Encoding: base64\r\n"
                 "Content-Disposition: inline; filename=\"images/logo.gif\"\r\n"
-                "Content-Location: images/logo.gif\r\n"
-                "\r\n"
-                "R0lGODlhDQoKAQ==\r\n"
-                "--B.REL--\r\n"
-                "--B.MIX--\r\n");
+                "Content-Location: images/logo.gif\r\n\r\n"
+                "R0lGODlhDQoKAQ==\r\n--B.REL--\r\n--B.MIX--\r\n");
 }
 
 TEST(KvEmail, BouncesGoToTheFirstSenderUnlessTold) {
   Utf8Email email;
-  const Email2& message = *email.implementation().message();
   email.put_From("no address");
   EXPECT_EQ(email.GetHeaderField("From"), nullptr);
   EXPECT_EQ(email.GetHeaderField("Return-Path"), nullptr);
   email.put_From("first@x.org");
   email.AddHeaderField("From", "Second <second@x.org>");
   EXPECT_STREQ(email.GetHeaderField("Return-Path"), "first@x.org");
-  EXPECT_EQ(message.reversePath(), "second@x.org");
-  // An explicit bounce address stays, although the field is taken out before the mail is sent.
+  EXPECT_EQ(email.implementation().message()->reversePath(), "second@x.org");
+  // An explicit bounce address stays, although the field is removed before the mail is sent.
   email.AddHeaderField("Return-Path", "<bounce@x.org>");
-  const auto copy = message.clone();
+  const auto copy = email.implementation().message()->clone();
   copy->removeHeaderField("Return-Path");
   EXPECT_EQ(copy->reversePath(), "bounce@x.org");
 }
@@ -123,6 +108,12 @@ TEST(KvEmail, TakesRecipientsThatHaveAnAddress) {
   EXPECT_FALSE(email.AddMultipleCC("c@x.org, none"));
   EXPECT_STREQ(email.GetTo(), "\"Doe, \\\"J\\\"\" <j@x.org>, k@x.org, \"L, M\" <l@x.org>");
   EXPECT_STREQ(email.GetCC(), "c@x.org");
+  std::string many = "a@x";
+  for (std::size_t i = 0; i < kMaxRecipients; ++i) many += ",b@x";
+  EXPECT_FALSE(email.AddHeaderField("To", many.c_str()));
+  EXPECT_FALSE(email.AddMultipleBcc(many.c_str()));
+  EXPECT_NE(std::string(email.LastErrorText()).find(kTooManyRecipients), std::string::npos);
+  EXPECT_STREQ(email.GetBcc(), "");
   // Those who are not named stay beside others, whose names need encoding.
   EXPECT_TRUE(email.AddCC("", "Undisclosed recipients"));
   EXPECT_TRUE(email.AddCC("J\xC3\xB6rg", "j@x.org"));
@@ -187,17 +178,36 @@ TEST(KvEmail, FieldsKeepTheirPlaceAndTheMessageItsCharset) {
   EXPECT_STREQ(email.GetHeaderField("content-type"), "text/plain");
   email.AddTo("J\xC3\xB6rg", "j@x.org");
   EXPECT_STREQ(email.GetHeaderField("content-type"), "text/plain; charset=\"utf-8\"");
+}
 
-  Utf8Email latin;
-  latin.AddHeaderField("Content-Type", "text/plain; charset=iso-8859-1; x-more=1");
-  latin.AddTo("J\xC3\xB6rg", "j@x.org");
-  EXPECT_STREQ(latin.GetHeaderField("content-type"), "text/plain; charset=iso-8859-1; x-more=1");
-  latin.put_Body("\xC3\xBC");
-  EXPECT_TRUE(std::string(latin.GetMime()).ends_with("\r\n\r\n=FC"));
-  // Text that the charset can't carry changes the label, not the text.
-  latin.put_Body("\xE6\xBC\xA2");
-  EXPECT_STREQ(latin.GetHeaderField("content-type"), "text/plain; charset=\"utf-8\"");
-  EXPECT_TRUE(std::string(latin.GetMime()).ends_with("\r\n\r\n=E6=BC=A2"));
+TEST(KvEmail, NoTextIsLostToItsCharset) {
+  // Charset, text, and its bytes in the charset. Without them the text leaves as UTF-8: it is not
+  // in the charset, or not in what readers know by the charset's name. "?": as the system converts.
+  const std::array<std::string, 3> rows[] = {
+      {"iso-8859-1", "\xC3\xBC", "=FC"},    {"iso-8859-1", "\xE6\xBC\xA2", ""},
+      {"iso-8859-10", "\xC4\x84", "=A1"},   {"iso-8859-14", "\xE1\xB8\x82", "=A1"},
+      {"iso-8859-16", "\xC8\x98", "=AA"},   {"iso-8859-16", "\xC3\x9E", ""},
+      {"us-ascii", "C:\\dir", "C:\\dir"},   {"us-ascii", "\xC3\xBC", ""},
+      {"gb2312", "\xE6\xB1\x89", "=BA=BA"}, {"gb2312", "\xE9\x8E\x94", ""},
+      {"gbk", "\xE9\x8E\x94", "=E6g"},      {"no-such", "a", ""},
+      {"euc-kr", "\xEA\xB0\x80", "=B0=A1"}, {"euc-kr", "\xEA\xB0\x82", ""},
+      {"big5", "\xE6\xBC\xA2", "=BA~"},     {"big5", "\xE2\x82\xAC", ""},
+      {"hz-gb-2312", "~{a", "?"},           {"johab", "C:\\dir", "?"},
+      {"utf-7", "a+b \xC3\xBC", "?"},       {"utf-16", "a", ""},
+  };
+  for (const auto& [charset, text, bytes] : rows) {
+    Utf8Email email, read;
+    email.AddHeaderField("Content-Type", ("text/plain; x=y; charset=" + charset).c_str());
+    email.AddTo("J\xC3\xB6rg", "j@x.org");  // does not change it
+    email.put_Body(text.c_str());
+    const std::string mime = email.GetMime();
+    ASSERT_TRUE(read.SetFromMimeText(mime.c_str()));
+    EXPECT_EQ(read.GetPlainTextBody(), text) << charset;
+    if (bytes == "?") continue;
+    const std::string label = bytes.empty() ? "\"utf-8\"" : charset;
+    EXPECT_NE(mime.find("; charset=" + label + "\r\n"), std::string::npos) << mime;
+    EXPECT_TRUE(bytes.empty() || mime.ends_with("\r\n\r\n" + bytes)) << mime;
+  }
 }
 
 // The tree's types, and what each text is: "mixed(related(html image) plain)".
@@ -326,6 +336,17 @@ TEST(KvEmail, ReplacesPatternsInTheTextsOfTheCopyOnly) {
   EXPECT_NE(log.text().find("Replacing [NAME] with [J"), std::string::npos);
   EXPECT_STREQ(email.GetHeaderField("Subject"), "Dear NAME");
   EXPECT_STREQ(email.GetHtmlBody(), "<b>NAME, NAME</b>");
+  // So are texts that came encoded, with line ends of any kind.
+  for (const char* text :
+       {"Content-Transfer-Encoding: base64\r\n\r\nTkFNRQo=",
+        "Content-Transfer-Encoding: quoted-printable\r\n\r\nNA=4DE\n",
+        "Content-Type: text/plain; charset=utf-16le\r\nContent-Transfer-Encoding: base64\r\n\r\n"
+        "TgBBAE0ARQAKAA=="}) {
+    Utf8Email read;
+    ASSERT_TRUE(read.SetFromMimeText(text));
+    read.SetReplacePattern("NAME", "N");
+    EXPECT_EQ(read.implementation().cloneForSending(log)->textBody(), "N\n") << text;
+  }
   // Attachments leave byte for byte, text or not.
   copy->normaliseTransferEncodings();
   std::string mime;
@@ -377,6 +398,7 @@ TEST(KvEmail, ChangesTheTextsOfOthersInTheirPlaces) {
   EXPECT_TRUE(std::string(forward->GetHtmlBody()).ends_with("\r\nH"));
   EXPECT_TRUE(email.SetTextBody("NEW", ""));
   EXPECT_STREQ(email.GetPlainTextBody(), "NEW");
+  EXPECT_NE(std::string(email.GetMime()).find("\r\n\r\nNEW\r\n--c"), std::string::npos);
   EXPECT_STREQ(email.GetHtmlBody(), "H");
   email.SetFromMimeText("Content-Type: text/calendar\r\n\r\nC");
   EXPECT_EQ(shape(*email.CreateForward()->implementation().message()), "mixed(plain calendar)");

@@ -39,6 +39,13 @@ TEST(HeaderWriter, FoldsAndEncodes) {
       {"X-Note", x70,
        "X-Note: =?utf-8?Q?" + std::string(56, 'x') + "?=\r\n =?utf-8?Q?" + std::string(14, 'x') +
            "?=\r\n"},
+      // Words that are there already are not encoded again, and other text is, once.
+      {"Subject", "=?utf-8?B?" + x70 + "?=", "Subject: =?utf-8?B?" + x70 + "?=\r\n"},
+      {"Subject", "=?utf-8?B?w7w=?= \xC3\xBC", "Subject: =?utf-8?Q?=C3=BC_=C3=BC?=\r\n"},
+      // No fold in quotes.
+      {"Cc", "\"a \\\" " + x70 + " b\" <a@x>", "Cc: \"a \\\" " + x70 + " b\"\r\n <a@x>\r\n"},
+      {"Content-Disposition", "inline; filename=\"a " + x70 + "\"",
+       "Content-Disposition: inline;\r\n filename=\"a " + x70 + "\"\r\n"},
       {"References", "<" + x70 + "@x>", "References: <" + x70 + "@x>\r\n"},
       // Folds that are in the value stay.
       {"To", "a@x,\r\n b@x", "To: a@x,\r\n b@x\r\n"},
@@ -111,6 +118,9 @@ TEST(ContentType, ReadsTheNamesThatOthersWrite) {
       {"a/b; name*0=\"one \"; name*1=two", "one two"},
       {"a/b; name=  \" lead.txt \" ;x=y", " lead.txt "},
       {"a/b; name=fallback; name*=utf-8''%C3%BC", "\xC3\xBC"},
+      {"a/b; name*0=no; name*=utf-8''%C3%BC; name*1=ne", "\xC3\xBC"},
+      {"a/b; name=x; name*0=\"val\"; name*1=\"ue2\"; name*x=y", "value2"},
+      {"a/b; name=x; name*1=lost", "x"},
       {"a/b; name=\"=?utf-8?B?w7w=?=\"", "\xC3\xBC"},
       {"a/b; name*=utf-8''a%0D%0ABcc: x", "aBcc: x"},
       {"a/b; name", ""},
@@ -121,11 +131,12 @@ TEST(ContentType, ReadsTheNamesThatOthersWrite) {
 
 TEST(MimeParameter, NamesComeBack) {
   std::string words;
-  for (int i = 0; i < 60; ++i) words += "\xC3\xBC x";
+  for (int i = 0; i < 60; ++i) words += "\xC3\xBC xy";
   for (const std::string& name : {words, std::string(" =?utf-8?B?Zm9v?=.txt ")}) {
     std::string text = "attachment;\r\n\t";
     appendParameter("filename", name, text);
     EXPECT_LE(longestLine(text), 76U);
+    EXPECT_EQ(text.find("*=%BC"), std::string::npos);  // each piece holds whole characters
     std::vector<MimeParameter> parameters;
     EXPECT_EQ(parseParameterised(text, parameters), "attachment");
     EXPECT_EQ(parameterNamed(parameters, "filename"), name);

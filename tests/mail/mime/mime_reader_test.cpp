@@ -26,67 +26,107 @@ std::string written(const Email2& message) {
 }
 
 TEST(MimeReader, ReadsHeadersAsOthersWriteThem) {
-  const std::string lines =
-      "From someone Mon Jan  5 2008\r\n"
-      "Subject:  =?iso-8859-1?Q?Gr=FC=DFz?=\r\n\t=?utf-8?B?IQ==?=  \r\n"
-      "to: \"A, B\"\r\n <a@x.org>,=?utf-8?Q?C=2C_D?= <c@x.org>\r\n"
-      "Cc: <u@\rx.org>\r\n"
-      "X-Folded: one\r\n two\r\n"
-      "Message-ID: =?utf-8?Q?=3C=C3=BC=40x=3E?=\r\n"
-      "X-Empty:\r\n"
-      "X-Raw: \xFF\r\n"
-      "CONTENT-TYPE: text/plain; charset=windows-1251\r\n"
-      "Content-Transfer-Encoding: Quoted-Printable\r\n"
-      "\r\n"
-      "=CF=F0 =\r\nx  \r\n";
-  for (const bool lfOnly : {false, true}) {
-    std::string text = lines;
-    if (lfOnly) base::replaceAll(text, "\r\n", "\n");
-    const auto message = parsed(text);
-    EXPECT_EQ(message->headerField("subject"), "Gr\xC3\xBC\xC3\x9Fz!");
-    EXPECT_EQ(message->recipients(RecipientKind::To),
-              (std::vector<std::string>{"a@x.org", "c@x.org"}));
-    EXPECT_EQ(message->recipientList(RecipientKind::To)[1].name, "C, D");
-    EXPECT_EQ(message->recipients(RecipientKind::Cc), std::vector<std::string>{"u@ x.org"});
-    EXPECT_EQ(message->headerField("X-Folded"), "one two");
-    EXPECT_EQ(message->headerField("Message-ID"), "<\xC3\xBC@x>");
-    EXPECT_EQ(message->headerField("X-Empty"), "");
-    EXPECT_EQ(message->headerField("X-Raw"), "\xD1\x8F");
-    EXPECT_EQ(message->textBody(), "\xD0\x9F\xD1\x80 x" + std::string(lfOnly ? "\n" : "\r\n"));
+  const std::string latin = "Content-Type: text/plain; charset=windows-1251";
+  const std::array<std::string, 3> rows[] = {
+      // header, a field, what it reads
+      {"From someone Mon Jan  5 2008\r\nSubject:  "
+       "=?iso-8859-1?Q?Gr=FC=DFz?=\r\n\t=?utf-8?B?IQ==?= ",
+       "subject", "Gr\xC3\xBC\xC3\x9Fz!"},
+      {"to: \"A, B\"\r\n <a@x.org>,=?utf-8?Q?C=2C_D?= <c@x.org>", "To",
+       "\"A, B\" <a@x.org>, \"C, D\" <c@x.org>"},
+      {"Cc: <u@\rx.org>", "Cc", "<u@ x.org>"},
+      {"X-Folded: one\r\n two", "X-Folded", "one two"},
+      {"From: \"one\r\n two\" <a@x.org>", "From", "\"one two\" <a@x.org>"},
+      {"Message-ID: =?utf-8?Q?=3C=C3=BC=40x=3E?=", "Message-ID", "<\xC3\xBC@x>"},
+      {"X-Empty:", "X-Empty", ""},
+      // Bytes are in the part's charset, in Windows-1252 where they cannot be, in a word in its
+      // own.
+      {"X: \xFF\r\n" + latin, "X", "\xD1\x8F"},
+      {"X: \xC3\xBC\r\n" + latin, "X", "\xC3\xBC"},
+      {"X: \xFC\x80\r\nContent-Type: text/plain; charset=utf-8", "X", "\xC3\xBC\xE2\x82\xAC"},
+      {"From: M\xFCller <m@x.org>", "From", "\"M\xC3\xBCller\" <m@x.org>"},
+      {"Subject: \xFC =? =?windows-1251?Q?\xFF=FF?= \xFC", "Subject",
+       "\xC3\xBC =? \xD1\x8F\xD1\x8F \xC3\xBC"},
+      // What gives orders to the library is no one else's to write.
+      {"KVX-Bcc: h@x.org\r\nkvx-filedistlist : /etc/passwd\r\nKVZ-A: b", "KVX-FileDistList", ""},
+      {"KVX-Bcc: h@x.org", "KVX-Bcc", ""},
+  };
+  for (const auto& [header, name, value] : rows) {
+    for (const std::string_view lineEnd : {"\r\n", "\n"}) {
+      std::string text = header + "\r\n\r\nx";
+      base::replaceAll(text, "\r\n", lineEnd);
+      EXPECT_EQ(parsed(text)->headerField(name), value) << header;
+      EXPECT_TRUE(parsed(text)->recipients(RecipientKind::Bcc).empty());
+    }
   }
 }
 
 TEST(MimeReader, ReadsBodies) {
-  constexpr std::string_view utf16 =
-      "Content-Type: text/plain; charset=utf-16\r\nContent-Transfer-Encoding: base64\r\n";
-  const std::array<std::string_view, 3> rows[] = {
+  const std::string utf16 =
+      "Content-Transfer-Encoding: base64\r\nContent-Type: text/plain; charset=utf-16";
+  const std::array<std::string, 3> rows[] = {
       // header, body, text
-      {"", "no line end", "no line end"},
-      {"", "", ""},
-      {"Content-Transfer-Encoding: base64\r\n", "SGVs\r\nbG8=\r\n", "Hello"},
-      {"Content-Type: text/plain; charset=koi8-r\r\n", "\xF0", "\xD0\x9F"},
+      {"X: y", "no line end", "no line end"},
+      {"X: y", "", ""},
+      {"no header", "more", "no header\r\n\r\nmore"},
+      {"Content-Transfer-Encoding: base64", "SGVs\r\nbG8=\r\n", "Hello"},
+      {"CONTENT-TYPE: text/plain; charset=koi8-r\r\n"
+       "Content-Transfer-Encoding: Quoted-Printable",
+       "=F0 =\r\nx  \r\n", "\xD0\x9F x\r\n"},
       // Bytes that are not what their label says stay, as far as they can be read.
-      {"Content-Type: text/plain; charset=us-ascii\r\n", "\xC3\xBC", "\xC3\xBC"},
-      {"Content-Type: text/plain; charset=nonsense\r\n", "a\xFF", "a\xEF\xBF\xBD"},
-      {"Content-Type: text/plain; charset=utf-16le\r\nContent-Transfer-Encoding: base64\r\n",
-       "/AAKAA==", "\xC3\xBC\n"},
+      {"Content-Type: text/plain; charset=us-ascii", "\xC3\xBC", "\xC3\xBC"},
+      {"Content-Type: text/plain; charset=nonsense", "a\xFF", "a\xEF\xBF\xBD"},
+      {utf16 + "le", "/AAKAA==", "\xC3\xBC\n"},
       // As the mark says; without one big-endian (RFC 2781 section 4.3).
       {utf16, "//78AAoA", "\xC3\xBC\n"},
       {utf16, "APwACg==", "\xC3\xBC\n"},
-      {"Content-Transfer-Encoding: x-uuencode\r\n", "begin 644 a\r\n#0V%T\r\n`\r\nend\r\n", "Cat"},
-      {"Content-Type: multipart/mixed\r\n", "--b\r\n\r\nx", "--b\r\n\r\nx"},  // no boundary
-      {"Content-Type: multipart/mixed; boundary=b\r\n", "no part", "no part"},
+      {"Content-Transfer-Encoding: x-uuencode", "begin 644 a\r\n#0V%T\r\n`\r\nend\r\n", "Cat"},
+      {"Content-Type: multipart/mixed", "--b\r\n\r\nx", "--b\r\n\r\nx"},  // no boundary
+      {"Content-Type: multipart/mixed; boundary=b", "no part", "no part"},
   };
   for (const auto& [header, body, text] : rows) {
-    const auto message = parsed(std::string(header) + "\r\n" + std::string(body));
+    const auto message = parsed(header + "\r\n\r\n" + body);
     EXPECT_EQ(message->textBody(), text) << header;
     // And it leaves so that it is read the same again.
     message->normaliseTransferEncodings();
     EXPECT_EQ(parsed(written(*message))->textBody(), text) << header;
+    EXPECT_EQ(parsed(written(*message))->filename(), text == "Cat" ? "a" : "");
   }
-  const auto file = parsed("Content-Transfer-Encoding: x-uue\r\n\r\nbegin 644 a\n#0V%T\n`\nend\n");
-  EXPECT_EQ(parsed(written(*file))->filename(), "a");
-  EXPECT_EQ(parsed("just text\r\nmore")->textBody(), "just text\r\nmore");
+}
+
+TEST(MimeReader, WritesAgainWhatItRead) {
+  using namespace std::string_view_literals;
+  constexpr std::string_view latinName =
+      "From: =?utf-8?Q?J=C3=B6rg?= <j@x>\nContent-Type: text/plain; charset=us-ascii\n\nx";
+  constexpr std::string_view linesInUtf8 =
+      "Content-Transfer-Encoding: quoted-printable\nContent-Type: text/plain; charset=utf-8\n\n"
+      "=C3=BC\nb\n";
+  // Neither folds nor blanks nor the encoding of a signed part change, nor what is nested in it.
+  constexpr std::string_view isSigned =
+      "Content-Type: multipart/signed; boundary=b\n\n"
+      "--b\nContent-type:  multipart/mixed;\n   boundary=c\n\npreamble\n--c\nX:   y\n"
+      "Content-Type: multipart/signed; boundary=d\n\n--d\nX:  y\n\n=\xC3\xBC \n--d--\n--c--\n"
+      "--b\nContent-Type:  a/signature\n\ns\n--b--\n";
+  constexpr std::string_view digest =
+      "Content-Type: multipart/digest; boundary=b\n\n--b\n\nSubject: \xC3\xBC\n\ntext\n--b--\n";
+  const std::pair<std::string_view, std::string_view> rows[] = {
+      {latinName, latinName},
+      {linesInUtf8, linesInUtf8},
+      {isSigned, isSigned},
+      {digest, digest},
+      {"\na\0b"sv, "Content-Transfer-Encoding: quoted-printable\n\na=00b"},
+      {"Content-Type: multipart/mixed\n\nHello\n-- \nJoe",
+       "Content-Type: text/plain\n\nHello\n-- \nJoe"},
+      {"Content-Type: multipart/mixed; boundary=\"a\0\n\n--a\n\nx"sv,
+       "Content-Type: multipart/mixed; boundary=\"a\n\n--a\n\nx\n--a--\n"},
+  };
+  for (const auto& [text, again] : rows) {
+    const auto message = parsed(text);
+    message->normaliseTransferEncodings();
+    std::string mime = written(*message);
+    base::replaceAll(mime, "\r\n", "\n");
+    EXPECT_EQ(mime, again);
+  }
 }
 
 // The texts of the parts, in brackets where they nest.
@@ -139,51 +179,30 @@ TEST(MimeReader, NoBodyBecomesAPartWhenItIsWrittenAgain) {
 }
 
 TEST(MimeReader, RefusesWhatGoesBeyondItsLimits) {
+  const auto times = [](std::size_t count, std::string_view text) {
+    std::string out;
+    while (count-- > 0) out += text;
+    return out;
+  };
   std::string nested = "x";
   for (int depth = 0; depth < 100; ++depth) {
     const std::string boundary = "b" + std::to_string(depth);
     nested = "Content-Type: multipart/mixed; boundary=" + boundary + "\r\n\r\n--" + boundary +
              "\r\n" + nested + "\r\n--" + boundary + "--\r\n";
   }
-  std::string parts = "Content-Type: multipart/mixed; boundary=b\r\n\r\n";
-  for (std::size_t i = 0; i <= kMaxParts; ++i) parts += "--b\r\n\r\nx\r\n";
-  std::string fields;
-  for (std::size_t i = 0; i <= kMaxHeaderFields; ++i) fields += "X: y\r\n";
   const std::pair<std::string, std::string_view> rows[] = {
       {nested, "nested too deeply"},
-      {parts, "too many parts"},
-      {fields + "\r\nx", "header is too long"},
+      {"Content-Type: multipart/mixed; boundary=b\r\n\r\n" +
+           times(kMaxParts + 1, "--b\r\n\r\nx\r\n"),
+       "too many parts"},
+      {times(kMaxHeaderFields + 1, "X: y\r\n") + "\r\nx", "header is too long"},
       {"X: " + std::string(kMaxHeaderBytes, 'y'), "header is too long"},
+      {"To: " + times(kMaxRecipients + 1, "a@x,"), kTooManyRecipients},
   };
   for (const auto& [text, error] : rows) {
     ErrorLog log;
     EXPECT_EQ(MimeMessage2::parse(text, log), nullptr);
     EXPECT_NE(log.text().find(error), std::string::npos) << error;
-  }
-}
-
-TEST(MimeReader, SurvivesDamagedText) {
-  Utf8Email email;
-  email.put_From("J\xC3\xB6rg <f@x.org>");
-  email.AddTo("\"a\" (b)", "a@x.org");
-  email.SetHtmlBody("<p>\xC3\xBC");
-  email.AddPlainTextAlternativeBody("p");
-  email.put_Subject(std::string(100, 'x').c_str());
-  email.AddStringAttachment("\xC3\xBC.txt", "t");
-  const std::string mime = email.GetMime();
-  EXPECT_EQ(written(*parsed(mime)), mime);
-  // Each cut and each changed byte gives some message, and what is written of it can be read.
-  constexpr std::string_view kBytes("\0\r\n\"<(:;=?-\xFF", 12);
-  for (std::size_t at = 0; at < mime.size(); ++at) {
-    parsed(std::string_view(mime).substr(0, at));
-    std::string damaged = mime;
-    damaged[at] = kBytes[at % kBytes.size()];
-    const auto message = parsed(damaged);
-    message->normaliseTransferEncodings();
-    std::string before, after;
-    base::appendWithCrLf(outline(*message), before);
-    base::appendWithCrLf(outline(*parsed(written(*message))), after);
-    EXPECT_EQ(after, before) << at;
   }
 }
 
