@@ -6,7 +6,7 @@
 
 namespace base {
 
-// The entity that stands for one of & < > " ' ("&amp;"); empty for any other character.
+// The entity of one of & < > " ' ("&amp;"); empty for any other character.
 std::string_view htmlEntity(char c);
 
 // The text with each of the characters in `special`, which are some of the five above, as its

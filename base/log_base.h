@@ -1,5 +1,5 @@
-// Where the library's routines write what they do and what went wrong. ErrorLog collects it,
-// LogNull drops it. Texts are UTF-8. Not shared between threads.
+// The log interface: routines of the mail library and of the sockets report to it what they do and
+// what failed. ErrorLog collects it, LogNull drops it. Texts are UTF-8. Not shared between threads.
 #pragma once
 
 #include <string_view>
@@ -12,7 +12,7 @@ class LogBase {
 
   virtual void LogError(std::string_view text) = 0;
   virtual void Clear() = 0;
-  // Opens a context tagged `name`; what follows goes into it until LeaveContext. The flag marks the
+  // Opens a context tagged `name`; it gets the entries until LeaveContext. The flag marks the
   // context of a public method.
   virtual void EnterContext(std::string_view name, bool publicMethod) = 0;
   virtual void LeaveContext() = 0;  // without an open context: nothing

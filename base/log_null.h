@@ -1,4 +1,4 @@
-// A log for routines that need one when nobody will read it.
+// A log that drops everything, for calls whose log is not read.
 #pragma once
 
 #include "base/log_base.h"

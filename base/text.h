@@ -1,4 +1,4 @@
-// Small operations on text and lines of text, and what of a stranger's text may go into a log.
+// Small operations on text and lines of text; untrusted text made fit for a log.
 // Pure functions.
 #pragma once
 
@@ -7,8 +7,8 @@
 
 namespace base {
 
-// Every occurrence, left to right, going on after what was put in. An empty `from` changes nothing.
-// Returns how many were replaced.
+// Every occurrence, left to right; what was put in is not searched again. An empty `from` changes
+// nothing. Returns how many were replaced.
 int replaceAll(std::string& text, std::string_view from, std::string_view to);
 
 // Takes the first line off the text and returns it without its line end, LF or CR LF.
@@ -23,8 +23,8 @@ void appendWithCrLf(std::string_view text, std::string& out);
 // A byte below 0x20, or DEL.
 bool isControl(char c);
 
-// What a stranger sent, fit for a log: at most 4,096 bytes of it, bytes that a log cannot carry
-// shown as \xNN, and no end of a CDATA section. UTF-8 stays.
+// Untrusted text, fit for a log: at most 4,096 bytes of it, control characters and bytes that are
+// not UTF-8 shown as \xNN, and no end of a CDATA section.
 std::string loggable(std::string_view text);
 // The same on one line: a line break becomes a blank.
 std::string loggableLine(std::string_view text);

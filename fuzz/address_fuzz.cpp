@@ -1,5 +1,5 @@
-// Address lists: any text can be read; an address that counts as sendable is one word of one
-// command, and comes back with its name from the form in which the library writes it.
+// Address lists: any text can be read; a sendable address is one word of one command, and is read
+// with its name from the form in which the library writes it.
 #include "fuzz/fuzz.h"
 #include "mail/mime/email_address.h"
 

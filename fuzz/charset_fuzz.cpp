@@ -1,5 +1,5 @@
-// Charsets: bytes of any charset give valid UTF-8, and what was carried over without loss comes
-// back as the same text.
+// Charsets: bytes of any charset give valid UTF-8, and text that was converted without loss
+// converts back to the same text.
 #include <string>
 
 #include "base/unicode.h"

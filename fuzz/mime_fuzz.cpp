@@ -34,7 +34,7 @@ void requireEqual(const Email2& left, const Email2& right) {
   for (std::size_t i = 0; i < left.children().size(); ++i) {
     requireEqual(*left.children()[i], *right.children()[i]);
   }
-  // Such text that came without an encoding has no lines; it is kept as far as possible.
+  // Such text has no lines unless it was encoded; it is kept as far as possible.
   if (!Charset(left.contentType().charset).isAsciiBased()) return;
   require(linesOf(left) == linesOf(right));
 }

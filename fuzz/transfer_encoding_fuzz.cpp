@@ -1,5 +1,5 @@
-// Base64, quoted-printable and uuencode: whatever is encoded comes back, in lines that mail may
-// have; and decoders take any text.
+// Base64, quoted-printable and uuencode: encoded bytes decode to the same bytes, no line is too
+// long, and decoders accept any text.
 #include <string>
 
 #include "fuzz/fuzz.h"

@@ -25,7 +25,7 @@ class ClsBase {
 
 // The frame of a public method: clears the log and opens a context of the method's name, exactly as
 // the public class spells it, with the build date; the context is closed at the end. On failure the
-// method logs one error. The log of a method that succeeded stays readable as well.
+// method logs one error. The log can be read after success as well.
 class MethodBracket {
  public:
   MethodBracket(ClsBase& object, std::string_view method);

@@ -42,7 +42,7 @@ class ErrorLog : public base::LogBase {
   void LogInfo(std::string_view text) override;
   void LogRaw(std::string_view text) override;
 
-  // What LastErrorText gives: every line ends in CR LF, nothing is indented.
+  // The text of LastErrorText: every line ends in CR LF, nothing is indented.
   std::string text() const;
   // For display in HTML: contexts as nested block quotes.
   std::string html() const;

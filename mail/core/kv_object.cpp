@@ -49,7 +49,7 @@ std::string KvObject::textArgument(const char* text) const {
 
 std::string KvObject::pathArgument(const char* path) const {
   checkValid();
-  // Not by way of UTF-8: the name of a file is the bytes it was given by.
+  // Not converted to UTF-8 and back: that could name another file.
   if (!utf8_) return std::string(base::trimmed(path == nullptr ? "" : path));
   XString argument;
   argument.setUtf8(base::trimmed(path == nullptr ? "" : path));

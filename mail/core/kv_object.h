@@ -1,7 +1,7 @@
-// What the public objects share: how `const char*` arguments are taken and results given out, and
-// the text of the log. Each public class Kv<Name> owns one implementation class Cls<Name>.
-// Results live in a ring of ten: one stays valid until ten further results of the same object have
-// been asked for. An object is used by one thread at a time.
+// The base of the public objects: conversion of `const char*` arguments and results, and the text
+// of the log. Each public class Kv<Name> owns one implementation class Cls<Name>. Results live in a
+// ring of ten: one stays valid until ten further results of the same object have been asked for. An
+// object is used by one thread at a time.
 #pragma once
 
 #include <array>
@@ -48,7 +48,7 @@ class KvObject {
 
   // Gives `utf8` out through the next slot of the ring.
   const char* result(std::string_view utf8);
-  // Null for nothing, which takes no slot.
+  // Null, without using a slot, when there is no text.
   const char* resultOrNull(const std::optional<std::string>& utf8);
 
   void checkValid() const { validity_.check(); }

@@ -1,4 +1,5 @@
-// The public string object: text that a caller sets in one encoding and reads in another.
+// The public string object: text that a caller sets in one encoding and reads in another. Public
+// API: nothing else in the library uses it.
 #pragma once
 
 #include <string>
@@ -14,14 +15,14 @@ class KvString : public KvObject {
   KvString() = default;
   explicit KvString(const char* text) { setString(text); }
 
-  // In the encoding that the Utf8 flag tells; taken as it is, not trimmed. Null means empty.
+  // In the encoding that the Utf8 flag selects; not trimmed. Null means empty.
   void setString(const char* text);
   void append(const char* text);
   void setStringUtf8(const char* text);
   void setStringAnsi(const char* text);
   void clear();
 
-  // In the encoding that the Utf8 flag tells, and in a fixed one.
+  // In the encoding that the Utf8 flag selects, and in a fixed one.
   const char* getString();
   std::string getUtf8() const;
   std::string getAnsi() const;

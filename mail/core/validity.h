@@ -1,13 +1,13 @@
-// What every object of the mail library carries to notice memory damage, and the serial numbers
-// that tell objects apart when tracing. Used by the strings, buffers, logs and public objects.
+// The validity byte by which every object of the mail library detects memory damage, and the serial
+// numbers that identify objects in a trace. Used by the strings, buffers, logs and public objects.
 #pragma once
 
 #include <cstdint>
 
 namespace kelvado {
 
-// Ends the process on the spot, by a write through a null pointer. Deliberate: an object that was
-// destroyed or overwritten must never be carried on with, and nothing can be reported safely.
+// Ends the process at once, by a write through a null pointer. Deliberate: an object that was
+// destroyed or overwritten must never be used further, and nothing can be reported safely.
 [[noreturn]] void stopOnDamage();
 
 // From one process-wide counter, which is not locked: under concurrency numbers may repeat.

@@ -1,5 +1,5 @@
-// Text that remembers in which form it was given (the ANSI code page, UTF-8 or UTF-16) and is
-// converted when another form is asked for. Used for the arguments of public methods.
+// Text in the form in which it was set (the ANSI code page, UTF-8 or UTF-16), converted when
+// another form is asked for. Used for the arguments of public methods.
 #pragma once
 
 #include <string>
@@ -19,7 +19,7 @@ class XString {
   void setUtf8(std::string_view text);
   void setUnicode(std::u16string_view text);
 
-  // What the target form can't carry becomes '?' or U+FFFD.
+  // Characters that the target form does not have become '?' or U+FFFD.
   std::string getAnsi() const;
   std::string getUtf8() const;
   std::u16string getUnicode() const;

@@ -25,6 +25,7 @@ std::size_t base64LinesSize(std::size_t bytes, std::uint32_t lineLength);
 // True when there was nothing but the alphabet, white space and right padding.
 bool base64Decode(std::string_view text, std::string& bytes);
 
+// Public API; the library calls the functions above.
 class Base64 : public EncodingBase {
  public:
   explicit Base64(std::uint32_t lineLength = kBodyLineLength) : EncodingBase(lineLength) {}

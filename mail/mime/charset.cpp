@@ -32,12 +32,12 @@ bool beginsWithMark(const Charset& charset, std::string_view bytes) {
          (bytes.starts_with(kLittleEndianMark) || bytes.starts_with(kBigEndianMark));
 }
 
-// Labels that stand for less than the code page by which such text is converted, because that is
-// what many programs write under them. Text that goes beyond the label is not given it.
+// Labels with fewer characters than the code page that converts them. Many programs write text of
+// the whole code page under such a label; this library reads that, and does not write it.
 struct StrictLabel {
   std::uint32_t codePage;
   std::uint32_t strictCodePage;
-  std::string_view extended[2];  // a label with one of these in it stands for all of it
+  std::string_view extended[2];  // a label with one of these in it means the whole code page
 };
 
 constexpr StrictLabel kStrictLabels[] = {

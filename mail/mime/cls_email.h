@@ -1,6 +1,6 @@
 // The implementation behind KvEmail: every operation, inside its method bracket, over the internal
-// message. Texts are UTF-8 here, file names as platform/system/files.h wants them. Operations that
-// give text give nothing when they fail. The mail-sending object uses the part marked below.
+// message. Texts are UTF-8 here, file names in the form of platform/system/files.h. Operations that
+// return text return nothing when they fail. The mail-sending object uses the part marked below.
 #pragma once
 
 #include <memory>

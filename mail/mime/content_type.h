@@ -27,8 +27,8 @@ struct ContentType {
   std::string format() const;
 };
 
-// Reads any Content-Type value, also a malformed one; what isn't there stays empty. Type, charset
-// come in lower case.
+// Reads any Content-Type value, also a malformed one; what is missing stays empty. Type and charset
+// are returned in lower case.
 ContentType parseContentType(std::string_view value);
 
 }  // namespace kelvado

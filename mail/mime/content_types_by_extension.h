@@ -5,8 +5,8 @@
 
 namespace kelvado {
 
-// By what stands after the last '.', in any case; "application/octet-stream" when that is unknown
-// or there is none.
+// By the text after the last '.', in any letter case; "application/octet-stream" when that is
+// unknown or there is none.
 std::string_view contentTypeForFile(std::string_view fileName);
 
 // The name without its folders, as attachments are called: after the last '/' or '\'.

@@ -7,8 +7,8 @@
 //       related items
 //     attachments
 //
-// A level that is not needed is not there. Messages that others made may be built otherwise, so
-// nothing here takes the shape for granted.
+// A level that is not needed is left out. Messages of other programs may be built otherwise, so
+// nothing here relies on the shape.
 #include <utility>
 
 #include "base/ascii.h"
@@ -30,7 +30,7 @@ bool hasType(const Email2& part, std::string_view type) {
   return base::equalsNoCase(part.contentType().type, type);
 }
 
-// What describes a part's content and goes with it.
+// The fields that describe a part's content and move with it.
 constexpr std::string_view kContentFields[] = {
     "Content-Type",     "Content-Transfer-Encoding", "Content-Disposition", "Content-ID",
     "Content-Location", "Content-Description",       "Content-Language"};
@@ -42,7 +42,7 @@ std::unique_ptr<Email2> Email2::takeContentAsPart() {
   auto part = std::unique_ptr<Email2>(new Email2);
   part->takeContent(*this);
   for (const std::string_view field : kContentFields) {
-    // These two keep their places in the message.
+    // These two are set anew, in their places in the message.
     if (field != "Content-Type" && field != "Content-Transfer-Encoding") header_.remove(field);
   }
   return part;

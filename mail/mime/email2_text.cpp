@@ -14,7 +14,7 @@
 namespace kelvado {
 namespace {
 
-// Whether mail cannot carry the text as it is: for a NUL in it, or a line that is too long.
+// Whether the text cannot be sent without an encoding: it has a NUL or a line that is too long.
 bool needsEncoding(std::string_view text) {
   if (text.find('\0') != std::string_view::npos) return true;
   for (;;) {
@@ -156,7 +156,7 @@ void Email2::normaliseTransferEncodings() {
   }
   if (children_.empty()) normaliseOwnEncoding();
   for (const auto& child : children_) child->normaliseTransferEncodings();
-  // A boundary that others chose, or that somebody knows, must not be found in a body.
+  // A boundary that another program chose, or that a writer of a body knows, must not be in a body.
   if (contentType_.isMultipart() && hasInBody("--" + contentType_.boundary)) {
     setBoundary(generateBoundary(kMixedMarker));
   }

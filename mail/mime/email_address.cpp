@@ -12,7 +12,7 @@ namespace {
 
 constexpr std::string_view kUndisclosed = "undisclosed-recipients";
 
-// A longer one could not stand in a header line with room to spare.
+// A longer one leaves no room in a header line.
 constexpr std::size_t kMaxAddressLength = 500;
 
 // Reads a list entry by entry, each byte once.
@@ -32,7 +32,7 @@ class AddressScanner {
  private:
   struct Entry {
     std::string phrase;   // words and quoted strings, without their quotes
-    std::string raw;      // the same as it stands, for an address without angle brackets
+    std::string raw;      // the same with its quotes, for an address without angle brackets
     bool hasAt = false;   // in it
     std::string comment;  // the first one
     std::string angle;
@@ -74,7 +74,7 @@ class AddressScanner {
   }
 
   void addWord(std::string_view content, std::string_view raw) {
-    if (entry_.hasAngle) return;  // nothing belongs behind it
+    if (entry_.hasAngle) return;  // text behind it is ignored
     if (entry_.blankBefore && !entry_.raw.empty()) {
       entry_.phrase.push_back(' ');
       entry_.raw.push_back(' ');

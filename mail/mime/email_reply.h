@@ -8,12 +8,12 @@
 
 namespace kelvado {
 
-// To the address that replies go to, from the one that the message was sent to, with "Re: " before
-// the subject, the references of the thread and the quoted text.
+// To the Reply-To address, else to the sender; from the first of the original's recipients, with
+// "Re: " before the subject, the references of the thread and the quoted text.
 std::unique_ptr<Email2> createReplyTo(const Email2& original, base::LogBase& log);
 
-// To nobody yet, with "Fwd: " before the subject, the original's main fields above its text, and
-// everything that was attached to it.
+// Without a recipient yet, with "Fwd: " before the subject, the original's main fields above its
+// text, and everything that was attached to it.
 std::unique_ptr<Email2> createForwardOf(const Email2& original, base::LogBase& log);
 
 }  // namespace kelvado

@@ -1,5 +1,5 @@
 // Encoded words (RFC 2047): header text that is not plain ASCII, in B or Q form. Pure functions.
-// No word is longer than 75 characters, goes over a line end or splits a character.
+// No word is longer than 75 characters, has a line end in it or splits a character.
 #pragma once
 
 #include <cstddef>
@@ -17,14 +17,14 @@ bool usesBWords(std::string_view charset);
 
 // The text in words of the charset, folded with "\r\n " between words; empty means "utf-8", and so
 // does a charset that is unknown or can't carry the text. `column` is where the first word will
-// stand. A byte-order mark of "utf-8" text is dropped; nothing but the mark gives no word. Left
-// unchanged are text that already holds words of the form, and text of "us-ascii".
+// be. A byte-order mark of "utf-8" text is dropped; a text that is nothing but the mark yields no
+// word. Left unchanged are text that already holds words of the form, and text of "us-ascii".
 std::string encodeQWords(std::string_view utf8, std::string_view charset, std::size_t column = 0);
 std::string encodeBWords(std::string_view utf8, std::string_view charset, std::size_t column = 0);
-// In the form that the charset asks for. Text without a byte of 0x80 or above stays as it is.
+// In the form of the charset (usesBWords). Text without a byte of 0x80 or above stays as it is.
 std::string encodeHeaderText(std::string_view utf8, std::string_view charset,
                              std::size_t column = 0);
-// The same for text that must not stay as it is, ASCII or not.
+// The same, but text that is all ASCII is encoded as well.
 std::string encodeHeaderWords(std::string_view utf8, std::string_view charset, std::size_t column);
 
 // Replaces every encoded word by its text, as UTF-8, and drops the white space between words. Words

@@ -1,4 +1,5 @@
-// What the transfer encoders share: the length of an output line.
+// The length of an output line, and the base of the transfer encoders as objects. Programs use
+// those (public API: Base64, Uu); the library itself calls the functions beside them.
 #pragma once
 
 #include <cstdint>
@@ -15,8 +16,8 @@ class EncodingBase {
  public:
   virtual ~EncodingBase() = default;
 
+  // After so many characters of output, or more, a line ends.
   std::uint32_t lineLength() const { return lineLength_; }
-  void setLineLength(std::uint32_t characters) { lineLength_ = characters; }
 
   // Appends.
   virtual void encode(std::string_view bytes, StringBuffer& out) const = 0;

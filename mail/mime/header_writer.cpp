@@ -102,8 +102,8 @@ void appendBroken(std::string_view text, std::size_t column, std::string& out) {
 // What is to be in encoded words: what has bytes that are not ASCII, or all that can be.
 enum class Words { WhereNeeded, Everywhere };
 
-// The entry with its name in words. One whose address is not ASCII, which could not stand as it is,
-// is in words altogether.
+// The entry with its name in words. One whose address is not ASCII, which no
+// header may hold, is in words altogether.
 std::string encodedAddress(const EmailAddress& entry, Words where, std::size_t column) {
   std::string plain = formatAddress(entry);
   if (base::contains8bit(entry.address)) return encodeHeaderWords(plain, kWordCharset, column);

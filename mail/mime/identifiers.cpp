@@ -1,33 +1,16 @@
 #include "mail/mime/identifiers.h"
 
 #include <cstdint>
-#include <mutex>
 
-#include "base/ascii.h"
 #include "mail/core/data_buffer.h"
 #include "mail/core/string_buffer.h"
-#include "platform/network/socket_api.h"
+#include "net/local_host_name.h"
 #include "platform/system/random.h"
 
 namespace kelvado {
 namespace {
 
-constexpr std::size_t kMaxHostName = 500;
-constexpr std::uint32_t kIdentifierReserve = 20000;  // bytes, for the making of an identifier
-constexpr std::string_view kUnknownHost = "unknown";
-
-// The name stands inside angle brackets in a header.
-std::string asHostName(std::string_view name) {
-  std::string out;
-  for (const char c : name.substr(0, kMaxHostName)) {
-    const char lower = base::lowerAscii(c);
-    if ((lower >= 'a' && lower <= 'z') || (c >= '0' && c <= '9') || c == '.' || c == '-' ||
-        c == '_') {
-      out.push_back(c);
-    }
-  }
-  return out;
-}
+constexpr std::uint32_t kIdentifierReserve = 20000;  // bytes, while an identifier is made
 
 std::string makeId(std::string_view kind, base::LogBase& log) {
   return "<KELVADO-" + std::string(kind) + "-" + KelvadoUuid::generate() + "@" +
@@ -67,33 +50,6 @@ std::string generateMessageId(base::LogBase& log) {
 
 std::string generateContentId(base::LogBase& log) {
   return makeId("CID", log);
-}
-
-std::string readLocalHostName(platform::SocketApi& sockets, base::LogBase& log) {
-  if (sockets.start() != platform::kSocketOk) {
-    log.LogError("WSA startup failed for getting local hostname");
-    return std::string(kUnknownHost);
-  }
-  std::string name;
-  if (sockets.hostName(name) == platform::kSocketOk) {
-    platform::ResolvedHost host;
-    if (sockets.resolve(name, host) == platform::kSocketOk) name = host.officialName;
-  }
-  name = asHostName(name);
-  return name.empty() ? std::string(kUnknownHost) : name;
-}
-
-std::string localHostName(base::LogBase& log) {
-  // Once a process: a slow resolver must not cost a look-up for every mail.
-  static std::mutex mutex;
-  static std::string known;
-  const std::lock_guard lock(mutex);
-  if (known.empty()) {
-    std::string name = readLocalHostName(platform::systemSockets(), log);
-    if (name == kUnknownHost) return name;  // asked again next time
-    known = std::move(name);
-  }
-  return known;
 }
 
 }  // namespace kelvado

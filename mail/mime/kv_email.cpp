@@ -1,4 +1,4 @@
-// Nothing but the way in and out: each method converts its arguments and forwards to ClsEmail.
+// Each method converts its arguments, forwards to ClsEmail and converts the result.
 #include "mail/mime/kv_email.h"
 
 #include <optional>
@@ -177,7 +177,7 @@ bool KvEmail::LoadEml(const char* path) {
 }
 
 bool KvEmail::SetFromMimeText(const char* mime) {
-  // Not converted: each part of MIME text says itself what its bytes are.
+  // Not converted: each part of MIME text names its own charset.
   return implementation().setFromMimeText(mime == nullptr ? "" : mime);
 }
 

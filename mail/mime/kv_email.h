@@ -1,12 +1,13 @@
-// The public e-mail object: what a program composes a message with, and hands to KvMailMan to send.
-// Text arguments are taken in the encoding that the Utf8 flag tells and trimmed of white space,
-// except the contents of attachments and MIME text; a null pointer counts as empty unless a method
-// says otherwise. Results that are `const char*` are null on failure and live as kv_object.h says.
-// Every method leaves its record in LastErrorText. One thread at a time; nothing here throws, and
-// nothing blocks but for the files that a method reads or writes.
+// The public e-mail object: a program composes a message with it, and hands it to KvMailMan to
+// send. Text arguments are in the encoding that the Utf8 flag selects; white space around them is
+// removed, except from the contents of attachments and MIME text; a null pointer counts as empty
+// unless a method says otherwise. Results of type `const char*` are null on failure; kv_object.h
+// says how long they live. Every method writes its record to LastErrorText. One thread at a time;
+// nothing here throws, and nothing blocks but reading or writing a file.
 //
-// No argument can start a header line or leave a quoted string: line breaks are taken out of
-// values, and an address that could not be sent to is refused.
+// No argument can start a header line or end a quoted string: line breaks are removed from values,
+// and an address that could not be sent to is refused. Text that the message's charset cannot carry
+// makes it "utf-8".
 #pragma once
 
 #include <cstddef>
@@ -25,8 +26,8 @@ class KvEmail : public KvObject {
   ~KvEmail() override;
 
   void put_Subject(const char* subject);
-  // `Name <address>` or a bare address; also the address that bounces go to, when there is none
-  // yet. A text without '@' is ignored.
+  // `Name <address>` or a bare address; also the address for bounces, when there is none yet.
+  // A text without '@' is ignored.
   void put_From(const char* from);
   // The text of the message's main part, which keeps its type.
   void put_Body(const char* text);
@@ -37,7 +38,8 @@ class KvEmail : public KvObject {
   bool AddTo(const char* name, const char* address);
   bool AddCC(const char* name, const char* address);
   bool AddBcc(const char* name, const char* address);
-  // Addresses, with or without names, separated by commas. Stops at the first bad one.
+  // Addresses, with or without names, separated by commas. Stops at the first bad one; more than
+  // 100,000 in one field are refused altogether.
   bool AddMultipleTo(const char* addresses);
   bool AddMultipleCC(const char* addresses);
   bool AddMultipleBcc(const char* addresses);
@@ -48,7 +50,7 @@ class KvEmail : public KvObject {
 
   // --- header ---
 
-  // Sets the field; one that the message has already takes the new value. An empty name is ignored.
+  // Sets the field; one that the message has already gets the new value. An empty name is ignored.
   // Names that begin with "KVX-" or "KVZ-" are private to the library and never sent.
   bool AddHeaderField(const char* name, const char* value);
   const char* GetHeaderField(const char* name);  // null when there is none
@@ -73,11 +75,11 @@ class KvEmail : public KvObject {
   // A file that the HTML refers to by `nameInHtml`.
   bool AddRelatedFile2(const char* path, const char* nameInHtml);
   // A file, a text or bytes that the HTML refers to as "cid:" and the returned Content-ID; the last
-  // two also by `nameInHtml`, whose extension tells the type.
+  // two also by `nameInHtml`, whose extension selects the type.
   const char* AddRelatedFile(const char* path);
   const char* AddRelatedString(const char* nameInHtml, const char* text);
   const char* AddRelatedData(const char* nameInHtml, const void* data, std::size_t size);
-  // The type is told by the extension of the file's name.
+  // The extension of the file's name selects the type.
   bool AddFileAttachment(const char* path);
   bool AddStringAttachment(const char* fileName, const char* text);
   bool AddDataAttachment(const char* fileName, const void* data, std::size_t size);
@@ -86,7 +88,7 @@ class KvEmail : public KvObject {
 
   const char* GetMime();
   bool SaveEml(const char* path);
-  // Replace the message by one that is read. On failure it stays what it was.
+  // Replace the message by one that is read, without private fields. On failure it is unchanged.
   bool LoadEml(const char* path);
   bool SetFromMimeText(const char* mime);
   // Null on failure; the caller owns the new object.
@@ -94,7 +96,7 @@ class KvEmail : public KvObject {
   std::unique_ptr<KvEmail> CreateReply();
   std::unique_ptr<KvEmail> CreateForward();
 
-  // What is to be replaced in subject and text of the copy that is sent. The message itself stays.
+  // To be replaced in subject and texts of the copy that is sent. The message itself is unchanged.
   bool SetReplacePattern(const char* pattern, const char* replacement);
 
   // The text as encoded words of the charset (RFC 2047); empty means "utf-8".

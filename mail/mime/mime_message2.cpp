@@ -43,7 +43,7 @@ std::string fieldValue(std::string_view name, std::string_view raw, const Charse
     return clean;
   }
   if (!isAddressField(name)) return base::withoutLineBreaks(decodeHeaderText(clean));
-  // A decoded name may hold what separates addresses, so the addresses are told apart first. A text
+  // A decoded name may hold what separates addresses, so the addresses are split first. A text
   // without one (a group without members, a null return path) stays.
   std::string list;
   for (const EmailAddress& entry : parseAddressField(clean)) {
@@ -68,7 +68,7 @@ Delimiter delimiterIn(std::string_view line, std::string_view boundary) {
 
 class MimeMessage2::Reader {
  public:
-  // `inSigned`: the text stands in a signed part, which keeps its original as a whole.
+  // `inSigned`: the text is inside a signed part, which keeps its original as a whole.
   Reader(base::LogBase& log, bool inSigned) : log_(log), inSigned_(inSigned) {}
 
   std::unique_ptr<Email2> readPart(std::string_view text, std::string_view defaultType,
@@ -115,7 +115,7 @@ class MimeMessage2::Reader {
       break;
     }
     for (const RawField& field : fields) {
-      // They give orders to the library: a text of another's must not.
+      // They are instructions to the library, which a text that is read must not give.
       if (isPrivateFieldName(field.name)) continue;
       header.add({std::string(field.name), fieldValue(field.name, field.value, charset), true});
     }

@@ -27,8 +27,8 @@ struct Piece {
 };
 using Pieces = std::map<unsigned, Piece>;
 
-// What there is of one parameter. Programs that write an encoded form put a plain one beside it for
-// readers that know nothing else.
+// The forms of one parameter. Programs write a plain one beside an encoded one for readers that do
+// not know RFC 2231.
 struct Forms {
   Pieces plain;      // name=; piece 0 only
   Pieces extended;   // name*=; piece 0 only
@@ -76,7 +76,7 @@ std::string joined(const Pieces& pieces) {
   if (charset.codePage() != kNoCodePage && EncodingConvert::toUtf8(charset, bytes, utf8)) {
     return utf8;
   }
-  // In encoded words, as many programs write, is only what is not encoded by its own rule.
+  // Many programs write encoded words into a value that is not encoded otherwise.
   return anyEncoded ? repairedUtf8(bytes) : decodeHeaderText(repairedUtf8(bytes));
 }
 
@@ -90,7 +90,7 @@ class ParameterScanner {
   // left out.
   std::string take(std::string_view ends) {
     std::string out;
-    std::size_t end = 0;  // of what is not blank or stands in quotes
+    std::size_t end = 0;  // of what is not blank or is in quotes
     while (!atEnd() && ends.find(text_[at_]) == std::string_view::npos) {
       if (text_[at_] == '"') {
         takeQuoted(out);
@@ -220,7 +220,7 @@ std::string parseParameterised(std::string_view value, std::vector<MimeParameter
   parameters.clear();
   ParameterScanner scanner(value);
   std::string main = scanner.take(";");
-  // In the order in which the names first come.
+  // In the order of their names in the value.
   std::vector<std::pair<std::string, Forms>> found;
   for (std::size_t count = 0; count < kMaxParameters && scanner.takes(';'); ++count) {
     const PieceName name = readPieceName(scanner.take("=;"));

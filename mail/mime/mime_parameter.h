@@ -16,10 +16,11 @@ struct MimeParameter {
 // A hostile value can't make more work than this.
 inline constexpr std::size_t kMaxParameters = 200;
 
-bool isTokenCharacter(char c);  // of what stands without quotes
+bool isTokenCharacter(char c);  // may be in a value without quotes
 
-// Splits `value` into what stands before the first ';' (trimmed) and its parameters: quoted or not,
-// with comments left out, continued and encoded ones joined and decoded, encoded words decoded.
+// Splits `value` at the first ';' into its main part (trimmed) and its parameters: quoted or not,
+// without comments, pieces joined, encoded values and encoded words decoded. Of several forms of
+// one parameter the encoded one counts, then the one in pieces, then the plain one.
 std::string parseParameterised(std::string_view value, std::vector<MimeParameter>& parameters);
 
 // The value of a parameter, or empty.

@@ -7,6 +7,7 @@
 
 #include "base/ascii.h"
 #include "base/hex_digit.h"
+#include "mail/mime/encoding_base.h"
 
 namespace kelvado {
 namespace {
@@ -170,7 +171,7 @@ std::size_t lineEndLength(std::string_view text, LineEnds lineEnds) {
   return isLineEnd(text.front()) ? 1 : 0;
 }
 
-// One line, without its line end. True when the line goes on after it (a soft break).
+// One line, without its line end. True when it ends in a soft break.
 bool decodeLine(std::string_view line, std::string& out) {
   while (!line.empty() && base::isBlank(line.back())) line.remove_suffix(1);
   while (!line.empty()) {

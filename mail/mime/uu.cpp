@@ -34,8 +34,8 @@ void appendLine(std::string_view bytes, std::string& out) {
 void decodeLine(std::string_view line, std::string& bytes) {
   std::size_t left = valueOf(line.front());
   line.remove_prefix(1);
-  // Blanks at the end of the last group may have been lost: they were zeros. More than that is not
-  // made up, or a short text could ask for a long file.
+  // Blanks at the end of the last group may be missing: they were zeros. Further bytes are not made
+  // up, or a short text could become a long file.
   left = std::min(left, (line.size() + 3) / 4 * 3);
   const auto valueAt = [line](std::size_t at) { return at < line.size() ? valueOf(line[at]) : 0U; };
   for (std::size_t i = 0; left > 0; i += 4) {

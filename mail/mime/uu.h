@@ -1,4 +1,5 @@
-// Uuencode ("begin 666" lines), for attachments of uuencoded messages. Pure functions.
+// Uuencode ("begin 666" lines), for attachments of uuencoded messages. Pure. The reader of MIME
+// text decodes it; encoding is public API that nothing here calls.
 #pragma once
 
 #include <string>
@@ -15,8 +16,8 @@ class Uu : public EncodingBase {
 
   void encode(std::string_view bytes, StringBuffer& out) const override;
 
-  // The file of the first "begin" line; false when there is none. A text that breaks off gives what
-  // there is of it. `filename` may be null.
+  // The file of the first "begin" line; false when there is none. Of a text that ends
+  // early, the bytes so far. `filename` may be null.
   static bool decode(std::string_view text, std::string& bytes, std::string* filename = nullptr);
 
  private:

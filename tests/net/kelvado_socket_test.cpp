@@ -4,8 +4,8 @@
 #include <gtest/gtest.h>
 
 #include "mail/core/error_log.h"
-#include "mail/mime/identifiers.h"
 #include "net/host_resolver.h"
+#include "net/local_host_name.h"
 #include "net/socket_errors.h"
 #include "tests/support/fake_network.h"
 
