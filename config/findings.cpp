@@ -1,6 +1,6 @@
 #include "config/findings.h"
 
-#include "base/text.h"
+#include "platform/text/text_lines.h"
 
 namespace config {
 
@@ -19,7 +19,7 @@ void Findings::note(const std::string& text) {
 void Findings::add(FindingKind kind, FindingLines& lines, const std::string& text) {
   ++lines.count;
   if (lines.lines.size() >= kLinesKept) return;
-  lines.lines.push_back(base::loggableLine(text));
+  lines.lines.push_back(platform::loggableAnsiLine(text));
   if (listener_) listener_(kind, lines.lines.back());
 }
 

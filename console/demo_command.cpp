@@ -11,6 +11,7 @@
 #include "notify/run_report.h"
 #include "platform/host/system_host.h"
 #include "platform/system/files.h"
+#include "platform/system/path_name.h"
 #include "platform/system/random.h"
 #include "platform/text/code_page.h"
 #include "service/expiration_run.h"
@@ -38,18 +39,18 @@ fs::path makeNewFolder(std::error_code& status) {
 // Makes the demo's folder and enters it. A folder that holds something else is left alone.
 bool enterWorkDir(const std::string& wanted, std::string& error) {
   std::error_code status;
-  const fs::path dir = wanted.empty() ? makeNewFolder(status) : fs::path(wanted);
+  const fs::path dir = wanted.empty() ? makeNewFolder(status) : platform::pathOf(wanted);
   if (!status) fs::create_directories(dir, status);
   if (status) {
-    error = dir.string() + ": " + status.message();
+    error = platform::nameOf(dir) + ": " + status.message();
     return false;
   }
   if (!fs::is_empty(dir, status) && !fs::exists(dir / kDemoRegistryFile, status)) {
-    error = dir.string() + ": not empty and not the folder of an earlier demo";
+    error = platform::nameOf(dir) + ": not empty and not the folder of an earlier demo";
     return false;
   }
-  if (!platform::setWorkingDirectory(dir.string())) {
-    error = dir.string() + ": cannot be entered";
+  if (!platform::setWorkingDirectory(platform::nameOf(dir))) {
+    error = platform::nameOf(dir) + ": cannot be entered";
     return false;
   }
   fs::remove_all(kMailDirectory, status);  // the mails of an earlier demo
@@ -102,7 +103,7 @@ void printPaths(const SmtpCatcher& catcher) {
   std::printf("Report:\n  %s\n", platform::absolutePath(config::kReportFile).c_str());
   std::error_code status;
   std::printf("The site itself, with registry, directory, lists and logs:\n  %s\n",
-              fs::current_path(status).string().c_str());
+              platform::nameOf(fs::current_path(status)).c_str());
 }
 
 }  // namespace

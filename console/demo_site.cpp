@@ -1,11 +1,13 @@
 #include "console/demo_site.h"
 
+#include <algorithm>
 #include <cstddef>
+#include <iterator>
 
 #include "base/format_text.h"
 #include "console/sample_directory.h"
 #include "platform/system/files.h"
-#include "platform/text/code_page.h"
+#include "platform/text/text_lines.h"
 
 namespace console {
 namespace {
@@ -19,6 +21,22 @@ constexpr std::uint32_t kNeverExpires = 0x10200;
 constexpr std::uint32_t kWorkstation = 0x1000;
 
 constexpr int kMaximumAge = 90;  // of the domain, in days
+
+// One of the users has letters beyond ASCII: the first of these that the ANSI code page can write.
+// The Japanese one has backslashes among its bytes in code page 932.
+SampleUser userBeyondAscii() {
+  SampleUser users[] = {
+      {"zo\u00eb.m\u00fcller", 89, "zoe.mueller@demo.example", kNormal, "Zo\u00eb", "M\u00fcller"},
+      {"\u30bd\u30d5\u30a3.\u8868", 89, "sofi@demo.example", kNormal, "\u30bd\u30d5\u30a3",
+       "\u8868"},
+      {"\u0437\u043e\u044f.\u0431\u0435\u0440\u0433", 89, "zoya@demo.example", kNormal,
+       "\u0417\u043e\u044f", "\u0411\u0435\u0440\u0433"},
+      {"zoe.mueller", 89, "zoe.mueller@demo.example", kNormal, "Zoe", "Mueller"},
+  };
+  return *std::find_if(std::begin(users), std::end(users) - 1, [](const SampleUser& user) {
+    return platform::ansiToUtf8(platform::utf8ToAnsi(user.logonName)) == user.logonName;
+  });
+}
 
 // The default policy's maximum age is 90 days, Policy1's 30, that of 20 characters and more 180;
 // warnings go out 14, 7 and 1 days before.
@@ -36,7 +54,7 @@ std::vector<SampleUser> users() {
       {"jana.jensen", 89, "jana.jensen@demo.example", kNormal, "Jana", "Jensen"},
       {"karl.kruse", 29, "karl.kruse@demo.example", kNormal, "Karl", "Kruse"},
       {"lena.lund", 83, "", kNormal, "Lena", "Lund"},
-      {"zo\u00eb.m\u00fcller", 89, "zoe.mueller@demo.example", kNormal, "Zo\u00eb", "M\u00fcller"},
+      userBeyondAscii(),
       {"olaf.brandt", 76, kDemoRefusedAddress, kNormal, "Olaf", "Brandt"},
       {"AB", 89, "ab@demo.example", kNormal, "Al", "Bo"},
       {"PC01$", 89, "", kWorkstation, "", ""},
@@ -75,7 +93,7 @@ std::string registryText(std::uint16_t smtpPort) {
          "\"productType\"=\"LanmanNT\"\r\n\r\n"
          "[HKEY_LOCAL_MACHINE\\Software\\Kadro\\PwsentryPro\\Directory]\r\n"
          "\"uri\"=" +
-         quoted(directoryUri) +
+         quoted(platform::ansiToUtf8(directoryUri)) +
          "\r\n\r\n"
          "[HKEY_LOCAL_MACHINE\\Software\\Policies\\Kadro\\PwsentryProMPE]\r\n"
          "\"expirationServiceDebug\"=dword:00000001\r\n\r\n"
@@ -146,7 +164,7 @@ std::vector<ExpectedOutcome> demoExpectations() {
       {"jana.jensen", kDefault, service::Outcome::Skipped, notify::kSkipExcluded},
       {"karl.kruse", kDefault, service::Outcome::Skipped, notify::kSkipProcessedEarlier},
       {"lena.lund", kDefault, service::Outcome::NotMailed},
-      {platform::utf16ToAnsi(u"zo\u00eb.m\u00fcller"), kDefault, service::Outcome::Warned},
+      {platform::utf8ToAnsi(userBeyondAscii().logonName), kDefault, service::Outcome::Warned},
       {"olaf.brandt", kDefault, service::Outcome::MailFailed},
       {"AB", kDefault, service::Outcome::Skipped, notify::kSkipNameTooShort},
       {"dora.dahl", kLength1, service::Outcome::Warned},

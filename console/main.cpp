@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "console/commands.h"
+#include "platform/host/system_host.h"
 #include "platform/system/process.h"
 #include "platform/system/terminal.h"
 
@@ -36,7 +37,7 @@ void addRun(CLI::App& app, Chosen& chosen) {
       addCommand(app, chosen, "run", "Make one whole pass now", console::runCommand, options);
   addRegistryOption(run, options->registryFile);
   run.add_option("--directory", options->directoryUri,
-                 "Directory, instead of the registry's: ldap://, ldaps://, ldapi://, ldif:PATH")
+                 "Directory, instead of the registry's: " + platform::servedDirectoryAddresses())
       ->type_name("URI");
   run.add_option("--work-dir", options->workDir,
                  "Where templates and lists are read and logs written (default: here)")
@@ -106,7 +107,7 @@ int afterOutput(int status) {
 }  // namespace
 
 int main(int argc, char** argv) {
-  platform::keepMemoryPrivate();
+  platform::hardenProcess();
   const platform::AnsiTerminal terminal;
   CLI::App app("Warns domain users before their passwords expire; one pass now, or a demo.",
                "pwlapse");

@@ -4,7 +4,7 @@
 #include "service/service_entry.h"
 
 int main(int argc, char** argv) {
-  platform::keepMemoryPrivate();
+  platform::hardenProcess();
   const service::ServiceSystem system{platform::systemServiceControl(), platform::systemThreads(),
                                       platform::systemProcess(), platform::systemClock()};
   service::ExpirationWorker work;

@@ -15,6 +15,7 @@
 #include "notify/run_logs.h"
 #include "notify/warning_email.h"
 #include "platform/system/files.h"
+#include "platform/text/code_page.h"
 
 namespace service {
 namespace {
@@ -36,7 +37,7 @@ std::string backslashesToLines(const std::string& message) {
   std::string lines;
   std::size_t from = 0;
   while (from < message.size()) {
-    std::size_t end = message.find('\\', from);
+    std::size_t end = platform::findInAnsi(message, '\\', from);
     if (end == std::string::npos) end = message.size();
     if (end > from) lines += message.substr(from, end - from) + "\n";
     from = end + 1;

@@ -11,8 +11,7 @@ namespace platform {
 
 struct HostOptions {
   std::string registryFile;  // a ".reg" file; empty: the registry of this system
-  std::string
-      directoryUri;  // ldap://, ldaps://, ldapi:// or ldif:PATH; empty: as the registry says
+  std::string directoryUri;  // see servedDirectoryAddresses; empty: as the registry says
 };
 
 // Owns the parts of a Host.
@@ -26,6 +25,9 @@ class SystemHost {
 // of the directory cannot be used. An unreachable directory is not an error here: a pass finds out
 // and reports it.
 std::unique_ptr<SystemHost> makeSystemHost(const HostOptions& options, std::string& error);
+
+// The addresses of directories that this system serves, for the help of an option.
+std::string servedDirectoryAddresses();
 
 // The registry that an empty HostOptions::registryFile stands for, in words for messages.
 std::string defaultRegistryName();

@@ -17,8 +17,8 @@ class Process {
   // The system's text for an error, inserts ignored, with the line end ("\r\n") that it has
   // (FormatMessageA). Empty when the system has none.
   virtual std::string errorMessage(WinError error) = 0;
-  // The full path of the running program (GetModuleFileNameA, up to 512 characters). Empty, with
-  // the last error set, on failure.
+  // The full path of the running program in the ANSI code page, at most 511 bytes. Empty, with the
+  // last error set, on failure; a path that the code page cannot write is one.
   virtual std::string imagePath() = 0;
   // Ends the process and does not return (ExitProcess). What is buffered for standard output may be
   // lost.
@@ -31,8 +31,10 @@ class Process {
 // Never destroyed.
 Process& systemProcess();
 
-// The memory of this process holds passwords: when it crashes, no copy of it is left on a disk or
-// sent anywhere, and no other program of the same user may look into it. Called first in main.
-void keepMemoryPrivate();
+// Called first in main. The memory of this process holds passwords: when it crashes, no copy of it
+// is left on a disk or sent anywhere, and no other program of the same user may look into it. On
+// Windows, DLLs are from here on loaded from the system's folder only: not from beside the program
+// or the current folder, where others may have put one.
+void hardenProcess();
 
 }  // namespace platform

@@ -9,16 +9,14 @@ namespace platform {
 bool isTerminal(std::FILE* stream);
 
 // While one lives, the terminal takes what is written to it for text in the ANSI code page, which
-// all texts of this system are in. One at a time.
+// all texts of this system are in. Its own code page is set again by the destructor, or when the
+// user ends the program (Ctrl-C, the closed window). One at a time.
 class AnsiTerminal {
  public:
   AnsiTerminal();
   ~AnsiTerminal();
   AnsiTerminal(const AnsiTerminal&) = delete;
   AnsiTerminal& operator=(const AnsiTerminal&) = delete;
-
- private:
-  [[maybe_unused]] unsigned codePageBefore_ = 0;
 };
 
 }  // namespace platform

@@ -18,6 +18,11 @@ inline constexpr std::uint32_t kCodePageUtf8 = 65001;
 std::u16string ansiToUtf16(std::string_view text);
 std::string utf16ToAnsi(std::u16string_view text);
 
+// Where the ASCII character `c` stands in an ANSI text, at or behind the start of a character
+// `from`; npos when it does not. A second byte of a double-byte character is none, whatever its
+// number.
+std::size_t findInAnsi(std::string_view text, char c, std::size_t from = 0);
+
 // The start of an ANSI text: as much as `limit` bytes hold without splitting a character.
 std::string_view ansiStart(std::string_view text, std::size_t limit);
 

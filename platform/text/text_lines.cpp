@@ -2,6 +2,7 @@
 
 #include <algorithm>
 
+#include "base/text.h"
 #include "base/unicode.h"
 #include "platform/text/code_page.h"
 
@@ -81,6 +82,14 @@ std::string utf16LeToUtf8(std::string_view bytes) {
 
 std::string ansiToUtf8(std::string_view ansi) {
   return base::utf16ToUtf8(ansiToUtf16(ansi));
+}
+
+std::string utf8ToAnsi(std::string_view utf8) {
+  return utf16ToAnsi(base::utf8ToUtf16(utf8));
+}
+
+std::string loggableAnsiLine(std::string_view ansi) {
+  return utf8ToAnsi(base::loggableLine(ansiToUtf8(ansi)));
 }
 
 }  // namespace platform

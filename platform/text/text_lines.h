@@ -1,5 +1,6 @@
 // The lines of a settings file in UTF-16LE or 8-bit text, as UTF-8, each with its place in the
-// file's bytes. An 8-bit line is in the ANSI code page (see code_page.h). Used by the readers of
+// file's bytes. An 8-bit line is in UTF-8 or, when it is not valid UTF-8, in the ANSI code page
+// (see code_page.h). Used by the readers of
 // ".reg" and INI files. Pure; the work is linear in the file.
 #pragma once
 
@@ -44,7 +45,10 @@ class TextLines {
 std::string encodeText(std::string_view utf8, bool utf16);
 // Bytes of UTF-16LE as UTF-8; an odd last byte is dropped.
 std::string utf16LeToUtf8(std::string_view bytes);
-// ANSI text as valid UTF-8.
+// ANSI text as valid UTF-8, and back; a character that the code page lacks becomes a question mark.
 std::string ansiToUtf8(std::string_view ansi);
+std::string utf8ToAnsi(std::string_view utf8);
+// base::loggableLine for a text in the ANSI code page.
+std::string loggableAnsiLine(std::string_view ansi);
 
 }  // namespace platform

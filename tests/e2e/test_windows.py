@@ -76,17 +76,23 @@ class Machine(unittest.TestCase):
         cls.windows = cls.enterClassContext(wine_prefix.WinePrefix())
         cls.folder = cls.windows.drive / "B\u00fcro 1"
         cls.folder.mkdir()
-        for file in ("service/pwLapseSvc.exe", "console/pwlapse.exe", "tests/e2e/wine/netapi32.dll",
-                     "tests/e2e/wine/activeds.dll", "tests/e2e/wine/control_service.exe"):
+        for file in ("service/pwLapseSvc.exe", "console/pwlapse.exe", "tests/e2e/wine/control_service.exe"):
             shutil.copy(WINDOWS / file, cls.folder)
-        cls.logs = cls.windows.system_folder / "LogFiles"
+        # The stand-ins are where the system's DLLs are, and find their files there.
+        cls.system = cls.windows.system_folder
+        for name in ("netapi32.dll", "activeds.dll"):
+            shutil.copy(WINDOWS / "tests/e2e/wine" / name, cls.system)
+        # A DLL beside the program, which no program could be started with, is not loaded.
+        for name in wine_prefix.DLLS_LIKE_THE_SYSTEMS:
+            (cls.folder / f"{name}.dll").write_text("planted")
+        cls.logs = cls.system / "LogFiles"
 
     @classmethod
     def prepare(cls, users, keys):
-        (cls.folder / "domain.ldif").write_text(site_files.domain_ldif(users))
-        (cls.folder / "calls.log").unlink(missing_ok=True)
+        (cls.system / "domain.ldif").write_text(site_files.domain_ldif(users))
+        (cls.system / "calls.log").unlink(missing_ok=True)
         shutil.rmtree(cls.logs, ignore_errors=True)
-        (cls.windows.system_folder / "NorvynExpirationEmail.html").write_text(TEMPLATE, CODE_PAGE)
+        (cls.system / "NorvynExpirationEmail.html").write_text(TEMPLATE, CODE_PAGE)
         cls.windows.import_registry(keys)
 
     @classmethod
@@ -105,7 +111,7 @@ class Machine(unittest.TestCase):
 
     @classmethod
     def calls(cls):
-        return (cls.folder / "calls.log").read_text("utf-8").splitlines()
+        return (cls.system / "calls.log").read_text("utf-8").splitlines()
 
     def assert_released(self):
         calls = self.calls()
@@ -180,7 +186,7 @@ class FirstPassTest(Machine):
         self.assert_released()
 
     def test_only_the_expired_password_must_be_changed(self):
-        text = (self.folder / "domain.ldif").read_text()
+        text = (self.system / "domain.ldif").read_text()
         due = [re.search(r"sAMAccountName:+ (\S+)", record)[1] for record in text.split("\n\n")
                if re.search("(?m)^pwdLastSet: +0$", record)]
         self.assertEqual(due, ["expired"])
@@ -196,10 +202,9 @@ class FirstPassTest(Machine):
             self.assertEqual(text.count(b"\n"), text.count(b"\r\n"), name)
             self.assertEqual(comparable(text.decode(CODE_PAGE).replace("\r\n", "\n")),
                              comparable(here[name].decode()), name)
-        system = self.windows.system_folder
-        self.assertEqual((system / "norvyn-report-logo.gif").read_bytes(),
+        self.assertEqual((self.system / "norvyn-report-logo.gif").read_bytes(),
                          (self.here / "norvyn-report-logo.gif").read_bytes())
-        self.assertIn(REFUSED, (system / "errors-norvyn-email.xml").read_text("utf-8"))
+        self.assertIn(REFUSED, (self.system / "errors-norvyn-email.xml").read_text("utf-8"))
 
     def test_stops_and_leaves_nothing(self):
         self.assertEqual(self.stopped, STOPPED)
@@ -218,7 +223,7 @@ class ControlTest(Machine):
         with socket.create_server(("127.0.0.1", 0)) as server:
             server.settimeout(WAIT_SECONDS)
             self.prepare(users, site_registry(server.getsockname()[1], emailAdminReports=0))
-            before = (self.folder / "domain.ldif").read_text()
+            before = (self.system / "domain.ldif").read_text()
             self.program("/install")
             connection, _ = server.accept()
             with connection:  # the worker waits for the greeting
@@ -232,7 +237,7 @@ class ControlTest(Machine):
                 self.assertEqual(connection.recv(4), b"EHLO")
         self.wait_for_report()
         # A name that the code page cannot represent does not become a similar one.
-        self.assertEqual((self.folder / "domain.ldif").read_text(), before)
+        self.assertEqual((self.system / "domain.ldif").read_text(), before)
         self.assertIn("NetUserGetInfo server=null level=3 user=?ukasz -> 2221", self.calls())
         code, output = self.program("-remove")
         self.assertEqual((code, output), (0, "Stopping service...\nService successfully removed.\n"))
@@ -246,8 +251,8 @@ class ControlTest(Machine):
                      "GetNextRow", "GetColumn", "QueryInterface", "properties", "NetUserGetInfo",
                      "NetUserSetInfo", "NetUserModalsGet"):
             with self.subTest(call):
-                (self.folder / "calls.log").unlink(missing_ok=True)
-                (self.folder / "fault.txt").write_text(call or "")
+                (self.system / "calls.log").unlink(missing_ok=True)
+                (self.system / "fault.txt").write_text(call or "")
                 done = self.windows.run(self.folder / "pwlapse.exe", "run", cwd=self.folder)
                 self.assertEqual((done.returncode, done.stderr), (1, b""))  # no mail server is there
                 self.assert_released()

@@ -13,9 +13,17 @@ from rig import ROOT, Rig
 
 UP_SECONDS = 86400
 WAIT_SECONDS = 180
+# DLLs of the system for which a file of the same name elsewhere is preferred, if it is looked for. Not
+# crypt32 and dnsapi: Wine itself loads those from the folder of the program.
+DLLS_LIKE_THE_SYSTEMS = ("netapi32", "activeds", "security")
 
 
 class WinePrefix(Rig):
+    def __init__(self, locale="C"):
+        """locale: decides the ANSI code page; "C" has 1252."""
+        self.locale = locale
+        super().__init__()
+
     def start(self):
         prefix = self.folder / "prefix"
         prefix.mkdir()  # the server wants to be in it
@@ -23,11 +31,11 @@ class WinePrefix(Rig):
         # Where a service finds and leaves its files.
         self.system_folder = self.drive / "windows/system32"
         self.environment = {
-            **os.environ, "WINEPREFIX": str(prefix), "WINEDEBUG": "-all", "LC_ALL": "C.UTF-8",
+            **os.environ, "WINEPREFIX": str(prefix), "WINEDEBUG": "-all", "LC_ALL": f"{self.locale}.UTF-8",
             "TMPDIR": str(self.folder),  # the server leaves a folder there
-            # Without its debugger a program that crashes says so by its exit status. DLLs of the
-            # tests that lie beside a program stand in for the system's.
-            "WINEDLLOVERRIDES": "winedbg.exe=d;mscoree=d;mshtml=d;netapi32,activeds=n,b"}
+            # Without its debugger a program that crashes says so by its exit status.
+            "WINEDLLOVERRIDES":
+                f"winedbg.exe=d;mscoree=d;mshtml=d;{','.join(DLLS_LIKE_THE_SYSTEMS)}=n,b"}
         self.callback(self._command, "wineserver", "-w")
         self.callback(self._command, "wineserver", "-k")  # ends every program in it
         # A server that waits for its clients only would take the service manager along with the

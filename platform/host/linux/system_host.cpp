@@ -48,6 +48,10 @@ std::unique_ptr<SystemHost> makeSystemHost(const HostOptions& options, std::stri
   return std::make_unique<FileSystemHost>(std::move(registry), sourceOf(settings));
 }
 
+std::string servedDirectoryAddresses() {
+  return "ldap://, ldaps://, ldapi://, ldif:PATH";
+}
+
 std::string defaultRegistryName() {
   return kDefaultRegistryFile;
 }

@@ -57,6 +57,10 @@ std::unique_ptr<SystemHost> makeSystemHost(const HostOptions& options, std::stri
                                        std::make_unique<LdifSource>(settings.ldifFile));
 }
 
+std::string servedDirectoryAddresses() {
+  return "ldif:PATH";
+}
+
 std::string defaultRegistryName() {
   return "the registry of Windows (HKEY_LOCAL_MACHINE)";
 }

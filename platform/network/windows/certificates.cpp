@@ -1,3 +1,4 @@
+#define CERT_CHAIN_PARA_HAS_EXTRA_FIELDS
 #include "platform/network/windows/certificates.h"
 
 #include <vector>
@@ -5,13 +6,13 @@
 #include "base/unicode.h"
 #include "platform/network/windows/status_text.h"
 #include "platform/system/files.h"
-#include "platform/text/code_page.h"
 #include "platform/text/windows/wide_text.h"
 
 namespace platform {
 namespace {
 
 constexpr std::size_t kMaxPemBytes = 65536;  // a certificate with its chain takes a few kilobytes
+constexpr DWORD kRootFetchMs = 5000;         // a pass must not hang on the system's root list
 constexpr DWORD kEncoding = X509_ASN_ENCODING | PKCS_7_ASN_ENCODING;
 
 struct ChainDeleter {
@@ -51,14 +52,16 @@ Chain buildChain(const CERT_CONTEXT& certificate) {
   LPSTR usages[] = {serverAuthentication};
   CERT_CHAIN_PARA parameters{};
   parameters.cbSize = sizeof parameters;
+  parameters.dwUrlRetrievalTimeout = kRootFetchMs;
   parameters.RequestedUsage.dwType = USAGE_MATCH_TYPE_OR;
   parameters.RequestedUsage.Usage.cUsageIdentifier = 1;
   parameters.RequestedUsage.Usage.rgpszUsageIdentifier = usages;
   const CERT_CHAIN_CONTEXT* chain = nullptr;
-  // From what is here and what the server sent: a certificate that nobody has checked yet must not
-  // name a place to fetch others from.
+  // A trusted root that this machine has not seen yet is fetched as the system does for every
+  // program. No address that stands in the certificate is asked for others: nobody has checked it
+  // yet. Without a flag for it, no revocation list is fetched either.
   CertGetCertificateChain(nullptr, &certificate, nullptr, certificate.hCertStore, &parameters,
-                          CERT_CHAIN_CACHE_ONLY_URL_RETRIEVAL, nullptr, &chain);
+                          CERT_CHAIN_DISABLE_AIA, nullptr, &chain);
   return Chain(chain);
 }
 
@@ -68,7 +71,7 @@ DWORD checkChain(const CERT_CHAIN_CONTEXT& chain, const std::string& host) {
   if ((chain.TrustStatus.dwErrorStatus & CERT_TRUST_IS_PARTIAL_CHAIN) != 0) {
     return static_cast<DWORD>(CERT_E_CHAINING);
   }
-  std::wstring name = toWide(ansiToUtf16(host));
+  std::wstring name = toWide(base::utf8ToUtf16(host));
   SSL_EXTRA_CERT_CHAIN_POLICY_PARA server{};
   server.cbSize = sizeof server;
   server.dwAuthType = AUTHTYPE_SERVER;
@@ -124,7 +127,7 @@ Certificate findClientCertificate(const std::string& pemFile, std::string& error
     error = pemFile + " does not begin with a certificate";
     return nullptr;
   }
-  const Store store(CertOpenSystemStoreA(0, "MY"));
+  const Store store(CertOpenSystemStoreW(0, L"MY"));
   Certificate found;
   if (store != nullptr) {
     found.reset(CertFindCertificateInStore(store.get(), kEncoding, 0, CERT_FIND_EXISTING,

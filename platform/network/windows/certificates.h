@@ -1,4 +1,4 @@
-// Certificates by CryptoAPI, for the secure channel: what is told of a server's, and a client's
+// Certificates by CryptoAPI, for the secure channel: the description of a server's, and a client's
 // from the user's store. Used in this folder only.
 #pragma once
 
@@ -20,8 +20,9 @@ using Certificate = std::unique_ptr<const CERT_CONTEXT, CertificateDeleter>;
 // The distinguished name of its subject.
 std::string subjectName(const CERT_CONTEXT& certificate);
 
-// Names and PEM text of a server's certificate, and whether the machine trusts it for this host. No
-// revocation list is fetched: a run must not hang on somebody else's server.
+// Names and PEM text of a server's certificate, and whether the machine trusts it for this host
+// (UTF-8). Neither a revocation list nor a missing certificate of the chain is fetched: a pass must
+// not hang on somebody else's server.
 PeerCertificate describeServerCertificate(const CERT_CONTEXT& certificate, const std::string& host);
 
 // The certificate of the PEM file as the "MY" store has it, with its private key, which never

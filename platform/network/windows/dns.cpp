@@ -18,7 +18,7 @@ class WindowsDns final : public Dns {
       if (entry->wType != DNS_TYPE_MX || entry->Data.MX.pNameExchange == nullptr) continue;
       records.push_back({entry->Data.MX.wPreference, entry->Data.MX.pNameExchange});
     }
-    DnsRecordListFree(reinterpret_cast<PDNS_RECORD>(list), DnsFreeRecordList);
+    DnsFree(list, DnsFreeRecordList);
     return !records.empty();
   }
 };

@@ -4,6 +4,8 @@
 #include <utility>
 
 #include <windows.h>
+#include <subauth.h>
+#define SCHANNEL_USE_BLACKLISTS  // for SCH_CREDENTIALS
 #include <schannel.h>
 
 #include "platform/network/security_package.h"
@@ -18,6 +20,8 @@ constexpr ULONG kRequestFlags = ISC_REQ_SEQUENCE_DETECT | ISC_REQ_REPLAY_DETECT 
                                 ISC_REQ_CONFIDENTIALITY | ISC_REQ_ALLOCATE_MEMORY |
                                 ISC_REQ_EXTENDED_ERROR | ISC_REQ_STREAM;
 static_assert(kRequestFlags == 0xC11C);
+constexpr DWORD kProtocolsTooOld =
+    SP_PROT_SSL2_CLIENT | SP_PROT_SSL3_CLIENT | SP_PROT_TLS1_0_CLIENT | SP_PROT_TLS1_1_CLIENT;
 
 // The handle of a client's credentials.
 class Credentials {
@@ -31,16 +35,35 @@ class Credentials {
 
   // Null `certificate`: the client stays anonymous.
   SECURITY_STATUS acquire(const CERT_CONTEXT* certificate) {
-    SCHANNEL_CRED request{};
-    request.dwVersion = SCHANNEL_CRED_VERSION;
-    request.grbitEnabledProtocols = SP_PROT_TLS1_2_CLIENT;
-    // The caller decides what a certificate that fails verification means.
-    request.dwFlags = SCH_CRED_MANUAL_CRED_VALIDATION | SCH_CRED_NO_DEFAULT_CREDS;
-    if (certificate != nullptr) {
-      request.cCreds = 1;
-      request.paCred = &certificate;
-      certificateName_ = subjectName(*certificate);
+    if (certificate != nullptr) certificateName_ = subjectName(*certificate);
+    // TLS 1.3 takes the newer structure, which systems without TLS 1.3 do not know.
+    TLS_PARAMETERS tooOld{};
+    tooOld.grbitDisabledProtocols = kProtocolsTooOld;
+    SCH_CREDENTIALS request{};
+    request.dwVersion = SCH_CREDENTIALS_VERSION;
+    request.cTlsParameters = 1;
+    request.pTlsParameters = &tooOld;
+    if (const SECURITY_STATUS status = acquireWith(request, certificate); status == SEC_E_OK) {
+      return status;
     }
+    SCHANNEL_CRED olderRequest{};
+    olderRequest.dwVersion = SCHANNEL_CRED_VERSION;
+    olderRequest.grbitEnabledProtocols = SP_PROT_TLS1_2_CLIENT;
+    return acquireWith(olderRequest, certificate);
+  }
+
+  CredHandle* get() { return &handle_; }
+  const std::string& certificateName() const { return certificateName_; }
+
+ private:
+  // `Request`: one of the two structures for credentials, with its version and protocols set.
+  template <class Request>
+  SECURITY_STATUS acquireWith(Request& request, const CERT_CONTEXT* certificate) {
+    // The caller decides what a certificate that fails verification means.
+    request.dwFlags =
+        SCH_CRED_MANUAL_CRED_VALIDATION | SCH_CRED_NO_DEFAULT_CREDS | SCH_USE_STRONG_CRYPTO;
+    request.cCreds = certificate != nullptr ? 1 : 0;
+    request.paCred = certificate != nullptr ? &certificate : nullptr;
     char package[] = "schannel";
     TimeStamp expiry{};
     const SECURITY_STATUS status =
@@ -50,10 +73,6 @@ class Credentials {
     return status;
   }
 
-  CredHandle* get() { return &handle_; }
-  const std::string& certificateName() const { return certificateName_; }
-
- private:
   const SecurityFunctionTableA& functions_;
   CredHandle handle_{};
   bool acquired_ = false;

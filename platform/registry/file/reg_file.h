@@ -1,8 +1,8 @@
 // A ".reg" text file as "reg export" writes it: "Windows Registry Editor Version 5.00" in UTF-16LE
 // or in 8-bit text, and "REGEDIT4". Used by RegRegistry only.
-// Pure: bytes in, a tree of keys or an error out, and edited bytes. 8-bit lines are in the ANSI
-// code page (see code_page.h). Work and memory grow with the size of the file and no faster,
-// whatever it holds.
+// Pure: bytes in, a tree of keys or an error out, and edited bytes. Paths, names and texts are in
+// UTF-8 here. An 8-bit line of the file is in UTF-8 or, when it is not valid UTF-8, in the ANSI
+// code page. Work and memory grow with the size of the file and no faster, whatever it holds.
 #pragma once
 
 #include <cstddef>
@@ -24,7 +24,7 @@ struct RegFileError {
 };
 
 struct RegFileValue {
-  RegistryValue value;
+  RegistryValue value;  // a text in UTF-8
   // Where its data stands in the file's bytes.
   std::size_t begin = 0;
   std::size_t end = 0;
@@ -61,7 +61,8 @@ std::string regFileWithKey(const RegFile& file, std::string_view path);
 std::string regFileWithValue(const RegFile& file, std::string_view path, std::string_view name,
                              const RegistryValue& value);
 
-// True for the types whose bytes are text: ANSI to the program, UTF-16LE in a version 5.00 file.
+// True for the types whose bytes are text: UTF-8 here, in the hexadecimal lists of a file UTF-16LE
+// (version 5.00) or ANSI.
 bool isRegText(RegistryType type);
 
 }  // namespace platform

@@ -5,14 +5,19 @@
 #include <utility>
 
 #include "platform/system/files.h"
+#include "platform/system/path_name.h"
 #include "platform/text/text_lines.h"
 
 namespace platform {
 namespace {
 
-// The bytes as a later query gives them.
-RegistryValue canonical(const RegistryValue& value) {
+// The file's texts are in UTF-8, those of the seam in the ANSI code page.
+RegistryValue fromSeam(const RegistryValue& value) {
   return isRegText(value.type) ? RegistryValue{value.type, ansiToUtf8(value.bytes)} : value;
+}
+
+std::string bytesForSeam(const RegistryValue& value) {
+  return isRegText(value.type) ? utf8ToAnsi(value.bytes) : value.bytes;
 }
 
 }  // namespace
@@ -24,21 +29,23 @@ class RegRegistry::Key final : public RegistryKey {
 
   WinError queryValue(const std::string& name, std::size_t capacity,
                       RegistryValue& value) override {
-    const RegFileValue* entry = registry_.contents_.findValue(path_, name);
+    const RegFileValue* entry = registry_.contents_.findValue(path_, ansiToUtf8(name));
     if (entry == nullptr) return kErrorFileNotFound;
     value.type = entry->value.type;
-    if (entry->value.bytes.size() > capacity) return kErrorMoreData;
-    value.bytes = entry->value.bytes;
+    std::string bytes = bytesForSeam(entry->value);
+    if (bytes.size() > capacity) return kErrorMoreData;
+    value.bytes = std::move(bytes);
     return kErrorSuccess;
   }
 
   WinError setValue(const std::string& name, const RegistryValue& value) override {
     if (access_ != RegistryAccess::All) return kErrorAccessDenied;
-    const RegistryValue wanted = canonical(value);
+    const RegistryValue wanted = fromSeam(value);
+    const std::string utf8Name = ansiToUtf8(name);
     return registry_.change(
-        [&](const RegFile& file) { return regFileWithValue(file, path_, name, wanted); },
+        [&](const RegFile& file) { return regFileWithValue(file, path_, utf8Name, wanted); },
         [&](const RegFile& file) {
-          const RegFileValue* entry = file.findValue(path_, name);
+          const RegFileValue* entry = file.findValue(path_, utf8Name);
           return entry != nullptr && entry->value.type == wanted.type &&
                  entry->value.bytes == wanted.bytes;
         });
@@ -46,7 +53,7 @@ class RegRegistry::Key final : public RegistryKey {
 
  private:
   RegRegistry& registry_;
-  std::string path_;
+  std::string path_;  // UTF-8
   RegistryAccess access_;
 };
 
@@ -60,31 +67,34 @@ std::unique_ptr<RegRegistry> RegRegistry::load(const std::string& file, std::str
   return registry;
 }
 
-WinError RegRegistry::openKey(const std::string& path, RegistryAccess access,
+WinError RegRegistry::openKey(const std::string& ansiPath, RegistryAccess access,
                               std::unique_ptr<RegistryKey>& key) {
   readIfChanged();
+  std::string path = ansiToUtf8(ansiPath);
   if (contents_.findKey(path) == nullptr) return kErrorFileNotFound;
-  key = std::make_unique<Key>(*this, path, access);
+  key = std::make_unique<Key>(*this, std::move(path), access);
   return kErrorSuccess;
 }
 
-WinError RegRegistry::createKey(const std::string& path, std::unique_ptr<RegistryKey>& key) {
+WinError RegRegistry::createKey(const std::string& ansiPath, std::unique_ptr<RegistryKey>& key) {
   readIfChanged();
+  std::string path = ansiToUtf8(ansiPath);
   const Check exists = [&](const RegFile& file) { return file.findKey(path) != nullptr; };
   if (!exists(contents_)) {
     const WinError status =
         change([&](const RegFile& file) { return regFileWithKey(file, path); }, exists);
     if (status != kErrorSuccess) return status;
   }
-  key = std::make_unique<Key>(*this, path, RegistryAccess::All);
+  key = std::make_unique<Key>(*this, std::move(path), RegistryAccess::All);
   return kErrorSuccess;
 }
 
 RegRegistry::Stamp RegRegistry::stamp() const {
   std::error_code missing;
   Stamp stamp;
-  stamp.written = std::filesystem::last_write_time(file_, missing);
-  stamp.size = std::filesystem::file_size(file_, missing);
+  const std::filesystem::path file = pathOf(file_);
+  stamp.written = std::filesystem::last_write_time(file, missing);
+  stamp.size = std::filesystem::file_size(file, missing);
   return stamp;
 }
 

@@ -39,7 +39,9 @@ bool fitsInQuotes(const RegistryValue& value) {
 
 std::string hexList(const RegFile& file, const RegistryValue& value, std::size_t column) {
   std::string bytes = value.bytes;
-  if (isRegText(value.type) && file.version5) bytes = encodeText(ansiToUtf8(bytes), true);
+  if (isRegText(value.type)) {
+    bytes = file.version5 ? encodeText(bytes, true) : utf8ToAnsi(bytes);
+  }
   std::string text = "hex";
   if (value.type != RegistryType::Binary) {
     text += '(' + hexNumber(static_cast<std::uint32_t>(value.type), 1) + ')';
@@ -62,7 +64,7 @@ std::string hexList(const RegFile& file, const RegistryValue& value, std::size_t
 // A value's data in UTF-8, for a line on which `column` characters stand before it.
 std::string dataText(const RegFile& file, const RegistryValue& value, std::size_t column) {
   if (fitsInQuotes(value)) {
-    return quoted(ansiToUtf8(std::string_view(value.bytes).substr(0, value.bytes.size() - 1)));
+    return quoted(std::string_view(value.bytes).substr(0, value.bytes.size() - 1));
   }
   if (value.type == RegistryType::Dword && value.bytes.size() == 4) {
     std::uint32_t number = 0;
@@ -89,7 +91,7 @@ std::string insertLines(const RegFile& file, std::size_t offset, std::string lin
 }
 
 std::string sectionHead(const RegFile& file, std::string_view path) {
-  return file.lineEnd + "[HKEY_LOCAL_MACHINE\\" + ansiToUtf8(path) + "]";
+  return file.lineEnd + "[HKEY_LOCAL_MACHINE\\" + std::string(path) + "]";
 }
 
 }  // namespace
@@ -100,7 +102,7 @@ std::string regFileWithKey(const RegFile& file, std::string_view path) {
 
 std::string regFileWithValue(const RegFile& file, std::string_view path, std::string_view name,
                              const RegistryValue& value) {
-  const std::string head = (name.empty() ? "@" : quoted(ansiToUtf8(name))) + '=';
+  const std::string head = (name.empty() ? "@" : quoted(name)) + '=';
   const std::string data = dataText(file, value, head.size());
   if (const RegFileValue* old = file.findValue(path, name)) {
     return splice(file, old->begin, old->end, data);

@@ -18,6 +18,7 @@
 #include "platform/system/file_steps.h"
 #include "platform/system/linux/disk_path.h"
 #include "platform/system/linux/open_file.h"
+#include "platform/system/path_name.h"
 
 namespace platform {
 namespace {
@@ -239,6 +240,14 @@ std::string absolutePath(const std::string& name) {
   if (current == nullptr) return path;
   const std::string folder = current.get();
   return (folder == "/" ? folder : folder + "/") + path;
+}
+
+std::filesystem::path pathOf(const std::string& name) {
+  return name;
+}
+
+std::string nameOf(const std::filesystem::path& path) {
+  return path.string();
 }
 
 FileLock::FileLock(const std::string& name, Wait wait) {

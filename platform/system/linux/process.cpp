@@ -98,7 +98,7 @@ Process& systemProcess() {
   return process;
 }
 
-void keepMemoryPrivate() {
+void hardenProcess() {
   // The limit alone does not bind a handler that the system pipes cores to.
   ::prctl(PR_SET_DUMPABLE, 0, 0, 0, 0);
   const rlimit none{0, 0};

@@ -15,7 +15,10 @@
 #include <sys/stat.h>
 
 #include "platform/system/file_steps.h"
+#include "platform/system/path_name.h"
 #include "platform/system/random.h"
+#include "platform/text/code_page.h"
+#include "platform/text/windows/wide_text.h"
 
 namespace platform {
 namespace {
@@ -292,6 +295,14 @@ std::string absolutePath(const std::string& name) {
   if (length == 0 || length >= needed) return name;
   path.resize(length);
   return path;
+}
+
+std::filesystem::path pathOf(const std::string& name) {
+  return toWide(ansiToUtf16(name));
+}
+
+std::string nameOf(const std::filesystem::path& path) {
+  return utf16ToAnsi(fromWide(path.c_str()));
 }
 
 FileLock::FileLock(const std::string& name, Wait wait) {

@@ -2,6 +2,8 @@
 
 #include <windows.h>
 
+#include "platform/text/code_page.h"
+
 namespace platform {
 namespace {
 
@@ -22,12 +24,15 @@ class WindowsProcess final : public Process {
   }
 
   std::string imagePath() override {
-    char path[kMaxImagePath];
-    std::string name(path, GetModuleFileNameA(nullptr, path, kMaxImagePath));
-    // Only a prefix of the system may have one; elsewhere it is a character that the code page
-    // lacks, and the name nobody's.
-    if (name.find('?', sizeof R"(\\?\)" - 1) == std::string::npos) return name;
-    SetLastError(ERROR_INVALID_NAME);
+    wchar_t path[kMaxImagePath];
+    const DWORD length = GetModuleFileNameW(nullptr, path, kMaxImagePath);
+    if (length == 0 || length == kMaxImagePath) return {};  // failed, or cut off
+    // Not GetModuleFileNameA: it writes a similar letter where the code page lacks one, which is
+    // another path.
+    const std::u16string wide(path, path + length);
+    const std::string ansi = utf16ToAnsi(wide);
+    if (ansiToUtf16(ansi) == wide && ansi.size() < kMaxImagePath) return ansi;
+    SetLastError(ERROR_NO_UNICODE_TRANSLATION);
     return {};
   }
 
@@ -42,7 +47,8 @@ Process& systemProcess() {
   return process;
 }
 
-void keepMemoryPrivate() {
+void hardenProcess() {
+  SetDefaultDllDirectories(LOAD_LIBRARY_SEARCH_SYSTEM32);
   // Without this mode Windows Error Reporting writes a dump of a process that crashes.
   SetErrorMode(SEM_FAILCRITICALERRORS | SEM_NOGPFAULTERRORBOX);
 }

@@ -1,5 +1,7 @@
 #include "platform/system/terminal.h"
 
+#include <atomic>
+
 #include <windows.h>
 #include <io.h>
 
@@ -14,13 +16,34 @@ bool isTerminal(std::FILE* stream) {
          SetConsoleMode(handle, mode | ENABLE_VIRTUAL_TERMINAL_PROCESSING) != 0;
 }
 
-// A console's own code page is another one, of the times before Windows.
-AnsiTerminal::AnsiTerminal() : codePageBefore_(GetConsoleOutputCP()) {
+namespace {
+
+std::atomic<UINT> consoleCodePageBefore = 0;  // 0: there is no console
+
+void restoreCodePage() {
+  if (const UINT before = consoleCodePageBefore.exchange(0); before != 0) {
+    SetConsoleOutputCP(before);
+  }
+}
+
+// Ctrl-C ends the program without destructors, in a thread of its own.
+BOOL WINAPI restoreAtEnd(DWORD) {
+  restoreCodePage();
+  return FALSE;  // the next handler, which ends the process
+}
+
+}  // namespace
+
+// A console's own code page is another one, that of DOS.
+AnsiTerminal::AnsiTerminal() {
+  consoleCodePageBefore = GetConsoleOutputCP();
+  SetConsoleCtrlHandler(restoreAtEnd, TRUE);
   SetConsoleOutputCP(GetACP());
 }
 
 AnsiTerminal::~AnsiTerminal() {
-  if (codePageBefore_ != 0) SetConsoleOutputCP(codePageBefore_);
+  restoreCodePage();
+  SetConsoleCtrlHandler(restoreAtEnd, FALSE);
 }
 
 }  // namespace platform

@@ -142,6 +142,10 @@ std::string utf16ToAnsi(std::u16string_view text) {
   return base::utf16ToUtf8(text);
 }
 
+std::size_t findInAnsi(std::string_view text, char c, std::size_t from) {
+  return text.find(c, from);  // all bytes of a longer UTF-8 character are beyond ASCII
+}
+
 std::string_view ansiStart(std::string_view text, std::size_t limit) {
   return base::isValidUtf8(text) ? base::utf8Start(text, limit) : text.substr(0, limit);
 }

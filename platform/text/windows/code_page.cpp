@@ -131,6 +131,11 @@ bool encodeUnits(const UnitFormat& format, const std::u16string& text, std::stri
   return whole;
 }
 
+// Bytes of the ANSI character that begins with this one, where it is not UTF-8.
+std::size_t characterSize(char first) {
+  return IsDBCSLeadByte(static_cast<BYTE>(first)) != FALSE ? 2 : 1;
+}
+
 }  // namespace
 
 std::u16string ansiToUtf16(std::string_view text) {
@@ -149,12 +154,19 @@ std::string utf16ToAnsi(std::u16string_view text) {
   return out;
 }
 
+std::size_t findInAnsi(std::string_view text, char c, std::size_t from) {
+  for (std::size_t at = from; at < text.size(); at += characterSize(text[at])) {
+    if (text[at] == c) return at;
+  }
+  return std::string_view::npos;
+}
+
 std::string_view ansiStart(std::string_view text, std::size_t limit) {
   if (GetACP() == kCodePageUtf8 && base::isValidUtf8(text)) return base::utf8Start(text, limit);
   if (limit >= text.size()) return text;
   std::size_t end = 0;
   for (;;) {
-    const std::size_t size = IsDBCSLeadByte(static_cast<BYTE>(text[end])) != FALSE ? 2 : 1;
+    const std::size_t size = characterSize(text[end]);
     if (end + size > limit) return text.substr(0, end);
     end += size;
   }

@@ -136,7 +136,7 @@ TEST(RegFile, EditsOnePlaceAndKeepsTheRest) {
       {"software\\site", "DAY", five, "\"Day\"=dword:00000001", "\"Day\"=dword:00000005"},
       {"Software\\Site",
        "long",
-       {RegistryType::String, utf16ToAnsi(u"a\\\"\u20AC") + '\0'},
+       {RegistryType::String, "a\\\"\u20AC"s + '\0'},
        "\"long\"=hex:01,\\\r\n  02",
        "\"long\"=\"a\\\\\\\"\u20AC\""},
       {"Software\\Site", "new", five, "  02\r\n", "  02\r\n\"new\"=dword:00000005\r\n"},

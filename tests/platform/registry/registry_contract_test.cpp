@@ -8,6 +8,7 @@
 
 #include "platform/registry/file/reg_registry.h"
 #include "platform/system/files.h"
+#include "platform/text/code_page.h"
 
 namespace platform {
 namespace {
@@ -22,10 +23,11 @@ TEST_P(RegistryContract, CreatesKeysWithAllAboveThem) {
 }
 
 TEST_P(RegistryContract, GivesBackWhatWasSetIfThereIsRoomForIt) {
-  const std::pair<const char*, RegistryValue> cases[] = {
+  const std::string umlaut = utf16ToAnsi(u"\u00FC");
+  const std::pair<std::string, RegistryValue> cases[] = {
       {"", {RegistryType::String, "a \"b\" \\ c\0"s}},
       {"lines", {RegistryType::String, "one\r\ntwo\0"s}},
-      {"expand", {RegistryType::ExpandString, "%A%\0"s}},
+      {"expand " + umlaut, {RegistryType::ExpandString, "%A%" + umlaut + '\0'}},
       {"multi", {RegistryType::MultiString, "a\0b\0\0"s}},
       {"number", {RegistryType::Dword, "\1\2\3\4"}},
       {"binary", {RegistryType::Binary, "\0\xFF\x80"s}},

@@ -18,7 +18,7 @@ TEST(PosixProcess, LeavesNoCoreWhenItCrashes) {
     ::getrlimit(RLIMIT_CORE, &limit);
     limit.rlim_cur = limit.rlim_max;
     ::setrlimit(RLIMIT_CORE, &limit);
-    keepMemoryPrivate();
+    hardenProcess();
     std::abort();
   };
   const auto leftNoCore = [](int status) { return WIFSIGNALED(status) && !WCOREDUMP(status); };
