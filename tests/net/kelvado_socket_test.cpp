@@ -32,6 +32,9 @@ class KelvadoSocketTest : public testing::Test {
   ErrorLog log;
   ProgressMonitor progress{nullptr, 0, clock};
   Call call{log, progress};
+  AbortingSink sink;
+  ProgressMonitor watched{&sink, 100, clock};
+  Call watchedCall{log, watched};
 };
 
 TEST_F(KelvadoSocketTest, ConnectsToWhatTheNameMeans) {
@@ -77,9 +80,6 @@ TEST_F(KelvadoSocketTest, AConnectThatFailsSaysHow) {
 
   log.Clear();
   network.connectResults = {platform::kWsaWouldBlock};
-  AbortingSink sink;
-  ProgressMonitor watched(&sink, 100, clock);
-  Call watchedCall{log, watched};
   EXPECT_FALSE(socket.connect("192.0.2.9", 25, 1000, watchedCall));
   EXPECT_TRUE(socket.status().aborted);
   EXPECT_TRUE(logged("<error>Socket connect aborted by application</error>\r\n</KelvadoLog>"));
@@ -103,10 +103,7 @@ TEST_F(KelvadoSocketTest, WaitsWholeWithoutAHeartbeatAndInSlicesWithOne) {
   EXPECT_EQ(network.waits, std::vector<std::uint32_t>{1000});
 
   network.waits.clear();
-  AbortingSink sink;
-  sink.checksBeforeAbort = 2;
-  ProgressMonitor watched(&sink, 100, clock);
-  Call watchedCall{log, watched};
+  sink.checksBeforeAbort = 3;
   EXPECT_FALSE(socket.waitForData(1000, watchedCall));
   EXPECT_TRUE(socket.status().aborted);
   EXPECT_EQ(network.waits, (std::vector<std::uint32_t>{100, 100, 100}));
@@ -128,12 +125,10 @@ TEST(ProgressMonitor, HeartbeatsSurviveATickCountThatWraps) {
   clock.ticks = 0xFFFFFFF0;
   AbortingSink sink;
   ProgressMonitor progress(&sink, 50, clock);
-  clock.ticks = 20;
-  EXPECT_FALSE(progress.abortCheck());
-  clock.ticks = 69;
-  EXPECT_FALSE(progress.abortCheck());
-  clock.ticks = 70;
-  EXPECT_TRUE(progress.abortCheck());
+  for (const std::uint32_t ticks : {20U, 69U, 70U}) {
+    clock.ticks = ticks;
+    EXPECT_EQ(progress.abortCheck(), ticks == 70);
+  }
 }
 
 TEST_F(KelvadoSocketTest, TheMachinesNameFallsBackStepByStep) {
@@ -155,7 +150,7 @@ TEST_F(KelvadoSocketTest, TheMachinesNameFallsBackStepByStep) {
   check(platform::kWsaInvalid, "pc", kSocketOk, "pc", "unknown");
 }
 
-TEST(SocketErrors, AreToldInWords) {
+TEST(SocketErrors, AreLoggedInWords) {
   const std::pair<SocketError, const char*> cases[] = {
       {10061,
        "<SocketError>WSAECONNREFUSED No connection could be made because the target machine "

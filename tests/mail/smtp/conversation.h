@@ -2,6 +2,7 @@
 #pragma once
 
 #include <functional>
+#include <map>
 #include <sstream>
 #include <string>
 #include <vector>
@@ -41,6 +42,38 @@ inline void expectInOrder(const std::string& log, const std::string& texts) {
   }
 }
 
+// What scripts say again and again, in a word of lower case.
+inline std::string expanded(const std::string& script) {
+  static const std::map<std::string, std::string> words = {
+      {"ehlo", "S: 220 ready|C: EHLO pc.example"},
+      {"hello", "S: 220 ready|C: EHLO pc.example|S: 250 mail"},
+      {"helo", "S: 220 ready|C: EHLO pc.example|S: 502 what|C: HELO pc.example|S: 250 ok"},
+      {"from", "C: MAIL FROM:<me@site.example>"},
+      {"to", "C: RCPT TO:<to@site.example>"},
+      {"cc", "C: RCPT TO:<cc@site.example>"},
+      {"bcc", "C: RCPT TO:<bcc@site.example>"},
+      {"ok", "S: 250 ok"},
+      {"no", "S: 550 no"},
+      {"many", "S: 452 too many recipients"},
+      {"text", "C: DATA|S: 354 go on|DATA"},
+      {"data", "C: DATA|S: 354 go on|DATA|S: 250 queued"},
+      {"rset", "C: RSET|S: 250 ok"},
+      {"quit", "C: QUIT|S: 221 bye"},
+      {"login", "C: AUTH LOGIN|S: 334 VXNlcm5hbWU6|C: dXNlcg==|S: 334 UGFzc3dvcmQ6|C: c2VjcmV0"},
+      {"plain", "C: AUTH PLAIN dXNlcgB1c2VyAHNlY3JldA=="},
+      {"welcome", "S: 235 welcome"},
+      {"mail",
+       "C: MAIL FROM:<me@site.example>|S: 250 ok|C: RCPT TO:<to@site.example>|S: 250 ok|"
+       "C: DATA|S: 354 go on|DATA|S: 250 queued"}};
+  std::string steps;
+  std::istringstream list(script);
+  for (std::string step; std::getline(list, step, '|');) {
+    const auto word = words.find(step);
+    steps += (word == words.end() ? step : word->second) + "|";
+  }
+  return steps;
+}
+
 using Prepare = std::function<void(KvMailMan&, KvEmail&)>;
 using Send = std::function<bool(KvMailMan&, KvEmail&)>;
 
@@ -48,15 +81,17 @@ inline bool sendEmail(KvMailMan& mailMan, KvEmail& email) {
   return mailMan.SendEmail(email);
 }
 
-// Sends one mail; each script is for a connection. `logged`: as for expectInOrder; the password
-// "secret" is not in the log in any case.
+// Sends one mail; each script is for a connection, with words as above. `logged`: as for
+// expectInOrder; the password "secret" is not in the log in any case.
 inline ScriptedSmtpServer::Record converse(const char* what,
                                            const std::vector<std::string>& scripts, bool sent,
                                            const std::string& logged, const Prepare& prepare = {},
                                            const Send& send = sendEmail,
                                            const test_support::Handshake& handshake = {}) {
   SCOPED_TRACE(what);
-  ScriptedSmtpServer server(scripts, handshake);
+  std::vector<std::string> steps;
+  for (const std::string& script : scripts) steps.push_back(expanded(script));
+  ScriptedSmtpServer server(steps, handshake);
   {
     KvMailMan mailMan;
     KvEmail email;
