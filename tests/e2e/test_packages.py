@@ -8,7 +8,7 @@ import unittest
 import zipfile
 
 import wine_prefix
-from rig import RELEASE, WINDOWS, run
+from rig import RELEASE, WINDOWS, run, wait_until
 
 UNIT = "NRVPasswordExpiration.service"
 SERVICE_KEY = r"HKLM\System\CurrentControlSet\Services\NRVPasswordExpiration"
@@ -76,10 +76,18 @@ class WindowsPackageTest(PackageTest):
             system32 = windows.system_folder
             (system32 / "NorvynExpirationEmail.txt").write_text("ours")
 
-            done = windows.run("cmd", "/c", "install.cmd", cwd=folder)
-            self.assertEqual((done.returncode, done.stdout.decode("ascii").splitlines()), (0, [
-                "Norvyn Password Expiration Service installed.",
-                "Norvyn Password Expiration Service started."]), done.stderr)
+            def install(*arguments):
+                done = windows.run("cmd", "/c", "install.cmd", *arguments, cwd=folder)
+                self.assertEqual(done.stderr, b"")
+                return done.returncode, *done.stdout.decode("ascii").splitlines()
+
+            script = (folder / "install.cmd").read_bytes()
+            self.assertEqual(script.count(b"\r\n"), script.count(b"\n"))
+            self.assertTrue((folder / "settings.md").exists())
+            self.assertEqual(install("/x")[0], 2)
+            self.assertFalse(windows.key_exists(SERVICE_KEY))
+            self.assertEqual(install(), (0, "Norvyn Password Expiration Service installed.",
+                                         "Norvyn Password Expiration Service started."))
             self.assertEqual(windows.registry_value(SERVICE_KEY, "ImagePath").lower(),
                              r"c:\windows\pwlapse\pwlapsesvc.exe")
             self.assertEqual(windows.registry_value(SETTINGS_KEY, "reportOnly"), "0x1")
@@ -87,15 +95,32 @@ class WindowsPackageTest(PackageTest):
             self.assertTrue((system32 / "NorvynExpirationEmail.html").exists())
             self.assertTrue((system32 / "logfiles").is_dir())
 
-            done = windows.run("cmd", "/c", "install.cmd", cwd=folder)  # in place of itself
-            self.assertEqual((done.returncode, done.stdout.decode("ascii").splitlines()), (0, [
-                "Stopping service...", "Service successfully removed.",
-                "Norvyn Password Expiration Service installed.",
-                "Norvyn Password Expiration Service started."]), done.stderr)
+            # An upgrade replaces the programs, and only them.
+            windows.run("reg", "add", SERVICE_KEY, "/v", "DelayedAutostart", "/t", "REG_DWORD", "/d", "1", "/f")
+            programs = windows.drive / "windows/pwlapse"
+            names = ("pwLapseSvc.exe", "pwlapse.exe")
+            contents = {name: (folder / name).read_bytes() for name in names}
+            (folder / "pwlapse.exe").write_bytes(contents["pwlapse.exe"] + b"+")
+            self.assertEqual(install(), (0, "The programs are replaced, and the service runs."))
+            self.assertEqual(windows.registry_value(SERVICE_KEY, "DelayedAutostart"), "0x1")
+            installed = {name: (programs / name).read_bytes() for name in names}
+            self.assertEqual(installed, contents | {"pwlapse.exe": contents["pwlapse.exe"] + b"+"})
 
-            done = windows.run("cmd", "/c", "install.cmd", "/remove", cwd=folder)
-            self.assertEqual(done.stdout.decode("ascii").splitlines(), [
-                "Stopping service...", "Service successfully removed."], done.stderr)
-            self.assertFalse((windows.drive / "windows/pwlapse").exists())
+            # Whatever goes wrong, the old programs run on: a file in use, a service that does not start.
+            (folder / "pwlapse.exe").write_bytes(contents["pwlapse.exe"])
+            reader = windows.begin("cmd", "/c", r"ping -n 600 127.0.0.1 < C:\windows\pwlapse\pwlapse.exe > C:\held")
+            wait_until((windows.drive / "held").exists)
+            self.assertEqual(install()[:2], (1, r"Not installed. A program in C:\windows\pwlapse is in use; "
+                                                "the programs are those of before."))
+            windows.run("taskkill", "/f", "/im", "ping.exe")
+            reader.wait()
+            (folder / "pwLapseSvc.exe").write_bytes(b"no program")
+            self.assertEqual(install(), (
+                1, "Not installed. The new service does not start; the programs are those of before."))
+            self.assertEqual({path.name: path.read_bytes() for path in programs.iterdir()}, installed)
+            self.assertIn(b"RUNNING", windows.run("sc", "query", SERVICE_KEY.rpartition("\\")[2]).stdout)
+
+            self.assertEqual(install("/remove"), (0, "Stopping service...", "Service successfully removed."))
+            self.assertFalse(programs.exists())
             self.assertFalse(windows.key_exists(SERVICE_KEY))
             self.assertTrue(windows.key_exists(SETTINGS_KEY))

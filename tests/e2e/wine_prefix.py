@@ -51,6 +51,12 @@ class WinePrefix(Rig):
                               stdin=subprocess.DEVNULL, capture_output=True, timeout=WAIT_SECONDS,
                               check=False, **options)
 
+    def begin(self, program, *arguments):
+        """A program in the background."""
+        return subprocess.Popen(self._in_time("wine", program, *arguments), env=self.environment,
+                                stdin=subprocess.DEVNULL, stdout=subprocess.DEVNULL,
+                                stderr=subprocess.DEVNULL)
+
     def import_registry(self, keys):
         """keys: as for site_files.registry_file."""
         file = self.folder / "import.reg"
