@@ -1,7 +1,13 @@
 #include "config/settings_check.h"
 
+#include <algorithm>
+#include <cstddef>
+#include <cstdint>
+#include <cstring>
 #include <optional>
 
+#include "base/ascii.h"
+#include "config/editions.h"
 #include "config/registry_readers.h"
 #include "config/settings_table.h"
 
@@ -41,7 +47,151 @@ bool countsForPass(const Setting& setting) {
   return false;
 }
 
+std::string valueText(const std::string& name, const std::string& key) {
+  return "registry value \"" + name + "\" of " + key;
+}
+
+struct KnownValue {
+  std::string name;
+  const Setting* setting;
+  int index;
+};
+
+// A key that settings stand in, or below which they do.
+struct Place {
+  std::string key;
+  std::vector<SettingGroup> groups;
+  std::vector<std::string> subkeys;
+  // Others keep values and keys there too: an unknown name is a mistake only when it is near to a
+  // known one.
+  bool shared = false;
+};
+
+std::vector<Place> placesOfSettings() {
+  std::vector<std::string> policies;
+  for (int slot = 0; slot < kNamedPolicies; ++slot) policies.push_back(policySlotName(slot));
+  std::vector<Place> places = {
+      {kPoliciesKey, {}, {}, true},
+      {kProductKey, {SettingGroup::Product}, {"Directory"}, true},
+      {kDirectoryKey, {SettingGroup::Directory}, {}, false},
+  };
+  for (const Edition& edition : editions()) {
+    places[0].subkeys.push_back(std::string(edition.key).substr(std::strlen(kPoliciesKey) + 1));
+  }
+  for (const std::string root : {kPolicyRootMpe, kPolicyRootMpems}) {
+    std::vector<std::string> subkeys = policies;
+    subkeys.emplace_back(kExpirationSubkey);
+    places.push_back({root, {SettingGroup::EditionRoot}, subkeys, false});
+    places.push_back({root + '\\' + kExpirationSubkey, {SettingGroup::Expiration}, {}, false});
+    for (const std::string& policy : policies) {
+      places.push_back(
+          {root + '\\' + policy, {SettingGroup::Policy, SettingGroup::PolicyRules}, {}, false});
+    }
+  }
+  return places;
+}
+
+std::vector<KnownValue> knownValues(const Place& place) {
+  std::vector<KnownValue> known;
+  for (const Setting& setting : settingsTable()) {
+    if (std::count(place.groups.begin(), place.groups.end(), setting.group) == 0) continue;
+    for (int i = 0; i < setting.count; ++i) known.push_back({settingName(setting, i), &setting, i});
+  }
+  return known;
+}
+
+// How many characters must be put in, left out, replaced or swapped with the next one to make one
+// name of the other; letter case does not count.
+std::size_t distance(const std::string& left, const std::string& right) {
+  const std::string a = base::lowered(left);
+  const std::string b = base::lowered(right);
+  std::vector<std::vector<std::size_t>> steps(a.size() + 1, std::vector<std::size_t>(b.size() + 1));
+  for (std::size_t i = 0; i <= a.size(); ++i) steps[i][0] = i;
+  for (std::size_t j = 0; j <= b.size(); ++j) steps[0][j] = j;
+  for (std::size_t i = 1; i <= a.size(); ++i) {
+    for (std::size_t j = 1; j <= b.size(); ++j) {
+      const std::size_t replaced = steps[i - 1][j - 1] + (a[i - 1] == b[j - 1] ? 0 : 1);
+      steps[i][j] = std::min({replaced, steps[i - 1][j] + 1, steps[i][j - 1] + 1});
+      const bool swapped = i > 1 && j > 1 && a[i - 1] == b[j - 2] && a[i - 2] == b[j - 1];
+      if (swapped) steps[i][j] = std::min(steps[i][j], steps[i - 2][j - 2] + 1);
+    }
+  }
+  return steps[a.size()][b.size()];
+}
+
+// The nearest of the known names; empty when none is near.
+std::string nearestName(const std::string& name, const std::vector<std::string>& known) {
+  constexpr std::size_t kCharactersPerMistake = 4;
+  constexpr std::size_t kMostMistakes = 2;
+  constexpr std::size_t kLongestName = 64;  // a longer one is no misspelling
+  std::string nearest;
+  if (name.size() > kLongestName) return nearest;
+  std::size_t best = std::min((name.size() + 1) / kCharactersPerMistake, kMostMistakes) + 1;
+  for (const std::string& candidate : known) {
+    const std::size_t steps = distance(name, candidate);
+    if (steps < best) nearest = candidate;
+    best = std::min(best, steps);
+  }
+  return nearest;
+}
+
+void noteUnknown(const std::string& what, const std::string& name,
+                 const std::vector<std::string>& known, bool shared,
+                 std::vector<std::string>& notes) {
+  const std::string nearest = nearestName(name, known);
+  if (shared && nearest.empty()) return;
+  notes.push_back(what + " is not known, and not read" +
+                  (nearest.empty() ? "" : ": \"" + nearest + "\" may be meant"));
+}
+
+void noteValue(platform::Registry& registry, const std::string& key, const KnownValue& value,
+               std::vector<std::string>& notes) {
+  const Setting& setting = *value.setting;
+  const std::string what = valueText(value.name, key);
+  const std::string fault = typeFault(registry, key, setting, value.index);
+  if (!fault.empty()) {
+    const bool refusedElsewhere =
+        countsForPass(setting) || setting.group == SettingGroup::Directory;
+    if (!refusedElsewhere) notes.push_back(what + ": " + fault);
+    return;
+  }
+  if (setting.type == SettingType::Text || setting.limit == 0) return;
+  const std::uint32_t number = readNumber(registry, key, value.name);
+  if (number <= setting.limit) return;
+  notes.push_back(what + ": " + std::to_string(number) + " is more than " +
+                  std::to_string(setting.limit));
+}
+
 }  // namespace
+
+std::vector<std::string> findSettingNotes(platform::Registry& registry) {
+  std::vector<std::string> notes;
+  for (const Place& place : placesOfSettings()) {
+    const platform::KeyNames names = registry.list(place.key);
+    const std::vector<KnownValue> known = knownValues(place);
+    std::vector<std::string> knownNames;
+    for (const KnownValue& value : known) knownNames.push_back(value.name);
+    for (const std::string& name : names.values) {
+      const auto found = std::find_if(known.begin(), known.end(), [&](const KnownValue& value) {
+        return base::equalsNoCase(value.name, name);
+      });
+      if (found != known.end()) {
+        noteValue(registry, place.key, *found, notes);
+      } else if (!name.empty()) {
+        noteUnknown(valueText(name, place.key), name, knownNames, place.shared, notes);
+      }
+    }
+    for (const std::string& name : names.subkeys) {
+      const bool isKnown =
+          std::any_of(place.subkeys.begin(), place.subkeys.end(),
+                      [&](const std::string& subkey) { return base::equalsNoCase(subkey, name); });
+      if (isKnown) continue;
+      noteUnknown("registry key " + place.key + '\\' + name, name, place.subkeys, place.shared,
+                  notes);
+    }
+  }
+  return notes;
+}
 
 std::vector<std::string> findWrongTypes(platform::Registry& registry) {
   std::vector<std::string> found;
@@ -51,8 +201,7 @@ std::vector<std::string> findWrongTypes(platform::Registry& registry) {
       for (int i = 0; i < setting.count; ++i) {
         const std::string fault = typeFault(registry, key, setting, i);
         if (fault.empty()) continue;
-        found.push_back("registry value \"" + settingName(setting, i) + "\" of " + key + ": " +
-                        fault);
+        found.push_back(valueText(settingName(setting, i), key) + ": " + fault);
       }
     }
   }

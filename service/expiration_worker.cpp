@@ -3,7 +3,6 @@
 #include <cstdio>
 
 #include "config/pass_files.h"
-#include "config/settings_check.h"
 #include "directory/domain_directory.h"
 #include "platform/system/files.h"
 #include "service/expiration_run.h"
@@ -50,9 +49,6 @@ platform::WinError ExpirationWorker::readValues(ServiceValues& values) {
     return kErrorBadConfiguration;
   }
   values = readServiceValues(system_->host().registry);
-  for (const std::string& wrong : config::findWrongTypes(system_->host().registry)) {
-    journal(wrong + ", and counts as 0");
-  }
   return platform::kErrorSuccess;
 }
 

@@ -8,6 +8,7 @@
 #include "config/editions.h"
 #include "config/pass_files.h"
 #include "config/registry_readers.h"
+#include "config/settings_check.h"
 #include "directory/password_expiry.h"
 #include "notify/admin_report_mail.h"
 #include "notify/mail_settings.h"
@@ -106,6 +107,12 @@ void Pass::loadSettings() {
     pass_.settings.reportOnly = true;
   }
   if (pass_.settings.testEmailOnly) pass_.settings.reportOnly = true;
+  // What was meant is not known, so nobody is mailed or expired by it.
+  for (const std::string& wrong : config::findWrongTypes(registry)) {
+    findings_.problem(wrong + ": the pass only reports");
+    pass_.settings.reportOnly = true;
+  }
+  for (const std::string& note : config::findSettingNotes(registry)) findings_.note(note);
   pass_.record.settingsSource = registry.name();
   pass_.record.settingsKey = edition.settingsKey;
   pass_.record.reportOnly = pass_.settings.reportOnly;

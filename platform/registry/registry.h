@@ -7,6 +7,7 @@
 #include <cstdint>
 #include <memory>
 #include <string>
+#include <vector>
 
 #include "platform/system/win_error.h"
 
@@ -45,6 +46,12 @@ class RegistryKey {
   virtual WinError setValue(const std::string& name, const RegistryValue& value) = 0;
 };
 
+// As they were written.
+struct KeyNames {
+  std::vector<std::string> values;  // "" is the default value
+  std::vector<std::string> subkeys;
+};
+
 class Registry {
  public:
   virtual ~Registry() = default;
@@ -54,6 +61,12 @@ class Registry {
                            std::unique_ptr<RegistryKey>& key) = 0;
   // Opens the key, made first (with every key above it) when it does not exist.
   virtual WinError createKey(const std::string& path, std::unique_ptr<RegistryKey>& key) = 0;
+
+  // What a key holds; nothing when it does not exist, or may not be listed.
+  virtual KeyNames list(const std::string& path) {
+    (void)path;
+    return {};
+  }
 
   // Where it is, in words for messages: the path of a file, or the registry of this system.
   virtual std::string name() const { return "the registry of this system"; }

@@ -81,5 +81,38 @@ TEST_F(SettingsCheck, NamesWhatIsOfAWrongTypeAndMattersToAPass) {
   }
 }
 
+TEST_F(SettingsCheck, NotesNamesThatAreNotKnownAndWhatElseMayBeAMistake) {
+  const std::string mpe = kPolicyRootMpe;
+  const std::string notRead = " is not known, and not read";
+  const std::pair<std::string, std::string> cases[] = {
+      {mpe + "\\PWExpiration]\n\"reportOnyl\"=dword:00000001",
+       "registry value \"reportOnyl\" of " + mpe + "\\PWExpiration" + notRead +
+           ": \"reportOnly\" may be meant"},
+      {mpe + "\\PWExpiration]\n\"WARNING3\"=dword:00000001\n@=\"\"", ""},
+      {mpe + "\\PWExpiration]\n\"colour\"=\"red\"",
+       "registry value \"colour\" of " + mpe + "\\PWExpiration" + notRead},
+      {mpe + "\\Polcy1]\n\"colour\"=\"red\"",
+       "registry key " + mpe + "\\Polcy1" + notRead + ": \"Policy1\" may be meant"},
+      {mpe + "\\policy5]\n\"checkspaces\"=\"1\"",
+       "registry value \"checkSpaces\" of " + mpe + "\\Policy5: not a number (REG_DWORD)"},
+      {mpe + "\\Policy5]\n\"emailWarnings\"=dword:00000002",
+       "registry value \"emailWarnings\" of " + mpe + "\\Policy5: 2 is more than 1"},
+      {std::string(kPoliciesKey) + "\\PwsentryProMEP]",
+       "registry key " + std::string(kPoliciesKey) + "\\PwsentryProMEP" + notRead +
+           ": \"PwsentryProMPE\" may be meant"},
+      // Others write there, too.
+      {std::string(kPoliciesKey) + "\\Other]", ""},
+      {std::string(kProductKey) + "]\n\"installed\"=dword:00000001", ""},
+      {std::string(kDirectoryKey) + "]\n\"url\"=\"ldif:x\"",
+       "registry value \"url\" of " + std::string(kDirectoryKey) + notRead +
+           ": \"uri\" may be meant"},
+  };
+  for (const auto& [key, note] : cases) {
+    platform::Registry& registry = registryWith("Software", "[HKEY_LOCAL_MACHINE\\" + key + "\n");
+    const std::vector<std::string> notes = findSettingNotes(registry);
+    EXPECT_EQ(notes, note.empty() ? std::vector<std::string>{} : std::vector{note}) << key;
+  }
+}
+
 }  // namespace
 }  // namespace config

@@ -209,9 +209,14 @@ TEST(Pass, ReportsMailFailureAndGoesOn) {
   EXPECT_EQ(site.registryNumber(config::kProductKey, kLastRunDay), 5U);
 }
 
-TEST(Pass, OnlyReportsWithoutASettingsKeyOrAMailServer) {
+TEST(Pass, OnlyReportsWithoutAMailServerOrWithASettingOfAWrongType) {
   const std::string root = std::string("\n[HKEY_LOCAL_MACHINE\\") + config::kPolicyRootMpe;
-  for (const char* settings : {"Other]", "\\PWExpiration]\n\"htmllog\"=dword:1"}) {
+  const std::pair<const char*, std::size_t> cases[] = {
+      {"Other]", 0},
+      {"\\PWExpiration]\n\"htmllog\"=dword:1", 0},
+      {"\\PWExpiration]\n\"smtpServer\"=\"127.0.0.1\"\n\"limitEmails\"=\"1\"", 1},
+  };
+  for (const auto& [settings, problems] : cases) {
     TestSite site;
     site.user({"walter", 50});
     site.writeOut();
@@ -221,6 +226,8 @@ TEST(Pass, OnlyReportsWithoutASettingsKeyOrAMailServer) {
     EXPECT_TRUE(pass.record.reportOnly);
     EXPECT_EQ(pass.of("walter").expiry, Expiry::OnlyReported);
     EXPECT_FALSE(contains(site.directoryText(), "pwdLastSet: 0"));
+    EXPECT_THAT(pass.problems(), testing::SizeIs(problems));
+    EXPECT_THAT(pass.notes(), testing::IsEmpty());
   }
 }
 

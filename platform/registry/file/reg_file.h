@@ -24,6 +24,7 @@ struct RegFileError {
 };
 
 struct RegFileValue {
+  std::string name;     // as written, in UTF-8
   RegistryValue value;  // a text in UTF-8
   // Where its data stands in the file's bytes.
   std::size_t begin = 0;
@@ -34,6 +35,7 @@ inline constexpr std::size_t kNoOffset = static_cast<std::size_t>(-1);
 
 // Names are map keys in folded case.
 struct RegFileKey {
+  std::string name;  // as written, in UTF-8, of this key alone
   std::map<std::string, RegFileValue> values;
   std::map<std::string, std::unique_ptr<RegFileKey>> subkeys;
   // Where a new value's line goes; kNoOffset: the file has no section of this key's own.

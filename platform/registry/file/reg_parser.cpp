@@ -141,7 +141,10 @@ bool Parser::parseKey() {
     path.remove_prefix(1);
     const std::size_t length = std::min(path.find('\\'), path.size());
     std::unique_ptr<RegFileKey>& child = key->subkeys[base::foldCase(path.substr(0, length))];
-    if (child == nullptr) child = std::make_unique<RegFileKey>();
+    if (child == nullptr) {
+      child = std::make_unique<RegFileKey>();
+      child->name = path.substr(0, length);
+    }
     key = child.get();
     path.remove_prefix(length);
   }
@@ -188,6 +191,7 @@ bool Parser::parseValue() {
   if (deletes) {
     key_->values.erase(base::foldCase(name));
   } else {
+    entry.name = name;
     key_->values[base::foldCase(name)] = std::move(entry);
   }
   return true;

@@ -89,6 +89,17 @@ WinError RegRegistry::createKey(const std::string& ansiPath, std::unique_ptr<Reg
   return kErrorSuccess;
 }
 
+KeyNames RegRegistry::list(const std::string& path) {
+  readIfChanged();
+  KeyNames names;
+  const RegFileKey* key = contents_.findKey(ansiToUtf8(path));
+  if (key == nullptr) return names;
+  for (const auto& [folded, value] : key->values) names.values.push_back(utf8ToAnsi(value.name));
+  for (const auto& [folded, subkey] : key->subkeys)
+    names.subkeys.push_back(utf8ToAnsi(subkey->name));
+  return names;
+}
+
 RegRegistry::Stamp RegRegistry::stamp() const {
   std::error_code missing;
   Stamp stamp;

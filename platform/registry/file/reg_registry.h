@@ -28,6 +28,7 @@ class RegRegistry final : public Registry {
   WinError openKey(const std::string& path, RegistryAccess access,
                    std::unique_ptr<RegistryKey>& key) override;
   WinError createKey(const std::string& path, std::unique_ptr<RegistryKey>& key) override;
+  KeyNames list(const std::string& path) override;
 
   std::string name() const override { return file_; }
   std::string lastError() const override { return error_; }

@@ -45,6 +45,21 @@ WinError wrap(LSTATUS status, HKEY opened, std::unique_ptr<RegistryKey>& key) {
   return static_cast<WinError>(status);
 }
 
+// The names that one of the enumerating functions gives, by rising index. The limit is that of the
+// system for names of values; those of keys are shorter.
+template <typename Enumerate>
+std::vector<std::string> namesOf(const Enumerate& enumerate) {
+  constexpr DWORD kMaxNameBytes = 32768;
+  std::vector<std::string> names;
+  std::vector<char> buffer(kMaxNameBytes);
+  for (DWORD index = 0;; ++index) {
+    DWORD size = kMaxNameBytes;
+    const LSTATUS status = enumerate(index, buffer.data(), &size);
+    if (status == ERROR_SUCCESS) names.emplace_back(buffer.data(), size);
+    if (status != ERROR_SUCCESS && status != ERROR_MORE_DATA) return names;
+  }
+}
+
 class SystemRegistry final : public Registry {
  public:
   WinError openKey(const std::string& path, RegistryAccess access,
@@ -61,6 +76,22 @@ class SystemRegistry final : public Registry {
         RegCreateKeyExA(HKEY_LOCAL_MACHINE, path.c_str(), 0, nullptr, REG_OPTION_NON_VOLATILE,
                         KEY_ALL_ACCESS, nullptr, &opened, nullptr);
     return wrap(status, opened, key);
+  }
+
+  KeyNames list(const std::string& path) override {
+    HKEY key = nullptr;
+    if (RegOpenKeyExA(HKEY_LOCAL_MACHINE, path.c_str(), 0, KEY_READ, &key) != ERROR_SUCCESS) {
+      return {};
+    }
+    KeyNames names;
+    names.values = namesOf([key](DWORD index, char* name, DWORD* size) {
+      return RegEnumValueA(key, index, name, size, nullptr, nullptr, nullptr, nullptr);
+    });
+    names.subkeys = namesOf([key](DWORD index, char* name, DWORD* size) {
+      return RegEnumKeyExA(key, index, name, size, nullptr, nullptr, nullptr, nullptr);
+    });
+    RegCloseKey(key);
+    return names;
   }
 };
 

@@ -22,6 +22,17 @@ TEST_P(RegistryContract, CreatesKeysWithAllAboveThem) {
   EXPECT_EQ(open(kPath + "\\Two"s), nullptr);
 }
 
+TEST_P(RegistryContract, ListsNamesAsTheyWereWritten) {
+  create(kPath + "\\One\\Two"s)->setValue("Name", {RegistryType::String, "x\0"s});
+  create(kPath + "\\One\\Three"s);
+  const KeyNames top = registry_->list("software\\kadro\\CONTRACTTEST");
+  EXPECT_EQ(top.subkeys, std::vector<std::string>{"One"});
+  EXPECT_TRUE(top.values.empty());
+  EXPECT_EQ(registry_->list(kPath + "\\One"s).subkeys.size(), 2U);
+  EXPECT_EQ(registry_->list(kPath + "\\One\\Two"s).values, std::vector<std::string>{"Name"});
+  EXPECT_TRUE(registry_->list(kPath + "\\Two"s).subkeys.empty());
+}
+
 TEST_P(RegistryContract, GivesBackWhatWasSetIfThereIsRoomForIt) {
   const std::string umlaut = utf16ToAnsi(u"\u00FC");
   const std::pair<std::string, RegistryValue> cases[] = {

@@ -20,6 +20,7 @@ class ScratchRegistry final : public Registry {
   WinError createKey(const std::string& path, std::unique_ptr<RegistryKey>& key) override {
     return registry_->createKey(path, key);
   }
+  KeyNames list(const std::string& path) override { return registry_->list(path); }
 
  private:
   std::unique_ptr<Registry> registry_ = makeSystemRegistry();
