@@ -32,39 +32,53 @@ bool beginsWithMark(const Charset& charset, std::string_view bytes) {
          (bytes.starts_with(kLittleEndianMark) || bytes.starts_with(kBigEndianMark));
 }
 
-// Labels with fewer characters than the code page that converts them. Many programs write text of
-// the whole code page under such a label; this library reads that, and does not write it.
+// Labels with fewer characters than the code page that converts them: the sets of 94 rows of 94
+// characters, in which both bytes are 0xA1 or above. Many programs write text of the whole code
+// page under such a label; this library reads that, and does not write it.
 struct StrictLabel {
   std::uint32_t codePage;
-  std::uint32_t strictCodePage;
+  unsigned lastLeadByte;
   std::string_view extended[2];  // a label with one of these in it means the whole code page
 };
 
-constexpr StrictLabel kStrictLabels[] = {
-    {936, 20936, {"gbk", "936"}},
-    {949, 20949, {"uhc", "949"}},
-};
+constexpr std::uint32_t kGbk = 936;
+constexpr StrictLabel kStrictLabels[] = {{kGbk, 0xF7, {"gbk", "936"}}, {949, 0xFE, {"uhc", "949"}}};
+
+// Characters of GBK in places that GB 2312 leaves free, first and last.
+constexpr unsigned kGbkOnly[][2] = {{0xA2A1, 0xA2AA}, {0xA6E0, 0xA6F5}, {0xA8BB, 0xA8C0}};
 
 constexpr std::uint32_t kBig5 = 950;
 constexpr std::string_view kEuroSign = "\xE2\x82\xAC";  // Big5 has none
 
-bool fitsLabel(const Charset& charset, std::string_view utf8) {
+// Whether `bytes`, in the label's code page, are characters of the label's own set.
+bool areInSet(const StrictLabel& label, std::string_view bytes) {
+  for (std::size_t i = 0; i < bytes.size(); ++i) {
+    const unsigned lead = static_cast<unsigned char>(bytes[i]);
+    if (lead < 0x80) continue;
+    const unsigned trail = ++i < bytes.size() ? static_cast<unsigned char>(bytes[i]) : 0;
+    if (lead < 0xA1 || lead > label.lastLeadByte || trail < 0xA1) return false;
+    const unsigned character = lead << 8 | trail;
+    const bool gbkOnly = std::any_of(
+        std::begin(kGbkOnly), std::end(kGbkOnly),
+        [character](const auto& range) { return range[0] <= character && character <= range[1]; });
+    if (gbkOnly && label.codePage == kGbk) return false;
+  }
+  return true;
+}
+
+bool fitsLabel(const Charset& charset, std::string_view utf8, std::string_view bytes) {
   const auto names = [&charset](std::string_view part) {
     return charset.name().find(part) != std::string::npos;
   };
   if (charset.codePage() == kBig5 && names("big5")) {
     return utf8.find(kEuroSign) == std::string_view::npos;
   }
-  for (const StrictLabel& label : kStrictLabels) {
-    if (label.codePage != charset.codePage() ||
-        std::any_of(std::begin(label.extended), std::end(label.extended), names)) {
-      continue;
-    }
-    std::string bytes;
-    bool lossy = false;
-    return platform::utf8ToCodePage(label.strictCodePage, utf8, bytes, &lossy) && !lossy;
-  }
-  return true;
+  return std::all_of(
+      std::begin(kStrictLabels), std::end(kStrictLabels), [&](const StrictLabel& label) {
+        return label.codePage != charset.codePage() ||
+               std::any_of(std::begin(label.extended), std::end(label.extended), names) ||
+               areInSet(label, bytes);
+      });
 }
 
 }  // namespace
@@ -117,7 +131,7 @@ bool EncodingConvert::carries(const Charset& charset, std::string_view utf8) {
   std::string bytes;
   std::string back;
   return fromUtf8(charset, utf8, bytes) && toUtf8(charset, bytes, back) && back == utf8 &&
-         fitsLabel(charset, utf8);
+         fitsLabel(charset, utf8, bytes);
 }
 
 std::string repairedUtf8(std::string_view text) {
