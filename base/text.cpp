@@ -41,6 +41,12 @@ std::string_view takeLine(std::string_view& text) {
   return line;
 }
 
+std::string quotedField(std::string_view text) {
+  std::string quoted(text);
+  replaceAll(quoted, "\"", "\"\"");
+  return '"' + quoted + '"';
+}
+
 std::string withoutLineBreaks(std::string_view text) {
   std::string out(text);
   std::erase_if(out, [](char c) { return c == '\n' || c == '\r' || c == '\0'; });

@@ -20,6 +20,10 @@ std::string withoutLineBreaks(std::string_view text);
 // The text with every line ended by CR LF, whatever ended it before: CR LF, LF or CR.
 void appendWithCrLf(std::string_view text, std::string& out);
 
+// The text between quotation marks, those in it doubled: a field of a line of comma-separated
+// values (RFC 4180).
+std::string quotedField(std::string_view text);
+
 // A byte below 0x20, or DEL.
 bool isControl(char c);
 

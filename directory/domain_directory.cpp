@@ -2,10 +2,12 @@
 // is in domain_users_list.cpp.
 #include "directory/domain_directory.h"
 
+#include <algorithm>
 #include <cstdio>
 #include <string_view>
 #include <utility>
 
+#include "base/text.h"
 #include "platform/text/code_page.h"
 
 namespace directory {
@@ -231,6 +233,11 @@ HResult getUserEmail(DirectoryUser& user, config::DebugLog& log, UserDirectoryDa
     } else if (failed(status)) {
       log.print("    %s failed with HR: %x\n", property.name, status);
     }
+  }
+  // No mail can go there, and a line break would split the lines of the logs.
+  if (std::any_of(data.email.begin(), data.email.end(), base::isControl)) {
+    log.print("    EmailAddress holds a control character, which no address does.\n");
+    data.email = kNoEmail;
   }
   log.print("    getUserEmail() end**\n");
   return status;

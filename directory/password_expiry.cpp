@@ -2,6 +2,7 @@
 #include "directory/password_expiry.h"
 
 #include "base/format_text.h"
+#include "base/text.h"
 #include "base/timestamp.h"
 #include "config/pass_files.h"
 #include "platform/system/files.h"
@@ -27,11 +28,11 @@ platform::AccountResult expireUserPassword(platform::AccountDatabase& accounts,
   info.passwordExpired = kPasswordExpiredMark;
   result = accounts.setUserInfo(logonName, info);
   if (!result.ok()) return result;
-  platform::appendToFile(config::kExpiredPasswordLog,
-                         base::formatText("\"%s\",\"%s\",\"%i\",\"%s\"\n",
-                                          base::timestampText(clock.localTime()).c_str(),
-                                          platform::utf16ToAnsi(logonName).c_str(),
-                                          static_cast<int>(passwordAgeDays), "successful"));
+  platform::appendToFile(
+      config::kExpiredPasswordLog,
+      base::formatText("\"%s\",%s,\"%i\",\"%s\"\n", base::timestampText(clock.localTime()).c_str(),
+                       base::quotedField(platform::utf16ToAnsi(logonName)).c_str(),
+                       static_cast<int>(passwordAgeDays), "successful"));
   return result;
 }
 

@@ -1,6 +1,7 @@
 #include "notify/run_logs.h"
 
 #include "base/format_text.h"
+#include "base/text.h"
 #include "base/timestamp.h"
 #include "config/pass_files.h"
 #include "directory/password_expiry.h"
@@ -79,10 +80,10 @@ void recreateExpiringSoonLog() {
 
 void appendExpiringSoon(const base::LocalTime& now, const std::string& username,
                         const std::string& email, int daysLeft) {
-  platform::appendToFile(
-      config::kExpiringSoonLog,
-      base::formatText("\"%s\",\"%s\",\"%s\",\"%i\"\n", base::timestampText(now).c_str(),
-                       username.c_str(), email.c_str(), daysLeft));
+  platform::appendToFile(config::kExpiringSoonLog,
+                         base::formatText("\"%s\",%s,%s,\"%i\"\n", base::timestampText(now).c_str(),
+                                          base::quotedField(username).c_str(),
+                                          base::quotedField(email).c_str(), daysLeft));
 }
 
 }  // namespace notify

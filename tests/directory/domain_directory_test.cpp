@@ -36,6 +36,7 @@ struct Row {
 // A directory that notes what it is asked, and answers what the test sets.
 struct FakeAccess final : DirectoryAccess {
   std::map<std::string, HResult> status;  // of a call; kOk when it is not here
+  std::u16string email = u"a@b.example";
   Text givenName = u"Anna";
   std::vector<Row> rows;
   std::vector<std::uint32_t> lastErrors;  // of each call
@@ -88,7 +89,7 @@ struct Handle final : DirectoryObject, DirectoryUser, DirectorySearch, SearchRow
     return access.note("get " + base::utf16ToUtf8(attribute), u"DC=site", value);
   }
   HResult queryUser(Owned<DirectoryUser>& user) override { return access.open("user", user); }
-  HResult emailAddress(Text& value) override { return access.note("email", u"a@b.example", value); }
+  HResult emailAddress(Text& value) override { return access.note("email", access.email, value); }
   HResult firstName(Text& value) override { return access.note("first", access.givenName, value); }
   HResult lastName(Text& value) override { return access.note("last", u"Berg", value); }
   HResult setScope(SearchScope scope) override {
@@ -242,6 +243,10 @@ TEST_F(DomainDirectoryTest, EachPropertyIsReadWhateverBecomesOfTheOthers) {
   EXPECT_EQ(data.email, "none");
   const std::size_t letter = utf16ToAnsi(u"\u00E4").size();
   EXPECT_EQ(data.firstName.size(), 255 / letter * letter);
+  // What would break a line of the logs is no address.
+  access.status.clear();
+  access.email = u"a@b.example\r\n\"x";
+  EXPECT_EQ(lookUp({kUser}).email, "none");
 }
 
 TEST_F(DomainDirectoryTest, LookUpsWithABindingOfTheirOwn) {

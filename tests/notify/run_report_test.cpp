@@ -128,10 +128,10 @@ TEST(ExpiringSoonLog, StartsAnewAndDropsLinesWithoutItsFolder) {
   platform::createDirectory("logfiles");
   notify::appendExpiringSoon(clock.local, "old", "none", 1);
   notify::recreateExpiringSoonLog();
-  notify::appendExpiringSoon(clock.local, "walter", "none", -3);
+  notify::appendExpiringSoon(clock.local, "walter", "\"w\"@site", -3);
   EXPECT_EQ(test_support::readText(config::kExpiringSoonLog),
             "\"Date of Run\",\"Username\",\"Email\",\"Days before expiration\"\n"
-            "\" 3/05/2026  9:07:03\",\"walter\",\"none\",\"-3\"\n");
+            "\" 3/05/2026  9:07:03\",\"walter\",\"\"\"w\"\"@site\",\"-3\"\n");
 }
 
 }  // namespace
