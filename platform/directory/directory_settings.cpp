@@ -89,7 +89,11 @@ bool isPort(std::string_view text) {
 
 // HOST[:PORT], where an IPv6 address stands in brackets.
 bool isServer(std::string_view text) {
-  if (text.find_first_of(" <>\"?#@,%") != std::string_view::npos) return false;
+  const auto isForeign = [](char c) {
+    return static_cast<unsigned char>(c) <= ' ' ||
+           std::string_view("<>\"?#@,%\x7F").find(c) != std::string_view::npos;
+  };
+  if (std::any_of(text.begin(), text.end(), isForeign)) return false;
   if (text.starts_with("[]")) return false;
   const std::size_t end =
       text.starts_with('[') ? text.find(']') + 1 : std::min(text.find(':'), text.size());

@@ -280,11 +280,14 @@ HResult SnapshotDirectory::fail(HResult status, std::string text) {
   return status;
 }
 
+HResult SnapshotDirectory::badPath(const std::u16string& path) {
+  return fail(kAdsBadPathName, "not a path of this directory: " + base::utf16ToUtf8(path));
+}
+
 HResult SnapshotDirectory::openObject(const std::u16string& path, std::uint32_t,
                                       std::unique_ptr<DirectoryObject>& object) {
   const std::optional<std::string> name = nameInPath(path);
-  if (!name)
-    return fail(kAdsBadPathName, "not a path of this directory: " + base::utf16ToUtf8(path));
+  if (!name) return badPath(path);
   const HResult status = ensureLoaded();
   if (failed(status)) return status;
   const DirectorySnapshot& snapshot = loaded_->snapshot;
@@ -308,8 +311,7 @@ HResult SnapshotDirectory::openObject(const std::u16string& path, std::uint32_t,
 HResult SnapshotDirectory::openSearch(const std::u16string& path, std::uint32_t,
                                       std::unique_ptr<DirectorySearch>& search) {
   const std::optional<std::string> name = nameInPath(path);
-  if (!name)
-    return fail(kAdsBadPathName, "not a path of this directory: " + base::utf16ToUtf8(path));
+  if (!name) return badPath(path);
   const HResult status = ensureLoaded();
   if (failed(status)) return status;
   SearchBase base;

@@ -65,6 +65,7 @@ class SnapshotDirectory final : public DirectoryAccess, public AccountDatabase {
   HResult ensureLoaded();
   void drop();
   HResult fail(HResult status, std::string text);
+  HResult badPath(const std::u16string& path);
   // On success `entry` is the account's; valid until drop().
   AccountResult findEntry(const std::u16string& name, DirectoryEntry*& entry);
   void describe(const DirectoryEntry& entry, UserInfo& info);

@@ -3,6 +3,7 @@
 #include "platform/directory/directory_settings.h"
 
 #include <filesystem>
+#include <sstream>
 #include <string>
 
 #include <gtest/gtest.h>
@@ -66,35 +67,17 @@ TEST_F(DirectorySettingsTest, Addresses) {
     EXPECT_EQ(read(value, kAll), result);
     EXPECT_EQ(read("", kAll, uri), result);
   }
-  for (const char* uri : {"ldap://",
-                          "ldap://:389",
-                          "ldap://dc1:",
-                          "ldap://dc1:0",
-                          "ldap://dc1:65536",
-                          "ldap://dc1:x",
-                          "ldap://dc 1",
-                          "ldap://dc1,ldap://dc2",
-                          "ldap://me@dc1",
-                          "ldap://::1",
-                          "ldap://[::1",
-                          "ldap://[]",
-                          "ldap://[::1]x",
-                          "ldap://dc1?sub",
-                          "ldap://dc1/DC=x?mail",
-                          "ldap://dc1/%4",
-                          "ldap://dc1/%zz",
-                          "ldap://dc1/%00",
-                          "http://dc1",
-                          "dc1",
-                          "ldif:",
-                          "ldif"}) {
-    const std::string refusal = std::string("\"") + uri +
-                                "\" is not ldap://HOST[:PORT][/DN], ldaps://..., ldapi://... or "
-                                "ldif:FILE";
-    EXPECT_EQ(read(std::string("\"uri\"=\"") + uri + "\"", kAll), kKey + "\"uri\": " + refusal);
-    EXPECT_EQ(read("\"uri\"=\"ldap://other\"", kAll, uri), "directory URI: " + refusal);
+  std::istringstream refused(
+      "ldap:// ldap://:389 ldap://dc1: ldap://dc1:0 ldap://dc1:65536 ldap://dc1:x ldap://me@dc1 "
+      "ldap://dc1,ldap://dc2 ldap://::1 ldap://[::1 ldap://[] ldap://[::1]x ldap://dc1?sub "
+      "ldap://dc1/DC=x?mail ldap://dc1/%4 ldap://dc1/%zz ldap://dc1/%00 http://dc1 dc1 ldif: ldif");
+  for (std::string uri; refused >> uri;) {
+    const std::string refusal =
+        uri + "\" is not ldap://HOST[:PORT][/DN], ldaps://..., ldapi://... or ldif:FILE";
+    EXPECT_EQ(read("\"uri\"=\"" + uri + "\"", kAll), kKey + "\"uri\": \"" + refusal);
+    EXPECT_EQ(read("\"uri\"=\"ldap://other\"", kAll, uri), "directory URI: \"" + refusal);
   }
-  EXPECT_EQ(read("", kAll, "a\nb").find('\n'), std::string::npos);
+  EXPECT_EQ(read("", kAll, "ldap://a\nb").find('\n'), std::string::npos);
 }
 
 TEST_F(DirectorySettingsTest, ASystemWithADomainOfItsOwnServesOnlyFiles) {
