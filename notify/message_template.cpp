@@ -92,15 +92,15 @@ std::vector<std::string> findTemplateProblems() {
   return problems;
 }
 
-void replaceTokens(MessageBody& body, const TokenValues& values) {
+void replaceTokens(MessageBody& body, const UserRecord& user) {
   const struct {
     std::string_view token;
-    std::string value;
+    std::string value;  // ANSI
   } tokens[] = {
-      {"<%username%>", values.username},
-      {"<%firstName%>", values.firstName},
-      {"<%lastName%>", values.lastName},
-      {"<%daysUntilExpiration%>", std::to_string(values.daysUntilExpiration)},
+      {"<%username%>", user.username},
+      {"<%firstName%>", user.data.firstName},
+      {"<%lastName%>", user.data.lastName},
+      {"<%daysUntilExpiration%>", std::to_string(user.daysLeft())},
       {"<%backslash%>", "\\"},
   };
   constexpr std::string_view kTokenStart = "<%";

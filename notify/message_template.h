@@ -6,6 +6,7 @@
 #include <vector>
 
 #include "config/debug_log.h"
+#include "notify/user_record.h"
 
 namespace notify {
 
@@ -24,17 +25,9 @@ MessageBody loadMessageBody(const std::string& customMessage, config::DebugLog& 
 // The templates that are there and cannot be used: one line each, for an administrator.
 std::vector<std::string> findTemplateProblems();
 
-// What the tokens of a template stand for; ANSI.
-struct TokenValues {
-  std::string username;
-  std::string firstName;
-  std::string lastName;
-  int daysUntilExpiration = 0;
-};
-
-// Replaces <%username%>, <%firstName%>, <%lastName%>, <%daysUntilExpiration%> and <%backslash%>,
-// letter case counts, in one scan: an inserted value is not looked at again. In HTML a value is
-// inserted as text, never as markup.
-void replaceTokens(MessageBody& body, const TokenValues& values);
+// Replaces the tokens, <%username%> and the others of the table in message_template.cpp, in one
+// scan: an inserted value is not looked at again. Letter case counts. In HTML a value is inserted
+// as text, never as markup.
+void replaceTokens(MessageBody& body, const UserRecord& user);
 
 }  // namespace notify

@@ -22,7 +22,7 @@ MessageBody composeBody(const WarningContext& context, const UserRecord& user) {
 
   MessageBody body = loadMessageBody(context.settings.emailCustomMsg, context.log);
   const directory::UserDirectoryData& data = user.data;
-  replaceTokens(body, {user.username, data.firstName, data.lastName, countdown});
+  replaceTokens(body, user);
   context.log.print("    user firstname: %s\n", data.firstName.c_str());
   context.log.print("    user lastname: %s\n", data.lastName.c_str());
   context.log.print("    days until expiration: %i\n", countdown);

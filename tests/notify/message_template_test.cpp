@@ -14,7 +14,11 @@ namespace {
 using namespace std::string_literals;
 
 TEST(MessageTemplate, ReplacesTokensInOneScanAndInHtmlByText) {
-  const notify::TokenValues values{"j&d", "<a href=x>", "<%daysUntilExpiration%>", -3};
+  notify::UserRecord user;
+  user.username = "j&d";
+  user.data.firstName = "<a href=x>";
+  user.data.lastName = "<%daysUntilExpiration%>";
+  user.age = 3;  // of 0 days
   const std::tuple<const char*, const char*, bool> cases[] = {
       {"<%username%>, <%firstName%>", "j&d, <a href=x>", false},
       {"<b><%username%></b>, <%firstName%>", "<b>j&amp;d</b>, &lt;a href=x&gt;", true},
@@ -29,7 +33,7 @@ TEST(MessageTemplate, ReplacesTokensInOneScanAndInHtmlByText) {
   };
   for (const auto& [text, result, isHtml] : cases) {
     notify::MessageBody body{text, isHtml};
-    notify::replaceTokens(body, values);
+    notify::replaceTokens(body, user);
     EXPECT_EQ(body.text, result) << text;
   }
 }
