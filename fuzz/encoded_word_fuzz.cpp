@@ -10,11 +10,19 @@ using namespace kelvado;
 
 namespace {
 
+constexpr std::string_view kReplacement = "\xEF\xBF\xBD";
+
 void requireWords(const std::string& words, std::string_view text, std::size_t column) {
   // Where the field's name leaves no room, the words begin on a line of their own.
   require(decodeHeaderText(base::trimmed(words)) == text);
   require(words.find('\0') == std::string::npos);
   requireLines(std::string(column, ' ') + words, kMaxHeaderColumns);
+  // No word splits a character.
+  for (std::string_view rest = words; !rest.empty();) {
+    const bool hasReplacement =
+        decodeHeaderText(takeUpTo('\n', rest)).find(kReplacement) != std::string::npos;
+    require(!hasReplacement || text.find(kReplacement) != std::string_view::npos);
+  }
 }
 
 }  // namespace

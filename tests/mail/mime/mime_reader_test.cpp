@@ -7,7 +7,6 @@
 #include "base/text.h"
 #include "mail/core/error_log.h"
 #include "mail/mime/mime_message2.h"
-#include "tests/mail/mime/text_checks.h"
 
 namespace kelvado {
 namespace {
@@ -184,11 +183,11 @@ TEST(MimeReader, RefusesWhatGoesBeyondItsLimits) {
     while (count-- > 0) out += text;
     return out;
   };
-  std::string nested = "x";
+  std::string nested;
   for (int depth = 0; depth < 100; ++depth) {
     const std::string boundary = "b" + std::to_string(depth);
-    nested = "Content-Type: multipart/mixed; boundary=" + boundary + "\r\n\r\n--" + boundary +
-             "\r\n" + nested + "\r\n--" + boundary + "--\r\n";
+    nested +=
+        "Content-Type: multipart/mixed; boundary=" + boundary + "\r\n\r\n--" + boundary + "\r\n";
   }
   const std::pair<std::string, std::string_view> rows[] = {
       {nested, "nested too deeply"},
