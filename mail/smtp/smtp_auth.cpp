@@ -153,6 +153,8 @@ constexpr AuthMethod kMethods[] = {
 };
 constexpr const AuthMethod& kLogin = kMethods[0];
 constexpr const AuthMethod& kPlain = kMethods[4];
+static_assert(std::string_view(kLogin.keyword) == "LOGIN");
+static_assert(std::string_view(kPlain.keyword) == "PLAIN");
 constexpr const char* kForceNone = "NONE";
 
 bool isForcedToNone(const SmtpCredentials& credentials) {
