@@ -55,8 +55,8 @@ bool writeTextFile(const std::string& name, std::string_view text);
 // file is for its owner only (0600).
 bool replaceFileAtomically(const std::string& name, std::string_view bytes);
 
-// Removes the temporary files beside `name` that replacing it left when its process was ended. To
-// be called while the file's lock is held: another process may be replacing it.
+// Removes the temporary files beside `name` that replacing it left when its process was killed. Not
+// while another process holds the file's lock: it may be replacing the file.
 void removeTemporaries(const std::string& name);
 
 // Opens, appends, closes: for lines of text, whose "\n" becomes the system's own line end on disk.

@@ -9,12 +9,18 @@
 #include "platform/directory/ldif/ldif_source.h"
 #include "platform/directory/snapshot_directory.h"
 #include "platform/registry/file/reg_registry.h"
+#include "platform/registry/file/system_reg_registry.h"
 #include "platform/system/clock.h"
+#include "platform/system/files.h"
 
 namespace platform {
 namespace {
 
 constexpr const char* kDefaultRegistryFile = "/etc/pwlapse/registry.reg";
+// Where the package is installed, it makes this folder for the service's user, who may not write to
+// /etc/pwlapse.
+constexpr const char* kServiceFolder = "/var/lib/pwlapse";
+constexpr const char* kWrittenRegistryFile = "/var/lib/pwlapse/written.reg";
 
 class FileSystemHost final : public SystemHost {
  public:
@@ -28,6 +34,12 @@ class FileSystemHost final : public SystemHost {
   SnapshotDirectory directory_;
 };
 
+std::unique_ptr<Registry> loadRegistry(const std::string& file, std::string& error) {
+  if (!file.empty() && file != kDefaultRegistryFile) return RegRegistry::load(file, error);
+  if (!fileExists(kServiceFolder)) return RegRegistry::load(kDefaultRegistryFile, error);
+  return SystemRegRegistry::load(kDefaultRegistryFile, kWrittenRegistryFile, error);
+}
+
 std::unique_ptr<DirectorySource> sourceOf(const DirectorySettings& settings) {
   if (!settings.ldifFile.empty()) return std::make_unique<LdifSource>(settings.ldifFile);
   return std::make_unique<LdapSource>(settings.ldap, systemClock());
@@ -36,9 +48,7 @@ std::unique_ptr<DirectorySource> sourceOf(const DirectorySettings& settings) {
 }  // namespace
 
 std::unique_ptr<SystemHost> makeSystemHost(const HostOptions& options, std::string& error) {
-  const bool byDefault = options.registryFile.empty();
-  std::unique_ptr<Registry> registry =
-      RegRegistry::load(byDefault ? kDefaultRegistryFile : options.registryFile, error);
+  std::unique_ptr<Registry> registry = loadRegistry(options.registryFile, error);
   if (registry == nullptr) return nullptr;
   DirectorySettings settings;
   if (!readDirectorySettings(*registry, options.directoryUri, ServedDirectories::LdapAndLdif,

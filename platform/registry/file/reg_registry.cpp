@@ -1,6 +1,5 @@
 #include "platform/registry/file/reg_registry.h"
 
-#include <cerrno>
 #include <system_error>
 #include <utility>
 
@@ -10,6 +9,8 @@
 
 namespace platform {
 namespace {
+
+constexpr const char* kEmptyFile = "Windows Registry Editor Version 5.00\r\n";
 
 // The file's texts are in UTF-8, those of the seam in the ANSI code page.
 RegistryValue fromSeam(const RegistryValue& value) {
@@ -57,8 +58,10 @@ class RegRegistry::Key final : public RegistryKey {
   RegistryAccess access_;
 };
 
-std::unique_ptr<RegRegistry> RegRegistry::load(const std::string& file, std::string& error) {
-  std::unique_ptr<RegRegistry> registry(new RegRegistry(absolutePath(file)));
+std::unique_ptr<RegRegistry> RegRegistry::load(const std::string& file, std::string& error,
+                                               Missing missing) {
+  std::unique_ptr<RegRegistry> registry(new RegRegistry(absolutePath(file), missing));
+  removeTemporaries(registry->file_);
   registry->stamp_ = registry->stamp();
   if (!registry->read(registry->contents_)) {
     error = registry->error_;
@@ -113,8 +116,10 @@ bool RegRegistry::read(RegFile& contents) {
   error_.clear();
   std::string bytes;
   if (!readWholeFile(file_, bytes, kMaxRegFileBytes)) {
-    error_ = file_ + ": " + std::generic_category().message(errno);
-    return false;
+    error_ = file_ + ": " + fileErrorText();
+    if (missing_ == Missing::IsError || fileExists(file_)) return false;
+    error_.clear();
+    bytes = kEmptyFile;
   }
   RegFileError wrong;
   if (!parseRegFile(std::move(bytes), contents, wrong)) {
@@ -135,7 +140,7 @@ void RegRegistry::readIfChanged() {
 WinError RegRegistry::change(const Edit& edit, const Check& done) {
   const FileLock lock(file_);
   if (!lock.held()) {
-    error_ = file_ + ".lock: " + std::generic_category().message(errno);
+    error_ = file_ + ".lock: " + fileErrorText();
     return kErrorAccessDenied;
   }
   RegFile before;
@@ -152,7 +157,7 @@ WinError RegRegistry::change(const Edit& edit, const Check& done) {
     return kErrorWriteFault;
   }
   if (!replaceFileAtomically(file_, after.bytes)) {
-    error_ = file_ + ": " + std::generic_category().message(errno);
+    error_ = file_ + ": " + fileErrorText();
     return kErrorWriteFault;
   }
   contents_ = std::move(after);

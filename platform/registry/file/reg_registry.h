@@ -22,8 +22,12 @@ inline constexpr std::size_t kMaxRegFileBytes = std::size_t{64} * 1024 * 1024;
 
 class RegRegistry final : public Registry {
  public:
-  // Null with `error` one line, "FILE:LINE: what is wrong" or "FILE: reason".
-  static std::unique_ptr<RegRegistry> load(const std::string& file, std::string& error);
+  // Whether a file that does not exist is an error, or has no keys and is made by the first write.
+  enum class Missing { IsError, IsEmpty };
+  // Null with `error` one line, "FILE:LINE: what is wrong" or "FILE: reason". Temporary files that
+  // a process left beside it when it was killed in a write are removed.
+  static std::unique_ptr<RegRegistry> load(const std::string& file, std::string& error,
+                                           Missing missing = Missing::IsError);
 
   WinError openKey(const std::string& path, RegistryAccess access,
                    std::unique_ptr<RegistryKey>& key) override;
@@ -44,7 +48,7 @@ class RegRegistry final : public Registry {
   using Edit = std::function<std::string(const RegFile&)>;
   using Check = std::function<bool(const RegFile&)>;
 
-  explicit RegRegistry(std::string file) : file_(std::move(file)) {}
+  RegRegistry(std::string file, Missing missing) : file_(std::move(file)), missing_(missing) {}
 
   bool read(RegFile& contents);
   void readIfChanged();
@@ -53,6 +57,7 @@ class RegRegistry final : public Registry {
   Stamp stamp() const;
 
   std::string file_;  // absolute
+  Missing missing_;
   RegFile contents_;
   Stamp stamp_;
   std::string error_;

@@ -8,6 +8,7 @@
 #include <cstdlib>
 #include <mutex>
 #include <optional>
+#include <vector>
 
 #include <dirent.h>
 #include <fcntl.h>
@@ -87,10 +88,21 @@ int flagsOf(std::string_view mode) {
 constexpr std::string_view kTemporaryEnd = ".pwlapse-tmp";
 constexpr std::size_t kTemporaryLetters = 6;
 
-bool isTemporaryOf(std::string_view name, std::string_view file) {
-  if (!name.starts_with(file) || !name.ends_with(kTemporaryEnd)) return false;
-  return name.size() == file.size() + 1 + kTemporaryLetters + kTemporaryEnd.size() &&
-         name[file.size()] == '.';
+std::vector<std::string> temporariesOf(const std::string& path) {
+  const std::string folder = folderOfPath(path);
+  const std::string start = lastPartOfPath(path) + '.';
+  const std::unique_ptr<DIR, int (*)(DIR*)> open(::opendir(folder.c_str()), &::closedir);
+  std::vector<std::string> found;
+  while (open != nullptr) {
+    const dirent* entry = ::readdir(open.get());
+    if (entry == nullptr) break;
+    const std::string_view name = entry->d_name;
+    if (name.size() == start.size() + kTemporaryLetters + kTemporaryEnd.size() &&
+        name.starts_with(start) && name.ends_with(kTemporaryEnd)) {
+      found.push_back(folder + '/' + std::string(name));
+    }
+  }
+  return found;
 }
 
 // The owner, group and mode of the file that `file` is to replace at `path`; for a new file the
@@ -174,13 +186,11 @@ void removeTemporaries(const std::string& name) {
   const std::optional<std::string> found = diskPath(name);
   if (!found) return;
   const std::string path = linkTarget(*found);
-  const std::string folder = folderOfPath(path);
-  const std::unique_ptr<DIR, int (*)(DIR*)> open(::opendir(folder.c_str()), &::closedir);
-  if (open == nullptr) return;
-  while (const dirent* entry = ::readdir(open.get())) {
-    if (!isTemporaryOf(entry->d_name, lastPartOfPath(path))) continue;
-    ::unlinkat(::dirfd(open.get()), entry->d_name, 0);
-  }
+  const std::vector<std::string> left = temporariesOf(path);
+  if (left.empty()) return;
+  const FileLock lock(path, FileLock::Wait::No);
+  if (!lock.held()) return;
+  for (const std::string& temporary : left) ::unlink(temporary.c_str());
 }
 
 bool appendToFile(const std::string& name, std::string_view text) {

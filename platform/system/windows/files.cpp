@@ -233,9 +233,11 @@ void removeTemporaries(const std::string& name) {
   WIN32_FIND_DATAA entry;
   const HANDLE search = FindFirstFileA((name + ".*" + kTemporaryEnd).c_str(), &entry);
   if (search == INVALID_HANDLE_VALUE) return;
-  do {
+  const FileLock lock(name, FileLock::Wait::No);
+  while (lock.held()) {
     DeleteFileA((folder + entry.cFileName).c_str());
-  } while (FindNextFileA(search, &entry) != 0);
+    if (FindNextFileA(search, &entry) == 0) break;
+  }
   FindClose(search);
 }
 

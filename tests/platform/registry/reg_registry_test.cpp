@@ -7,6 +7,7 @@
 
 #include <gtest/gtest.h>
 
+#include "platform/registry/file/system_reg_registry.h"
 #include "platform/system/files.h"
 #include "tests/support/temp_dir.h"
 #include "tests/support/text_file.h"
@@ -92,6 +93,39 @@ TEST_F(RegRegistryTest, WritersAtTheSameTimeLoseNothing) {
   for (const auto& name : names) {
     EXPECT_EQ(text(*registry, "a" + name) + text(*registry, "b" + name), "setset");
   }
+}
+
+// The settings' file is not touched, whether a value is in it or not.
+TEST_F(RegRegistryTest, WhatTheSystemsRegistryWritesIsInAFileOfItsOwn) {
+  std::string error;
+  auto registry = SystemRegRegistry::load("site.reg", "written.reg", error);
+  ASSERT_NE(registry, nullptr) << error;
+  EXPECT_FALSE(fileExists("written.reg"));
+  EXPECT_EQ(setText(*registry, "name", "two") + setText(*registry, "day", "5"), kErrorSuccess);
+  EXPECT_EQ(readBytes("site.reg"), kSite);
+  EXPECT_EQ(readBytes("written.reg"),
+            "Windows Registry Editor Version 5.00\r\n\r\n[HKEY_LOCAL_MACHINE\\Software\\Site]\r\n"
+            "\"name\"=\"two\"\r\n\"day\"=\"5\"\r\n");
+  writeWholeFile("site.reg", kSite + "\"more\"=\"seen\"\n"s);
+  registry = SystemRegRegistry::load("site.reg", "written.reg", error);
+  EXPECT_EQ(text(*registry, "name") + text(*registry, "day") + text(*registry, "more"), "two5seen");
+  createDirectory("folder");
+  for (const char* unreadable : {"folder", "site.reg/x"}) {
+    EXPECT_EQ(SystemRegRegistry::load(unreadable, "written.reg", error), nullptr) << unreadable;
+  }
+  EXPECT_EQ(SystemRegRegistry::load("site.reg", "folder", error), nullptr);
+}
+
+TEST_F(RegRegistryTest, WhatAKilledWriteLeftIsRemovedUnlessAnotherIsAtWork) {
+  const std::string left = absolutePath("site.reg") + ".aB3dE6.pwlapse-tmp";
+  writeWholeFile(left, "secret");
+  {
+    const FileLock busy("site.reg");
+    load();
+    EXPECT_TRUE(fileExists(left));
+  }
+  load();
+  EXPECT_FALSE(fileExists(left));
 }
 
 }  // namespace

@@ -7,6 +7,7 @@
 #include <gtest/gtest.h>
 
 #include "platform/registry/file/reg_registry.h"
+#include "platform/registry/file/system_reg_registry.h"
 #include "platform/system/files.h"
 #include "platform/text/code_page.h"
 
@@ -77,7 +78,13 @@ INSTANTIATE_TEST_SUITE_P(
     testing::Values(
         RegistryImplementation{
             "Utf8File", [] { return registryInFile("Windows Registry Editor Version 5.00\r\n"); }},
-        RegistryImplementation{"Version4File", [] { return registryInFile("REGEDIT4"); }}),
+        RegistryImplementation{"Version4File", [] { return registryInFile("REGEDIT4"); }},
+        RegistryImplementation{"TwoFiles",
+                               [] {
+                                 writeWholeFile("settings.reg", "REGEDIT4");
+                                 std::string error;
+                                 return SystemRegRegistry::load("settings.reg", "new.reg", error);
+                               }}),
     [](const auto& implementation) { return implementation.param.name; });
 
 }  // namespace

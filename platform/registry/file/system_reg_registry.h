@@ -1,0 +1,37 @@
+// The registry of a system that has none of its own: settings that an administrator writes and a
+// pass only reads, in one ".reg" file, and what a pass writes in another, so that the service needs
+// no right to change its settings. What the second file holds counts before the first.
+// Used by one thread.
+#pragma once
+
+#include <memory>
+#include <string>
+
+#include "platform/registry/file/reg_registry.h"
+
+namespace platform {
+
+class SystemRegRegistry final : public Registry {
+ public:
+  // Null with `error` one line as RegRegistry::load gives it. The second file may be missing: it is
+  // made with the first value that is written.
+  static std::unique_ptr<SystemRegRegistry> load(const std::string& settingsFile,
+                                                 const std::string& writtenFile,
+                                                 std::string& error);
+
+  WinError openKey(const std::string& path, RegistryAccess access,
+                   std::unique_ptr<RegistryKey>& key) override;
+  WinError createKey(const std::string& path, std::unique_ptr<RegistryKey>& key) override;
+
+  std::string lastError() const override;
+
+ private:
+  class Key;
+  SystemRegRegistry(std::unique_ptr<RegRegistry> settings, std::unique_ptr<RegRegistry> written)
+      : settings_(std::move(settings)), written_(std::move(written)) {}
+
+  std::unique_ptr<RegRegistry> settings_;
+  std::unique_ptr<RegRegistry> written_;
+};
+
+}  // namespace platform
