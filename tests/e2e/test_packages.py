@@ -33,21 +33,44 @@ class DebianPackageTest(PackageTest):
         root = self.folder / "root"
         (root / "var/lib/dpkg/updates").mkdir(parents=True)
         (root / "var/lib/dpkg/status").touch()
+        (root / "etc").mkdir()
         dpkg = ["dpkg", f"--root={root}", "--force-script-chrootless", "--force-depends", "--no-triggers"]
         before = self.files(root)
         run(*dpkg, "--install", package)
         self.check_programs(root)
 
-        (root / "etc/pwlapse/registry.reg").touch()
-        (root / "var/lib/pwlapse/logfiles").mkdir(parents=True)
+        # Settings, lists and templates are the administrator's; what the service has written is not.
+        work = root / "var/lib/pwlapse"
+        own = {root / "etc/pwlapse/registry.reg", work / "pwsentry_pro_policy1_include.txt",
+               work / "NorvynExpirationEmail.html"}
+        (work / "logfiles").mkdir()
+        for file in *own, work / "written.reg", work / "logfiles/norvyn-expired-pw.log", \
+                work / "pwsentry_pro_domain_users.txt.lock", work / "errors-norvyn-email.xml":
+            file.touch()
         run(*dpkg, "--purge", "pwlapse")
-        # Settings are the administrator's.
-        self.assertEqual(self.files(root) - before, {"etc/pwlapse/registry.reg"})
+        self.assertEqual(self.files(root) - before, {str(file.relative_to(root)) for file in own})
+
+    def test_lintian_and_hardening(self):
+        package = self.package(RELEASE, "*.deb")
+        done = run("lintian", "--fail-on", "error,warning", "--allow-root", package)
+        self.assertEqual(done.stdout, "")
+        tree = self.folder / "tree"
+        run("dpkg-deb", "--extract", package, tree)
+        for program in tree / "usr/bin/pwlapse", tree / "usr/sbin/pwLapseSvc":
+            seen = run("readelf", "--wide", "--all", program).stdout
+            for sign in (r"DYN \(Position-Independent", "GNU_RELRO", "BIND_NOW", "__stack_chk_fail@",
+                         r"__\w+printf_chk@"):
+                with self.subTest(program=program.name, sign=sign):
+                    self.assertRegex(seen, sign)
+            # Where indirect jumps may land. The start code of the C library has a few in any program.
+            self.assertGreater(run("objdump", "--disassemble", program).stdout.count("endbr64"), 1000)
 
     @staticmethod
     def files(root):
+        """But for the list of packages and that of users, which the service's stays in."""
         return {str(path.relative_to(root)) for path in root.rglob("*")
-                if path.is_file() and not path.is_relative_to(root / "var/lib/dpkg")}
+                if path.is_file() and path.parent != root / "etc"
+                and not path.is_relative_to(root / "var/lib/dpkg")}
 
     def check_programs(self, root):
         unit = root / "usr/lib/systemd/system" / UNIT
@@ -55,7 +78,11 @@ class DebianPackageTest(PackageTest):
         complaints = subprocess.run(["systemd-analyze", "verify", "--man=no", f"--root={root}", UNIT],
                                     capture_output=True, text=True).stderr
         self.assertEqual([line for line in complaints.splitlines() if line.startswith(str(unit))], [])
-        self.assertEqual((root / "etc/pwlapse").stat().st_mode & 0o777, 0o750)
+        groups = dict(line.split(":")[0:3:2] for line in (root / "etc/group").read_text().splitlines())
+        for folder, owner, mode in ("etc/pwlapse", "root", 0o2750), ("var/lib/pwlapse", "pwlapse", 0o750):
+            status = (root / folder).stat()
+            self.assertEqual((status.st_mode & 0o7777, status.st_gid, status.st_uid != 0),
+                             (mode, int(groups["pwlapse"]), owner == "pwlapse"))
 
         example = root / "usr/share/doc/pwlapse/examples/registry.reg"
         shown = run(root / "usr/bin/pwlapse", "policies", "--registry", example).stdout

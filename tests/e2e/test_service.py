@@ -33,9 +33,11 @@ class ServiceTest(unittest.TestCase):
             (self.folder / name).mkdir(parents=True)
         subprocess.run(["cp", "-a", "/etc", self.etc], check=True)
         self.registry.parent.mkdir(exist_ok=True)
-        systemctl = self.folder / "bin/systemctl"
-        systemctl.write_text(f'#!/bin/sh\necho "$*" >> {self.folder}/calls\n[ "$2" != "$FAILS" ]\n')
-        systemctl.chmod(0o755)
+        for name in "systemctl", "systemd-sysusers", "systemd-tmpfiles":
+            program = self.folder / "bin" / name
+            program.write_text(f'#!/bin/sh\necho "${{0##*/}} $*" >> {self.folder}/calls\n'
+                               '[ "$2" != "${FAILS-x}" ] && [ "${0##*/}" != "${FAILS-x}" ]\n')
+            program.chmod(0o755)
 
     def set_up_site(self, users, age, port=9):
         ldif = self.folder / "domain.ldif"
@@ -150,8 +152,9 @@ class ServiceTest(unittest.TestCase):
         shutil.copy(PROGRAM, program)
         unit = self.etc / "systemd/system" / UNIT
         failed = "CreateService failed - The s"
-        status, output, _ = self.call("-install", program=program, FAILS="daemon-reload")
-        self.assertEqual((status, output[:len(failed)]), (0, failed))
+        for step in "systemd-sysusers", "systemd-tmpfiles", "daemon-reload":
+            status, output, _ = self.call("-install", program=program, FAILS=step)
+            self.assertEqual((status, output[:len(failed)]), (0, failed))
         unit.unlink()
         (self.folder / "calls").unlink()
 
@@ -165,9 +168,12 @@ class ServiceTest(unittest.TestCase):
         self.assertIn("already exists. (0x431)", self.call("/INSTALL")[1])
         self.assertEqual(self.call("-remove"),
                          (0, "Stopping service...\nService successfully removed.\n", ""))
-        self.assertFalse(unit.exists())
-        calls = (self.folder / "calls").read_text().replace("--quiet ", "").replace(" " + UNIT, "")
+        for file in unit, self.etc / "sysusers.d/pwlapse.conf", self.etc / "tmpfiles.d/pwlapse.conf":
+            self.assertFalse(file.exists())
+        calls = (self.folder / "calls").read_text().replace("systemctl --quiet ", "").replace(" " + UNIT, "")
         self.assertEqual(calls.splitlines(), [
+            "systemd-sysusers /etc/sysusers.d/pwlapse.conf",
+            "systemd-tmpfiles --create /etc/tmpfiles.d/pwlapse.conf",
             "daemon-reload", "enable", "start", "daemon-reload", "enable", "is-active", "stop",
             "disable --now", "daemon-reload"])
         self.assertIn("Problems removing service. Error number: 1060\n", self.call("-remove")[1])

@@ -3,6 +3,7 @@
 #include <cerrno>
 #include <cstddef>
 #include <string_view>
+#include <utility>
 
 #include <spawn.h>
 #include <sys/stat.h>
@@ -17,8 +18,7 @@
 namespace platform {
 namespace {
 
-constexpr mode_t kUnitFileMode =
-    0644;  // units hold no secret, and "systemctl cat" is for everybody
+constexpr mode_t kFileMode = 0644;
 constexpr std::string_view kServicesKey = "SYSTEM\\CurrentControlSet\\Services\\";
 constexpr std::string_view kDescriptionLine = "\nDescription=";
 
@@ -42,6 +42,25 @@ std::string unitText(const NewService& service) {
   // Quoted for its blanks.
   base::replaceAll(text, "@EXEC_START@", '"' + unitValue(service.imagePath) + '"');
   return text;
+}
+
+// These files hold no secret, and "systemctl cat" is for everybody.
+bool writeForAll(const std::string& file, const std::string& text) {
+  return replaceFileAtomically(file, text) && ::chmod(file.c_str(), kFileMode) == 0;
+}
+
+// Whether it ended with status 0. Its complaints reach the administrator by standard error.
+bool runProgram(std::vector<std::string> words) {
+  std::vector<char*> argv;
+  for (std::string& word : words) argv.push_back(word.data());
+  argv.push_back(nullptr);
+  pid_t child = 0;
+  if (posix_spawnp(&child, argv[0], nullptr, nullptr, argv.data(), environ) != 0) return false;
+  int status = 0;
+  while (waitpid(child, &status, 0) < 0) {
+    if (errno != EINTR) return false;
+  }
+  return WIFEXITED(status) && WEXITSTATUS(status) == 0;
 }
 
 class UnitKey final : public RegistryKey {
@@ -101,6 +120,8 @@ WinError SystemdUnits::create(const NewService& service) const {
   if (service.imagePath.find_first_of(kNotInPrograms) != std::string::npos) {
     return kErrorInvalidName;
   }
+  const WinError user = makeUser();
+  if (user != kErrorSuccess) return user;
   const WinError written = writeUnit(service.name, unitText(service));
   return written == kErrorSuccess ? setStart(service.name, service.startType) : written;
 }
@@ -120,6 +141,8 @@ WinError SystemdUnits::stop(const std::string& name) const {
 WinError SystemdUnits::remove(const std::string& name) const {
   // What cannot be disabled is removed all the same; its links then lead nowhere.
   systemctl({"disable", "--now", unitName(name)});
+  removeFile(places_.userFile);
+  removeFile(places_.rightsFile);
   if (::unlink(unitFile(name).c_str()) != 0) return winErrorOf(errno);
   return systemctl({"daemon-reload"}) ? kErrorSuccess : kErrorServiceRequestTimeout;
 }
@@ -153,27 +176,25 @@ std::string SystemdUnits::unitFile(const std::string& name) const {
 }
 
 WinError SystemdUnits::writeUnit(const std::string& name, const std::string& text) const {
-  const std::string file = unitFile(name);
-  if (!replaceFileAtomically(file, text) || ::chmod(file.c_str(), kUnitFileMode) != 0) {
-    return winErrorOf(errno);
-  }
+  if (!writeForAll(unitFile(name), text)) return winErrorOf(errno);
   return systemctl({"daemon-reload"}) ? kErrorSuccess : kErrorServiceRequestTimeout;
 }
 
-// Its complaints reach the administrator by standard error.
-bool SystemdUnits::systemctl(const std::vector<std::string>& arguments) const {
-  std::vector<std::string> words = {places_.systemctl, "--quiet"};
-  words.insert(words.end(), arguments.begin(), arguments.end());
-  std::vector<char*> argv;
-  for (std::string& word : words) argv.push_back(word.data());
-  argv.push_back(nullptr);
-  pid_t child = 0;
-  if (posix_spawnp(&child, argv[0], nullptr, nullptr, argv.data(), environ) != 0) return false;
-  int status = 0;
-  while (waitpid(child, &status, 0) < 0) {
-    if (errno != EINTR) return false;
+WinError SystemdUnits::makeUser() const {
+  const std::pair<std::string, const char*> files[] = {{places_.userFile, kUserText},
+                                                       {places_.rightsFile, kRightsText}};
+  for (const auto& [file, text] : files) {
+    createDirectory(file.substr(0, file.rfind('/')));
+    if (!writeForAll(file, text)) return winErrorOf(errno);
   }
-  return WIFEXITED(status) && WEXITSTATUS(status) == 0;
+  const bool made = runProgram({places_.sysusers, places_.userFile}) &&
+                    runProgram({places_.tmpfiles, "--create", places_.rightsFile});
+  return made ? kErrorSuccess : kErrorServiceRequestTimeout;
+}
+
+bool SystemdUnits::systemctl(std::vector<std::string> arguments) const {
+  arguments.insert(arguments.begin(), {places_.systemctl, "--quiet"});
+  return runProgram(std::move(arguments));
 }
 
 }  // namespace platform

@@ -12,8 +12,14 @@ namespace platform {
 
 struct SystemdPlaces {
   std::string unitDirectory = "/etc/systemd/system";
+  // The service's user, and the rights of its folders.
+  std::string userFile = "/etc/sysusers.d/pwlapse.conf";
+  std::string rightsFile = "/etc/tmpfiles.d/pwlapse.conf";
   std::string runningMark = "/run/systemd/system";  // exists while systemd is the system's manager
-  std::string systemctl = "systemctl";              // found in PATH
+  // Found in PATH.
+  std::string systemctl = "systemctl";
+  std::string sysusers = "systemd-sysusers";
+  std::string tmpfiles = "systemd-tmpfiles";
 };
 
 class SystemdUnits {
@@ -22,12 +28,14 @@ class SystemdUnits {
 
   // Each answers kErrorSuccess or what is wrong. Names are those of services, without ".service".
   WinError checkAccess(ManagerAccess access) const;
-  // Writes the unit and, when it is to start with the machine, enables it.
+  // Makes the user that the service runs as, sets the rights of its folders and settings, writes
+  // the unit and, when it is to start with the machine, enables it.
   WinError create(const NewService& service) const;
   WinError find(const std::string& name) const;
   WinError start(const std::string& name) const;
   WinError stop(const std::string& name) const;
-  // Disables and stops the unit and removes its file.
+  // Disables and stops the unit and removes the files that create() wrote. The user stays: another
+  // one with its number would own what the service has written.
   WinError remove(const std::string& name) const;
   bool isActive(const std::string& name) const;
 
@@ -41,7 +49,8 @@ class SystemdUnits {
  private:
   std::string unitFile(const std::string& name) const;
   WinError writeUnit(const std::string& name, const std::string& text) const;
-  bool systemctl(const std::vector<std::string>& arguments) const;
+  WinError makeUser() const;
+  bool systemctl(std::vector<std::string> arguments) const;
 
   SystemdPlaces places_;
 };
