@@ -1,6 +1,7 @@
 // Sends a file by mail, over a connection that STARTTLS has secured.
 //   send_mail HOST PORT FROM TO FILE
-// Logs in as FROM when the environment holds its password in SMTP_PASSWORD.
+// Logs in when the environment holds a password in SMTP_PASSWORD: as SMTP_USERNAME, or else as
+// FROM.
 #include <cstdio>
 #include <cstdlib>
 
@@ -28,7 +29,8 @@ int main(int argc, char** argv) {
   mailMan.put_StartTLS(true);
   mailMan.put_RequireVerifiedCertificate(true);
   if (const char* password = std::getenv("SMTP_PASSWORD")) {
-    mailMan.put_SmtpUsername(argv[3]);
+    const char* username = std::getenv("SMTP_USERNAME");
+    mailMan.put_SmtpUsername(username != nullptr ? username : argv[3]);
     mailMan.put_SmtpPassword(password);
   }
   if (mailMan.SendEmail(email)) return 0;

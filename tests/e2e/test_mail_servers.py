@@ -118,11 +118,11 @@ class ServersTest(unittest.TestCase):
     def test_the_example(self):
         server, file = self.servers["host"], self.folder / "\u00fc.bin"
         file.write_bytes(bytes(range(256)))
-        command = [EXAMPLE, "localhost", str(server.port), USER, f"file@{DOMAIN}", file]
+        command = [EXAMPLE, "localhost", str(server.port), f"me@{DOMAIN}", f"file@{DOMAIN}", file]
         for password, status in ((WRONG, 1), (PASSWORD, 0)):
             done = subprocess.run(command, capture_output=True, text=True, env={
                 **os.environ, "SSL_CERT_FILE": str(self.folder / "ca.pem"),
-                "SMTP_PASSWORD": password})
+                "SMTP_USERNAME": USER, "SMTP_PASSWORD": password})
             self.assertEqual((done.returncode, bool(done.stderr)), (status, bool(status)), done)
         [mail] = [mail for mail in server.delivered() if mail.recipient == f"file@{DOMAIN}"]
         message = email.message_from_bytes(mail.raw, policy=email.policy.default)
