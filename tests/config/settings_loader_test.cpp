@@ -7,6 +7,7 @@
 #include "config/expiration_settings.h"
 #include "config/settings_dump.h"
 #include "tests/config/registry_fixture.h"
+#include "tests/support/text_file.h"
 
 namespace config {
 namespace {
@@ -127,18 +128,7 @@ TEST_F(SettingsLoaderTest, DumpsTheFieldsInTheirOrder) {
   s.keyPath = "K";
   s.evaluation = s.logRejects = true;
   s.dictionarySkipLength = 0xFFFFFFFF;
-  const std::string rule = std::string(80, '-') + "\n";
-  EXPECT_EQ(settingsDump(s),
-            rule + "| Norvyn settings.txt\n" + rule +
-                "   pSettings.regcode= R\n   pSettings.maintCode= \n   pSettings.version= \n"
-                "   pSettings.osType= \n   pSettings.keyPath= K\n   pSettings.testOS= none\n"
-                "   pSettings.evaluation= 1\n   pSettings.debug= 0\n"
-                "   pSettings.vendorDebug= 0\n   pSettings.dictionarySkipLength= -1\n"
-                "   pSettings.policyMax= 0\n   pSettings.netlogonDictionary= 0\n"
-                "   pSettings.resetBypass= 0\n   pSettings.bypassFilter= 0\n"
-                "   pSettings.logRejects= 1\n   pSettings.showFailedPasswords= 0\n"
-                "   pSettings.logResets= 0\n   pSettings.callResetScript= 0\n"
-                "   pSettings.noReportStatus= 0\n   pSettings.reportStatistics= 0\n");
+  EXPECT_EQ(settingsDump(s), test_support::readText(CONFIG_TEST_DATA "/settings_dump.txt"));
 }
 
 TEST_F(SettingsLoaderTest, ReadsTheExpirationSettings) {

@@ -1,13 +1,13 @@
 // What goes by the table of settings: docs/settings.md, which lists its rows, and the search for
-// values of a wrong type.
+// what an administrator may have mistaken.
 #include "config/settings_table.h"
 
 #include <algorithm>
-#include <fstream>
-#include <iterator>
+#include <tuple>
 
 #include "config/settings_check.h"
 #include "tests/config/registry_fixture.h"
+#include "tests/support/text_file.h"
 
 namespace config {
 namespace {
@@ -33,8 +33,7 @@ std::string pageRow(const Setting& setting) {
 }
 
 TEST(SettingsPage, ListsTheRowsOfTheTableAndNoOthers) {
-  std::ifstream file(SETTINGS_PAGE, std::ios::binary);
-  const std::string page((std::istreambuf_iterator<char>(file)), std::istreambuf_iterator<char>());
+  const std::string page = test_support::readText(SETTINGS_PAGE);
   std::ptrdiff_t rows = 0;
   for (const SettingGroup group :
        {SettingGroup::Expiration, SettingGroup::Policy, SettingGroup::PolicyRules,
@@ -53,64 +52,50 @@ TEST(SettingsPage, ListsTheRowsOfTheTableAndNoOthers) {
 
 class SettingsCheck : public RegistryFixture {};
 
-TEST_F(SettingsCheck, NamesWhatIsOfAWrongTypeAndMattersToAPass) {
-  const std::pair<std::string, std::string> cases[] = {
-      {std::string(kExpirationKeyMpe) + "]\n\"reportOnly\"=\"1\"",
-       "\"reportOnly\" of " + std::string(kExpirationKeyMpe) + ": not a number (REG_DWORD)"},
-      {std::string(kExpirationKeyMpems) + "]\n\"maxAge4\"=hex(b):1e,00,00,00,00,00,00,00",
-       "\"maxAge4\" of " + std::string(kExpirationKeyMpems) + ": not a number (REG_DWORD)"},
-      {std::string(kExpirationKeyMpe) + "]\n\"smtpServer\"=dword:00000001",
-       "\"smtpServer\" of " + std::string(kExpirationKeyMpe) + ": not a text (REG_SZ)"},
-      {std::string(kProductKey) + "]\n\"expirationLastRunDay\"=\"5\"",
-       "\"expirationLastRunDay\" of " + std::string(kProductKey) + ": not a number (REG_DWORD)"},
-      {std::string(kPolicyRootMpems) + "]\n\"expirationServiceDebug\"=\"1\"",
-       "\"expirationServiceDebug\" of " + std::string(kPolicyRootMpems) +
-           ": not a number (REG_DWORD)"},
-      {std::string(kPolicyRootMpe) + "\\Policy5]\n\"emailWarnings\"=\"1\"",
-       "\"emailWarnings\" of " + std::string(kPolicyRootMpe) +
-           "\\Policy5: not a number (REG_DWORD)"},
-      // A rule of the filter, and texts of other types.
-      {std::string(kPolicyRootMpe) + "\\Policy5]\n\"checkSpaces\"=\"1\"", ""},
-      {std::string(kExpirationKeyMpe) + "]\n\"smtpServer\"=hex(2):61,00,00,00", ""},
-  };
-  for (const auto& [key, fault] : cases) {
-    platform::Registry& registry = registryWith("Software", "[HKEY_LOCAL_MACHINE\\" + key + "\n");
-    std::vector<std::string> faults;
-    if (!fault.empty()) faults.push_back("registry value " + fault);
-    EXPECT_EQ(findWrongTypes(registry), faults) << key;
-  }
-}
-
-TEST_F(SettingsCheck, NotesNamesThatAreNotKnownAndWhatElseMayBeAMistake) {
+TEST_F(SettingsCheck, SaysWhatIsNotAsTheTableHasIt) {
   const std::string mpe = kPolicyRootMpe;
-  const std::string notRead = " is not known, and not read";
-  const std::pair<std::string, std::string> cases[] = {
-      {mpe + "\\PWExpiration]\n\"reportOnyl\"=dword:00000001",
-       "registry value \"reportOnyl\" of " + mpe + "\\PWExpiration" + notRead +
-           ": \"reportOnly\" may be meant"},
-      {mpe + "\\PWExpiration]\n\"WARNING3\"=dword:00000001\n@=\"\"", ""},
-      {mpe + "\\PWExpiration]\n\"colour\"=\"red\"",
-       "registry value \"colour\" of " + mpe + "\\PWExpiration" + notRead},
-      {mpe + "\\Polcy1]\n\"colour\"=\"red\"",
-       "registry key " + mpe + "\\Polcy1" + notRead + ": \"Policy1\" may be meant"},
-      {mpe + "\\policy5]\n\"checkspaces\"=\"1\"",
-       "registry value \"checkSpaces\" of " + mpe + "\\Policy5: not a number (REG_DWORD)"},
-      {mpe + "\\Policy5]\n\"emailWarnings\"=dword:00000002",
-       "registry value \"emailWarnings\" of " + mpe + "\\Policy5: 2 is more than 1"},
-      {std::string(kPoliciesKey) + "\\PwsentryProMEP]",
-       "registry key " + std::string(kPoliciesKey) + "\\PwsentryProMEP" + notRead +
-           ": \"PwsentryProMPE\" may be meant"},
-      // Others write there, too.
-      {std::string(kPoliciesKey) + "\\Other]", ""},
-      {std::string(kProductKey) + "]\n\"installed\"=dword:00000001", ""},
-      {std::string(kDirectoryKey) + "]\n\"url\"=\"ldif:x\"",
-       "registry value \"url\" of " + std::string(kDirectoryKey) + notRead +
-           ": \"uri\" may be meant"},
+  const std::string policy5 = mpe + "\\Policy5";
+  const std::string noNumber = ": not a number (REG_DWORD)";
+  const std::string notKnown = " is not known, and not read";
+  const struct {
+    std::string key, name, value;
+    std::string wrongType, note;  // behind "registry value NAME of KEY"
+  } cases[] = {
+      {kExpirationKeyMpe, "reportOnly", "\"1\"", noNumber, ""},
+      {kExpirationKeyMpems, "maxAge4", "hex(b):1e,00,00,00,00,00,00,00", noNumber, ""},
+      {kExpirationKeyMpe, "smtpServer", "dword:00000001", ": not a text (REG_SZ)", ""},
+      {kExpirationKeyMpe, "smtpServer", "hex(2):61,00,00,00", "", ""},
+      {kProductKey, "expirationLastRunDay", "\"5\"", noNumber, ""},
+      {kPolicyRootMpems, "expirationServiceDebug", "\"1\"", noNumber, ""},
+      {policy5, "emailWarnings", "\"1\"", noNumber, ""},
+      // What a pass does not go by.
+      {policy5, "checkSpaces", "\"1\"", "", noNumber},
+      {policy5, "emailWarnings", "dword:00000002", "", ": 2 is more than 1"},
+      {kExpirationKeyMpe, "reportOnyl", "dword:00000001", "",
+       notKnown + ": \"reportOnly\" may be meant"},
+      {kExpirationKeyMpe, "WARNING3", "dword:00000001", "", ""},
+      {kExpirationKeyMpe, "colour", "\"red\"", "", notKnown},
+      {kDirectoryKey, "url", "\"ldif:x\"", "", notKnown + ": \"uri\" may be meant"},
+      {kProductKey, "installed", "dword:00000001", "", ""},  // another program's
   };
-  for (const auto& [key, note] : cases) {
-    platform::Registry& registry = registryWith("Software", "[HKEY_LOCAL_MACHINE\\" + key + "\n");
-    const std::vector<std::string> notes = findSettingNotes(registry);
-    EXPECT_EQ(notes, note.empty() ? std::vector<std::string>{} : std::vector{note}) << key;
+  const auto lines = [](const std::string& what, const std::string& words) {
+    return words.empty() ? std::vector<std::string>{} : std::vector{what + words};
+  };
+  for (const auto& c : cases) {
+    platform::Registry& registry = registryWith(c.key, '"' + c.name + "\"=" + c.value + '\n');
+    const std::string what = "registry value \"" + c.name + "\" of " + c.key;
+    EXPECT_EQ(findWrongTypes(registry), lines(what, c.wrongType));
+    EXPECT_EQ(findSettingNotes(registry), lines(what, c.note));
+  }
+  const std::tuple<std::string, const char*, const char*> keys[] = {
+      {mpe, "Polcy1", ": \"Policy1\" may be meant"},
+      {kPoliciesKey, "PwsentryProMEP", ": \"PwsentryProMPE\" may be meant"},
+      {kPoliciesKey, "Other", nullptr},  // another program's
+  };
+  for (const auto& [parent, name, nearest] : keys) {
+    const std::string key = parent + '\\' + name;
+    EXPECT_EQ(findSettingNotes(registryWith(key, "")),
+              lines("registry key " + key, nearest == nullptr ? "" : notKnown + nearest));
   }
 }
 
