@@ -1,8 +1,25 @@
 #include "platform/registry/file/system_reg_registry.h"
 
+#include <algorithm>
 #include <utility>
 
+#include "base/case_fold.h"
+
 namespace platform {
+namespace {
+
+// Names differ by more than letter case.
+void addMissing(std::vector<std::string>& names, const std::vector<std::string>& more) {
+  for (const std::string& name : more) {
+    const std::string folded = base::foldCase(name);
+    const bool known = std::any_of(names.begin(), names.end(), [&](const std::string& other) {
+      return base::foldCase(other) == folded;
+    });
+    if (!known) names.push_back(name);
+  }
+}
+
+}  // namespace
 
 // Either key may be null, but not both.
 class SystemRegRegistry::Key final : public RegistryKey {
@@ -65,6 +82,14 @@ WinError SystemRegRegistry::createKey(const std::string& path, std::unique_ptr<R
   const WinError status = written_->createKey(path, written);
   if (status != kErrorSuccess) return status;
   return openKey(path, RegistryAccess::All, key);
+}
+
+KeyNames SystemRegRegistry::list(const std::string& path) {
+  KeyNames names = settings_->list(path);
+  const KeyNames written = written_->list(path);
+  addMissing(names.values, written.values);
+  addMissing(names.subkeys, written.subkeys);
+  return names;
 }
 
 std::string SystemRegRegistry::lastError() const {

@@ -23,6 +23,8 @@ class SystemRegRegistry final : public Registry {
                    std::unique_ptr<RegistryKey>& key) override;
   WinError createKey(const std::string& path, std::unique_ptr<RegistryKey>& key) override;
 
+  KeyNames list(const std::string& path) override;
+  std::string name() const override { return settings_->name(); }
   std::string lastError() const override;
 
  private:
