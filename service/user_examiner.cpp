@@ -117,7 +117,8 @@ void UserExaminer::claimUser(const std::u16string& name, UserRecord& user) {
 // account is now: a pass takes long, and he may have changed his password since it began. False
 // when the user is left alone after that.
 bool UserExaminer::readAge(const std::u16string& name, UserRecord& user) {
-  const bool current = user.accountFound && !pass_.settings.reportOnly && isInWarningPeriod(user);
+  const bool current = user.accountFound && !pass_.settings.reportOnly &&
+                       (isInWarningPeriod(user) || isPastMaximum(user));
   platform::UserInfo info;
   const platform::AccountResult result =
       current ? host_.accounts.currentUserInfo(name, info) : host_.accounts.userInfo(name, info);

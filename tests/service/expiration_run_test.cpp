@@ -349,10 +349,22 @@ TEST(Pass, MailsAndExpiresNobodyOnDataThatHasChanged) {
     std::size_t mails;
     Outcome outcome;
     const char *note, *problem;
+    std::uint32_t threshold = 14;
   } cases[] = {
       {"unchanged", 50, {}, 0, 0, 0x200, 1, Expired, "", ""},
       {"changed since the pass began", 50, {}, today, 0, 0x200, 0, OutsidePeriod, "", ""},
       {"changed while the mail was on its way", 50, {}, 0, today, 0x200, 1, Warned, "", ""},
+      {"changed, expired without a warning period",
+       50,
+       {},
+       today - 20 * test_support::kFileTimeDay,
+       0,
+       0x200,
+       0,
+       OutsidePeriod,
+       "",
+       "",
+       0xFFFFFFF0},
       {"another old one", 50, {}, 0, longAgo, 0x200, 1, Expired, "", ""},
       {"disabled meanwhile", 50, {}, 0, 0, 0x202, 0, Skipped, "", ""},
       {"server lost", 35, lost, 0, 0, 0x200, 0, NotRead, "",
@@ -368,6 +380,7 @@ TEST(Pass, MailsAndExpiresNobodyOnDataThatHasChanged) {
     SCOPED_TRACE(c.what);
     MailedSite site;
     site.user({"walter", c.age});
+    site.setting("warningThreshold", c.threshold);
     auto source = std::make_unique<ChangingSource>();
     source->readResult = c.readResult;
     source->now = c.now;

@@ -1,4 +1,4 @@
-// The COM types that directory_access.cpp needs, released on every path. Used in this folder only.
+// The COM types that adsi_directory.cpp needs, released on every path. Used in this folder only.
 #pragma once
 
 #include <string_view>

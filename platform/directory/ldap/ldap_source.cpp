@@ -33,6 +33,8 @@ constexpr std::size_t kMaxWarnings = 1000;
 // Ten times the largest domain this is measured with. A server that never ends is stopped here.
 constexpr std::size_t kMaxEntries = 10'000'000;
 
+// How many calls in a row may lose the server before no more is tried in a pass.
+constexpr int kMostLost = 2;
 constexpr std::int64_t kFileTimePerSecond = 10'000'000;
 
 struct BerFree {
@@ -140,6 +142,7 @@ HResult LdapSource::load(DirectorySnapshot& snapshot, DirectoryError& error) {
   connection_ = LdapConnection::open(settings_, status, error);
   if (connection_ == nullptr) return status;
   onlyReplaces_ = false;
+  lostInARow_ = 0;
   std::string base;
   status = readDomain(snapshot, base, error);
   if (status == kOk) status = readUsers(base, snapshot, error);
@@ -198,6 +201,16 @@ HResult LdapSource::readUsers(const std::string& base, DirectorySnapshot& snapsh
   return kOk;
 }
 
+// Runs one exchange, unless the server was lost too often: a pass must not wait for it once a user.
+AccountResult LdapSource::reach(const DirectoryEntry& entry, const std::function<int()>& exchange) {
+  if (lostInARow_ == kMostLost) return {kNetNoDomainController, lostText_};
+  AccountResult result = overConnection(entry, exchange);
+  const bool lost = result.status == kNetNoDomainController;
+  lostInARow_ = lost ? lostInARow_ + 1 : 0;
+  if (lost) lostText_ = result.text;
+  return result;
+}
+
 // Runs one exchange, over the connection that loading made or, when the server has dropped that,
 // once over a new one. `exchange` gives an LDAP result code.
 AccountResult LdapSource::overConnection(const DirectoryEntry& entry,
@@ -217,7 +230,7 @@ AccountResult LdapSource::overConnection(const DirectoryEntry& entry,
 
 AccountResult LdapSource::refresh(DirectoryEntry& entry) {
   ReadObject object;
-  AccountResult result = overConnection(entry, [&] {
+  AccountResult result = reach(entry, [&] {
     LdapMessage message;
     const int code = connection_->readObject(entry.dn, userAttributes().data(), message);
     LDAPMessage* found = nullptr;
@@ -239,7 +252,7 @@ AccountResult LdapSource::refresh(DirectoryEntry& entry) {
 
 AccountResult LdapSource::expirePassword(const DirectoryEntry& entry) {
   bool changed = false;
-  AccountResult result = overConnection(entry, [&] {
+  AccountResult result = reach(entry, [&] {
     changed = false;
     return expireUnlessChanged(entry, changed);
   });

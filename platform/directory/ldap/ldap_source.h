@@ -27,10 +27,13 @@ class LdapSource final : public DirectorySource {
   // dropped that. A refresh is one search. An expiry is one modify that deletes the value judged
   // and adds 0; a server that does not take that, which is remembered until the next load(), gets a
   // read right before a plain replace.
+  // After two calls in a row to a server that does not answer the others fail at once, until the
+  // next load().
   AccountResult refresh(DirectoryEntry& entry) override;
   AccountResult expirePassword(const DirectoryEntry& entry) override;
 
  private:
+  AccountResult reach(const DirectoryEntry& entry, const std::function<int()>& exchange);
   AccountResult overConnection(const DirectoryEntry& entry, const std::function<int()>& exchange);
   int expireUnlessChanged(const DirectoryEntry& entry, bool& changed);
   HResult readDomain(DirectorySnapshot& snapshot, std::string& base, DirectoryError& error);
@@ -39,6 +42,8 @@ class LdapSource final : public DirectorySource {
   LdapSettings settings_;
   Clock& clock_;
   bool onlyReplaces_ = false;  // the server refuses to exchange one value for another
+  int lostInARow_ = 0;         // calls
+  std::string lostText_;       // of the last of them
   std::unique_ptr<LdapConnection> connection_;
 };
 
