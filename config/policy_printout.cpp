@@ -1,4 +1,4 @@
-// Two tables say it all: the settings lines of each form in their order, and the reasons with the
+// Made from two tables: the settings lines of each form in their order, and the reasons with the
 // position that each form gives them.
 #include "config/policy_printout.h"
 

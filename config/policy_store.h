@@ -1,5 +1,6 @@
 // Loads password policies from the registry, or from the INI file of older installations. Loaders
-// never fail: a missing key or value leaves the field at its default. All return 1.
+// never fail: a missing key or value gives the field its default, whatever the record held. All
+// return 1.
 #pragma once
 
 #include <string>
@@ -18,7 +19,8 @@ inline constexpr const char* kIniFile = ".\\pwsentrypro.ini";
 int initPolicy(PolicyRecord& policy);
 
 // `name` is a policy name below kPolicyRootMpe ("DefaultPolicy", "Policy1") or an edition code
-// ("NRV-SPE"), which stands for that edition's own key.
+// ("NRV-SPE"), which stands for that edition's own key. From the registry, `defined` is set when
+// the key holds a name of at least 2 characters.
 int readPolicy(platform::Registry& registry, PolicyRecord& policy, const std::string& name,
                PolicyStore store);
 

@@ -83,10 +83,9 @@ std::vector<Place> placesOfSettings() {
     subkeys.emplace_back(kExpirationSubkey);
     places.push_back({root, {SettingGroup::EditionRoot}, subkeys, false});
     places.push_back({root + '\\' + kExpirationSubkey, {SettingGroup::Expiration}, {}, false});
-    for (const std::string& policy : policies) {
-      places.push_back(
-          {root + '\\' + policy, {SettingGroup::Policy, SettingGroup::PolicyRules}, {}, false});
-    }
+  }
+  for (const std::string& key : settingKeys(SettingGroup::Policy)) {
+    places.push_back({key, {SettingGroup::Policy, SettingGroup::PolicyRules}, {}, false});
   }
   return places;
 }

@@ -115,7 +115,7 @@ ExcludeList readExcludeList(const std::string& file, platform::AccountDatabase& 
     platform::UserInfo info;
     const std::u16string wide = platform::ansiToUtf16(name);
     if (accounts.userInfo(wide, info).status == platform::kNetUserNotFound) {
-      findings.note("\"" + name + "\" in " + file + " is no account's logon name");
+      findings.note('"' + name.append("\" in ").append(file) + " is no account's logon name");
     }
   }
   noteCutName(list, file, findings);
