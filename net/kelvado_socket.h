@@ -26,7 +26,8 @@ class KelvadoSocket final : public ByteChannel {
   void close() override;
   bool sendBytes(std::string_view data, std::uint32_t idleTimeoutMs, Call& call) override;
 
-  // False when nothing came in time (logged) or the wait failed or was aborted.
+  // Public: for programs that wait before they read. False, logged, when nothing came in time, or
+  // the wait failed or was aborted.
   bool waitForData(std::uint32_t timeoutMs, Call& call) {
     return waitForData(Countdown(timeoutMs, call.progress.clock()), call);
   }

@@ -28,9 +28,8 @@ bool SChannel::EstablishChannel(const std::string& host, std::uint16_t port,
     call.log.LogError("Error creating credentials");
     return false;
   }
-  const std::string clientCertificate = stream_->clientCertificateName();
-  if (!clientCertificate.empty())
-    call.log.LogData("ClientCertDN", base::loggable(clientCertificate));
+  const std::string clientName = base::loggable(stream_->clientCertificateName());
+  if (!clientName.empty()) call.log.LogData("ClientCertDN", clientName);
   if (!handshake(Countdown(timeoutMs, call.progress.clock()), call)) {
     call.log.LogError("Error performing handshake.");
     return false;

@@ -43,18 +43,6 @@ TEST(SmtpReply, EndsAndCodes) {
   check("250 a\0b\r\n"s, Ending::NoHyphen, Progress::Complete, 250);
 }
 
-TEST(SmtpReply, IsBoundedInLinesAndBytes) {
-  SmtpReply lines;
-  for (std::size_t i = 0; i < kMaxReplyLines; ++i) {
-    ASSERT_EQ(lines.addLine("250-x\r\n"), Progress::More);
-  }
-  EXPECT_EQ(lines.addLine("250 x\r\n"), Progress::TooLong);
-
-  SmtpReply bytes;
-  EXPECT_EQ(bytes.addLine("250-" + std::string(kMaxReplyBytes - 6, 'x') + "\r\n"), Progress::More);
-  EXPECT_EQ(bytes.addLine("250 x\r\n"), Progress::TooLong);
-}
-
 TEST(EhloReply, ListsExtensions) {
   const auto check = [](const char* text, bool dsn, bool utf8, std::uint64_t size,
                         const char* methods) {
