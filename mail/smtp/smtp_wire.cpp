@@ -96,7 +96,8 @@ bool SmtpWire::sendSecret(std::string_view line, Call& call) {
 
 void SmtpWire::keepSecret(std::string_view secret) {
   // Base64 can be decoded without its padding.
-  secret = secret.substr(0, secret.find_last_not_of('=') + 1);
+  const std::size_t last = secret.find_last_not_of('=');
+  if (last != std::string_view::npos) secret = secret.substr(0, last + 1);
   if (secret.empty()) return;
   std::erase(secrets_, secret);
   if (secrets_.size() == kMaxSecrets) secrets_.pop_front();
