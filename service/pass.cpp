@@ -72,6 +72,9 @@ PassRecord Pass::make() {
   log_.recreate();
   loadSettings();
   for (const std::string& problem : notify::findTemplateProblems()) findings_.problem(problem);
+  if (platform::folderIsShared(".")) {
+    findings_.note("other users can write to the work folder, and so to its lists and templates");
+  }
   sendTestEmail();
   slots_ = loadPolicyTable(run_.host.registry, pass_.settings, run_.edition.memberServer, log_);
   listDomainUsers();

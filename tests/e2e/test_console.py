@@ -102,9 +102,12 @@ class ConsoleTest(unittest.TestCase):
                 self.assertRegex(errors, rf"\Apwlapse: {said}\n\Z")
                 self.assertEqual(registry.read_bytes() if registry.exists() else None, content)
         registry.write_bytes(site_files.registry_file({key: {"reportOnly": 1}}))
-        status, output, _ = run(*command)
-        self.assertEqual(status, 0)
-        self.assertIn(f"note: {users}:7: pwdLastSet is not a time\n", output)
+        for mode, notes in (0o755, 0), (0o1777, 1):
+            self.folder.chmod(mode)
+            status, output, _ = run(*command)
+            self.assertEqual(status, 0)
+            self.assertIn(f"note: {users}:7: pwdLastSet is not a time\n", output)
+            self.assertEqual(output.count("note: other users can write to the work folder"), notes)
         with open("/dev/full", "w") as full:
             self.assertEqual(subprocess.run([PROGRAM, *command], stdout=full, stderr=subprocess.DEVNULL).returncode, 2)
         with open(self.folder / "pwsentry_pro_domain_users.txt.lock") as lock:

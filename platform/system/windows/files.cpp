@@ -8,7 +8,6 @@
 #include <vector>
 
 #include <windows.h>
-#include <aclapi.h>
 #include <direct.h>
 #include <fcntl.h>
 #include <io.h>
@@ -149,15 +148,22 @@ bool isDirectory(const std::string& name) {
 constexpr WELL_KNOWN_SID_TYPE kEverybody[] = {WinWorldSid, WinAuthenticatedUserSid,
                                               WinBuiltinUsersSid};
 
+// Whether an entry of the list lets that group put files into a folder.
 bool mayAddFiles(ACL* rights, WELL_KNOWN_SID_TYPE who) {
+  constexpr ACCESS_MASK kAdds = FILE_ADD_FILE | GENERIC_WRITE | GENERIC_ALL;
   char group[SECURITY_MAX_SID_SIZE];
   DWORD size = sizeof group;
   if (CreateWellKnownSid(who, nullptr, group, &size) == 0) return false;
-  TRUSTEE_A trustee{};
-  BuildTrusteeWithSidA(&trustee, group);
-  ACCESS_MASK granted = 0;
-  return GetEffectiveRightsFromAclA(rights, &trustee, &granted) == ERROR_SUCCESS &&
-         (granted & FILE_ADD_FILE) != 0;
+  void* entry = nullptr;
+  for (DWORD i = 0; GetAce(rights, i, &entry) != 0; ++i) {
+    auto* allowed = static_cast<ACCESS_ALLOWED_ACE*>(entry);
+    const bool counts = allowed->Header.AceType == ACCESS_ALLOWED_ACE_TYPE &&
+                        (allowed->Header.AceFlags & INHERIT_ONLY_ACE) == 0;
+    if (counts && (allowed->Mask & kAdds) != 0 && EqualSid(&allowed->SidStart, group) != 0) {
+      return true;
+    }
+  }
+  return false;
 }
 
 constexpr const char* kTemporaryEnd = ".pwlapse-tmp";
