@@ -33,16 +33,21 @@ bool containsNoCase(std::string_view text, std::string_view part) {
                      [](char a, char b) { return lowerAscii(a) == lowerAscii(b); }) != text.end();
 }
 
-bool contains8bit(std::string_view text) {
-  // Eight bytes at a time: bodies of megabytes come through here.
+std::size_t asciiLength(std::string_view text) {
+  // Eight bytes at a time: bodies have megabytes.
   constexpr std::uint64_t kHighBits = 0x8080808080808080U;
-  while (text.size() >= sizeof(std::uint64_t)) {
+  std::size_t length = 0;
+  for (; text.size() - length >= sizeof(std::uint64_t); length += sizeof(std::uint64_t)) {
     std::uint64_t word = 0;
-    std::memcpy(&word, text.data(), sizeof word);
-    if ((word & kHighBits) != 0) return true;
-    text.remove_prefix(sizeof word);
+    std::memcpy(&word, text.data() + length, sizeof word);
+    if ((word & kHighBits) != 0) break;
   }
-  return std::any_of(text.begin(), text.end(), [](char c) { return (c & 0x80) != 0; });
+  while (length < text.size() && (text[length] & 0x80) == 0) ++length;
+  return length;
+}
+
+bool contains8bit(std::string_view text) {
+  return asciiLength(text) != text.size();
 }
 
 }  // namespace base

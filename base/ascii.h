@@ -2,6 +2,7 @@
 // Pure functions.
 #pragma once
 
+#include <cstddef>
 #include <string>
 #include <string_view>
 
@@ -23,6 +24,8 @@ bool equalsNoCase(std::string_view left, std::string_view right);
 bool beginsWithNoCase(std::string_view text, std::string_view prefix);
 bool containsNoCase(std::string_view text, std::string_view part);
 
+// How many bytes at the start are below 0x80.
+std::size_t asciiLength(std::string_view text);
 // Whether any byte is 0x80 or above.
 bool contains8bit(std::string_view text);
 

@@ -1,5 +1,7 @@
 #include "base/unicode.h"
 
+#include "base/ascii.h"
+
 namespace base {
 namespace {
 
@@ -104,7 +106,8 @@ std::string utf16ToUtf8(std::u16string_view text) {
 }
 
 bool isValidUtf8(std::string_view text) {
-  while (!text.empty()) {
+  for (text.remove_prefix(asciiLength(text)); !text.empty();
+       text.remove_prefix(asciiLength(text))) {
     const Decoded decoded = decodeUtf8(text);
     if (!decoded.valid) return false;
     text.remove_prefix(decoded.length);
