@@ -151,7 +151,7 @@ TEST(Pass, ScreensAccountsAndClaimsThemForTheFirstPolicy) {
   site.user({"twice", 29});
   site.user({"offandnever", 29, "x@site.example", 0x10202});
   site.user({"cannot", 29, "x@site.example", 0x200, "", "", true});
-  site.user({"excluded", 29});
+  site.user({"excluded", 30});
   site.user({"AB", 41});
   site.write("pwsentry_pro_policy1_include.txt", "twice\noffandnever\nexcluded\nghost\n");
   site.write("pwsentry_pro_policy1_exclude.txt", "EXCLUDED\n");
@@ -180,9 +180,10 @@ TEST(Pass, ScreensAccountsAndClaimsThemForTheFirstPolicy) {
     EXPECT_EQ(pass.of(name, slot).skipReasons, reasons) << name << slot;
     EXPECT_TRUE(contains(debug, std::string("\nusername=") + name + "\n" + lines)) << lines;
   }
-  // An account that cannot be read keeps the age of the user before.
+  // An account that cannot be read keeps the age of the user before, but not his refusal.
   EXPECT_FALSE(pass.of("ghost", 1).accountFound);
-  EXPECT_EQ(pass.of("ghost", 1).age, 29U);
+  EXPECT_EQ(pass.of("ghost", 1).age, 30U);
+  EXPECT_EQ(pass.of("ghost", 1).refusal, "no such account");
 
   EXPECT_EQ(site.read("logfiles/pwexpirationskiplist.txt").substr(0, 56),
             "LIST OF SKIPPED USERS\n  user found in list: twice\n  user");
