@@ -26,7 +26,7 @@ struct FindingLines {
 class Findings {
  public:
   static constexpr std::size_t kLinesKept = 100;
-  // Hears each line that is kept, at once.
+  // Gets each line that is kept, at once.
   using Listener = std::function<void(FindingKind kind, const std::string& line)>;
 
   void listen(Listener listener) { listener_ = std::move(listener); }

@@ -9,7 +9,7 @@
 
 namespace config {
 
-// The values of either edition that a pass goes by and that are of a wrong type. Where a number
+// The values of either edition that a pass uses and that are of a wrong type. Where a number
 // belongs, a loader takes anything else for 0.
 std::vector<std::string> findWrongTypes(platform::Registry& registry);
 

@@ -237,7 +237,7 @@ const Setting kSettings[] = {
          "`ldap://`, `ldaps://`, `ldapi://`, with an optional `/BASE-DN`, or `ldif:PATH`; empty: "
          "the servers of the machine's Kerberos realm"),
     text(Directory, "bindMethod", {}, kDirectoryBytes, "gssapi",
-         "`gssapi` (the Kerberos ticket at hand) or `simple`"),
+         "`gssapi` (the Kerberos ticket of the user who runs it) or `simple`"),
     text(Directory, "bindUser", {}, kDirectoryBytes, "", "for `simple`"),
     text(Directory, "bindPasswordFile", {}, kDirectoryBytes, "",
          "for `simple`; the password is the file's first line"),

@@ -1,5 +1,5 @@
 // Every value that this product keeps in the registry, one row each. The loaders, the checks of
-// what an administrator wrote and docs/settings.md go by it: a new setting is one row here, and one
+// what an administrator wrote and docs/settings.md use it: a new setting is one row here, and one
 // field of the record that it is loaded into.
 #pragma once
 
@@ -16,10 +16,10 @@
 
 namespace config {
 
-// Where a value stands, and who goes by it.
+// The key that a value stands in, and what reads it.
 enum class SettingGroup {
   Expiration,   // the expiration settings key of either edition
-  Policy,       // a policy's key: what a pass goes by
+  Policy,       // a policy's key: what a pass uses
   PolicyRules,  // a policy's key: the rules of the password filter
   EditionRoot,  // an edition's root: switches of service and filter
   Product,      // kProductKey

@@ -1,5 +1,5 @@
 // The commands of `pwlapse`. Each returns the program's exit status: 0 done, 1 done but something
-// in it failed, 2 unusable input, told in one line on standard error.
+// in it failed, 2 unusable input, one line on standard error says why.
 #pragma once
 
 #include <cstdint>

@@ -117,7 +117,7 @@ int main(int argc, char** argv) {
   for (const auto add : {addRun, addDemo, addCatch, addSettings, addPolicies, addMx}) {
     add(app, chosen);
   }
-  const std::string help = " (pwlapse --help tells more)";
+  const std::string help = " (see pwlapse --help)";
   const std::string first = argc > 1 ? argv[1] : "";
   if (!first.empty() && first[0] != '-' && !isCommand(app, first)) {
     return console::refuse("there is no command \"" + first + "\"" + help);

@@ -15,7 +15,7 @@ const char* machineText(const std::string& osType) {
   if (osType == "de") return "a workstation";
   if (osType == "ms") return "a member server";
   if (osType == "dc") return "a domain controller";
-  return "a machine of a kind that the registry does not tell (productType)";
+  return "a machine of a kind that the registry does not name (productType)";
 }
 
 }  // namespace

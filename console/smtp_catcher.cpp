@@ -38,7 +38,7 @@ bool bracketedAddress(std::string_view argument, std::string& address) {
                       [](char c) { return static_cast<unsigned char>(c) < 0x20; });
 }
 
-// What one client says and what it is told: bytes in, replies out, no network.
+// The dialogue with one client: bytes in, replies out, no network.
 class Dialogue {
  public:
   // `save` is given each complete mail; it says whether it could be saved.

@@ -109,7 +109,8 @@ HResult lookUp(DirectoryAccess& access, DirectorySearch* search, const std::u16s
   if (failed(status)) return status;
   if (traced) log.print("    call GetUserEmail()\n");
   status = getUserEmail(*user, log, data);
-  // The status is that of the last name, so a user without one counts as having no address. Meant.
+  // The status is that of the last name, so a user without one counts as having no address:
+  // intended.
   if (status != platform::kOk) data.email = kNoEmail;
   return status;
 }

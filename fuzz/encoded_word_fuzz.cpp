@@ -34,7 +34,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   const std::string_view text = textOf(data + 1, size - 1);
   decodeHeaderText(text);
   encodeHeaderText(text, "iso-8859-1", column);
-  // Words stay words, and a byte-order mark is dropped: both are meant.
+  // Words stay words, and a byte-order mark is dropped: both intended.
   const bool comesBack = base::isValidUtf8(text) && text.find("?") == std::string_view::npos &&
                          !text.starts_with("\xEF\xBB\xBF");
   if (!comesBack) return 0;

@@ -46,7 +46,7 @@ bool SChannel::handshake(const Countdown& left, Call& call) {
     std::size_t extra = 0;
     const SecurityStatus status = stream_->step(encrypted_, token, extra);
     keepExtra(extra);
-    // Sent also when the step failed: the alert tells the server what was wrong.
+    // Sent also when the step failed: the alert names to the server what was wrong.
     const bool sent = sendToken(token, left.total(), call);
     if (status == SecurityStatus::Ok) return sent;
     if (status == SecurityStatus::Failed) {

@@ -56,7 +56,7 @@ std::string settingsTable(const config::ExpirationSettings& settings, std::uint3
   rows += "<tr><td>SMTP Server</td><td>" + escapeHtml(settings.smtpServer) + "</td></tr>";
   row("Warning Threshold", settings.warningThreshold);
   const auto& warnings = settings.warnings;
-  // Shown from 0 upwards, although a pass keeps to warning days only above 0: meant to be so.
+  // Shown from 0 upwards, although a pass keeps to warning days only above 0: intended.
   if (std::any_of(warnings.begin(), warnings.end(), [](std::int32_t day) { return day >= 0; })) {
     row("Email at specific intervals", 1);
     row("Warning 1", warnings[0]);

@@ -110,7 +110,7 @@ void Pass::loadSettings() {
     pass_.settings.reportOnly = true;
   }
   if (pass_.settings.testEmailOnly) pass_.settings.reportOnly = true;
-  // What was meant is not known, so nobody is mailed or expired by it.
+  // What the administrator wanted is not known, so nobody is mailed or expired.
   for (const std::string& wrong : config::findWrongTypes(registry)) {
     findings_.problem(wrong + ": the pass only reports");
     pass_.settings.reportOnly = true;

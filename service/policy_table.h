@@ -36,8 +36,8 @@ PolicyTable loadPolicyTable(platform::Registry& registry,
 // is above 10,000 days are not found any more; slot 0 stands in their places.
 std::array<int, kPolicySlots> policyOrder(const PolicyTable& slots);
 
-// The maximum age a pass goes by, in days: 0, which skips the slot, for a named policy that is not
-// defined, whatever its key holds.
+// The maximum age that a pass uses, in days: 0, which skips the slot, for a named policy that is
+// not defined, whatever its key holds.
 std::int32_t effectiveMaxAge(const PolicyTable& slots, int slot);
 
 }  // namespace service

@@ -16,7 +16,7 @@ using platform::ManagerAccess;
 using platform::ServiceHandle;
 using platform::ServiceState;
 
-// How long a service that was told to stop is given, whether it was heard or not.
+// How long a service has to stop after the stop control, whether that was delivered or not.
 constexpr std::uint32_t kStopGraceMs = 1000;
 
 // Steps 5 to 7 of an installation. The description is no argument of CreateServiceA; it is written
@@ -93,7 +93,7 @@ void installService(ServiceSystem system, const std::string& name, const std::st
     return;
   }
   std::printf("%s installed.\n", displayName.c_str());
-  // Said to be started whether it was or not: the manager's own log tells.
+  // Reported as started whether it was or not: the manager's own log says.
   system.control.startService(created);
   std::printf("%s started.\n", displayName.c_str());
   system.control.closeHandle(created);

@@ -44,7 +44,7 @@ class ServiceMain {
   std::atomic<platform::ServiceHandle> statusHandle_{platform::kNoServiceHandle};
   std::atomic<platform::EventHandle> stopEvent_{platform::kNullHandle};
   std::atomic<platform::ThreadHandle> worker_{platform::kNullHandle};
-  std::atomic<bool> running_{false};  // the worker exists, and was not told to stop
+  std::atomic<bool> running_{false};  // the worker exists, and no stop was asked for
   std::atomic<bool> paused_{false};
 };
 

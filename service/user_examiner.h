@@ -14,7 +14,7 @@
 
 namespace service {
 
-// The policy slot in hand.
+// The policy slot that is visited.
 struct PolicyInHand {
   int slot = 0;
   std::int32_t maxAge = 0;  // days

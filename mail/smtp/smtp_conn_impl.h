@@ -35,13 +35,13 @@ class SmtpConnImpl {
  public:
   explicit SmtpConnImpl(platform::SocketApi& sockets = platform::systemSockets());
 
-  // Connects afresh; on failure the connection is closed.
+  // Makes a new connection; on failure the connection is closed.
   bool connectAndAuthenticate(const SmtpServer& server, Call& call);
   // Connects and reads the greeting, to find out whether a server answers. No connection is kept.
   bool connectAndGreet(const SmtpServer& server, Call& call);
-  // Checks an open connection with RSET and keeps it, or connects afresh.
+  // Checks an open connection with RSET and keeps it, or makes a new one.
   bool reuseOrConnect(const SmtpServer& server, Call& call);
-  // As reuseOrConnect, for a send that follows: that begins with the RSET, and connects afresh when
+  // As reuseOrConnect, for a send that follows: that begins with the RSET, and makes a new one when
   // it fails.
   bool prepareToSend(const SmtpServer& server, Call& call);
 

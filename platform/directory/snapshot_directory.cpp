@@ -189,7 +189,7 @@ class SnapshotSearch final : public DirectorySearch {
     base_.scope = scope;
     return kOk;
   }
-  // Everything is at hand: all rows are one page.
+  // Everything is in memory: all rows are one page.
   HResult setPageSize(std::uint32_t) override { return kOk; }
 
   HResult execute(const std::u16string& filter, const std::u16string& attribute,

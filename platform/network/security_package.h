@@ -93,9 +93,9 @@ inline constexpr SspiStatus kSecNoCredentials = 0x8009030E;
 inline constexpr SspiStatus kSecNoAuthenticatingAuthority = 0x80090311;
 
 struct NtlmCredentials {  // UTF-8
-  std::string user;       // empty: whoever the process runs as
+  std::string user;       // empty: the account of the process
   std::string password;
-  std::string domain;  // empty: none is told
+  std::string domain;  // empty: none is sent
 };
 
 // The client's side of one NTLM log-in.

@@ -42,7 +42,7 @@ class SocketApi {
 
   // A TCP socket (IPv4). kInvalidSocket with `error` set on failure.
   virtual SocketHandle open(SocketError& error) = 0;
-  // kWsaWouldBlock while the connection is being made; waitWritable then tells when it is decided
+  // kWsaWouldBlock while the connection is being made; waitWritable then returns when it is decided
   // and pendingError how.
   virtual SocketError connect(SocketHandle socket, const std::string& address,
                               std::uint16_t port) = 0;

@@ -58,7 +58,7 @@ struct ServiceStatus {
   std::uint32_t waitHint = 0;  // ms
 };
 
-// What CreateServiceA is told. The account is the system's own.
+// The arguments of CreateServiceA. The account is the system's own.
 struct NewService {
   std::string name;
   std::string displayName;

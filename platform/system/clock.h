@@ -1,4 +1,4 @@
-// Time as the operating system tells it. Tests drive a manual clock instead.
+// The time of the operating system. Tests drive a manual clock instead.
 #pragma once
 
 #include <cstdint>

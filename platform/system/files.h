@@ -40,7 +40,7 @@ bool readTextLine(std::FILE* file, std::size_t capacity, std::string& line);
 inline constexpr std::size_t kNoSizeLimit = static_cast<std::size_t>(-1);
 
 // The whole file, unchanged. False when it cannot be read or has more than `limit` bytes; `bytes`
-// is then empty and errno tells why (EFBIG: the limit).
+// is then empty and errno says why (EFBIG: the limit).
 bool readWholeFile(const std::string& name, std::string& bytes, std::size_t limit = kNoSizeLimit);
 
 // Replaces or makes the file with these bytes, directly. False when not all could be written.

@@ -30,7 +30,7 @@ class ByteLines {
 
   explicit ByteLines(ReadBytes read) : read_(std::move(read)) {}
 
-  // The line in hand, the same until consume(); null at the end.
+  // The current line, the same until consume(); null at the end.
   const ByteLine* peek();
   void consume();
 
@@ -44,7 +44,7 @@ class ByteLines {
   std::uint64_t lineNumber_ = 1;
   ByteLine line_;
   bool peeked_ = false;
-  std::size_t inBuffer_ = 0;   // bytes of the line in hand, its end included,
+  std::size_t inBuffer_ = 0;   // bytes of the current line, its end included,
   std::uint64_t dropped_ = 0;  // and those of it that are not in the buffer any more
 };
 

@@ -1,5 +1,5 @@
-// What goes by the table of settings: docs/settings.md, which lists its rows, and the search for
-// what an administrator may have mistaken.
+// What uses the table of settings: docs/settings.md, which lists its rows, and the search for
+// mistakes of an administrator.
 #include "config/settings_table.h"
 
 #include <algorithm>

@@ -19,7 +19,7 @@ from rig import Rig, run, wait_until
 
 REALM = "EXAMPLE.TEST"
 BASE_DN = "DC=example,DC=test"
-HOST = "dc1.example.test"  # the name that its certificate and its Kerberos service go by
+HOST = "dc1.example.test"  # the name in its certificate and of its Kerberos service
 ADMIN = "Administrator@example.test"
 ADMIN_PASSWORD = "Rig-Passw0rd!"
 

@@ -221,7 +221,7 @@ class LaterPassTest(unittest.TestCase):
 
     def test_kerberos_and_a_day_on_which_mail_went_out(self):
         self.ad.kinit("Administrator")
-        self.site.directory.clear()  # the realm's own servers, with the ticket at hand
+        self.site.directory.clear()  # the realm's own servers, with the ticket of kinit
         self.site.settings["limitEmails"] = 1
         self.site.keys[r"Software\Kadro\PwsentryPro"] = {"expirationLastRunDay": TODAY().day}
         done = self.run_site("--directory", f"ldap://{samba_ad.HOST}")

@@ -138,7 +138,7 @@ void LdifReader::addToAttribute(const ByteLine& line) {
   }
 }
 
-// Whether the attribute in hand, whose name is known now, is to be kept.
+// Whether the current attribute, whose name is known now, is to be kept.
 bool LdifReader::admitAttribute() {
   std::string_view description(text_.data() + current_.begin, current_.colon - current_.begin);
   if (!isAttributeDescription(description)) {

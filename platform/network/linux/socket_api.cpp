@@ -206,7 +206,7 @@ class PosixSockets final : public SocketApi {
 
  private:
   // Signals do not shorten the wait. A closed or broken connection counts as ready: the next send
-  // or receive tells what is wrong with it.
+  // or receive reports what is wrong with it.
   static Ready wait(int fd, short events, std::uint32_t timeoutMs, SocketError& error) {
     error = kSocketOk;
     const std::int64_t deadline = monotonicMs() + timeoutMs;

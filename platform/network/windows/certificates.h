@@ -22,7 +22,7 @@ std::string subjectName(const CERT_CONTEXT& certificate);
 
 // Names and PEM text of a server's certificate, and whether the machine trusts it for this host
 // (UTF-8). Neither a revocation list nor a missing certificate of the chain is fetched: a pass must
-// not hang on somebody else's server.
+// not wait for a server outside the site.
 PeerCertificate describeServerCertificate(const CERT_CONTEXT& certificate, const std::string& host);
 
 // The certificate of the PEM file as the "MY" store has it, with its private key, which never

@@ -74,7 +74,7 @@ class SspiNtlmClient final : public NtlmClient {
 }  // namespace
 
 std::unique_ptr<NtlmClient> createNtlmClient(const NtlmCredentials& credentials,
-                                             const std::string& /*host: not told to the server*/,
+                                             const std::string& /*host: not sent*/,
                                              SspiStatus& status) {
   std::string error;
   const SecurityFunctionTableA* functions = securityFunctions(error);

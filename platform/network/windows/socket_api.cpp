@@ -107,7 +107,8 @@ class WindowsSockets final : public SocketApi {
   }
 
   Ready waitWritable(SocketHandle socket, std::uint32_t timeoutMs, SocketError& error) override {
-    // A connection that could not be made is not writable here but has failed; pendingError tells.
+    // A connection that could not be made is not writable here but has failed; pendingError says
+    // so.
     fd_set writable = only(socket);
     fd_set broken = only(socket);
     return wait(nullptr, &writable, &broken, timeoutMs, error);

@@ -149,7 +149,7 @@ WinError RegRegistry::change(const Edit& edit, const Check& done) {
     contents_ = std::move(before);
     return kErrorSuccess;
   }
-  // Only what reads back as it was meant is written: a name with a line break in it, say, does not.
+  // Only what reads back as the same is written: a name with a line break in it, say, does not.
   RegFile after;
   RegFileError wrong;
   if (!parseRegFile(edit(before), after, wrong) || !done(after)) {

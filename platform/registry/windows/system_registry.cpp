@@ -17,7 +17,7 @@ class SystemRegistryKey final : public RegistryKey {
 
   WinError queryValue(const std::string& name, std::size_t capacity,
                       RegistryValue& value) override {
-    // Never empty: without a buffer the call only tells the size, and succeeds.
+    // Never empty: without a buffer the call only returns the size, and succeeds.
     std::vector<char> buffer(std::max<std::size_t>(capacity, 1));
     DWORD type = REG_NONE;
     DWORD size = static_cast<DWORD>(capacity);

@@ -34,7 +34,7 @@ bool toUtf16(UINT codePage, DWORD flags, std::string_view text, std::wstring& ou
   return MultiByteToWideChar(codePage, flags, text.data(), size, out.data(), needed) == needed;
 }
 
-// Likewise. `replaced` (may be null where the code page cannot tell) is set when a character had to
+// Likewise. `replaced` (null where the code page does not report it) is set when a character had to
 // be replaced.
 bool fromUtf16(UINT codePage, DWORD flags, const std::wstring& text, std::string& out,
                bool* replaced) {
@@ -43,13 +43,13 @@ bool fromUtf16(UINT codePage, DWORD flags, const std::wstring& text, std::string
   if (text.size() > INT_MAX) return false;
   const int size = static_cast<int>(text.size());
   BOOL usedDefault = FALSE;
-  BOOL* const tell = replaced != nullptr ? &usedDefault : nullptr;
+  BOOL* const report = replaced != nullptr ? &usedDefault : nullptr;
   const int needed =
-      WideCharToMultiByte(codePage, flags, text.data(), size, nullptr, 0, nullptr, tell);
+      WideCharToMultiByte(codePage, flags, text.data(), size, nullptr, 0, nullptr, report);
   if (needed <= 0) return false;
   out.resize(static_cast<std::size_t>(needed));
   const int written =
-      WideCharToMultiByte(codePage, flags, text.data(), size, out.data(), needed, nullptr, tell);
+      WideCharToMultiByte(codePage, flags, text.data(), size, out.data(), needed, nullptr, report);
   if (usedDefault != FALSE) *replaced = true;
   return written == needed;
 }

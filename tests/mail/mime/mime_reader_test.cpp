@@ -1,4 +1,4 @@
-// Reading MIME text: the library's own, other programs', and what is meant to harm.
+// Reading MIME text: the library's own, other programs', and hostile texts.
 #include <array>
 #include <string>
 

@@ -103,7 +103,7 @@ TEST(MethodBracket, AFailedMethodLeavesItsRecord) {
   EXPECT_EQ(test_support::readBytes("errors.xml"), record);
   EXPECT_FALSE(email.SaveLastError("none/errors.xml"));
 
-  // The next method starts afresh, and success leaves no error.
+  // The next method starts a new log, and success leaves no error.
   EXPECT_TRUE(email.AddTo("", "joe@example.org"));
   EXPECT_EQ(std::string(email.LastErrorText()).find("error"), std::string::npos);
 }

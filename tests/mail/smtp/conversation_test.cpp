@@ -237,7 +237,7 @@ TEST(Conversation, OffersRecipients) {
 TEST(Conversation, SendsCommandsAhead) {
   const std::string hello = "ehlo|S: 250-mail\r\n250 Pipelining|";
   const Prepare two = [](KvMailMan&, KvEmail& email) { email.AddCC("", "cc@site.example"); };
-  converse("replies are told apart", {hello + "from|to|cc|ok|no|ok|data|quit"}, true,
+  converse("replies are matched to their commands", {hello + "from|to|cc|ok|no|ok|data|quit"}, true,
            "[MAIL FROM:<|[RCPT TO:<to|[RCPT TO:<cc|[250 ok|[550 no|"
            "Failed when sending RCPT TO:<to@site.example>|[250 ok|<NumAccepted>1<",
            two);
@@ -303,7 +303,7 @@ TEST(Conversation, KeepsAConnectionThatAnswers) {
            {"hello|mail|C: RSET|SILENCE", "hello|from|ok|to|no|quit"}, false,
            "ReadTimeout expired|RSET failed.|<NumTotal>1</NumTotal>|Send failed.",
            sentBefore([](KvMailMan& mailMan) { mailMan.put_ReadTimeout(1); }));
-  converse("somebody else", {"hello|mail", "hello|mail|quit"}, true, "need new SMTP connection",
+  converse("another login", {"hello|mail", "hello|mail|quit"}, true, "need new SMTP connection",
            sentBefore([](KvMailMan& mailMan) { mailMan.put_SmtpUsername("other"); }));
   converse("TLS wanted from now on", {"hello|mail", "S: 220 ready|C: STARTTLS|S: 454 no"}, false,
            "No secure connection, need new SMTP connection.",

@@ -58,8 +58,8 @@ class TlsConversation : public testing::Test {
         },
         send, test_support::tlsHandshake);
     EXPECT_EQ(messages.size(), sent ? 1U : 0U) << what;
-    for (const char* told : {"AUTH", "secret", "MAIL FROM", "subject"}) {
-      EXPECT_THAT(inTheClear, Not(HasSubstr(told))) << what;
+    for (const char* secret : {"AUTH", "secret", "MAIL FROM", "subject"}) {
+      EXPECT_THAT(inTheClear, Not(HasSubstr(secret))) << what;
     }
     return messages;
   }
@@ -129,8 +129,8 @@ TEST_F(TlsConversation, LooksAtTheCertificate) {
 TEST_F(TlsConversation, CarriesALongText) {
   class Percents : public KvProgress {
    public:
-    std::vector<int> told;
-    void PercentDone(int percent, bool&) override { told.push_back(percent); }
+    std::vector<int> reported;
+    void PercentDone(int percent, bool&) override { reported.push_back(percent); }
   } percents;
   std::string mime = "A: b\r\n\r\n";
   while (mime.size() < 1'000'000) mime += std::string(76, 'x') + "\r\n";
@@ -141,9 +141,10 @@ TEST_F(TlsConversation, CarriesALongText) {
                std::string(mailMan.GetSmtpSslServerCert()).starts_with("-----BEGIN CERTIFICATE");
       });
   EXPECT_EQ(messages, std::vector<std::string>{mime});
-  ASSERT_GT(percents.told.size(), 5U);
-  EXPECT_TRUE(std::is_sorted(percents.told.begin(), percents.told.end(), std::less_equal<int>()));
-  EXPECT_EQ(percents.told.back(), 100);
+  ASSERT_GT(percents.reported.size(), 5U);
+  EXPECT_TRUE(
+      std::is_sorted(percents.reported.begin(), percents.reported.end(), std::less_equal<int>()));
+  EXPECT_EQ(percents.reported.back(), 100);
 }
 
 TEST_F(TlsConversation, ResumesTheSessionOfTheConnectionBefore) {
