@@ -20,7 +20,8 @@ inline constexpr NetStatus kNetNoDomainController = 2453;
 // Not one of the system's (bit 29 is set): the password is not the one that was read any more.
 inline constexpr NetStatus kNetPasswordChanged = 0x20000001;
 
-// How a call ended: its number, and for a failure what it means in one line (UTF-8, no secret).
+// How a call ended: its number, and for a failure what it means in one line (in the ANSI
+// code page, no secret).
 struct AccountResult {
   NetStatus status = kNetSuccess;
   std::string text;

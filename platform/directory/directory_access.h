@@ -39,8 +39,8 @@ inline constexpr std::uint32_t kAdsSecureAuthentication = 1;
 // What went wrong last, in the words of the directory (ADsGetLastError).
 struct DirectoryError {
   std::uint32_t code = 0;
-  std::string text;      // UTF-8, one line, no secret
-  std::string provider;  // UTF-8
+  std::string text;      // in the ANSI code page, one line, no secret
+  std::string provider;  // likewise
 };
 
 // A user object's properties (IADsUser). Values are set on success only.

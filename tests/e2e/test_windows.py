@@ -213,10 +213,20 @@ class FirstPassTest(Machine):
 
 
 class ControlTest(Machine):
-    def test_outside_the_service_manager(self):
-        code, output = self.program("-x")
+    def test_what_is_refused(self):
+        code, output = self.program("-x")  # outside the service manager
         self.assertEqual(output, USAGE + "In StartServiceCtrlDispatcherError number: 1063\n")
         self.assertEqual(code, 1063 & 0xFF)  # all that this system keeps of it
+        # A path that the code page cannot represent is not registered as a similar one.
+        (folder := self.windows.drive / "\u0141").mkdir()
+        shutil.copy(WINDOWS / "service/pwLapseSvc.exe", folder)
+        done = self.windows.run(folder / "pwLapseSvc.exe", "-install")
+        self.assertRegex(done.stdout, rb"\AUnable to install [^\n]+ - \w[^\n]+ \(0x459\)\r\n\Z")
+        self.assert_gone()
+        # No other directory than the domain or a file.
+        done = self.windows.run(self.folder / "pwlapse.exe", "run", "--directory", "ldap://dc.site.example")
+        self.assertEqual((done.returncode, done.stdout), (2, b""))
+        self.assertRegex(done.stderr, rb'\Apwlapse: directory URI: "ldap://dc.site.example" is not ldif:[^\n]+\r\n\Z')
 
     def test_pause_in_the_middle_of_a_mail(self):
         users = person("walter", 59), person("lukasz", 20), person("\u0142ukasz", 65)
@@ -244,20 +254,42 @@ class ControlTest(Machine):
         wait_until(lambda: self.control() == b"error 1060")
         self.assert_gone()
 
-
     def test_every_failure_releases_everything(self):
+        why = {"ADsOpenObject": rb"FAILED: [^\n]+: \w[^\n]+\w \(0x80004005\)",
+               "NetUserSetInfo": rb"FAILED: [^\n]+ expired: \w[^\n]+\w \(error 5\)"}
         self.prepare([person("walter", 59), person("expired", 65), person("other", 1)], site_registry(1))
-        for call in (None, "ADsGetObject", "ADsOpenObject", "Get", "SetSearchPreference", "ExecuteSearch",
-                     "GetNextRow", "GetColumn", "QueryInterface", "properties", "NetUserGetInfo",
-                     "NetUserSetInfo", "NetUserModalsGet"):
+        for call in ("NetUserSetInfo", None, "ADsGetObject", "ADsOpenObject", "Get", "SetSearchPreference",
+                     "ExecuteSearch", "GetNextRow", "GetColumn", "QueryInterface", "properties",
+                     "NetUserGetInfo", "NetUserModalsGet"):
             with self.subTest(call):
                 (self.system / "calls.log").unlink(missing_ok=True)
                 (self.system / "fault.txt").write_text(call or "")
                 done = self.windows.run(self.folder / "pwlapse.exe", "run", cwd=self.folder)
                 self.assertEqual((done.returncode, done.stderr), (1, b""))  # no mail server is there
+                self.assertRegex(done.stdout, why.get(call, b"."))
                 self.assert_released()
 
-    def test_no_other_directory_than_the_domain_or_a_file(self):
-        done = self.windows.run(self.folder / "pwlapse.exe", "run", "--directory", "ldap://dc.site.example")
-        self.assertEqual((done.returncode, done.stdout), (2, b""))
-        self.assertRegex(done.stderr, rb'\Apwlapse: directory URI: "ldap://dc.site.example" is not ldif:[^\n]+\r\n\Z')
+
+class CodePageTest(unittest.TestCase):
+    def test_texts_of_every_code_page(self):
+        cases = (  # a text with a byte of a backslash in code page 932
+            ("C", "cp1252", "K\u00fcndigung"), ("ja_JP", "cp932", "\u8868\u30bd\u80fd"),
+            ("ru_RU", "cp1251", "\u041f\u0430\u0440\u043e\u043b\u044c"), ("hi_IN", "utf-8", "\u092a\u093e\u0938 \u8868"))
+        for locale, code_page, text in cases:
+            with self.subTest(code_page), wine_prefix.WinePrefix(locale) as windows, \
+                    PostfixMail(refused=REFUSED) as mail:
+                folder = windows.drive / "site"
+                folder.mkdir()
+                shutil.copy(WINDOWS / "console/pwlapse.exe", folder)
+                done = windows.run("pwlapse.exe", "demo", "--work-dir", "demo", cwd=folder)
+                self.assertEqual(done.returncode, 0, done.stdout)
+                (folder / "domain.ldif").write_text(site_files.domain_ldif(
+                    [person("warned", 53), person(text + "-refused", 53, mail=REFUSED)]), "utf-8")
+                (folder / "site.reg").write_bytes(site_files.registry_file(site_registry(
+                    mail.port, emailSubject=text, emailCustomMsg=f"{text}\\\\{text}", emailAdminReports=0)))
+                done = windows.run("pwlapse.exe", "run", "--registry", "site.reg", "--directory",
+                                   "ldif:domain.ldif", cwd=folder)
+                self.assertIn(f"FAILED: mail to {text}-refused", done.stdout.decode(code_page))
+                [warning] = mail.delivered()
+                self.assertEqual((warning.message["Subject"], warning.message.get_content()),
+                                 (text, f"{text}\n{text}\n"))

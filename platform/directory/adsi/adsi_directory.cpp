@@ -8,8 +8,9 @@
 #include <windows.h>
 #include <activeds.h>
 
-#include "base/unicode.h"
 #include "platform/directory/adsi/com_types.h"
+#include "platform/directory/adsi/error_words.h"
+#include "platform/text/code_page.h"
 #include "platform/text/windows/wide_text.h"
 
 namespace platform {
@@ -183,11 +184,20 @@ class AdsiDirectory final : public DirectoryAccess {
       return error;
     }
     error.code = code;
-    error.text = base::utf16ToUtf8(fromWide(text.data()));
+    error.text = utf16ToAnsi(fromWide(text.data()));
     std::replace_if(
         error.text.begin(), error.text.end(), [](char c) { return c == '\r' || c == '\n'; }, ' ');
-    error.provider = base::utf16ToUtf8(fromWide(provider.data()));
+    error.provider = utf16ToAnsi(fromWide(provider.data()));
     return error;
+  }
+
+  std::string errorText(HResult status) override {
+    std::string text = errorWords(status);
+    // ADSI may still hold the words of an earlier call, about another object.
+    const DirectoryError error = lastError();
+    const bool ofThisCall = static_cast<HResult>(HRESULT_FROM_WIN32(error.code)) == status;
+    if (ofThisCall && !error.text.empty()) text += ": " + error.text;
+    return text;
   }
 
  private:

@@ -3,7 +3,7 @@
 #include <windows.h>
 #include <lm.h>
 
-#include "base/format_text.h"
+#include "platform/directory/adsi/error_words.h"
 #include "platform/text/windows/wide_text.h"
 
 namespace platform {
@@ -17,7 +17,7 @@ struct BufferDeleter {
 
 AccountResult resultOf(NetStatus status) {
   if (status == kNetSuccess) return {};
-  return {status, base::formatText("error %u", static_cast<unsigned>(status))};
+  return {status, errorWords(status)};
 }
 
 class SystemAccounts final : public AccountDatabase {

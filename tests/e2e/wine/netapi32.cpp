@@ -63,7 +63,7 @@ EXPORTED NET_API_STATUS WINAPI NetUserSetInfo(LPCWSTR server, LPCWSTR name, DWOR
                                    " expired=" + std::to_string(info.passwordExpired) +
                                    " password=" + shown(content->usri3_password) +
                                    " buffer=" + (buffers().contains(buffer) ? "read" : "made"))) {
-    return NERR_InternalError;
+    return ERROR_ACCESS_DENIED;
   }
   return stand_in::domain().setUserInfo(stand_in::utf16(name), info).status;
 }
