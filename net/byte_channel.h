@@ -45,19 +45,16 @@ class ByteChannel {
   // All bytes that have arrived, at least one: waits when there is none.
   bool receiveBytes(std::string& out, const Countdown& left, Call& call);
 
-  // What has arrived and was not read yet; it stays unread. Never blocks.
-  std::string_view unreadBytes() {
-    if (received_.empty()) receiveArrived();
-    return received_;
-  }
+  // What was received and not read yet; it stays unread.
+  std::string_view unreadBytes() const { return received_; }
+  // Adds to the unread bytes what has arrived since and can be had without waiting. TLS: nothing.
+  virtual void receiveArrived() {}
 
   const IoStatus& status() const { return status_; }
 
  protected:
   // Appends at least one byte to `buffer`, or logs why not and sets status_.
   virtual bool receiveMore(std::string& buffer, const Countdown& left, Call& call) = 0;
-  // Appends to received_ what can be had without waiting. By default: nothing.
-  virtual void receiveArrived() {}
   // What readUntilMatch adds to the log after an abort by the application.
   virtual const char* readAbortedText() const = 0;
 

@@ -26,6 +26,8 @@ class KelvadoSocket final : public ByteChannel {
   void close() override;
   bool sendBytes(std::string_view data, std::uint32_t idleTimeoutMs, Call& call) override;
 
+  void receiveArrived() override;
+
   // Public: for programs that wait before they read. False, logged, when nothing came in time, or
   // the wait failed or was aborted.
   bool waitForData(std::uint32_t timeoutMs, Call& call) {
@@ -34,7 +36,6 @@ class KelvadoSocket final : public ByteChannel {
 
  protected:
   bool receiveMore(std::string& buffer, const Countdown& left, Call& call) override;
-  void receiveArrived() override;
   const char* readAbortedText() const override {
     return "socket read-until-match aborted by application callback";
   }

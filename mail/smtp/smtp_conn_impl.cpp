@@ -112,6 +112,7 @@ bool SmtpConnImpl::adoptConnection(const SmtpServer& server, Call& call) {
   } else {
     server_ = server;
     wire_.setReadTimeout(server.readTimeoutMs);
+    wire_.receiveArrived();
     return true;
   }
   return false;

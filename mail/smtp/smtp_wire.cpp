@@ -51,9 +51,12 @@ bool SmtpWire::connect(const std::string& host, std::uint16_t port, const HttpPr
 bool SmtpWire::secure(const std::string& host, std::uint16_t port,
                       const TlsRequirements& requirements, Call& call) {
   // What is there in the clear behind the reply to STARTTLS may come from anybody on the way.
-  if (owedReplies_ == 0 && !socket_.unreadBytes().empty()) {
-    call.log.LogError("The server sent data before the TLS handshake.");
-    return false;
+  if (owedReplies_ == 0) {
+    socket_.receiveArrived();
+    if (!socket_.unreadBytes().empty()) {
+      call.log.LogError("The server sent data before the TLS handshake.");
+      return false;
+    }
   }
   auto channel = std::make_unique<SChannel>(socket_);
   const std::uint32_t timeoutMs = effectiveReadTimeoutMs(configuredReadTimeoutMs_, true);

@@ -53,6 +53,8 @@ class SmtpWire {
     return isSecure() ? secureChannel_->certificate().pem : std::string();
   }
   const std::string& host() const { return host_; }  // the server, not its proxy
+  // To be called before a connection is used again: finds what the server has sent meanwhile.
+  void receiveArrived() { channel().receiveArrived(); }
   void setReadTimeout(std::uint64_t configuredMs) { configuredReadTimeoutMs_ = configuredMs; }
 
   // One line; CR LF is added.
