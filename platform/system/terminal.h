@@ -5,7 +5,7 @@
 
 namespace platform {
 
-// For programs that draw: it is one, and understands escape sequences.
+// Whether the stream is a terminal that understands escape sequences, so that a program may draw.
 bool isTerminal(std::FILE* stream);
 
 // While one lives, the terminal takes what is written to it for text in the ANSI code page, which
