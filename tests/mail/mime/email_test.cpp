@@ -242,8 +242,6 @@ TEST(KvEmail, PartsFindTheirPlaces) {
   const Step attached = [](KvEmail& e) { e.AddFileAttachment("a.gif"); };
   // Steps; the shape, the plain and the HTML text that they give.
   const std::tuple<std::vector<Step>, std::string, const char*, const char*> rows[] = {
-      {{plain}, "plain", "P", nullptr},
-      {{html}, "html", nullptr, "H"},
       {{plain, html}, "html", nullptr, "H"},  // an alternative is only made when asked for
       {{html, plain}, "html", nullptr, "P"},  // the main part's text; it keeps its type
       {{html, plainToo}, "alternative(plain html)", "P", "H"},

@@ -1,6 +1,5 @@
 // Base64, quoted-printable, encoded words, uuencode and the names of charsets: bytes that other
 // programs must read.
-#include <algorithm>
 #include <map>
 #include <string>
 #include <tuple>
@@ -9,8 +8,6 @@
 
 #include <gtest/gtest.h>
 
-#include "base/ascii.h"
-#include "base/text.h"
 #include "mail/mime/base64.h"
 #include "mail/mime/charset.h"
 #include "mail/mime/encoded_word.h"

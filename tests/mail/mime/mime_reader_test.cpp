@@ -95,24 +95,20 @@ TEST(MimeReader, ReadsBodies) {
 
 TEST(MimeReader, WritesAgainWhatItRead) {
   using namespace std::string_view_literals;
-  constexpr std::string_view latinName =
-      "From: =?utf-8?Q?J=C3=B6rg?= <j@x>\nContent-Type: text/plain; charset=us-ascii\n\nx";
-  constexpr std::string_view linesInUtf8 =
-      "Content-Transfer-Encoding: quoted-printable\nContent-Type: text/plain; charset=utf-8\n\n"
-      "=C3=BC\nb\n";
-  // Neither folds nor blanks nor the encoding of a signed part change, nor what is nested in it.
-  constexpr std::string_view isSigned =
-      "Content-Type: multipart/signed; boundary=b\n\n"
-      "--b\nContent-type:  multipart/mixed;\n   boundary=c\n\npreamble\n--c\nX:   y\n"
-      "Content-Type: multipart/signed; boundary=d\n\n--d\nX:  y\n\n=\xC3\xBC \n--d--\n--c--\n"
-      "--b\nContent-Type:  a/signature\n\ns\n--b--\n";
-  constexpr std::string_view digest =
-      "Content-Type: multipart/digest; boundary=b\n\n--b\n\nSubject: \xC3\xBC\n\ntext\n--b--\n";
   const std::pair<std::string_view, std::string_view> rows[] = {
-      {latinName, latinName},
-      {linesInUtf8, linesInUtf8},
-      {isSigned, isSigned},
-      {digest, digest},
+      // text, and what is written of it where that is something else
+      {"From: =?utf-8?Q?J=C3=B6rg?= <j@x>\nContent-Type: text/plain; charset=us-ascii\n\nx", ""},
+      {"Content-Transfer-Encoding: quoted-printable\nContent-Type: text/plain; charset=utf-8\n\n"
+       "=C3=BC\nb\n",
+       ""},
+      {"Content-Type: multipart/digest; boundary=b\n\n--b\n\nSubject: \xC3\xBC\n\ntext\n--b--\n",
+       ""},
+      // Neither folds nor blanks nor the encoding of a signed part, nor what is nested in it.
+      {"Content-Type: multipart/signed; boundary=b\n\n"
+       "--b\nContent-type:  multipart/mixed;\n   boundary=c\n\npreamble\n--c\nX:   y\n"
+       "Content-Type: multipart/signed; boundary=d\n\n--d\nX:  y\n\n=\xC3\xBC \n--d--\n--c--\n"
+       "--b\nContent-Type:  a/signature\n\ns\n--b--\n",
+       ""},
       {"\na\0b"sv, "Content-Transfer-Encoding: quoted-printable\n\na=00b"},
       {"Content-Type: multipart/mixed\n\nHello\n-- \nJoe",
        "Content-Type: text/plain\n\nHello\n-- \nJoe"},
@@ -124,7 +120,7 @@ TEST(MimeReader, WritesAgainWhatItRead) {
     message->normaliseTransferEncodings();
     std::string mime = written(*message);
     base::replaceAll(mime, "\r\n", "\n");
-    EXPECT_EQ(mime, again);
+    EXPECT_EQ(mime, again.empty() ? text : again);
   }
 }
 
