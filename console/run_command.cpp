@@ -9,6 +9,7 @@
 #include "notify/run_logs.h"
 #include "platform/host/system_host.h"
 #include "platform/system/files.h"
+#include "platform/system/stop_signals.h"
 #include "platform/system/terminal.h"
 #include "service/expiration_run.h"
 
@@ -34,6 +35,7 @@ int runCommand(const RunOptions& options) {
   // The lists and logs of a pass are files in here.
   const platform::FileLock alone(config::kDomainUsersFile, platform::FileLock::Wait::No);
   if (alone.isTaken()) return refuse("another pass is at work in this folder");
+  if (!alone.held()) return refuse(service::lockFailure());
   platform::Host host = system->host();
   const std::vector<std::string> wrongTypes = config::findWrongTypes(host.registry);
   if (!wrongTypes.empty()) return refuse(wrongTypes.front());
@@ -44,6 +46,8 @@ int runCommand(const RunOptions& options) {
 
   PassWatcher watcher(PassWatcher::Keep::Nothing, platform::isTerminal(stderr) ? stderr : nullptr);
   service::ExpirationRun run(host, values, &watcher, nullptr);
+  const platform::StopSignals stopSignals;
+  run.stopWhen(&platform::StopSignals::requested);
   run.prepare();
   const service::PassRecord record = run.pass();
   watcher.finish();

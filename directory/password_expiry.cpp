@@ -4,8 +4,6 @@
 #include "base/format_text.h"
 #include "base/text.h"
 #include "base/timestamp.h"
-#include "config/pass_files.h"
-#include "platform/system/files.h"
 #include "platform/text/code_page.h"
 
 namespace directory {
@@ -18,7 +16,8 @@ DomainMaxAge readDomainMaxAge(platform::AccountDatabase& accounts) {
 
 platform::AccountResult expireUserPassword(platform::AccountDatabase& accounts,
                                            platform::Clock& clock, const std::u16string& logonName,
-                                           std::uint32_t passwordAgeDays) {
+                                           std::uint32_t passwordAgeDays,
+                                           config::AuditLog& expiredLog) {
   platform::UserInfo info;
   platform::AccountResult result = accounts.userInfo(logonName, info);
   if (!result.ok()) return result;
@@ -28,11 +27,10 @@ platform::AccountResult expireUserPassword(platform::AccountDatabase& accounts,
   info.passwordExpired = kPasswordExpiredMark;
   result = accounts.setUserInfo(logonName, info);
   if (!result.ok()) return result;
-  platform::appendToFile(
-      config::kExpiredPasswordLog,
-      base::formatText("\"%s\",%s,\"%i\",\"%s\"\n", base::timestampText(clock.localTime()).c_str(),
-                       base::quotedField(platform::utf16ToAnsi(logonName)).c_str(),
-                       static_cast<int>(passwordAgeDays), "successful"));
+  expiredLog.append(base::formatText("\"%s\",%s,\"%i\",\"%s\"\n",
+                                     base::timestampText(clock.localTime()).c_str(),
+                                     base::quotedField(platform::utf16ToAnsi(logonName)).c_str(),
+                                     static_cast<int>(passwordAgeDays), "successful"));
   return result;
 }
 

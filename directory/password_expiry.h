@@ -5,6 +5,7 @@
 #include <cstdint>
 #include <string>
 
+#include "config/audit_log.h"
 #include "platform/directory/account_database.h"
 #include "platform/system/clock.h"
 
@@ -21,11 +22,12 @@ struct DomainMaxAge {
 
 DomainMaxAge readDomainMaxAge(platform::AccountDatabase& accounts);
 
-// Forces a password change at next logon and appends the line of the expired-password log. Nothing
+// Forces a password change at next logon and appends the line of `expiredLog`. Nothing
 // is written when the account database refuses, or when the password is younger by now than the
 // age that was judged, or is another one (kNetPasswordChanged).
 platform::AccountResult expireUserPassword(platform::AccountDatabase& accounts,
                                            platform::Clock& clock, const std::u16string& logonName,
-                                           std::uint32_t passwordAgeDays);
+                                           std::uint32_t passwordAgeDays,
+                                           config::AuditLog& expiredLog);
 
 }  // namespace directory

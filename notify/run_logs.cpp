@@ -3,9 +3,7 @@
 #include "base/format_text.h"
 #include "base/text.h"
 #include "base/timestamp.h"
-#include "config/pass_files.h"
 #include "directory/password_expiry.h"
-#include "platform/system/files.h"
 
 namespace notify {
 namespace {
@@ -65,25 +63,14 @@ void writeDebugHeader(config::DebugLog& log, const config::ExpirationSettings& s
   }
 }
 
-void recreateSkipList() {
-  platform::writeTextFile(config::kSkipListFile, "LIST OF SKIPPED USERS\n");
+std::string skippedUserLine(const UserRecord& user) {
+  return "  user found in list: " + user.username + "\n";
 }
 
-void appendSkippedUser(const std::string& username) {
-  platform::appendToFile(config::kSkipListFile, "  user found in list: " + username + "\n");
-}
-
-void recreateExpiringSoonLog() {
-  platform::writeTextFile(config::kExpiringSoonLog,
-                          "\"Date of Run\",\"Username\",\"Email\",\"Days before expiration\"\n");
-}
-
-void appendExpiringSoon(const base::LocalTime& now, const std::string& username,
-                        const std::string& email, int daysLeft) {
-  platform::appendToFile(config::kExpiringSoonLog,
-                         base::formatText("\"%s\",%s,%s,\"%i\"\n", base::timestampText(now).c_str(),
-                                          base::quotedField(username).c_str(),
-                                          base::quotedField(email).c_str(), daysLeft));
+std::string expiringSoonLine(const base::LocalTime& now, const UserRecord& user) {
+  return base::formatText("\"%s\",%s,%s,\"%i\"\n", base::timestampText(now).c_str(),
+                          base::quotedField(user.username).c_str(),
+                          base::quotedField(user.data.email).c_str(), user.daysLeft());
 }
 
 }  // namespace notify

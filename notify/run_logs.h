@@ -1,6 +1,5 @@
-// The plain-text logs of a pass beside the debug log's lines: the debug log's header, the list of
-// skipped users and the users whose passwords expire soon. Each write opens the file and closes it
-// again; a line that cannot be written is dropped. Used by the pass only.
+// The words of a pass's plain-text logs: the debug log's header, the list of skipped users and the
+// users whose passwords expire soon. Used by the pass only.
 #pragma once
 
 #include <cstdint>
@@ -9,6 +8,7 @@
 #include "base/timestamp.h"
 #include "config/debug_log.h"
 #include "config/expiration_settings.h"
+#include "notify/user_record.h"
 #include "platform/system/clock.h"
 
 namespace notify {
@@ -26,11 +26,11 @@ struct RunFigures {
 void writeDebugHeader(config::DebugLog& log, const config::ExpirationSettings& settings,
                       const RunFigures& figures, const base::LocalTime& now);
 
-void recreateSkipList();
-void appendSkippedUser(const std::string& username);
+inline constexpr const char* kSkipListHeading = "LIST OF SKIPPED USERS\n";
+std::string skippedUserLine(const UserRecord& user);
 
-void recreateExpiringSoonLog();
-void appendExpiringSoon(const base::LocalTime& now, const std::string& username,
-                        const std::string& email, int daysLeft);
+inline constexpr const char* kExpiringSoonHeading =
+    "\"Date of Run\",\"Username\",\"Email\",\"Days before expiration\"\n";
+std::string expiringSoonLine(const base::LocalTime& now, const UserRecord& user);
 
 }  // namespace notify

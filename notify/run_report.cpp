@@ -84,6 +84,21 @@ std::string rowStart(const UserRecord& user) {
          "</td>";
 }
 
+std::string problemsSection(const config::FindingLines& problems) {
+  if (problems.count == 0) return {};
+  std::string text =
+      "<h3>Problems in this run:</h3>\n<table><tr><td class=labelRow>Problem</td></tr>";
+  const auto row = [&text](const std::string& problem) {
+    text += "<tr><td style=text-align:left>" + escapeHtml(problem) + "</td></tr>\n";
+  };
+  for (const std::string& line : problems.lines) row(line);
+  if (problems.count > problems.lines.size()) {
+    row(base::formatText("%llu more",
+                         static_cast<unsigned long long>(problems.count - problems.lines.size())));
+  }
+  return text + "</table>";
+}
+
 }  // namespace
 
 void RunReport::start(const config::ExpirationSettings& settings, std::uint32_t intervalMs,
@@ -122,20 +137,22 @@ void RunReport::addExpired(const UserRecord& user) {
                                    static_cast<int>(user.age), user.maxAge, status);
 }
 
-void RunReport::finish() {
+void RunReport::finish(const config::FindingLines& problems) {
   for (std::string* section : {&upcoming_, &expired_, &settings_}) *section += "</table>";
-  appendSections(mailReport_);
+  appendSections(mailReport_, problems);
 }
 
-void RunReport::appendSections(std::string& report) const {
+void RunReport::appendSections(std::string& report, const config::FindingLines& problems) const {
   report += settings_ + "<br>" + upcoming_ + "<br>";
   if (anyExpired_) report += expired_;
+  report += problemsSection(problems);
   report += "</body></html>";
 }
 
-bool RunReport::writeFileReport() {
-  appendSections(fileReport_);
-  return platform::writeWholeFile(config::kReportFile, fileReport_);
+bool RunReport::writeFileReport(const config::FindingLines& problems) {
+  appendSections(fileReport_, problems);
+  return platform::replaceFileAtomically(config::kReportFile, fileReport_,
+                                         platform::FileReaders::AsUsual);
 }
 
 bool writeReportLogo() {

@@ -7,6 +7,7 @@
 
 #include "base/timestamp.h"
 #include "config/expiration_settings.h"
+#include "config/findings.h"
 #include "notify/user_record.h"
 
 namespace notify {
@@ -25,14 +26,14 @@ class RunReport {
   void addExpired(const UserRecord& user);
 
   // Closes the tables and assembles the mail report. The expired section is left out when it has no
-  // row.
-  void finish();
+  // row, the section of problems when there is none.
+  void finish(const config::FindingLines& problems);
   const std::string& mailReport() const { return mailReport_; }
   // Assembles the file report and writes it to kReportFile. False when it could not be written.
-  bool writeFileReport();
+  bool writeFileReport(const config::FindingLines& problems);
 
  private:
-  void appendSections(std::string& report) const;
+  void appendSections(std::string& report, const config::FindingLines& problems) const;
 
   std::string mailReport_;
   std::string fileReport_;

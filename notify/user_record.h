@@ -39,6 +39,7 @@ struct UserRecord {
   std::string username;             // as the list spells it
   directory::UserDirectoryData data;
   bool accountFound = false;
+  std::string lookUpError;        // why the directory was of no help with the address, else empty
   std::string readError;          // why the account could not be read again, else empty
   bool changeAlreadyDue = false;  // already to be changed at next logon
   std::uint32_t age = 0;          // days; that of the user before when the account cannot be read

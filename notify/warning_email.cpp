@@ -48,9 +48,21 @@ void composeEmail(kelvado::KvEmail& email, const config::ExpirationSettings& set
 // Before the send, so that a day on which the mail server fails half way counts as a mailing day.
 void recordMailingDay(const WarningContext& context) {
   const int day = context.clock.localTime().day;
-  config::writeNumber(context.registry, config::kProductKey, "expirationLastRunDay",
-                      static_cast<std::uint32_t>(day));
+  const auto number = static_cast<std::uint32_t>(day);
+  const bool written =
+      config::writeNumber(context.registry, config::kProductKey, "expirationLastRunDay", number);
   context.log.print("    expirationLastRunDay set to %i\n", day);
+  const bool first = context.unsavedMailingDay == 0;
+  context.unsavedMailingDay = written ? 0 : number;
+  if (written || !first) return;
+  const std::string reason = context.registry.lastError();
+  const std::string text = "the day of this mailing (expirationLastRunDay) could not be written" +
+                           (reason.empty() ? "" : ": " + reason);
+  if (context.settings.limitEmails) {
+    context.findings.problem(text + "; limitEmails holds until this program ends");
+  } else {
+    context.findings.note(text);
+  }
 }
 
 }  // namespace

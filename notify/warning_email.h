@@ -3,6 +3,7 @@
 // test mode.
 #pragma once
 
+#include <cstdint>
 #include <string>
 
 #include "config/debug_log.h"
@@ -21,6 +22,9 @@ struct WarningContext {
   config::DebugLog& log;
   const config::ExpirationSettings& settings;
   config::Findings& findings;
+  // Out: the day of month of this mailing when the registry did not take it, 0 when it did. Only
+  // the first failure of a pass is reported.
+  std::uint32_t& unsavedMailingDay;
 };
 
 // Sends the warning; blocks for as long as the mail server takes. False when sending failed, which

@@ -1,6 +1,8 @@
 #include "service/expiration_run.h"
 
+#include "config/pass_files.h"
 #include "notify/run_report.h"
+#include "platform/system/files.h"
 
 namespace service {
 namespace {
@@ -10,6 +12,11 @@ constexpr double kStartWaitMs = 480000;
 constexpr std::uint32_t kMsPerSecond = 1000;
 
 }  // namespace
+
+std::string lockFailure() {
+  return "no pass is made without the lock of its folder: " +
+         platform::absolutePath(config::kDomainUsersFile) + ".lock: " + platform::fileErrorText();
+}
 
 void ExpirationRun::prepare() {
   notify::writeReportLogo();

@@ -5,10 +5,16 @@
 
 #include <cstdint>
 #include <cstdio>
+#include <functional>
+#include <string>
+#include <utility>
 
 #include "service/pass.h"
 
 namespace service {
+
+// Why no pass is made when the lock of the work folder cannot be had; to be asked at once.
+std::string lockFailure();
 
 class ExpirationRun {
  public:
@@ -16,6 +22,9 @@ class ExpirationRun {
   ExpirationRun(platform::Host host, const ServiceValues& values, PassObserver* observer,
                 std::FILE* foundUsers = stdout)
       : context_{host, values, observer, foundUsers, config::DebugLog(values.debug), {}} {}
+
+  // Asked between two users whether the pass is to end after the one in hand.
+  void stopWhen(std::function<bool()> requested) { context_.stopRequested = std::move(requested); }
 
   // Once, before the first pass: the logo file, the kind of machine, which edition's keys to use.
   void prepare();

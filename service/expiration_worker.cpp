@@ -23,6 +23,14 @@ class JournalWriter : public PassObserver {
   }
 };
 
+void makePass(ExpirationRun& run) {
+  // Not beside a pass by hand: both would write the same lists and logs.
+  const platform::FileLock alone(config::kDomainUsersFile);
+  if (!alone.held()) return journal("FAILED: " + lockFailure());
+  const PassRecord record = run.pass();
+  journal(passLine(record) + "; the next pass is in " + spanText(run.sleepMs()));
+}
+
 }  // namespace
 
 void runForEver(platform::Host host, const ServiceValues& values) {
@@ -32,11 +40,7 @@ void runForEver(platform::Host host, const ServiceValues& values) {
   const std::uint32_t startDelay = run.startDelayMs();
   if (startDelay != 0) host.clock.sleep(startDelay);
   for (;;) {
-    {
-      // Not beside a pass by hand: both would write the same lists and logs.
-      const platform::FileLock alone(config::kDomainUsersFile);
-      run.pass();
-    }
+    makePass(run);
     host.clock.sleep(run.sleepMs());
   }
 }

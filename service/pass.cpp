@@ -71,6 +71,7 @@ PassRecord Pass::make() {
   if (log_.enabled()) platform::createDirectory(config::kLogDirectory);
   log_.recreate();
   loadSettings();
+  checkSettings();
   for (const std::string& problem : notify::findTemplateProblems()) findings_.problem(problem);
   if (platform::folderIsShared(".")) {
     findings_.note("other users can write to the work folder, and so to its lists and templates");
@@ -86,11 +87,15 @@ PassRecord Pass::make() {
   bindDirectory();
   compareClocks();
   noteLocalAccounts();
-  for (const int slot : order) visitSlot(slot);
+  for (const int slot : order) {
+    if (isToStop()) break;
+    visitSlot(slot);
+  }
   domain_.unbindDomain();
   for (const std::string& warning : run_.host.directory.warnings()) findings_.note(warning);
   finishReport();
   run_.host.directory.endPass();
+  run_.unsavedMailingDay = pass_.unsavedMailingDay;
   pass_.record.durationMs = run_.host.clock.tickCount() - beganTicks;
   return std::move(pass_.record);
 }
@@ -110,14 +115,23 @@ void Pass::loadSettings() {
     pass_.settings.reportOnly = true;
   }
   if (pass_.settings.testEmailOnly) pass_.settings.reportOnly = true;
-  // What the administrator wanted is not known, so nobody is mailed or expired.
-  for (const std::string& wrong : config::findWrongTypes(registry)) {
-    findings_.problem(wrong + ": the pass only reports");
-    pass_.settings.reportOnly = true;
-  }
-  for (const std::string& note : config::findSettingNotes(registry)) findings_.note(note);
+  pass_.unsavedMailingDay = run_.unsavedMailingDay;
   pass_.record.settingsSource = registry.name();
   pass_.record.settingsKey = edition.settingsKey;
+}
+
+// A value of the wrong type counts as 0. What the administrator wanted is not known, so nobody is
+// mailed or expired.
+void Pass::checkSettings() {
+  const std::string stale = run_.host.registry.staleReason();
+  if (!stale.empty()) findings_.problem(stale + ": the settings are those of before");
+  for (const std::string& wrong : config::findWrongTypes(run_.host.registry)) {
+    pass_.settings.reportOnly = true;
+    findings_.problem(wrong + ": the pass only reports");
+  }
+  for (const std::string& note : config::findSettingNotes(run_.host.registry)) {
+    findings_.note(note);
+  }
   pass_.record.reportOnly = pass_.settings.reportOnly;
 }
 
@@ -129,8 +143,9 @@ void Pass::sendTestEmail() {
   user.data.lastName = kTestLastName;
   user.data.email = pass_.settings.testEmailAddress;
   user.maxAge = kTestCountdown;
-  const notify::WarningContext context{run_.host.registry, run_.host.clock, log_, pass_.settings,
-                                       findings_};
+  const notify::WarningContext context{
+      run_.host.registry, run_.host.clock, log_,
+      pass_.settings,     findings_,       pass_.unsavedMailingDay};
   if (notify::sendWarningEmail(context, user)) return;
   testEmailFailed_ = true;
   findings_.problem("the test mail was not sent");
@@ -161,7 +176,9 @@ void Pass::splitCustomMessage() {
 // when no mail went out in between.
 void Pass::guardMailingDay() {
   const auto today = static_cast<std::uint32_t>(run_.host.clock.localTime().day);
-  if (pass_.settings.expirationLastRunDay == today && pass_.settings.limitEmails) {
+  const bool mailedToday =
+      pass_.settings.expirationLastRunDay == today || pass_.unsavedMailingDay == today;
+  if (mailedToday && pass_.settings.limitEmails) {
     pass_.mayEmail = false;
     pass_.emailedToday = true;
   }
@@ -174,8 +191,8 @@ void Pass::startReportAndLogs() {
   notify::writeDebugHeader(
       log_, pass_.settings,
       {run_.uptimeSeconds, domainMaxAge.days, run_.values.intervalMs, pass_.emailedToday}, now);
-  if (log_.enabled()) notify::recreateSkipList();
-  notify::recreateExpiringSoonLog();
+  if (log_.enabled()) pass_.skipList.recreate(notify::kSkipListHeading);
+  pass_.expiringSoonLog.recreate(notify::kExpiringSoonHeading);
 }
 
 void Pass::logPolicyOrder(const std::array<int, kPolicySlots>& order) {
@@ -258,7 +275,7 @@ void Pass::examineUsers(const PolicyInHand& policy, const std::string& file, Use
   ++pass_.record.lists;
   const std::string listName = slotLabel(policy.slot) + " (" + file + ")";
   if (run_.observer != nullptr) run_.observer->slotStarted(policy.slot, file, list.size());
-  for (std::string name; list.next(name);) {
+  for (std::string name; !isToStop() && list.next(name);) {
     const notify::UserRecord user = examiner_.examine(policy, name);
     pass_.record.addUser(user, listName);
     if (run_.observer != nullptr) run_.observer->userExamined(user);
@@ -266,17 +283,24 @@ void Pass::examineUsers(const PolicyInHand& policy, const std::string& file, Use
   noteCutName(list, file, findings_);
 }
 
+bool Pass::isToStop() {
+  if (stopped_ || !run_.stopRequested || !run_.stopRequested()) return stopped_;
+  stopped_ = true;
+  findings_.problem("the pass was told to stop: the users that follow were not examined");
+  return true;
+}
+
 void Pass::finishReport() {
   if (pass_.record.mailsFailed != 0 || testEmailFailed_) {
     findings_.note("what the mail server said to the last mail that failed is in " +
                    std::string(config::kMailErrorFile));
   }
-  pass_.report.finish();
+  pass_.report.finish(findings_.problems());
   if (pass_.settings.emailAdminReports &&
       !notify::sendAdminReport(pass_.settings, pass_.report.mailReport())) {
     findings_.problem("the report was not mailed to the administrator");
   }
-  if (pass_.settings.htmllog && !pass_.report.writeFileReport()) {
+  if (pass_.settings.htmllog && !pass_.report.writeFileReport(findings_.problems())) {
     findings_.problem("the report file could not be written");
   }
 }

@@ -4,6 +4,7 @@
 
 #include <array>
 #include <cstdio>
+#include <functional>
 #include <string>
 
 #include "config/debug_log.h"
@@ -26,8 +27,11 @@ struct RunContext {
   PassObserver* observer;  // borrowed; null: nobody watches
   std::FILE* foundUsers;   // where look-ups print whom they found; borrowed, null for nowhere
   config::DebugLog log;
-  EditionKeys edition;       // its open key is kept from pass to pass
-  double uptimeSeconds = 0;  // when the run began
+  EditionKeys edition;                  // its open key is kept from pass to pass
+  double uptimeSeconds = 0;             // when the run began
+  std::uint32_t unsavedMailingDay = 0;  // as PassState has it; of the last pass that mailed
+  // Whether somebody wants the pass to end after the user in hand; empty: nobody can.
+  std::function<bool()> stopRequested{};
 };
 
 class Pass {
@@ -40,6 +44,7 @@ class Pass {
 
  private:
   void loadSettings();
+  void checkSettings();
   void sendTestEmail();
   void listDomainUsers();
   void splitCustomMessage();
@@ -52,6 +57,7 @@ class Pass {
   void visitSlot(int slot);
   void examineList(PolicyInHand& policy, const PolicyFiles& files);
   void examineUsers(const PolicyInHand& policy, const std::string& file, UserList& list);
+  bool isToStop();
   void finishReport();
 
   RunContext& run_;
@@ -63,6 +69,7 @@ class Pass {
   bool wroteUsersList_ = false;  // of the domain's users
   bool usersListLost_ = false;   // a policy needs it, and it could not be written
   bool testEmailFailed_ = false;
+  bool stopped_ = false;  // said so
   UserExaminer examiner_;
 };
 

@@ -34,6 +34,10 @@ void PassRecord::addUser(const notify::UserRecord& user, const std::string& list
                      " could not be read again, so the user was " +
                      "neither mailed nor expired: " + user.readError);
   }
+  if (!user.lookUpError.empty()) {
+    findings.note("the e-mail address of " + user.username +
+                  " could not be looked up: " + user.lookUpError);
+  }
   if (user.emailedText == "yes") ++mailsSent;
   if (user.mailFailed) {
     ++mailsFailed;
@@ -43,6 +47,36 @@ void PassRecord::addUser(const notify::UserRecord& user, const std::string& list
     findings.problem("the directory did not take the forced password change of " + user.username +
                      (user.refusal.empty() ? "" : ": " + user.refusal));
   }
+}
+
+std::string passLine(const PassRecord& pass) {
+  const auto count = [](std::uint64_t number, const char* one, const char* many) {
+    return formatText("%llu %s", static_cast<unsigned long long>(number), number == 1 ? one : many);
+  };
+  std::string text =
+      formatText("pass over %s in %s, in %s", count(pass.lines, "line", "lines").c_str(),
+                 count(static_cast<std::uint64_t>(pass.lists), "list", "lists").c_str(),
+                 spanText(pass.durationMs).c_str());
+  if (pass.reportOnly) text += ", report-only mode";
+  const char* before = ": ";
+  for (int i = 0; i < kOutcomes; ++i) {
+    if (pass.counts[i] == 0) continue;
+    text += formatText("%s%llu %s", before, static_cast<unsigned long long>(pass.counts[i]),
+                       outcomeLabel(static_cast<Outcome>(i)));
+    before = ", ";
+  }
+  text += "; " + count(pass.mailsSent, "mail", "mails") + " sent";
+  if (pass.findings.problems().count != 0) {
+    text += "; " + count(pass.findings.problems().count, "problem", "problems");
+  }
+  return text;
+}
+
+std::string spanText(std::uint32_t ms) {
+  constexpr std::uint32_t kSecond = 1000, kMinute = 60 * kSecond, kHour = 60 * kMinute;
+  if (ms != 0 && ms % kHour == 0) return formatText("%u h", ms / kHour);
+  if (ms != 0 && ms % kMinute == 0) return formatText("%u min", ms / kMinute);
+  return formatText("%u s", ms / kSecond);
 }
 
 std::string summaryText(const PassRecord& pass) {

@@ -34,6 +34,11 @@ struct PassRecord {
   void addUser(const notify::UserRecord& user, const std::string& listName);
 };
 
+// The whole pass in one line: duration, lines, each outcome's count, mails, problems, notes.
+std::string passLine(const PassRecord& pass);
+// "24 h", "90 min", "12 s": rounded down, in the largest unit that leaves nothing over.
+std::string spanText(std::uint32_t ms);
+
 // One fact a line: lines and lists, each outcome's count, notes, problems.
 std::string summaryText(const PassRecord& pass);
 

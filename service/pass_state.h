@@ -4,7 +4,9 @@
 
 #include <cstdint>
 
+#include "config/audit_log.h"
 #include "config/expiration_settings.h"
+#include "config/pass_files.h"
 #include "notify/run_report.h"
 #include "service/pass_record.h"
 #include "service/processed_users.h"
@@ -16,11 +18,16 @@ struct PassState {
   bool emailedToday = false;            // bEmailRunToday
   bool mayEmail = true;                 // bEmailUserOK
   bool intervalMode = false;            // set by the first user of a pass with warning days
-  bool expiresNobody = false;           // the directory's clock is too far off
-  std::uint32_t ageBefore = 0;          // days, of the user before: one who cannot be read keeps it
+  // Day of month of a mailing that the registry did not take; 0: none.
+  std::uint32_t unsavedMailingDay = 0;
+  bool expiresNobody = false;   // the directory's clock is too far off
+  std::uint32_t ageBefore = 0;  // days, of the user before: one who cannot be read keeps it
   ProcessedUsers processed;
   notify::RunReport report;
   PassRecord record;
+  config::AuditLog skipList{config::kSkipListFile, record.findings};
+  config::AuditLog expiringSoonLog{config::kExpiringSoonLog, record.findings};
+  config::AuditLog expiredLog{config::kExpiredPasswordLog, record.findings};
 };
 
 }  // namespace service

@@ -109,7 +109,7 @@ void UserExaminer::claimUser(const std::u16string& name, UserRecord& user) {
   user.skipReasons |= longEnough ? notify::kSkipProcessedEarlier : notify::kSkipNameTooShort;
   if (log_.enabled()) {
     log_.print("  account processed earlier.\n");
-    notify::appendSkippedUser(user.username);
+    pass_.skipList.append(notify::skippedUserLine(user));
   }
 }
 
@@ -160,7 +160,7 @@ void UserExaminer::warn(const std::u16string& name, UserRecord& user) {
   if (hasAddress && user.emailDue) sendWarning(onWarningDay, user);
 
   if (countdown > 0) pass_.report.addUpcoming(user);
-  notify::appendExpiringSoon(host_.clock.localTime(), user.username, user.data.email, countdown);
+  pass_.expiringSoonLog.append(notify::expiringSoonLine(host_.clock.localTime(), user));
 }
 
 void UserExaminer::lookUpEmail(const std::u16string& name, UserRecord& user) {
@@ -169,7 +169,11 @@ void UserExaminer::lookUpEmail(const std::u16string& name, UserRecord& user) {
   if (!pass_.record.directoryBound) {
     log_.print("%sAD Connection not OK\n%s", kRule, kRule);
   } else {
-    domain_.getEmailBound(name, user.data);
+    const platform::HResult looked = domain_.getEmailBound(name, user.data);
+    // Without a surname a user has no address: meant, and no failure of the look-up.
+    if (platform::failed(looked) && looked != platform::kAdsPropertyNotFound) {
+      user.lookUpError = host_.directory.errorText(looked);
+    }
   }
   const directory::UserDirectoryData& data = user.data;
   log_.print("  User Object Properties\n");
@@ -205,8 +209,9 @@ std::string UserExaminer::reasonsAgainstMail(const UserRecord& user) const {
 }
 
 void UserExaminer::sendWarning(bool onWarningDay, UserRecord& user) {
-  const notify::WarningContext context{host_.registry, host_.clock, log_, pass_.settings,
-                                       pass_.record.findings};
+  const notify::WarningContext context{
+      host_.registry, host_.clock,           log_,
+      pass_.settings, pass_.record.findings, pass_.unsavedMailingDay};
   if (notify::sendWarningEmail(context, user)) {
     user.emailedText = "yes";
   } else {
@@ -233,11 +238,12 @@ void UserExaminer::expire(const std::u16string& name, UserRecord& user) {
 bool UserExaminer::forceChange(const std::u16string& name, UserRecord& user) {
   log_.print("  Expiring password for user=%s\n", user.username.c_str());
   platform::AccountResult result =
-      directory::expireUserPassword(host_.accounts, host_.clock, name, user.age);
+      directory::expireUserPassword(host_.accounts, host_.clock, name, user.age, pass_.expiredLog);
   if (result.status == platform::kNetPasswordChanged) {
     log_.print("  password was changed meanwhile\n");
     if (!readAge(name, user) || !isPastMaximum(user)) return false;
-    result = directory::expireUserPassword(host_.accounts, host_.clock, name, user.age);
+    result = directory::expireUserPassword(host_.accounts, host_.clock, name, user.age,
+                                           pass_.expiredLog);
   }
   user.expiry = result.ok() ? Expiry::Forced : Expiry::Refused;
   user.refusal = result.text;

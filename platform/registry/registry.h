@@ -70,9 +70,11 @@ class Registry {
 
   // Where it is, in words for messages: the path of a file, or the registry of this system.
   virtual std::string name() const { return "the registry of this system"; }
-  // Why it could not be read again, or written, last: one line, no value in it. Empty when it
-  // could.
+  // Why a write failed last: one line, no value in it. Empty when none did.
   virtual std::string lastError() const { return {}; }
+  // Why its values are older than they could be: it changed and could not be read again. One line,
+  // no value in it; else empty.
+  virtual std::string staleReason() const { return {}; }
 };
 
 }  // namespace platform

@@ -49,11 +49,18 @@ bool writeWholeFile(const std::string& name, std::string_view bytes);
 // As writeWholeFile, for text: a "\n" becomes the system's own line end on disk.
 bool writeTextFile(const std::string& name, std::string_view text);
 
+// Who may read a file that is replaced.
+enum class FileReaders {
+  OwnerAndGroup,
+  AsUsual,  // as for any new file; those of the old file
+};
+
 // As writeWholeFile, but a reader sees the old file or the new one, never a part, whatever happens:
 // a temporary file beside it, flushed to the disk, then renamed. The file keeps its access rights;
-// on systems with file modes, those of other users than owner and group are taken away, and a new
-// file is for its owner only (0600).
-bool replaceFileAtomically(const std::string& name, std::string_view bytes);
+// on systems with file modes, those of other users than owner and group are taken away unless
+// `readers` says otherwise, and a new file is then for its owner only (0600).
+bool replaceFileAtomically(const std::string& name, std::string_view bytes,
+                           FileReaders readers = FileReaders::OwnerAndGroup);
 
 // Removes the temporary files beside `name` that replacing it left when its process was killed. Not
 // while another process holds the file's lock: it may be replacing the file.

@@ -6,6 +6,7 @@
 
 #include <gtest/gtest.h>
 
+#include "config/pass_files.h"
 #include "platform/system/files.h"
 #include "tests/support/manual_clock.h"
 #include "tests/support/temp_dir.h"
@@ -53,9 +54,12 @@ TEST(PasswordExpiry, WritesOnlyWhatWasJudgedAndLogsOnlyWhatWasTaken) {
       {u"unknown", age, unknown, {}, unknown},
       {u"changed", age - 1, {}, {}, {kNetPasswordChanged, "the password was changed"}},
   };
+  config::Findings findings;
+  config::AuditLog expiredLog(config::kExpiredPasswordLog, findings);
   for (const auto& each : cases) {
     FakeAccounts accounts{each.read, each.set, each.age};
-    const AccountResult result = directory::expireUserPassword(accounts, clock, each.name, 91);
+    const AccountResult result =
+        directory::expireUserPassword(accounts, clock, each.name, 91, expiredLog);
     EXPECT_EQ(result.status, each.result.status);
     EXPECT_EQ(result.text, each.result.text);
     const bool asked = result.ok() || result.status == kNetAccessDenied;

@@ -4,7 +4,9 @@ import email.policy
 import fcntl
 import pathlib
 import re
+import signal
 import smtplib
+import socket
 import subprocess
 import tempfile
 import unittest
@@ -114,8 +116,35 @@ class ConsoleTest(unittest.TestCase):
             fcntl.flock(lock, fcntl.LOCK_EX)
             self.assertEqual(run(*command),
                              (2, "", "pwlapse: another pass is at work in this folder\n"))
+        lock = self.folder / "pwsentry_pro_domain_users.txt.lock"
+        lock.unlink()
+        lock.mkdir()
+        status, output, errors = run(*command)
+        self.assertEqual((status, output), (2, ""))
+        self.assertRegex(errors, rf"\Apwlapse: no pass is made without .*{lock.name}: .+\n\Z")
         status, output, errors = run("run", "--nonsense")
         self.assertEqual((status, output, errors.count("\n")), (2, "", 1))
+
+
+    def test_a_pass_that_is_told_to_stop_ends_after_the_user_in_hand(self):
+        server = self.enterContext(socket.create_server(("127.0.0.1", 0)))
+        registry, users = self.folder / "site.reg", self.folder / "users.ldif"
+        registry.write_bytes(site_files.registry_file(
+            site_files.site_registry(server.getsockname()[1], emailAdminReports=0)))
+        users.write_text(site_files.domain_ldif({"first": dict(age=59), "second": dict(age=59)}))
+        for told in signal.SIGTERM, signal.SIGINT, signal.SIGHUP:
+            with self.subTest(told), subprocess.Popen(
+                    [PROGRAM, "run", "--registry", registry, "--work-dir", self.folder, "--directory",
+                     f"ldif:{users}"], stdout=subprocess.PIPE, text=True) as process:
+                connection, _ = server.accept()  # the first mail waits for the greeting
+                process.send_signal(told)
+                connection.sendall(b"554 no\r\n")
+                connection.close()
+                output, _ = process.communicate(timeout=60)
+                self.assertEqual(process.returncode, 1)
+                self.assertRegex(output, r"\A1 line in 1 user list\n(.*\n)*FAILED: the pass was told to stop")
+                self.assertIn("<td>first</td>",
+                              (self.folder / "logfiles/norvyn-expiration-report.html").read_text())
 
 
 class MxTest(unittest.TestCase):

@@ -135,6 +135,18 @@ class ServiceTest(unittest.TestCase):
         self.assertNotIn(b"username=user49999\n", log.read_bytes())
         self.stop(process)
 
+    def test_says_in_the_journal_what_a_pass_came_to(self):
+        self.set_up_site(["walter"], 59)
+        process = self.start_up()
+        lines = [process.stderr.readline() for _ in range(3)]
+        os.kill(self.pid, signal.SIGHUP)  # nothing to a service
+        self.assertEqual(lines, [f"pwLapseSvc: {line}\n" for line in (
+            "FAILED: mail to walter <walter@example.com> was not sent",
+            "note: what the mail server said to the last mail that failed is in errors-norvyn-email.xml",
+            "pass over 1 line in 1 list, in 0 s: 1 mail failed; 0 mails sent; 1 problem; "
+            "the next pass is in 24 h")])
+        self.stop(process)
+
     def test_does_not_start_without_settings_or_a_service_manager(self):
         for arguments in [], ["-x"]:
             self.assertEqual(self.call(*arguments), (

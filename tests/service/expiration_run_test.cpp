@@ -3,12 +3,14 @@
 #include "service/expiration_run.h"
 
 #include <filesystem>
+#include <functional>
 #include <memory>
 #include <optional>
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include "base/text.h"
 #include "base/unicode.h"
 #include "console/smtp_catcher.h"
 #include "platform/directory/ldif/ldif_source.h"
@@ -490,13 +492,74 @@ TEST(PolicyOrder, RisesByAgeAndPutsTheHighestSlotFirstAmongEquals) {
   EXPECT_THAT(policyOrder(slots), ElementsAre(14, 13, 12, 11, 10, 9, 8, 7, 4, 2, 1, 3, 0, 0, 0));
 }
 
-// Notes the sleeps, and ends the worker at the third.
+TEST(Pass, OnlyReportsWhileASettingIsOfTheWrongType) {
+  MailedSite site;
+  site.setting("reportOnly", "1");
+  site.user({"walter", 50});
+  const WatchedPass pass = site.pass();
+  EXPECT_TRUE(pass.record.reportOnly);
+  EXPECT_EQ(pass.of("walter").expiry, Expiry::OnlyReported);
+  EXPECT_THAT(pass.problems(), ElementsAre(testing::EndsWith(": the pass only reports")));
+  EXPECT_TRUE(contains(site.read(kReport), "Problems in this run"));
+}
+
+TEST(Pass, EndsAfterTheUserInHandWhenToldTo) {
+  MailedSite site;
+  site.policy("Policy1", 30);
+  site.write("pwsentry_pro_policy1_include.txt", "first\nsecond\n");
+  site.user({"first", 29});
+  site.user({"second", 29});
+  int asked = 0;
+  site.stopRequested = [&asked] { return ++asked > 15; };  // 13 unused slots, Policy1, first
+  const WatchedPass pass = site.pass();
+  EXPECT_EQ(pass.users.size(), 1U);
+  EXPECT_THAT(pass.problems(), ElementsAre(testing::HasSubstr("told to stop")));
+  EXPECT_TRUE(contains(site.read(kReport), "<td>first</td>"));
+}
+
+TEST(Pass, NotesAnAddressThatCannotBeLookedUp) {
+  MailedSite site;
+  site.user({"walter", 40});
+  site.write("pwsentry_pro_policy1_include.txt", "walter\n");
+  site.policy("Policy1", 42);
+  site.writeOut();
+  std::string ldif = site.directoryText();
+  base::replaceAll(ldif, "CN=Person", "CN=Computer");
+  site.write("domain.ldif", ldif);
+  EXPECT_THAT(site.pass().notes(),
+              ElementsAre(testing::StartsWith("the e-mail address of walter could not be looked")));
+}
+
+// Notes the sleeps, does something in each, and ends the worker at the third.
 struct EndingClock : test_support::ManualClock {
   std::vector<std::uint32_t> sleeps;
+  std::function<void(std::size_t)> duringSleep = [](std::size_t) {};
   void sleep(std::uint32_t ms) override {
     sleeps.push_back(ms);
     if (sleeps.size() == 3) throw sleeps.size();
+    duringSleep(sleeps.size());
   }
+};
+
+// A service over a site: its host, and what it puts into the journal.
+struct SiteService {
+  explicit SiteService(TestSite& site) {
+    site.writeOut();
+    std::string error;
+    registry = platform::RegRegistry::load("site.reg", error);
+    EXPECT_TRUE(registry) << error;
+  }
+  std::string journal() {
+    testing::internal::CaptureStderr();
+    EXPECT_ANY_THROW(runForEver({*registry, directory, directory, clock}, values));
+    return testing::internal::GetCapturedStderr();
+  }
+
+  EndingClock clock;
+  ServiceValues values{true, 5400000};
+  std::unique_ptr<platform::RegRegistry> registry;
+  platform::SnapshotDirectory directory{std::make_unique<platform::LdifSource>("domain.ldif"),
+                                        clock};
 };
 
 TEST(RunForEver, WaitsForTheMachineThenPassesAndSleeps) {
@@ -504,28 +567,58 @@ TEST(RunForEver, WaitsForTheMachineThenPassesAndSleeps) {
   site.setting("expirationServiceInterval", 2);
   site.setNumber(config::kPolicyRootMpems, "expirationServiceDebug", 7);
   site.setting("expirationDelay", 90);
-  site.writeOut();
-  std::string error;
-  const auto registry = platform::RegRegistry::load("site.reg", error);
-  ASSERT_TRUE(registry) << error;
-  const ServiceValues values = readServiceValues(*registry);
-  EXPECT_EQ(values.intervalMs, 7200000U);
-  EXPECT_TRUE(values.debug);
-
-  platform::SnapshotDirectory directory(std::make_unique<platform::LdifSource>("domain.ldif"),
-                                        site.clock);
   // By the seconds that the machine has been up: milliseconds less seconds, or no wait at all; then
   // the delay, in seconds, whatever the interval is.
   const std::pair<double, std::uint32_t> cases[] = {
       {0, 480000}, {60, 479940}, {479.9, 479520}, {480, 90000}, {100000, 90000}};
   for (const auto& [uptime, firstSleep] : cases) {
-    EndingClock clock;
-    clock.uptime = uptime;
-    EXPECT_ANY_THROW(runForEver({*registry, directory, directory, clock}, values));
-    EXPECT_THAT(clock.sleeps, ElementsAre(firstSleep, 90000U, 90000U)) << uptime;
+    SiteService service(site);
+    service.values = readServiceValues(*service.registry);
+    EXPECT_EQ(service.values.intervalMs, 7200000U);
+    EXPECT_TRUE(service.values.debug);
+    service.clock.uptime = uptime;
+    service.journal();
+    EXPECT_THAT(service.clock.sleeps, ElementsAre(firstSleep, 90000U, 90000U)) << uptime;
   }
   EXPECT_NE(site.read(kReport) + site.read(kDebug), "");
   EXPECT_EQ(asMs(0x02000000, 3600000), 0xFFFFFFFEU);  // not what is left of it in 32 bits
+}
+
+TEST(RunForEver, SaysInTheJournalWhatEachPassCameTo) {
+  const std::string next = "; the next pass is in 90 min\n";
+  {
+    MailedSite site;
+    site.user({"walter", 40});
+    SiteService service(site);
+    service.clock.duringSleep = [&](std::size_t sleeps) {
+      if (sleeps == 1) site.write("site.reg", "REGEDIT4\nnonsense\n");
+    };
+    const std::string well =
+        "pwLapseSvc: pass over 1 line in 1 list, in 0 s: 1 warned; 1 mail sent";
+    const std::string journal = service.journal();
+    EXPECT_TRUE(journal.starts_with(well + next)) << journal;
+    EXPECT_TRUE(contains(journal, "site.reg:2: ")) << journal;
+    EXPECT_TRUE(contains(journal, ": the settings are those of before\n" + well + "; 1 problem"));
+  }
+  {
+    // The day of the mailing cannot be written: it is kept for the next pass.
+    MailedSite site;
+    site.setting("limitEmails", 1);
+    site.user({"walter", 40});
+    SiteService service(site);
+    std::filesystem::create_directory("site.reg.lock");
+    const std::string journal = service.journal();
+    EXPECT_EQ(site.catcher.savedFiles().size(), 1U);
+    EXPECT_TRUE(contains(journal, "FAILED: the day of this mailing")) << journal;
+  }
+  {
+    MailedSite site;
+    site.user({"walter", 40});
+    SiteService service(site);
+    std::filesystem::create_directory("pwsentry_pro_domain_users.txt.lock");
+    EXPECT_TRUE(service.journal().starts_with("pwLapseSvc: FAILED: no pass is made without"));
+    EXPECT_EQ(site.catcher.savedFiles().size(), 0U);
+  }
 }
 
 }  // namespace

@@ -99,6 +99,7 @@ WatchedPass TestSite::pass(const service::ServiceValues& values,
   if (!source) source = std::make_unique<platform::LdifSource>(kDirectoryFile);
   platform::SnapshotDirectory directory(std::move(source), clock);
   service::ExpirationRun run({*registry, directory, directory, clock}, values, &pass);
+  run.stopWhen(stopRequested);
   run.prepare();
   pass.record = run.pass();
   return pass;

@@ -3,6 +3,7 @@
 #pragma once
 
 #include <cstdint>
+#include <functional>
 #include <map>
 #include <memory>
 #include <string>
@@ -55,6 +56,7 @@ class TestSite {
   std::string directoryText() const { return read("domain.ldif"); }
 
   ManualClock clock;
+  std::function<bool()> stopRequested;  // of the pass
 
  private:
   TempDir directory_;

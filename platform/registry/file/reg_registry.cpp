@@ -134,7 +134,9 @@ void RegRegistry::readIfChanged() {
   if (current == stamp_) return;
   stamp_ = current;  // taken before reading: a change in between is seen the next time
   RegFile contents;
-  if (read(contents)) contents_ = std::move(contents);
+  const bool readAgain = read(contents);
+  staleReason_ = error_;
+  if (readAgain) contents_ = std::move(contents);
 }
 
 WinError RegRegistry::change(const Edit& edit, const Check& done) {
@@ -162,6 +164,7 @@ WinError RegRegistry::change(const Edit& edit, const Check& done) {
   }
   contents_ = std::move(after);
   stamp_ = stamp();
+  staleReason_.clear();
   return kErrorSuccess;
 }
 

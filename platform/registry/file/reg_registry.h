@@ -1,7 +1,7 @@
 // The registry over one ".reg" text file, with the keys below HKEY_LOCAL_MACHINE.
 //
 // The file is read again, whole, when it has changed on disk at the moment a key is opened; a file
-// that has meanwhile become unreadable or wrong leaves the values as they were (see lastError).
+// that has meanwhile become unreadable or wrong leaves the values as they were (see staleReason).
 // Each write reads the file anew under a lock, changes one place in it and replaces it whole; a
 // file that is wrong is never written. Keys must not outlive their registry. Used by one thread.
 #pragma once
@@ -36,6 +36,7 @@ class RegRegistry final : public Registry {
 
   std::string name() const override { return file_; }
   std::string lastError() const override { return error_; }
+  std::string staleReason() const override { return staleReason_; }
 
  private:
   class Key;
@@ -60,7 +61,8 @@ class RegRegistry final : public Registry {
   Missing missing_;
   RegFile contents_;
   Stamp stamp_;
-  std::string error_;
+  std::string error_;  // of the last reading or writing
+  std::string staleReason_;
 };
 
 }  // namespace platform

@@ -79,6 +79,8 @@ class SystemdControl final : public ServiceControl {
     controls = wakeOnly;
     for (const int signal : kControlSignals) sigaddset(&controls, signal);
     pthread_sigmask(SIG_BLOCK, &controls, nullptr);  // inherited by the threads made from here on
+    // By default it ends the process, which counts as a good end: nobody would start it again.
+    std::signal(SIGHUP, SIG_IGN);
     dispatcher_ = pthread_self();
 
     // Not joined: a thread's end frees memory, and a worker that is frozen may hold the lock for

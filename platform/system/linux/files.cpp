@@ -106,8 +106,8 @@ std::vector<std::string> temporariesOf(const std::string& path) {
 }
 
 // The owner, group and mode of the file that `file` is to replace at `path`; for a new file the
-// owner of the folder. Nothing is ever for other users.
-bool takeOverRights(int file, const std::string& path) {
+// owner of the folder.
+bool takeOverRights(int file, const std::string& path, FileReaders readers) {
   struct stat old {};
   if (::lstat(path.c_str(), &old) != 0 || !S_ISREG(old.st_mode)) {
     giveToOwnerOf(file, folderOfPath(path));
@@ -118,7 +118,9 @@ bool takeOverRights(int file, const std::string& path) {
   struct stat now {};
   const bool sameGroup = ::fchown(file, static_cast<uid_t>(-1), old.st_gid) == 0 ||
                          (::fstat(file, &now) == 0 && now.st_gid == old.st_gid);
-  return ::fchmod(file, old.st_mode & (sameGroup ? S_IRWXU | S_IRWXG : S_IRWXU)) == 0;
+  mode_t kept = sameGroup ? S_IRWXU | S_IRWXG : S_IRWXU;
+  if (readers == FileReaders::AsUsual) kept |= S_IRWXO;
+  return ::fchmod(file, old.st_mode & kept) == 0;
 }
 
 }  // namespace
@@ -159,7 +161,9 @@ bool writeTextFile(const std::string& name, std::string_view text) {
   return writeWholeFile(name, text);
 }
 
-bool replaceFileAtomically(const std::string& name, std::string_view bytes) {
+bool replaceFileAtomically(const std::string& name, std::string_view bytes, FileReaders readers) {
+  // A new file gets its usual rights by being made as any other, empty.
+  if (readers == FileReaders::AsUsual && !openAndWrite(name, O_APPEND, {})) return false;
   const std::optional<std::string> found = diskPath(name);
   if (!found) return false;
   const std::string path = linkTarget(*found);
@@ -167,7 +171,7 @@ bool replaceFileAtomically(const std::string& name, std::string_view bytes) {
   temporary += kTemporaryEnd;
   Descriptor file(::mkostemps(temporary.data(), static_cast<int>(kTemporaryEnd.size()), O_CLOEXEC));
   if (!file.valid()) return false;
-  const bool stored = takeOverRights(file.get(), path) && writeAll(file.get(), bytes) &&
+  const bool stored = takeOverRights(file.get(), path, readers) && writeAll(file.get(), bytes) &&
                       ::fsync(file.get()) == 0 && file.close() &&
                       std::rename(temporary.c_str(), path.c_str()) == 0;
   if (!stored) {

@@ -214,7 +214,8 @@ bool writeTextFile(const std::string& name, std::string_view text) {
   return openAndWrite(name, _O_TRUNC | _O_TEXT, text);
 }
 
-bool replaceFileAtomically(const std::string& name, std::string_view bytes) {
+// A new file has the rights of its folder here, whoever is to read it.
+bool replaceFileAtomically(const std::string& name, std::string_view bytes, FileReaders) {
   AccessRights rights(name);
   for (int i = 0; i < kTemporaryNames; ++i) {
     const std::string temporary = temporaryName(name);
