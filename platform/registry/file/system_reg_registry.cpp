@@ -97,4 +97,9 @@ std::string SystemRegRegistry::lastError() const {
   return error.empty() ? written_->lastError() : error;
 }
 
+std::string SystemRegRegistry::staleReason() const {
+  const std::string reason = settings_->staleReason();
+  return reason.empty() ? written_->staleReason() : reason;
+}
+
 }  // namespace platform

@@ -26,6 +26,7 @@ class SystemRegRegistry final : public Registry {
   KeyNames list(const std::string& path) override;
   std::string name() const override { return settings_->name(); }
   std::string lastError() const override;
+  std::string staleReason() const override;
 
  private:
   class Key;
