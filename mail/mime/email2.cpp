@@ -190,8 +190,9 @@ void Email2::setFrom(std::string_view text) {
   from_ = parseAddress(text);
   adoptCharsetFor(from_.name);
   header_.set("From", base::withoutLineBreaks(formatAddress(from_)));
-  if (!header_.has("Return-Path"))
+  if (!header_.has("Return-Path")) {
     header_.set("Return-Path", base::withoutLineBreaks(from_.address));
+  }
 }
 
 void Email2::generateMessageId(base::LogBase& log) {

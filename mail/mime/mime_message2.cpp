@@ -37,7 +37,7 @@ std::string unfolded(std::string_view raw, const Charset& charset) {
 }
 
 std::string fieldValue(std::string_view name, std::string_view raw, const Charset& charset) {
-  const std::string clean = unfolded(raw, charset);
+  std::string clean = unfolded(raw, charset);
   // Parameters are decoded where they are read.
   if (base::equalsNoCase(name, "Content-Type") || base::equalsNoCase(name, "Content-Disposition")) {
     return clean;
