@@ -112,6 +112,8 @@ class SchannelStream final : public SecureStream {
 
   SecurityStatus step(std::string_view in, std::string& out, std::size_t& extra) override {
     std::string work(in);  // decrypted where it stands
+    if (left_.size() <= work.size()) work.replace(0, left_.size(), left_);
+    left_.clear();
     extra = work.size();
     for (;;) {
       const std::size_t before = extra;
@@ -174,7 +176,10 @@ class SchannelStream final : public SecureStream {
       if (data != nullptr) plain.append(static_cast<const char*>(data->pvBuffer), data->cbBuffer);
       const SecBuffer* rest = message.find(SECBUFFER_EXTRA);
       extra = rest == nullptr ? 0 : rest->cbBuffer;
-      if (status == SEC_I_RENEGOTIATE) return SecurityStatus::Renegotiate;
+      if (status == SEC_I_RENEGOTIATE) {
+        left_ = work.substr(work.size() - extra);
+        return SecurityStatus::Renegotiate;
+      }
       if (status == SEC_I_CONTEXT_EXPIRED) return SecurityStatus::ContextExpired;
     }
     return SecurityStatus::Incomplete;
@@ -248,6 +253,9 @@ class SchannelStream final : public SecureStream {
   CtxtHandle context_{};
   bool begun_ = false;  // context_ is one
   SecPkgContext_StreamSizes sizes_{};
+  // What DecryptMessage left for the next step, as it left it: a message of TLS 1.3 that follows
+  // the handshake may have been decrypted where it stood. The caller has the bytes as they arrived.
+  std::string left_;
   std::string failure_;
 };
 
