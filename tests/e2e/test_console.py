@@ -131,7 +131,7 @@ class ConsoleTest(unittest.TestCase):
         registry, users = self.folder / "site.reg", self.folder / "users.ldif"
         registry.write_bytes(site_files.registry_file(
             site_files.site_registry(server.getsockname()[1], emailAdminReports=0)))
-        users.write_text(site_files.domain_ldif({"first": dict(age=59), "second": dict(age=59)}))
+        users.write_text(site_files.domain_ldif(site_files.person(name, 59) for name in ("first", "second")))
         for told in signal.SIGTERM, signal.SIGINT, signal.SIGHUP:
             with self.subTest(told), subprocess.Popen(
                     [PROGRAM, "run", "--registry", registry, "--work-dir", self.folder, "--directory",
