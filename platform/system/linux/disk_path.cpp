@@ -17,14 +17,6 @@ bool meansMissing(int error) {
   return error == ENOENT || error == ENOTDIR;
 }
 
-// Names that the system gives are ASCII, so other letters are left alone.
-std::string lowerCasePath(const std::string& name) {
-  std::string path = name;
-  std::transform(path.begin(), path.end(), path.begin(),
-                 [](char c) { return c == '\\' ? '/' : base::lowerAscii(c); });
-  return path;
-}
-
 // The entry of `folder` that spells `wanted` in some letter case, or `wanted` itself. Among several
 // the first by byte order, so that the answer does not depend on the order of the folder.
 std::optional<std::string> findEntry(const std::string& folder, const std::string& wanted) {
@@ -57,6 +49,13 @@ std::string folderOfPath(const std::string& path) {
 
 std::string lastPartOfPath(const std::string& path) {
   return path.substr(path.rfind('/') + 1);
+}
+
+std::string lowerCasePath(const std::string& name) {
+  std::string path = name;
+  std::transform(path.begin(), path.end(), path.begin(),
+                 [](char c) { return c == '\\' ? '/' : base::lowerAscii(c); });
+  return path;
 }
 
 Presence presenceOf(const std::string& path) {

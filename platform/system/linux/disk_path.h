@@ -11,6 +11,10 @@ bool isAbsolutePath(const std::string& name);
 std::string folderOfPath(const std::string& path);
 std::string lastPartOfPath(const std::string& path);
 
+// The usual spelling of a relative name: that which is made when there is no other. Names that the
+// system gives are ASCII, so other letters are left alone.
+std::string lowerCasePath(const std::string& name);
+
 // Links are not followed: one that leads nowhere is there. When it cannot be found out, Unknown,
 // with errno set.
 enum class Presence { Missing, There, Unknown };

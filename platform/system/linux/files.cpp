@@ -56,10 +56,23 @@ bool writeAll(int file, std::string_view bytes) {
   return writeToEnd(write, bytes);
 }
 
-bool openAndWrite(const std::string& name, int flags, std::string_view bytes) {
+// -1, with errno set, on failure. A file in its usual spelling takes no look-up.
+int openNamed(const std::string& name, int flags) {
+  if (!isAbsolutePath(name)) {
+    const int file = openToWrite(lowerCasePath(name), flags & ~O_CREAT, kFileMode);
+    if (file != -1 || errno != ENOENT) return file;
+  }
   const std::optional<std::string> path = diskPath(name);
-  if (!path) return false;
-  Descriptor file(openToWrite(*path, O_WRONLY | O_CREAT | flags, kFileMode));
+  return path ? openToWrite(*path, flags, kFileMode) : -1;
+}
+
+int openToReadNamed(const std::string& name) {
+  const std::optional<std::string> path = diskPath(name);
+  return path ? openToRead(*path) : -1;
+}
+
+bool openAndWrite(const std::string& name, int flags, std::string_view bytes) {
+  Descriptor file(openNamed(name, O_WRONLY | O_CREAT | flags));
   return file.valid() && writeAll(file.get(), bytes) && file.close();
 }
 
@@ -127,10 +140,8 @@ bool takeOverRights(int file, const std::string& path, FileReaders readers) {
 
 File openFile(const std::string& name, const char* mode) {
   ignoreFileSizeSignal();
-  const std::optional<std::string> path = diskPath(name);
-  if (!path) return nullptr;
   const int flags = flagsOf(mode);
-  Descriptor opened(flags == O_RDONLY ? openToRead(*path) : openToWrite(*path, flags, kFileMode));
+  Descriptor opened(flags == O_RDONLY ? openToReadNamed(name) : openNamed(name, flags));
   File file(opened.valid() ? ::fdopen(opened.get(), mode) : nullptr);
   if (file) opened.release();
   return file;
@@ -142,8 +153,7 @@ bool readTextLine(std::FILE* file, std::size_t capacity, std::string& line) {
 
 bool readWholeFile(const std::string& name, std::string& bytes, std::size_t limit) {
   bytes.clear();
-  const std::optional<std::string> path = diskPath(name);
-  const Descriptor file(path ? openToRead(*path) : -1);
+  const Descriptor file(openToReadNamed(name));
   struct stat status {};
   if (!file.valid() || ::fstat(file.get(), &status) != 0) return false;
   bytes.reserve(std::min(static_cast<std::size_t>(status.st_size), limit));

@@ -2,9 +2,12 @@
 
 #include <cerrno>
 #include <climits>
+#include <cstdint>
 
 #include <fcntl.h>
+#include <linux/openat2.h>
 #include <sys/stat.h>
+#include <sys/syscall.h>
 #include <unistd.h>
 
 #include "platform/system/linux/disk_path.h"
@@ -64,6 +67,27 @@ int regularOnly(int number) {
   return -1;
 }
 
+// The usual case in one call: no link anywhere in the path. Older systems do not have it.
+int openWithoutLinks(const std::string& path, int flags) {
+  open_how how{};
+  how.flags = static_cast<std::uint64_t>(flags);
+  how.resolve = RESOLVE_NO_SYMLINKS;
+  return static_cast<int>(::syscall(SYS_openat2, AT_FDCWD, path.c_str(), &how, sizeof how));
+}
+
+// Opens the last part of the path in its folder, and makes it if asked to.
+int openInFolder(int folder, const std::string& path, int flags, bool make, mode_t mode) {
+  const std::string name = lastPartOfPath(path);
+  const auto open = [&](int more) { return ::openat(folder, name.c_str(), flags | more, mode); };
+  int file = open(0);
+  if (file == -1 && errno == ENOENT && make) {
+    file = open(O_CREAT | O_EXCL);
+    if (file != -1) giveToOwnerOf(file, folderOfPath(path));
+    if (file == -1 && errno == EEXIST) file = open(0);  // another program has made it just now
+  }
+  return file;
+}
+
 }  // namespace
 
 int Descriptor::release() {
@@ -81,20 +105,16 @@ int openToRead(const std::string& path) {
 }
 
 int openToWrite(const std::string& path, int flags, mode_t mode) {
+  const int plain = (flags & ~(O_CREAT | O_TRUNC)) | kAlways;
+  const bool make = (flags & O_CREAT) != 0;
   const bool inSubfolder = !isAbsolutePath(path) && path.find('/') != std::string::npos;
-  const Descriptor folder(
-      inSubfolder ? openThroughTrustedLinks(folderOfPath(path), O_PATH | O_DIRECTORY) : -1);
-  if (inSubfolder && !folder.valid()) return -1;
-  const std::string name = inSubfolder ? lastPartOfPath(path) : path;
-  const auto open = [&](int more) {
-    const int wanted = (flags & ~(O_CREAT | O_TRUNC)) | kAlways | more;
-    return ::openat(inSubfolder ? folder.get() : AT_FDCWD, name.c_str(), wanted, mode);
-  };
-  int file = open(0);
-  if (file == -1 && errno == ENOENT && (flags & O_CREAT) != 0) {
-    file = open(O_CREAT | O_EXCL);
-    if (file != -1) giveToOwnerOf(file, folderOfPath(path));
-    if (file == -1 && errno == EEXIST) file = open(0);  // another program has made it just now
+  int file = inSubfolder ? openWithoutLinks(path, plain) : ::open(path.c_str(), plain);
+  if (file == -1 && (errno == ENOENT ? make : inSubfolder)) {
+    const int howToFolder = O_PATH | O_DIRECTORY | O_CLOEXEC;
+    const std::string folder = folderOfPath(path);
+    const Descriptor at(inSubfolder ? openThroughTrustedLinks(folder, howToFolder)
+                                    : ::open(folder.c_str(), howToFolder));
+    file = at.valid() ? openInFolder(at.get(), path, plain, make, mode) : -1;
   }
   Descriptor result(regularOnly(file));
   if (result.valid() && (flags & O_TRUNC) != 0 && ::ftruncate(result.get(), 0) != 0) return -1;
