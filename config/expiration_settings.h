@@ -52,6 +52,10 @@ struct ExpirationSettings {
   std::string smtpAuthMethod;
   bool smtpRequireVerifiedCertificate = false;
 
+  // What a pass does when something outside goes wrong.
+  bool rememberWarnings = false;  // each warning day once for a password
+  bool skipUnreadableAccounts = false;
+
   // The service's own.
   std::uint32_t expirationServiceInterval = kDefaultIntervalHours;  // hours between two passes
   std::uint32_t expirationDelay = 0;  // seconds between two passes; 0: the interval counts

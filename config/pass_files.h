@@ -1,8 +1,8 @@
 // Every file that a pass reads or writes in its work folder. A new file is one line here and one
 // row in docs/files.md, which says who opens it, when and how (scripts/check_files compares the
 // two). Names are used as platform/system/files.h says. What is written is opened for each write
-// and closed again, so that a file is whole at any moment and may be moved away while the service
-// runs.
+// and closed again (but for the record of warnings, which is held open for a pass), so that a file
+// is whole at any moment and may be moved away while the service runs.
 #pragma once
 
 namespace config {
@@ -17,6 +17,7 @@ inline constexpr const char* kTextTemplateFile = "NorvynExpirationEmail.txt";
 // Written and read.
 inline constexpr const char* kDomainUsersFile = "pwsentry_pro_domain_users.txt";
 inline constexpr const char* kLogoFile = "norvyn-report-logo.gif";
+inline constexpr const char* kWarningLedgerFile = "logfiles\\Norvyn-warnings-sent.log";
 
 // Written. The folder is made where it is missing; without it, logs and report are not written.
 inline constexpr const char* kLogDirectory = "LogFiles";

@@ -117,6 +117,10 @@ const Setting kSettings[] = {
             "characters", "above 0: this length-based policy is in use"),
     numbers("maxAge", kLengthPolicies, SettingType::Number, &LengthPolicy::maxAge, {0, kMaxAgeDays},
             "days", "its maximum password age"),
+    flag(Expiration, "rememberWarnings", &E::rememberWarnings,
+         "mail each warning day once for a password, and catch up on days that were missed"),
+    flag(Expiration, "skipUnreadableAccounts", &E::skipUnreadableAccounts,
+         "skip an account that cannot be read, instead of taking the age of the user before"),
     number(Expiration, "expirationServiceInterval", &E::expirationServiceInterval,
            {kDefaultIntervalHours, kMaxSleepHours}, "hours",
            "time between two passes of the service; read below `PwsentryProMPE` on every machine, "

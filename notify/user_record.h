@@ -19,6 +19,7 @@ enum SkipReason : std::uint32_t {
   kSkipCannotChange = 1U << 4,
   kSkipProcessedEarlier = 1U << 5,
   kSkipNameTooShort = 1U << 6,
+  kSkipUnreadable = 1U << 7,  // with skipUnreadableAccounts only
 };
 
 // What became of a password at its maximum age.
@@ -43,6 +44,7 @@ struct UserRecord {
   std::string readError;          // why the account could not be read again, else empty
   bool changeAlreadyDue = false;  // already to be changed at next logon
   std::uint32_t age = 0;          // days; that of the user before when the account cannot be read
+  std::int64_t passwordSet = 0;   // s since 1601; 0: unknown, or to be changed at next logon
 
   // Decided.
   std::uint32_t skipReasons = 0;

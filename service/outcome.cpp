@@ -21,6 +21,7 @@ std::string skipText(const UserRecord& user) {
       {notify::kSkipCannotChange, "user cannot change the password"},
       {notify::kSkipProcessedEarlier, "an earlier policy or line has this user"},
       {notify::kSkipNameTooShort, "name is shorter than 3 characters"},
+      {notify::kSkipUnreadable, "account cannot be read"},
   };
   std::string text;
   for (const auto& [reason, words] : reasons) {

@@ -87,11 +87,13 @@ PassRecord Pass::make() {
   bindDirectory();
   compareClocks();
   noteLocalAccounts();
+  pass_.memory.open(pass_.settings, pass_.expiresNobody, run_.host.clock, findings_);
   for (const int slot : order) {
     if (isToStop()) break;
     visitSlot(slot);
   }
   domain_.unbindDomain();
+  pass_.memory.finish();
   for (const std::string& warning : run_.host.directory.warnings()) findings_.note(warning);
   finishReport();
   run_.host.directory.endPass();

@@ -27,8 +27,10 @@ void appendLines(std::string& text, FindingKind kind, const config::FindingLines
 void PassRecord::addUser(const notify::UserRecord& user, const std::string& listName) {
   ++lines;
   ++counts[static_cast<std::size_t>(outcomeOf(user))];
-  if (!user.accountFound && user.skipReasons == 0) {
-    findings.note("the account of " + user.username + ", in " + listName + ", could not be read");
+  const bool skippedUnread = user.skipReasons == notify::kSkipUnreadable;
+  if (!user.accountFound && (user.skipReasons == 0 || skippedUnread)) {
+    findings.note("the account of " + user.username + ", in " + listName + ", could not be read" +
+                  (skippedUnread ? ": it is skipped" : ""));
   } else if (!user.readError.empty()) {
     findings.problem("the account of " + user.username +
                      " could not be read again, so the user was " +

@@ -10,6 +10,7 @@
 #include "notify/run_report.h"
 #include "service/pass_record.h"
 #include "service/processed_users.h"
+#include "service/warning_memory.h"
 
 namespace service {
 
@@ -23,6 +24,7 @@ struct PassState {
   bool expiresNobody = false;   // the directory's clock is too far off
   std::uint32_t ageBefore = 0;  // days, of the user before: one who cannot be read keeps it
   ProcessedUsers processed;
+  WarningMemory memory;
   notify::RunReport report;
   PassRecord record;
   config::AuditLog skipList{config::kSkipListFile, record.findings};

@@ -69,7 +69,10 @@ bool UserExaminer::isInWarningPeriod(const UserRecord& user) const {
 
 void UserExaminer::screenAccount(const std::u16string& name, UserRecord& user) {
   platform::UserInfo info;
-  if (!host_.accounts.userInfo(name, info).ok()) return;
+  if (!host_.accounts.userInfo(name, info).ok()) {
+    if (pass_.settings.skipUnreadableAccounts) user.skipReasons |= notify::kSkipUnreadable;
+    return;
+  }
   user.accountFound = true;
   user.changeAlreadyDue = info.passwordExpired != 0;
   screenFlags(info.flags, user);
@@ -133,6 +136,10 @@ bool UserExaminer::readAge(const std::u16string& name, UserRecord& user) {
   log_.print("  Password age:  %lu days, %02lu:%02lu:%02lu\n", age / directory::kSecondsPerDay,
              age % directory::kSecondsPerDay / 3600, age % 3600 / 60, age % 60);
   user.age = info.passwordAge / directory::kSecondsPerDay;
+  constexpr std::int64_t kFileTimePerSecond = 10'000'000;
+  user.passwordSet = info.passwordExpired != 0
+                         ? 0
+                         : host_.clock.fileTime() / kFileTimePerSecond - info.passwordAge;
   if (current) screenFlags(info.flags, user);
   return user.skipReasons == 0;
 }
@@ -154,7 +161,10 @@ void UserExaminer::warn(const std::u16string& name, UserRecord& user) {
 
   const bool hasAddress = user.data.email != directory::kNoEmail;
   const std::string against = reasonsAgainstMail(user);
-  user.emailDue = against.empty() && (onWarningDay || !pass_.intervalMode);
+  const bool dueToday = pass_.memory.state() == WarningMemory::State::Ready
+                            ? pass_.memory.isDue(user)
+                            : onWarningDay || !pass_.intervalMode;
+  user.emailDue = against.empty() && dueToday;
   user.emailedText = "no";
   if (hasAddress && !against.empty()) user.emailedText = against;
   if (hasAddress && user.emailDue) sendWarning(onWarningDay, user);
@@ -200,11 +210,13 @@ bool UserExaminer::matchesWarningDay(std::int32_t countdown) {
 
 // "no " and every reason why nobody of this policy is mailed now; empty when there is none.
 std::string UserExaminer::reasonsAgainstMail(const UserRecord& user) const {
-  if (user.emailWarnings == 1 && !pass_.settings.reportOnly && pass_.mayEmail) return "";
+  const bool held = pass_.memory.state() == WarningMemory::State::Held;
+  if (user.emailWarnings == 1 && !pass_.settings.reportOnly && pass_.mayEmail && !held) return "";
   std::string text = "no ";
   if (user.emailWarnings == 0) text += "(not configured to email warnings)";
   if (pass_.settings.reportOnly) text += "(in ReportOnly mode)";
   if (!pass_.mayEmail) text += "(user emailed earlier today)";
+  if (held) text += "(warnings are held back)";
   return text;
 }
 
@@ -214,6 +226,7 @@ void UserExaminer::sendWarning(bool onWarningDay, UserRecord& user) {
       pass_.settings, pass_.record.findings, pass_.unsavedMailingDay};
   if (notify::sendWarningEmail(context, user)) {
     user.emailedText = "yes";
+    pass_.memory.mailed(user);
   } else {
     user.emailedText = "no (smtp failure)";
     user.mailFailed = true;

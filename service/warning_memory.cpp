@@ -1,0 +1,88 @@
+#include "service/warning_memory.h"
+
+#include <algorithm>
+
+#include "base/case_fold.h"
+#include "base/format_text.h"
+#include "config/pass_files.h"
+#include "platform/text/text_lines.h"
+
+namespace service {
+namespace {
+
+// The entry of the record for a mail that spoke of an expired password.
+constexpr std::int32_t kExpiredDay = 0;
+
+notify::AccountPassword passwordOf(const notify::UserRecord& user) {
+  return {base::foldCase(platform::ansiToUtf8(user.username)), user.passwordSet};
+}
+
+}  // namespace
+
+void WarningMemory::open(const config::ExpirationSettings& settings, bool clockIsWrong,
+                         platform::Clock& clock, config::Findings& findings) {
+  if (!settings.rememberWarnings || settings.reportOnly) return;
+  clock_ = &clock;
+  findings_ = &findings;
+  for (const std::int32_t day : settings.warnings) {
+    if (day > 0) warningDays_.push_back(day);
+  }
+  state_ = State::Held;
+  if (clockIsWrong) {
+    findings.problem("by a clock that is wrong nobody is warned in this pass");
+    return;
+  }
+  std::string problem;
+  std::size_t dropped = 0;
+  if (!ledger_.open(problem, dropped)) {
+    findings.problem(problem + ": nobody is warned in this pass");
+    return;
+  }
+  opened_ = true;
+  state_ = State::Ready;
+  if (dropped > 0) {
+    findings.note(base::formatText("%s: %llu damaged %s dropped", config::kWarningLedgerFile,
+                                   static_cast<unsigned long long>(dropped),
+                                   dropped == 1 ? "line was" : "lines were"));
+  }
+}
+
+std::vector<std::int32_t> WarningMemory::reachedDays(const notify::UserRecord& user) const {
+  std::vector<std::int32_t> days;
+  for (const std::int32_t day : warningDays_) {
+    if (day >= user.daysLeft()) days.push_back(day);
+  }
+  return days;
+}
+
+bool WarningMemory::isDue(const notify::UserRecord& user) const {
+  const notify::AccountPassword password = passwordOf(user);
+  if (warningDays_.empty()) return !ledger_.wasMailedOn(password, clock_->localTime());
+  const std::vector<std::int32_t> days = reachedDays(user);
+  return std::any_of(days.begin(), days.end(),
+                     [&](std::int32_t day) { return !ledger_.isDone(password, day); });
+}
+
+bool WarningMemory::wasNotified(const notify::UserRecord& user) const {
+  return state_ == State::Ready && ledger_.isDone(passwordOf(user), kExpiredDay);
+}
+
+void WarningMemory::mailed(const notify::UserRecord& user) {
+  if (state_ != State::Ready) return;
+  std::vector<std::int32_t> days = reachedDays(user);
+  if (user.daysLeft() <= 0) days.push_back(kExpiredDay);
+  std::string problem;
+  if (ledger_.record(passwordOf(user), days, clock_->localTime(), problem)) return;
+  state_ = State::Held;
+  findings_->problem(problem + ": " + user.username +
+                     " may be warned again, and nobody else is warned in this pass");
+}
+
+void WarningMemory::finish() {
+  std::string problem;
+  if (opened_ && !ledger_.finish(clock_->localTime(), problem)) {
+    findings_->problem(problem);
+  }
+}
+
+}  // namespace service
