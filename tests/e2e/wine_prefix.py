@@ -53,9 +53,9 @@ class WinePrefix(Rig):
 
     def begin(self, program, *arguments):
         """A program in the background."""
+        none = subprocess.DEVNULL
         return subprocess.Popen(self._in_time("wine", program, *arguments), env=self.environment,
-                                stdin=subprocess.DEVNULL, stdout=subprocess.DEVNULL,
-                                stderr=subprocess.DEVNULL)
+                                stdin=none, stdout=none, stderr=none)
 
     def import_registry(self, keys):
         """keys: as for site_files.registry_file."""

@@ -185,8 +185,8 @@ bool moveOver(const std::string& from, const std::string& to) {
 }  // namespace
 
 File openFile(const std::string& name, const char* mode) {
-  // A file that is read has its line ends seen to by readTextLine, as everywhere: the library's own
-  // translation would take them a second time, and ends the file at the first Ctrl-Z.
+  // The line ends of a file that is read are converted by readTextLine, as everywhere: the
+  // library's own translation would take them a second time, and ends the file at the first Ctrl-Z.
   return File(std::fopen(name.c_str(), std::string_view(mode) == "r" ? "rb" : mode));
 }
 
