@@ -2,7 +2,10 @@
 // it has on disk.
 #pragma once
 
+#include <sstream>
 #include <string>
+#include <utility>
+#include <vector>
 
 #include "base/unicode.h"
 #include "platform/system/files.h"
@@ -25,6 +28,20 @@ inline std::string readBytes(const std::string& name) {
   std::string bytes;
   platform::readWholeFile(name, bytes);
   return bytes;
+}
+
+// The rows of a data file: "LEFT -> RIGHT" a line, but for empty lines and those that begin with
+// "#".
+inline std::vector<std::pair<std::string, std::string>> readRows(const std::string& name) {
+  constexpr std::string_view kArrow = " -> ";
+  std::istringstream lines(readBytes(name));
+  std::vector<std::pair<std::string, std::string>> rows;
+  for (std::string line; std::getline(lines, line);) {
+    const std::size_t arrow = line.find(kArrow);
+    if (line.starts_with('#') || arrow == std::string::npos) continue;
+    rows.emplace_back(line.substr(0, arrow), line.substr(arrow + kArrow.size()));
+  }
+  return rows;
 }
 
 }  // namespace test_support

@@ -56,23 +56,7 @@ class LdifSourceTest : public testing::Test {
 };
 
 TEST_F(LdifSourceTest, ReadsEveryNotationOfARecord) {
-  const DirectorySnapshot snapshot = load(
-      "\xEF\xBB\xBFversion: 1\r\n# a comment\r\n  that goes on\r\n\r\n\r\n"
-      "dn: CN=Anna Berg,\r\n OU=Staff,DC=site,DC=example\r\nchangetype: add\r\n"
-      "objectclass: top\r\nOBJECTCLASS: user\r\n"
-      "sAMAcco\r\n unt\r\n Name: anna\r\ngivenName:: w4Rubmk=\r\nsn;lang-de:B\xF6ll\r\n"
-      "# between\r\nmail:    anna@site.example\r\nmail: second@site.example\r\n"
-      "userAccountControl: -2147483136\r\npwdLastSet:134000000000000000 \r\n"
-      "photo:< file:///nobody/wants/it\r\nthumbnail:: !!!\r\n\r\n"
-      "# search reference\r\nref: ldap://elsewhere\r\n\r\n"
-      "dn: DC=zones,DC=site,DC=example\r\nobjectClass: domainDNS\r\n\r\n"
-      "dn:: REM9c2l0ZSxEQz1leGFtcGxl\r\nobjectClass: domainDNS\r\nmaxPwdAge: -9\r\n\r\n"
-      "dn: CN=Group,DC=site,DC=example\r\nobjectClass: group\r\nsAMAccountName: g\r\n\r\n"
-      "dn: CN=PC,DC=site,DC=example\r\nobjectClass: user\r\nobjectClass: computer\r\n"
-      "sAMAccountName: PC$\r\n\r\n"
-      "# search result\r\nsearch: 2\r\nresult: 0 Success\r\n\r\n"
-      "dn: CN=Last,DC=site,DC=example\r\nuserAccountControl: 512\r\n"
-      "objectCategory: CN=Person,CN=Schema,DC=site,DC=example\r\nsAMAccountName: last");
+  const DirectorySnapshot snapshot = load(test_support::readBytes(TEST_DATA "notations.ldif"));
   EXPECT_EQ(status, kOk) << error.text;
   EXPECT_THAT(snapshot.warnings, ElementsAre());
   EXPECT_EQ(snapshot.namingContext, "DC=site,DC=example");
@@ -88,43 +72,17 @@ TEST_F(LdifSourceTest, ReadsEveryNotationOfARecord) {
 }
 
 TEST_F(LdifSourceTest, AFaultyRecordIsReportedAndItsNeighboursAreRead) {
-  const std::string tooLong(kMaxLineBytes + 1, 'x');
-  const std::string dn = "dn: CN=X,DC=site,DC=example\n";
-  const std::string account = dn + "objectClass: user\n";
-  const std::pair<std::string, const char*> cases[] = {
-      {"no colon here\n", "9: a line without \":\""},
-      {dn + "two words: x\n", "10: not an attribute"},
-      {dn + "sn:: abc\n", "10: not base64"},
-      {dn + "sn:: ab\xC3\xA4=\n", "10: not base64"},
-      {dn + "sn:< file:///x\n", "10: values that are elsewhere are not read"},
-      {dn + "changetype: modify\nreplace: sn\n-\n", "10: a change of an entry, not an entry"},
-      {"sn: x\n" + dn, "9: a record that does not begin with \"dn:\""},
-      {" x\n" + dn, "9: a continuation of nothing"},
-      {dn + "sn: " + tooLong + "\n", "10: line too long"},
-      {dn + tooLong + "\n", "10: line too long"},
-      {account, "9: a user without sAMAccountName"},
-      {account + "sAMAccountName:: YQpi\n", "11: sAMAccountName holds a control character"},
-      {account + "pwdLastSet: -1\n", "11: pwdLastSet is not a time"},
-      {dn + "userAccountControl: 4294967296\n",
-       "10: userAccountControl is not a number of 32 bits"},
-  };
-  for (const auto& [record, warning] : cases) {
-    // After the head's four lines and the four of the user before.
-    const DirectorySnapshot snapshot = load(kHead + user("before") + record + "\n" + user("after"));
-    EXPECT_EQ(snapshot.warnings.front(), std::string("domain.ldif:") + warning);
-    EXPECT_EQ(names(snapshot), "before after ") << warning;
+  DirectorySnapshot snapshot = load(test_support::readBytes(TEST_DATA "faulty_records.ldif"));
+  EXPECT_EQ(names(snapshot), "u1 u2 u3 u4 u5 u6 u7 u8 u9 u10 u11 u12 u13 near u14 u15 ");
+  std::string warnings;
+  for (const std::string& warning : snapshot.warnings) warnings += warning + "\n";
+  EXPECT_EQ(warnings, test_support::readText(TEST_DATA "faulty_records_warnings.txt"));
+  for (const char* attribute : {"sn: ", ""}) {
+    const std::string tooLong = attribute + std::string(kMaxLineBytes + 1, 'x') + "\n";
+    snapshot = load(kHead + "dn: CN=X\n" + tooLong + "\n" + user("after"));
+    EXPECT_EQ(snapshot.warnings.front(), "domain.ldif:6: line too long");
+    EXPECT_EQ(names(snapshot), "after ");
   }
-  // Only the line between them is missing: both are read.
-  DirectorySnapshot snapshot =
-      load(kHead + "dn: CN=a\nsAMAccountName: a\nuserAccountControl: 2\n" + user("b"));
-  EXPECT_EQ(names(snapshot), "a b ");
-  EXPECT_THAT(snapshot.warnings, ElementsAre("domain.ldif:8: no empty line before this record"));
-  // A descriptor that is damaged is reported, and its user is read.
-  snapshot = load(kHead + user("a", "nTSecurityDescriptor:: AAAA\n"));
-  EXPECT_EQ(names(snapshot), "a ");
-  EXPECT_THAT(snapshot.warnings,
-              ElementsAre("domain.ldif:8: nTSecurityDescriptor is damaged: the user counts as one "
-                          "who may change the password"));
   // Past a thousand they are only counted.
   std::string text = kHead;
   for (int i = 0; i < 1002; ++i) text += "x\n\n";

@@ -2,6 +2,7 @@
 #include "platform/directory/snapshot_directory.h"
 
 #include <string>
+#include <tuple>
 #include <vector>
 
 #include <gmock/gmock.h>
@@ -11,6 +12,7 @@
 #include "platform/system/files.h"
 #include "tests/support/manual_clock.h"
 #include "tests/support/temp_dir.h"
+#include "tests/support/text_file.h"
 
 namespace {
 
@@ -24,15 +26,7 @@ std::string domain(const std::string& maxPwdAge) {
   return "dn: DC=Site,DC=example\nobjectClass: domainDNS\nmaxPwdAge: " + maxPwdAge + "\n\n";
 }
 
-// Ages at the manual clock's time: 91 days and 1.5 seconds, a day, never set, in the future.
-const std::string kUsers =
-    "dn: CN=Doc\\, A,OU=Staff,DC=Site,DC=example\nobjectClass: user\n"
-    "sAMAccountName: \u00C4rzte(1)\nmail: doc@site.example\npwdLastSet: 134093128215000000\n\n"
-    "dn: CN=Bob,OU=Deep,OU=Staff,DC=Site,DC=example\nobjectClass: user\nsAMAccountName: bob\n"
-    "userAccountControl: 66050\npwdLastSet: 134170888230000000\n\n"
-    "dn: CN=PC,DC=Site,DC=example\nobjectClass: user\nobjectClass: computer\n"
-    "sAMAccountName: PC$\npwdLastSet: 134171752230000001\n\n"
-    "dn: CN=Bob 2,DC=Site,DC=example\nobjectClass: user\nsAMAccountName: bob\n\n";
+const std::string kUsers = test_support::readBytes(TEST_DATA "snapshot_users.ldif");
 
 class SnapshotDirectoryTest : public testing::Test {
  protected:
@@ -138,18 +132,29 @@ TEST_F(SnapshotDirectoryTest, Searches) {
 }
 
 TEST_F(SnapshotDirectoryTest, AccountData) {
-  ASSERT_TRUE(directory.userInfo(u"\u00E4rzte(1)", info).ok());
-  EXPECT_EQ(info.flags, 0U);
-  EXPECT_EQ(info.passwordAge, 91U * 86400 + 1);
-  ASSERT_TRUE(directory.userInfo(u"BOB", info).ok());
-  EXPECT_EQ(info.flags, kAccountDisabled | kPasswordDontExpire);
-  EXPECT_EQ(info.passwordAge, 86400U);
-  ASSERT_TRUE(directory.userInfo(u"pc$", info).ok());
-  EXPECT_EQ(info.passwordAge, 0U);
-  // Always the first of a name, also from beside the second.
-  ASSERT_EQ(bob(), kNetSuccess);
-  EXPECT_EQ(info.passwordAge, 86400U);
+  const std::tuple<const char16_t*, std::uint32_t, std::uint32_t> accounts[] = {
+      {u"\u00E4rzte(1)", 0, 91 * 86400 + 1},
+      {u"BOB", kAccountDisabled | kPasswordDontExpire, 86400},
+      {u"pc$", 0, 0},
+      {u"bob", kAccountDisabled | kPasswordDontExpire, 86400},  // the first, from beside the second
+  };
+  for (const auto& [name, flags, age] : accounts) {
+    ASSERT_TRUE(directory.userInfo(name, info).ok());
+    EXPECT_EQ(info.flags, flags);
+    EXPECT_EQ(info.passwordAge, age);
+  }
   EXPECT_EQ(directory.userInfo(u"nobody", info).status, kNetUserNotFound);
+  const std::pair<const char*, std::uint32_t> maxima[] = {
+      {"-36288000000000", 42 * 86400},
+      {"-9223372036854775807", kPasswordNeverExpires},
+      {"-9223372036854775808", kPasswordNeverExpires},
+      {"0", kPasswordNeverExpires}};
+  for (const auto& [stored, age] : maxima) {
+    write(domain(stored));
+    directory.beginPass();
+    EXPECT_EQ(directory.domainModals(modals), kNetSuccess);
+    EXPECT_EQ(modals.maxPasswordAge, age) << stored;
+  }
 }
 
 TEST_F(SnapshotDirectoryTest, AnAccountIsReadAgainAndExpiredAtItsSource) {
@@ -176,20 +181,6 @@ TEST_F(SnapshotDirectoryTest, AnAccountIsReadAgainAndExpiredAtItsSource) {
   EXPECT_EQ(bob(), kNetSuccess);
   EXPECT_EQ(info.passwordAge, 0U);
   EXPECT_EQ(directory.currentUserInfo(u"nobody", info).status, kNetUserNotFound);
-}
-
-TEST_F(SnapshotDirectoryTest, MaximumAge) {
-  const std::pair<const char*, std::uint32_t> cases[] = {
-      {"-36288000000000", 42 * 86400},
-      {"-9223372036854775807", kPasswordNeverExpires},
-      {"-9223372036854775808", kPasswordNeverExpires},
-      {"0", kPasswordNeverExpires}};
-  for (const auto& [stored, age] : cases) {
-    write(domain(stored));
-    directory.beginPass();
-    EXPECT_EQ(directory.domainModals(modals), kNetSuccess);
-    EXPECT_EQ(modals.maxPasswordAge, age) << stored;
-  }
 }
 
 }  // namespace
