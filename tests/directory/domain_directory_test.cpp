@@ -1,13 +1,11 @@
 // The steps of binding, looking a user up and listing the users: which calls are made with what, in
-// which order, what is released, and which lines the debug log gets.
+// which order, what is released, and which lines the debug log gets: the transcripts have it.
 #include "directory/domain_directory.h"
 
 #include <map>
 #include <string>
-#include <utility>
 #include <vector>
 
-#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include "base/unicode.h"
@@ -20,9 +18,9 @@
 namespace {
 
 using namespace platform;
+using namespace std::string_literals;
 using directory::DomainDirectory;
 using directory::UserDirectoryData;
-using testing::ElementsAre;
 
 template <typename T>
 using Owned = std::unique_ptr<T>;
@@ -135,173 +133,133 @@ class DomainDirectoryTest : public testing::Test {
   static Row path(const Text& value, AdsType type = AdsType::CaseIgnoreString) {
     return {kOk, kOk, {type, value}};
   }
-  // Over the persistent binding; log and calls are then of the look-up alone.
-  UserDirectoryData lookUp(const std::vector<Row>& rows, const Text& name = u"anna") {
-    access.rows = rows;
-    domain.bindDomain();
-    logText();
+  // Adds to the transcript what a step does: its calls, its lines in the log, and its result, which
+  // is the problem it reports and the user's data.
+  template <typename Step>
+  void note(const std::string& title, Step step) {
     access.calls.clear();
     UserDirectoryData data{"old", "old", "old", "kept"};
-    domain.getEmailBound(name, data);
-    return data;
+    const std::string problem = step(data);
+    transcript += "== " + title + '\n';
+    for (const std::string& call : access.calls) transcript += call + '\n';
+    transcript += logText() + "-> " + problem + '|' + data.email + '|' + data.firstName + '|' +
+                  data.lastName + '|' + data.domain + "\n\n";
   }
-  static std::string fields(const UserDirectoryData& data) {
-    return data.email + "|" + data.firstName + "|" + data.lastName + "|" + data.domain;
+  void lookUp(const std::string& title, const std::vector<Row>& rows, const Text& name = u"anna") {
+    access.rows = rows;
+    note(title, [&](UserDirectoryData& data) {
+      domain.getEmailBound(name, data);
+      return "";
+    });
   }
-  // What is wrong with the list, then the list.
-  std::string usersList() {
-    const std::string problem = domain.writeDomainUsersList();
-    return problem + "|" + test_support::readText("pwsentry_pro_domain_users.txt");
+  void bind(const std::string& title) {
+    note(title, [this](UserDirectoryData&) {
+      const bool bound = domain.bindDomain() == 1;
+      return (bound ? "bound" : "not bound: ") + domain.bindError();
+    });
+  }
+  // The two look-ups that bind and unbind by themselves.
+  void lookUpUnbound(const std::string& title, const Text& name) {
+    for (auto get : {&DomainDirectory::getEmail, &DomainDirectory::getEmail2}) {
+      note(title, [&](UserDirectoryData& data) {
+        (domain.*get)(name, data);
+        return "";
+      });
+      EXPECT_EQ(access.alive, 0);
+    }
+  }
+  void list(const std::string& title, const std::vector<Row>& rows) {
+    access.rows = rows;
+    note(title, [this](UserDirectoryData&) { return domain.writeDomainUsersList(); });
+    transcript += test_support::readText("pwsentry_pro_domain_users.txt") + '\n';
+  }
+  void expectTranscript(const std::string& file) const {
+    EXPECT_EQ(transcript, test_support::readBytes(TEST_DATA + file));
   }
 
   test_support::TempDir directory;
   FakeAccess access;
   config::DebugLog log{true};
   DomainDirectory domain{access, log};
+  std::string transcript;
 };
 
 const Row kUser{kOk, kOk, {AdsType::CaseIgnoreString, u"LDAP://CN=a"}};
-const std::string kTrace =
-    "    getUserEmail() begin**\n    get email address\n    get first name\n"
-    "    get last name\n    getUserEmail() end**\n";
 
-TEST_F(DomainDirectoryTest, AFailedBindingIsLoggedEvenWithoutDebugging) {
-  EXPECT_EQ(domain.bindDomain(), 1);
-  EXPECT_THAT(access.calls, ElementsAre("initialise", "1 LDAP://rootDSE",
-                                        "get defaultNamingContext", "1 search LDAP://DC=site"));
+TEST_F(DomainDirectoryTest, Binds) {
+  bind("a domain that answers");
   log = config::DebugLog(false);
-  EXPECT_EQ(domain.bindError(), "");
-  const std::pair<const char*, const char*> cases[] = {
-      {"1 search LDAP://DC=site", ""},  // the domain itself did answer
-      {"get defaultNamingContext", "Could not bind to the domain.\n"},
-      {"1 LDAP://rootDSE", "Could not bind to the domain.\n"},
-  };
-  for (const auto& [call, line] : cases) {
-    access.status[call] = kServerDown;
-    EXPECT_EQ(domain.bindDomain(), 0);
-    EXPECT_EQ(logText(), line);
-    EXPECT_EQ(domain.bindError(), "error 8007203a");
-  }
+  access.status["1 search LDAP://DC=site"] = kServerDown;
+  bind("no search: the domain itself did answer");
+  access.status["get defaultNamingContext"] = kServerDown;
+  bind("no naming context: logged even without debugging");
+  access.status["1 LDAP://rootDSE"] = kServerDown;
   access.words = "no server";
+  bind("no root entry, and the server's words for it");
+  expectTranscript("bindings.txt");
+}
+
+TEST_F(DomainDirectoryTest, LooksUsersUp) {
+  const Row unreadable{kOk, kNoSuchObject}, gone = path(u"LDAP://CN=gone");
+  const std::map<std::string, HResult> goneStatus = {{"1 LDAP://CN=gone", kNoSuchObject}};
+  access.status = goneStatus;
   domain.bindDomain();
-  EXPECT_EQ(domain.bindError(), "no server");
-}
-
-TEST_F(DomainDirectoryTest, ALookUpFindsTheNameAsItself) {
   testing::internal::CaptureStdout();
-  const UserDirectoryData data = lookUp({kUser}, u"a(b)*\\\u00E4");
+  lookUp("a name is looked for as itself", {kUser}, u"a(b)*\\\u00E4");
   EXPECT_EQ(testing::internal::GetCapturedStdout(), "Found User.\nADsPath: LDAP://CN=a\r\n");
-  EXPECT_THAT(
-      access.calls,
-      ElementsAre("scope 2",
-                  "find (&(objectCategory=user)(samAccountName=a\\28b\\29\\2a\\5c\u00E4)) ADsPath",
-                  "1 LDAP://CN=a", "user", "email", "first", "last"));
-  EXPECT_EQ(fields(data), "a@b.example|Anna|Berg|kept");
-  EXPECT_EQ(logText(), kTrace);
-}
-
-TEST_F(DomainDirectoryTest, AUserWhoIsNotFound) {
-  const std::string notFound =
-      "    User anna not Found.\n    FindUserByName failed with the following HR: ";
-  access.status["1 LDAP://CN=gone"] = kNoSuchObject;
-  const Row rows[] = {
-      {kAdsNoMoreRows}, {kServerDown}, {kOk, kNoSuchObject}, path(u"LDAP://CN=gone")};
-  for (const Row& row : rows) {
-    EXPECT_EQ(fields(lookUp({row})), "none|||kept");
-    EXPECT_EQ(logText(), notFound + "80004005\n");
-  }
-  domain.unbindDomain();
-  UserDirectoryData data{"old", "old", "old", "kept"};
-  domain.getEmailBound(u"", data);
-  domain.getEmail(u"", data);
-  EXPECT_EQ(data.email + logText(), "old");  // an empty name does nothing at all
-  domain.getEmailBound(u"anna", data);
-  EXPECT_EQ(data.email + logText(), "none" + notFound + "80070057\n");
-}
-
-TEST_F(DomainDirectoryTest, OfSeveralMatchesTheLastOneOpenedIsTheUser) {
-  lookUp({kUser, {kOk, kNoSuchObject}, path(u"LDAP://CN=b")});
-  EXPECT_THAT(access.calls, testing::Contains("1 LDAP://CN=b"));
-  EXPECT_EQ(logText(), kTrace);
-  // The status is that of the last step, though a user was found.
-  access.status["1 LDAP://CN=b"] = kNoSuchObject;
-  EXPECT_EQ(lookUp({kUser, path(u"LDAP://CN=b")}).email, "none");
-}
-
-TEST_F(DomainDirectoryTest, EachPropertyIsReadWhateverBecomesOfTheOthers) {
+  lookUp("nobody", {{kAdsNoMoreRows}});
+  lookUp("a search that breaks off", {{kServerDown}});
+  lookUp("a path that cannot be read", {unreadable});
+  lookUp("a user who is gone by now", {gone});
+  lookUp("of several the last one opened", {kUser, unreadable, path(u"LDAP://CN=b")});
+  lookUp("the status is that of the last step, though a user was found", {kUser, gone});
   access.status = {{"email", kAdsPropertyNotFound}, {"first", kServerDown}};
-  EXPECT_EQ(fields(lookUp({kUser})), "none||Berg|kept");
-  EXPECT_EQ(logText(),
-            "    getUserEmail() begin**\n    get email address\n"
-            "    EmailAddress property not found.\n    get first name\n"
-            "    FirstName failed with HR: 8007203a\n    get last name\n"
-            "    getUserEmail() end**\n");
-  // Without a last name the address does not count. Fields hold 255 bytes, no half character.
+  lookUp("each property is read whatever becomes of the others", {kUser});
   access.status = {{"last", kAdsPropertyNotFound}};
-  access.givenName = std::u16string(300, u'\u00E4');
-  const UserDirectoryData data = lookUp({kUser});
-  EXPECT_EQ(data.email, "none");
-  const std::size_t letter = utf16ToAnsi(u"\u00E4").size();
-  EXPECT_EQ(data.firstName.size(), 255 / letter * letter);
-  // What would break a line of the logs is no address.
+  lookUp("without a last name the address does not count", {kUser});
   access.status.clear();
   access.email = u"a@b.example\r\n\"x";
-  EXPECT_EQ(lookUp({kUser}).email, "none");
-}
-
-TEST_F(DomainDirectoryTest, LookUpsWithABindingOfTheirOwn) {
-  const std::string begin = "  getEmail() begin**\n    wszUsername=anna\n    initialize COM\n";
+  lookUp("what would break a line of the logs is no address", {kUser});
+  lookUp("an empty name does nothing at all", {kUser}, u"");
+  domain.unbindDomain();
+  lookUp("no binding", {kUser});
+  lookUpUnbound("an empty name does nothing at all", u"");
+  access.email = u"a@b.example";
   access.rows = {kUser};
-  UserDirectoryData data;
-  domain.getEmail(u"anna", data);
-  EXPECT_EQ(data.email, "a@b.example");
-  EXPECT_EQ(logText(), begin + "    find user by name\n    call GetUserEmail()\n" + kTrace +
-                           "  getEmail() end**\n");
-  domain.getEmail2(u"anna", data);
-  EXPECT_EQ(logText(), kTrace + "  getEmail2() end**\n");
-  EXPECT_EQ(access.alive, 0);
-  EXPECT_EQ(access.calls.front() + ", " + access.calls.back(), "initialise, uninitialise");
+  lookUpUnbound("a binding of its own", u"anna");
   access.status["1 LDAP://rootDSE"] = kLogonFailure;
-  domain.getEmail(u"anna", data);
-  domain.getEmail2(u"anna", data);
-  EXPECT_EQ(logText(), begin +
-                           "    Not Found. Could not bind to the domain.\n  getEmail() end**\n"
-                           "Not Found. Could not bind to the domain.\n  getEmail2() end**\n");
+  lookUpUnbound("a binding of its own that fails", u"anna");
+  expectTranscript("look_ups.txt");
 }
 
-TEST_F(DomainDirectoryTest, TheUsersListGoesOnWhileThereAreMorePages) {
-  const Row endOfPage{kAdsNoMoreRows};
-  const Row nameless{kOk, kAdsColumnNotSet};
-  access.rows = {path(u"anna"), nameless, path(u"x", AdsType::DnString), endOfPage};
-  for (const Row& row : {path(u"a\nb"), path(u"\u00C4rzte"), endOfPage, path(u"c")}) {
-    access.rows.push_back(row);
-  }
+TEST_F(DomainDirectoryTest, AFieldHolds255BytesAndNoHalfCharacter) {
+  domain.bindDomain();
+  access.rows = {kUser};
+  access.givenName = Text(300, u'\u00E4');
+  UserDirectoryData data;
+  domain.getEmailBound(u"anna", data);
+  const std::size_t letter = utf16ToAnsi(u"\u00E4").size();
+  EXPECT_EQ(data.firstName.size(), 255 / letter * letter);
+}
+
+TEST_F(DomainDirectoryTest, ListsTheUsers) {
+  const Row endOfPage{kAdsNoMoreRows}, nameless{kOk, kAdsColumnNotSet};
   access.lastErrors = {kErrorMoreDirectoryData, 0};
-  EXPECT_EQ(usersList(), "|anna\n\u00C4rzte\n");
-  EXPECT_EQ(logText(), "-begin getRootDse\n-end getRootDse\n");
-  EXPECT_THAT(access.calls,
-              ElementsAre("initialise", "LDAP://RootDse", "get DefaultNamingContext",
-                          "search LDAP://DC=site", "scope 2", "page 100000",
-                          "find (&(objectCategory=person)(objectClass=user)"
-                          "(!userAccountControl:1.2.840.113556.1.4.803:=2)) samAccountName",
-                          "uninitialise"));
-}
-
-TEST_F(DomainDirectoryTest, AUsersListThatIsNotWholeIsAProblem) {
-  const std::string problem =
-      "pwsentry_pro_domain_users.txt: the users of the domain cannot be listed: error ";
-  for (const Row& row : {Row{kServerDown}, Row{kOk, kServerDown}}) {
-    access.rows = {path(u"one"), row, path(u"two")};
-    EXPECT_EQ(usersList(), problem + "8007203a|one\n");
-  }
-  for (const char* call : {access.calls[access.calls.size() - 2].c_str(), "search LDAP://DC=site",
-                           "get DefaultNamingContext", "LDAP://RootDse"}) {
+  list("goes on while there are more pages",
+       {path(u"anna"), nameless, path(u"x", AdsType::DnString), endOfPage, path(u"a\nb"),
+        path(u"\u00C4rzte"), endOfPage, path(u"c")});
+  const std::string find = access.calls[access.calls.size() - 2];
+  list("a search that breaks off", {path(u"one"), {kServerDown}, path(u"two")});
+  list("a name that cannot be read", {path(u"one"), {kOk, kServerDown}, path(u"two")});
+  for (const std::string& call :
+       {find, "search LDAP://DC=site"s, "get DefaultNamingContext"s, "LDAP://RootDse"s}) {
     access.status = {{call, kLogonFailure}};
-    EXPECT_EQ(usersList(), problem + "8007052e|") << call;
+    list("refused: " + call, {path(u"one")});
   }
   removeFile("pwsentry_pro_domain_users.txt");
   createDirectory("pwsentry_pro_domain_users.txt");
-  EXPECT_EQ(domain.writeDomainUsersList(), "pwsentry_pro_domain_users.txt cannot be written");
+  list("a file that cannot be written", {path(u"one")});
+  expectTranscript("users_lists.txt");
 }
 
 }  // namespace
