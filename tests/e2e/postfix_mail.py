@@ -14,100 +14,16 @@ import email
 import email.message
 import email.policy
 import os
+import pathlib
 import pwd
 import shlex
+import string
 import subprocess
 
 from rig import WAIT_SECONDS, Rig, free_port, wait_until
 from site_files import DOMAIN
 
-MAIN_CF = """\
-compatibility_level = 3.6
-queue_directory = {folder}/queue
-data_directory = {folder}/data
-maillog_file = {folder}/mail.log
-maillog_file_prefixes = {folder}
-inet_interfaces = 127.0.0.1
-inet_protocols = ipv4
-myhostname = mail.{domain}
-mydestination =
-alias_maps =
-local_recipient_maps =
-local_transport = error:no local delivery
-default_transport = error:nothing leaves this machine
-virtual_mailbox_domains = {domain}
-virtual_mailbox_base = {folder}
-virtual_mailbox_maps = static:mail/
-virtual_uid_maps = static:{uid}
-virtual_gid_maps = static:{gid}
-virtual_minimum_uid = 1
-smtpd_relay_restrictions = reject_unauth_destination
-smtpd_client_restrictions = {client_restrictions}
-smtpd_recipient_restrictions = {refusal}
-smtpd_peername_lookup = no
-smtpd_client_connection_count_limit = 0
-smtpd_error_sleep_time = 0
-message_drop_headers =
-smtpd_sasl_auth_enable = {sasl}
-smtpd_sasl_type = dovecot
-smtpd_sasl_path = {folder}/dovecot/sasl
-smtpd_sasl_security_options = noanonymous
-smtpd_tls_security_level = {tls_level}
-smtpd_tls_cert_file = {certificate}
-smtpd_tls_key_file = {key}
-smtpd_tls_ask_ccert = yes
-smtpd_tls_received_header = yes
-"""
-
-# No service is in a chroot; the limits of processes are those of the program.
-MASTER_CF = """\
-127.0.0.1:{port} inet n - n - - smtpd
-{tls_service}
-cleanup unix n - n - 0 cleanup
-qmgr unix n - n 300 1 qmgr
-rewrite unix - - n - - trivial-rewrite
-bounce unix - - n - 0 bounce
-defer unix - - n - 0 bounce
-error unix - - n - - error
-virtual unix - n n - - virtual
-anvil unix - - n - 1 anvil
-tlsmgr unix - - n 1000? 1 tlsmgr
-postlog unix-dgram n - n - 1 postlogd
-"""
-
-DOVECOT_CONF = """\
-base_dir = {folder}/dovecot
-state_dir = {folder}/dovecot
-log_path = {folder}/dovecot.log
-protocols =
-ssl = no
-auth_mechanisms = plain login cram-md5 ntlm
-auth_failure_delay = 0
-auth_use_winbind = yes
-auth_winbind_helper_path = {folder}/ntlm
-default_vsz_limit = 0
-disable_plaintext_auth = no
-passdb {{
-  driver = passwd-file
-  args = {folder}/logins
-}}
-userdb {{
-  driver = static
-  args = uid={uid} gid={gid} home={folder}
-}}
-# A wrong password slows down nobody.
-service anvil {{
-  unix_listener anvil-auth-penalty {{
-    mode = 0
-  }}
-}}
-service auth {{
-  unix_listener sasl {{
-    mode = 0600
-    user = postfix
-  }}
-}}
-"""
+CONFIGURATION = pathlib.Path(__file__).parent / "postfix"  # templates
 
 
 @dataclasses.dataclass
@@ -141,10 +57,9 @@ class PostfixMail(Rig):
     def start(self):
         """Returns when the server accepts connections."""
         owner = pwd.getpwnam("nobody")
-        for name, text in (("main.cf", MAIN_CF), ("master.cf", MASTER_CF),
-                           ("dovecot.conf", DOVECOT_CONF)):
-            (self.folder / name).write_text(text.format(
-                folder=self.folder, uid=owner.pw_uid, gid=owner.pw_gid, **self._values))
+        for file in CONFIGURATION.iterdir():
+            (self.folder / file.name).write_text(string.Template(file.read_text()).substitute(
+                self._values, folder=self.folder, uid=owner.pw_uid, gid=owner.pw_gid))
         self.folder.chmod(0o755)  # the server's processes run under users of their own
         for name in "queue", "mail":
             (self.folder / name).mkdir()
