@@ -15,7 +15,7 @@ import sample_site
 import site_files
 from postfix_mail import PostfixMail
 from rig import PROGRAM
-from sample_site import EXPIRED, LISTS, MAX_AGES, REFUSED, UPCOMING, USERS
+from sample_site import EXPIRED, LISTS, MAX_AGES, REFUSED, UPCOMING, USERS, comparable
 from site_files import ADMIN_MAIL, DOMAIN, POLICIES, person
 
 PASS_SECONDS = 120
@@ -151,37 +151,16 @@ class WholePassTest(unittest.TestCase):
 
     def test_log_of_expired_passwords(self):
         lines = self.site.read("logfiles/norvyn-expired-pw.log").splitlines()
-        stamp = r'^"[ \d]\d/\d\d/\d{4} [ \d]\d:\d\d:\d\d"'
-        self.assertEqual(sorted(re.sub(stamp, "TIME", line) for line in lines), sorted(
-            f'TIME,"{name}","{age}","successful"' for name, age in EXPIRED.items()))
+        self.assertEqual(sorted(map(comparable, lines)), sorted(
+            f'"TIME","{name}","{age}","successful"' for name, age in EXPIRED.items()))
 
     def test_debug_log(self):
-        text = self.site.read("logfiles/norvyn-expiration-debug.log")
-        for changing, fixed in ((r"[ \d]\d/\d\d/\d{4} [ \d]\d:\d\d:\d\d", "TIME"),
-                                (r"(days, )\d\d:\d\d:\d\d", r"\1CLOCK"), (r"(listcount: )\d+", r"\1N"),
-                                (r"(uptime \(in seconds\): )\d+", r"\1N")):
-            text = re.sub(changing, fixed, text)
-        rule, wide = "-" * 27 + "\n", "-" * 80 + "\n"
+        text = comparable(self.site.read("logfiles/norvyn-expiration-debug.log"))
+        rule = "-" * 27 + "\n"
         head, *slots = re.split(rule + r"Policy(\d+) Settings\n" + rule, text)
-        self.assertEqual(head, (
-            "   Email enabled for length based policies.\n   policy0 applies to Domain Users\n"
-            "-begin getRootDse\n-end getRootDse\n" + wide + "| Norvyn-expiration-debug.log\n" + wide +
-            "Norvyn Password Filter -  Product Version 6.2.1\n"
-            "Norvyn Password Expiration Service 6.2.0 Build 2015091901 \ntimestamp: TIME\n"
-            "uptime (in seconds): N\n" + wide +
-            "----------------------\nDomain Policy Settings\n----------------------\n"
-            "max pw age = 42\n" + rule + "Expiration Service Settings\n" + rule +
-            "reportOnly = 0\ntestEmailOnly = 0\ntestEmailAddress=\nhtmllog = 1\n"
-            "emailAdminReports = 1\nwarningThreshold = 14\nwarning1 = 14\nwarning2 = 7\n"
-            "warning3 = 1\nlimitEmails = 0\nexpirationLastRunDay = 0\nemailAgingUsers = 1\n"
-            "minLength1 = 20\tmaxAge1 = 180\nminLength2 = 0\tmaxAge2 = 0\n"
-            "minLength3 = 0\tmaxAge3 = 0\nminLength4 = 0\tmaxAge4 = 0\n"
-            "serviceInterval (in min) = 1440\nPOLICY ORDER\n" +
-            "".join(f"  policy{slot}  maxAge={age}\n" for slot, age in (
-                *((slot, 0) for slot in (14, 13, 12, 10, 9, 8, 7, 6, 5, 4, 3, 2)),
-                (1, 30), (0, 60), (11, 180)))))
-        self.assertEqual([int(slot) for slot in slots[::2]],
-                         [14, 13, 12, 10, 9, 8, 7, 6, 5, 4, 3, 2, 1, 0, 11])
+        expected = pathlib.Path(__file__).parent / "sample_site_debug.log"
+        self.assertEqual(head, expected.read_text())
+        self.assertEqual(slots[::2], re.findall(r"policy(\d+)  maxAge", head))
         seen = {int(slot): set(re.findall("(?m)^username=(.*)$", block))
                 for slot, block in zip(slots[::2], slots[1::2])}
         default = {*USERS, "Administrator"} - {"disabled", "PC01$"}
@@ -230,15 +209,6 @@ class LaterPassTest(unittest.TestCase):
                       self.site.read("logfiles/norvyn-expiration-report.html"))
         self.assertIn("  ** Service has already sent emails today",
                       self.site.read("logfiles/norvyn-expiration-debug.log"))
-
-    def test_directory_that_refuses_the_login(self):
-        self.site.directory["bindUser"] = "nobody@example.test"
-        (self.site.folder / "pwsentry_pro_policy1_include.txt").write_text("walter\n")
-        done = self.run_site()
-        self.assertEqual(done.returncode, 1, done.stdout + done.stderr)
-        self.assertRegex(
-            done.stdout, r"(?m)^FAILED: could not bind to the domain: .*nobody@example\.test")
-        self.assertNotIn(samba_ad.ADMIN_PASSWORD, done.stdout + done.stderr)
 
     def test_directory_that_refuses_an_expiry(self):
         self.site.directory["bindUser"] = "reader@example.test"
