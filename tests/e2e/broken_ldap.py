@@ -26,6 +26,15 @@ def ber(tag, *parts):
     return bytes([tag, 0x84]) + length + body
 
 
+def read_ber(data):
+    """Tag and contents of the first element, and what is behind it."""
+    size, at = data[1], 2
+    if size >= 0x80:
+        at += size & 0x7F
+        size = int.from_bytes(data[2:at], "big")
+    return data[0], data[at:at + size], data[at + size:]
+
+
 def octets(text):
     return ber(0x04, text.encode() if isinstance(text, str) else text)
 
@@ -109,13 +118,7 @@ class BrokenLdap(Rig):
         data = peer.recv(65536)
         if not data:
             return None
-        at = 2 if data[1] < 0x80 else 2 + (data[1] & 0x7F)
-        number_size = data[at + 1]
-        number = int.from_bytes(data[at + 2:at + 2 + number_size], "big")
-        at += 2 + number_size
-        operation = data[at]
-        scope = 0
-        if operation == 0x63:
-            at += 2 if data[at + 1] < 0x80 else 2 + (data[at + 1] & 0x7F)
-            scope = data[at + 2 + data[at + 1] + 2]
-        return number, operation, scope, data
+        _, number, rest = read_ber(read_ber(data)[1])
+        operation, body, _ = read_ber(rest)
+        scope = read_ber(read_ber(body)[2])[1][0] if operation == 0x63 else 0
+        return int.from_bytes(number, "big"), operation, scope, data
