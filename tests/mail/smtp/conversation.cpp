@@ -1,0 +1,280 @@
+#include "tests/mail/smtp/conversation.h"
+
+#include <algorithm>
+#include <map>
+#include <sstream>
+#include <stdexcept>
+
+#include "base/text.h"
+#include "tests/support/text_file.h"
+
+namespace kelvado {
+namespace {
+
+const std::string kFolder = CONVERSATIONS;
+
+using Value = const std::string&;
+using Set = void (*)(KvMailMan&, KvEmail&, Value);
+using Call = bool (*)(KvMailMan&, KvEmail&, Value);
+
+template <void (KvMailMan::*put)(const char*)>
+void text(KvMailMan& mailMan, KvEmail&, Value value) {
+  (mailMan.*put)(value.c_str());
+}
+
+template <auto put>
+void number(KvMailMan& mailMan, KvEmail&, Value value) {
+  (mailMan.*put)(std::stoi(value));
+}
+
+const std::map<std::string, Set> kSets = {
+    {"AllOrNone", number<&KvMailMan::put_AllOrNone>},
+    {"DsnEnvid", text<&KvMailMan::put_DsnEnvid>},
+    {"DsnNotify", text<&KvMailMan::put_DsnNotify>},
+    {"DsnRet", text<&KvMailMan::put_DsnRet>},
+    {"HeloHostname", text<&KvMailMan::put_HeloHostname>},
+    {"HttpProxyHostname", text<&KvMailMan::put_HttpProxyHostname>},
+    {"HttpProxyPort", number<&KvMailMan::put_HttpProxyPort>},
+    {"ReadTimeout", number<&KvMailMan::put_ReadTimeout>},
+    {"RequireVerifiedCertificate", number<&KvMailMan::put_RequireVerifiedCertificate>},
+    {"SendIndividual", number<&KvMailMan::put_SendIndividual>},
+    {"SmtpAuthMethod", text<&KvMailMan::put_SmtpAuthMethod>},
+    {"SmtpHost", text<&KvMailMan::put_SmtpHost>},
+    {"SmtpPassword", text<&KvMailMan::put_SmtpPassword>},
+    {"SmtpPort", number<&KvMailMan::put_SmtpPort>},
+    {"SmtpSsl", number<&KvMailMan::put_SmtpSsl>},
+    {"SmtpUsername", text<&KvMailMan::put_SmtpUsername>},
+    {"StartTLS", number<&KvMailMan::put_StartTLS>},
+    {"CertIssuer",
+     [](KvMailMan& m, KvEmail&, Value v) { m.SetSslCertRequirement("Issuer", v.c_str()); }},
+    {"CertSubject",
+     [](KvMailMan& m, KvEmail&, Value v) { m.SetSslCertRequirement("subject", v.c_str()); }},
+    {"Login",  // by the method
+     [](KvMailMan& mailMan, KvEmail&, Value method) {
+       mailMan.put_SmtpUsername("user");
+       mailMan.put_SmtpPassword("secret");
+       mailMan.put_SmtpDomain("D");
+       mailMan.put_SmtpAuthMethod(method.c_str());
+     }},
+    {"Utf8",
+     [](KvMailMan& mailMan, KvEmail& email, Value) {
+       mailMan.put_Utf8(true);
+       email.put_Utf8(true);
+     }},
+    {"From", [](KvMailMan&, KvEmail& email, Value value) { email.put_From(value.c_str()); }},
+    {"To", [](KvMailMan&, KvEmail& email, Value value) { email.AddTo("", value.c_str()); }},
+    {"Cc", [](KvMailMan&, KvEmail& email, Value value) { email.AddCC("", value.c_str()); }},
+    {"Bcc", [](KvMailMan&, KvEmail& email, Value value) { email.AddBcc("", value.c_str()); }},
+};
+
+const std::map<std::string, Call> kCalls = {
+    {"SendEmail", [](KvMailMan& m, KvEmail& email, Value) { return m.SendEmail(email); }},
+    {"SendBundle",
+     [](KvMailMan& m, KvEmail& email, Value) {
+       return m.SendBundle({&email, &email});
+     }},
+    {"SendMime", [](KvMailMan& m, KvEmail&,
+                    Value from) { return m.SendMime(from.c_str(), "to@site.example", "A: b"); }},
+    {"SendToDistributionList",
+     [](KvMailMan& m, KvEmail& email, Value list) {
+       std::istringstream commas(list);
+       std::vector<std::string> addresses;
+       for (std::string one; std::getline(commas, one, ',');) addresses.push_back(one);
+       return m.SendToDistributionList(email, addresses);
+     }},
+    {"VerifyRecipients",
+     [](KvMailMan& m, KvEmail& email, Value) { return m.VerifyRecipients(email); }},
+    {"VerifySmtpConnection",
+     [](KvMailMan& m, KvEmail&, Value) { return m.VerifySmtpConnection(); }},
+    {"VerifySmtpLogin", [](KvMailMan& m, KvEmail&, Value) { return m.VerifySmtpLogin(); }},
+};
+
+std::string unescaped(const std::string& line) {
+  std::string bytes;
+  for (std::size_t i = 0; i < line.size(); ++i) {
+    const char next = line[i] == '\\' && i + 1 < line.size() ? line[++i] : '\0';
+    if (next == 'x') {
+      bytes += static_cast<char>(std::stoi(line.substr(i + 1, 2), nullptr, 16));
+      i += 2;
+    } else {
+      bytes += next == 'r' ? '\r' : next == 'n' ? '\n' : next != '\0' ? next : line[i];
+    }
+  }
+  return bytes;
+}
+
+// Takes the first word off.
+std::string takeWord(std::string& line) {
+  const std::string word = line.substr(0, line.find(' '));
+  line.erase(0, word.size() + 1);
+  return word;
+}
+
+bool isAction(const std::string& line) {
+  for (const char* kind : {"set ", "field ", "succeeds ", "fails ", "log ", "unlogged ", "last "}) {
+    if (line.starts_with(kind)) return true;
+  }
+  return false;
+}
+
+using Lines = std::vector<std::string>;
+
+// That are neither empty nor comments.
+Lines linesOf(const std::string& text) {
+  Lines lines;
+  std::istringstream list(text);
+  for (std::string line; std::getline(list, line);) {
+    if (line.ends_with('\r')) line.pop_back();
+    if (!line.empty() && line[0] != '#') lines.push_back(line);
+  }
+  return lines;
+}
+
+const std::map<std::string, Lines>& phrases() {
+  static const std::map<std::string, Lines> all = [] {
+    std::map<std::string, Lines> read;
+    std::string word;
+    for (const std::string& line : linesOf(test_support::readBytes(kFolder + "/phrases.txt"))) {
+      if (line.starts_with("== "))
+        word = line.substr(3);
+      else
+        read[word].push_back(line);
+    }
+    return read;
+  }();
+  return all;
+}
+
+void addSteps(std::string line, Lines& steps) {
+  if (line[0] < 'a' || line[0] > 'z') {
+    if (line.ends_with(':')) line += ' ';
+    const bool both = line.starts_with("S: ") && !steps.empty() && steps.back().starts_with("S: ");
+    if (both)
+      steps.back() += "\r\n" + line.substr(3);
+    else
+      steps.push_back(line);
+    return;
+  }
+  while (!line.empty()) {
+    const std::string word = takeWord(line);
+    const auto phrase = phrases().find(word);
+    ASSERT_NE(phrase, phrases().end()) << "no such phrase: " << word;
+    for (const std::string& step : phrase->second) addSteps(step, steps);
+  }
+}
+
+std::string replaced(std::string text, const char* name, const std::string& value) {
+  base::replaceAll(text, name, value);
+  return text;
+}
+
+template <class Map>
+const typename Map::mapped_type& named(const Map& map, const std::string& name) {
+  const auto found = map.find(name);
+  if (found == map.end()) throw std::out_of_range("conversations cannot say " + name);
+  return found->second;
+}
+
+}  // namespace
+
+std::vector<Conversation> readConversations(const std::string& text) {
+  std::vector<Conversation> conversations;
+  Lines common;
+  for (const std::string& line : linesOf(text)) {
+    if (line.starts_with("== ")) {
+      conversations.push_back({line.substr(3), common, {}});
+    } else if (conversations.empty()) {
+      common.push_back(unescaped(line));
+    } else if (Conversation& current = conversations.back(); isAction(line)) {
+      current.actions.push_back(unescaped(line));
+    } else {
+      if (current.connections.empty() || line == "new connection") {
+        current.connections.emplace_back();
+      }
+      if (line != "new connection") addSteps(line, current.connections.back());
+    }
+  }
+  return conversations;
+}
+
+std::vector<Conversation> conversationsOf(const std::string& name) {
+  const auto all = readConversations(test_support::readBytes(kFolder + "/" + name + ".txt"));
+  EXPECT_FALSE(all.empty()) << name;
+  return all;
+}
+
+std::vector<std::string> scriptsOf(const Conversation& conversation) {
+  Lines scripts;
+  for (const Lines& steps : conversation.connections) {
+    std::string& script = scripts.emplace_back();
+    for (const std::string& step : steps) script += step + "|";
+  }
+  return scripts;
+}
+
+void setUp(KvMailMan& mailMan, KvEmail& email, const ScriptedSmtpServer& server,
+           const Conversation& conversation) {
+  mailMan.UnlockComponent("code");
+  mailMan.put_SmtpHost("127.0.0.1");
+  mailMan.put_SmtpPort(server.port());
+  mailMan.put_HeloHostname("pc.example");
+  mailMan.put_ReadTimeout(5);
+  const auto setsFrom = [](const std::string& action) { return action.starts_with("set From "); };
+  if (std::ranges::none_of(conversation.actions, setsFrom)) email.put_From("me@site.example");
+  email.AddTo("", "to@site.example");
+  email.put_Subject("subject");
+  email.put_Body("text");
+}
+
+ScriptedSmtpServer::Record converse(const Conversation& conversation, const Begin& begin,
+                                    const test_support::Handshake& handshake) {
+  SCOPED_TRACE(conversation.title);
+  const Lines scripts = scriptsOf(conversation);
+  ScriptedSmtpServer server(scripts, handshake);
+  Lines lastHeard;
+  {
+    KvMailMan mailMan;
+    KvEmail email;
+    setUp(mailMan, email, server, conversation);
+    bool called = begin != nullptr;
+    if (begin) begin(mailMan, email);
+    std::string log = mailMan.LastErrorText();
+    std::size_t logged = 0;
+    for (std::string rest : conversation.actions) {
+      SCOPED_TRACE(rest);
+      rest = replaced(replaced(rest, "{port}", std::to_string(server.port())), "{data}", kFolder);
+      const std::string kind = takeWord(rest);
+      if (kind == "log") {
+        const std::size_t at = log.find(rest, logged);
+        EXPECT_NE(at, std::string::npos) << log;
+        logged = at == std::string::npos ? logged : at + rest.size();
+      } else if (kind == "unlogged") {
+        EXPECT_THAT(log, Not(HasSubstr(rest)));
+      } else if (kind == "last") {
+        lastHeard.push_back(rest + "\r\n");
+      } else {
+        const std::string name = takeWord(rest);
+        if (kind == "set") {
+          named(kSets, name)(mailMan, email, rest);
+        } else if (kind == "field") {
+          email.AddHeaderField(name.c_str(), rest.c_str());
+        } else {
+          EXPECT_EQ(named(kCalls, name)(mailMan, email, rest), kind == "succeeds");
+          log = mailMan.LastErrorText();
+          logged = 0;
+          called = true;
+        }
+      }
+      EXPECT_THAT(log, Not(HasSubstr("secret")));
+      EXPECT_THAT(log, Not(HasSubstr("c2VjcmV0")));
+    }
+    EXPECT_TRUE(called) << "nothing is called";
+  }
+  const ScriptedSmtpServer::Record& record = server.finish();
+  EXPECT_THAT(record.surprises, testing::IsEmpty());
+  EXPECT_EQ(record.connections, scripts.size());
+  for (const std::string& line : lastHeard) EXPECT_THAT(record.inTheClear, testing::EndsWith(line));
+  return record;
+}
+
+}  // namespace kelvado
