@@ -36,7 +36,7 @@ void PassRecord::addUser(const notify::UserRecord& user, const std::string& list
                      " could not be read again, so the user was " +
                      "neither mailed nor expired: " + user.readError);
   }
-  if (!user.lookUpError.empty()) {
+  if (user.accountFound && !user.lookUpError.empty()) {
     findings.note("the e-mail address of " + user.username +
                   " could not be looked up: " + user.lookUpError);
   }

@@ -1,12 +1,15 @@
 // Line splitting over a buffer that is refilled in pieces; see the header.
 #include "platform/text/byte_lines.h"
 
+#include <algorithm>
 #include <cstring>
 
 namespace platform {
 namespace {
 
-constexpr std::size_t kReadBytes = std::size_t{256} << 10U;
+// A read doubles the one before it: a short stream needs little memory, a long one few reads.
+constexpr std::size_t kFirstReadBytes = std::size_t{4} << 10U;
+constexpr std::size_t kMostReadBytes = std::size_t{256} << 10U;
 
 }  // namespace
 
@@ -56,8 +59,9 @@ bool ByteLines::refill() {
     end_ -= begin_;
     begin_ = 0;
   }
-  if (buffer_.size() < end_ + kReadBytes) buffer_.resize(end_ + kReadBytes);
-  std::size_t count = read_(buffer_.data() + end_, kReadBytes);
+  readBytes_ = readBytes_ == 0 ? kFirstReadBytes : std::min(readBytes_ * 2, kMostReadBytes);
+  if (buffer_.size() < end_ + readBytes_) buffer_.resize(end_ + readBytes_);
+  std::size_t count = read_(buffer_.data() + end_, readBytes_);
   end_ += count;
   return count > 0;
 }

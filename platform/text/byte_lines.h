@@ -39,6 +39,7 @@ class ByteLines {
 
   ReadBytes read_;
   std::vector<char> buffer_;
+  std::size_t readBytes_ = 0;        // of the last read
   std::size_t begin_ = 0, end_ = 0;  // what is unread in buffer_
   std::uint64_t offset_ = 0;         // of buffer_[begin_] in the stream
   std::uint64_t lineNumber_ = 1;
