@@ -108,6 +108,14 @@ def domain_ldif(users):
         for user in users)
 
 
+def write_site(folder, users, keys):
+    """Writes site.reg and domain.ldif; returns the options with which "pwlapse run" takes them."""
+    registry, domain = folder / "site.reg", folder / "domain.ldif"
+    registry.write_bytes(registry_file(keys))
+    domain.write_text(domain_ldif(users), "utf-8")
+    return ["--registry", registry, "--work-dir", folder, "--directory", f"ldif:{domain}"]
+
+
 def make_certificates(folder, name):
     """Writes, in PEM, for a host name: self.pem, which signed itself, and host.pem, which the
     authority in ca.pem signed; each with its key in NAME.key."""

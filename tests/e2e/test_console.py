@@ -16,7 +16,6 @@ import site_files
 from rig import PROGRAM
 
 
-
 def run(*arguments):
     """Exit status, output and errors."""
     done = subprocess.run([PROGRAM, *arguments], capture_output=True, text=True)
@@ -30,6 +29,12 @@ def read_mail(file):
 class ConsoleTest(unittest.TestCase):
     def setUp(self):
         self.folder = pathlib.Path(self.enterContext(tempfile.TemporaryDirectory()))
+
+    def assert_refused(self, said, *arguments):
+        """One line of errors, which is `said`, a regular expression."""
+        status, output, errors = run(*arguments)
+        self.assertEqual((status, output), (2, ""))
+        self.assertRegex(errors, rf"\Apwlapse: {said}\n\Z")
 
     def test_demo_shows_every_outcome_the_mails_and_the_report(self):
         for attempt in ("new folder", "the folder of an earlier demo"):
@@ -53,9 +58,7 @@ class ConsoleTest(unittest.TestCase):
 
     def test_demo_leaves_a_folder_of_something_else_alone(self):
         (self.folder / "mine.txt").write_text("mine")
-        status, output, errors = run("demo", "--work-dir", self.folder)
-        self.assertEqual((status, output), (2, ""))
-        self.assertRegex(errors, r"\Apwlapse: .*not empty.*\n\Z")
+        self.assert_refused(".*not empty.*", "demo", "--work-dir", self.folder)
         self.assertEqual([file.name for file in self.folder.iterdir()], ["mine.txt"])
 
     def test_catcher_names_the_files_that_it_saves(self):
@@ -66,19 +69,15 @@ class ConsoleTest(unittest.TestCase):
             with smtplib.SMTP("127.0.0.1", int(port)) as client:
                 client.sendmail("a@x.example", ["b@x.example"], b"Subject: hello\r\n\r\n..dots\r\n.\r\n")
             message = read_mail(catcher.stdout.readline().strip())
-            status, _, errors = run("catch", "--port", port, "--dir", self.folder)
+            self.assert_refused(f".*{port}.*", "catch", "--port", port, "--dir", self.folder)
             catcher.terminate()
         self.assertEqual((message["Subject"], message.get_content().splitlines()),
                          ("hello", ["..dots", "."]))
-        self.assertEqual(status, 2)
-        self.assertRegex(errors, rf"\Apwlapse: .*{port}.*\n\Z")
 
     def test_says_what_is_wrong_with_a_command_line(self):
         for arguments, said in ((["runn"], 'there is no command "runn"'), ([], "a command is needed"),
                                 (["run", "--nonsense"], "--nonsense")):
-            status, output, errors = run(*arguments)
-            self.assertEqual((status, output), (2, ""))
-            self.assertRegex(errors, rf"\Apwlapse: [^\n]*{said}[^\n]*\n\Z")
+            self.assert_refused(f".*{said}.*", *arguments)
         with open("/dev/full", "w") as full:
             for arguments in (["--help"], ["--version"], ["catch", "--port", "0", "--dir", self.folder]):
                 done = subprocess.run([PROGRAM, *arguments], stdout=full, stderr=subprocess.PIPE, text=True)
@@ -99,9 +98,7 @@ class ConsoleTest(unittest.TestCase):
             with self.subTest(said):
                 if content is not None:
                     registry.write_bytes(content)
-                status, output, errors = run(*command)
-                self.assertEqual((status, output), (2, ""))
-                self.assertRegex(errors, rf"\Apwlapse: {said}\n\Z")
+                self.assert_refused(said, *command)
                 self.assertEqual(registry.read_bytes() if registry.exists() else None, content)
         registry.write_bytes(site_files.registry_file({key: {"reportOnly": 1}}))
         for mode, notes in (0o755, 0), (0o1777, 1):
@@ -112,30 +109,22 @@ class ConsoleTest(unittest.TestCase):
             self.assertEqual(output.count("note: other users can write to the work folder"), notes)
         with open("/dev/full", "w") as full:
             self.assertEqual(subprocess.run([PROGRAM, *command], stdout=full, stderr=subprocess.DEVNULL).returncode, 2)
-        with open(self.folder / "pwsentry_pro_domain_users.txt.lock") as lock:
-            fcntl.flock(lock, fcntl.LOCK_EX)
-            self.assertEqual(run(*command),
-                             (2, "", "pwlapse: another pass is at work in this folder\n"))
         lock = self.folder / "pwsentry_pro_domain_users.txt.lock"
+        with lock.open() as file:
+            fcntl.flock(file, fcntl.LOCK_EX)
+            self.assert_refused("another pass is at work in this folder", *command)
         lock.unlink()
         lock.mkdir()
-        status, output, errors = run(*command)
-        self.assertEqual((status, output), (2, ""))
-        self.assertRegex(errors, rf"\Apwlapse: no pass is made without .*{lock.name}: .+\n\Z")
-        status, output, errors = run("run", "--nonsense")
-        self.assertEqual((status, output, errors.count("\n")), (2, "", 1))
-
+        self.assert_refused(f"no pass is made without .*{lock.name}: .+", *command)
 
     def test_a_pass_that_is_told_to_stop_ends_after_the_user_in_hand(self):
         server = self.enterContext(socket.create_server(("127.0.0.1", 0)))
-        registry, users = self.folder / "site.reg", self.folder / "users.ldif"
-        registry.write_bytes(site_files.registry_file(
-            site_files.site_registry(server.getsockname()[1], emailAdminReports=0)))
-        users.write_text(site_files.domain_ldif(site_files.person(name, 59) for name in ("first", "second")))
+        site = site_files.write_site(
+            self.folder, [site_files.person(name, 59) for name in ("first", "second")],
+            site_files.site_registry(server.getsockname()[1], emailAdminReports=0))
         for told in signal.SIGTERM, signal.SIGINT, signal.SIGHUP:
-            with self.subTest(told), subprocess.Popen(
-                    [PROGRAM, "run", "--registry", registry, "--work-dir", self.folder, "--directory",
-                     f"ldif:{users}"], stdout=subprocess.PIPE, text=True) as process:
+            with self.subTest(told), subprocess.Popen([PROGRAM, "run", *site], stdout=subprocess.PIPE,
+                                                      text=True) as process:
                 connection, _ = server.accept()  # the first mail waits for the greeting
                 process.send_signal(told)
                 connection.sendall(b"554 no\r\n")
