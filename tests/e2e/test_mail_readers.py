@@ -2,6 +2,7 @@
 import email
 import email.policy
 import email.utils
+import json
 import pathlib
 import tempfile
 import unittest
@@ -21,34 +22,11 @@ FROM, TO = ("Zoë Müller, IT", "zoe@example.com"), ("", "to@example.com")
 BYTES = bytes(range(256)) * 20
 HTML = "<p>gr\u00fc\u00df dich</p>"
 
-# The texts of subject and body, each in a message of its own.
-TEXTS = {
-    "ASCII": "Your password expires in 7 days",
-    "Latin-1": "Ihr Paßwort läuft in 7 Tagen ab: Größe, Übermaß",
-    "Cyrillic": "Срок действия пароля истекает через 7 дней, смените его заранее",
-    "CJK": "パスワードの有効期限は七日後に切れます。今すぐ変更してください。" * 3,
-    "emoji": "⏰ 👩‍💻 🇩🇪 key 🔑" * 9,
-    "mixed scripts": "é и 語 🔑 " * 20 + "end",
-    "300 characters": "words " * 49 + "to end",
-    "300 Cyrillic characters": "пароль" * 50,
-    "1,500 characters unbroken": "x" * 1500,
-    "almost an encoded word": "=?utf-8 =?= a=3Db ?= =E4",
-    "quotes and specials": 'a "b" <c@d.e>, (f); g:\\ h',
-}
-# Bodies whose lines are awkward.
-BODIES = {
-    "one dot": ".",
-    "dots": "..\n.\n.x",
-    "empty": "",
-    "bare LF": "one\ntwo\n\nfour",
-    "bare CR": "one\rtwo",
-    "long unbroken line": "y" * 5000,
-    "long unbroken umlauts": "ü" * 3000,
-    "trailing blanks": "one  \ntwo\t\nFrom here\n-- \nme",
-    "looks encoded": "=41=42\n--boundary\n====",
-}
-NAMES = ["plain.txt", "two words.txt", "Grüße.txt", "отчёт за год.bin", "日本語 100%.txt",
-         "it's; a=b.txt", "long" * 60 + "ß.txt", "🔑.pem"]
+DATA = json.loads((pathlib.Path(__file__).parent / "mail_texts.json").read_text("utf-8"))
+# The texts of subject and body, each in a message of its own; then bodies whose lines are awkward.
+TEXTS = DATA["subjects and bodies"] | {"1,500 characters unbroken": "x" * 1500}
+BODIES = DATA["bodies"] | {"long unbroken line": "y" * 5000, "long unbroken umlauts": "ü" * 3000}
+NAMES = DATA["file names"]
 
 
 def lines(text):
