@@ -5,6 +5,7 @@
 #include <gtest/gtest.h>
 
 #include "config/policy_store.h"
+#include "config/settings_table.h"
 #include "platform/system/files.h"
 #include "tests/support/temp_dir.h"
 #include "tests/support/text_file.h"
@@ -14,35 +15,25 @@ namespace {
 
 constexpr const char* kRule = "------------------------------------------------------------\n";
 
-// Counts up from the number after `number`, a field after the other.
-template <typename Number, typename... Fields>
-void count(PolicyRecord& policy, Number number, Fields... fields) {
-  ((policy.*fields = ++number), ...);
-}
+// Sets the field of a setting as the record has it, whatever a loader would make of the value.
+struct FieldSetter {
+  PolicyRecord& policy;
+  const std::string& value;
 
-// Each number of the record differs from its neighbours', so that no line can show another's.
+  void operator()(std::string PolicyRecord::*field) const { policy.*field = value; }
+  void operator()(std::uint32_t PolicyRecord::*field) const { policy.*field = std::stoul(value); }
+  void operator()(std::uint8_t PolicyRecord::*field) const { policy.*field = std::stoul(value); }
+  template <typename Other>
+  void operator()(const Other& /*field*/) const {}
+};
+
 PolicyRecord everything() {
-  using P = PolicyRecord;
   PolicyRecord policy;
-  policy.policyName = "Everybody";
-  count(policy, std::uint32_t{100}, &P::minPasswordAge, &P::maxPasswordAge, &P::emailWarnings,
-        &P::minCharacters, &P::maxCharacters, &P::maxSimilar, &P::minDifferent, &P::minCharTypes,
-        &P::minLowerChar, &P::maxLowerChar, &P::minUpperChar, &P::maxUpperChar, &P::minNumericChar,
-        &P::maxNumericChar, &P::minNonAlphaNumericChar, &P::maxNonAlphaNumericChar, &P::minSpaces,
-        &P::maxSpaces, &P::minAlphaChar, &P::maxAlphaChar, &P::minNonAlphaChar, &P::maxNonAlphaChar,
-        &P::check3ConsecutiveCharTypes, &P::numericPosition, &P::specialPosition,
-        &P::specialBefore);
-  count(policy, std::uint8_t{0}, &P::checkSimilar, &P::checkLower, &P::checkUpper, &P::checkNumeric,
-        &P::checkNonAlphaNumeric, &P::checkSpaces, &P::checkAlpha, &P::checkNonAlpha,
-        &P::restrictSpecialChar, &P::checkVowels, &P::checkConsecutive, &P::check3Consecutive,
-        &P::check3ConsecutiveAlpha, &P::checkAscii, &P::numericBetweenAlpha, &P::noBeginNumeric,
-        &P::noEndNumeric, &P::noBeginSpecial, &P::noEndSpecial, &P::checkUsername,
-        &P::checkFullname, &P::checkSAP, &P::checkNameFragments, &P::checkDictionary,
-        &P::substringSearch, &P::checkDictionarySubstitution, &P::checkDictionaryWildcard,
-        &P::applyNonExpiring, &P::excludeNonExpiring);
-  policy.allowedSpecialChar = "!%s";
-  policy.includeGroups = "domain users";
-  policy.excludeGroups = "Service Accounts";
+  for (const auto& [name, value] : test_support::readRows(TEST_DATA "policy_everything.txt")) {
+    for (const Setting& setting : settingsTable()) {
+      if (setting.name == name) std::visit(FieldSetter{policy, value}, setting.field);
+    }
+  }
   policy.appliesToUser = 1;
   policy.passed = 0;
   policy.failureCode = 0xFFFFFFFF;
@@ -50,10 +41,9 @@ PolicyRecord everything() {
 }
 
 TEST(PolicyPrintout, PrintsEveryLineOfBothForms) {
-  EXPECT_EQ(policyText(everything()),
-            test_support::readText(CONFIG_TEST_DATA "/policy_printout_full.txt"));
+  EXPECT_EQ(policyText(everything()), test_support::readText(TEST_DATA "policy_printout_full.txt"));
   EXPECT_EQ(policyTextShort(everything()),
-            test_support::readText(CONFIG_TEST_DATA "/policy_printout_short.txt"));
+            test_support::readText(TEST_DATA "policy_printout_short.txt"));
 }
 
 TEST(PolicyPrintout, LeavesOutWhatDoesNotApply) {

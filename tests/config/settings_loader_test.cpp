@@ -128,7 +128,7 @@ TEST_F(SettingsLoaderTest, DumpsTheFieldsInTheirOrder) {
   s.keyPath = "K";
   s.evaluation = s.logRejects = true;
   s.dictionarySkipLength = 0xFFFFFFFF;
-  EXPECT_EQ(settingsDump(s), test_support::readText(CONFIG_TEST_DATA "/settings_dump.txt"));
+  EXPECT_EQ(settingsDump(s), test_support::readText(TEST_DATA "settings_dump.txt"));
 }
 
 TEST_F(SettingsLoaderTest, ReadsTheExpirationSettings) {
@@ -138,17 +138,10 @@ TEST_F(SettingsLoaderTest, ReadsTheExpirationSettings) {
   EXPECT_EQ(s.emailFromAddress, "password-expiration@localhost.localdomain");
   EXPECT_FALSE(s.hasCustomMessage() || s.emailAdminReports || s.reportOnly || s.htmllog);
 
-  s = loadExpirationSettings(
-      registryOf("[" + std::string(kExpirationKeyMpems) + "]\n\"smtpServer\"=\"" +
-                 std::string(200, 's') + "\"\n\"emailCustomMsg\"=\"" + std::string(3000, 'm') +
-                 "\"\n\"emailSubject\"=\"\"\n"
-                 "\"reportOnly\"=dword:00000002\n\"htmllog\"=\"1\"\n"
-                 "\"warningThreshold\"=dword:ffffffff\n\"warning3\"=dword:fffffffe\n"
-                 "\"minLength4\"=dword:0000000c\n\"maxAge4\"=dword:0000005a\n"
-                 "\"expirationLastRunDay\"=dword:00000005\n"
-                 "\"smtpPort\"=dword:0000024b\n\"smtpStartTls\"=dword:00000001\n"
-                 "[Software\\Kadro\\PwsentryPro]\n\"expirationLastRunDay\"=dword:0000001f\n"),
-      kExpirationKeyMpems);
+  std::string error;
+  const auto registry = platform::RegRegistry::load(TEST_DATA "expiration.reg", error);
+  ASSERT_TRUE(registry) << error;
+  s = loadExpirationSettings(*registry, kExpirationKeyMpems);
   EXPECT_EQ(s.smtpServer.size(), 127U);
   EXPECT_EQ(s.emailCustomMsg.size(), 2047U);
   EXPECT_EQ(s.emailSubject, "YOUR WINDOWS PASSWORD WILL EXPIRE SOON");

@@ -3,7 +3,6 @@
 #include "config/settings_table.h"
 
 #include <algorithm>
-#include <tuple>
 
 #include "config/settings_check.h"
 #include "tests/config/registry_fixture.h"
@@ -53,49 +52,13 @@ TEST(SettingsPage, ListsTheRowsOfTheTableAndNoOthers) {
 class SettingsCheck : public RegistryFixture {};
 
 TEST_F(SettingsCheck, SaysWhatIsNotAsTheTableHasIt) {
-  const std::string mpe = kPolicyRootMpe;
-  const std::string policy5 = mpe + "\\Policy5";
-  const std::string noNumber = ": not a number (REG_DWORD)";
-  const std::string notKnown = " is not known, and not read";
-  const struct {
-    std::string key, name, value;
-    std::string wrongType, note;  // behind "registry value NAME of KEY"
-  } cases[] = {
-      {kExpirationKeyMpe, "reportOnly", "\"1\"", noNumber, ""},
-      {kExpirationKeyMpems, "maxAge4", "hex(b):1e,00,00,00,00,00,00,00", noNumber, ""},
-      {kExpirationKeyMpe, "smtpServer", "dword:00000001", ": not a text (REG_SZ)", ""},
-      {kExpirationKeyMpe, "smtpServer", "hex(2):61,00,00,00", "", ""},
-      {kProductKey, "expirationLastRunDay", "\"5\"", noNumber, ""},
-      {kPolicyRootMpems, "expirationServiceDebug", "\"1\"", noNumber, ""},
-      {policy5, "emailWarnings", "\"1\"", noNumber, ""},
-      // What a pass does not go by.
-      {policy5, "checkSpaces", "\"1\"", "", noNumber},
-      {policy5, "emailWarnings", "dword:00000002", "", ": 2 is more than 1"},
-      {kExpirationKeyMpe, "reportOnyl", "dword:00000001", "",
-       notKnown + ": \"reportOnly\" may be meant"},
-      {kExpirationKeyMpe, "WARNING3", "dword:00000001", "", ""},
-      {kExpirationKeyMpe, "colour", "\"red\"", "", notKnown},
-      {kDirectoryKey, "url", "\"ldif:x\"", "", notKnown + ": \"uri\" may be meant"},
-      {kProductKey, "installed", "dword:00000001", "", ""},  // another program's
-  };
-  const auto lines = [](const std::string& what, const std::string& words) {
-    return words.empty() ? std::vector<std::string>{} : std::vector{what + words};
-  };
-  for (const auto& c : cases) {
-    platform::Registry& registry = registryWith(c.key, '"' + c.name + "\"=" + c.value + '\n');
-    const std::string what = "registry value \"" + c.name + "\" of " + c.key;
-    EXPECT_EQ(findWrongTypes(registry), lines(what, c.wrongType));
-    EXPECT_EQ(findSettingNotes(registry), lines(what, c.note));
-  }
-  const std::tuple<std::string, const char*, const char*> keys[] = {
-      {mpe, "Polcy1", ": \"Policy1\" may be meant"},
-      {kPoliciesKey, "PwsentryProMEP", ": \"PwsentryProMPE\" may be meant"},
-      {kPoliciesKey, "Other", nullptr},  // another program's
-  };
-  for (const auto& [parent, name, nearest] : keys) {
-    const std::string key = parent + '\\' + name;
-    EXPECT_EQ(findSettingNotes(registryWith(key, "")),
-              lines("registry key " + key, nearest == nullptr ? "" : notKnown + nearest));
+  for (const auto& [entry, expected] : test_support::readRows(TEST_DATA "setting_mistakes.txt")) {
+    const std::size_t end = entry.find(']');
+    platform::Registry& registry = registryWith(entry.substr(1, end - 1), entry.substr(end + 1));
+    std::string found;
+    for (const std::string& line : findWrongTypes(registry)) found += "wrong type: " + line;
+    for (const std::string& line : findSettingNotes(registry)) found += "note: " + line;
+    EXPECT_EQ(found.empty() ? "nothing" : found, expected) << entry;
   }
 }
 

@@ -7,6 +7,8 @@
 #include <utility>
 #include <vector>
 
+#include <gtest/gtest.h>
+
 #include "base/unicode.h"
 #include "platform/system/files.h"
 #include "platform/text/code_page.h"
@@ -41,6 +43,7 @@ inline std::vector<std::pair<std::string, std::string>> readRows(const std::stri
     if (line.starts_with('#') || arrow == std::string::npos) continue;
     rows.emplace_back(line.substr(0, arrow), line.substr(arrow + kArrow.size()));
   }
+  EXPECT_FALSE(rows.empty()) << name;
   return rows;
 }
 

@@ -27,9 +27,7 @@ std::string nested(int depth) {
 }
 
 TEST(LdapFilter, MatchesWhatItSays) {
-  const auto rows = test_support::readRows(TEST_DATA "filters.txt");
-  EXPECT_GT(rows.size(), 50U);
-  for (const auto& [text, expected] : rows) {
+  for (const auto& [text, expected] : test_support::readRows(TEST_DATA "filters.txt")) {
     const auto filter = LdapFilter::parse(text);
     EXPECT_EQ(!filter                   ? "no filter"
               : filter->matches(anna()) ? "matches"
