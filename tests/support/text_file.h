@@ -2,6 +2,7 @@
 // it has on disk.
 #pragma once
 
+#include <cstdio>
 #include <sstream>
 #include <string>
 #include <utility>
@@ -45,6 +46,17 @@ inline std::vector<std::pair<std::string, std::string>> readRows(const std::stri
   }
   EXPECT_FALSE(rows.empty()) << name;
   return rows;
+}
+
+// The text with the bytes that a data file writes as "<0d>".
+inline std::string unprintable(std::string text) {
+  for (std::size_t at = 0; (at = text.find('<', at)) != std::string::npos; ++at) {
+    unsigned byte = 0;
+    if (text.size() < at + 4 || text[at + 3] != '>') continue;
+    if (std::sscanf(&text[at], "<%2x>", &byte) == 1)
+      text.replace(at, 4, 1, static_cast<char>(byte));
+  }
+  return text;
 }
 
 }  // namespace test_support

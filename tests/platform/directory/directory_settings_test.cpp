@@ -74,25 +74,11 @@ TEST_F(DirectorySettingsTest, ASystemWithADomainOfItsOwnServesOnlyFiles) {
 }
 
 TEST_F(DirectorySettingsTest, TypesAndBinds) {
-  const std::string simple = "\"bindMethod\"=\"Simple\"\n", user = "\"bindUser\"=\"u\"\n";
-  const std::string rest = "\"bindPasswordFile\"=\"secret\"\n\"caFile\"=\"ca.pem\"\n";
-  const std::string noText = ": is not a text of less than 4096 bytes";
-  const std::pair<std::string, std::string> cases[] = {
-      // REG_EXPAND_SZ "ldif:%a%": a text, in which nothing is expanded.
-      {"\"uri\"=hex(2):6c,64,69,66,3a,25,61,25,00", "file %a%"},
-      {"\"uri\"=dword:00000001", kKey + "\"uri\"" + noText},
-      {"\"uri\"=\"ldif:" + std::string(4096, 'x') + "\"", kKey + "\"uri\"" + noText},
-      {"\"caFile\"=hex:00", kKey + "\"caFile\"" + noText},
-      {simple + user + rest, "simple u secret ca.pem"},
-      {simple + rest, kKey + "\"bindUser\": missing"},
-      {simple + user, kKey + "\"bindPasswordFile\": missing"},
-      {"\"bindMethod\"=\"GSSAPI\"\n" + user + rest, ""},
-      {"\"bindMethod\"=\"digest\"",
-       kKey + "\"bindMethod\": \"digest\" is neither \"gssapi\" nor \"simple\""},
-      // A file needs no bind.
-      {"\"bindMethod\"=\"digest\"\n\"uri\"=\"ldif:x\"", "file x"},
-  };
-  for (const auto& [lines, result] : cases) EXPECT_EQ(read(lines, kAll), result);
+  for (const auto& [lines, result] : test_support::readRows(TEST_DATA "binds.txt")) {
+    EXPECT_EQ(read(test_support::unprintable(lines), kAll), result);
+  }
+  EXPECT_EQ(read("\"uri\"=\"ldif:" + std::string(4096, 'x') + "\"", kAll),
+            kKey + "\"uri\": is not a text of less than 4096 bytes");
 }
 
 }  // namespace

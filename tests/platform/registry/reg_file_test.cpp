@@ -1,15 +1,18 @@
 // The parser and the edits of ".reg" files, without a file.
 #include "platform/registry/file/reg_file.h"
 
+#include <iomanip>
+#include <sstream>
 #include <string>
 #include <string_view>
-#include <tuple>
 #include <utility>
+#include <vector>
 
 #include <gtest/gtest.h>
 
 #include "platform/text/code_page.h"
 #include "platform/text/text_lines.h"
+#include "tests/support/text_file.h"
 
 namespace platform {
 namespace {
@@ -35,31 +38,26 @@ RegistryValue valueOf(const RegFile& file, std::string_view name) {
   return entry == nullptr ? RegistryValue{RegistryType::None, "<missing>"} : entry->value;
 }
 
-TEST(RegFile, ReadsEveryTypeInBothEncodings) {
-  const std::tuple<std::string, std::string, RegistryType, std::string> cases[] = {
-      {"text", "\"a \\\"b\\\" c:\\\\d ; e\" ; comment", RegistryType::String,
-       "a \"b\" c:\\d ; e\0"s},
-      {"umlaut", "\"M\u00FCller\"", RegistryType::String, "M\u00FCller\0"s},
-      {"lines", "\"one\r\ntwo\"", RegistryType::String, "one\r\ntwo\0"s},
-      {"number", "dword:0000000e", RegistryType::Dword, "\x0E\0\0\0"s},
-      {"short", " dword:fF", RegistryType::Dword, "\xFF\0\0\0"s},
-      {"binary", "hex:00,fF,\\\r\n  7,\\\r\n  10", RegistryType::Binary, "\0\xFF\x07\x10"s},
-      {"none", "hex(0):", RegistryType::None, ""},
-      {"expand", "hex(2):25,00,fc,00,00,00", RegistryType::ExpandString, "%\u00FC\0"s},
-      {"open", "hex(1):41,00", RegistryType::String, "A"},
-      {"multi", "hex(7):41,00,00,00,42,00,00,00,00,00", RegistryType::MultiString, "A\0B\0\0"s},
-      {"quad", "hex(b):01,00,00,00,00,00,00,00", RegistryType::Qword, "\1\0\0\0\0\0\0\0"s},
-      {"odd", "hex(ffff0012):01", static_cast<RegistryType>(0xFFFF0012), "\1"},
-  };
-  std::string text = std::string(kVersion5) + std::string(kKey) + "@=\"default\"\r\n";
-  for (const auto& [name, data, type, value] : cases) text += '"' + name + "\"=" + data + "\r\n";
-  for (const std::string& bytes : {text, "\xEF\xBB\xBF" + text, utf16(text)}) {
-    const RegFile file = parsed(bytes);
-    EXPECT_EQ(valueOf(file, "").bytes, "default\0"s);
-    for (const auto& [name, data, type, value] : cases) {
-      EXPECT_EQ(valueOf(file, name).type, type) << name;
-      EXPECT_EQ(valueOf(file, name).bytes, value) << name;
+// Each value of the key, as "NAME (TYPE) BYTES" with control characters as "<00>".
+std::string printout(const RegFile& file) {
+  std::ostringstream out;
+  for (const auto& [folded, entry] : file.findKey("Software\\Site")->values) {
+    out << entry.name << " (" << std::hex << static_cast<std::uint32_t>(entry.value.type) << ") |";
+    for (const unsigned char c : entry.value.bytes) {
+      if (c >= ' ' && c != 0xFF)
+        out << c;
+      else
+        out << '<' << std::setw(2) << std::setfill('0') << static_cast<int>(c) << '>';
     }
+    out << "|\n";
+  }
+  return out.str();
+}
+
+TEST(RegFile, ReadsEveryTypeInBothEncodings) {
+  const std::string text = test_support::readBytes(TEST_DATA "values.reg");
+  for (const std::string& bytes : {text, "\xEF\xBB\xBF" + text, utf16(text)}) {
+    EXPECT_EQ(printout(parsed(bytes)), test_support::readBytes(TEST_DATA "values_read.txt"));
   }
 }
 
@@ -71,13 +69,7 @@ TEST(RegFile, TextsOfVersion4AreAnsi) {
 }
 
 TEST(RegFile, AppliesLinesInOrder) {
-  const RegFile file = parsed(std::string(kVersion5) +
-                              "[HKEY_LOCAL_MACHINE\\Software\\Gone\\Below]\n\"a\"=\"1\"\n"
-                              "[HKEY_LOCAL_MACHINE\\Software\\Site] ; [not this]\n"
-                              "\"twice\"=\"1\"\n\"TWICE\"=\"2\"\n\"deleted\"=\"1\"\n\"deleted\"=-\n"
-                              "[-HKEY_LOCAL_MACHINE\\SOFTWARE\\gone]\n\"ignored\"=\"1\"\n"
-                              "[HKEY_CURRENT_USER\\Software\\Site]\n\"twice\"=\"3\"\n"
-                              "[HKEY_LOCAL_MACHINE\\Software\\A]B\\[C]]\n\"x\"=\"1\"");
+  const RegFile file = parsed(test_support::readBytes(TEST_DATA "order.reg"));
   EXPECT_EQ(valueOf(file, "twice").bytes, "2\0"s);
   EXPECT_EQ(valueOf(file, "deleted").bytes, "<missing>");
   EXPECT_EQ(file.findKey("Software\\Gone"), nullptr);
@@ -89,44 +81,27 @@ TEST(RegFile, NamesTheLineThatIsWrong) {
   const std::string head = std::string(kVersion5) + std::string(kKey);  // three lines
   std::string deep;
   for (int i = 0; i < 100000; ++i) deep += "\\a";
-  const std::pair<std::string, std::size_t> cases[] = {
-      {"", 1},
-      {"\xFE\xFF\0W"s, 1},
-      {std::string(kVersion5) + "\"a\"=\"1\"\n", 3},
-      {head + "\n; comment\nsmtpServer=mail\n", 6},
-      {head + "\"a\"=\"secret\\x\"\n", 4},
-      {head + "\"a\"=\"secret\" x\n", 4},
-      {head + "\"a\"=\"secret\n\"b\"=dword:1\n", 5},  // the quote before b closes it
-      {head + "\"a\"=dword:123456789\n", 4},
-      {head + "\"a\"=hex:01,\\\n  0x\n", 5},
-      {head + "\"a\"=hex:01,\n", 4},
-      {head + "\"a\"=hex:01,\\", 4},
-      {head + "\"a\"=hex(:01\n", 4},
-      {head + "[HKEY_LOCAL_MACHINE\\Software\n", 4},
-      {head + "[HKEY_LOCAL_MACHINE\\\\Software]\n", 4},
-      {head + "[HKLM_\\Software]\n", 4},
-      {head + "[HKEY_CURRENT_USER\\Software]\nwrong\n", 5},
-      {head + "[HKEY_LOCAL_MACHINE" + deep + "]\n", 4},
+  std::vector<std::pair<std::string, std::string>> cases = {
+      {"", "1"},
+      {"\xFE\xFF\0W"s, "1"},
+      {std::string(kVersion5) + "\"a\"=\"1\"\n", "3"},
+      {head + "[HKEY_LOCAL_MACHINE" + deep + "]\n", "4"},
   };
+  for (const auto& [text, line] : test_support::readRows(TEST_DATA "wrong_lines.txt")) {
+    cases.emplace_back(head + test_support::unprintable(text), line);
+  }
   for (const auto& [bytes, line] : cases) {
     SCOPED_TRACE(bytes.substr(0, 200));
     RegFile file;
     RegFileError error;
     EXPECT_FALSE(parseRegFile(bytes, file, error));
-    EXPECT_EQ(error.line, line) << error.what;
+    EXPECT_EQ(std::to_string(error.line), line) << error.what;
     EXPECT_EQ(error.what.find("secret"), std::string::npos);
   }
 }
 
 TEST(RegFile, EditsOnePlaceAndKeepsTheRest) {
-  const std::string before = std::string(kVersion5) +
-                             "; site of M\u00FCller\r\n"
-                             "[HKEY_LOCAL_MACHINE\\Software\\Site]\r\n"
-                             "  \"Day\"=dword:00000001 ; last day\r\n"
-                             "\"long\"=hex:01,\\\r\n  02\r\n"
-                             "\r\n"
-                             "[HKEY_CURRENT_USER\\Software]\r\n"
-                             "\"x\"=\"y\"";
+  const std::string before = test_support::readBytes(TEST_DATA "edited.reg");
   const RegistryValue five{RegistryType::Dword, "\5\0\0\0"s};
   const struct {
     const char *path, *name;

@@ -3,8 +3,6 @@
 
 #include <cerrno>
 #include <string>
-#include <tuple>
-#include <vector>
 
 #include <gtest/gtest.h>
 
@@ -16,32 +14,20 @@ namespace {
 
 using test_support::readBytes;
 
-using namespace std::string_literals;
-
 class Files : public testing::Test {
  protected:
   test_support::TempDir directory_;
 };
 
 TEST_F(Files, ReadsLinesAsTheTextModeOfWindowsDoes) {
-  const std::tuple<std::string, std::size_t, std::vector<std::string>> cases[] = {
-      {"", 10, {}},
-      {"a\nb", 10, {"a\n", "b"}},
-      {"a\r\nb\r\n", 10, {"a\n", "b\n"}},
-      {"a\rb\r\r\nc\r", 10, {"a\rb\r\n", "c\r"}},
-      {"a\0b\n"s, 10, {"a\0b\n"s}},
-      {"abcdef\n", 4, {"abc", "def", "\n"}},
-      {"ab\r\ncd", 4, {"ab\n", "cd"}},        // CR LF takes one place
-      {"abc\r\ncd", 4, {"abc", "\n", "cd"}},  // and is not torn
-      {"\n\n", 2, {"\n", "\n"}},
-  };
-  for (const auto& [bytes, capacity, expected] : cases) {
-    ASSERT_TRUE(writeWholeFile("list.txt", bytes));
-    const File file = openFile("list.txt", "r");
-    ASSERT_NE(file, nullptr);
-    std::vector<std::string> lines;
-    for (std::string line; readTextLine(file.get(), capacity, line);) lines.push_back(line);
-    EXPECT_EQ(lines, expected) << bytes;
+  for (const auto& [file, expected] : test_support::readRows(TEST_DATA "text_lines.txt")) {
+    const std::size_t blank = file.find(' ');
+    ASSERT_TRUE(writeWholeFile("list.txt", test_support::unprintable(file.substr(blank + 1))));
+    const File opened = openFile("list.txt", "r");
+    ASSERT_NE(opened, nullptr);
+    std::string lines;
+    for (std::string line; readTextLine(opened.get(), std::stoul(file), line);) lines += line + '|';
+    EXPECT_EQ(lines, test_support::unprintable(expected)) << file;
   }
 }
 

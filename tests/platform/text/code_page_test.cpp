@@ -6,6 +6,7 @@
 #include <gtest/gtest.h>
 
 #include "base/unicode.h"
+#include "tests/support/text_file.h"
 
 namespace platform {
 namespace {
@@ -17,24 +18,13 @@ std::string bytes(std::initializer_list<int> values) {
 }
 
 TEST(Unicode, MalformedUtf8GivesOneReplacementForEachIllFormedPart) {
-  const std::tuple<std::string, std::u16string, bool> cases[] = {
-      {"J\xC3\xBCrgen", u"J\u00FCrgen", true},
-      {"\xF0\x9F\x94\x91", u"\U0001F511", true},
-      {"\xF4\x8F\xBF\xBF", u"\U0010FFFF", true},
-      {std::string("a\0b", 3), std::u16string(u"a\0b", 3), true},
-      {"\xC0\x80", u"\uFFFD\uFFFD", false},            // overlong NUL
-      {"\xE0\x9F\xBF", u"\uFFFD\uFFFD\uFFFD", false},  // overlong
-      {"\xED\xA0\x80", u"\uFFFD\uFFFD\uFFFD", false},  // a surrogate
-      {"\xF4\x90\x80\x80", u"\uFFFD\uFFFD\uFFFD\uFFFD", false},
-      {"\xE2\x82x", u"\uFFFDx", false},
-      {"\xF0\x9F\x94", u"\uFFFD", false},
-      {"\xFFx\x80", u"\uFFFDx\uFFFD", false},
-  };
-  for (const auto& [utf8, utf16, valid] : cases) {
-    EXPECT_EQ(base::utf8ToUtf16(utf8), utf16) << utf8;
-    EXPECT_EQ(base::isValidUtf8(utf8), valid) << utf8;
-    EXPECT_EQ(base::utf16ToUtf8(utf16) == utf8, valid);
+  for (const auto& [bytes, expected] : test_support::readRows(TEST_DATA "utf8.txt")) {
+    const std::string utf8 = test_support::unprintable(bytes);
+    const std::string taken = test_support::unprintable(expected);
+    EXPECT_EQ(base::utf16ToUtf8(base::utf8ToUtf16(utf8)), taken) << bytes;
+    EXPECT_EQ(base::isValidUtf8(utf8), utf8 == taken) << bytes;
   }
+  EXPECT_EQ(base::utf8ToUtf16("\xF0\x9F\x94\x91 \xC3\xBC"), u"\U0001F511 \u00FC");
   const char16_t lone[] = {u'a', 0xD83D, u'b', 0xDD11};
   EXPECT_EQ(base::utf16ToUtf8(std::u16string_view(lone, 4)), "a\uFFFDb\uFFFD");
 }
@@ -55,18 +45,10 @@ TEST(Ansi, AStartSplitsNoCharacter) {
 }
 
 TEST(CodePages, ConvertBothWays) {
-  const std::tuple<std::uint32_t, std::string, std::string> cases[] = {
-      {1252, "\x80 \xFC \x8F", "\u20AC \u00FC \u008F"},
-      {20866, "\xF0", "\u041F"},
-      {950, "\xBA\x7E", "\u6F22"},
-      {932, "\x93\xFA\x96{", "\u65E5\u672C"},
-      {50220, "\x1B$BF|\x1B(B", "\u65E5"},  // back in the initial state at the end
-      {37, "\xC1", "A"},
-      {1200, bytes({0xAC, 0x20}), "\u20AC"},
-      {65006, bytes({0, 1, 0xF5, 0x11}), "\U0001F511"},
-      {65001, "\u20AC", "\u20AC"},
-  };
-  for (const auto& [codePage, encoded, utf8] : cases) {
+  for (const auto& [text, expected] : test_support::readRows(TEST_DATA "code_pages.txt")) {
+    const std::uint32_t codePage = std::stoul(text);
+    const std::string encoded = test_support::unprintable(text.substr(text.find(' ') + 1));
+    const std::string utf8 = test_support::unprintable(expected);
     SCOPED_TRACE(codePage);
     std::string out;
     bool lossy = false;
