@@ -10,6 +10,7 @@
 #include "mail/mime/cls_email.h"
 #include "mail/mime/kv_email.h"
 #include "platform/system/files.h"
+#include "tests/support/rows.h"
 #include "tests/support/temp_dir.h"
 
 namespace kelvado {
@@ -182,29 +183,7 @@ TEST(KvEmail, FieldsKeepTheirPlaceAndTheMessageItsCharset) {
 TEST(KvEmail, NoTextIsLostToItsCharset) {
   // Charset, text, and its bytes in the charset. Without them the text leaves as UTF-8: it is not
   // in the charset, or not in what readers know by the charset's name. "?": as the system converts.
-  const std::array<std::string, 3> rows[] = {
-      {"iso-8859-1", "\xC3\xBC", "=FC"},
-      {"iso-8859-1", "\xE6\xBC\xA2", ""},
-      {"iso-8859-10", "\xC4\x84", "=A1"},
-      {"iso-8859-14", "\xE1\xB8\x82", "=A1"},
-      {"iso-8859-16", "\xC8\x98", "=AA"},
-      {"iso-8859-16", "\xC3\x9E", ""},
-      {"us-ascii", "C:\\dir", "C:\\dir"},
-      {"us-ascii", "\xC3\xBC", ""},
-      {"gb2312", "\xE6\xB1\x89", "=BA=BA"},
-      {"gb2312", "\xE9\x8E\x94", ""},
-      {"gbk", "\xE9\x8E\x94", "=E6g"},
-      {"gb2312", "\xE2\x85\xB0", ""},
-      {"euc-kr", "\xEA\xB0\x80", "=B0=A1"},
-      {"euc-kr", "\xEA\xB0\x82", ""},
-      {"big5", "\xE6\xBC\xA2", "=BA~"},
-      {"big5", "\xE2\x82\xAC", ""},
-      {"hz-gb-2312", "~{a", "?"},
-      {"johab", "C:\\dir", "?"},
-      {"utf-7", "a+b \xC3\xBC", "?"},
-      {"utf-16", "a", ""},
-      {"no-such", "a", ""},
-  };
+  const auto rows = test_support::rows<3>(ROWS "/email.txt", "charsets");
   for (const auto& [charset, text, bytes] : rows) {
     Utf8Email email, read;
     email.AddHeaderField("Content-Type", ("text/plain; x=y; charset=" + charset).c_str());
@@ -294,26 +273,7 @@ TEST(KvEmail, FailuresLeaveTheMessageAsItWas) {
 TEST(Email2, NormalisesTransferEncodings) {
   const std::string longLine(999, 'x'), qp = "quoted-printable";
   // Type, charset, encoding and body; the encoding that it leaves with.
-  const std::array<std::string, 5> rows[] = {
-      {"text/html", "", "7bit", "a", qp},
-      {"text/html", "utf-8", "base64", "a", qp},
-      {"text/html", "us-ascii", "7bit", "a", "7bit"},
-      {"text/html", "us-ascii", "8bit", "a", "8bit"},
-      {"text/plain", "", "7bit", "a", "7bit"},
-      {"text/plain", "", "7bit", "\xC3\xBC", qp},
-      {"text/plain", "us-ascii", "base64", "\xC3\xBC", "7bit"},
-      {"text/plain", "", "8bit", "a", qp},
-      {"text/plain", "us-ascii", "8bit", "a", "7bit"},
-      {"text/csv", "utf-8", "base64", "\xC3\xBC", qp},
-      {"text/csv", "utf-8", "base64", "a", "base64"},
-      {"image/gif", "", "base64", "\xFF", "base64"},
-      {"application/x", "", "8bit", "\xFF", "8bit"},
-      // Lines longer than mail may have never leave as they are.
-      {"text/html", "us-ascii", "7bit", longLine, qp},
-      {"text/plain", "", "7bit", longLine.substr(1) + "\nx", "7bit"},
-      {"application/x", "", "7bit", longLine, "base64"},
-      {"message/rfc822", "", "7bit", longLine, "7bit"},
-  };
+  const auto rows = test_support::rows<5>(ROWS "/email.txt", "transfer encodings");
   for (const auto& [type, charset, encoding, body, normalised] : rows) {
     const auto part = Email2::createPart(type, encoding);
     if (!charset.empty()) part->setCharset(charset);

@@ -13,6 +13,7 @@
 #include "mail/mime/encoded_word.h"
 #include "mail/mime/quoted_printable.h"
 #include "mail/mime/uu.h"
+#include "tests/support/rows.h"
 
 namespace kelvado {
 namespace {
@@ -45,61 +46,25 @@ TEST(Base64, EncodesInLinesAndDecodesWhatItCan) {
     EXPECT_EQ(out, "kept " + lines) << bytes;
   }
   EXPECT_EQ(base64Encode("Man\xFB\xEF\xFF\xFE"), "TWFu++///g==");
-  const std::tuple<std::string_view, std::string_view, bool> decoded[] = {
-      {"TWFu", "Man", true},    {" TW\r\nE= \n", "Ma", true}, {"TQ==", "M", true},
-      {"TWE", "Ma", false},     {"TW*Fu", "Man", false},      {"T", "", false},
-      {"TQ==TWFu", "M", false}, {"====", "", false},          {"TWFu=", "Man", false},
-  };
+  const auto decoded = test_support::rows<3>(ROWS "/encodings.txt", "base64");
   for (const auto& [text, bytes, clean] : decoded) {
     std::string out;
-    EXPECT_EQ(base64Decode(text, out), clean) << text;
+    EXPECT_EQ(base64Decode(text, out), clean == "true") << text;
     EXPECT_EQ(out, bytes) << text;
   }
 }
 
 TEST(QuotedPrintable, EncodesExactlyAndDecodesWhatOthersWrite) {
   const std::string full(75, 'a');
-  const std::pair<std::string, std::string> rows[] = {
-      {"", ""},
-      {"a=b\xC3\xBC", "a=3Db=C3=BC"},
-      {"12345678=2345678\x7Fxxxxxxx\x1Fxxxxxxx\xFFxxxxxxx.",
-       "12345678=3D2345678=7Fxxxxxxx=1Fxxxxxxx=FFxxxxxxx."},
-      {"tab\there", "tab\there"},
-      {"a\nb\rc\r\nd", "a\r\nb\r\nc\r\nd"},
-      // A blank at the end of a line or of the text would be lost.
-      {"a \r\nb\t\n ", "a=20\r\nb=09\r\n=20"},
-      {full, full},
-      {full + "\r\nb", full + "\r\nb"},
-      {full + "b", full + "=\r\nb"},
-      {std::string(74, 'a') + "\xFF", std::string(74, 'a') + "=\r\n=FF"},
-      {std::string(72, 'a') + "\xFF", std::string(72, 'a') + "=FF"},
-      {std::string(74, 'a') + " \n", std::string(74, 'a') + "=\r\n=20\r\n"},
-      {std::string("\0", 1), "=00"},
-  };
+  const auto rows = test_support::rows<2>(ROWS "/encodings.txt", "quoted-printable");
   for (const auto& [text, encoded] : rows) EXPECT_EQ(quotedPrintable(text), encoded);
   EXPECT_EQ(quotedPrintable("a\nb\rc\r\n", LineEnds::Exact), "a=0Ab=0Dc\r\n");
-  const std::pair<std::string_view, std::string_view> others[] = {
-      {"a=\r\nb", "ab"},      {"a= \t\r\nb", "ab"}, {"a=\nb\n", "ab\n"}, {"a  \r\nb ", "a\r\nb"},
-      {"=c3=bc", "\xC3\xBC"}, {"=XX=4", "=XX=4"},   {"a=", "a"},         {"=3D=", "="},
-  };
+  const auto others = test_support::rows<2>(ROWS "/encodings.txt", "quoted-printable of others");
   for (const auto& [text, decoded] : others) EXPECT_EQ(quotedPrintableDecode(text), decoded);
 }
 
 TEST(EncodedWord, EncodesExactly) {
-  const std::tuple<std::string_view, std::string_view, std::string_view> rows[] = {
-      {"plain (a@b), \"q\"", "utf-8", "plain (a@b), \"q\""},
-      {"Gr\xC3\xBC\xC3\x9Fz, Welt_=?", "", "=?utf-8?Q?Gr=C3=BC=C3=9Fz=2C_Welt=5F=3D=3F?="},
-      {"\xEF\xBB\xBF\xC3\xBC", "utf-8", "=?utf-8?Q?=C3=BC?="},  // the mark is dropped
-      {"\xEF\xBB\xBF", "utf-8", ""},
-      {"\xC3\xBC", "us-ascii", "\xC3\xBC"},
-      {"=?utf-8?q?=C3=BC?= \xC3\xBC", "utf-8", "=?utf-8?q?=C3=BC?= \xC3\xBC"},  // taken as encoded
-      {"\xC3\xBC", "iso-8859-1", "=?iso-8859-1?Q?=FC?="},
-      {"\xC4\x9F", "iso-8859-9", "=?iso-8859-9?B?8A==?="},
-      {"\xE6\xBC\xA2", "Shift_JIS", "=?shift_jis?B?ir8=?="},
-      // What the charset can't carry goes out as UTF-8.
-      {"\xE6\xBC\xA2", "iso-8859-1", "=?utf-8?Q?=E6=BC=A2?="},
-      {"\xC3\xBC", "no-such-charset", "=?utf-8?Q?=C3=BC?="},
-  };
+  const auto rows = test_support::rows<3>(ROWS "/encodings.txt", "encoded words");
   for (const auto& [text, charset, encoded] : rows) {
     EXPECT_EQ(encodeHeaderText(text, charset), encoded);
   }
@@ -123,18 +88,7 @@ TEST(EncodedWord, FoldsBetweenCharacters) {
 }
 
 TEST(EncodedWord, DecodesWhatOthersWrite) {
-  const std::pair<std::string_view, std::string_view> rows[] = {
-      {"a =?utf-8?Q?b_=3F?= c", "a b ? c"},
-      {"=?utf-8?q?a?= \r\n =?UTF-8?b?Yg==?=", "ab"},  // the white space between words goes
-      {"=?utf-8?Q?a?= - =?utf-8?Q?b?=", "a - b"},
-      {"=?utf-8?Q?=C3?= =?utf-8?Q?=BC?=", "\xC3\xBC"},  // a character split between words
-      {"=?iso-8859-1*de?Q?=FC?=", "\xC3\xBC"},
-      {"=?windows-1251?B?z/Do4uXy?=", "\xD0\x9F\xD1\x80\xD0\xB8\xD0\xB2\xD0\xB5\xD1\x82"},
-      {"=?no-such?Q?a?=", "=?no-such?Q?a?="},
-      {"=?utf-8?X?a?= =?utf-8?Q?b", "=?utf-8?X?a?= =?utf-8?Q?b"},
-      {"=?=?=?utf-8?Q?=ZZ?=", "=?=?=ZZ"},
-      {"=?", "=?"},
-  };
+  const auto rows = test_support::rows<2>(ROWS "/encodings.txt", "encoded words of others");
   for (const auto& [value, decoded] : rows) EXPECT_EQ(decodeHeaderText(value), decoded) << value;
 }
 

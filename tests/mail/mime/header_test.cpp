@@ -15,6 +15,7 @@
 #include "mail/mime/identifiers.h"
 #include "mail/mime/mail_date.h"
 #include "mail/mime/mime_parameter.h"
+#include "tests/support/rows.h"
 
 namespace kelvado {
 namespace {
@@ -34,36 +35,7 @@ std::string onTheWire(std::string_view name, std::string_view value,
 
 TEST(HeaderWriter, FoldsAndEncodes) {
   const std::string x70(70, 'x');
-  const std::array<std::string, 3> rows[] = {
-      // name, value, line
-      {"Subject", "", "Subject: \r\n"},
-      {"Subject", "\xC3\xBC", "Subject: =?utf-8?Q?=C3=BC?=\r\n"},
-      {"Subject", "a " + x70 + " b", "Subject: a\r\n " + x70 + " b\r\n"},
-      // No line of blanks only, which some take for the end of the header.
-      {"Subject", "a  " + x70 + "  ", "Subject: a\r\n  " + x70 + "  \r\n"},
-      // A long word: free text in encoded words, anything else whole.
-      {"X-Note", x70,
-       "X-Note: =?utf-8?Q?" + std::string(56, 'x') + "?=\r\n =?utf-8?Q?" + std::string(14, 'x') +
-           "?=\r\n"},
-      // Words that are there already are not encoded again, and other text is, once.
-      {"Subject", "=?utf-8?B?" + x70 + "?=", "Subject: =?utf-8?B?" + x70 + "?=\r\n"},
-      {"Subject", "=?utf-8?B?w7w=?= \xC3\xBC", "Subject: =?utf-8?Q?=C3=BC_=C3=BC?=\r\n"},
-      // No fold in quotes.
-      {"Cc", "\"a \\\" " + x70 + " b\" <a@x>", "Cc: \"a \\\" " + x70 + " b\"\r\n <a@x>\r\n"},
-      {"Content-Disposition", "inline; filename=\"a " + x70 + "\"",
-       "Content-Disposition: inline;\r\n filename=\"a " + x70 + "\"\r\n"},
-      {"References", "<" + x70 + "@x>", "References: <" + x70 + "@x>\r\n"},
-      // Folds that are in the value stay.
-      {"To", "a@x,\r\n b@x", "To: a@x,\r\n b@x\r\n"},
-      {"To", "\"J\xC3\xB6rg\" <a@x>,\r\n \"B, C\" <b@x>",
-       "To: =?utf-8?Q?J=C3=B6rg?= <a@x>,\r\n \"B, C\" <b@x>\r\n"},
-      // Addresses take ASCII only; and a name that says it is in words can't add one.
-      {"Reply-To", "foo \xC3\xA9", "Reply-To: =?utf-8?Q?=3Cfoo_=C3=A9=3E?=\r\n"},
-      {"To", "\"?q?\xC3\xA9, <a@x>\" <b@x>", "To: \"?q?\xC3\xA9, <a@x>\" <b@x>\r\n"},
-      {"Cc", "\"" + x70 + "\" <a@x>", "Cc: \"" + x70 + "\"\r\n <a@x>\r\n"},
-      {"From", "\"" + std::string(45, 'n') + "\xC3\xBC\" <address@example.org>",
-       "From: =?utf-8?Q?" + std::string(45, 'n') + "=C3=BC?=\r\n <address@example.org>\r\n"},
-  };
+  const auto rows = test_support::rows<3>(ROWS "/header.txt", "fields on the wire");
   for (const auto& [name, value, line] : rows) EXPECT_EQ(onTheWire(name, value), line);
   // Names of a "us-ascii" message are not encoded; its subject is.
   EXPECT_EQ(onTheWire("To", "\"\xC3\xBC\" <a@x>", "us-ascii"), "To: \"\xC3\xBC\" <a@x>\r\n");
@@ -89,18 +61,7 @@ TEST(HeaderWriter, NoLineIsTooLong) {
 }
 
 TEST(ContentType, IsWrittenInOneWay) {
-  const std::pair<std::string_view, std::string_view> rows[] = {
-      {"", "text/plain"},
-      {"TEXT/PLAIN; Charset=\"UTF-8\" (x;y); FORMAT=flowed;;",
-       "text/plain; charset=\"utf-8\";\r\n\tformat=flowed"},
-      {"a/b; smime-type=s; micalg=sha1; protocol=p; name=n; boundary=b; type=t",
-       "a/b; type=\"t\";\r\n\tboundary=\"b\";\r\n\tname=\"n\";\r\n\tprotocol=\"p\";\r\n\t"
-       "micalg=sha1;\r\n\tsmime-type=s"},
-      {"image/gif; charset=utf-8", "image/gif"},  // only text carries a charset
-      {"multipart/signed; charset=utf-8", "multipart/signed; charset=\"utf-8\""},
-      {"message/rfc822; charset=utf-8", "message/rfc822; charset=\"utf-8\""},
-      {"a/b; name*=utf-8''%C3%BC%20%22.txt", "a/b;\r\n\tname*=utf-8''%C3%BC%20%22.txt"},
-  };
+  const auto rows = test_support::rows<2>(ROWS "/header.txt", "content types");
   for (const auto& [given, value] : rows) EXPECT_EQ(parseContentType(given).format(), value);
   // Nothing breaks out of a parameter or of the line.
   ContentType evil = ContentType::ofType("a/b\r\nBcc: x; y");
@@ -109,22 +70,7 @@ TEST(ContentType, IsWrittenInOneWay) {
 }
 
 TEST(ContentType, ReadsTheNamesThatOthersWrite) {
-  const std::pair<std::string_view, std::string_view> rows[] = {
-      {"a/b; name=plain.txt", "plain.txt"},
-      {"a/b; name=\"q\\\"uo;ted\"", "q\"uo;ted"},
-      {"a/b; name*=iso-8859-1'de'%FC.txt", "\xC3\xBC.txt"},
-      {"a/b; name*1*=%BC.txt; name*0*=utf-8''%C3", "\xC3\xBC.txt"},
-      {"a/b; name*0=\"one \"; name*1=two", "one two"},
-      {"a/b; name=  \" lead.txt \" ;x=y", " lead.txt "},
-      {"a/b; name=fallback; name*=utf-8''%C3%BC", "\xC3\xBC"},
-      {"a/b; name*0=no; name*=utf-8''%C3%BC; name*1=ne", "\xC3\xBC"},
-      {"a/b; name=x; name*0=\"val\"; name*1=\"ue2\"; name*x=y", "value2"},
-      {"a/b; name=x; name*1=lost", "x"},
-      {"a/b; name=\"=?utf-8?B?w7w=?=\"", "\xC3\xBC"},
-      {"a/b; name*=utf-8''a%0D%0ABcc: x", "aBcc: x"},
-      {"a/b; name", ""},
-      {"a/b; name=\"open", "open"},
-  };
+  const auto rows = test_support::rows<2>(ROWS "/header.txt", "names in content types");
   for (const auto& [value, name] : rows) EXPECT_EQ(parseContentType(value).name, name) << value;
 }
 

@@ -6,7 +6,7 @@
 #include <stdexcept>
 
 #include "base/text.h"
-#include "tests/support/text_file.h"
+#include "tests/support/rows.h"
 
 namespace kelvado {
 namespace {
@@ -89,20 +89,6 @@ const std::map<std::string, Call> kCalls = {
     {"VerifySmtpLogin", [](KvMailMan& m, KvEmail&, Value) { return m.VerifySmtpLogin(); }},
 };
 
-std::string unescaped(const std::string& line) {
-  std::string bytes;
-  for (std::size_t i = 0; i < line.size(); ++i) {
-    const char next = line[i] == '\\' && i + 1 < line.size() ? line[++i] : '\0';
-    if (next == 'x') {
-      bytes += static_cast<char>(std::stoi(line.substr(i + 1, 2), nullptr, 16));
-      i += 2;
-    } else {
-      bytes += next == 'r' ? '\r' : next == 'n' ? '\n' : next != '\0' ? next : line[i];
-    }
-  }
-  return bytes;
-}
-
 // Takes the first word off.
 std::string takeWord(std::string& line) {
   const std::string word = line.substr(0, line.find(' '));
@@ -119,22 +105,12 @@ bool isAction(const std::string& line) {
 
 using Lines = std::vector<std::string>;
 
-// That are neither empty nor comments.
-Lines linesOf(const std::string& text) {
-  Lines lines;
-  std::istringstream list(text);
-  for (std::string line; std::getline(list, line);) {
-    if (line.ends_with('\r')) line.pop_back();
-    if (!line.empty() && line[0] != '#') lines.push_back(line);
-  }
-  return lines;
-}
-
 const std::map<std::string, Lines>& phrases() {
   static const std::map<std::string, Lines> all = [] {
     std::map<std::string, Lines> read;
     std::string word;
-    for (const std::string& line : linesOf(test_support::readBytes(kFolder + "/phrases.txt"))) {
+    for (const std::string& line :
+         test_support::linesOf(test_support::readBytes(kFolder + "/phrases.txt"))) {
       if (line.starts_with("== "))
         word = line.substr(3);
       else
@@ -180,13 +156,13 @@ const typename Map::mapped_type& named(const Map& map, const std::string& name) 
 std::vector<Conversation> readConversations(const std::string& text) {
   std::vector<Conversation> conversations;
   Lines common;
-  for (const std::string& line : linesOf(text)) {
+  for (const std::string& line : test_support::linesOf(text)) {
     if (line.starts_with("== ")) {
       conversations.push_back({line.substr(3), common, {}});
     } else if (conversations.empty()) {
-      common.push_back(unescaped(line));
+      common.push_back(test_support::unescaped(line));
     } else if (Conversation& current = conversations.back(); isAction(line)) {
-      current.actions.push_back(unescaped(line));
+      current.actions.push_back(test_support::unescaped(line));
     } else {
       if (current.connections.empty() || line == "new connection") {
         current.connections.emplace_back();
