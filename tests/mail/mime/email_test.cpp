@@ -7,6 +7,7 @@
 
 #include <gtest/gtest.h>
 
+#include "base/text.h"
 #include "mail/mime/cls_email.h"
 #include "mail/mime/kv_email.h"
 #include "platform/system/files.h"
@@ -33,8 +34,13 @@ std::string masked(const char* mime) {
   return std::regex_replace(text, std::regex("-----_kelvado_[0-9a-f_.]{26}_\\."), "B.");
 }
 
-// What every message begins with.
-const std::string kHead = "MIME-Version: 1.0\r\nDate: D\r\nMessage-ID: <MID>\r\n";
+// A file of messages/, with the line ends of mail.
+std::string message(const std::string& name) {
+  std::string text;
+  base::appendWithCrLf(test_support::readBytes(MESSAGES "/" + name + ".eml"), text);
+  EXPECT_FALSE(text.empty()) << name;
+  return text;
+}
 
 TEST(KvEmail, WarningMail) {
   Utf8Email email;
@@ -45,14 +51,7 @@ TEST(KvEmail, WarningMail) {
   email.AddBcc("", "blind@example.org");
   email.put_Subject("Ihr Kennwort l\xC3\xA4uft ab");
   email.put_Body("Joe,\n.\r\nyour password expires in 5 days.\r\n");
-  EXPECT_EQ(masked(email.GetMime()),
-            kHead +
-                "Content-Type: text/plain; charset=\"utf-8\"\r\n"  // from the subject
-                "Content-Transfer-Encoding: 7bit\r\nX-Priority: 1\r\n"
-                "From: \"Help Desk\" <help@example.org>\r\nReturn-Path: help@example.org\r\n"
-                "To: \"joe@example.org\" <joe@example.org>,\r\n k@x.org,\r\n \"L, M\" <l@x.org>\r\n"
-                "Subject: =?utf-8?Q?Ihr_Kennwort_l=C3=A4uft_ab?=\r\n\r\n"
-                "Joe,\r\n.\r\nyour password expires in 5 days.");
+  EXPECT_EQ(masked(email.GetMime()), message("warning"));
 }
 
 TEST(KvEmail, ReportMail) {
@@ -65,21 +64,7 @@ TEST(KvEmail, ReportMail) {
   email.AddTo("admin@example.org", "admin@example.org");
   email.put_Subject("Norvyn Password Expiration Report");
   email.SetHtmlBody("<html><img src=images/logo.gif>\n<td>J\xC3\xB6rg</td></html>");
-  EXPECT_EQ(masked(email.GetMime()),
-            kHead +
-                "Content-Type: multipart/mixed;\r\n\tboundary=\"B.MIX\"\r\n"
-                "Content-Transfer-Encoding: 7bit\r\nX-Priority: 1\r\n"
-                "From: help@example.org\r\nReturn-Path: help@example.org\r\n"
-                "To: \"admin@example.org\" <admin@example.org>\r\n"
-                "Subject: Norvyn Password Expiration Report\r\n\r\n"
-                "--B.MIX\r\nContent-Type: multipart/related;\r\n\tboundary=\"B.REL\"\r\n\r\n"
-                "--B.REL\r\nContent-Type: text/html; charset=\"utf-8\"\r\n"
-                "Content-Transfer-Encoding: quoted-printable\r\n\r\n"
-                "<html><img src=3Dimages/logo.gif>\r\n<td>J=C3=B6rg</td></html>\r\n"
-                "--B.REL\r\nContent-Type: image/gif\r\nContent-Transfer-Encoding: base64\r\n"
-                "Content-Disposition: inline; filename=\"images/logo.gif\"\r\n"
-                "Content-Location: images/logo.gif\r\n\r\n"
-                "R0lGODlhDQoKAQ==\r\n--B.REL--\r\n--B.MIX--\r\n");
+  EXPECT_EQ(masked(email.GetMime()), message("report"));
 }
 
 TEST(KvEmail, BouncesGoToTheFirstSenderUnlessTold) {
@@ -323,12 +308,7 @@ TEST(KvEmail, ReplacesPatternsInTheTextsOfTheCopyOnly) {
 
 TEST(KvEmail, RepliesAndForwards) {
   Utf8Email original;
-  original.SetFromMimeText(
-      "From: Ann <ann@x.org>\r\nTo: Bob <bob@x.org>, c@x.org\r\nSubject: Plan\r\n"
-      "Message-ID: <1@x>\r\nReferences: <0@x>\r\nDate: D\r\n"
-      "Content-Type: multipart/mixed; boundary=b\r\n\r\n"
-      "--b\r\n\r\nline 1\r\n> old\r\n--b\r\nContent-Type: text/plain; name=a.txt\r\n"
-      "Content-Disposition: attachment; filename=a.txt\r\n\r\ndata\r\n--b--\r\n");
+  original.SetFromMimeText(message("original").c_str());
   const auto reply = original.CreateReply();
   EXPECT_STREQ(reply->GetTo(), "\"Ann\" <ann@x.org>");
   EXPECT_STREQ(reply->GetHeaderField("From"), "\"Bob\" <bob@x.org>");
@@ -351,11 +331,7 @@ TEST(KvEmail, RepliesAndForwards) {
 
 TEST(KvEmail, ChangesTheTextsOfOthersInTheirPlaces) {
   Utf8Email email;
-  email.SetFromMimeText(
-      "Content-Type: multipart/signed; boundary=b\r\n\r\n--b\r\n"
-      "Content-Type: multipart/mixed; boundary=c\r\n\r\n--c\r\n\r\nP\r\n"
-      "--c\r\nContent-Type: text/html\r\n\r\nH\r\n--c--\r\n"
-      "--b\r\nContent-Type: a/signature\r\n\r\ns\r\n--b--");
+  email.SetFromMimeText(message("signed").c_str());
   const auto forward = email.CreateForward();
   EXPECT_TRUE(std::string(forward->GetPlainTextBody()).ends_with("\r\nP"));
   EXPECT_TRUE(std::string(forward->GetHtmlBody()).ends_with("\r\nH"));

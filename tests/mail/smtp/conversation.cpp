@@ -62,7 +62,6 @@ const std::map<std::string, Set> kSets = {
        email.put_Utf8(true);
      }},
     {"From", [](KvMailMan&, KvEmail& email, Value value) { email.put_From(value.c_str()); }},
-    {"To", [](KvMailMan&, KvEmail& email, Value value) { email.AddTo("", value.c_str()); }},
     {"Cc", [](KvMailMan&, KvEmail& email, Value value) { email.AddCC("", value.c_str()); }},
     {"Bcc", [](KvMailMan&, KvEmail& email, Value value) { email.AddBcc("", value.c_str()); }},
 };
@@ -70,11 +69,11 @@ const std::map<std::string, Set> kSets = {
 const std::map<std::string, Call> kCalls = {
     {"SendEmail", [](KvMailMan& m, KvEmail& email, Value) { return m.SendEmail(email); }},
     {"SendBundle",
-     [](KvMailMan& m, KvEmail& email, Value) {
-       return m.SendBundle({&email, &email});
+     [](KvMailMan& m, KvEmail& e, Value) {
+       return m.SendBundle({&e, &e});
      }},
-    {"SendMime", [](KvMailMan& m, KvEmail&,
-                    Value from) { return m.SendMime(from.c_str(), "to@site.example", "A: b"); }},
+    {"SendMime",  // the value is the sender
+     [](KvMailMan& m, KvEmail&, Value v) { return m.SendMime(v.c_str(), "to@x.example", "A: b"); }},
     {"SendToDistributionList",
      [](KvMailMan& m, KvEmail& email, Value list) {
        std::istringstream commas(list);
@@ -139,17 +138,49 @@ void addSteps(std::string line, Lines& steps) {
   }
 }
 
-std::string replaced(std::string text, const char* name, const std::string& value) {
-  base::replaceAll(text, name, value);
-  return text;
-}
-
 template <class Map>
 const typename Map::mapped_type& named(const Map& map, const std::string& name) {
   const auto found = map.find(name);
   if (found == map.end()) throw std::out_of_range("conversations cannot say " + name);
   return found->second;
 }
+
+struct Client {
+  KvMailMan mailMan;
+  KvEmail email;
+  bool hasCalled = false;
+  std::string log;         // of the last call
+  std::size_t logged = 0;  // up to here its texts were found
+
+  void called(bool any) {
+    hasCalled = hasCalled || any;
+    log = mailMan.LastErrorText();
+    logged = 0;
+    EXPECT_THAT(log, Not(HasSubstr("secret")));
+    EXPECT_THAT(log, Not(HasSubstr("c2VjcmV0")));
+  }
+
+  void perform(std::string action) {
+    const std::string kind = takeWord(action);
+    if (kind == "log") {
+      const std::size_t at = log.find(action, logged);
+      ASSERT_NE(at, std::string::npos) << log;
+      logged = at + action.size();
+    } else if (kind == "unlogged") {
+      EXPECT_THAT(log, Not(HasSubstr(action)));
+    } else if (kind != "last") {
+      const std::string name = takeWord(action);
+      if (kind == "set") {
+        named(kSets, name)(mailMan, email, action);
+      } else if (kind == "field") {
+        email.AddHeaderField(name.c_str(), action.c_str());
+      } else {
+        EXPECT_EQ(named(kCalls, name)(mailMan, email, action), kind == "succeeds");
+        called(true);
+      }
+    }
+  }
+};
 
 }  // namespace
 
@@ -207,49 +238,26 @@ ScriptedSmtpServer::Record converse(const Conversation& conversation, const Begi
   SCOPED_TRACE(conversation.title);
   const Lines scripts = scriptsOf(conversation);
   ScriptedSmtpServer server(scripts, handshake);
-  Lines lastHeard;
   {
-    KvMailMan mailMan;
-    KvEmail email;
-    setUp(mailMan, email, server, conversation);
-    bool called = begin != nullptr;
-    if (begin) begin(mailMan, email);
-    std::string log = mailMan.LastErrorText();
-    std::size_t logged = 0;
-    for (std::string rest : conversation.actions) {
-      SCOPED_TRACE(rest);
-      rest = replaced(replaced(rest, "{port}", std::to_string(server.port())), "{data}", kFolder);
-      const std::string kind = takeWord(rest);
-      if (kind == "log") {
-        const std::size_t at = log.find(rest, logged);
-        EXPECT_NE(at, std::string::npos) << log;
-        logged = at == std::string::npos ? logged : at + rest.size();
-      } else if (kind == "unlogged") {
-        EXPECT_THAT(log, Not(HasSubstr(rest)));
-      } else if (kind == "last") {
-        lastHeard.push_back(rest + "\r\n");
-      } else {
-        const std::string name = takeWord(rest);
-        if (kind == "set") {
-          named(kSets, name)(mailMan, email, rest);
-        } else if (kind == "field") {
-          email.AddHeaderField(name.c_str(), rest.c_str());
-        } else {
-          EXPECT_EQ(named(kCalls, name)(mailMan, email, rest), kind == "succeeds");
-          log = mailMan.LastErrorText();
-          logged = 0;
-          called = true;
-        }
-      }
-      EXPECT_THAT(log, Not(HasSubstr("secret")));
-      EXPECT_THAT(log, Not(HasSubstr("c2VjcmV0")));
+    Client client;
+    setUp(client.mailMan, client.email, server, conversation);
+    if (begin) begin(client.mailMan, client.email);
+    client.called(begin != nullptr);
+    for (std::string action : conversation.actions) {
+      SCOPED_TRACE(action);
+      base::replaceAll(action, "{port}", std::to_string(server.port()));
+      base::replaceAll(action, "{data}", kFolder);
+      client.perform(action);
     }
-    EXPECT_TRUE(called) << "nothing is called";
+    EXPECT_TRUE(client.hasCalled) << "nothing is called";
   }
   const ScriptedSmtpServer::Record& record = server.finish();
   EXPECT_THAT(record.surprises, testing::IsEmpty());
   EXPECT_EQ(record.connections, scripts.size());
-  for (const std::string& line : lastHeard) EXPECT_THAT(record.inTheClear, testing::EndsWith(line));
+  for (const std::string& action : conversation.actions) {
+    if (!action.starts_with("last ")) continue;
+    EXPECT_THAT(record.inTheClear, testing::EndsWith(action.substr(5) + "\r\n"));
+  }
   return record;
 }
 
