@@ -17,7 +17,7 @@ import site_files
 import wine_prefix
 from postfix_mail import PostfixMail
 from rig import PROGRAM, WAIT_SECONDS, WINDOWS, wait_until
-from sample_site import REFUSED
+from sample_site import REFUSED, comparable
 from site_files import ADMIN_MAIL, person, site_registry
 
 SERVICE = "NRVPasswordExpiration"
@@ -36,36 +36,7 @@ USERS = {name: sample_site.USERS[name] for name in (
 
 # Every call of a pass that differs from the others; how often and in which order is the same on every
 # system, and tested there.
-CALLS = """
-ADsGetObject LDAP://RootDse as IADs
-Get DefaultNamingContext
-ADsGetObject LDAP://DC=site,DC=example as IDirectorySearch
-SetSearchPreference 5 type=7 value=2
-SetSearchPreference 7 type=7 value=100000
-ExecuteSearch (&(objectCategory=person)(objectClass=user)(!userAccountControl:1.2.840.113556.1.4.803:=2)) of 1: samAccountName
-GetNextRow
-GetColumn
-ADsGetLastError 512 512 -> 234
-ADsGetLastError 512 512 -> 0
-NetUserModalsGet server=null level=0
-NetApiBufferFree 0 left
-ADsOpenObject LDAP://rootDSE user=null password=null flags=1 as IADs
-Get defaultNamingContext
-ADsOpenObject LDAP://DC=site,DC=example user=null password=null flags=1 as IDirectorySearch
-NetUserGetInfo server=null level=3 user=NAME -> 0
-ExecuteSearch (&(objectCategory=user)(samAccountName=NAME)) of 1: ADsPath
-ADsOpenObject LDAP://CN=NAME,DC=site,DC=example user=null password=null flags=1 as IADs
-QueryInterface IADsUser
-properties
-NetUserSetInfo server=null level=3 user=expired expired=5 password=null buffer=read
-""".split("\n")[1:-1]
-
-
-def comparable(text):
-    """Without what depends on when it was written."""
-    text = re.sub(r"[ \d]\d/[ \d]\d/\d{4} [ \d]\d:\d\d:\d\d", "TIME", text)
-    text = re.sub(r"(days, )\d\d:\d\d:\d\d", r"\1CLOCK", text)
-    return re.sub(r"uptime \(in seconds\): \d+", "uptime", text)
+CALLS = (pathlib.Path(__file__).parent / "wine/calls_of_a_pass.txt").read_text().splitlines()
 
 
 class Machine(unittest.TestCase):
@@ -149,11 +120,8 @@ class FirstPassTest(Machine):
     @staticmethod
     def pass_on_this_system(folder, keys):
         folder.mkdir()
-        (folder / "site.reg").write_bytes(site_files.registry_file(keys))
-        (folder / "domain.ldif").write_text(site_files.domain_ldif(USERS.values()))
         (folder / "NorvynExpirationEmail.html").write_text(TEMPLATE)
-        subprocess.run([PROGRAM, "run", "--registry", folder / "site.reg", "--work-dir", folder,
-                        "--directory", f"ldif:{folder / 'domain.ldif'}"],
+        subprocess.run([PROGRAM, "run", *site_files.write_site(folder, USERS.values(), keys)],
                        timeout=WAIT_SECONDS, capture_output=True, check=False)
         return folder
 
@@ -276,10 +244,9 @@ class CodePageTest(unittest.TestCase):
                 shutil.copy(WINDOWS / "console/pwlapse.exe", folder)
                 done = windows.run("pwlapse.exe", "demo", "--work-dir", "demo", cwd=folder)
                 self.assertEqual(done.returncode, 0, done.stdout)
-                (folder / "domain.ldif").write_text(site_files.domain_ldif(
-                    [person("warned", 53), person(text + "-refused", 53, mail=REFUSED)]), "utf-8")
-                (folder / "site.reg").write_bytes(site_files.registry_file(site_registry(
-                    mail.port, emailSubject=text, emailCustomMsg=f"{text}\\\\{text}", emailAdminReports=0)))
+                users = person("warned", 53), person(text + "-refused", 53, mail=REFUSED)
+                site_files.write_site(folder, users, site_registry(
+                    mail.port, emailSubject=text, emailCustomMsg=f"{text}\\\\{text}", emailAdminReports=0))
                 done = windows.run("pwlapse.exe", "run", "--registry", "site.reg", "--directory",
                                    "ldif:domain.ldif", cwd=folder)
                 self.assertIn(f"FAILED: mail to {text}-refused", done.stdout.decode(code_page))

@@ -1,25 +1,16 @@
 // An activeds.dll that answers from an LDIF file and records what it was asked, for systems without
 // a domain. Methods that the service has no use for are not there: a call of one ends it.
-#include <memory>
-#include <string>
 
 // The interfaces as tables of functions, so that only those need writing that are called.
 #define CINTERFACE
 #include <windows.h>
 #include <activeds.h>
 
-#include "platform/directory/directory_access.h"
 #include "tests/e2e/wine/recorded_domain.h"
 
-#define EXPORTED extern "C" __declspec(dllexport)
+using namespace stand_in;
 
 namespace {
-
-using stand_in::begin;
-using stand_in::domain;
-using stand_in::record;
-using stand_in::shown;
-using stand_in::utf16;
 
 constexpr int kRowsOfAPage = 4;
 
@@ -87,7 +78,7 @@ ULONG STDMETHODCALLTYPE release(Interface* self) {
 HRESULT STDMETHODCALLTYPE queryEntry(IADsUser* self, REFIID id, void** out) {
   auto* entry = static_cast<Entry*>(self);
   *out = nullptr;
-  if (!begin("QueryInterface", " " + nameOf(id)) || !IsEqualGUID(id, IID_IADsUser)) {
+  if (!begin("QueryInterface", " ", nameOf(id)) || !IsEqualGUID(id, IID_IADsUser)) {
     return E_NOINTERFACE;
   }
   const HRESULT status = hresult(entry->content->queryUser(entry->user));
@@ -98,7 +89,7 @@ HRESULT STDMETHODCALLTYPE queryEntry(IADsUser* self, REFIID id, void** out) {
 }
 
 HRESULT STDMETHODCALLTYPE getProperty(IADsUser* self, BSTR name, VARIANT* value) {
-  if (!begin("Get", " " + shown(name))) return E_FAIL;
+  if (!begin("Get", " ", name)) return E_FAIL;
   std::u16string text;
   const HRESULT status = hresult(static_cast<Entry*>(self)->content->get(utf16(name), text));
   if (FAILED(status)) return status;
@@ -123,11 +114,7 @@ HRESULT STDMETHODCALLTYPE setPreference(IDirectorySearch* self, PADS_SEARCHPREF_
   for (DWORD i = 0; i < count; ++i) {
     const DWORD which = preferences[i].dwSearchPref;
     const DWORD type = preferences[i].vValue.dwType, value = preferences[i].vValue.Integer;
-    if (!begin("SetSearchPreference", " " + std::to_string(which) +
-                                          " type=" + std::to_string(type) +
-                                          " value=" + std::to_string(value))) {
-      return E_FAIL;
-    }
+    if (!begin("SetSearchPreference", " ", which, " type=", type, " value=", value)) return E_FAIL;
     if (which == ADS_SEARCHPREF_SEARCH_SCOPE) {
       search->content->setScope(static_cast<platform::SearchScope>(value));
     } else {
@@ -140,10 +127,7 @@ HRESULT STDMETHODCALLTYPE setPreference(IDirectorySearch* self, PADS_SEARCHPREF_
 HRESULT STDMETHODCALLTYPE execute(IDirectorySearch* self, LPWSTR filter, LPWSTR* names, DWORD count,
                                   PADS_SEARCH_HANDLE handle) {
   auto* search = static_cast<Search*>(self);
-  if (!begin("ExecuteSearch",
-             " " + shown(filter) + " of " + std::to_string(count) + ": " + shown(names[0]))) {
-    return E_FAIL;
-  }
+  if (!begin("ExecuteSearch", " ", filter, " of ", count, ": ", names[0])) return E_FAIL;
   auto rows = std::make_unique<Rows>();
   rows->paged = search->paged;
   const HRESULT status =
@@ -192,70 +176,64 @@ HRESULT STDMETHODCALLTYPE closeRows(IDirectorySearch*, ADS_SEARCH_HANDLE handle)
   return S_OK;
 }
 
-HRESULT openSearch(LPCWSTR path, DWORD flags, void** out) {
-  static IDirectorySearchVtbl table{};
-  table.AddRef = addReference<Search, IDirectorySearch>;
-  table.Release = release<Search, IDirectorySearch>;
-  table.SetSearchPreference = setPreference;
-  table.ExecuteSearch = execute;
-  table.GetNextRow = nextRow;
-  table.GetColumn = getColumn;
-  table.FreeColumn = freeColumn;
-  table.CloseSearchHandle = closeRows;
-  std::unique_ptr<platform::DirectorySearch> content;
-  const HRESULT status = hresult(domain().openSearch(utf16(path), flags, content));
+// Puts what `openContent` of the domain gives behind an interface with these functions.
+template <class Object, class Content, class Functions>
+HRESULT open(const char* kind, Functions& functions, LPCWSTR path, DWORD flags, void** out,
+             platform::HResult (platform::SnapshotDirectory::*openContent)(
+                 const std::u16string&, std::uint32_t, std::unique_ptr<Content>&)) {
+  std::unique_ptr<Content> content;
+  const HRESULT status = hresult((domain().*openContent)(utf16(path), flags, content));
   if (FAILED(status)) return status;
-  auto* search = new Search("search", std::move(content));
-  search->lpVtbl = &table;
-  *out = search;
+  auto* object = new Object(kind, std::move(content));
+  object->lpVtbl = &functions;
+  *out = object;
   return status;
 }
 
-HRESULT openEntry(LPCWSTR path, DWORD flags, void** out) {
-  static IADsUserVtbl table{};
-  table.QueryInterface = queryEntry;
-  table.AddRef = addReference<Entry, IADsUser>;
-  table.Release = release<Entry, IADsUser>;
-  table.Get = getProperty;
-  table.get_EmailAddress = userProperty<&platform::DirectoryUser::emailAddress>;
-  table.get_FirstName = userProperty<&platform::DirectoryUser::firstName>;
-  table.get_LastName = userProperty<&platform::DirectoryUser::lastName>;
-  std::unique_ptr<platform::DirectoryObject> content;
-  const HRESULT status = hresult(domain().openObject(utf16(path), flags, content));
-  if (FAILED(status)) return status;
-  auto* entry = new Entry("object", std::move(content));
-  entry->lpVtbl = &table;
-  *out = entry;
-  return status;
-}
-
-HRESULT open(const char* call, const std::string& how, LPCWSTR path, DWORD flags, REFIID id,
-             void** out) {
-  *out = nullptr;
-  if (!begin(call, " " + shown(path) + how + " as " + nameOf(id))) return E_FAIL;
-  const bool isSearch = IsEqualGUID(id, IID_IDirectorySearch);
-  return isSearch ? openSearch(path, flags, out) : openEntry(path, flags, out);
+HRESULT open(LPCWSTR path, DWORD flags, REFIID id, void** out) {
+  static IDirectorySearchVtbl search{};
+  search.AddRef = addReference<Search, IDirectorySearch>;
+  search.Release = release<Search, IDirectorySearch>;
+  search.SetSearchPreference = setPreference;
+  search.ExecuteSearch = execute;
+  search.GetNextRow = nextRow;
+  search.GetColumn = getColumn;
+  search.FreeColumn = freeColumn;
+  search.CloseSearchHandle = closeRows;
+  static IADsUserVtbl entry{};
+  entry.QueryInterface = queryEntry;
+  entry.AddRef = addReference<Entry, IADsUser>;
+  entry.Release = release<Entry, IADsUser>;
+  entry.Get = getProperty;
+  entry.get_EmailAddress = userProperty<&platform::DirectoryUser::emailAddress>;
+  entry.get_FirstName = userProperty<&platform::DirectoryUser::firstName>;
+  entry.get_LastName = userProperty<&platform::DirectoryUser::lastName>;
+  using platform::SnapshotDirectory;
+  return IsEqualGUID(id, IID_IDirectorySearch)
+             ? open<Search>("search", search, path, flags, out, &SnapshotDirectory::openSearch)
+             : open<Entry>("object", entry, path, flags, out, &SnapshotDirectory::openObject);
 }
 
 }  // namespace
 
 EXPORTED HRESULT WINAPI ADsOpenObject(LPCWSTR path, LPCWSTR user, LPCWSTR password, DWORD flags,
                                       REFIID id, void** out) {
-  const std::string how =
-      " user=" + shown(user) + " password=" + shown(password) + " flags=" + std::to_string(flags);
-  return open("ADsOpenObject", how, path, flags, id, out);
+  *out = nullptr;
+  return begin("ADsOpenObject", " ", path, " user=", user, " password=", password, " flags=", flags,
+               " as ", nameOf(id))
+             ? open(path, flags, id, out)
+             : E_FAIL;
 }
 
 EXPORTED HRESULT WINAPI ADsGetObject(LPCWSTR path, REFIID id, void** out) {
-  return open("ADsGetObject", "", path, 0, id, out);
+  *out = nullptr;
+  return begin("ADsGetObject", " ", path, " as ", nameOf(id)) ? open(path, 0, id, out) : E_FAIL;
 }
 
 EXPORTED HRESULT WINAPI ADsGetLastError(LPDWORD error, LPWSTR text, DWORD textSize, LPWSTR name,
                                         DWORD nameSize) {
-  record("ADsGetLastError " + std::to_string(textSize) + " " + std::to_string(nameSize) + " -> " +
-         std::to_string(lastError));
+  record("ADsGetLastError ", textSize, " ", nameSize, " -> ", lastError);
   *error = lastError;
-  text[0] = L'\0';
-  name[0] = L'\0';
+  *text = *name = L'\0';
   return S_OK;
 }

@@ -1,20 +1,15 @@
 // A netapi32.dll that answers from an LDIF file and records what it was asked, for systems without
 // accounts of a domain.
 #include <set>
-#include <string>
 
 #include <windows.h>
 #include <lm.h>
 
 #include "tests/e2e/wine/recorded_domain.h"
 
-#define EXPORTED extern "C" __declspec(dllexport)
+using namespace stand_in;
 
 namespace {
-
-using stand_in::begin;
-using stand_in::record;
-using stand_in::shown;
 
 // What is not freed stays in here.
 std::set<void*>& buffers() {
@@ -29,20 +24,15 @@ BYTE* newBuffer(const Record& content) {
   return reinterpret_cast<BYTE*>(buffer);
 }
 
-std::string levelAndServer(LPCWSTR server, DWORD level) {
-  return " server=" + shown(server) + " level=" + std::to_string(level);
-}
-
 }  // namespace
 
 EXPORTED NET_API_STATUS WINAPI NetUserGetInfo(LPCWSTR server, LPCWSTR name, DWORD level,
                                               LPBYTE* buffer) {
   *buffer = nullptr;
   platform::UserInfo info;
-  const platform::NetStatus status =
-      stand_in::domain().userInfo(stand_in::utf16(name), info).status;
-  if (!begin("NetUserGetInfo", levelAndServer(server, level) + " user=" + shown(name) + " -> " +
-                                   std::to_string(status))) {
+  const platform::NetStatus status = domain().userInfo(utf16(name), info).status;
+  if (!begin("NetUserGetInfo", " server=", server, " level=", level, " user=", name, " -> ",
+             status)) {
     return NERR_InternalError;
   }
   if (status != NERR_Success) return status;
@@ -59,20 +49,19 @@ EXPORTED NET_API_STATUS WINAPI NetUserSetInfo(LPCWSTR server, LPCWSTR name, DWOR
   const auto* content = reinterpret_cast<const USER_INFO_3*>(buffer);
   platform::UserInfo info;
   info.passwordExpired = content->usri3_password_expired;
-  if (!begin("NetUserSetInfo", levelAndServer(server, level) + " user=" + shown(name) +
-                                   " expired=" + std::to_string(info.passwordExpired) +
-                                   " password=" + shown(content->usri3_password) +
-                                   " buffer=" + (buffers().contains(buffer) ? "read" : "made"))) {
+  if (!begin("NetUserSetInfo", " server=", server, " level=", level, " user=", name,
+             " expired=", info.passwordExpired, " password=", content->usri3_password,
+             " buffer=", buffers().contains(buffer) ? "read" : "made")) {
     return ERROR_ACCESS_DENIED;
   }
-  return stand_in::domain().setUserInfo(stand_in::utf16(name), info).status;
+  return domain().setUserInfo(utf16(name), info).status;
 }
 
 EXPORTED NET_API_STATUS WINAPI NetUserModalsGet(LPCWSTR server, DWORD level, LPBYTE* buffer) {
   *buffer = nullptr;
-  if (!begin("NetUserModalsGet", levelAndServer(server, level))) return NERR_InternalError;
+  if (!begin("NetUserModalsGet", " server=", server, " level=", level)) return NERR_InternalError;
   platform::DomainModals modals;
-  const platform::NetStatus status = stand_in::domain().domainModals(modals);
+  const platform::NetStatus status = domain().domainModals(modals);
   if (status != NERR_Success) return status;
   USER_MODALS_INFO_0 content{};
   content.usrmod0_max_passwd_age = modals.maxPasswordAge;
@@ -83,7 +72,6 @@ EXPORTED NET_API_STATUS WINAPI NetUserModalsGet(LPCWSTR server, DWORD level, LPB
 EXPORTED NET_API_STATUS WINAPI NetApiBufferFree(LPVOID buffer) {
   // Null is allowed, and frees nothing.
   const bool known = buffer == nullptr || buffers().erase(buffer) == 1;
-  record(std::string("NetApiBufferFree ") + (known ? "" : "of an unknown buffer, ") +
-         std::to_string(buffers().size()) + " left");
+  record("NetApiBufferFree ", known ? "" : "of an unknown buffer, ", buffers().size(), " left");
   return NERR_Success;  // the memory stays: a second use would be seen above
 }
