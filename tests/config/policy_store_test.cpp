@@ -45,16 +45,7 @@ TEST_F(PolicyStoreTest, DefinedTakesANameOfTwoCharactersAndDefaultPolicyAppliesT
 }
 
 TEST_F(PolicyStoreTest, EditionCodesStandForTheirOwnKeys) {
-  const std::string base = "Software\\Policies\\Kadro\\PwsentryPro";
-  const std::pair<const char*, std::string> cases[] = {
-      {"PW-SPE", base},
-      {"nrv-spe", base},
-      {"NRV-SPEMS", base + "SPEMS"},
-      {"NRV-MPEMS", base + "MPEMS"},
-      {"NRV-DE", base + "DE"},
-      {"NRV-LE", base + "LE"},
-      {"PW-SPE-MS", kMpe + "PW-SPE-MS"}};  // not an edition code here
-  for (const auto& [name, key] : cases) {
+  for (const auto& [name, key] : test_support::readRows(TEST_DATA "edition_keys.txt")) {
     EXPECT_EQ(read(key, "\"policyName\"=\"found\"", name).policyName, "found") << name;
   }
 }
@@ -78,11 +69,7 @@ TEST_F(PolicyStoreTest, TheMemberServerStoreReplacesWhatWasLoadedAndNeverApplies
 }
 
 TEST_F(PolicyStoreTest, TheIniFileHoldsRulesOnly) {
-  platform::writeWholeFile("pwsentrypro.ini",
-                           "[config]\npolicyName=Old\nmaxPasswordAge=30\nminCharacters=8\n"
-                           "maxLowerChar=9\ncheckUpper=5\napplyNonExpiring=1\ncheckSAP=1\n"
-                           "includeGroups=domain users\nallowedSpecialChar=" +
-                               std::string(120, '!') + "\n");
+  platform::writeWholeFile("pwsentrypro.ini", test_support::readBytes(TEST_DATA "policy.ini"));
   PolicyRecord policy;
   readPolicy(registryWith("Software", ""), policy, "DefaultPolicy", PolicyStore::IniFile);
   EXPECT_EQ(policy.defined, 1);

@@ -15,24 +15,23 @@ constexpr const char* kKey = "Software\\Site";
 class RegistryReaders : public RegistryFixture {};
 
 TEST_F(RegistryReaders, EachHasItsOwnDefaultRule) {
-  auto& registry = registryWith(kKey,
-                                "\"number\"=dword:80000001\n\"zero\"=dword:00000000\n"
-                                "\"text\"=\"7\"\n\"short\"=hex(4):05\n\"long\"=hex(4):1,2,3,4,5\n");
   // What each reader makes of a value: plain, with the default 9, optional.
   const std::tuple<const char*, std::uint32_t, std::uint32_t, std::uint32_t> cases[] = {
-      {"number", 0x80000001, 0x80000001, 0x80000001},
-      {"zero", 0, 0, 0},
-      {"text", 0, 9, kNumberAbsent},
-      {"missing", 0, 9, kNumberAbsent},
-      {"short", 5, 5, 5},
-      {"long", 0, 0, kNumberAbsent},  // a number by its type, but one that cannot be read
+      {"\"value\"=dword:80000001", 0x80000001, 0x80000001, 0x80000001},
+      {"\"value\"=dword:00000000", 0, 0, 0},
+      {"\"value\"=\"7\"", 0, 9, kNumberAbsent},
+      {"\"other\"=dword:00000001", 0, 9, kNumberAbsent},
+      {"\"value\"=hex(4):05", 5, 5, 5},
+      // A number by its type, but one that cannot be read.
+      {"\"value\"=hex(4):1,2,3,4,5", 0, 0, kNumberAbsent},
   };
-  for (const auto& [value, number, withDefault, optional] : cases) {
-    EXPECT_EQ(readNumber(registry, kKey, value), number) << value;
-    EXPECT_EQ(readNumberWithDefault(registry, kKey, value, 9), withDefault) << value;
-    EXPECT_EQ(readOptionalNumber(registry, kKey, value), optional) << value;
+  for (const auto& [line, number, withDefault, optional] : cases) {
+    auto& registry = registryWith(kKey, line);
+    EXPECT_EQ(readNumber(registry, kKey, "value"), number) << line;
+    EXPECT_EQ(readNumberWithDefault(registry, kKey, "value", 9), withDefault) << line;
+    EXPECT_EQ(readOptionalNumber(registry, kKey, "value"), optional) << line;
+    EXPECT_EQ(readNumberWithDefault(registry, "Software\\Missing", "value", 9), 9U);
   }
-  EXPECT_EQ(readNumberWithDefault(registry, "Software\\Missing", "number", 9), 9U);
 }
 
 TEST_F(RegistryReaders, TextsAreReadWholeAndFieldsCut) {

@@ -3,6 +3,7 @@
 #include "config/settings_loader.h"
 
 #include <regex>
+#include <sstream>
 
 #include "config/expiration_settings.h"
 #include "config/settings_dump.h"
@@ -11,6 +12,8 @@
 
 namespace config {
 namespace {
+
+using namespace std::string_literals;
 
 constexpr const char* kPolicies = "Software\\Policies\\Kadro\\";
 
@@ -43,43 +46,26 @@ std::string licence(const std::string& edition, const std::string& regcode = "R"
 }
 
 TEST_F(SettingsLoaderTest, ChoosesTheEditionByMachineAndLicence) {
-  const std::string both = licence("PwsentryProSPEMS") + licence("PwsentryProMPEMS");
-  const struct {
-    std::string registry;
-    const char *osType, *edition, *version;
-    std::uint32_t policyMax;
-  } cases[] = {
-      {machine("winnt") + licence("PwsentryProDE"), "de", "PwsentryProDE", "NRV-DE", 0},
-      {machine("SERVERNT") + licence("PwsentryProMPEMS", ""), "ms", "PwsentryProSPEMS", "", 0},
-      {machine("ServerNT") + licence("PwsentryProSPEMS"), "ms", "PwsentryProSPEMS", "NRV-SPEMS", 0},
-      // Both are licensed: the one tried last wins.
-      {machine("ServerNT") + both, "ms", "PwsentryProMPEMS", "NRV-MPEMS", 2},
-      {machine("LanmanNT") + licence("PwsentryPro"), "dc", "PwsentryPro", "NRV-SPE", 0},
-      {machine("LanmanNT") + licence("PwsentryProMPE"), "dc", "PwsentryProMPE", "NRV-MPE", 5},
-      // A forced kind of machine.
-      {machine("winnt", "DC") + licence("PwsentryProMPE"), "dc", "PwsentryProMPE", "NRV-MPE", 5},
-  };
-  for (const auto& c : cases) {
-    SCOPED_TRACE(c.registry);
-    const ProductSettings settings = load(c.registry);
-    const bool licensed = *c.version != '\0';
-    EXPECT_EQ(settings.osType, c.osType);
-    EXPECT_EQ(settings.keyPath, kPolicies + std::string(c.edition));
-    EXPECT_EQ(settings.version, c.version);
-    EXPECT_EQ(settings.maintCode, licensed ? "M-" + std::string(c.edition) : "");
-    EXPECT_EQ(settings.evaluation, licensed);
-    EXPECT_EQ(settings.policyMax, c.policyMax);
-    EXPECT_EQ(settings.testOS, c.registry.find("testOS") == std::string::npos ? "none" : "dc");
+  for (const auto& [site, expected] : test_support::readRows(TEST_DATA "edition_choices.txt")) {
+    std::istringstream words(site);
+    std::string productType, forced, edition;
+    words >> productType >> forced;
+    std::string values = machine(productType, forced == "-" ? "" : forced);
+    while (words >> edition) values += licence(edition);
+    const ProductSettings s = load(values);
+    std::ostringstream chosen;
+    chosen << s.osType << ' ' << s.keyPath.substr(std::string(kPolicies).size()) << ' ' << s.version
+           << ' ' << s.maintCode << ' ' << s.evaluation << ' ' << s.policyMax << ' ' << s.testOS;
+    EXPECT_EQ(chosen.str(), expected) << site;
+    EXPECT_TRUE(s.keyPath.starts_with(kPolicies));
   }
+  const ProductSettings unlicensed = load(machine("SERVERNT") + licence("PwsentryProMPEMS", ""));
+  EXPECT_EQ(unlicensed.keyPath + unlicensed.version, kPolicies + "PwsentryProSPEMS"s);
   EXPECT_EQ(load(machine("other", "vax")).keyPath, "");
 }
 
 TEST_F(SettingsLoaderTest, ReadsTheSwitchesThatEachLoaderKnows) {
-  const std::string values =
-      "\"regcode\"=\"R\"\n\"debug\"=dword:00000007\n\"dictionarySkipLength\"=dword:00000000\n"
-      "\"noLogRejects\"=dword:00000000\n\"logRejects\"=dword:00000001\n\"logResets\"=\"1\"\n"
-      "\"noReportStatus\"=dword:00000001\n\"skipLength\"=dword:00000014\n"
-      "\"logSkips\"=dword:00000001\n";
+  const std::string values = test_support::readText(TEST_DATA "switches.txt");
   ProductSettings before;
   before.skipLength = 99;
   before.dictionaryDebug = before.callResetScript = true;

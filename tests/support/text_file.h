@@ -40,8 +40,10 @@ inline std::vector<std::pair<std::string, std::string>> readRows(const std::stri
   std::istringstream lines(readBytes(name));
   std::vector<std::pair<std::string, std::string>> rows;
   for (std::string line; std::getline(lines, line);) {
+    if (line.empty() || line.starts_with('#')) continue;
     const std::size_t arrow = line.find(kArrow);
-    if (line.starts_with('#') || arrow == std::string::npos) continue;
+    EXPECT_NE(arrow, std::string::npos) << line;
+    if (arrow == std::string::npos) continue;
     rows.emplace_back(line.substr(0, arrow), line.substr(arrow + kArrow.size()));
   }
   EXPECT_FALSE(rows.empty()) << name;
