@@ -14,16 +14,12 @@ import email
 import email.message
 import email.policy
 import os
-import pathlib
 import pwd
 import shlex
-import string
 import subprocess
 
 from rig import WAIT_SECONDS, Rig, free_port, wait_until
-from site_files import DOMAIN
-
-CONFIGURATION = pathlib.Path(__file__).parent / "postfix"  # templates
+from site_files import DOMAIN, fill_templates
 
 
 @dataclasses.dataclass
@@ -57,9 +53,7 @@ class PostfixMail(Rig):
     def start(self):
         """Returns when the server accepts connections."""
         owner = pwd.getpwnam("nobody")
-        for file in CONFIGURATION.iterdir():
-            (self.folder / file.name).write_text(string.Template(file.read_text()).substitute(
-                self._values, folder=self.folder, uid=owner.pw_uid, gid=owner.pw_gid))
+        fill_templates("postfix", self.folder, uid=owner.pw_uid, gid=owner.pw_gid, **self._values)
         self.folder.chmod(0o755)  # the server's processes run under users of their own
         for name in "queue", "mail":
             (self.folder / name).mkdir()

@@ -28,16 +28,6 @@ _STOP_SECONDS = 10
 _ANY_PWD_LAST_SET = "--controls=local_oid:1.3.6.1.4.1.7165.4.3.20:0"
 _DENY_CHANGE = "(OD;;CR;ab721a53-1e2f-11d0-9819-00aa0040529b;;%s)"
 _CANNOT_CHANGE = f"D:{_DENY_CHANGE % 'PS'}{_DENY_CHANGE % 'WD'}(A;;RPLCLORC;;;AU)"
-_KRB5_CONF = f"""[libdefaults]
-default_realm = {REALM}
-dns_lookup_kdc = false
-[realms]
-{REALM} = {{
-kdc = 127.0.0.1
-}}
-"""
-_SYSTEM_FILES = {"hosts": f"127.0.0.1 {HOST} dc1 localhost\n",
-                 "resolv.conf": "nameserver 127.0.0.1\noptions timeout:2\n"}
 
 
 class SambaAd(Rig):
@@ -47,9 +37,9 @@ class SambaAd(Rig):
         self.ca_file = self.folder / "ca.pem"
         self.environment = dict(os.environ, KRB5CCNAME=f"FILE:{self.folder}/ccache",
                                 KRB5_CONFIG=f"{self.folder}/krb5.conf")
+        site_files.fill_templates("samba", self.folder, realm=REALM, host=HOST)
         # Names of the domain, for the processes among these mounts only.
-        for name, text in _SYSTEM_FILES.items():
-            (self.folder / name).write_text(text)
+        for name in "hosts", "resolv.conf":
             run("mount", "--bind", self.folder / name, f"/etc/{name}")
             self.callback(run, "umount", f"/etc/{name}")
         site_files.make_certificates(self.folder, HOST)
@@ -64,19 +54,12 @@ class SambaAd(Rig):
         # An empty configuration, so that the machine's own has no say.
         empty, dc = self.folder / "empty.conf", self.folder / "dc"
         empty.touch()
-        options = {"interfaces": "lo", "bind interfaces only": "yes", "dns forwarder": "",
-                   "server services": "ldap, kdc, cldap, dns",
-                   "vfs objects": "dfs_samba4 acl_xattr xattr_tdb",
-                   "pid directory": dc, "ncalrpc dir": dc / "ncalrpc", "logging": "file",
-                   "log file": dc / "log", "tls keyfile": self.folder / "host.key",
-                   "tls certfile": self.folder / "host.pem", "tls cafile": self.ca_file,
-                   "ldap server require strong auth": "allow_sasl_over_tls"}
+        options = (self.folder / "smb-options").read_text().splitlines()
         run("samba-tool", "domain", "provision", f"--configfile={empty}", "--server-role=dc",
             f"--realm={REALM}", "--domain=EXAMPLE", f"--adminpass={ADMIN_PASSWORD}",
             "--host-name=dc1", "--host-ip=127.0.0.1", f"--targetdir={dc}", "--use-rfc2307",
-            *(f"--option={name}={value}" for name, value in options.items()))
+            *(f"--option={option}" for option in options))
         self._configuration = dc / "etc/smb.conf"
-        (self.folder / "krb5.conf").write_text(_KRB5_CONF)
 
     def run_server(self):
         log = self.folder / "samba.out"

@@ -1,4 +1,5 @@
 """The users of the site over which whole passes are made, and what becomes of them there."""
+import pathlib
 import re
 
 from site_files import DOMAIN, person
@@ -16,11 +17,7 @@ USERS = {user.name: user for user in (
     person("zo\u00eb.m\u00fcller", 53, given_name="Zo\u00eb", surname="M\u00fcller", mail=f"zoe@{DOMAIN}"),
     person("we(ird)", 53, mail=f"weird@{DOMAIN}"), person("markup", 50, mail=f"<i>m</i>@{DOMAIN}"),
     person("ab", 59), person("PC01$", 59, flags=0x1000, mail=""))}
-LISTS = {
-    "pwsentry_pro_policy1_include.txt": "twice\ndisabled\nPC01$\n",
-    "pwsentry_pro_defaultpolicy_exclude.txt": "LONGPASS\r\nexcluded\r\n",
-    "pwsentry_pro_policy11_include.txt": "longpass\n",
-}
+FILES = pathlib.Path(__file__).parent / "sample_site_files"  # lists and the template
 MAX_AGES = {"twice": 30, "longpass": 180}  # 60 of the others
 EXPIRED = {"expired": 65, "justexpired": 60}
 # By name: whether the report's table of upcoming expirations says that they were e-mailed.

@@ -1,7 +1,9 @@
 """Files that the tests give to programs: a registry, a domain as LDIF, certificates."""
 import base64
 import dataclasses
+import pathlib
 import re
+import string
 import subprocess
 import time
 
@@ -106,6 +108,13 @@ def domain_ldif(users):
     return ldif_record(dn=base, objectClass="domainDNS", maxPwdAge=file_span(42)) + "".join(
         user.ldif(base, _DENY_CHANGE, objectCategory="CN=Person,CN=Schema", pwdLastSet=user.last_set())
         for user in users)
+
+
+def fill_templates(name, folder, **values):
+    """Writes the files of a folder beside this one into `folder`, with a value for each $name; that
+    of $folder is `folder`."""
+    for file in (pathlib.Path(__file__).parent / name).iterdir():
+        (folder / file.name).write_text(string.Template(file.read_text()).substitute(values, folder=folder))
 
 
 def write_site(folder, users, keys):

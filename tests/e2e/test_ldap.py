@@ -8,7 +8,6 @@ import re
 import socket
 import subprocess
 import tempfile
-import threading
 import time
 import unittest
 
@@ -202,25 +201,17 @@ class RealDirectoryTest(unittest.TestCase):
                 self.assertNotIn(samba_ad.ADMIN_PASSWORD, found["error"][0][1])
 
     def test_no_password_goes_over_a_plain_connection(self):
-        received = []
-
-        def refuse_tls(listener):
-            peer, _ = listener.accept()
-            with peer:
-                received.append(peer.recv(4096))
-                peer.sendall(broken_ldap.message(1, broken_ldap.result(0x78, 2)))
-                while data := peer.recv(4096):
-                    received.append(data)
-
         with socket.create_server(("127.0.0.1", 0)) as listener:
-            thread = threading.Thread(target=refuse_tls, args=[listener])
-            thread.start()
             uri = f"ldap://127.0.0.1:{listener.getsockname()[1]}"
-            found = self.probe(uri=uri).run()
-            thread.join()
-        self.assertEqual(found["error"][0][0], DOWN)
-        self.assertIn("the password was not sent", found["error"][0][1])
-        self.assertNotIn(samba_ad.ADMIN_PASSWORD.encode(), b"".join(received))
+            with self.probe(uri=uri).start() as probe:
+                peer, _ = listener.accept()
+                with peer, peer.makefile("rb") as rest:
+                    received = peer.recv(4096)
+                    peer.sendall(broken_ldap.message(1, broken_ldap.result(0x78, 2)))
+                    received += rest.read()
+                output, _ = probe.communicate()
+        self.assertRegex(output, f"^error\t{DOWN}\t.*the password was not sent")
+        self.assertNotIn(samba_ad.ADMIN_PASSWORD.encode(), received)
 
 
 class BrokenServerTest(unittest.TestCase):

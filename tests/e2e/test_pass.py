@@ -5,6 +5,7 @@ import datetime
 import html
 import pathlib
 import re
+import shutil
 import subprocess
 import tempfile
 import unittest
@@ -15,16 +16,11 @@ import sample_site
 import site_files
 from postfix_mail import PostfixMail
 from rig import PROGRAM
-from sample_site import EXPIRED, LISTS, MAX_AGES, REFUSED, UPCOMING, USERS, comparable
+from sample_site import EXPIRED, FILES, MAX_AGES, REFUSED, UPCOMING, USERS, comparable
 from site_files import ADMIN_MAIL, DOMAIN, POLICIES, person
 
 PASS_SECONDS = 120
 TODAY = datetime.date.today
-
-TEMPLATE = """<html><body><p>Dear <%firstName%> <%lastName%>,</p>
-<p>the password of EXAMPLE<%backslash%><%username%> expires in <b><%daysUntilExpiration%></b> days.</p>
-</body></html>
-"""
 
 
 def row_of(*cells):
@@ -79,8 +75,7 @@ class WholePassTest(unittest.TestCase):
         cls.ad.add_users(dataclasses.replace(user, cn=f"User {number}")
                          for number, user in enumerate(USERS.values()))
         cls.site = Site(folder, cls.ad, cls.mail)
-        for name, text in {**LISTS, "NorvynExpirationEmail.html": TEMPLATE}.items():
-            (cls.site.folder / name).write_text(text)
+        shutil.copytree(FILES, folder, dirs_exist_ok=True)
         cls.site.write_registry()
         cls.before = {name: cls.ad.pwd_last_set(name) for name in USERS}
         cls.done = cls.site.run()
