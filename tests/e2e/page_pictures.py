@@ -18,12 +18,7 @@ BROWSER = ["chromium", "--headless", "--no-sandbox", "--disable-gpu", "--disable
            "--disable-sync", "--disable-dev-shm-usage", "--hide-scrollbars",
            "--window-size=900,1500", "--virtual-time-budget=5000", "--dump-dom"]
 
-# Leaves what the tests ask about in the page itself, where --dump-dom shows it.
-PROBE = """<script>addEventListener("load", () => {
-  const images = [...document.images].map(i => [i.getAttribute("src"), i.naturalWidth]);
-  const found = {title: document.title, text: document.body.innerText, images};
-  document.documentElement.setAttribute("data-found", JSON.stringify(found));
-});</script>"""
+PROBE = ROOT / "tests/e2e/page_probe.html"  # added to each page
 
 
 @dataclasses.dataclass
@@ -41,7 +36,7 @@ def look_at(page, name):
         copy = pathlib.Path(folder) / "page.html"
         # Relative references lead from the copy to where the page is.
         base = f'<base href="{page.parent.as_uri()}/">'.encode()
-        copy.write_bytes(base + page.read_bytes() + PROBE.encode())
+        copy.write_bytes(base + page.read_bytes() + PROBE.read_bytes())
         done = subprocess.run(
             [*BROWSER, f"--user-data-dir={folder}/profile", f"--screenshot={PICTURES}/{name}.png",
              copy.as_uri()], capture_output=True, timeout=BROWSER_SECONDS, text=True)
