@@ -1,6 +1,5 @@
 // The address parser, on what people and programs write and on what attackers do.
 #include <string>
-#include <utility>
 #include <vector>
 
 #include <gtest/gtest.h>
@@ -36,18 +35,8 @@ TEST(ParseAddressList, ReadsListsAndGroups) {
 }
 
 TEST(SendableAddress, RefusesWhatCouldBreakOut) {
-  for (const std::string_view address :
-       {"joe@x.org", "o'brien+tag@x-y.org", "\"john doe\"@x.org", "\"a@b\"@x.org", "j@[192.0.2.1]",
-        "\xC3\xB6@\xC3\xB6.org", "C=US;O=Unit;CN=Joe Doe", "/C=US/O=Unit/"}) {
-    EXPECT_TRUE(isSendableAddress(address)) << address;
-  }
-  using namespace std::string_literals;
-  for (const std::string& address :
-       {""s, "none"s, "@x.org"s, "joe@"s, "a@b@x.org"s, "a b@x.org"s, "a@x.org b"s, "a@x,b@x"s,
-        "a;b@x"s, "<joe@x.org>"s, "u@x>\r\nRCPT TO:<evil@x"s, "joe@x.org\n"s, "joe@x.org\0"s,
-        "\xF6@x.org"s, "\"a\"b\"@x.org"s, "\"a\\\"@x.org"s, "joe@[x"s,
-        "SPC=1"s /* no element of X.400 */, std::string(1000, 'a') + "@x.org"}) {
-    EXPECT_FALSE(isSendableAddress(address)) << address;
+  for (const auto& [sendable, address] : test_support::rows<2>(ROWS "/address.txt", "sendable")) {
+    EXPECT_EQ(isSendableAddress(address), sendable == "yes") << address;
   }
 }
 

@@ -1,10 +1,8 @@
 // Base64, quoted-printable, encoded words, uuencode and the names of charsets: bytes that other
 // programs must read.
-#include <map>
 #include <string>
 #include <tuple>
 #include <utility>
-#include <vector>
 
 #include <gtest/gtest.h>
 
@@ -114,29 +112,14 @@ TEST(Uu, WritesAndReadsWhatOthersDo) {
 }
 
 TEST(CharsetNaming, NamesCodePagesAndUnderstandsAliases) {
-  const std::pair<std::uint32_t, std::string_view> written[] = {
-      {1201, "unicodefffe"},   {1200, "unicode"},      {65001, "utf-8"},    {50220, "iso-2022-jp"},
-      {50222, "iso-2022-jp"},  {50221, "csiso2022jp"}, {51932, "euc-jp"},   {20932, "euc-jp"},
-      {949, "ks_c_5601-1987"}, {37, "ibm037"},         {65006, "utf-32be"}, {0, "none"},
-      {65007, "none"},         {28600, "none"},
-  };
-  for (const auto& [codePage, name] : written) {
+  const std::string file = ROWS "/encodings.txt";
+  for (const auto& [codePage, name] : test_support::rows<2>(file, "charset names written")) {
     StringBuffer text("none");
-    EXPECT_EQ(CharsetNaming::getName(codePage, text), name != "none") << codePage;
+    EXPECT_EQ(CharsetNaming::getName(std::stoi(codePage), text), name != "none") << codePage;
     EXPECT_EQ(text.view(), name);
   }
-  const std::map<std::uint32_t, std::vector<std::string_view>> read = {
-      {65001, {"UTF-8", "utf8"}}, {28591, {" iso_8859-1 ", "latin1"}},
-      {28605, {"ISO8859-15"}},    {28600, {"iso-8859-10", "latin6"}},
-      {28604, {"ISO_8859-14"}},   {28606, {"latin10"}},
-      {51932, {"euc-jp"}},        {932, {"Shift_JIS"}},
-      {1252, {"cp1252"}},         {1251, {"x-cp1251"}},
-      {1250, {"windows-1250"}},   {949, {"ks_c_5601-1987", "euc-kr"}},
-      {936, {"cp-936"}},          {20127, {"ANSI_X3.4-1968"}},
-      {50220, {"iso-2022-jp"}},   {0, {"", "cp", "cp99999", "cp12x", "nonsense"}},
-  };
-  for (const auto& [codePage, names] : read) {
-    for (const auto name : names) EXPECT_EQ(CharsetNaming::getCodePage(name), codePage) << name;
+  for (const auto& [codePage, name] : test_support::rows<2>(file, "charset names read")) {
+    EXPECT_EQ(std::to_string(CharsetNaming::getCodePage(name)), codePage) << name;
   }
 }
 

@@ -1,6 +1,5 @@
 // Header fields on the wire, and the values that a message is given: dates, identifiers, types.
 #include <algorithm>
-#include <array>
 #include <string>
 #include <tuple>
 #include <vector>
@@ -89,10 +88,7 @@ TEST(MimeParameter, NamesComeBack) {
 }
 
 TEST(ContentTypeForFile, LooksAtTheLastExtension) {
-  const std::pair<std::string_view, std::string_view> rows[] = {
-      {"Norvyn-Report-Logo.gif", "image/gif"},     {"A.B.HTML", "text/html"},
-      {"noextension", "application/octet-stream"}, {"x.", "application/octet-stream"},
-      {"gif", "application/octet-stream"},         {"a.unknown", "application/octet-stream"}};
+  const auto rows = test_support::rows<2>(ROWS "/header.txt", "content types of files");
   for (const auto& [name, type] : rows) EXPECT_EQ(contentTypeForFile(name), type) << name;
 }
 

@@ -1,5 +1,4 @@
 // Reading MIME text: the library's own, other programs', and hostile texts.
-#include <array>
 #include <string>
 
 #include <gtest/gtest.h>
