@@ -39,6 +39,12 @@ bool contains(const std::string& text, const std::string& part) {
   return text.find(part) != std::string::npos;
 }
 
+// Exactly one line, with `part` in it; none when that is empty.
+void expectOnly(const std::vector<std::string>& lines, const std::string& part) {
+  EXPECT_THAT(lines, testing::SizeIs(part.empty() ? 0 : 1));
+  EXPECT_THAT(lines, testing::Each(testing::HasSubstr(part)));
+}
+
 // A site with a maximum age of 42 days whose mail goes to a catcher.
 struct MailedSite : TestSite {
   MailedSite() {
@@ -212,51 +218,87 @@ TEST(Pass, ReportsMailFailureAndGoesOn) {
   EXPECT_EQ(site.registryNumber(config::kProductKey, kLastRunDay), 5U);
 }
 
-TEST(Pass, OnlyReportsWithoutAMailServerOrWithASettingOfAWrongType) {
+// Leaves of the registry one policy and these lines.
+void keepOnly(MailedSite& site, const std::string& settings) {
   const std::string root = std::string("\n[HKEY_LOCAL_MACHINE\\") + config::kPolicyRootMpe;
-  const std::pair<const char*, std::size_t> cases[] = {
-      {"Other]", 0},
-      {"\\PWExpiration]\n\"htmllog\"=dword:1", 0},
-      {"\\PWExpiration]\n\"smtpServer\"=\"127.0.0.1\"\n\"limitEmails\"=\"1\"", 1},
+  site.writeOut();
+  site.write("site.reg", "REGEDIT4" + root + "\\DefaultPolicy]\n\"policyName\"=\"Default\"\n" +
+                             "\"maxPasswordAge\"=dword:2a" + root + settings);
+}
+
+TEST(Pass, MeetsOneUserOfASpecialSite) {
+  using enum Expiry;
+  const struct {
+    const char* what;
+    int age;
+    void (*prepare)(MailedSite&);
+    int slot;
+    Expiry expiry;
+    std::size_t mails;
+    std::string problem, note;  // a part of the only one; "": there is none
+    const char* shown = "";     // in the report, the debug log or a mail
+  } cases[] = {
+      {"no mail server", 50, [](MailedSite& site) { keepOnly(site, "Other]"); }, 0, OnlyReported, 0,
+       "", ""},
+      {"no mail server among the settings", 50,
+       [](MailedSite& site) { keepOnly(site, "\\PWExpiration]\n\"htmllog\"=dword:1"); }, 0,
+       OnlyReported, 0, "", "", "<td>Report Only</td><td>1</td>"},
+      {"a text that must be a number", 50,
+       [](MailedSite& site) { site.setting("limitEmails", "1"); }, 0, OnlyReported, 0,
+       ": the pass only reports", "", "Problems in this run"},
+      {"report-only mode as a text", 50, [](MailedSite& site) { site.setting("reportOnly", "1"); },
+       0, OnlyReported, 0, ": the pass only reports", "", "Problems in this run"},
+      {"test mode mails the placeholder user", 50,
+       [](MailedSite& site) {
+         site.setting("testEmailOnly", 1);
+         site.setting("testEmailAddress", "tester@site.example");
+         site.write("NorvynExpirationEmail.txt", "<%username%> has <%daysUntilExpiration%> days");
+       },
+       0, OnlyReported, 1, "", "", "jdoe-test has 10 days"},
+      {"length policies warn when aging users are mailed", 175,
+       [](MailedSite& site) {
+         site.setting("emailAgingUsers", 1);
+         site.setting("minLength2", 20);
+         site.setting("maxAge2", 180);
+         site.write("pwsentry_pro_policy12_include.txt", "walter\n");
+         site.write("pwsentry_pro_defaultpolicy_exclude.txt", "walter\n");
+       },
+       12, NotDue, 1, "", "", "   Email enabled for length based policies.\n"},
+      {"an undefined policy is left out", 11,
+       [](MailedSite& site) {
+         const std::string key = std::string(config::kPolicyRootMpe) + "\\Policy3";
+         site.setNumber(key, "maxPasswordAge", 10);
+         site.set(key, "policyName", "\"x\"");
+         site.write("pwsentry_pro_policy3_include.txt", "walter\n");
+       },
+       0, NotDue, 0, "", "Policy3 has a maximum password age"},
+      {"an object without an address", 40,
+       [](MailedSite& site) {
+         site.policy("Policy1", 42);
+         site.write("pwsentry_pro_policy1_include.txt", "walter\n");
+         site.writeOut();
+         std::string ldif = site.directoryText();
+         base::replaceAll(ldif, "CN=Person", "CN=Computer");
+         site.write("domain.ldif", ldif);
+       },
+       1, NotDue, 0, "", "the e-mail address of walter could not be looked"},
   };
-  for (const auto& [settings, problems] : cases) {
-    TestSite site;
-    site.user({"walter", 50});
-    site.writeOut();
-    site.write("site.reg", "REGEDIT4" + root + "\\DefaultPolicy]\n\"policyName\"=\"Default\"\n" +
-                               "\"maxPasswordAge\"=dword:2a" + root + settings);
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.what);
+    MailedSite site;
+    site.user({"walter", c.age});
+    c.prepare(site);
     const WatchedPass pass = site.pass();
-    EXPECT_TRUE(pass.record.reportOnly);
-    EXPECT_EQ(pass.of("walter").expiry, Expiry::OnlyReported);
+    EXPECT_EQ(pass.of("walter", c.slot).expiry, c.expiry);
+    EXPECT_EQ(pass.record.reportOnly, c.expiry == OnlyReported);
     EXPECT_FALSE(contains(site.directoryText(), "pwdLastSet: 0"));
-    EXPECT_THAT(pass.problems(), testing::SizeIs(problems));
-    EXPECT_THAT(pass.notes(), testing::IsEmpty());
+    EXPECT_EQ(site.catcher.savedFiles().size(), c.mails);
+    expectOnly(pass.problems(), c.problem);
+    expectOnly(pass.notes(), c.note);
+    std::string seen = site.read(kReport) + site.read(kDebug);
+    for (const std::string& mail : site.catcher.savedFiles()) seen += site.read(mail);
+    EXPECT_THAT(seen, testing::HasSubstr(c.shown));
   }
-}
-
-TEST(Pass, TestModeMailsThePlaceholderUserAndOnlyReports) {
-  MailedSite site;
-  site.setting("testEmailOnly", 1);
-  site.setting("testEmailAddress", "tester@site.example");
-  site.write("NorvynExpirationEmail.txt", "<%username%> has <%daysUntilExpiration%> days");
-  site.user({"walter", 50});
-  const WatchedPass pass = site.pass();
-  EXPECT_EQ(pass.of("walter").expiry, Expiry::OnlyReported);
-  ASSERT_EQ(site.catcher.savedFiles().size(), 1U);
-  EXPECT_TRUE(contains(site.read(site.catcher.savedFiles()[0]), "jdoe-test has 10 days"));
-}
-
-TEST(Pass, LengthPoliciesWarnWhenAgingUsersAreMailed) {
-  MailedSite site;
-  site.setting("emailAgingUsers", 1);
-  site.setting("minLength2", 20);
-  site.setting("maxAge2", 180);
-  site.user({"longer", 175});
-  site.write("pwsentry_pro_policy12_include.txt", "longer\n");
-  site.write("pwsentry_pro_defaultpolicy_exclude.txt", "longer\n");
-  const WatchedPass pass = site.pass();
-  EXPECT_EQ(pass.of("longer", 12).emailedText, "yes");
-  EXPECT_TRUE(contains(site.read(kDebug), "   Email enabled for length based policies.\n"));
 }
 
 TEST(Pass, MemberServerEditionTakesItsOwnKeys) {
@@ -274,18 +316,6 @@ TEST(Pass, MemberServerEditionTakesItsOwnKeys) {
   EXPECT_TRUE(pass.of("walter", 1).inWarningPeriod);
   // The default policy of this edition does not cover all domain users, so no list is written.
   EXPECT_EQ(site.read("pwsentry_pro_domain_users.txt"), "");
-}
-
-TEST(Pass, AnUndefinedPolicyIsLeftOut) {
-  MailedSite site;
-  const std::string key = std::string(config::kPolicyRootMpe) + "\\Policy3";
-  site.setNumber(key, "maxPasswordAge", 10);
-  site.set(key, "policyName", "\"x\"");
-  site.write("pwsentry_pro_policy3_include.txt", "walter\n");
-  site.user({"walter", 11});
-  const WatchedPass pass = site.pass();
-  EXPECT_THAT(pass.notes(), ElementsAre(testing::StartsWith("Policy3 has a maximum password age")));
-  EXPECT_EQ(pass.of("walter").maxAge, 42);
 }
 
 // Nobody is expired because the list could not be written.
@@ -339,96 +369,72 @@ struct ChangingSource : platform::DirectorySource {
 
 TEST(Pass, MailsAndExpiresNobodyOnDataThatHasChanged) {
   using enum Outcome;
-  const std::int64_t today = test_support::ManualClock().now;
-  const std::int64_t longAgo = today - 60 * test_support::kFileTimeDay;
-  const platform::AccountResult lost{platform::kNetNoDomainController, "no server"};
-  const platform::AccountResult gone{platform::kNetUserNotFound, "no such object"};
+  using Source = ChangingSource;
+  static const std::int64_t today = test_support::ManualClock().now;
+  static const auto daysAgo = [](int days) { return today - days * test_support::kFileTimeDay; };
+  static const platform::AccountResult lost{platform::kNetNoDomainController, "no server"};
+  const std::string clock = "the clock of the directory server is ";
+  const std::string nobody = ": no password is expired in this pass";
   const struct {
     const char* what;
     int age;
-    platform::AccountResult readResult;
-    std::int64_t now, afterMailing;
-    std::uint32_t flags;
+    void (*change)(Source&);
     std::size_t mails;
     Outcome outcome;
-    const char *note, *problem;
+    std::string problem = "", note = "";
     std::uint32_t threshold = 14;
   } cases[] = {
-      {"unchanged", 50, {}, 0, 0, 0x200, 1, Expired, "", ""},
-      {"changed since the pass began", 50, {}, today, 0, 0x200, 0, OutsidePeriod, "", ""},
-      {"changed while the mail was on its way", 50, {}, 0, today, 0x200, 1, Warned, "", ""},
-      {"changed, expired without a warning period",
-       50,
-       {},
-       today - 20 * test_support::kFileTimeDay,
-       0,
-       0x200,
-       0,
-       OutsidePeriod,
-       "",
-       "",
-       0xFFFFFFF0},
-      {"another old one", 50, {}, 0, longAgo, 0x200, 1, Expired, "", ""},
-      {"disabled meanwhile", 50, {}, 0, 0, 0x202, 0, Skipped, "", ""},
-      {"server lost", 35, lost, 0, 0, 0x200, 0, NotRead, "",
+      {"unchanged", 50, [](Source&) {}, 1, Expired},
+      {"changed since the pass began", 50, [](Source& s) { s.now = today; }, 0, OutsidePeriod},
+      {"changed while the mail was on its way", 50, [](Source& s) { s.afterMailing = today; }, 1,
+       Warned},
+      {"changed, expired without a warning period", 50, [](Source& s) { s.now = daysAgo(20); }, 0,
+       OutsidePeriod, "", "", 0xFFFFFFF0},
+      {"another old one", 50, [](Source& s) { s.afterMailing = daysAgo(60); }, 1, Expired},
+      {"disabled meanwhile", 50, [](Source& s) { s.flags = 0x202; }, 0, Skipped},
+      {"server lost", 35, [](Source& s) { s.readResult = lost; }, 0, NotRead,
        "the account of walter could not be read again, so the user was neither mailed nor expired: "
        "no server"},
-      {"gone", 50, gone, 0, 0, 0x200, 0, NotRead,
+      {"gone", 50,
+       [](Source& s) {
+         s.readResult = {platform::kNetUserNotFound, "no such object"};
+       },
+       0, NotRead, "",
        "the account of walter, in DefaultPolicy (pwsentry_pro_domain_users.txt), could not be "
-       "read",
-       ""},
-      {"outside the period: not read again", 27, lost, 0, 0, 0x200, 0, OutsidePeriod, "", ""},
+       "read"},
+      {"outside the period: not read again", 27, [](Source& s) { s.readResult = lost; }, 0,
+       OutsidePeriod},
+      // The clock of the directory server, in seconds ahead.
+      {"-300 s", 50, [](Source& s) { s.clockOffset = -300; }, 1, Expired},
+      {"301 s", 50, [](Source& s) { s.clockOffset = 301; }, 1, Expired,
+       clock + "5 minutes ahead of this machine's"},
+      {"-3600 s", 50, [](Source& s) { s.clockOffset = -3600; }, 1, Expired,
+       clock + "60 minutes behind this machine's"},
+      {"3601 s", 50, [](Source& s) { s.clockOffset = 3601; }, 1, ExpiryWithheld,
+       clock + "60 minutes ahead of this machine's" + nobody},
+      {"-86400 s", 50, [](Source& s) { s.clockOffset = -86400; }, 1, ExpiryWithheld,
+       clock + "1440 minutes behind this machine's" + nobody},
   };
   for (const auto& c : cases) {
     SCOPED_TRACE(c.what);
     MailedSite site;
     site.user({"walter", c.age});
     site.setting("warningThreshold", c.threshold);
-    auto source = std::make_unique<ChangingSource>();
-    source->readResult = c.readResult;
-    source->now = c.now;
-    source->afterMailing = c.afterMailing;
-    source->flags = c.flags;
+    const auto lines = [](const std::string& only) {
+      return only.empty() ? std::vector<std::string>{} : std::vector{only};
+    };
+    auto source = std::make_unique<Source>();
+    c.change(*source);
     const WatchedPass pass = site.pass({true, 3600000}, std::move(source));
     EXPECT_EQ(outcomeOf(pass.of("walter")), c.outcome);
     EXPECT_EQ(site.catcher.savedFiles().size(), c.mails);
-    EXPECT_EQ(contains(site.read(kReport), "PASSWORD EXPIRED"), c.outcome == Expired);
+    const std::string report = site.read(kReport);
+    EXPECT_EQ(contains(report, "PASSWORD EXPIRED"), c.outcome == Expired);
+    EXPECT_EQ(contains(report, "PASSWORD NOT EXPIRED (clocks differ)"),
+              c.outcome == ExpiryWithheld);
     EXPECT_EQ(site.read(kExpiredLog).empty(), c.outcome != Expired);
-    const auto only = [](const std::vector<std::string>& lines) {
-      return lines.size() == 1 ? lines[0] : std::to_string(lines.size());
-    };
-    EXPECT_EQ(only(pass.notes()), *c.note != 0 ? c.note : "0");
-    EXPECT_EQ(only(pass.problems()), *c.problem != 0 ? c.problem : "0");
-  }
-}
-
-TEST(Pass, AClockThatIsFarOffIsAProblemAndExpiresNobody) {
-  const std::string clock = "the clock of the directory server is ";
-  const std::string nobody = ": no password is expired in this pass";
-  const struct {
-    std::optional<std::int64_t> offset;  // seconds
-    std::string problem;
-    Expiry expiry;
-  } cases[] = {
-      {std::nullopt, "", Expiry::Forced},
-      {-300, "", Expiry::Forced},
-      {301, clock + "5 minutes ahead of this machine's", Expiry::Forced},
-      {-3600, clock + "60 minutes behind this machine's", Expiry::Forced},
-      {3601, clock + "60 minutes ahead of this machine's" + nobody, Expiry::Withheld},
-      {-86400, clock + "1440 minutes behind this machine's" + nobody, Expiry::Withheld},
-  };
-  for (const auto& c : cases) {
-    SCOPED_TRACE(c.problem);
-    MailedSite site;
-    site.user({"walter", 50});
-    auto source = std::make_unique<ChangingSource>();
-    source->clockOffset = c.offset;
-    const WatchedPass pass = site.pass({true, 3600000}, std::move(source));
-    EXPECT_EQ(pass.of("walter").expiry, c.expiry);
-    EXPECT_EQ(contains(site.read(kReport), "PASSWORD NOT EXPIRED (clocks differ)"),
-              c.expiry == Expiry::Withheld);
-    EXPECT_EQ(pass.problems(),
-              c.problem.empty() ? std::vector<std::string>() : std::vector<std::string>{c.problem});
+    EXPECT_EQ(pass.problems(), lines(c.problem));
+    EXPECT_EQ(pass.notes(), lines(c.note));
   }
 }
 
@@ -461,25 +467,7 @@ TEST(Pass, WritesTheDebugLinesOfAUserInTheirOrder) {
   const std::string debug = site.read(kDebug);
   const std::size_t from = debug.find("timestamp=", debug.find("POLICY ORDER"));
   ASSERT_NE(from, std::string::npos);
-  EXPECT_EQ(debug.substr(from),
-            "timestamp= 3/05/2026  9:07:03\nusername=walter\n  user added: walter\n"
-            "  listcount: 1\n  Password age:  36 days, 01:00:00\n  --BEGIN GETEMAIL\n"
-            "    getUserEmail() begin**\n    get email address\n    get first name\n"
-            "    get last name\n    getUserEmail() end**\n  User Object Properties\n"
-            "    email: walter@site.example\n    fname: Given\n    lname: Surname\n"
-            "    username: walter\n    domain: \n  --END GETEMAIL\n"
-            "  bEmailWarnings: 1  reportOnly: 0  bDisabled: 0  bEmailRunToday: 0  bEmailUserOK: 1  "
-            "countdown: 6\n"
-            "  countdown: 6\twarning1: 6\twarning2: 0\twarning3: 0\n"
-            "  Configured to email users only at warning interval times.\n"
-            "  Days before expiration matches a warning interval.\n  emailUser() - begin\n"
-            "    countdown (inside emailUser): 6\n    szUser: walter\n"
-            "    szUserEmail: walter@site.example\n"
-            "**No custom email text files found.  Using registry value for custom email body.\n"
-            "    user firstname: Given\n    user lastname: Surname\n"
-            "    days until expiration: 6\n    ..search and replace countdown string done.\n"
-            "    expirationLastRunDay set to 5\n    email sent (to: walter@site.example)\n"
-            "  emailUser() - end\n  user matches a warning interval.\n\n");
+  EXPECT_EQ(debug.substr(from), site.read(SERVICE_TEST_DATA "/debug_of_a_user.txt"));
 }
 
 TEST(PolicyOrder, RisesByAgeAndPutsTheHighestSlotFirstAmongEquals) {
@@ -490,17 +478,6 @@ TEST(PolicyOrder, RisesByAgeAndPutsTheHighestSlotFirstAmongEquals) {
   slots[5].maxPasswordAge = 10001;  // never found: slot 0 stands in its place
   slots[6].maxPasswordAge = 0xFFFFFFFF;
   EXPECT_THAT(policyOrder(slots), ElementsAre(14, 13, 12, 11, 10, 9, 8, 7, 4, 2, 1, 3, 0, 0, 0));
-}
-
-TEST(Pass, OnlyReportsWhileASettingIsOfTheWrongType) {
-  MailedSite site;
-  site.setting("reportOnly", "1");
-  site.user({"walter", 50});
-  const WatchedPass pass = site.pass();
-  EXPECT_TRUE(pass.record.reportOnly);
-  EXPECT_EQ(pass.of("walter").expiry, Expiry::OnlyReported);
-  EXPECT_THAT(pass.problems(), ElementsAre(testing::EndsWith(": the pass only reports")));
-  EXPECT_TRUE(contains(site.read(kReport), "Problems in this run"));
 }
 
 TEST(Pass, EndsAfterTheUserInHandWhenToldTo) {
@@ -515,19 +492,6 @@ TEST(Pass, EndsAfterTheUserInHandWhenToldTo) {
   EXPECT_EQ(pass.users.size(), 1U);
   EXPECT_THAT(pass.problems(), ElementsAre(testing::HasSubstr("told to stop")));
   EXPECT_TRUE(contains(site.read(kReport), "<td>first</td>"));
-}
-
-TEST(Pass, NotesAnAddressThatCannotBeLookedUp) {
-  MailedSite site;
-  site.user({"walter", 40});
-  site.write("pwsentry_pro_policy1_include.txt", "walter\n");
-  site.policy("Policy1", 42);
-  site.writeOut();
-  std::string ldif = site.directoryText();
-  base::replaceAll(ldif, "CN=Person", "CN=Computer");
-  site.write("domain.ldif", ldif);
-  EXPECT_THAT(site.pass().notes(),
-              ElementsAre(testing::StartsWith("the e-mail address of walter could not be looked")));
 }
 
 // Notes the sleeps, does something in each, and ends the worker at the third.
