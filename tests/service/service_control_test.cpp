@@ -154,16 +154,6 @@ TEST(ServiceInstaller, ShowsTheSystemsErrorTextOnlyWhenItFits) {
   }
 }
 
-// What service_calls.txt has below "== heading".
-std::string expectedCalls(const std::string& heading) {
-  const std::string text = test_support::readText(SERVICE_TEST_DATA "/service_calls.txt") + "\n==";
-  const std::string opening = "\n== " + heading + '\n';
-  const std::size_t at = text.find(opening);
-  if (at == std::string::npos) return "no such heading";
-  const std::size_t from = at + opening.size();
-  return text.substr(from, text.find("\n==", from) - from);
-}
-
 TEST(Service, MakesTheCallsOfTheFile) {
   const std::string starting = "status 2, accepts 0, exit 0/0, step ";
   const struct {
@@ -200,7 +190,8 @@ TEST(Service, MakesTheCallsOfTheFile) {
       if (c.argument == "-install") seen += test_support::readText("services.reg");
       std::string heading = c.argument + ", failing: " + failing;
       for (const int code : c.controls) heading += ", control " + std::to_string(code);
-      EXPECT_EQ(seen, expectedCalls(heading)) << heading;
+      EXPECT_EQ(seen, test_support::sectionOf(SERVICE_TEST_DATA "/service_calls.txt", heading))
+          << heading;
     }
   }
 }

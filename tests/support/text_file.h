@@ -26,6 +26,14 @@ inline std::string readText(const std::string& name) {
   return base::utf16ToUtf8(platform::ansiToUtf16(text));
 }
 
+// What the file has below its line "== heading", up to the next of them; empty when there is none.
+inline std::string sectionOf(const std::string& name, const std::string& heading) {
+  const std::string text = readText(name) + "\n==", line = "\n== " + heading + '\n';
+  const std::size_t at = text.find(line);
+  if (at == std::string::npos) return "";
+  return text.substr(at + line.size(), text.find("\n==", at + 1) - at - line.size());
+}
+
 // The bytes on disk; empty when the file cannot be read.
 inline std::string readBytes(const std::string& name) {
   std::string bytes;
