@@ -18,14 +18,6 @@
 
 namespace {
 
-struct Arguments {
-  std::string texts[2];
-  const char* one = texts[0].c_str();
-  const char* two = texts[1].c_str();
-  int number = std::atoi(one);
-};
-using Method = std::function<std::string(const Arguments&)>;
-
 std::string result(bool succeeded) {
   return succeeded ? "1" : "0";
 }
@@ -33,63 +25,59 @@ std::string result(const char* text) {
   return text;
 }
 
-#define CALL(object, method, ...)                                                               \
-  {                                                                                             \
-#method,                                                                                    \
-        [&]([[maybe_unused]] const Arguments& a) { return result(object.method(__VA_ARGS__)); } \
-  }
-#define PUT(object, property, argument)                                                        \
-  {                                                                                            \
-#property, [&](const Arguments& a) { return object.put_##property(argument), result(""); } \
-  }
-
-std::map<std::string, Method> methodsOf(kelvado::KvEmail& email, kelvado::KvMailMan& man) {
-  return {PUT(email, Subject, a.one),
-          PUT(email, From, a.one),
-          PUT(email, Body, a.one),
-          CALL(email, SetHtmlBody, a.one),
-          CALL(email, AddPlainTextAlternativeBody, a.one),
-          CALL(email, AddFileAttachment, a.one),
-          CALL(email, AddStringAttachment, a.one, a.two),
-          CALL(email, AddRelatedFile2, a.one, a.two),
-          CALL(email, AddTo, a.one, a.two),
-          CALL(email, AddCC, a.one, a.two),
-          CALL(email, AddBcc, a.one, a.two),
-          CALL(email, SaveEml, a.one),
-          PUT(man, SmtpHost, a.one),
-          PUT(man, SmtpPort, a.number),
-          PUT(man, SmtpSsl, a.number != 0),
-          PUT(man, StartTLS, a.number != 0),
-          PUT(man, RequireVerifiedCertificate, a.number != 0),
-          CALL(man, SetSslClientCert, a.one),
-          PUT(man, SmtpUsername, a.one),
-          PUT(man, SmtpPassword, a.one),
-          PUT(man, SmtpAuthMethod, a.one),
-          CALL(man, RenderToMime, email),
-          CALL(man, SendEmail, email),
-          CALL(man, LastErrorText),
-          {"SetSslCertRequirement", [&](const Arguments& a) {
-             return man.SetSslCertRequirement(a.one, a.two), result("");
-           }}};
-}
-
 }  // namespace
+
+#define CALL(object, method, ...)                               \
+  {                                                             \
+#method, [&] { return result(object.method(__VA_ARGS__)); } \
+  }
+#define PUT(object, property, argument)                                    \
+  {                                                                        \
+#property, [&] { return object.put_##property(argument), result(""); } \
+  }
 
 int main() {
   kelvado::KvEmail email;
   kelvado::KvMailMan man;
+  const char *one = "", *two = "";  // the arguments of the call
+  const std::map<std::string, std::function<std::string()>> methods = {
+      PUT(email, Subject, one),
+      PUT(email, From, one),
+      PUT(email, Body, one),
+      CALL(email, SetHtmlBody, one),
+      CALL(email, AddPlainTextAlternativeBody, one),
+      CALL(email, AddFileAttachment, one),
+      CALL(email, AddStringAttachment, one, two),
+      CALL(email, AddRelatedFile2, one, two),
+      CALL(email, AddTo, one, two),
+      CALL(email, AddCC, one, two),
+      CALL(email, AddBcc, one, two),
+      CALL(email, SaveEml, one),
+      PUT(man, SmtpHost, one),
+      PUT(man, SmtpPort, std::atoi(one)),
+      PUT(man, SmtpSsl, std::atoi(one) != 0),
+      PUT(man, StartTLS, std::atoi(one) != 0),
+      PUT(man, RequireVerifiedCertificate, std::atoi(one) != 0),
+      CALL(man, SetSslClientCert, one),
+      PUT(man, SmtpUsername, one),
+      PUT(man, SmtpPassword, one),
+      PUT(man, SmtpAuthMethod, one),
+      CALL(man, RenderToMime, email),
+      CALL(man, SendEmail, email),
+      CALL(man, LastErrorText)};
   email.put_Utf8(true);
   man.put_Utf8(true);
   man.UnlockComponent("test");
-  const auto methods = methodsOf(email, man);
   const auto read = [](std::string& part) { return !!std::getline(std::cin, part, '\0'); };
-  for (std::string name, one, two; read(name) && read(one) && read(two);) {
+  for (std::string name, first, second; read(name) && read(first) && read(second);) {
     const auto found = methods.find(name);
     if (found == methods.end()) {
       std::cerr << "no method: " << name << '\n';
       return 2;
     }
-    std::cout << found->second({{one, two}}) << '\0' << std::flush;
+    one = first.c_str();
+    two = second.c_str();
+    std::cout << found->second() << '\0' << std::flush;
   }
   return 0;
 }
