@@ -33,10 +33,12 @@ class WarningLedgerTest : public testing::Test {
 };
 
 TEST_F(WarningLedgerTest, KeepsWhatWasMailedForEachPassword) {
-  WarningLedger first;
-  reopen(first);
-  EXPECT_TRUE(first.record(kAnna, {14, 7}, kToday, problem_));
-  WarningLedger second;  // the first was killed: no finish()
+  {
+    WarningLedger killed;  // before its finish()
+    reopen(killed);
+    EXPECT_TRUE(killed.record(kAnna, {14, 7}, kToday, problem_));
+  }
+  WarningLedger second;
   EXPECT_EQ(reopen(second), 0U);
   for (const bool finished : {false, true}) {
     EXPECT_TRUE(second.isDone(kAnna, 14) && second.isDone(kAnna, 7)) << finished;
