@@ -12,8 +12,6 @@
 namespace console {
 namespace {
 
-using base::formatText;
-
 // userAccountControl.
 constexpr std::uint32_t kNormal = 0x200;
 constexpr std::uint32_t kDisabled = 0x202;

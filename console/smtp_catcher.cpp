@@ -12,8 +12,6 @@
 namespace console {
 namespace {
 
-using base::beginsWithNoCase;
-using base::equalsNoCase;
 using platform::SocketApi;
 using platform::systemSockets;
 

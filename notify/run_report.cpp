@@ -14,8 +14,6 @@
 namespace notify {
 namespace {
 
-using base::formatText;
-
 constexpr std::uint32_t kMsPerHour = 3600000;
 
 constexpr const char* kHead =

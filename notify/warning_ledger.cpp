@@ -22,7 +22,6 @@ constexpr std::string_view kHeading = "norvyn-warnings-sent 1\n";
 constexpr std::int64_t kKeptDays = 1100;
 // The time of a password's change is worked out from its age, and two clocks take part in that.
 constexpr std::int64_t kSamePasswordSeconds = 300;
-constexpr std::size_t kChecksumDigits = 8;
 
 std::int64_t dayNumber(int year, int month, int day) {
   using namespace std::chrono;

@@ -5,7 +5,6 @@
 namespace service {
 namespace {
 
-using base::formatText;
 using notify::Expiry;
 using notify::UserRecord;
 

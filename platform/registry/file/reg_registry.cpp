@@ -98,8 +98,9 @@ KeyNames RegRegistry::list(const std::string& path) {
   const RegFileKey* key = contents_.findKey(ansiToUtf8(path));
   if (key == nullptr) return names;
   for (const auto& [folded, value] : key->values) names.values.push_back(utf8ToAnsi(value.name));
-  for (const auto& [folded, subkey] : key->subkeys)
+  for (const auto& [folded, subkey] : key->subkeys) {
     names.subkeys.push_back(utf8ToAnsi(subkey->name));
+  }
   return names;
 }
 
