@@ -288,7 +288,7 @@ void Pass::examineUsers(const PolicyInHand& policy, const std::string& file, Use
 bool Pass::isToStop() {
   if (stopped_ || !run_.stopRequested || !run_.stopRequested()) return stopped_;
   stopped_ = true;
-  findings_.problem("the pass was told to stop: the users that follow were not examined");
+  findings_.problem("the pass was stopped: the users that follow were not examined");
   return true;
 }
 

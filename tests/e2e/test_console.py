@@ -131,7 +131,7 @@ class ConsoleTest(unittest.TestCase):
                 connection.close()
                 output, _ = process.communicate(timeout=60)
                 self.assertEqual(process.returncode, 1)
-                self.assertRegex(output, r"\A1 line in 1 user list\n(.*\n)*FAILED: the pass was told to stop")
+                self.assertRegex(output, r"\A1 line in 1 user list\n(.*\n)*FAILED: the pass was stopped")
                 self.assertIn("<td>first</td>",
                               (self.folder / "logfiles/norvyn-expiration-report.html").read_text())
 
