@@ -259,8 +259,7 @@ bool setWorkingDirectory(const std::string& name) {
 std::string absolutePath(const std::string& name) {
   if (isAbsolutePath(name)) return name;
   const std::unique_ptr<char, void (*)(void*)> current(::getcwd(nullptr, 0), &std::free);
-  std::string path =
-      presenceOf(name) == Presence::There ? name : diskPath(name).value_or(name);
+  std::string path = presenceOf(name) == Presence::There ? name : diskPath(name).value_or(name);
   if (current == nullptr) return path;
   const std::string folder = current.get();
   return (folder == "/" ? folder : folder + "/") + path;
