@@ -10,9 +10,6 @@
 namespace service {
 namespace {
 
-// The entry of the record for a mail that spoke of an expired password.
-constexpr std::int32_t kExpiredDay = 0;
-
 notify::AccountPassword passwordOf(const notify::UserRecord& user) {
   return {base::foldCase(platform::ansiToUtf8(user.username)), user.passwordSet};
 }
@@ -63,14 +60,9 @@ bool WarningMemory::isDue(const notify::UserRecord& user) const {
                      [&](std::int32_t day) { return !ledger_.isDone(password, day); });
 }
 
-bool WarningMemory::wasNotified(const notify::UserRecord& user) const {
-  return state_ == State::Ready && ledger_.isDone(passwordOf(user), kExpiredDay);
-}
-
 void WarningMemory::mailed(const notify::UserRecord& user) {
   if (state_ != State::Ready) return;
-  std::vector<std::int32_t> days = reachedDays(user);
-  if (user.daysLeft() <= 0) days.push_back(kExpiredDay);
+  const std::vector<std::int32_t> days = reachedDays(user);
   std::string problem;
   if (ledger_.record(passwordOf(user), days, clock_->localTime(), problem)) return;
   state_ = State::Held;

@@ -33,8 +33,6 @@ class WarningMemory {
 
   // Whether the user, who is in the warning period, has a warning to get.
   bool isDue(const notify::UserRecord& user) const;
-  // Whether a mail that said "has expired" was accepted for this password.
-  bool wasNotified(const notify::UserRecord& user) const;
   // The user's mail was accepted. Where that cannot be recorded, further warnings are held back.
   void mailed(const notify::UserRecord& user);
   void finish();

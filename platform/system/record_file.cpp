@@ -1,8 +1,6 @@
 // When to flush; the system's calls are in record_file_calls.h.
 #include "platform/system/record_file.h"
 
-#include <cerrno>
-
 #include "platform/system/record_file_calls.h"
 
 namespace platform {
@@ -43,14 +41,6 @@ bool RecordFile::append(std::string_view bytes) {
   return true;
 }
 
-bool RecordFile::flush() {
-  const bool flushed = flushRecords(handle_);
-  const std::lock_guard lock(mutex_);
-  if (flushed && flushError_ == 0) return true;
-  if (flushed) errno = flushError_;
-  return false;
-}
-
 void RecordFile::flushInBackground() {
   std::unique_lock lock(mutex_);
   while (!closing_) {
@@ -59,9 +49,9 @@ void RecordFile::flushInBackground() {
     if (!dirty_ || closing_) continue;
     dirty_ = false;
     lock.unlock();
-    const int error = flushRecords(handle_) ? 0 : errno;
+    // A failure shows again when the whole file is replaced, which reports it.
+    flushRecords(handle_);
     lock.lock();
-    if (flushError_ == 0) flushError_ = error;
   }
 }
 

@@ -30,9 +30,6 @@ class RecordFile {
   // Appends all of the bytes, or none: what a full disk left of them is cut off again. False, with
   // errno set, in the latter case.
   bool append(std::string_view bytes);
-  // Waits until everything is on the disk. False, with errno set, when this or an earlier flush in
-  // the background failed.
-  bool flush();
 
  private:
   explicit RecordFile(std::intptr_t handle);
@@ -43,7 +40,6 @@ class RecordFile {
   std::condition_variable changed_;
   bool dirty_ = false;
   bool closing_ = false;
-  int flushError_ = 0;  // errno of the first flush that failed
   std::thread flusher_;
 };
 
