@@ -32,12 +32,13 @@ void runLookup(platform::SocketApi& api, const std::string& name,
   lookup->finished.notify_all();
 }
 
-void startLookup(platform::SocketApi& api, const std::string& name,
-                 const std::shared_ptr<Lookup>& lookup) {
+std::thread startLookup(platform::SocketApi& api, const std::string& name,
+                        const std::shared_ptr<Lookup>& lookup) {
   try {
-    std::thread([&api, name, lookup] { runLookup(api, name, lookup); }).detach();
+    return std::thread([&api, name, lookup] { runLookup(api, name, lookup); });
   } catch (const std::system_error&) {
     runLookup(api, name, lookup);  // no thread can be made: without one the time-out cannot be kept
+    return {};
   }
 }
 
@@ -89,8 +90,16 @@ bool resolveHost(platform::SocketApi& api, const std::string& host, std::uint32_
     return true;
   }
   const auto lookup = std::make_shared<Lookup>();
-  startLookup(api, host, lookup);
-  if (!waitForLookup(*lookup, timeoutMs, result, call)) {
+  std::thread thread = startLookup(api, host, lookup);
+  const bool answered = waitForLookup(*lookup, timeoutMs, result, call);
+  // Left alone only while it still waits. By MinGW's library a thread that is made while a detached
+  // one ends does not always begin, about once in some hundred times.
+  if (answered && thread.joinable()) {
+    thread.join();
+  } else if (thread.joinable()) {
+    thread.detach();
+  }
+  if (!answered) {
     call.log.LogError(result.aborted ? "DNS lookup aborted by application callback.."
                                      : "DNS timed out.");
     return false;
