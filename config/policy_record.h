@@ -16,6 +16,8 @@ struct PolicyRecord {
   std::uint32_t minPasswordAge = 0;  // days
   std::uint32_t maxPasswordAge = 0;  // days; 0: the policy has no password age
   std::uint32_t emailWarnings = 0;   // 1: warning e-mails go to this policy's users
+  // 1: each user's maximum age is the directory's; maxPasswordAge only orders the policy.
+  std::uint8_t useDirectoryPolicy = 0;
   std::uint32_t maxCharacters = kNoMaximum;
   std::uint32_t minCharacters = 0;
   std::uint32_t minCharTypes = 0;

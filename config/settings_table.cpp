@@ -140,6 +140,10 @@ const Setting kSettings[] = {
            "maximum password age; 0 leaves the policy out", kRegistryOnly),
     number(Policy, "emailWarnings", &P::emailWarnings, {0, 1}, "", "1: warn this policy's users",
            kRegistryOnly),
+    flag(Policy, "useDirectoryPolicy", &P::useDirectoryPolicy,
+         "each user has the maximum age that the directory's own policies give him; "
+         "`maxPasswordAge` only orders the policy, and must not be 0",
+         kRegistryOnly),
     most("maxCharacters", &P::maxCharacters, "longest password"),
     rule("minCharacters", &P::minCharacters, "shortest password"),
     rule("minCharTypes", &P::minCharTypes, "how many kinds of characters a password needs"),

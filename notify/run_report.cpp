@@ -129,6 +129,7 @@ void RunReport::addExpired(const UserRecord& user) {
   const char* status = "PASSWORD EXPIRED";  // also when the directory refused it
   if (user.expiry == Expiry::OnlyReported) status = "PASSWORD NOT EXPIRED (Report Only Mode)";
   if (user.expiry == Expiry::Withheld) status = "PASSWORD NOT EXPIRED (clocks differ)";
+  if (user.expiry == Expiry::ByDirectory) status = "PASSWORD EXPIRED (by the directory)";
   expired_ += rowStart(user) + base::formatText(
                                    "<td>%i</td><td>%i</td><td><font color=#FF0000>%s</font></td>"
                                    "</tr>\n",

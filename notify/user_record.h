@@ -29,13 +29,17 @@ enum class Expiry {
   Forced,        // to be changed at next logon
   Refused,       // the directory did not take it
   Withheld,      // nothing is expired in this pass: see the pass's problems
+  ByDirectory,   // of a policy with useDirectoryPolicy: the directory expires it, not the pass
 };
 
 // Texts are in the ANSI code page.
 struct UserRecord {
   // Found.
-  int slot = 0;                     // of the policy whose list names the user
-  std::int32_t maxAge = 0;          // of that policy, in days
+  int slot = 0;  // of the policy whose list names the user
+  // In days: of that policy or, with useDirectoryPolicy, the user's own, reckoned from the time of
+  // expiry so that daysLeft() is right.
+  std::int32_t maxAge = 0;
+  bool directoryPolicy = false;     // useDirectoryPolicy of that policy
   std::uint32_t emailWarnings = 0;  // of that policy: 1 when its users are warned
   std::string username;             // as the list spells it
   directory::UserDirectoryData data;
@@ -45,6 +49,8 @@ struct UserRecord {
   bool changeAlreadyDue = false;  // already to be changed at next logon
   std::uint32_t age = 0;          // days; that of the user before when the account cannot be read
   std::int64_t passwordSet = 0;   // s since 1601; 0: unknown, or to be changed at next logon
+  // s since 1601, as the directory computes it; 0: unknown, never, or no directoryPolicy.
+  std::int64_t passwordExpires = 0;
 
   // Decided.
   std::uint32_t skipReasons = 0;

@@ -63,6 +63,8 @@ Outcome outcomeOf(const UserRecord& user) {
       return Outcome::ExpiryRefused;
     case Expiry::Withheld:
       return Outcome::ExpiryWithheld;
+    case Expiry::ByDirectory:
+      return Outcome::AlreadyExpired;
     case Expiry::NotDue:
       break;
   }
@@ -89,6 +91,8 @@ const char* outcomeLabel(Outcome outcome) {
       return "expiry refused";
     case Outcome::ExpiryWithheld:
       return "expiry withheld";
+    case Outcome::AlreadyExpired:
+      return "already expired";
     case Outcome::NotRead:
       return "not read again";
     case Outcome::Skipped:
@@ -112,6 +116,8 @@ std::string outcomeReason(const UserRecord& user) {
       return age + "; the directory did not take the forced change; " + mailPhrase(user);
     case Outcome::ExpiryWithheld:
       return age + "; the directory's clock differs too much; " + mailPhrase(user);
+    case Outcome::AlreadyExpired:
+      return age + "; expired by the directory itself; " + mailPhrase(user);
     case Outcome::NotRead:
       return age + "; neither mailed nor expired: " + user.readError;
     default:

@@ -18,10 +18,11 @@ enum class Outcome {
   WouldExpire,
   ExpiryRefused,
   ExpiryWithheld,
+  AlreadyExpired,
   NotRead,
   Skipped,
 };
-inline constexpr int kOutcomes = 10;
+inline constexpr int kOutcomes = 11;
 
 Outcome outcomeOf(const notify::UserRecord& user);
 

@@ -4,6 +4,7 @@
 #pragma once
 
 #include <cstdint>
+#include <limits>
 #include <memory>
 #include <string>
 
@@ -34,12 +35,18 @@ inline constexpr std::uint32_t kAccountDisabled = 0x2;
 inline constexpr std::uint32_t kPasswordCantChange = 0x40;
 inline constexpr std::uint32_t kPasswordDontExpire = 0x10000;
 
-// What this system reads of user information level 3.
+// UserInfo::passwordExpires of a password that the directory never lets expire.
+inline constexpr std::int64_t kNoExpiryTime = std::numeric_limits<std::int64_t>::max();
+
+// What this system reads of user information level 3, and the time of expiry beside it.
 struct UserInfo {
   std::uint32_t flags = 0;
   std::uint32_t passwordAge = 0;      // seconds
   std::uint32_t passwordExpired = 0;  // non-zero: must be changed at next logon
-  std::shared_ptr<void> native;       // the system's own record, for setUserInfo; may be null
+  // FILETIME at which the directory's own policies let the password expire; 0: not known, or to be
+  // changed at next logon. Only after readExpiryTimes(true).
+  std::int64_t passwordExpires = 0;
+  std::shared_ptr<void> native;  // the system's own record, for setUserInfo; may be null
 };
 
 // DomainModals::maxPasswordAge of a domain whose passwords never expire.
@@ -52,6 +59,9 @@ struct DomainModals {
 class AccountDatabase {
  public:
   virtual ~AccountDatabase() = default;
+  // Whether the readings that follow are to bring UserInfo::passwordExpires; to be called before
+  // the pass begins, and false until then. False when this database never brings it.
+  virtual bool readExpiryTimes(bool /*wanted*/) { return false; }
   // Level 3 of the account with this logon name (without regard to case). May be as old as the
   // pass. `info` is set on success only.
   virtual AccountResult userInfo(const std::u16string& name, UserInfo& info) = 0;
