@@ -55,10 +55,13 @@ struct ExpirationSettings {
   // What a pass does when something outside goes wrong.
   bool rememberWarnings = false;  // each warning day once for a password
   bool skipUnreadableAccounts = false;
+  std::uint32_t maxExpirations = 0;  // forced expiries in one pass; 0: no limit
+  bool expireOnlyNotified = false;   // forced only after the user's mail was accepted
 
   // The service's own.
   std::uint32_t expirationServiceInterval = kDefaultIntervalHours;  // hours between two passes
   std::uint32_t expirationDelay = 0;  // seconds between two passes; 0: the interval counts
+  std::string expirationServiceTime;  // "HH:MM" of the day's first pass; empty: any time
 
   bool hasCustomMessage() const { return !emailCustomMsg.empty(); }
 };

@@ -26,7 +26,7 @@ std::string typeFault(platform::Registry& registry, const std::string& key, cons
                       int index) {
   const std::optional<RegistryType> type = storedType(registry, key, settingName(setting, index));
   if (!type) return {};
-  if (setting.type == SettingType::Text) return isNumber(*type) ? "not a text (REG_SZ)" : "";
+  if (isText(setting.type)) return isNumber(*type) ? "not a text (REG_SZ)" : "";
   return *type == RegistryType::Dword ? "" : "not a number (REG_DWORD)";
 }
 
@@ -154,7 +154,7 @@ void noteValue(platform::Registry& registry, const std::string& key, const Known
     if (!refusedElsewhere) notes.push_back(what + ": " + fault);
     return;
   }
-  if (setting.type == SettingType::Text || setting.limit == 0) return;
+  if (isText(setting.type) || setting.limit == 0) return;
   const std::uint32_t number = readNumber(registry, key, value.name);
   if (number <= setting.limit) return;
   notes.push_back(what + ": " + std::to_string(number) + " is more than " +

@@ -121,12 +121,18 @@ const Setting kSettings[] = {
          "mail each warning day once for a password, and catch up on days that were missed"),
     flag(Expiration, "skipUnreadableAccounts", &E::skipUnreadableAccounts,
          "skip an account that cannot be read, instead of taking the age of the user before"),
+    number(Expiration, "maxExpirations", &E::maxExpirations, {}, "passwords",
+           "most passwords that one pass expires, the oldest first; 0: no limit"),
+    flag(Expiration, "expireOnlyNotified", &E::expireOnlyNotified,
+         "expire a password only when the mail that says so was accepted"),
     number(Expiration, "expirationServiceInterval", &E::expirationServiceInterval,
            {kDefaultIntervalHours, kMaxSleepHours}, "hours",
            "time between two passes of the service; read below `PwsentryProMPE` on every machine, "
            "when the service starts"),
     number(Expiration, "expirationDelay", &E::expirationDelay, {0, kMaxSleepSeconds}, "seconds",
            "time between two passes; above 0 it overrides the interval"),
+    {Expiration, "expirationServiceTime", SettingType::TimeOfDay, &E::expirationServiceTime, "", 0,
+     kTextBytes, "", "local time at which the service begins its first pass of a day; empty: any"},
 
     flag(EditionRoot, kServiceDebugValue, {},
          "write the debug log; either edition's switches it on, when the service starts"),

@@ -28,6 +28,7 @@ enum class SettingGroup {
 
 enum class SettingType {
   Text,
+  TimeOfDay,       // a text, "HH:MM"
   Flag,            // a number; any but 0 means 1
   Number,          // 0 means the default
   SignedNumber,    // the same
@@ -55,6 +56,11 @@ enum SettingLoaders : unsigned {
   kLiveSwitches = 1U << 3,
   kChosenKeySwitches = 1U << 4,
 };
+
+// Whether values of that type are texts.
+constexpr bool isText(SettingType type) {
+  return type == SettingType::Text || type == SettingType::TimeOfDay;
+}
 
 struct Setting {
   SettingGroup group;

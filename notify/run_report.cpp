@@ -82,6 +82,41 @@ std::string rowStart(const UserRecord& user) {
          "</td>";
 }
 
+std::string upcomingRow(const UserRecord& user) {
+  return rowStart(user) +
+         base::formatText("<td>%i</td><td>%i</td><td>%i</td><td>%i</td><td>%s</td></tr>\n",
+                          static_cast<int>(user.emailWarnings), static_cast<int>(user.age),
+                          user.maxAge, user.daysLeft(), user.emailedText.c_str());
+}
+
+const char* statusText(Expiry expiry) {
+  switch (expiry) {
+    case Expiry::OnlyReported:
+      return "PASSWORD NOT EXPIRED (Report Only Mode)";
+    case Expiry::Withheld:
+      return "PASSWORD NOT EXPIRED (clocks differ)";
+    case Expiry::ByDirectory:
+      return "PASSWORD EXPIRED (by the directory)";
+    case Expiry::OverLimit:
+      return "PASSWORD NOT EXPIRED (limit of expirations reached)";
+    case Expiry::NotNotified:
+      return "PASSWORD NOT EXPIRED (user not notified)";
+    case Expiry::PassStopped:
+      return "PASSWORD NOT EXPIRED (pass stopped)";
+    case Expiry::NotDue:
+    case Expiry::Forced:
+    case Expiry::Refused:  // the report says what the pass decided
+      break;
+  }
+  return "PASSWORD EXPIRED";
+}
+
+std::string expiredRow(const UserRecord& user) {
+  return rowStart(user) +
+         base::formatText("<td>%i</td><td>%i</td><td><font color=#FF0000>%s</font></td></tr>\n",
+                          static_cast<int>(user.age), user.maxAge, statusText(user.expiry));
+}
+
 std::string problemsSection(const config::FindingLines& problems) {
   if (problems.count == 0) return {};
   std::string text =
@@ -117,26 +152,42 @@ void RunReport::start(const config::ExpirationSettings& settings, std::uint32_t 
 }
 
 void RunReport::addUpcoming(const UserRecord& user) {
-  upcoming_ += rowStart(user) +
-               base::formatText("<td>%i</td><td>%i</td><td>%i</td><td>%i</td><td>%s</td></tr>\n",
-                                static_cast<int>(user.emailWarnings), static_cast<int>(user.age),
-                                user.maxAge, user.daysLeft(), user.emailedText.c_str());
+  upcoming_ += upcomingRow(user);
 }
 
-// A refused expiry stands as an expired one: the report says what the pass decided.
 void RunReport::addExpired(const UserRecord& user) {
   anyExpired_ = true;
-  const char* status = "PASSWORD EXPIRED";  // also when the directory refused it
-  if (user.expiry == Expiry::OnlyReported) status = "PASSWORD NOT EXPIRED (Report Only Mode)";
-  if (user.expiry == Expiry::Withheld) status = "PASSWORD NOT EXPIRED (clocks differ)";
-  if (user.expiry == Expiry::ByDirectory) status = "PASSWORD EXPIRED (by the directory)";
-  expired_ += rowStart(user) + base::formatText(
-                                   "<td>%i</td><td>%i</td><td><font color=#FF0000>%s</font></td>"
-                                   "</tr>\n",
-                                   static_cast<int>(user.age), user.maxAge, status);
+  expired_ += expiredRow(user);
+}
+
+RunReport::Row RunReport::hold(Table table) {
+  held_.push_back({table, section(table).size(), {}});
+  return held_.size() - 1;
+}
+
+void RunReport::fill(Row row, const UserRecord& user) {
+  HeldRow& held = held_[row];
+  held.text = held.table == Table::Upcoming ? upcomingRow(user) : expiredRow(user);
+  if (held.table == Table::Expired) anyExpired_ = true;
+}
+
+void RunReport::insertHeldRows(Table table) {
+  std::string& rows = section(table);
+  std::string whole;
+  std::size_t from = 0;
+  for (const HeldRow& held : held_) {
+    if (held.table != table) continue;
+    whole.append(rows, from, held.at - from).append(held.text);
+    from = held.at;
+  }
+  rows = whole.append(rows, from);
 }
 
 void RunReport::finish(const config::FindingLines& problems) {
+  if (!held_.empty()) {
+    insertHeldRows(Table::Upcoming);
+    insertHeldRows(Table::Expired);
+  }
   for (std::string* section : {&upcoming_, &expired_, &settings_}) *section += "</table>";
   appendSections(mailReport_, problems);
 }

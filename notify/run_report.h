@@ -2,8 +2,10 @@
 // end into the mail report and the file report. Used by the pass only.
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 #include <string>
+#include <vector>
 
 #include "base/timestamp.h"
 #include "config/expiration_settings.h"
@@ -25,6 +27,13 @@ class RunReport {
   // As expired or, when `user.expiry` says so, not expired.
   void addExpired(const UserRecord& user);
 
+  // A row whose words are known at the end of the pass only: its place now, its words later. A
+  // place that gets none leaves no trace.
+  enum class Table { Upcoming, Expired };
+  using Row = std::size_t;
+  Row hold(Table table);
+  void fill(Row row, const UserRecord& user);
+
   // Closes the tables and assembles the mail report. The expired section is left out when it has no
   // row, the section of problems when there is none.
   void finish(const config::FindingLines& problems);
@@ -33,6 +42,14 @@ class RunReport {
   bool writeFileReport(const config::FindingLines& problems);
 
  private:
+  struct HeldRow {
+    Table table;
+    std::size_t at;  // where in the table's section
+    std::string text;
+  };
+
+  std::string& section(Table table) { return table == Table::Upcoming ? upcoming_ : expired_; }
+  void insertHeldRows(Table table);
   void appendSections(std::string& report, const config::FindingLines& problems) const;
 
   std::string mailReport_;
@@ -40,6 +57,7 @@ class RunReport {
   std::string settings_;
   std::string upcoming_;
   std::string expired_;
+  std::vector<HeldRow> held_;  // in the order of their places
   bool anyExpired_ = false;
 };
 

@@ -3,6 +3,7 @@
 // mail are made from it, and so is every count and word about the user.
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 #include <string>
 
@@ -30,6 +31,9 @@ enum class Expiry {
   Refused,       // the directory did not take it
   Withheld,      // nothing is expired in this pass: see the pass's problems
   ByDirectory,   // of a policy with useDirectoryPolicy: the directory expires it, not the pass
+  OverLimit,     // left for a later pass: maxExpirations is reached
+  NotNotified,   // with expireOnlyNotified: no mail to the user was accepted
+  PassStopped,   // before it came to this one
 };
 
 // Texts are in the ANSI code page.
@@ -56,6 +60,9 @@ struct UserRecord {
   std::uint32_t skipReasons = 0;
   bool inWarningPeriod = false;
   bool emailDue = false;  // all conditions for a mail held, but perhaps the address
+  // The expiry is decided at the end of the pass; until then only the report's row has its place.
+  bool expiryHeld = false;
+  std::size_t expiredRow = 0;  // of the report, when the expiry is held
 
   // Come of it.
   std::string emailedText = "no";  // as in the report

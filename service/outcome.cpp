@@ -38,6 +38,19 @@ std::string agePhrase(const UserRecord& user) {
   return base::formatText("age %u of %i days", user.age, user.maxAge);
 }
 
+const char* withheldText(Expiry expiry) {
+  switch (expiry) {
+    case Expiry::OverLimit:
+      return "left for a later pass by maxExpirations";
+    case Expiry::NotNotified:
+      return "not expired before the user is notified";
+    case Expiry::PassStopped:
+      return "the pass was stopped before";
+    default:
+      return "the directory's clock differs too much";
+  }
+}
+
 std::string mailPhrase(const UserRecord& user) {
   if (user.emailedText == "yes") return "mailed to " + user.data.email;
   if (user.mailFailed) return "mail to " + user.data.email + " failed";
@@ -62,6 +75,9 @@ Outcome outcomeOf(const UserRecord& user) {
     case Expiry::Refused:
       return Outcome::ExpiryRefused;
     case Expiry::Withheld:
+    case Expiry::OverLimit:
+    case Expiry::NotNotified:
+    case Expiry::PassStopped:
       return Outcome::ExpiryWithheld;
     case Expiry::ByDirectory:
       return Outcome::AlreadyExpired;
@@ -115,11 +131,14 @@ std::string outcomeReason(const UserRecord& user) {
     case Outcome::ExpiryRefused:
       return age + "; the directory did not take the forced change; " + mailPhrase(user);
     case Outcome::ExpiryWithheld:
-      return age + "; the directory's clock differs too much; " + mailPhrase(user);
+      return age + "; " + withheldText(user.expiry) + "; " + mailPhrase(user);
     case Outcome::AlreadyExpired:
       return age + "; expired by the directory itself; " + mailPhrase(user);
     case Outcome::NotRead:
-      return age + "; neither mailed nor expired: " + user.readError;
+      return age +
+             (user.emailedText == "yes" ? "; mailed, not expired: "
+                                        : "; neither mailed nor expired: ") +
+             user.readError;
     default:
       return age + base::formatText(", %i left; ", user.daysLeft()) + mailPhrase(user);
   }

@@ -17,6 +17,7 @@
 #include "notify/warning_email.h"
 #include "platform/system/files.h"
 #include "platform/text/code_page.h"
+#include "service/held_expiries.h"
 
 namespace service {
 namespace {
@@ -92,6 +93,7 @@ PassRecord Pass::make() {
     if (isToStop()) break;
     visitSlot(slot);
   }
+  settleHeldUsers();
   domain_.unbindDomain();
   pass_.memory.finish();
   for (const std::string& warning : run_.host.directory.warnings()) findings_.note(warning);
@@ -278,15 +280,36 @@ void Pass::examineUsers(const PolicyInHand& policy, const std::string& file, Use
   const std::string listName = slotLabel(policy.slot) + " (" + file + ")";
   if (run_.observer != nullptr) run_.observer->slotStarted(policy.slot, file, list.size());
   for (std::string name; !isToStop() && list.next(name);) {
-    const notify::UserRecord user = examiner_.examine(policy, name);
-    pass_.record.addUser(user, listName);
-    if (run_.observer != nullptr) run_.observer->userExamined(user);
+    notify::UserRecord user = examiner_.examine(policy, name);
+    if (user.expiryHeld) {
+      pass_.held.push_back({std::move(user), listName});
+    } else {
+      countUser(user, listName);
+    }
   }
   noteCutName(list, file, findings_);
 }
 
+void Pass::countUser(const notify::UserRecord& user, const std::string& listName) {
+  pass_.record.addUser(user, listName);
+  if (run_.observer != nullptr) run_.observer->userExamined(user);
+}
+
+// What had to wait until all users were examined.
+void Pass::settleHeldUsers() {
+  if (pass_.held.empty()) return;
+  settleExpiries(examiner_, pass_, [this] { return stopped_ || stopRequested(); });
+  for (const HeldUser& held : pass_.held) {
+    if (held.user.expiry != notify::Expiry::NotDue) {
+      pass_.report.fill(held.user.expiredRow, held.user);
+    }
+    countUser(held.user, held.listName);
+  }
+  pass_.held.clear();
+}
+
 bool Pass::isToStop() {
-  if (stopped_ || !run_.stopRequested || !run_.stopRequested()) return stopped_;
+  if (stopped_ || !stopRequested()) return stopped_;
   stopped_ = true;
   findings_.problem("the pass was stopped: the users that follow were not examined");
   return true;

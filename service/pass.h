@@ -57,6 +57,9 @@ class Pass {
   void visitSlot(int slot);
   void examineList(PolicyInHand& policy, const PolicyFiles& files);
   void examineUsers(const PolicyInHand& policy, const std::string& file, UserList& list);
+  void settleHeldUsers();
+  void countUser(const notify::UserRecord& user, const std::string& listName);
+  bool stopRequested() const { return run_.stopRequested && run_.stopRequested(); }
   bool isToStop();
   void finishReport();
 

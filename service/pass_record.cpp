@@ -32,9 +32,9 @@ void PassRecord::addUser(const notify::UserRecord& user, const std::string& list
     findings.note("the account of " + user.username + ", in " + listName + ", could not be read" +
                   (skippedUnread ? ": it is skipped" : ""));
   } else if (!user.readError.empty()) {
-    findings.problem("the account of " + user.username +
-                     " could not be read again, so the user was " +
-                     "neither mailed nor expired: " + user.readError);
+    findings.problem(
+        "the account of " + user.username + " could not be read again, so the user was " +
+        (user.emailedText == "yes" ? "not" : "neither mailed nor") + " expired: " + user.readError);
   }
   if (user.accountFound && !user.lookUpError.empty()) {
     findings.note("the e-mail address of " + user.username +

@@ -3,6 +3,8 @@
 #pragma once
 
 #include <cstdint>
+#include <string>
+#include <vector>
 
 #include "config/audit_log.h"
 #include "config/expiration_settings.h"
@@ -14,6 +16,12 @@
 
 namespace service {
 
+// A user who was examined and whose outcome is known at the end of the pass only.
+struct HeldUser {
+  notify::UserRecord user;
+  std::string listName;  // as PassRecord::addUser takes it
+};
+
 struct PassState {
   config::ExpirationSettings settings;  // reportOnly is the effective one
   bool emailedToday = false;            // bEmailRunToday
@@ -24,6 +32,7 @@ struct PassState {
   bool expiresNobody = false;   // the directory's clock is too far off
   std::uint32_t ageBefore = 0;  // days, of the user before: one who cannot be read keeps it
   ProcessedUsers processed;
+  std::vector<HeldUser> held;  // in the order in which they were examined
   WarningMemory memory;
   notify::RunReport report;
   PassRecord record;

@@ -164,8 +164,9 @@ void UserExaminer::warn(const std::u16string& name, UserRecord& user) {
   const bool dueToday = pass_.memory.state() == WarningMemory::State::Ready
                             ? pass_.memory.isDue(user)
                             : onWarningDay || !pass_.intervalMode;
-  user.emailDue = against.empty() && dueToday;
-  user.emailedText = "no";
+  const bool later = against.empty() && mailsOnlyWithExpiry(user);
+  user.emailDue = against.empty() && dueToday && !later;
+  user.emailedText = later ? "no (mailed when the password is expired)" : "no";
   if (hasAddress && !against.empty()) user.emailedText = against;
   if (hasAddress && user.emailDue) sendWarning(onWarningDay, user);
 
@@ -239,11 +240,54 @@ void UserExaminer::expire(const std::u16string& name, UserRecord& user) {
     user.expiry = Expiry::OnlyReported;
   } else if (pass_.expiresNobody) {
     user.expiry = Expiry::Withheld;
+  } else if (pass_.settings.maxExpirations != 0 || pass_.settings.expireOnlyNotified) {
+    user.expiryHeld = true;
+    user.expiredRow = pass_.report.hold(notify::RunReport::Table::Expired);
+    return;
   } else if (!forceChange(name, user)) {
     return;
   }
   pass_.report.addExpired(user);
   log_.print("  --STAGE 400\n");
+}
+
+std::optional<NoNotice> UserExaminer::expireHeld(UserRecord& user) {
+  const std::u16string name = platform::ansiToUtf16(user.username);
+  if (!readAge(name, user) || !isPastMaximum(user)) return {};
+  const bool notify = pass_.settings.expireOnlyNotified;
+  if (notify) {
+    if (const std::optional<NoNotice> reason = notifyOfExpiry(name, user)) return reason;
+  }
+  if (!forceChange(name, user)) return {};
+  if (notify && user.expiry == Expiry::Forced && user.data.email == directory::kNoEmail &&
+      !pass_.memory.isNotified(user)) {
+    pass_.record.findings.problem("the password of " + user.username +
+                                  " was expired without a mail to the user: the directory has no "
+                                  "e-mail address, or no surname");
+  }
+  log_.print("  --STAGE 400\n");
+  return {};
+}
+
+// A user of expireOnlyNotified is mailed in the pass that expires the password, and before it.
+bool UserExaminer::mailsOnlyWithExpiry(const UserRecord& user) const {
+  return pass_.settings.expireOnlyNotified && isPastMaximum(user);
+}
+
+// Nothing when the user knows, or has no address to write to.
+std::optional<NoNotice> UserExaminer::notifyOfExpiry(const std::u16string& name, UserRecord& user) {
+  if (pass_.memory.isNotified(user)) return {};
+  if (user.emailWarnings != 1) return NoNotice::PolicyMailsNobody;
+  if (!pass_.mayEmail) return NoNotice::MailedToday;
+  if (!reasonsAgainstMail(user).empty()) return NoNotice::HeldBack;
+  if (!user.inWarningPeriod) lookUpEmail(name, user);
+  if (!pass_.record.directoryBound || !user.lookUpError.empty()) return NoNotice::AddressUnknown;
+  user.emailDue = true;
+  user.emailedText = "no";
+  if (user.data.email == directory::kNoEmail) return {};
+  sendWarning(false, user);
+  if (user.emailedText != "yes") return NoNotice::MailFailed;
+  return {};
 }
 
 // False when the user has changed the password since it was judged, and it is not past its maximum

@@ -3,6 +3,7 @@
 #pragma once
 
 #include <cstdint>
+#include <optional>
 #include <string>
 #include <unordered_set>
 
@@ -22,6 +23,16 @@ struct PolicyInHand {
   std::unordered_set<std::string> excluded;  // keys of the names in the exclude file
 };
 
+// Why a user cannot be notified of the expiry in this pass.
+enum class NoNotice {
+  MailFailed,
+  PolicyMailsNobody,
+  AddressUnknown,  // the look-up failed
+  HeldBack,        // see WarningMemory
+  MailedToday,     // limitEmails
+};
+inline constexpr int kNoNoticeReasons = 5;
+
 class UserExaminer {
  public:
   UserExaminer(platform::Host host, config::DebugLog& log, directory::DomainDirectory& domain,
@@ -30,6 +41,11 @@ class UserExaminer {
 
   // `listed` is the name as the list spells it, in the ANSI code page.
   notify::UserRecord examine(const PolicyInHand& policy, const std::string& listed);
+
+  // Carries out an expiry that was held: reads the account again, notifies the user where that is
+  // wanted, forces the change. Answers why the user was to be notified, was not, and so was not
+  // expired.
+  std::optional<NoNotice> expireHeld(notify::UserRecord& user);
 
  private:
   void screenAccount(const std::u16string& name, notify::UserRecord& user);
@@ -44,6 +60,8 @@ class UserExaminer {
   std::string reasonsAgainstMail(const notify::UserRecord& user) const;
   void sendWarning(bool onWarningDay, notify::UserRecord& user);
   void expire(const std::u16string& name, notify::UserRecord& user);
+  bool mailsOnlyWithExpiry(const notify::UserRecord& user) const;
+  std::optional<NoNotice> notifyOfExpiry(const std::u16string& name, notify::UserRecord& user);
   bool forceChange(const std::u16string& name, notify::UserRecord& user);
 
   platform::Host host_;

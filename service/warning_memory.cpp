@@ -14,11 +14,18 @@ notify::AccountPassword passwordOf(const notify::UserRecord& user) {
   return {base::foldCase(platform::ansiToUtf8(user.username)), user.passwordSet};
 }
 
+// What is recorded beside the warning days when the mail was about the expiry: the maximum age,
+// negative. With another maximum age the user is due another mail.
+std::int32_t expiryMark(const notify::UserRecord& user) {
+  return user.maxAge > 0 ? -user.maxAge : 0;
+}
+
 }  // namespace
 
 void WarningMemory::open(const config::ExpirationSettings& settings, bool clockIsWrong,
                          platform::Clock& clock, config::Findings& findings) {
   if (!settings.rememberWarnings || settings.reportOnly) return;
+  recordsExpiry_ = settings.expireOnlyNotified;
   clock_ = &clock;
   findings_ = &findings;
   for (const std::int32_t day : settings.warnings) {
@@ -60,9 +67,14 @@ bool WarningMemory::isDue(const notify::UserRecord& user) const {
                      [&](std::int32_t day) { return !ledger_.isDone(password, day); });
 }
 
+bool WarningMemory::isNotified(const notify::UserRecord& user) const {
+  return opened_ && ledger_.isDone(passwordOf(user), expiryMark(user));
+}
+
 void WarningMemory::mailed(const notify::UserRecord& user) {
   if (state_ != State::Ready) return;
-  const std::vector<std::int32_t> days = reachedDays(user);
+  std::vector<std::int32_t> days = reachedDays(user);
+  if (recordsExpiry_ && user.daysLeft() <= 0) days.push_back(expiryMark(user));
   std::string problem;
   if (ledger_.record(passwordOf(user), days, clock_->localTime(), problem)) return;
   state_ = State::Held;

@@ -33,6 +33,9 @@ class WarningMemory {
 
   // Whether the user, who is in the warning period, has a warning to get.
   bool isDue(const notify::UserRecord& user) const;
+  // Whether the user, past the maximum age, was told in an earlier pass that this password has
+  // reached this maximum age. Asked with expireOnlyNotified only, which has it recorded.
+  bool isNotified(const notify::UserRecord& user) const;
   // The user's mail was accepted. Where that cannot be recorded, further warnings are held back.
   void mailed(const notify::UserRecord& user);
   void finish();
@@ -45,6 +48,7 @@ class WarningMemory {
   platform::Clock* clock_ = nullptr;
   config::Findings* findings_ = nullptr;
   bool opened_ = false;
+  bool recordsExpiry_ = false;
   notify::WarningLedger ledger_;
 };
 

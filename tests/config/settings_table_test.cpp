@@ -14,6 +14,7 @@ namespace {
 std::string typeText(const Setting& setting) {
   constexpr std::uint32_t kUsualBytes = 127;
   if (setting.type == SettingType::Flag) return "flag";
+  if (setting.type == SettingType::TimeOfDay) return "time, HH:MM";
   if (setting.type == SettingType::Text) {
     if (setting.limit == kUsualBytes) return "text";
     return "text, at most " + std::to_string(setting.limit) + " bytes";
@@ -26,7 +27,7 @@ std::string pageRow(const Setting& setting) {
   std::string row = "| `" + settingName(setting, 0) + "`";
   if (setting.count > 1) row += " .. `" + settingName(setting, setting.count - 1) + "`";
   row += " | " + typeText(setting) + " | ";
-  if (setting.type != SettingType::Text) row += std::to_string(setting.number) + ' ';
+  if (!isText(setting.type)) row += std::to_string(setting.number) + ' ';
   if (*setting.text != '\0') row += '`' + std::string(setting.text) + "` ";
   return row + "| " + setting.help + " |\n";
 }
