@@ -271,7 +271,7 @@ std::optional<NoNotice> UserExaminer::expireHeld(UserRecord& user) {
 
 // A user of expireOnlyNotified is mailed in the pass that expires the password, and before it.
 bool UserExaminer::mailsOnlyWithExpiry(const UserRecord& user) const {
-  return pass_.settings.expireOnlyNotified && isPastMaximum(user);
+  return pass_.settings.expireOnlyNotified && !user.directoryPolicy && isPastMaximum(user);
 }
 
 // Nothing when the user knows, or has no address to write to.
