@@ -4,10 +4,10 @@
 
 #include <algorithm>
 #include <cstdio>
-#include <string_view>
 #include <utility>
 
 #include "base/text.h"
+#include "platform/directory/ldap_filter.h"
 #include "platform/text/code_page.h"
 
 namespace directory {
@@ -44,33 +44,6 @@ Binding bindDefaultContext(DirectoryAccess& access) {
   binding.status =
       access.openSearch(u"LDAP://" + context, kAdsSecureAuthentication, binding.search);
   return binding;
-}
-
-// RFC 4515 section 3.
-std::u16string escapeFilterValue(std::u16string_view value) {
-  std::u16string escaped;
-  for (char16_t c : value) {
-    switch (c) {
-      case u'*':
-        escaped += u"\\2a";
-        break;
-      case u'(':
-        escaped += u"\\28";
-        break;
-      case u')':
-        escaped += u"\\29";
-        break;
-      case u'\\':
-        escaped += u"\\5c";
-        break;
-      case u'\0':
-        escaped += u"\\00";
-        break;
-      default:
-        escaped += c;
-    }
-  }
-  return escaped;
 }
 
 // As the administrator's tools print it: the attribute's name and its value.
@@ -180,7 +153,7 @@ HResult FindUserByName(DirectoryAccess& access, DirectorySearch* search,
                        std::FILE* foundUsers) {
   if (search == nullptr || logonName.empty()) return platform::kInvalidArgument;
   const std::u16string filter =
-      u"(&(objectCategory=user)(samAccountName=" + escapeFilterValue(logonName) + u"))";
+      u"(&(objectCategory=user)(samAccountName=" + platform::escapeFilterValue(logonName) + u"))";
   std::unique_ptr<platform::SearchRows> rows;
   HResult status = search->setScope(platform::SearchScope::Subtree);
   if (!failed(status)) status = search->execute(filter, kPathAttribute, rows);

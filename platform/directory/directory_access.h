@@ -36,11 +36,32 @@ enum class SearchScope : std::uint32_t { Base = 0, OneLevel = 1, Subtree = 2 };
 // A flag of ADsOpenObject.
 inline constexpr std::uint32_t kAdsSecureAuthentication = 1;
 
+// The steps of the way into a directory, in their order.
+enum class DirectoryStep { Settings, Name, Connect, Tls, Login, Read };
+
 // What went wrong last, in the words of the directory (ADsGetLastError).
 struct DirectoryError {
   std::uint32_t code = 0;
-  std::string text;      // in the ANSI code page, one line, no secret
-  std::string provider;  // likewise
+  std::string text;                          // in the ANSI code page, one line, no secret
+  std::string provider;                      // likewise
+  DirectoryStep step = DirectoryStep::Read;  // at which it went wrong, as far as that is known
+};
+
+// A password settings object: the policy of a group or of single accounts.
+struct PasswordSettings {
+  std::string name;          // ANSI
+  std::uint32_t maxAge = 0;  // seconds; kPasswordNeverExpires: never
+  std::int64_t precedence = 0;
+};
+
+// What a check shows of the way into the directory, beyond what a pass needs. Texts are ANSI.
+struct DirectoryFacts {
+  std::string server;                     // "HOST:PORT", or the name of a file; empty: not known
+  std::string host;                       // of a server that certificates are checked against
+  std::vector<std::string> addresses;     // of its name
+  std::vector<std::string> certificates;  // PEM, the server's own first; none without TLS
+  std::string identity;                   // whom the directory takes the program for
+  std::vector<PasswordSettings> passwordSettings;  // those that this account may read
 };
 
 // A user object's properties (IADsUser). Values are set on success only.
@@ -111,6 +132,17 @@ class DirectoryAccess {
   // What the failed `status` of the last call means, in one line: the directory's own words, or the
   // number in hexadecimal and what the system has to say about it.
   virtual std::string errorText(HResult status);
+
+  // What can be found out; costs some round trips, and is for a check only.
+  virtual DirectoryFacts facts() { return {}; }
+  // Whether the directory would let this program write the attribute of the user with this logon
+  // name, as it says itself (allowedAttributesEffective); nothing when it does not say. One round
+  // trip.
+  virtual std::optional<bool> mayWrite(const std::u16string& logonName, const char* attribute) {
+    (void)logonName;
+    (void)attribute;
+    return std::nullopt;
+  }
 
   // By how many seconds the directory's clock is ahead of this machine's, as of the last reading;
   // negative when it is behind. Nothing when the directory does not say.

@@ -48,6 +48,13 @@ class DirectorySource {
   // Sets pwdLastSet to 0 in the directory itself, where it has to have the value that `entry` has:
   // else nothing is written and the result is kNetPasswordChanged. A success when it is 0 already.
   virtual AccountResult expirePassword(const DirectoryEntry& entry) = 0;
+  // As DirectoryAccess has them, after load().
+  virtual DirectoryFacts facts() = 0;
+  virtual std::optional<bool> mayWrite(const DirectoryEntry& entry, const char* attribute) {
+    (void)entry;
+    (void)attribute;
+    return std::nullopt;
+  }
 };
 
 }  // namespace platform

@@ -145,6 +145,12 @@ std::optional<std::int64_t> decimalValue(std::string_view value) {
   return number;
 }
 
+std::uint32_t maxAgeSeconds(std::int64_t age) {
+  if (age >= 0 || age == std::numeric_limits<std::int64_t>::min()) return kPasswordNeverExpires;
+  return static_cast<std::uint32_t>(
+      std::min<std::int64_t>(-age / kFileTimePerSecond, kPasswordNeverExpires));
+}
+
 std::optional<std::int64_t> timeValue(std::string_view value) {
   using namespace std::chrono;
   const std::string_view rest = value.substr(std::min(value.size(), kSecondsEnd));

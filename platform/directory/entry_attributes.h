@@ -59,6 +59,10 @@ void takeValue(ReadObject& object, const EntryAttribute& attribute, std::string_
 // A decimal number with nothing around it but blanks behind it.
 std::optional<std::int64_t> decimalValue(std::string_view value);
 
+// A maximum password age as a directory keeps it, a negative number of 100 ns, in whole seconds;
+// kPasswordNeverExpires for 0 and the lowest number.
+std::uint32_t maxAgeSeconds(std::int64_t age);
+
 // A GeneralizedTime in UTC ("20261121224744.0Z") as a FILETIME; fractions of a second are cut off.
 std::optional<std::int64_t> timeValue(std::string_view value);
 

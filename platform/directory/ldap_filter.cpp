@@ -275,4 +275,30 @@ std::optional<std::string> LdapFilter::requiredLogonName() const {
   return item->values.front();
 }
 
+std::u16string escapeFilterValue(std::u16string_view value) {
+  std::u16string escaped;
+  for (char16_t c : value) {
+    switch (c) {
+      case u'*':
+        escaped += u"\\2a";
+        break;
+      case u'(':
+        escaped += u"\\28";
+        break;
+      case u')':
+        escaped += u"\\29";
+        break;
+      case u'\\':
+        escaped += u"\\5c";
+        break;
+      case u'\0':
+        escaped += u"\\00";
+        break;
+      default:
+        escaped += c;
+    }
+  }
+  return escaped;
+}
+
 }  // namespace platform

@@ -62,4 +62,7 @@ class LdapFilter {
   Node root_;
 };
 
+// A value as it is to stand in a filter (RFC 4515 section 3).
+std::u16string escapeFilterValue(std::u16string_view value);
+
 }  // namespace platform

@@ -345,6 +345,13 @@ std::optional<std::int64_t> SnapshotDirectory::clockOffset() {
   return loaded_->snapshot.clockOffset;
 }
 
+std::optional<bool> SnapshotDirectory::mayWrite(const std::u16string& logonName,
+                                                const char* attribute) {
+  DirectoryEntry* entry = nullptr;
+  if (!findEntry(logonName, entry).ok()) return std::nullopt;
+  return source_->mayWrite(*entry, attribute);
+}
+
 AccountResult SnapshotDirectory::findEntry(const std::u16string& name, DirectoryEntry*& entry) {
   if (failed(ensureLoaded())) return {kNetNoDomainController, loadError_.text};
   NameIndex::Entries& entries = loaded_->snapshot.entries;
@@ -399,13 +406,7 @@ AccountResult SnapshotDirectory::setUserInfo(const std::u16string& name, const U
 
 NetStatus SnapshotDirectory::domainModals(DomainModals& modals) {
   if (failed(ensureLoaded())) return kNetNoDomainController;
-  const std::int64_t age = loaded_->snapshot.maxPwdAge;  // a negative span
-  if (age >= 0 || age == std::numeric_limits<std::int64_t>::min()) {
-    modals.maxPasswordAge = kPasswordNeverExpires;
-  } else {
-    modals.maxPasswordAge = static_cast<std::uint32_t>(
-        std::min<std::int64_t>(-age / kFileTimePerSecond, kPasswordNeverExpires));
-  }
+  modals.maxPasswordAge = maxAgeSeconds(loaded_->snapshot.maxPwdAge);
   return kNetSuccess;
 }
 

@@ -42,6 +42,8 @@ class SnapshotDirectory final : public DirectoryAccess, public AccountDatabase {
   void endPass() override;
 
   std::optional<std::int64_t> clockOffset() override;
+  DirectoryFacts facts() override { return source_->facts(); }
+  std::optional<bool> mayWrite(const std::u16string& logonName, const char* attribute) override;
 
   // The age of a password whose last change is absent, 0 or in the future is 0.
   AccountResult userInfo(const std::u16string& name, UserInfo& info) override;

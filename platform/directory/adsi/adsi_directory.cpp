@@ -8,8 +8,10 @@
 #include <windows.h>
 #include <activeds.h>
 
+#include "base/ascii.h"
 #include "platform/directory/adsi/com_types.h"
 #include "platform/directory/adsi/error_words.h"
+#include "platform/directory/ldap_filter.h"
 #include "platform/text/code_page.h"
 #include "platform/text/windows/wide_text.h"
 
@@ -174,6 +176,53 @@ class AdsiDirectory final : public DirectoryAccess {
     return get<IDirectorySearch, AdsiSearch>(path, IID_IDirectorySearch, search);
   }
 
+  DirectoryFacts facts() override {
+    DirectoryFacts facts;
+    std::unique_ptr<DirectoryObject> rootDse;
+    std::u16string server;
+    if (failed(openObject(u"LDAP://rootDSE", kAdsSecureAuthentication, rootDse))) return facts;
+    if (!failed(rootDse->get(u"dnsHostName", server))) facts.server = utf16ToAnsi(server);
+    return facts;
+  }
+
+  // A search of the user's object alone: allowedAttributesEffective is worked out when it is asked
+  // for by name.
+  std::optional<bool> mayWrite(const std::u16string& logonName, const char* attribute) override {
+    std::u16string path;
+    ComPtr<IDirectorySearch> object;
+    if (!findPath(logonName, path) ||
+        FAILED(ADsOpenObject(toWide(path).c_str(), nullptr, nullptr, kAdsSecureAuthentication,
+                             IID_IDirectorySearch, object.out()))) {
+      return std::nullopt;
+    }
+    std::wstring filter = L"(objectClass=*)";
+    std::wstring name = L"allowedAttributesEffective";
+    LPWSTR names[] = {name.data()};
+    ADS_SEARCHPREF_INFO scope{};
+    scope.dwSearchPref = ADS_SEARCHPREF_SEARCH_SCOPE;
+    scope.vValue.dwType = ADSTYPE_INTEGER;
+    scope.vValue.Integer = ADS_SCOPE_BASE;
+    ADS_SEARCH_HANDLE handle = nullptr;
+    if (FAILED(object->SetSearchPreference(&scope, 1)) ||
+        FAILED(object->ExecuteSearch(filter.data(), names, 1, &handle))) {
+      return std::nullopt;
+    }
+    std::optional<bool> found;
+    ADS_SEARCH_COLUMN column{};
+    if (object->GetNextRow(handle) == S_OK) {
+      found = false;
+      if (SUCCEEDED(object->GetColumn(handle, name.data(), &column))) {
+        for (DWORD i = 0; i < column.dwNumValues; ++i) {
+          const std::string value = utf16ToAnsi(fromWide(column.pADsValues[i].CaseIgnoreString));
+          found = *found || base::equalsNoCase(value, attribute);
+        }
+        object->FreeColumn(&column);
+      }
+    }
+    object->CloseSearchHandle(handle);
+    return found;
+  }
+
   DirectoryError lastError() override {
     std::array<wchar_t, kErrorTextCapacity> text{};
     std::array<wchar_t, kErrorTextCapacity> provider{};
@@ -217,6 +266,26 @@ class AdsiDirectory final : public DirectoryAccess {
     const HRESULT status = ADsGetObject(toWide(path).c_str(), id, opened.out());
     if (SUCCEEDED(status)) result = std::make_unique<Wrapper>(std::move(opened));
     return resultOf(status);
+  }
+
+  // The path of the user with this logon name, below the domain's default naming context.
+  bool findPath(const std::u16string& logonName, std::u16string& path) {
+    std::unique_ptr<DirectoryObject> rootDse;
+    std::u16string context;
+    std::unique_ptr<DirectorySearch> search;
+    std::unique_ptr<SearchRows> rows;
+    SearchColumn column;
+    const bool found =
+        !failed(openObject(u"LDAP://rootDSE", kAdsSecureAuthentication, rootDse)) &&
+        !failed(rootDse->get(u"defaultNamingContext", context)) &&
+        !failed(openSearch(u"LDAP://" + context, kAdsSecureAuthentication, search)) &&
+        !failed(search->setScope(SearchScope::Subtree)) &&
+        !failed(search->execute(
+            u"(&(objectClass=user)(sAMAccountName=" + escapeFilterValue(logonName) + u"))",
+            u"ADsPath", rows)) &&
+        rows->next() == kOk && !failed(rows->column(u"ADsPath", column));
+    path = column.firstValue;
+    return found;
   }
 
   int initialised_ = 0;

@@ -20,6 +20,7 @@
 #include <sys/socket.h>
 #include <unistd.h>
 
+#include "platform/directory/login_refusal.h"
 #include "platform/network/linux/srv_lookup.h"
 #include "platform/system/linux/secret_file.h"
 
@@ -33,6 +34,8 @@ constexpr ber_len_t kMaxAnswer = ber_len_t{16} << 20U;
 constexpr std::size_t kMaxServerText = 300;
 // Of the servers a domain has. Each that is down costs the time for connecting.
 constexpr std::size_t kMaxServersTried = 4;
+// Of the time for a step when a way that failed is gone again, to see where.
+constexpr int kMostSecondsToSeeWhy = 5;
 // SDFlagsRequestValue ::= SEQUENCE { Flags INTEGER }, with DACL_SECURITY_INFORMATION (4).
 constexpr const char* kSdFlagsOid = "1.2.840.113556.1.4.801";
 char kDaclFlag[] = {0x30, 0x03, 0x02, 0x01, 0x04};
@@ -82,9 +85,7 @@ std::string diagnosticOf(LDAP* ldap) {
   std::string line = text != nullptr ? oneLine(text) : std::string();
   ldap_memfree(text);
   // What libldap over GnuTLS has to say of any certificate that it refuses.
-  if (line == "(unknown error code)") {
-    line = "the server's certificate is expired, of another name or of an unknown authority";
-  }
+  if (line == "(unknown error code)") line = "the TLS library refuses the server's certificate";
   return line;
 }
 
@@ -107,14 +108,15 @@ std::vector<std::string> serversOf(const LdapSettings& settings, DirectoryError&
   const std::string realm = defaultRealm();
   if (realm.empty()) {
     error = {kServerDown & 0xFFFFU, "no directory URI is set and Kerberos has no default realm",
-             kProvider};
+             kProvider, DirectoryStep::Settings};
     return {};
   }
   std::vector<SrvTarget> targets = lookUpSrv("_ldap._tcp.dc._msdcs." + realm);
   if (targets.empty()) targets = lookUpSrv("_ldap._tcp." + realm);
   if (targets.empty()) {
     error = {kServerDown & 0xFFFFU,
-             "no directory URI is set and DNS names no domain controller of " + realm, kProvider};
+             "no directory URI is set and DNS names no domain controller of " + realm, kProvider,
+             DirectoryStep::Name};
   }
   targets.resize(std::min(targets.size(), kMaxServersTried));
   std::vector<std::string> uris;
@@ -246,12 +248,12 @@ HResult LdapConnection::connect(const LdapSettings& settings, DirectoryError& er
   std::string problem;
   if (!setOptions(settings) || !setTlsOptions(settings, problem)) {
     if (problem.empty()) problem = "an option of the LDAP library cannot be set";
-    error = {kFail & 0xFFFFU, uri_ + ": " + problem, kProvider};
+    error = {kFail & 0xFFFFU, place() + ": " + problem, kProvider, DirectoryStep::Tls};
     return kFail;
   }
   if (hasScheme("ldaps")) {
     const int connected = withinConnectTime(ldap_connect);
-    if (connected != LDAP_SUCCESS) return fail(connected, "", error);
+    if (connected != LDAP_SUCCESS) return failToReach(connected, "", DirectoryStep::Tls, error);
   }
   return settings.bind == LdapSettings::Bind::Simple ? bindSimple(settings, error)
                                                      : bindGssapi(error);
@@ -284,6 +286,7 @@ bool LdapConnection::setTlsOptions(const LdapSettings& settings, std::string& pr
   const bool startsTls = hasScheme("ldap") && settings.bind == LdapSettings::Bind::Simple;
   if (!startsTls && !hasScheme("ldaps")) return true;
   const std::string file = settings.caFile.empty() ? trustedAuthorities() : settings.caFile;
+  caFile_ = file;
   // Reported here with the file's name; libldap would only report a failed connection.
   if (::access(file.c_str(), R_OK) != 0) {
     problem = "certificates of authorities " + file + ": " + std::strerror(errno);
@@ -330,13 +333,59 @@ int LdapConnection::withinConnectTime(int (*beginTls)(LDAP*)) {
 }
 
 HResult LdapConnection::startTls(DirectoryError& error) {
+  constexpr const char* kConsequence = ": the password was not sent";
   int code = withinConnectTime([](LDAP* ldap) { return ldap_start_tls_s(ldap, nullptr, nullptr); });
-  if (code == LDAP_SERVER_DOWN || code == LDAP_TIMEOUT) return fail(code, "", error);
   if (code == LDAP_SUCCESS && ldap_tls_inplace(ldap_) == 0) code = LDAP_CONNECT_ERROR;
   if (code == LDAP_SUCCESS) return kOk;
-  fail(code, "no TLS, so the password was not sent", error);
-  error.code = kServerDown & 0xFFFFU;
+  return failToReach(code, kConsequence, DirectoryStep::Tls, error);
+}
+
+// The server was not reached: says at which step that ended, `step` when the way can be gone now.
+// All such failures are kServerDown.
+HResult LdapConnection::failToReach(int code, const char* consequence, DirectoryStep step,
+                                    DirectoryError& error) const {
+  std::string problem;
+  if (code == LDAP_TIMEOUT) {
+    problem = "timed out: no answer in " + std::to_string(connectSeconds_) + " s";
+  } else if (isConnectionLost(code) && !server_.host.empty()) {
+    const LdapPath path = walkAgain();
+    problem = path.problem;
+    if (!problem.empty()) step = path.failedAt;
+  } else if (step == DirectoryStep::Tls) {
+    problem = std::string("StartTLS refused: ") + ldap_err2string(code);
+  }
+  if (problem.empty()) {
+    fail(code, "", error);
+  } else {
+    error.text = place() + ": " + problem;
+  }
+  error = {kServerDown & 0xFFFFU, error.text + consequence, kProvider, step};
   return kServerDown;
+}
+
+LdapPath LdapConnection::walkAgain() const {
+  if (server_.host.empty()) return {};
+  return walkLdapPath(server_,
+                      {!caFile_.empty(), caFile_, std::min(connectSeconds_, kMostSecondsToSeeWhy)});
+}
+
+std::string LdapConnection::identity() {
+  berval* name = nullptr;
+  if (ldap_whoami_s(ldap_, &name, nullptr, nullptr) != LDAP_SUCCESS || name == nullptr) return {};
+  std::string text = oneLine({name->bv_val, name->bv_len});
+  ber_bvfree(name);
+  return text;
+}
+
+HResult LdapConnection::failToBind(int code, const std::string& action,
+                                   DirectoryError& error) const {
+  if (isConnectionLost(code)) return failToReach(code, "", DirectoryStep::Login, error);
+  const HResult status = fail(code, action, error);
+  if (code == LDAP_SUCCESS) return status;
+  const std::string reason = loginRefusal(diagnosticOf(ldap_));
+  if (!reason.empty()) error.text = place() + ": " + action + " refused: " + reason;
+  error.step = DirectoryStep::Login;
+  return status;
 }
 
 HResult LdapConnection::bindSimple(const LdapSettings& settings, DirectoryError& error) {
@@ -346,13 +395,13 @@ HResult LdapConnection::bindSimple(const LdapSettings& settings, DirectoryError&
   }
   SecretFile password;
   if (!password.read(settings.bindPasswordFile, error.text)) {
-    error = {kLogonFailure & 0xFFFFU, error.text, kProvider};
+    error = {kLogonFailure & 0xFFFFU, error.text, kProvider, DirectoryStep::Login};
     return kLogonFailure;
   }
   berval credential = {password.text().size(), const_cast<char*>(password.text().data())};
   const int code = ldap_sasl_bind_s(ldap_, settings.bindUser.c_str(), LDAP_SASL_SIMPLE, &credential,
                                     nullptr, nullptr, nullptr);
-  return fail(code, "bind as " + settings.bindUser, error);
+  return failToBind(code, "bind as " + settings.bindUser, error);
 }
 
 HResult LdapConnection::bindGssapi(DirectoryError& error) {
@@ -368,7 +417,7 @@ HResult LdapConnection::bindGssapi(DirectoryError& error) {
   ldap_set_option(ldap_, LDAP_OPT_X_SASL_CBINDING, &binding);
   const int code = ldap_sasl_interactive_bind_s(ldap_, nullptr, "GSSAPI", nullptr, nullptr,
                                                 LDAP_SASL_QUIET, answerWithDefaults, nullptr);
-  return fail(code, "Kerberos bind", error);
+  return failToBind(code, "Kerberos bind", error);
 }
 
 std::chrono::steady_clock::time_point LdapConnection::answerDeadline() const {
@@ -405,17 +454,32 @@ int LdapConnection::readObject(const std::string& dn, const char* const* attribu
 }
 
 int LdapConnection::readValue(const std::string& dn, const char* attribute, std::string& value) {
-  value.clear();
+  std::vector<std::string> values;
+  const int code = readValues(dn, attribute, values);
+  value = values.empty() ? "" : std::move(values.front());
+  return code;
+}
+
+int LdapConnection::readValues(const std::string& dn, const char* attribute,
+                               std::vector<std::string>& values) {
+  values.clear();
   const char* const attributes[] = {attribute, nullptr};
   LdapMessage message;
   const int code = readObject(dn, attributes, message);
   if (code != LDAP_SUCCESS) return code;
   LDAPMessage* entry = ldap_first_entry(ldap_, message.get());
-  if (entry == nullptr) return LDAP_SUCCESS;
-  berval** values = ldap_get_values_len(ldap_, entry, attribute);
-  if (values != nullptr && values[0] != nullptr) value.assign(values[0]->bv_val, values[0]->bv_len);
-  ldap_value_free_len(values);
+  if (entry != nullptr) values = valuesOf(entry, attribute);
   return LDAP_SUCCESS;
+}
+
+std::vector<std::string> LdapConnection::valuesOf(LDAPMessage* entry, const char* attribute) const {
+  std::vector<std::string> values;
+  berval** const found = ldap_get_values_len(ldap_, entry, attribute);
+  for (berval** value = found; value != nullptr && *value != nullptr; ++value) {
+    values.emplace_back((*value)->bv_val, (*value)->bv_len);
+  }
+  ldap_value_free_len(found);
+  return values;
 }
 
 int LdapConnection::replaceValue(const std::string& dn, const char* attribute,
@@ -439,7 +503,7 @@ int LdapConnection::exchangeValue(const std::string& dn, const char* attribute,
 HResult LdapConnection::fail(int code, const std::string& action, DirectoryError& error) const {
   const HResult status = hresultOf(code);
   if (code == LDAP_SUCCESS) return status;
-  std::string text = uri_ + ": " + action + (action.empty() ? "" : ": ") + ldap_err2string(code);
+  std::string text = place() + ": " + action + (action.empty() ? "" : ": ") + ldap_err2string(code);
   const std::string details = ldap_ != nullptr ? diagnosticOf(ldap_) : std::string();
   if (!details.empty()) text += " (" + details + ")";
   error = {status & 0xFFFFU, std::move(text), kProvider};

@@ -11,11 +11,13 @@
 #include <memory>
 #include <string>
 #include <utility>
+#include <vector>
 
 #include <ldap.h>
 
 #include "platform/directory/directory_access.h"
 #include "platform/directory/directory_settings.h"
+#include "platform/directory/ldap/ldap_path.h"
 
 namespace platform {
 
@@ -36,8 +38,20 @@ class LdapConnection {
 
   LDAP* handle() const { return ldap_; }
 
+  // "HOST:PORT", or the URI of a socket of this machine.
+  std::string place() const { return server_.host.empty() ? uri_ : server_.text(); }
+  const LdapAddress& server() const { return server_; }
+  // The way to the server, gone again beside this connection; see ldap_path.h.
+  LdapPath walkAgain() const;
+  // Whom the server takes this program for ("u:EXAMPLE\svc"); empty when it does not say.
+  std::string identity();
+
   // The first value of one attribute of one object; empty when it has none. An LDAP result code.
   int readValue(const std::string& dn, const char* attribute, std::string& value);
+  // All of them.
+  int readValues(const std::string& dn, const char* attribute, std::vector<std::string>& values);
+  // Of an object in an answer.
+  std::vector<std::string> valuesOf(LDAPMessage* entry, const char* attribute) const;
 
   // One object, its security descriptor without the audit part. `attributes` ends in a null
   // pointer. An LDAP result code.
@@ -61,12 +75,15 @@ class LdapConnection {
   HResult fail(int code, const std::string& action, DirectoryError& error) const;
 
  private:
-  explicit LdapConnection(std::string uri) : uri_(std::move(uri)) {}
+  explicit LdapConnection(std::string uri) : uri_(std::move(uri)), server_(ldapAddress(uri_)) {}
 
   HResult connect(const LdapSettings& settings, DirectoryError& error);
   bool setOptions(const LdapSettings& settings);
   bool setTlsOptions(const LdapSettings& settings, std::string& problem);
   std::string trustedAuthorities() const;
+  HResult failToReach(int code, const char* consequence, DirectoryStep step,
+                      DirectoryError& error) const;
+  HResult failToBind(int code, const std::string& action, DirectoryError& error) const;
   bool setAll(std::initializer_list<std::pair<int, const void*>> options);
   int withinConnectTime(int (*beginTls)(LDAP*));
   HResult startTls(DirectoryError& error);
@@ -75,6 +92,8 @@ class LdapConnection {
   bool hasScheme(const char* scheme) const;
 
   std::string uri_;
+  LdapAddress server_;
+  std::string caFile_;  // empty: the connection has no TLS
   LDAP* ldap_ = nullptr;
   std::atomic<int> socket_ = -1;  // -1: not connected
   ldap_conncb callbacks_{};       // which keep socket_ true

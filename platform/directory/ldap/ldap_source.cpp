@@ -1,10 +1,12 @@
 // Reads the domain head and the users, and writes pwdLastSet; see the header.
 #include "platform/directory/ldap/ldap_source.h"
 
+#include <algorithm>
 #include <optional>
 #include <string_view>
 #include <vector>
 
+#include "base/ascii.h"
 #include "base/case_fold.h"
 #include "platform/directory/entry_attributes.h"
 #include "platform/directory/ldap/ldap_paged_search.h"
@@ -172,6 +174,7 @@ HResult LdapSource::readDomain(DirectorySnapshot& snapshot, std::string& base,
   }
   const std::string_view domain = domainPart(base);
   snapshot.namingContext = domain.empty() ? base : std::string(domain);
+  namingContext_ = snapshot.namingContext;
   std::string age;
   code = connection_->readValue(snapshot.namingContext, "maxPwdAge", age);
   if (code != LDAP_SUCCESS) return connection_->fail(code, snapshot.namingContext, error);
@@ -258,6 +261,56 @@ AccountResult LdapSource::expirePassword(const DirectoryEntry& entry) {
   });
   if (changed) return {kNetPasswordChanged, entry.dn + ": the password was changed"};
   return result;
+}
+
+DirectoryFacts LdapSource::facts() {
+  DirectoryFacts facts;
+  facts.server = settings_.uri;
+  if (connection_ == nullptr) return facts;
+  LdapPath path = connection_->walkAgain();
+  facts.server = connection_->place();
+  facts.host = connection_->server().host;
+  facts.addresses = std::move(path.addresses);
+  facts.certificates = std::move(path.certificates);
+  facts.identity = connection_->identity();
+  facts.passwordSettings = readPasswordSettings();
+  return facts;
+}
+
+// Ordinary accounts may not read them: then there are none.
+std::vector<PasswordSettings> LdapSource::readPasswordSettings() {
+  constexpr const char* kAge = "msDS-MaximumPasswordAge";
+  constexpr const char* kPrecedence = "msDS-PasswordSettingsPrecedence";
+  const std::string container = "CN=Password Settings Container,CN=System," + namingContext_;
+  const char* const attributes[] = {"cn", kAge, kPrecedence, nullptr};
+  LDAP* const ldap = connection_->handle();
+  LDAPMessage* received = nullptr;
+  ldap_search_ext_s(ldap, container.c_str(), LDAP_SCOPE_ONELEVEL,
+                    "(objectClass=msDS-PasswordSettings)", const_cast<char**>(attributes), 0,
+                    nullptr, nullptr, nullptr, LDAP_NO_LIMIT, &received);
+  const LdapMessage message(received);
+  std::vector<PasswordSettings> found;
+  LDAPMessage* entry = received != nullptr ? ldap_first_entry(ldap, received) : nullptr;
+  for (; entry != nullptr; entry = ldap_next_entry(ldap, entry)) {
+    const auto first = [&](const char* attribute) {
+      const std::vector<std::string> values = connection_->valuesOf(entry, attribute);
+      return values.empty() ? std::string() : values.front();
+    };
+    found.push_back({first("cn"), maxAgeSeconds(decimalValue(first(kAge)).value_or(0)),
+                     decimalValue(first(kPrecedence)).value_or(0)});
+  }
+  return found;
+}
+
+std::optional<bool> LdapSource::mayWrite(const DirectoryEntry& entry, const char* attribute) {
+  std::vector<std::string> writable;
+  if (connection_ == nullptr ||
+      connection_->readValues(entry.dn, "allowedAttributesEffective", writable) != LDAP_SUCCESS) {
+    return std::nullopt;
+  }
+  return std::any_of(writable.begin(), writable.end(), [attribute](const std::string& name) {
+    return base::equalsNoCase(name, attribute);
+  });
 }
 
 // An LDAP result code.

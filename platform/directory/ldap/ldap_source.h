@@ -5,8 +5,10 @@
 
 #include <functional>
 #include <memory>
+#include <optional>
 #include <string>
 #include <utility>
+#include <vector>
 
 #include "platform/directory/directory_settings.h"
 #include "platform/directory/directory_snapshot.h"
@@ -32,15 +34,20 @@ class LdapSource final : public DirectorySource {
   AccountResult refresh(DirectoryEntry& entry) override;
   AccountResult expirePassword(const DirectoryEntry& entry) override;
 
+  DirectoryFacts facts() override;
+  std::optional<bool> mayWrite(const DirectoryEntry& entry, const char* attribute) override;
+
  private:
   AccountResult reach(const DirectoryEntry& entry, const std::function<int()>& exchange);
   AccountResult overConnection(const DirectoryEntry& entry, const std::function<int()>& exchange);
   int expireUnlessChanged(const DirectoryEntry& entry, bool& changed);
   HResult readDomain(DirectorySnapshot& snapshot, std::string& base, DirectoryError& error);
+  std::vector<PasswordSettings> readPasswordSettings();
   HResult readUsers(const std::string& base, DirectorySnapshot& snapshot, DirectoryError& error);
 
   LdapSettings settings_;
   Clock& clock_;
+  std::string namingContext_;  // of the last load()
   bool onlyReplaces_ = false;  // the server refuses to exchange one value for another
   int lostInARow_ = 0;         // calls
   std::string lostText_;       // of the last of them

@@ -268,6 +268,12 @@ AccountResult LdifSource::refresh(DirectoryEntry& entry) {
   return {};
 }
 
+DirectoryFacts LdifSource::facts() {
+  DirectoryFacts facts;
+  facts.server = file_;
+  return facts;
+}
+
 AccountResult LdifSource::expirePassword(const DirectoryEntry& entry) {
   if (entry.sourceLength == 0) return writeFault("no pwdLastSet to set for " + entry.logonName);
   std::string bytes;

@@ -27,6 +27,7 @@ class LdifSource final : public DirectorySource {
   // else in the file stays as it is, and a crash cannot lose any of it. Refused with kNetWriteFault
   // when the file does not hold the record there any more.
   AccountResult expirePassword(const DirectoryEntry& entry) override;
+  DirectoryFacts facts() override;
 
  private:
   AccountResult writeFault(const std::string& what) const;

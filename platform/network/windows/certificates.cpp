@@ -3,7 +3,11 @@
 
 #include <vector>
 
+#include "base/format_text.h"
+#include "base/hex_digit.h"
+#include "base/text.h"
 #include "base/unicode.h"
+#include "platform/network/certificate.h"
 #include "platform/network/windows/status_text.h"
 #include "platform/system/files.h"
 #include "platform/text/windows/wide_text.h"
@@ -87,14 +91,95 @@ DWORD checkChain(const CERT_CHAIN_CONTEXT& chain, const std::string& host) {
   return status.dwError;
 }
 
+std::string distinguishedName(CERT_NAME_BLOB& name) {
+  const DWORD size = CertNameToStrW(kEncoding, &name, CERT_X500_NAME_STR, nullptr, 0);
+  std::vector<wchar_t> text(size + 1);
+  CertNameToStrW(kEncoding, &name, CERT_X500_NAME_STR, text.data(), size);
+  return base::utf16ToUtf8(fromWide(text.data()));
+}
+
+// Null when the text holds none.
+Certificate firstCertificate(const std::string& pem) {
+  std::vector<BYTE> bytes(pem.size());
+  DWORD size = static_cast<DWORD>(bytes.size());
+  if (CryptStringToBinaryA(pem.data(), static_cast<DWORD>(pem.size()), CRYPT_STRING_BASE64HEADER,
+                           bytes.data(), &size, nullptr, nullptr) == 0) {
+    return nullptr;
+  }
+  return Certificate(CertCreateCertificateContext(kEncoding, bytes.data(), size));
+}
+
+std::string hostOf(const CERT_ALT_NAME_ENTRY& name) {
+  if (name.dwAltNameChoice == CERT_ALT_NAME_DNS_NAME) {
+    return base::loggableLine(base::utf16ToUtf8(fromWide(name.pwszDNSName)));
+  }
+  constexpr DWORD kIpv4Bytes = 4;
+  const CRYPT_DATA_BLOB& address = name.IPAddress;
+  if (name.dwAltNameChoice != CERT_ALT_NAME_IP_ADDRESS || address.cbData != kIpv4Bytes) return {};
+  const BYTE* const bytes = address.pbData;
+  return base::formatText("%u.%u.%u.%u", unsigned{bytes[0]}, unsigned{bytes[1]}, unsigned{bytes[2]},
+                          unsigned{bytes[3]});
+}
+
+std::vector<std::string> hostNames(const CERT_CONTEXT& certificate) {
+  std::vector<std::string> found;
+  const CERT_INFO& info = *certificate.pCertInfo;
+  const CERT_EXTENSION* extension =
+      CertFindExtension(szOID_SUBJECT_ALT_NAME2, info.cExtension, info.rgExtension);
+  DWORD size = 0;
+  if (extension != nullptr &&
+      CryptDecodeObjectEx(kEncoding, X509_ALTERNATE_NAME, extension->Value.pbData,
+                          extension->Value.cbData, 0, nullptr, nullptr, &size) != 0) {
+    std::vector<BYTE> buffer(size);
+    CryptDecodeObjectEx(kEncoding, X509_ALTERNATE_NAME, extension->Value.pbData,
+                        extension->Value.cbData, 0, nullptr, buffer.data(), &size);
+    const auto* names = reinterpret_cast<const CERT_ALT_NAME_INFO*>(buffer.data());
+    for (DWORD i = 0; i < names->cAltEntry; ++i) {
+      const std::string host = hostOf(names->rgAltEntry[i]);
+      if (!host.empty()) found.push_back(host);
+    }
+  }
+  const std::string common = base::loggableLine(commonName(certificate, 0));
+  if (found.empty() && !common.empty()) found.push_back(common);
+  return found;
+}
+
+std::int64_t fileTimeOf(const FILETIME& time) {
+  return static_cast<std::int64_t>(std::uint64_t{time.dwHighDateTime} << 32U | time.dwLowDateTime);
+}
+
+std::string fingerprintOf(const CERT_CONTEXT& certificate) {
+  BYTE digest[32];
+  DWORD size = sizeof digest;
+  if (CryptHashCertificate(0, CALG_SHA_256, 0, certificate.pbCertEncoded, certificate.cbCertEncoded,
+                           digest, &size) == 0) {
+    return {};
+  }
+  std::string text;
+  for (DWORD i = 0; i < size; ++i) {
+    if (i > 0) text += ':';
+    text += base::kHexDigits[digest[i] >> 4U];
+    text += base::kHexDigits[digest[i] & 15U];
+  }
+  return text;
+}
+
 }  // namespace
 
 std::string subjectName(const CERT_CONTEXT& certificate) {
-  CERT_NAME_BLOB& subject = certificate.pCertInfo->Subject;
-  const DWORD size = CertNameToStrW(kEncoding, &subject, CERT_X500_NAME_STR, nullptr, 0);
-  std::vector<wchar_t> text(size + 1);
-  CertNameToStrW(kEncoding, &subject, CERT_X500_NAME_STR, text.data(), size);
-  return base::utf16ToUtf8(fromWide(text.data()));
+  return distinguishedName(certificate.pCertInfo->Subject);
+}
+
+std::optional<CertificateFacts> describeCertificate(const std::string& pem) {
+  const Certificate certificate = firstCertificate(pem);
+  if (certificate == nullptr) return std::nullopt;
+  CERT_INFO& info = *certificate->pCertInfo;
+  return CertificateFacts{base::loggableLine(distinguishedName(info.Subject)),
+                          base::loggableLine(distinguishedName(info.Issuer)),
+                          hostNames(*certificate),
+                          fileTimeOf(info.NotBefore),
+                          fileTimeOf(info.NotAfter),
+                          fingerprintOf(*certificate)};
 }
 
 PeerCertificate describeServerCertificate(const CERT_CONTEXT& certificate,
@@ -116,13 +201,7 @@ Certificate findClientCertificate(const std::string& pemFile, std::string& error
     error = pemFile + " cannot be read";
     return nullptr;
   }
-  std::vector<BYTE> bytes(pem.size());
-  DWORD size = static_cast<DWORD>(bytes.size());
-  Certificate wanted;
-  if (CryptStringToBinaryA(pem.data(), static_cast<DWORD>(pem.size()), CRYPT_STRING_BASE64HEADER,
-                           bytes.data(), &size, nullptr, nullptr) != 0) {
-    wanted.reset(CertCreateCertificateContext(kEncoding, bytes.data(), size));
-  }
+  const Certificate wanted = firstCertificate(pem);
   if (wanted == nullptr) {
     error = pemFile + " does not begin with a certificate";
     return nullptr;
