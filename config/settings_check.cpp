@@ -1,12 +1,12 @@
 #include "config/settings_check.h"
 
 #include <algorithm>
-#include <cstddef>
 #include <cstdint>
 #include <cstring>
 #include <optional>
 
 #include "base/ascii.h"
+#include "base/nearest_name.h"
 #include "config/editions.h"
 #include "config/registry_readers.h"
 #include "config/settings_table.h"
@@ -99,45 +99,10 @@ std::vector<KnownValue> knownValues(const Place& place) {
   return known;
 }
 
-// How many characters must be put in, left out, replaced or swapped with the next one to make one
-// name of the other; letter case does not count.
-std::size_t distance(const std::string& left, const std::string& right) {
-  const std::string a = base::lowered(left);
-  const std::string b = base::lowered(right);
-  std::vector<std::vector<std::size_t>> steps(a.size() + 1, std::vector<std::size_t>(b.size() + 1));
-  for (std::size_t i = 0; i <= a.size(); ++i) steps[i][0] = i;
-  for (std::size_t j = 0; j <= b.size(); ++j) steps[0][j] = j;
-  for (std::size_t i = 1; i <= a.size(); ++i) {
-    for (std::size_t j = 1; j <= b.size(); ++j) {
-      const std::size_t replaced = steps[i - 1][j - 1] + (a[i - 1] == b[j - 1] ? 0 : 1);
-      steps[i][j] = std::min({replaced, steps[i - 1][j] + 1, steps[i][j - 1] + 1});
-      const bool swapped = i > 1 && j > 1 && a[i - 1] == b[j - 2] && a[i - 2] == b[j - 1];
-      if (swapped) steps[i][j] = std::min(steps[i][j], steps[i - 2][j - 2] + 1);
-    }
-  }
-  return steps[a.size()][b.size()];
-}
-
-// The nearest of the known names; empty when none is near.
-std::string nearestName(const std::string& name, const std::vector<std::string>& known) {
-  constexpr std::size_t kCharactersPerMistake = 4;
-  constexpr std::size_t kMostMistakes = 2;
-  constexpr std::size_t kLongestName = 64;  // a longer one is no misspelling
-  std::string nearest;
-  if (name.size() > kLongestName) return nearest;
-  std::size_t best = std::min((name.size() + 1) / kCharactersPerMistake, kMostMistakes) + 1;
-  for (const std::string& candidate : known) {
-    const std::size_t steps = distance(name, candidate);
-    if (steps < best) nearest = candidate;
-    best = std::min(best, steps);
-  }
-  return nearest;
-}
-
 void noteUnknown(const std::string& what, const std::string& name,
                  const std::vector<std::string>& known, bool shared,
                  std::vector<std::string>& notes) {
-  const std::string nearest = nearestName(name, known);
+  const std::string nearest = base::nearestName(name, known);
   if (shared && nearest.empty()) return;
   notes.push_back(what + " is not known, and not read" +
                   (nearest.empty() ? "" : ": \"" + nearest + "\" may be meant"));

@@ -4,14 +4,19 @@
 
 #include <memory>
 #include <string>
+#include <vector>
 
 #include "platform/host/host.h"
+#include "platform/registry/overlay_registry.h"
 
 namespace platform {
 
 struct HostOptions {
   std::string registryFile;  // a ".reg" file; empty: the registry of this system
   std::string directoryUri;  // see servedDirectoryAddresses; empty: as the registry says
+  // Nothing is written to the registry: what is written is seen by this host alone.
+  bool registryIsKept = false;
+  std::vector<GivenValue> givenValues{};  // stand for the registry's, with `registryIsKept` only
 };
 
 // Owns the parts of a Host.

@@ -7,6 +7,11 @@ namespace platform {
 
 // Whether the stream is a terminal that understands escape sequences, so that a program may draw.
 bool isTerminal(std::FILE* stream);
+// How many characters a line of the terminal holds; 0 when the stream is none or does not say.
+int terminalWidth(std::FILE* stream);
+
+// From now on bytes are written to the stream as they are: no "\n" becomes another line end.
+void writeBytesAsTheyAre(std::FILE* stream);
 
 // While one lives, the terminal takes what is written to it for text in the ANSI code page, which
 // all texts of this system are in. Its own code page is set again by the destructor, or when the

@@ -50,6 +50,9 @@ std::unique_ptr<DirectorySource> sourceOf(const DirectorySettings& settings) {
 std::unique_ptr<SystemHost> makeSystemHost(const HostOptions& options, std::string& error) {
   std::unique_ptr<Registry> registry = loadRegistry(options.registryFile, error);
   if (registry == nullptr) return nullptr;
+  if (options.registryIsKept) {
+    registry = std::make_unique<OverlayRegistry>(std::move(registry), options.givenValues);
+  }
   DirectorySettings settings;
   if (!readDirectorySettings(*registry, options.directoryUri, ServedDirectories::LdapAndLdif,
                              settings, error)) {

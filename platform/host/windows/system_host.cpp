@@ -47,6 +47,9 @@ std::unique_ptr<SystemHost> makeSystemHost(const HostOptions& options, std::stri
     registry = RegRegistry::load(options.registryFile, error);
     if (!registry) return nullptr;
   }
+  if (options.registryIsKept) {
+    registry = std::make_unique<OverlayRegistry>(std::move(registry), options.givenValues);
+  }
   DirectorySettings settings;
   if (!readDirectorySettings(*registry, options.directoryUri, ServedDirectories::OnlyLdif, settings,
                              error)) {

@@ -3,6 +3,7 @@
 #include <atomic>
 
 #include <windows.h>
+#include <fcntl.h>
 #include <io.h>
 
 namespace platform {
@@ -14,6 +15,18 @@ bool isTerminal(std::FILE* stream) {
   const auto handle = reinterpret_cast<HANDLE>(_get_osfhandle(_fileno(stream)));
   return GetConsoleMode(handle, &mode) != 0 &&
          SetConsoleMode(handle, mode | ENABLE_VIRTUAL_TERMINAL_PROCESSING) != 0;
+}
+
+int terminalWidth(std::FILE* stream) {
+  CONSOLE_SCREEN_BUFFER_INFO info{};
+  const auto handle = reinterpret_cast<HANDLE>(_get_osfhandle(_fileno(stream)));
+  if (GetConsoleScreenBufferInfo(handle, &info) == 0) return 0;
+  return info.srWindow.Right - info.srWindow.Left + 1;
+}
+
+void writeBytesAsTheyAre(std::FILE* stream) {
+  std::fflush(stream);
+  _setmode(_fileno(stream), _O_BINARY);
 }
 
 namespace {

@@ -1,0 +1,52 @@
+#include "console/command_line.h"
+
+#include <map>
+
+#include "platform/host/system_host.h"
+
+namespace console {
+
+void addRegistryOption(CLI::App& command, std::string& file) {
+  command.add_option("--registry", file, "Registry file (.reg)")->type_name("FILE");
+}
+
+void addDirectoryOption(CLI::App& command, std::string& uri) {
+  command
+      .add_option("--directory", uri,
+                  "Directory, instead of the registry's: " + platform::servedDirectoryAddresses())
+      ->type_name("URI");
+}
+
+void addWorkDirOption(CLI::App& command, std::string& folder) {
+  command.add_option("--work-dir", folder, "Folder of templates, lists and logs (default: here)")
+      ->type_name("DIR");
+}
+
+void addSetOption(CLI::App& command, std::vector<std::string>& settings) {
+  command
+      .add_option("--set", settings,
+                  "What if a setting had this value, such as Policy1.maxPasswordAge=60; may be "
+                  "given several times, and changes nothing")
+      ->type_name("NAME=VALUE")
+      ->expected(1)
+      ->multi_option_policy(CLI::MultiOptionPolicy::TakeAll);
+}
+
+void addFormatOption(CLI::App& command, Format& format) {
+  static const std::map<std::string, Format> kFormats = {
+      {"text", Format::Text}, {"json", Format::Json}, {"csv", Format::Csv}};
+  command.add_option("--format", format, "text (default), json or csv")
+      ->type_name("FORMAT")
+      ->transform(CLI::Transformer(kFormats, CLI::ignore_case))
+      ->check(CLI::IsMember({Format::Text, Format::Json, Format::Csv}).description(""));
+}
+
+void addQuestionOptions(CLI::App& command, QuestionOptions& options) {
+  addRegistryOption(command, options.site.registryFile);
+  addDirectoryOption(command, options.site.directoryUri);
+  addWorkDirOption(command, options.site.workDir);
+  addSetOption(command, options.site.settings);
+  addFormatOption(command, options.format);
+}
+
+}  // namespace console

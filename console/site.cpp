@@ -1,0 +1,33 @@
+#include "console/site.h"
+
+#include <utility>
+
+#include "config/given_settings.h"
+#include "platform/system/files.h"
+
+namespace console {
+
+std::unique_ptr<platform::SystemHost> openHost(const SiteOptions& options, std::string& error) {
+  platform::HostOptions host{options.registryFile, options.directoryUri};
+  if (!host.registryFile.empty()) host.registryFile = platform::absolutePath(host.registryFile);
+  host.registryIsKept = true;
+  for (const std::string& setting : options.settings) {
+    if (config::readGivenSetting(setting, host.givenValues, error)) continue;
+    error = "--set: " + error;
+    return nullptr;
+  }
+  return platform::makeSystemHost(host, error);
+}
+
+bool enterWorkDir(const SiteOptions& options, std::string& error) {
+  if (options.workDir.empty() || platform::setWorkingDirectory(options.workDir)) return true;
+  error = "cannot use the work directory " + options.workDir;
+  return false;
+}
+
+std::unique_ptr<platform::SystemHost> openSite(const SiteOptions& options, std::string& error) {
+  std::unique_ptr<platform::SystemHost> host = openHost(options, error);
+  return host && enterWorkDir(options, error) ? std::move(host) : nullptr;
+}
+
+}  // namespace console

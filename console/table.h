@@ -1,0 +1,95 @@
+// Rows of values with headings, and the three forms in which they are shown: columns for people,
+// CSV and JSON for programs. Texts in values are in the ANSI code page, as everywhere in this
+// system; CSV and JSON are UTF-8.
+#pragma once
+
+#include <concepts>
+#include <cstddef>
+#include <cstdint>
+#include <nlohmann/json.hpp>
+#include <string>
+#include <string_view>
+#include <utility>
+#include <variant>
+#include <vector>
+
+namespace console {
+
+using JsonValue = nlohmann::ordered_json;
+
+// What a value means to the reader; shown as its colour on a terminal.
+enum class Tone { Plain, Good, Note, Bad, Faint };
+
+// How texts for people are made up.
+struct TextStyle {
+  int width = 0;        // characters a line; 0: no limit
+  bool colour = false;  // escape sequences are understood
+
+  std::string painted(Tone tone, const std::string& text) const;
+  std::string heading(const std::string& text) const;
+  // The text in lines of the width, broken at blanks, each behind `indent` blanks; the first line
+  // begins with `first` instead. With a line end.
+  std::string paragraph(const std::string& first, std::size_t indent,
+                        const std::string& text) const;
+};
+
+// Nothing, a truth, a number or a text.
+class Value {
+ public:
+  Value() = default;
+  Value(std::string text, Tone tone = Tone::Plain)  // NOLINT(google-explicit-constructor)
+      : content_(std::move(text)), tone_(tone) {}
+  Value(const char* text, Tone tone = Tone::Plain)  // NOLINT(google-explicit-constructor)
+      : content_(std::string(text)), tone_(tone) {}
+  Value(bool truth, Tone tone = Tone::Plain)  // NOLINT(google-explicit-constructor)
+      : content_(truth), tone_(tone) {}
+  template <std::integral Number>
+  Value(Number number, Tone tone = Tone::Plain)  // NOLINT(google-explicit-constructor)
+      : content_(static_cast<std::int64_t>(number)), tone_(tone) {}
+
+  bool isNumber() const { return std::holds_alternative<std::int64_t>(content_); }
+  bool isNothing() const { return std::holds_alternative<std::monostate>(content_); }
+  Tone tone() const { return tone_; }
+  // In the ANSI code page, control characters replaced; a truth is "yes" or "no", nothing "-".
+  std::string text() const;
+  JsonValue json() const;  // nothing is null
+  // A field of CSV (RFC 4180). A text that a spreadsheet would take for a formula (it begins with
+  // '=', '+', '-', '@', a tab or a carriage return) gets a "'" in front; a truth is 1 or 0.
+  std::string csv() const;
+
+ private:
+  std::variant<std::monostate, bool, std::int64_t, std::string> content_;
+  Tone tone_ = Tone::Plain;
+};
+
+// What happens to a column when a line of the terminal is too short for all.
+enum class Fit {
+  Whole,   // nothing
+  Cut,     // long values are cut
+  Drop,    // it is left out, the rightmost first; programs still get it
+  Wrap,    // the last column: its values go on below
+  Hidden,  // for programs only
+};
+
+struct Column {
+  const char* key;    // the member of a row in JSON and the heading in CSV; never changed
+  const char* title;  // for people
+  Fit fit = Fit::Whole;
+};
+
+struct Table {
+  std::vector<Column> columns;
+  std::vector<std::vector<Value>> rows;  // each as long as `columns`
+
+  std::string text(const TextStyle& style) const;
+  std::string csv() const;   // headings first; lines end in CR LF
+  std::string json() const;  // an array of objects, one a line
+};
+
+// ANSI text as JSON.
+JsonValue jsonText(const std::string& ansi);
+
+// How many columns of a terminal the ANSI text takes.
+std::size_t displayWidth(const std::string& ansi);
+
+}  // namespace console
