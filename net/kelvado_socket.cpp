@@ -219,4 +219,10 @@ bool KelvadoSocket::receiveMore(std::string& buffer, const Countdown& left, Call
   return true;
 }
 
+std::string KelvadoSocket::localAddress() const {
+  std::string address;
+  if (isConnected()) api_.localAddress(handle_, address);
+  return address;
+}
+
 }  // namespace kelvado

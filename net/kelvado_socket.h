@@ -28,6 +28,9 @@ class KelvadoSocket final : public ByteChannel {
 
   void receiveArrived() override;
 
+  // Dotted, of this side of the open connection; empty when not known.
+  std::string localAddress() const;
+
   // Public: for programs that wait before they read. False, logged, when nothing came in time, or
   // the wait failed or was aborted.
   bool waitForData(std::uint32_t timeoutMs, Call& call) {

@@ -63,7 +63,7 @@ void ClsMailMan::resolveTlsConflict() {
 }
 
 bool ClsMailMan::begin(base::LogBase& log) {
-  session_.clearTimedOut();
+  session_.clearOutcome();
   resolveTlsConflict();
   return checkUnlocked(log);
 }
@@ -272,7 +272,7 @@ bool ClsMailMan::verifySmtpLogin() {
   if (!begin(log)) return false;
   const SmtpCredentials& credentials = settings_.server.credentials;
   if (credentials.username.value_or("").empty()) return bracket.fail("SMTP username is empty.");
-  if (credentials.password.value_or("").empty()) return bracket.fail("SMTP password is empty.");
+  if (!credentials.complete()) return bracket.fail("SMTP password is empty.");
   MethodCall call(settings_, log);
   if (!session_.connectAndAuthenticate(settings_.server, call)) return false;
   return session_.isLoggedIn() || bracket.fail("The SMTP server offered no method to log in by.");

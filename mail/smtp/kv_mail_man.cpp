@@ -111,6 +111,15 @@ void KvMailMan::put_SmtpPassword(const char* text) {
 const char* KvMailMan::get_SmtpPassword() {
   return result(impl_->settings().server.credentials.password.value_or(""));
 }
+void KvMailMan::put_OAuth2AccessToken(const char* token) {
+  impl_->settings().server.credentials.accessToken = textArgument(token);
+}
+const char* KvMailMan::get_OAuth2AccessToken() {
+  return result(impl_->settings().server.credentials.accessToken);
+}
+bool KvMailMan::get_LoginRefused() const {
+  return impl_->loginRefused();
+}
 void KvMailMan::put_SmtpDomain(const char* text) {
   impl_->settings().server.credentials.domain = textArgument(text);
 }

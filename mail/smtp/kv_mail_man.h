@@ -57,7 +57,9 @@ class KvMailMan : public KvObject {
   // is, 5000 seconds, but 1 second under TLS.
   void put_ReadTimeout(std::uint32_t seconds);
   std::uint32_t get_ReadTimeout() const;
-  void put_HeloHostname(const char* name);  // for EHLO; empty: the machine's own name
+  // For EHLO. Empty: the machine's own name; to a server that refuses a short one (504, 550), its
+  // full name, or else its address.
+  void put_HeloHostname(const char* name);
   const char* get_HeloHostname();
 
   // The server is reached through this HTTP proxy (CONNECT), 8080 when no port is set; empty:
@@ -67,18 +69,25 @@ class KvMailMan : public KvObject {
   void put_HttpProxyPort(int port);
   int get_HttpProxyPort() const;
 
-  // --- logging in: only when there are both a user name and a password ---
+  // --- logging in: only when there are a user name and a password, or an access token ---
   void put_SmtpUsername(const char* username);
   const char* get_SmtpUsername();
   void put_SmtpPassword(const char* password);
   const char* get_SmtpPassword();
   void put_SmtpDomain(const char* domain);  // Windows domain, for NTLM and MSN
   const char* get_SmtpDomain();
-  // "LOGIN", "PLAIN", "CRAM-MD5", "NTLM", "MSN" or "NONE"; empty: chosen from the server's list.
+  // An OAuth 2.0 access token, for OAUTHBEARER (RFC 7628) and XOAUTH2: sent under TLS only, in the
+  // place of the password. Setting another leaves the open connection as it is.
+  void put_OAuth2AccessToken(const char* token);
+  const char* get_OAuth2AccessToken();
+  // "LOGIN", "PLAIN", "CRAM-MD5", "NTLM", "MSN", "OAUTHBEARER", "XOAUTH2" or "NONE"; empty: chosen
+  // from the server's list, the last two only when there is an access token.
   // CRAM-MD5, NTLM and MSN keep the password from the server: without TLS, LOGIN never replaces
   // them.
   void put_SmtpAuthMethod(const char* method);
   const char* get_SmtpAuthMethod();
+  // Whether the last call failed because the server refused these credentials (535).
+  bool get_LoginRefused() const;
 
   // --- sending ---
   void put_SendIndividual(bool individual);  // a transaction for each To and Cc recipient

@@ -7,6 +7,7 @@
 #include "base/hex_digit.h"
 #include "mail/mime/base64.h"
 #include "mail/smtp/ntlm_login.h"
+#include "mail/smtp/token_login.h"
 #include "platform/system/digest.h"
 
 namespace kelvado {
@@ -22,8 +23,9 @@ constexpr auto kCodeOnly = SmtpWire::ReplyLog::CodeOnly;
 struct AuthMethod;
 using Exchange = AuthOutcome (*)(const AuthMethod&, SmtpWire&, const SmtpCredentials&, Call&);
 
-// What keeps the password secret on the line.
+// What keeps the secret on the line.
 enum class Needs {
+  Token,    // nothing but TLS, and without it the server does not get the access token
   Tls,      // nothing but TLS: the server gets the password itself
   Ntlm,     // the NTLM of the system; without it LOGIN may follow
   Nothing,  // the method: it answers a challenge
@@ -135,8 +137,19 @@ AuthOutcome authNtlm(const AuthMethod& method, SmtpWire& wire, const SmtpCredent
   return outcome;
 }
 
-// In order of preference.
+template <TokenMechanism mechanism>
+AuthOutcome authToken(const AuthMethod& method, SmtpWire& wire, const SmtpCredentials& credentials,
+                      Call& call) {
+  return tokenLogin(wire, credentials, mechanism, method.keyword, call);
+}
+
+// In order of preference. A method is chosen only when there is what it needs, so without an access
+// token the first two are never.
 constexpr AuthMethod kMethods[] = {
+    {"OAUTHBEARER", "OAUTHBEARER", "OAUTHBEARER", "Failed to login using OAUTHBEARER method",
+     Needs::Token, authToken<TokenMechanism::OAuthBearer>},
+    {"XOAUTH2", "XOAUTH2", "XOAUTH2", "Failed to login using XOAUTH2 method", Needs::Token,
+     authToken<TokenMechanism::XOAuth2>},
     {"LOGIN", "LOGIN", "LOGIN", "Failed to login using LOGIN method", Needs::Tls, authLogin},
     {"NTLM", "NTLM", "NTLM", "Failed to login using NTLM method", Needs::Ntlm, authNtlm},
     {"MSN", "MSN", "MSN", "Failed to login using MSN method", Needs::Ntlm, authNtlm},
@@ -151,8 +164,8 @@ constexpr AuthMethod kMethods[] = {
     {"ANONYMOUS", nullptr, "anonymous", "Anonymous login method not supported", Needs::Nothing,
      nullptr},
 };
-constexpr const AuthMethod& kLogin = kMethods[0];
-constexpr const AuthMethod& kPlain = kMethods[4];
+constexpr const AuthMethod& kLogin = kMethods[2];
+constexpr const AuthMethod& kPlain = kMethods[6];
 static_assert(std::string_view(kLogin.keyword) == "LOGIN");
 static_assert(std::string_view(kPlain.keyword) == "PLAIN");
 constexpr const char* kForceNone = "NONE";
@@ -171,9 +184,16 @@ const AuthMethod* forcedMethod(const SmtpCredentials& credentials) {
   return nullptr;
 }
 
-const AuthMethod* firstListed(std::string_view listed) {
+bool suits(const AuthMethod& method, const SmtpCredentials& credentials) {
+  return method.needs == Needs::Token ? credentials.hasToken() : credentials.hasPassword();
+}
+
+const AuthMethod* firstListed(std::string_view listed, const SmtpCredentials& credentials) {
   for (const AuthMethod& method : kMethods) {
-    if (base::containsNoCase(listed, std::string(" ") + method.keyword)) return &method;
+    if (suits(method, credentials) &&
+        base::containsNoCase(listed, std::string(" ") + method.keyword)) {
+      return &method;
+    }
   }
   return nullptr;
 }
@@ -193,8 +213,13 @@ LoginOutcome runExchange(const AuthMethod& method, SmtpWire& wire,
                          const SmtpCredentials& credentials, Call& call) {
   call.log.LogData("login_method", method.logName);
   if (method.exchange == nullptr) return failed(method, call);
-  if (!credentials.complete()) {
-    call.log.LogError("Username and/or password is empty");
+  if (!suits(method, credentials)) {
+    call.log.LogError(method.needs == Needs::Token ? "Username and/or access token is empty"
+                                                   : "Username and/or password is empty");
+    return failed(method, call);
+  }
+  if (method.needs == Needs::Token && !wire.isSecure()) {
+    call.log.LogError("An access token is sent under TLS only: set StartTLS or SmtpSsl.");
     return failed(method, call);
   }
   AuthOutcome outcome = method.exchange(method, wire, credentials, call);
@@ -213,10 +238,18 @@ LoginOutcome goOnWithoutLogin(Call& call) {
 }  // namespace
 
 void keepSecrets(SmtpWire& wire, const SmtpCredentials& credentials) {
-  if (!credentials.complete()) return;
-  wire.keepSecret(*credentials.password);
-  wire.keepSecret(base64Encode(*credentials.password));
-  wire.keepSecret(base64Encode(plainIdentity(credentials)));
+  if (credentials.hasPassword()) {
+    wire.keepSecret(*credentials.password);
+    wire.keepSecret(base64Encode(*credentials.password));
+    wire.keepSecret(base64Encode(plainIdentity(credentials)));
+  }
+  if (credentials.hasToken()) {
+    wire.keepSecret(credentials.accessToken);
+    wire.keepSecret(base64Encode(credentials.accessToken));
+    for (const TokenMechanism mechanism : {TokenMechanism::OAuthBearer, TokenMechanism::XOAuth2}) {
+      wire.keepSecret(base64Encode(tokenResponse(mechanism, credentials)));
+    }
+  }
 }
 
 std::string cramMd5Answer(std::string_view username, std::string_view password,
@@ -235,7 +268,11 @@ LoginOutcome authenticate(SmtpWire& wire, const SmtpCredentials& credentials,
     return LoginOutcome::NotTried;
   }
   const AuthMethod* method = forcedMethod(credentials);
-  if (method == nullptr && !isForcedToNone(credentials)) method = firstListed(listed);
+  if (method == nullptr && !isForcedToNone(credentials)) method = firstListed(listed, credentials);
+  if (method == nullptr && !isForcedToNone(credentials) && !credentials.hasPassword()) {
+    call.log.LogError("The SMTP server lists no method that takes an access token.");
+    return LoginOutcome::Failed;
+  }
   // PLAIN alone does not count as a list.
   if (method == nullptr || method >= &kPlain) {
     call.log.LogInfo("This SMTP server did not list authentication methods.");
@@ -254,6 +291,10 @@ LoginOutcome authenticateAfterHelo(SmtpWire& wire, const SmtpCredentials& creden
   }
   if (isForcedToNone(credentials)) return goOnWithoutLogin(call);
   const AuthMethod* forced = forcedMethod(credentials);
+  if (!credentials.hasPassword() || (forced != nullptr && forced->needs == Needs::Token)) {
+    call.log.LogError("The server knows HELO only, and with that no access token.");
+    return LoginOutcome::Failed;
+  }
   if (!mayUseLoginInstead(forced, wire)) {
     call.log.LogData("login_method", forced->logName);
     call.log.LogError("The server knows HELO only, and LOGIN would show it the password.");

@@ -1,6 +1,6 @@
 // Logging in to an SMTP server (RFC 4954): which method, and the exchange of each. A method is one
 // row of the table in smtp_auth.cpp and one function. Used by the SMTP session after its greeting.
-// Passwords, and what is sent to log in, never reach the log.
+// Passwords, access tokens, and what is sent to log in never reach the log.
 #pragma once
 
 #include <optional>
@@ -14,10 +14,14 @@ namespace kelvado {
 struct SmtpCredentials {
   std::optional<std::string> username;  // absent: never set; empty is logged otherwise
   std::optional<std::string> password;
-  std::string domain;  // Windows domain, for NTLM and MSN
-  std::string method;  // forced method in any letter case; empty or unknown: the server's list
+  std::string domain;       // Windows domain, for NTLM and MSN
+  std::string method;       // forced method in any letter case; empty or unknown: the server's list
+  std::string accessToken;  // OAuth 2.0, in the place of the password; empty: none
 
-  bool complete() const { return username && !username->empty() && password && !password->empty(); }
+  bool hasUsername() const { return username && !username->empty(); }
+  bool hasPassword() const { return hasUsername() && password && !password->empty(); }
+  bool hasToken() const { return hasUsername() && !accessToken.empty(); }
+  bool complete() const { return hasPassword() || hasToken(); }
   bool operator==(const SmtpCredentials&) const = default;
 };
 
@@ -34,8 +38,8 @@ enum class LoginOutcome {
   Failed,    // logged
 };
 
-// The password in the forms that a server may repeat: to be known to the wire before the first
-// reply is read.
+// Password and access token in the forms that a server may repeat: to be known to the wire before
+// the first reply is read.
 void keepSecrets(SmtpWire& wire, const SmtpCredentials& credentials);
 
 // `listed`: the methods of the server's extension list, see SmtpExtensions::authMethods.

@@ -6,7 +6,9 @@
 #include "base/ascii.h"
 #include "base/log_null.h"
 #include "base/text.h"
+#include "mail/smtp/token_login.h"
 #include "mail/smtp/wire_text.h"
+#include "net/local_host_name.h"
 
 namespace kelvado {
 namespace {
@@ -30,9 +32,9 @@ std::string atServer(const char* text, const SmtpServer& server) {
 }
 
 void logCredentials(const SmtpCredentials& credentials, base::LogBase& log) {
-  const auto& [username, password, domain, method] = credentials;
+  const auto& [username, password, domain, method, token] = credentials;
   const bool noUser = !username || username->empty();
-  const bool noPassword = !password || password->empty();
+  const bool noPassword = token.empty() && (!password || password->empty());
   if (noUser) log.LogInfo(username ? "No SMTP login provided.." : "No SMTP login provided.");
   if (noPassword) {
     log.LogInfo(password ? "No SMTP password provided.." : "No SMTP password provided.");
@@ -50,19 +52,30 @@ bool isSafeSetting(bool safe, const char* what, const std::string& value, base::
   return false;
 }
 
+// Its value is not logged.
+bool isSafeToken(const std::string& token, base::LogBase& log) {
+  if (token.empty() || isAccessToken(token)) return true;
+  log.LogError("The access token holds characters that are not allowed.");
+  return false;
+}
+
 bool areSafeSettings(const SmtpServer& server, base::LogBase& log) {
   const std::string username = server.credentials.username.value_or("");
   return isSafeSetting(isSafeWord(server.host), "smtp_host", server.host, log) &&
          isSafeSetting(isSafeWord(server.helloName), "helo_hostname", server.helloName, log) &&
-         isSafeSetting(isSafeText(username), "smtp_user", username, log);
+         isSafeSetting(isSafeText(username), "smtp_user", username, log) &&
+         isSafeToken(server.credentials.accessToken, log);
 }
 
 // Whether a connection that was made for `old` serves for `server`: time-outs and the EHLO name do
-// not matter.
+// not matter, and a session that is logged in outlives the renewal of its access token.
 bool isSameSession(const SmtpServer& server, SmtpServer old) {
   old.connectTimeoutSeconds = server.connectTimeoutSeconds;
   old.readTimeoutMs = server.readTimeoutMs;
   old.helloName = server.helloName;
+  if (server.credentials.hasToken() && old.credentials.hasToken()) {
+    old.credentials.accessToken = server.credentials.accessToken;
+  }
   return server == old;
 }
 
@@ -173,6 +186,7 @@ bool SmtpConnImpl::openConnection(const SmtpServer& given, Call& call) {
     return false;
   }
   server_ = given;
+  helloName_ = helloName(given);
   if (wire_.readReply(220, call)) {
     log.LogData("InitialResponse", wire_.loggableReply());
     return true;
@@ -196,21 +210,19 @@ bool SmtpConnImpl::greetAndLogin(const SmtpServer& server, Call& call) {
     if (!startTls(server, "Sending STARTTLS (2)...", call)) return false;
     hello = sayHello(server, call);
   }
-  switch (hello) {
-    case Hello::Failed:
-      return false;
-    case Hello::Ehlo:
-      login_ = authenticate(wire_, server.credentials, extensions_.authMethods, call);
-      if (login_ == LoginOutcome::Failed) return false;
-      call.log.LogInfo(atServer("CONNECTED to ESMTP server ", server));
-      return true;
-    case Hello::Helo:
-      login_ = authenticateAfterHelo(wire_, server.credentials, call);
-      if (login_ == LoginOutcome::Failed) return false;
-      call.log.LogInfo(atServer("CONNECTED to SMTP server ", server));
-      return true;
-  }
-  return false;
+  return hello != Hello::Failed && logIn(server, hello, call);
+}
+
+bool SmtpConnImpl::logIn(const SmtpServer& server, Hello hello, Call& call) {
+  constexpr int kCredentialsInvalid = 535;  // RFC 4954 section 6
+  const bool extended = hello == Hello::Ehlo;
+  login_ = extended ? authenticate(wire_, server.credentials, extensions_.authMethods, call)
+                    : authenticateAfterHelo(wire_, server.credentials, call);
+  loginRefused_ = login_ == LoginOutcome::Failed && wire_.replyCode() == kCredentialsInvalid;
+  if (login_ == LoginOutcome::Failed) return false;
+  call.log.LogInfo(
+      atServer(extended ? "CONNECTED to ESMTP server " : "CONNECTED to SMTP server ", server));
+  return true;
 }
 
 bool SmtpConnImpl::secure(const SmtpServer& server, Call& call) {
@@ -267,6 +279,15 @@ std::string SmtpConnImpl::helloName(const SmtpServer& server) const {
   return name.empty() || !isSafeWord(name) ? "localhost" : name;
 }
 
+// For a server that takes no short name: the full one, or the address that the connection comes
+// from (RFC 5321 section 4.1.3). Empty when neither is known.
+std::string SmtpConnImpl::longerName(Call& call) const {
+  std::string name = readLocalHostName(sockets_, call.log);
+  if (name.find('.') != std::string::npos) return name;
+  name = wire_.localAddress();
+  return name.empty() ? name : "[" + name + "]";
+}
+
 SmtpConnImpl::Hello SmtpConnImpl::sayHello(const SmtpServer& server, Call& call) {
   if (sayEhlo(server, call)) return Hello::Ehlo;
   if (!wire_.isOpen()) return Hello::Failed;
@@ -275,12 +296,23 @@ SmtpConnImpl::Hello SmtpConnImpl::sayHello(const SmtpServer& server, Call& call)
 }
 
 bool SmtpConnImpl::sayEhlo(const SmtpServer& server, Call& call) {
+  if (sendEhlo(call)) return true;
+  const bool isRefused = wire_.isOpen() && (wire_.replyCode() == 504 || wire_.replyCode() == 550);
+  const bool isShort = helloName_.find('.') == std::string::npos;
+  if (!isRefused || !isShort || !server.helloName.empty()) return false;
+  const std::string name = longerName(call);
+  if (name.empty()) return false;
+  call.log.LogInfo("The server refused the short name of this machine.");
+  helloName_ = name;
+  return sendEhlo(call);
+}
+
+bool SmtpConnImpl::sendEhlo(Call& call) {
   extensions_ = {};
-  const std::string name = helloName(server);
   call.log.LogInfo("sendingHello");
-  if (!wire_.sendCommand("EHLO " + name, call)) {
+  if (!wire_.sendCommand("EHLO " + helloName_, call)) {
     call.log.LogError("Failed to send Hello (EHLO)");
-    call.log.LogData("hostname", base::loggable(name));
+    call.log.LogData("hostname", base::loggable(helloName_));
     wire_.close();
     return false;
   }
@@ -294,7 +326,7 @@ bool SmtpConnImpl::sayEhlo(const SmtpServer& server, Call& call) {
 
 bool SmtpConnImpl::sayHelo(const SmtpServer& server, Call& call) {
   // The second try carries the server's own name, on purpose: some servers accept no other.
-  const std::string names[] = {helloName(server), base::lowered(server.host)};
+  const std::string names[] = {helloName_, base::lowered(server.host)};
   const char* failures[] = {"Failed to get response to Hello (HELO)",
                             "Failed to get response to 2nd-try Hello (HELO)"};
   for (int attempt = 0; attempt < 2; ++attempt) {

@@ -26,7 +26,9 @@ struct SmtpServer {
   SmtpCredentials credentials;
   std::uint32_t connectTimeoutSeconds = 30;  // 0: the socket's own default
   std::uint64_t readTimeoutMs = 30'000;      // see effectiveReadTimeoutMs
-  std::string helloName;                     // for EHLO and HELO; empty: the machine's own name
+  // For EHLO and HELO. Empty: the machine's own name; where the server refuses a short one (504,
+  // 550), the full name or else the address.
+  std::string helloName;
 
   bool operator==(const SmtpServer&) const = default;
 };
@@ -71,6 +73,9 @@ class SmtpConnImpl {
   bool isOpen() const { return wire_.isOpen(); }
   // Whether the last connectAndAuthenticate logged in, rather than going on without.
   bool isLoggedIn() const { return login_ == LoginOutcome::LoggedIn; }
+  // Whether the server's answer to the last login was that it does not accept it (535): the same
+  // credentials will not do.
+  bool loginRefused() const { return loginRefused_; }
   bool offersDsn() const { return extensions_.dsn; }
   bool timedOut() const { return wire_.timedOut(); }
   // PEM; empty when the connection is not secure.
@@ -78,7 +83,11 @@ class SmtpConnImpl {
   // Recipients that a server rejected since the list was cleared.
   const std::vector<std::string>& badAddresses() const { return badAddresses_; }
   void clearBadAddresses() { badAddresses_.clear(); }
-  void clearTimedOut() { wire_.clearTimedOut(); }
+  // Before the next operation: whether the last one timed out, or its login was refused.
+  void clearOutcome() {
+    wire_.clearTimedOut();
+    loginRefused_ = false;
+  }
 
  private:
   enum class Hello { Failed, Ehlo, Helo };
@@ -93,9 +102,12 @@ class SmtpConnImpl {
   bool resendStartTls(const SmtpServer& server, Call& call);
   Hello sayHello(const SmtpServer& server, Call& call);
   bool sayEhlo(const SmtpServer& server, Call& call);
+  bool sendEhlo(Call& call);
   bool sayHelo(const SmtpServer& server, Call& call);
   bool expectOk(const char* command, Call& call);
   std::string helloName(const SmtpServer& server) const;
+  std::string longerName(Call& call) const;
+  bool logIn(const SmtpServer& server, Hello hello, Call& call);
   // Over the open connection, or over a new one when that cannot be used any more. `postponed`: see
   // SmtpTransaction.
   TransactionResult transact(const TransactionSteps& steps, const SendOptions& options,
@@ -105,9 +117,11 @@ class SmtpConnImpl {
 
   platform::SocketApi& sockets_;
   SmtpWire wire_;
-  SmtpServer server_;  // that the open connection was made for
+  SmtpServer server_;      // that the open connection was made for
+  std::string helloName_;  // that the open connection greets with
   SmtpExtensions extensions_;
   LoginOutcome login_ = LoginOutcome::Failed;
+  bool loginRefused_ = false;
   bool isUnchecked_ = false;     // the open connection was kept for the next send
   bool hasCarriedMail_ = false;  // over the open connection, or tried to
   bool wasConnected_ = false;

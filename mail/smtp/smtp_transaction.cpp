@@ -121,6 +121,10 @@ bool SmtpTransaction::rcptTo(const std::string& address, std::vector<std::string
     call_.log.LogData("bad_address", base::loggable(address));
     badAddresses_.push_back(address);
   }
+  // Servers that check the name in EHLO may say so only here; nothing else of RCPT can be meant.
+  if (replied && wire_.replyCode() == 504) {
+    call_.log.LogError("The server may want a full name of this machine in EHLO: HeloHostname.");
+  }
   // Without a reply the next one could be taken for the reply to something else.
   if (!commands_.sent() || wire_.outOfStep()) wire_.close();
   return false;

@@ -121,7 +121,7 @@ bool SmtpWire::send(std::string_view bytes, std::size_t replies, Call& call) {
   if (owedReplies_ == 0 && !channel().unreadBytes().empty()) {
     const std::string_view early = channel().unreadBytes();
     call.log.LogError("The SMTP server replied before it was asked.");
-    call.log.LogData("reply", repeatsSecret(early) ? kHidden : base::loggable(early));
+    call.log.LogData("reply", loggableText(early));
     reply_ = SmtpReply();
     outOfStep_ = true;
     return false;
@@ -150,6 +150,10 @@ bool SmtpWire::repeatsSecret(std::string_view text) const {
 
 std::string SmtpWire::loggableReply() const {
   return repeatsSecret(replyText()) ? std::to_string(replyCode()) : base::loggable(replyText());
+}
+
+std::string SmtpWire::loggableText(std::string_view text) const {
+  return repeatsSecret(text) ? kHidden : base::loggable(text);
 }
 
 std::optional<SmtpExtensions> SmtpWire::readEhloReply(Call& call) {
@@ -181,7 +185,7 @@ bool SmtpWire::receiveReply(SmtpReply::Ending ending, Call& call) {
         outOfStep_ = reply_.text().size() > line.size() && !isBareCode(line);
         owedReplies_ -= !outOfStep_ && owedReplies_ > 0;
         call.log.LogError("Unrecognized response from SMTP server");
-        call.log.LogData("line", repeatsSecret(line) ? kHidden : base::loggable(line));
+        call.log.LogData("line", loggableText(line));
         return false;
       case SmtpReply::Progress::TooLong:
         call.log.LogError("The SMTP server's reply is longer than allowed.");

@@ -53,6 +53,8 @@ class SmtpWire {
     return isSecure() ? secureChannel_->certificate().pem : std::string();
   }
   const std::string& host() const { return host_; }  // the server, not its proxy
+  // Dotted, of this side of the open connection; empty when not known.
+  std::string localAddress() const { return socket_.localAddress(); }
   // To be called before a connection is used again: finds what the server has sent meanwhile.
   void receiveArrived() { channel().receiveArrived(); }
   void setReadTimeout(std::uint64_t configuredMs) { configuredReadTimeoutMs_ = configuredMs; }
@@ -79,6 +81,8 @@ class SmtpWire {
   const std::string& replyText() const { return reply_.text(); }
   // For the log: the text, or the code alone when the server repeats a secret in it.
   std::string loggableReply() const;
+  // Any other text of the server for the log: not shown when it repeats a secret.
+  std::string loggableText(std::string_view text) const;
   // The last reply was cut off or never came, or one came that nobody had asked for: what comes
   // next may belong to anything. The session must not go on with this connection.
   bool outOfStep() const { return outOfStep_; }

@@ -47,6 +47,8 @@ class SocketApi {
   virtual SocketError connect(SocketHandle socket, const std::string& address,
                               std::uint16_t port) = 0;
   virtual SocketError pendingError(SocketHandle socket) = 0;
+  // Of this side of a connection, dotted.
+  virtual SocketError localAddress(SocketHandle socket, std::string& address) = 0;
   virtual void close(SocketHandle socket) = 0;
 
   enum class Ready { Yes, TimedOut, Failed };

@@ -27,6 +27,7 @@ class FakeNetwork : public platform::SocketApi {
   std::uint32_t arrivalMs = 0;       // between two of them
   bool hasRoom = true;               // for what is sent
   std::vector<std::string> lookedUp, connected;
+  std::string sent;
   std::vector<std::uint32_t> waits;
 
   SocketError start() override { return startResult; }
@@ -50,6 +51,10 @@ class FakeNetwork : public platform::SocketApi {
     return result;
   }
   SocketError pendingError(SocketHandle) override { return platform::kSocketOk; }
+  SocketError localAddress(SocketHandle, std::string& address) override {
+    address = "192.0.2.7";
+    return platform::kSocketOk;
+  }
   void close(SocketHandle) override {}
   Ready waitReadable(SocketHandle, std::uint32_t ms, SocketError&) override {
     waits.push_back(ms);
@@ -64,6 +69,7 @@ class FakeNetwork : public platform::SocketApi {
   }
   SocketError send(SocketHandle, std::string_view bytes, std::size_t& count) override {
     count = hasRoom ? bytes.size() : 0;
+    sent.append(bytes.substr(0, count));
     return hasRoom ? platform::kSocketOk : platform::kWsaWouldBlock;
   }
   SocketError receive(SocketHandle, char* buffer, std::size_t capacity,

@@ -2,6 +2,7 @@
 // place, here.
 #include "platform/network/socket_api.h"
 
+#include <array>
 #include <algorithm>
 #include <cerrno>
 #include <climits>
@@ -138,6 +139,19 @@ class PosixSockets final : public SocketApi {
       return winsockError(errno);
     }
     return error == 0 ? kSocketOk : winsockError(error);
+  }
+
+  SocketError localAddress(SocketHandle socket, std::string& address) override {
+    sockaddr_in own{};
+    socklen_t size = sizeof own;
+    address.clear();
+    if (getsockname(descriptor(socket), reinterpret_cast<sockaddr*>(&own), &size) != 0) {
+      return winsockError(errno);
+    }
+    std::array<char, INET_ADDRSTRLEN> text{};
+    if (inet_ntop(AF_INET, &own.sin_addr, text.data(), text.size()) == nullptr) return kWsaInvalid;
+    address = text.data();
+    return kSocketOk;
   }
 
   void close(SocketHandle socket) override { ::close(descriptor(socket)); }

@@ -99,6 +99,19 @@ class WindowsSockets final : public SocketApi {
     return result == 0 ? error : WSAGetLastError();
   }
 
+  SocketError localAddress(SocketHandle socket, std::string& address) override {
+    sockaddr_in own{};
+    int size = sizeof own;
+    address.clear();
+    if (getsockname(native(socket), reinterpret_cast<sockaddr*>(&own), &size) != 0) {
+      return WSAGetLastError();
+    }
+    std::array<char, INET_ADDRSTRLEN> text{};
+    if (inet_ntop(AF_INET, &own.sin_addr, text.data(), text.size()) == nullptr) return kWsaInvalid;
+    address = text.data();
+    return kSocketOk;
+  }
+
   void close(SocketHandle socket) override { closesocket(native(socket)); }
 
   Ready waitReadable(SocketHandle socket, std::uint32_t timeoutMs, SocketError& error) override {

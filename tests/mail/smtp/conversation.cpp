@@ -35,6 +35,7 @@ const std::map<std::string, Set> kSets = {
     {"HeloHostname", text<&KvMailMan::put_HeloHostname>},
     {"HttpProxyHostname", text<&KvMailMan::put_HttpProxyHostname>},
     {"HttpProxyPort", number<&KvMailMan::put_HttpProxyPort>},
+    {"OAuth2AccessToken", text<&KvMailMan::put_OAuth2AccessToken>},
     {"ReadTimeout", number<&KvMailMan::put_ReadTimeout>},
     {"RequireVerifiedCertificate", number<&KvMailMan::put_RequireVerifiedCertificate>},
     {"SendIndividual", number<&KvMailMan::put_SendIndividual>},

@@ -3,9 +3,12 @@
 #include <sanitizer/lsan_interface.h>
 #endif
 
+#include "base/log_null.h"
+#include "mail/smtp/smtp_conn_impl.h"
 #include "platform/network/security_package.h"
 #include "platform/system/files.h"
 #include "tests/mail/smtp/conversation.h"
+#include "tests/support/fake_network.h"
 #include "tests/support/temp_dir.h"
 
 namespace kelvado {
@@ -103,6 +106,31 @@ TEST(MailMan, FailsWithoutReachingForTheServer) {
   expectFailure(mailMan.SendEmail(email), "<error>SMTP protocol failure.");
   expectFailure(mailMan.VerifySmtpLogin(), "<error>SMTP username is empty.</error>");
   expectFailure(mailMan.QuickSend("a@x", "<b@\r\nx>", "s", "b", "host"), "[<b@\r\nx>]");
+}
+
+TEST(MailMan, GreetsWithALongerNameWhereTheServerInsists) {
+  struct Row {
+    const char *name, *fullName, *refusal, *next;
+  };
+  for (const auto& [name, fullName, refusal, next] :
+       {Row{"pc", "pc.site.example", "504 no", "EHLO pc.site.example"},
+        {"pc", "pc", "550 no", "EHLO [192.0.2.7]"},
+        {"pc", "pc.site.example", "554 no", "HELO pc"},
+        {"pc.site.example", "", "504 no", "HELO pc.site.example"}}) {
+    test_support::ManualClock clock;
+    test_support::FakeNetwork network(clock);
+    network.ownName = name;
+    network.officialName = fullName;
+    network.incoming = {"220 ready\r\n", std::string(refusal) + "\r\n", "250 ok\r\n"};
+    base::LogNull log;
+    ProgressMonitor progress;
+    Call call{log, progress};
+    SmtpServer server;
+    server.host = "mail.example";
+    SmtpConnImpl session(network);
+    EXPECT_TRUE(session.connectAndAuthenticate(server, call)) << next;
+    EXPECT_EQ(network.sent, std::string("EHLO ") + name + "\r\n" + next + "\r\n");
+  }
 }
 
 TEST(MailMan, SettlesTheTlsConflictByThePort) {

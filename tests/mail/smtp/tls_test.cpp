@@ -34,9 +34,11 @@ std::vector<std::string> converseInTls(const Conversation& conversation, const B
 }
 
 TEST(TlsConversation, GoesAsWritten) {
-  for (const Conversation& conversation : conversationsOf("tls")) {
-    const bool sent = std::ranges::count(conversation.actions, "succeeds SendEmail") == 1;
-    EXPECT_EQ(converseInTls(conversation).size(), sent ? 1U : 0U) << conversation.title;
+  for (const char* file : {"tls", "token"}) {
+    for (const Conversation& conversation : conversationsOf(file)) {
+      const bool sent = std::ranges::count(conversation.actions, "succeeds SendEmail") == 1;
+      EXPECT_EQ(converseInTls(conversation).size(), sent ? 1U : 0U) << conversation.title;
+    }
   }
 }
 
