@@ -41,10 +41,10 @@ void reportNotNotified(const std::array<std::uint64_t, kNoNoticeReasons>& counts
     return count == 0 ? "" : passwords(count) + " not expired (expireOnlyNotified): " + words;
   };
   for (const std::string& problem : {
-           text(NoNotice::MailFailed, "the mails to their users were not accepted"),
+           text(NoNotice::MailFailed, "no mail about it was accepted"),
            text(NoNotice::PolicyMailsNobody,
-                "their policy mails nobody; switch its emailWarnings on, or this setting off"),
-           text(NoNotice::AddressUnknown, "the addresses of their users could not be looked up"),
+                "the policy mails nobody; switch its emailWarnings on, or this setting off"),
+           text(NoNotice::AddressUnknown, "the user's address could not be looked up"),
            text(NoNotice::HeldBack, "warnings are held back in this pass"),
        }) {
     if (!problem.empty()) findings.problem(problem);

@@ -300,6 +300,46 @@ TEST(Pass, ComesToWhatTheFileSays) {
   }
 }
 
+// The same for seven users and the expiries that wait for the end of the pass; then the log of the
+// expired passwords, in the order in which they were.
+TEST(Pass, ExpiresTheOldestFirstAndWhoIsNotified) {
+  using Settings = std::vector<std::pair<const char*, std::uint32_t>>;
+  const struct {
+    const char* what;
+    Settings settings;
+    bool stops = false;  // after the first expiry
+  } cases[] = {
+      {"two at most", {{"maxExpirations", 2}}},
+      {"only who is notified", {{"expireOnlyNotified", 1}, {"warning1", 7}}},
+      {"two at most, and notified", {{"expireOnlyNotified", 1}, {"maxExpirations", 2}}},
+      {"mailed earlier today", {{"expireOnlyNotified", 1}, {"limitEmails", 1}}},
+      {"without a warning period", {{"expireOnlyNotified", 1}, {"warningThreshold", 0xFFFFFFF0}}},
+      {"stopped after one", {{"maxExpirations", 9}}, true},
+  };
+  for (const auto& c : cases) {
+    MailedSite site;
+    for (const auto& [name, number] : c.settings) site.setting(name, number);
+    site.setNumber(config::kProductKey, kLastRunDay, 5);
+    site.policy("Policy1", 42, 0);
+    site.write("pwsentry_pro_policy1_include.txt", "quiet\n");
+    for (const test_support::SiteUser& user :
+         std::vector<test_support::SiteUser>{{"walter", 45},
+                                             {"refused", 90, "bad@site.example"},
+                                             {"soon", 35},
+                                             {"oldest", 85},
+                                             {"noaddress", 80, ""},
+                                             {"middle", 60},
+                                             {"quiet", 50}}) {
+      site.user(user);
+    }
+    if (c.stops) site.stopRequested = [&site] { return !site.read(kExpiredLog).empty(); };
+    const WatchedPass pass = site.pass();
+    EXPECT_EQ(outcomeText(site, pass, nullptr) + site.read(kExpiredLog),
+              test_support::sectionOf(SERVICE_TEST_DATA "/expiries.txt", c.what))
+        << c.what;
+  }
+}
+
 // A domain whose users change while a pass is made.
 struct ChangingSource : platform::DirectorySource {
   platform::LdifSource file{"domain.ldif"};
@@ -342,7 +382,7 @@ TEST(Pass, MailsAndExpiresNobodyOnDataThatHasChanged) {
     std::size_t mails;
     Outcome outcome;
     std::string problem = "", note = "";
-    std::uint32_t threshold = 14;
+    std::uint32_t threshold = 14, maxExpirations = 0;
   } cases[] = {
       {"unchanged", 50, [](Source&) {}, 1, Expired},
       {"changed since the pass began", 50, [](Source& s) { s.now = today; }, 0, OutsidePeriod},
@@ -350,6 +390,9 @@ TEST(Pass, MailsAndExpiresNobodyOnDataThatHasChanged) {
        Warned},
       {"changed, expired without a warning period", 50, [](Source& s) { s.now = daysAgo(20); }, 0,
        OutsidePeriod, "", "", 0xFFFFFFF0},
+      {"changed before the end of the pass, where expiries wait", 50,
+       [](Source& s) { s.afterMailing = today; }, 1, Warned, "", "", 14, 1},
+      {"unchanged at the end of the pass", 50, [](Source&) {}, 1, Expired, "", "", 14, 1},
       {"another old one", 50, [](Source& s) { s.afterMailing = daysAgo(60); }, 1, Expired},
       {"disabled meanwhile", 50, [](Source& s) { s.flags = 0x202; }, 0, Skipped},
       {"server lost", 35, [](Source& s) { s.readResult = lost; }, 0, NotRead,
@@ -380,6 +423,7 @@ TEST(Pass, MailsAndExpiresNobodyOnDataThatHasChanged) {
     MailedSite site;
     site.user({"walter", c.age});
     site.setting("warningThreshold", c.threshold);
+    site.setting("maxExpirations", c.maxExpirations);
     const auto lines = [](const std::string& only) {
       return only.empty() ? std::vector<std::string>{} : std::vector{only};
     };

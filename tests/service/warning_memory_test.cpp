@@ -65,6 +65,37 @@ TEST(WarningMemory, WarnsOnceForEachDayAndCatchesUp) {
            });
 }
 
+TEST(WarningMemory, KnowsWhoWasToldThatThePasswordHasExpired) {
+  const test_support::TempDir directory;
+  platform::createDirectory("logfiles");
+  test_support::ManualClock clock;
+  config::ExpirationSettings settings;
+  settings.rememberWarnings = settings.expireOnlyNotified = true;
+  settings.warnings = {7, 0, 0};
+  const struct {
+    const char* what;
+    std::uint32_t age;
+    std::int32_t maxAge;
+    bool notified;
+  } passes[] = {{"a warning a day before", 41, 42, false},
+                {"the mail at its expiry", 42, 42, false},
+                {"expired, and told so", 43, 42, true},
+                {"of another maximum age", 60, 60, false}};
+  for (const auto& pass : passes) {
+    config::Findings findings;
+    WarningMemory memory;
+    memory.open(settings, false, clock, findings);
+    notify::UserRecord user;
+    user.username = "anna";
+    user.passwordSet = 1000;
+    user.age = pass.age;
+    user.maxAge = pass.maxAge;
+    EXPECT_EQ(memory.isNotified(user), pass.notified) << pass.what;
+    memory.mailed(user);
+    memory.finish();
+  }
+}
+
 TEST(WarningMemory, HoldsWarningsBackWhenItCannotRecordThem) {
   const test_support::TempDir directory;  // without the folder of the logs
   test_support::ManualClock clock;
