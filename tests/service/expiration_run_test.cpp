@@ -361,6 +361,7 @@ struct ChangingSource : platform::DirectorySource {
     now = afterMailing != 0 ? afterMailing : entry.pwdLastSet;
     return {};
   }
+  platform::DirectoryFacts facts() override { return file.facts(); }
   platform::AccountResult expirePassword(const platform::DirectoryEntry& entry) override {
     if (now != 0 && now != entry.pwdLastSet) return {platform::kNetPasswordChanged, "changed"};
     return {};
