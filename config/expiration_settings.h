@@ -63,6 +63,8 @@ struct ExpirationSettings {
   std::uint32_t expirationDelay = 0;  // seconds between two passes; 0: the interval counts
   std::string expirationServiceTime;  // "HH:MM" of the day's first pass; empty: any time
 
+  std::string metricsFile;  // for a collector of Prometheus; empty: none
+
   bool hasCustomMessage() const { return !emailCustomMsg.empty(); }
 };
 

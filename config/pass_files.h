@@ -17,6 +17,7 @@ inline constexpr const char* kTextTemplateFile = "NorvynExpirationEmail.txt";
 // Written and read.
 inline constexpr const char* kDomainUsersFile = "pwsentry_pro_domain_users.txt";
 inline constexpr const char* kLogoFile = "norvyn-report-logo.gif";
+inline constexpr const char* kLastRunFile = "logfiles\\norvyn-last-run.json";
 inline constexpr const char* kWarningLedgerFile = "logfiles\\Norvyn-warnings-sent.log";
 
 // Written. The folder is made where it is missing; without it, logs and report are not written.

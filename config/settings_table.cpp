@@ -18,6 +18,7 @@ constexpr std::uint32_t kGroupsBytes = 1023;
 constexpr std::uint32_t kLicenceBytes = 127;
 constexpr std::uint32_t kMachineBytes = 99;
 constexpr std::uint32_t kDirectoryBytes = 4095;
+constexpr std::uint32_t kPathBytes = 1023;
 constexpr std::uint32_t kMaxPort = 65535;
 constexpr std::uint32_t kMaxAgeDays = 10000;  // the order of the policies is sought up to here
 // The longest sleep takes 2^32 - 2 ms.
@@ -133,6 +134,8 @@ const Setting kSettings[] = {
            "time between two passes; above 0 it overrides the interval"),
     {Expiration, "expirationServiceTime", SettingType::TimeOfDay, &E::expirationServiceTime, "", 0,
      kTextBytes, "", "local time at which the service begins its first pass of a day; empty: any"},
+    text(Expiration, "metricsFile", &E::metricsFile, kPathBytes, "",
+         "replaced after each pass with its figures, as Prometheus text; empty: none"),
 
     flag(EditionRoot, kServiceDebugValue, {},
          "write the debug log; either edition's switches it on, when the service starts"),

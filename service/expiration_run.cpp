@@ -3,6 +3,7 @@
 #include "config/pass_files.h"
 #include "notify/run_report.h"
 #include "platform/system/files.h"
+#include "service/metrics.h"
 
 namespace service {
 namespace {
@@ -10,6 +11,13 @@ namespace {
 // A service started at boot waits a little under eight minutes.
 constexpr double kStartWaitMs = 480000;
 constexpr std::uint32_t kMsPerSecond = 1000;
+
+constexpr std::int64_t kFileTimePerSecond = 10'000'000;
+constexpr std::int64_t kSecondsFrom1601To1970 = 11'644'473'600;
+
+std::int64_t unixSeconds(platform::Clock& clock) {
+  return clock.fileTime() / kFileTimePerSecond - kSecondsFrom1601To1970;
+}
 
 }  // namespace
 
@@ -29,6 +37,46 @@ std::uint32_t ExpirationRun::startDelayMs() const {
   if (context_.uptimeSeconds * kMsPerSecond >= kStartWaitMs) return 0;
   // Milliseconds less seconds, on purpose: nearly the whole wait for any service started at boot.
   return static_cast<std::uint32_t>(kStartWaitMs - context_.uptimeSeconds);
+}
+
+PassRecord ExpirationRun::pass() {
+  PassRecord record = Pass(context_).make();
+  leaveRecord(record);
+  return record;
+}
+
+// A new lastSuccess_ counts from the next pass on: this one may yet get a problem.
+LastRun ExpirationRun::describe(const PassRecord& record) {
+  LastRun run = lastRunOf(record, unixSeconds(context_.host.clock));
+  if (repeats_) run.next = run.ended + sleepMs() / kMsPerSecond;
+  if (!run.lastSuccess) run.lastSuccess = lastSuccess_;
+  return run;
+}
+
+// Without the folder of the logs the record is left out, as they are.
+void ExpirationRun::leaveRecord(PassRecord& record) {
+  std::string reason;
+  if (!lastSuccess_) {
+    const std::optional<LastRun> before = readLastRun(reason);
+    if (before) lastSuccess_ = before->lastSuccess;
+  }
+  LastRun run = describe(record);
+  const std::string metricsFile =
+      config::loadExpirationSettings(context_.host.registry, context_.edition.settingsKey)
+          .metricsFile;
+  if (!metricsFile.empty() && !platform::replaceFileAtomically(metricsFile, metricsText(run),
+                                                               platform::FileReaders::Everybody)) {
+    record.findings.problem("metricsFile " + metricsFile +
+                            " could not be written: " + platform::fileErrorText());
+    run = describe(record);
+  }
+  if (platform::fileExists(config::kLogDirectory) && !writeLastRun(run)) {
+    record.findings.problem(
+        std::string(config::kLastRunFile) +
+        " could not be written, so pwlapse status does not know of this pass: " +
+        platform::fileErrorText());
+  }
+  lastSuccess_ = run.lastSuccess;
 }
 
 std::uint32_t ExpirationRun::sleepMs() const {

@@ -6,9 +6,11 @@
 #include <cstdint>
 #include <cstdio>
 #include <functional>
+#include <optional>
 #include <string>
 #include <utility>
 
+#include "service/last_run.h"
 #include "service/pass.h"
 
 namespace service {
@@ -30,13 +32,21 @@ class ExpirationRun {
   void prepare();
   // How long a worker that has just started has yet to wait for the machine to have come up, in ms.
   std::uint32_t startDelayMs() const;
-  // Blocks for as long as the directory and the mail server take.
-  PassRecord pass() { return Pass(context_).make(); }
+  // Whether passes follow one another: the record of each then says when the next one is.
+  void repeat() { repeats_ = true; }
+  // Blocks for as long as the directory and the mail server take. Leaves the pass's record in the
+  // work folder, and its figures in the file for metrics.
+  PassRecord pass();
   // The time to sleep before the next pass, in ms.
   std::uint32_t sleepMs() const;
 
  private:
+  LastRun describe(const PassRecord& record);
+  void leaveRecord(PassRecord& record);
+
   RunContext context_;
+  bool repeats_ = false;
+  std::optional<std::int64_t> lastSuccess_;  // as LastRun has it; of a pass of this run
 };
 
 }  // namespace service

@@ -37,6 +37,7 @@ void runForEver(platform::Host host, const ServiceValues& values) {
   JournalWriter journalWriter;
   ExpirationRun run(host, values, &journalWriter);
   run.prepare();
+  run.repeat();
   const std::uint32_t startDelay = run.startDelayMs();
   if (startDelay != 0) host.clock.sleep(startDelay);
   for (;;) {

@@ -52,7 +52,8 @@ bool writeTextFile(const std::string& name, std::string_view text);
 // Who may read a file that is replaced.
 enum class FileReaders {
   OwnerAndGroup,
-  AsUsual,  // as for any new file; those of the old file
+  AsUsual,    // as for any new file; those of the old file
+  Everybody,  // of a new file, whatever is usual; those of the old file
 };
 
 // As writeWholeFile, but a reader sees the old file or the new one, never a part, whatever happens:

@@ -504,6 +504,7 @@ TEST(RunForEver, WaitsForTheMachineThenPassesAndSleeps) {
     EXPECT_THAT(service.clock.sleeps, ElementsAre(firstSleep, 90000U, 90000U)) << uptime;
   }
   EXPECT_NE(site.read(kReport) + site.read(kDebug), "");
+  EXPECT_TRUE(contains(site.read(config::kLastRunFile), "\"next\": \"2026-03-05T09:08:33Z\""));
   EXPECT_EQ(asMs(0x02000000, 3600000), 0xFFFFFFFEU);  // not what is left of it in 32 bits
 }
 

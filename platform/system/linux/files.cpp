@@ -25,6 +25,7 @@ namespace platform {
 namespace {
 
 constexpr mode_t kOwnerOnly = 0600;
+constexpr mode_t kAllRead = 0644;
 constexpr mode_t kFileMode = 0666;       // less the process's umask
 constexpr mode_t kDirectoryMode = 0777;  // likewise
 
@@ -124,7 +125,7 @@ bool takeOverRights(int file, const std::string& path, FileReaders readers) {
   struct stat old {};
   if (::lstat(path.c_str(), &old) != 0 || !S_ISREG(old.st_mode)) {
     giveToOwnerOf(file, folderOfPath(path));
-    return ::fchmod(file, kOwnerOnly) == 0;
+    return ::fchmod(file, readers == FileReaders::Everybody ? kAllRead : kOwnerOnly) == 0;
   }
   giveToOwnerOf(file, path);
   // Who is not root can hand it to a group of his own only; to another one it then stays shut.
@@ -132,7 +133,7 @@ bool takeOverRights(int file, const std::string& path, FileReaders readers) {
   const bool sameGroup = ::fchown(file, static_cast<uid_t>(-1), old.st_gid) == 0 ||
                          (::fstat(file, &now) == 0 && now.st_gid == old.st_gid);
   mode_t kept = sameGroup ? S_IRWXU | S_IRWXG : S_IRWXU;
-  if (readers == FileReaders::AsUsual) kept |= S_IRWXO;
+  if (readers != FileReaders::OwnerAndGroup) kept |= S_IRWXO;
   return ::fchmod(file, old.st_mode & kept) == 0;
 }
 
