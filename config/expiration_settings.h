@@ -15,6 +15,8 @@ inline constexpr int kWarningDays = 3;
 inline constexpr int kLengthPolicies = 4;
 inline constexpr std::uint32_t kDefaultWarningThreshold = 14;  // days
 inline constexpr std::uint32_t kDefaultIntervalHours = 24;
+inline constexpr std::uint32_t kDefaultGiveUpAfter = 5;  // silent servers end a pass in minutes
+inline constexpr std::uint32_t kDefaultRetryDelay = 60;  // seconds
 
 struct LengthPolicy {
   std::uint32_t minLength = 0;  // characters; 0: not in use
@@ -53,7 +55,11 @@ struct ExpirationSettings {
   bool smtpRequireVerifiedCertificate = false;
 
   // What a pass does when something outside goes wrong.
-  bool rememberWarnings = false;  // each warning day once for a password
+  std::uint32_t smtpGiveUpAfter = kDefaultGiveUpAfter;  // failures in a row; 0: never
+  std::uint32_t smtpRetries = 0;                        // of a mail that was refused for now
+  std::uint32_t smtpRetryDelay = kDefaultRetryDelay;    // seconds before the first of them
+  std::uint32_t smtpMaxPerMinute = 0;                   // mails; 0: as many as the server takes
+  bool rememberWarnings = false;                        // each warning day once for a password
   bool skipUnreadableAccounts = false;
   std::uint32_t maxExpirations = 0;  // forced expiries in one pass; 0: no limit
   bool expireOnlyNotified = false;   // forced only after the user's mail was accepted

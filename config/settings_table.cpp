@@ -25,6 +25,9 @@ constexpr std::uint32_t kMaxAgeDays = 10000;  // the order of the policies is so
 constexpr std::uint32_t kMaxSleepHours = 1193;
 constexpr std::uint32_t kMaxSleepSeconds = 4294967;
 constexpr std::uint32_t kMaxDayOfMonth = 31;
+constexpr std::uint32_t kMaxRetries = 10;
+constexpr std::uint32_t kMaxRetryDelay = 3600;  // seconds
+constexpr std::uint32_t kMaxMailsPerMinute = 60000;
 
 constexpr unsigned kRegistryOnly = kPolicyFromRegistry;
 constexpr unsigned kStandardAndLive = kStandardSwitches | kLiveSwitches;
@@ -118,6 +121,15 @@ const Setting kSettings[] = {
             "characters", "above 0: this length-based policy is in use"),
     numbers("maxAge", kLengthPolicies, SettingType::Number, &LengthPolicy::maxAge, {0, kMaxAgeDays},
             "days", "its maximum password age"),
+    {Expiration, "smtpGiveUpAfter", SettingType::OptionalNumber, &E::smtpGiveUpAfter, "",
+     kDefaultGiveUpAfter, 0, "",
+     "so many failures in a row to reach the mail server: no further warning is tried; 0: never"},
+    number(Expiration, "smtpRetries", &E::smtpRetries, {0, kMaxRetries}, "",
+           "how often a mail that was refused for now is tried again, at the end of the pass"),
+    number(Expiration, "smtpRetryDelay", &E::smtpRetryDelay, {kDefaultRetryDelay, kMaxRetryDelay},
+           "seconds", "wait before the first of these, doubled before each further one"),
+    number(Expiration, "smtpMaxPerMinute", &E::smtpMaxPerMinute, {0, kMaxMailsPerMinute}, "",
+           "most mails in a minute, evenly spread; 0: no limit"),
     flag(Expiration, "rememberWarnings", &E::rememberWarnings,
          "mail each warning day once for a password, and catch up on days that were missed"),
     flag(Expiration, "skipUnreadableAccounts", &E::skipUnreadableAccounts,

@@ -1,6 +1,16 @@
 #include "net/byte_channel.h"
 
+#include "net/socket_errors.h"
+
 namespace kelvado {
+
+std::string ioFailureText(const IoStatus& status) {
+  if (status.aborted) return "aborted by the application";
+  if (status.timedOut) return "timed out";
+  if (!status.problem.empty()) return status.problem;
+  if (status.peerClosed) return "connection closed by the server";
+  return socketErrorWords(status.error);
+}
 
 bool ByteChannel::readUntilMatch(std::string_view delimiter, std::string& out,
                                  const ReadLimits& limits, Call& call) {

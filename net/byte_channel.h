@@ -9,15 +9,21 @@
 #include <string_view>
 
 #include "net/call.h"
+#include "platform/network/socket_api.h"
 
 namespace kelvado {
 
-// Why the last operation failed. All false: an error of the network.
+// Why the last operation failed.
 struct IoStatus {
   bool timedOut = false;
   bool aborted = false;
   bool peerClosed = false;
+  platform::SocketError error = platform::kSocketOk;  // of the network
+  std::string problem;                                // of TLS, in words; no secret
 };
+
+// The same in a few words for people: "connection refused", "timed out".
+std::string ioFailureText(const IoStatus& status);
 
 struct ReadLimits {
   const Countdown& left;  // for the whole read: a peer that drips bytes does not prolong it

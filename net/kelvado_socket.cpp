@@ -46,6 +46,7 @@ bool KelvadoSocket::connect(const char* host, std::uint16_t port, std::uint32_t 
   if (!resolveHost(api_, remoteHost, timeoutMs, found, call)) {
     status_.timedOut = found.timedOut;
     status_.aborted = found.aborted;
+    status_.error = platform::kWsaHostNotFound;
     return false;
   }
   if (left.remaining() == 0) {
@@ -64,6 +65,7 @@ bool KelvadoSocket::connect(const char* host, std::uint16_t port, std::uint32_t 
     call.log.LogError("Socket connect aborted by application");
     return false;
   }
+  status_.error = error;
   call.log.LogError("Connect function failed");
   call.log.LogData("sockError", std::to_string(error));
   call.log.LogData("ConnectTimeoutMs", std::to_string(timeoutMs));
@@ -128,6 +130,7 @@ bool KelvadoSocket::sendBytes(std::string_view data, std::uint32_t idleTimeoutMs
     if (error == platform::kSocketOk) {
       data.remove_prefix(count);
     } else if (error != platform::kWsaWouldBlock) {
+      status_.error = error;
       call.log.LogError("Error sending on socket");
       logSocketError(error, call.log);
       return false;
@@ -156,6 +159,7 @@ bool KelvadoSocket::waitForSpace(std::size_t unsent, std::uint32_t idleTimeoutMs
     case Wait::Failed:
       break;
   }
+  status_.error = error;
   call.log.LogError("socket is not ready for writing;");
   logSocketError(error, call.log);
   return false;
@@ -181,6 +185,7 @@ bool KelvadoSocket::waitForData(const Countdown& left, Call& call) {
     case Wait::Failed:
       break;
   }
+  status_.error = error;
   call.log.LogError("Error waiting for socket to become ready for reading.");
   logSocketError(error, call.log);
   return false;
@@ -204,6 +209,7 @@ bool KelvadoSocket::receiveMore(std::string& buffer, const Countdown& left, Call
     error = api_.receive(handle_, chunk, sizeof chunk, count);
   }
   if (error != platform::kSocketOk) {
+    status_.error = error;
     call.log.LogError("SOCKET_ERROR: ");
     logSocketError(error, call.log);
     call.log.LogError("Failed to receive data on the TCP socket");

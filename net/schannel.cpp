@@ -26,6 +26,7 @@ bool SChannel::EstablishChannel(const std::string& host, std::uint16_t port,
   if (stream_ == nullptr) {
     if (!error.empty()) call.log.LogError(error);
     call.log.LogError("Error creating credentials");
+    status_.problem = error.empty() ? "no TLS credentials" : base::loggableLine(error);
     return false;
   }
   const std::string clientName = base::loggable(stream_->clientCertificateName());
@@ -34,7 +35,9 @@ bool SChannel::EstablishChannel(const std::string& host, std::uint16_t port,
     call.log.LogError("Error performing handshake.");
     return false;
   }
-  if (!verifyCertificate(requirements, call) || !meetsRequirement(requirements, call)) return false;
+  refusedCertificate_ =
+      !verifyCertificate(requirements, call) || !meetsRequirement(requirements, call);
+  if (refusedCertificate_) return false;
   established_ = true;
   call.log.LogInfo("Secure Channel Established.");
   return true;
@@ -51,6 +54,7 @@ bool SChannel::handshake(const Countdown& left, Call& call) {
     if (status == SecurityStatus::Ok) return sent;
     if (status == SecurityStatus::Failed) {
       call.log.LogData("tls_error", base::loggable(stream_->failureText()));
+      status_.problem = base::loggableLine(stream_->failureText());
       return false;
     }
     if (!sent) return false;
@@ -65,6 +69,7 @@ bool SChannel::handshake(const Countdown& left, Call& call) {
 bool SChannel::verifyCertificate(const TlsRequirements& requirements, Call& call) {
   if (!stream_->peerCertificate(certificate_)) {
     call.log.LogError("Error querying remote certificate");
+    status_.problem = "the server shows no certificate";
     return false;
   }
   if (certificate_.verified) {
@@ -74,10 +79,11 @@ bool SChannel::verifyCertificate(const TlsRequirements& requirements, Call& call
   call.log.LogInfo("SSL Server Certificate not verified.");
   call.log.LogData("tls_error", base::loggable(certificate_.problem));
   if (requirements.verified) call.log.LogError("Failed to verify server certificate");
+  status_.problem = "certificate not verified: " + base::loggableLine(certificate_.problem);
   return !requirements.verified;
 }
 
-bool SChannel::meetsRequirement(const TlsRequirements& requirements, Call& call) const {
+bool SChannel::meetsRequirement(const TlsRequirements& requirements, Call& call) {
   if (requirements.name.empty()) return true;
   const bool issuer = (requirements.name[0] | 0x20) == 'i';
   const std::string& actual = issuer ? certificate_.issuerCn : certificate_.subjectCn;
@@ -86,6 +92,8 @@ bool SChannel::meetsRequirement(const TlsRequirements& requirements, Call& call)
   call.log.LogData("requireName", base::loggable(requirements.name));
   call.log.LogData("requireValue", base::loggable(requirements.value));
   call.log.LogData("certValue", base::loggable(actual));
+  status_.problem = "certificate is of \"" + base::loggableLine(actual) + "\", not of \"" +
+                    base::loggableLine(requirements.value) + "\"";
   return false;
 }
 
@@ -157,6 +165,7 @@ bool SChannel::receiveMore(std::string& buffer, const Countdown& left, Call& cal
     if (status == SecurityStatus::Failed) {
       call.log.LogError("Failed to receive data on the TCP socket");
       call.log.LogData("tls_error", base::loggable(stream_->failureText()));
+      status_.problem = base::loggableLine(stream_->failureText());
       return false;
     }
     if (status == SecurityStatus::Renegotiate) continue;  // what follows it may be here already

@@ -43,6 +43,8 @@ class SChannel final : public ByteChannel {
   // Sends the close notify and closes the socket, whatever happens.
   void ShutdownChannel(std::uint32_t timeoutMs, Call& call);
 
+  // Whether the last EstablishChannel failed by the server's certificate; status() says why.
+  bool refusedCertificate() const { return refusedCertificate_; }
   // Of the server; empty before the handshake.
   const platform::PeerCertificate& certificate() const { return certificate_; }
 
@@ -61,7 +63,7 @@ class SChannel final : public ByteChannel {
  private:
   bool handshake(const Countdown& left, Call& call);
   bool verifyCertificate(const TlsRequirements& requirements, Call& call);
-  bool meetsRequirement(const TlsRequirements& requirements, Call& call) const;
+  bool meetsRequirement(const TlsRequirements& requirements, Call& call);
   bool sendToken(const std::string& token, std::uint32_t timeoutMs, Call& call);
   bool readEncrypted(const Countdown& left, Call& call);
   bool sendCloseNotify(std::uint32_t timeoutMs, Call& call);
@@ -72,6 +74,7 @@ class SChannel final : public ByteChannel {
   platform::PeerCertificate certificate_;
   std::string encrypted_;  // received, not yet taken by the stream
   bool established_ = false;
+  bool refusedCertificate_ = false;
   bool peerHasClosed_ = false;  // by close notify; nothing comes after it
 };
 

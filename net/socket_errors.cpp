@@ -45,7 +45,30 @@ constexpr ErrorText kErrorTexts[] = {
      "WSAEPROVIDERFAILEDINIT The requested service provider could not be loaded or initialized."},
 };
 
+// The errors that a client sees in practice.
+constexpr ErrorText kWords[] = {
+    {platform::kSocketOk, "connection lost"},
+    {10013, "not permitted on this machine"},
+    {10024, "no more sockets on this machine"},
+    {10049, "no such address"},
+    {10050, "the network is down"},
+    {10051, "network unreachable"},
+    {10053, "connection aborted"},
+    {platform::kWsaConnectionReset, "connection reset by the server"},
+    {platform::kWsaTimedOut, "timed out"},
+    {platform::kWsaConnectionRefused, "connection refused"},
+    {10065, "host unreachable"},
+    {platform::kWsaHostNotFound, "host name not found"},
+};
+
 }  // namespace
+
+std::string socketErrorWords(platform::SocketError code) {
+  for (const ErrorText& row : kWords) {
+    if (row.code == code) return row.text;
+  }
+  return "network error " + std::to_string(code);
+}
 
 void logSocketError(platform::SocketError code, base::LogBase& log) {
   for (const ErrorText& row : kErrorTexts) {

@@ -4,20 +4,16 @@
 
 #include "config/pass_files.h"
 #include "mail/mime/kv_email.h"
-#include "notify/mail_settings.h"
 
 namespace notify {
 
-bool sendAdminReport(const config::ExpirationSettings& settings, const std::string& mailReport) {
-  kelvado::KvMailMan mailMan;
-  if (!mailMan.UnlockComponent(kMailUnlockCode)) return false;
-  configureMailMan(mailMan, settings);
-
+MailOutcome sendAdminReport(const config::ExpirationSettings& settings,
+                            const std::string& mailReport, Mailer& mailer) {
   kelvado::KvEmail email;
   // The name on the right is the one the report's <img> asks for.
   if (!email.AddRelatedFile2("Norvyn-Report-Logo.gif", "images/logo.gif")) {
     std::printf("%s\n", email.LastErrorText());
-    return false;
+    return {MailResult::RefusedForGood, std::string(config::kLogoFile) + " cannot be read"};
   }
   const std::string& address = settings.adminEmailAddress;
   email.AddHeaderField("X-Priority", "1");
@@ -26,9 +22,7 @@ bool sendAdminReport(const config::ExpirationSettings& settings, const std::stri
   email.put_Subject("Norvyn Password Expiration Report");
   email.SetHtmlBody(mailReport.c_str());
 
-  if (mailMan.SendEmail(email)) return true;
-  mailMan.SaveLastError(config::kMailErrorFile);
-  return false;
+  return mailer.sendReport(email, address);
 }
 
 }  // namespace notify

@@ -4,11 +4,12 @@
 #include <string>
 
 #include "config/expiration_settings.h"
+#include "notify/mailer.h"
 
 namespace notify {
 
-// Blocks for as long as the mail server takes. False when the logo could not be embedded or the
-// mail not be sent; a failed send leaves kMailErrorFile.
-bool sendAdminReport(const config::ExpirationSettings& settings, const std::string& mailReport);
+// Blocks for as long as the mail server takes. A send that failed leaves kMailErrorFile.
+MailOutcome sendAdminReport(const config::ExpirationSettings& settings,
+                            const std::string& mailReport, Mailer& mailer);
 
 }  // namespace notify

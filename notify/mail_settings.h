@@ -1,5 +1,5 @@
 // The mail-sending object as the expiration settings want it.
-// Used by the warning e-mail and the admin report mail.
+// Used by the mails of a pass, and to look at a mail server without mailing.
 #pragma once
 
 #include "config/expiration_settings.h"

@@ -8,6 +8,7 @@
 #include <string>
 
 #include "directory/user_directory_data.h"
+#include "notify/mail_outcome.h"
 
 namespace notify {
 
@@ -67,6 +68,7 @@ struct UserRecord {
   // Come of it.
   std::string emailedText = "no";  // as in the report
   bool mailFailed = false;
+  MailOutcome mail;  // of the last try, when there was one
   Expiry expiry = Expiry::NotDue;
   std::string refusal;  // the directory's words when the expiry was refused
 

@@ -1,9 +1,7 @@
 #include "notify/warning_email.h"
 
-#include "config/pass_files.h"
 #include "config/registry_readers.h"
 #include "mail/mime/kv_email.h"
-#include "notify/mail_settings.h"
 #include "notify/message_template.h"
 #include "platform/text/text_lines.h"
 
@@ -67,10 +65,8 @@ void recordMailingDay(const WarningContext& context) {
 
 }  // namespace
 
-bool sendWarningEmail(const WarningContext& context, const UserRecord& user) {
-  kelvado::KvMailMan mailMan;
-  if (!mailMan.UnlockComponent(kMailUnlockCode)) return true;  // no failure of the mail server
-
+MailOutcome sendWarningEmail(const WarningContext& context, const UserRecord& user) {
+  if (context.mailer.hasGivenUp()) return context.mailer.notTried();
   config::DebugLog& log = context.log;
   const std::string& address = user.data.email;
   log.print("  emailUser() - begin\n");
@@ -81,25 +77,23 @@ bool sendWarningEmail(const WarningContext& context, const UserRecord& user) {
   const MessageBody body = composeBody(context, user);
   if (body.templateLost) {
     log.print("    no mail: its template cannot be used.\n  emailUser() - end\n");
-    return false;
+    return {MailResult::RefusedForGood, "its template cannot be used", true};
   }
-  configureMailMan(mailMan, context.settings);
   kelvado::KvEmail email;
   composeEmail(email, context.settings, address, body);
   recordMailingDay(context);
 
-  const bool sent = mailMan.SendEmail(email);
-  if (sent) {
+  const MailOutcome outcome = context.mailer.sendWarning(email, address);
+  if (outcome.sent()) {
     log.print("    email sent (to: %s)\n", address.c_str());
   } else {
-    mailMan.SaveLastError(config::kMailErrorFile);
     // The path in the text is fixed; the file is in the current directory.
     log.print(
         "    emailUser failed. Check c:\\windows\\system32\\errors-norvyn-email.xml for more "
         "information.\n");
   }
   log.print("  emailUser() - end\n");
-  return sent;
+  return outcome;
 }
 
 }  // namespace notify

@@ -9,6 +9,7 @@
 #include "config/debug_log.h"
 #include "config/expiration_settings.h"
 #include "config/findings.h"
+#include "notify/mailer.h"
 #include "notify/user_record.h"
 #include "platform/registry/registry.h"
 #include "platform/system/clock.h"
@@ -22,14 +23,16 @@ struct WarningContext {
   config::DebugLog& log;
   const config::ExpirationSettings& settings;
   config::Findings& findings;
+  Mailer& mailer;
   // Out: the day of month of this mailing when the registry did not take it, 0 when it did. Only
   // the first failure of a pass is reported.
   std::uint32_t& unsavedMailingDay;
 };
 
-// Sends the warning; blocks for as long as the mail server takes. False when sending failed, which
-// leaves kMailErrorFile. With less than one day left the password has expired. The day of month is
-// recorded in the registry before the send, whatever comes of it.
-bool sendWarningEmail(const WarningContext& context, const UserRecord& user);
+// Sends the warning; blocks for as long as the mail server takes. A failed send leaves
+// kMailErrorFile. With less than one day left the password has expired. The day of month is
+// recorded in the registry before the send, whatever comes of it. When the mail server has been
+// given up nothing of this is done.
+MailOutcome sendWarningEmail(const WarningContext& context, const UserRecord& user);
 
 }  // namespace notify

@@ -28,6 +28,9 @@ class ExpirationRun {
   // Asked between two users whether the pass is to end after the one in hand.
   void stopWhen(std::function<bool()> requested) { context_.stopRequested = std::move(requested); }
 
+  // Mails leave by this instead of the mail library.
+  void mailBy(notify::MailTransportMaker maker) { context_.makeTransport = std::move(maker); }
+
   // Once, before the first pass: the logo file, the kind of machine, which edition's keys to use.
   void prepare();
   // How long a worker that has just started has yet to wait for the machine to have come up, in ms.

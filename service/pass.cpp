@@ -11,7 +11,6 @@
 #include "config/settings_check.h"
 #include "directory/password_expiry.h"
 #include "notify/admin_report_mail.h"
-#include "notify/mail_settings.h"
 #include "notify/message_template.h"
 #include "notify/run_logs.h"
 #include "notify/warning_email.h"
@@ -119,6 +118,11 @@ void Pass::loadSettings() {
     pass_.settings.reportOnly = true;
   }
   if (pass_.settings.testEmailOnly) pass_.settings.reportOnly = true;
+  pass_.mailer = std::make_unique<notify::Mailer>(pass_.settings, run_.host.clock,
+                                                  run_.makeTransport
+                                                      ? run_.makeTransport(pass_.settings)
+                                                      : notify::makeSmtpTransport(pass_.settings),
+                                                  run_.stopRequested);
   pass_.unsavedMailingDay = run_.unsavedMailingDay;
   pass_.record.settingsSource = registry.name();
   pass_.record.settingsKey = edition.settingsKey;
@@ -147,12 +151,13 @@ void Pass::sendTestEmail() {
   user.data.lastName = kTestLastName;
   user.data.email = pass_.settings.testEmailAddress;
   user.maxAge = kTestCountdown;
-  const notify::WarningContext context{
-      run_.host.registry, run_.host.clock, log_,
-      pass_.settings,     findings_,       pass_.unsavedMailingDay};
-  if (notify::sendWarningEmail(context, user)) return;
+  const notify::WarningContext context{run_.host.registry,     run_.host.clock, log_,
+                                       pass_.settings,         findings_,       *pass_.mailer,
+                                       pass_.unsavedMailingDay};
+  const notify::MailOutcome outcome = notify::sendWarningEmail(context, user);
+  if (outcome.sent()) return;
   testEmailFailed_ = true;
-  findings_.problem("the test mail was not sent");
+  findings_.problem("the test mail was not sent: " + outcome.reason);
 }
 
 void Pass::listDomainUsers() {
@@ -321,9 +326,12 @@ void Pass::finishReport() {
                    std::string(config::kMailErrorFile));
   }
   pass_.report.finish(findings_.problems());
-  if (pass_.settings.emailAdminReports &&
-      !notify::sendAdminReport(pass_.settings, pass_.report.mailReport())) {
-    findings_.problem("the report was not mailed to the administrator");
+  if (pass_.settings.emailAdminReports) {
+    const notify::MailOutcome outcome =
+        notify::sendAdminReport(pass_.settings, pass_.report.mailReport(), *pass_.mailer);
+    if (!outcome.sent()) {
+      findings_.problem("the report was not mailed to the administrator: " + outcome.reason);
+    }
   }
   if (pass_.settings.htmllog && !pass_.report.writeFileReport(findings_.problems())) {
     findings_.problem("the report file could not be written");

@@ -9,6 +9,7 @@
 
 #include "config/debug_log.h"
 #include "directory/domain_directory.h"
+#include "notify/mail_transport.h"
 #include "platform/host/host.h"
 #include "service/edition_keys.h"
 #include "service/pass_observer.h"
@@ -32,6 +33,8 @@ struct RunContext {
   std::uint32_t unsavedMailingDay = 0;  // as PassState has it; of the last pass that mailed
   // Whether somebody wants the pass to end after the user in hand; empty: nobody can.
   std::function<bool()> stopRequested{};
+  // How mails leave; empty: over the mail library.
+  notify::MailTransportMaker makeTransport{};
 };
 
 class Pass {

@@ -43,7 +43,8 @@ void PassRecord::addUser(const notify::UserRecord& user, const std::string& list
   if (user.emailedText == "yes") ++mailsSent;
   if (user.mailFailed) {
     ++mailsFailed;
-    findings.problem("mail to " + user.username + " <" + user.data.email + "> was not sent");
+    findings.problem("mail to " + user.username + " <" + user.data.email +
+                     "> was not sent: " + user.mail.reason);
   }
   if (user.expiry == notify::Expiry::Refused) {
     findings.problem("the directory did not take the forced password change of " + user.username +

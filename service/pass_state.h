@@ -3,12 +3,14 @@
 #pragma once
 
 #include <cstdint>
+#include <memory>
 #include <string>
 #include <vector>
 
 #include "config/audit_log.h"
 #include "config/expiration_settings.h"
 #include "config/pass_files.h"
+#include "notify/mailer.h"
 #include "notify/run_report.h"
 #include "service/pass_record.h"
 #include "service/processed_users.h"
@@ -34,6 +36,7 @@ struct PassState {
   ProcessedUsers processed;
   std::vector<HeldUser> held;  // in the order in which they were examined
   WarningMemory memory;
+  std::unique_ptr<notify::Mailer> mailer;  // from when the settings are known
   notify::RunReport report;
   PassRecord record;
   config::AuditLog skipList{config::kSkipListFile, record.findings};

@@ -222,10 +222,11 @@ std::string UserExaminer::reasonsAgainstMail(const UserRecord& user) const {
 }
 
 void UserExaminer::sendWarning(bool onWarningDay, UserRecord& user) {
-  const notify::WarningContext context{
-      host_.registry, host_.clock,           log_,
-      pass_.settings, pass_.record.findings, pass_.unsavedMailingDay};
-  if (notify::sendWarningEmail(context, user)) {
+  const notify::WarningContext context{host_.registry,         host_.clock,           log_,
+                                       pass_.settings,         pass_.record.findings, *pass_.mailer,
+                                       pass_.unsavedMailingDay};
+  user.mail = notify::sendWarningEmail(context, user);
+  if (user.mail.sent()) {
     user.emailedText = "yes";
     pass_.memory.mailed(user);
   } else {

@@ -50,9 +50,11 @@ bool ClsMailMan::unlockComponent(std::string_view code) {
   return unlocked_ || bracket.fail("The unlock code is empty.");
 }
 
-bool ClsMailMan::checkUnlocked(base::LogBase& log) const {
-  if (!unlocked_) log.LogError("The mail component is locked: call UnlockComponent first.");
-  return unlocked_;
+bool ClsMailMan::checkUnlocked(base::LogBase& log) {
+  if (unlocked_) return true;
+  session_.noteFailure("the mail component is locked");
+  log.LogError("The mail component is locked: call UnlockComponent first.");
+  return false;
 }
 
 // Changes the settings themselves, not a copy of them.
@@ -100,7 +102,12 @@ std::unique_ptr<Email2> ClsMailMan::prepareForSending(const ClsEmail& email,
 // Opens or reuses the connection, and returns the copy to send over it; null, logged, on failure.
 std::unique_ptr<Email2> ClsMailMan::openAndPrepare(ClsEmail* email, Call& call) {
   base::LogBase& log = call.log;
-  if (!ensureMessage(email, log) || !hasSender(*email->message(), log)) return nullptr;
+  session_.noteFailure("the mail could not be prepared, or was aborted");  // until it is
+  if (!ensureMessage(email, log)) return nullptr;
+  if (!hasSender(*email->message(), log)) {
+    session_.noteFailure("the sender's address has no '@'");
+    return nullptr;
+  }
   call.progress.expect(email->message()->sizeEstimate() * 3 / 2 + 200);
   if (call.abortRequested()) {
     log.LogError("Mail sending aborted by application");
@@ -120,10 +127,11 @@ std::unique_ptr<Email2> ClsMailMan::openAndPrepare(ClsEmail* email, Call& call) 
   return copy;
 }
 
-bool ClsMailMan::reportOutcome(bool sent, Call& call) const {
+bool ClsMailMan::reportOutcome(bool sent, Call& call) {
   base::LogBase& log = call.log;
   const auto& [accepted, total] = counters_;
   if (sent) {
+    session_.clearFailure();
     log.LogData("NumAccepted", std::to_string(accepted));
     log.LogData("NumRejected", std::to_string(total - accepted));
     call.progress.finish();

@@ -35,6 +35,8 @@ class ClsMailMan : public ClsBase {
   const SendCounters& lastSend() const { return counters_; }
   std::vector<std::string> badAddresses();
   void clearBadAddresses();
+  // Why the last operation failed; its step is None when it did not.
+  const SmtpFailure& failure() const { return session_.failure(); }
 
   bool unlockComponent(std::string_view code);
 
@@ -66,7 +68,7 @@ class ClsMailMan : public ClsBase {
  private:
   bool begin(base::LogBase& log);
   bool beginSend(base::LogBase& log);
-  bool checkUnlocked(base::LogBase& log) const;
+  bool checkUnlocked(base::LogBase& log);
   void resolveTlsConflict();
   bool ensureMessage(ClsEmail* email, base::LogBase& log) const;
   std::unique_ptr<Email2> prepareForSending(const ClsEmail& email, base::LogBase& log) const;
@@ -76,7 +78,7 @@ class ClsMailMan : public ClsBase {
                 std::string_view mime, base::LogBase& log);
   std::vector<platform::MxRecord> mailHosts(const std::string& emailOrDomain,
                                             base::LogBase& log) const;
-  bool reportOutcome(bool sent, Call& call) const;
+  bool reportOutcome(bool sent, Call& call);
 
   MailManSettings settings_;
   bool unlocked_ = false;

@@ -226,6 +226,10 @@ unsigned KvMailMan::get_NumRecipients() const {
   return impl_->lastSend().total;
 }
 
+SmtpFailure KvMailMan::get_LastFailure() const {
+  return impl_->failure();
+}
+
 bool KvMailMan::OpenSmtpConnection() {
   return impl_->openSmtpConnection();
 }

@@ -19,6 +19,7 @@
 #include <vector>
 
 #include "mail/mime/kv_email.h"
+#include "mail/smtp/smtp_failure.h"
 #include "net/progress.h"
 
 namespace kelvado {
@@ -133,6 +134,11 @@ class KvMailMan : public KvObject {
   void ClearBadEmailAddresses();
   unsigned get_NumAccepted() const;  // recipients, by the last send
   unsigned get_NumRecipients() const;
+
+  // Why the last operation that needs the server failed: the step, the server's reply or the
+  // network's reason. Its step is None after one that succeeded. After a mail that went to some of
+  // its recipients only, GetBadEmailAddresses says more.
+  SmtpFailure get_LastFailure() const;
 
   // --- the connection ---
   bool OpenSmtpConnection();  // connects and logs in, unless a connection is open and answers

@@ -204,7 +204,14 @@ bool mayUseLoginInstead(const AuthMethod* forced, const SmtpWire& wire) {
   return forced == nullptr || forced->needs == Needs::Tls || wire.isSecure();
 }
 
-LoginOutcome failed(const AuthMethod& method, Call& call) {
+// `reason`: when it is not the server's reply, nor the connection.
+LoginOutcome failed(const AuthMethod& method, SmtpWire& wire, Call& call,
+                    const std::string& reason = {}) {
+  if (reason.empty()) {
+    wire.noteFailure(SmtpStep::Login);
+  } else {
+    wire.noteFailure(SmtpStep::Login, reason);
+  }
   call.log.LogError(method.failure);
   return LoginOutcome::Failed;
 }
@@ -212,22 +219,30 @@ LoginOutcome failed(const AuthMethod& method, Call& call) {
 LoginOutcome runExchange(const AuthMethod& method, SmtpWire& wire,
                          const SmtpCredentials& credentials, Call& call) {
   call.log.LogData("login_method", method.logName);
-  if (method.exchange == nullptr) return failed(method, call);
+  const std::string name = method.logName;
+  if (method.exchange == nullptr) {
+    return failed(method, wire, call,
+                  "the server offers only " + name + ", which is not supported");
+  }
   if (!suits(method, credentials)) {
-    call.log.LogError(method.needs == Needs::Token ? "Username and/or access token is empty"
-                                                   : "Username and/or password is empty");
-    return failed(method, call);
+    const bool token = method.needs == Needs::Token;
+    call.log.LogError(token ? "Username and/or access token is empty"
+                            : "Username and/or password is empty");
+    return failed(method, wire, call,
+                  token ? "user name or access token is empty" : "user name or password is empty");
   }
   if (method.needs == Needs::Token && !wire.isSecure()) {
     call.log.LogError("An access token is sent under TLS only: set StartTLS or SmtpSsl.");
-    return failed(method, call);
+    return failed(method, wire, call, "an access token is sent under TLS only");
   }
   AuthOutcome outcome = method.exchange(method, wire, credentials, call);
   if (outcome == AuthOutcome::NotPossible && mayUseLoginInstead(forcedMethod(credentials), wire)) {
     call.log.LogData("alt_login_method", kLogin.logName);
     outcome = kLogin.exchange(kLogin, wire, credentials, call);
   }
-  return outcome == AuthOutcome::LoggedIn ? LoginOutcome::LoggedIn : failed(method, call);
+  if (outcome == AuthOutcome::LoggedIn) return LoginOutcome::LoggedIn;
+  const bool impossible = outcome == AuthOutcome::NotPossible;
+  return failed(method, wire, call, impossible ? name + " cannot be used here" : "");
 }
 
 LoginOutcome goOnWithoutLogin(Call& call) {
@@ -298,7 +313,7 @@ LoginOutcome authenticateAfterHelo(SmtpWire& wire, const SmtpCredentials& creden
   if (!mayUseLoginInstead(forced, wire)) {
     call.log.LogData("login_method", forced->logName);
     call.log.LogError("The server knows HELO only, and LOGIN would show it the password.");
-    return failed(*forced, call);
+    return failed(*forced, wire, call, "the server knows HELO only, and no login that hides it");
   }
   return runExchange(forced == &kPlain ? kPlain : kLogin, wire, credentials, call);
 }

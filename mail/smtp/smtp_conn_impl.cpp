@@ -88,6 +88,7 @@ bool SmtpConnImpl::connectAndAuthenticate(const SmtpServer& server, Call& call) 
   const bool ready = openConnection(server, call) && greetAndLogin(server, call);
   // A connection that is not logged in, or not secured, must never be taken for a ready one.
   if (!ready) wire_.close();
+  if (ready) wire_.clearFailure();  // of a greeting that a second one made good
   hasCarriedMail_ = false;
   return ready;
 }
@@ -134,7 +135,10 @@ bool SmtpConnImpl::adoptConnection(const SmtpServer& server, Call& call) {
 bool SmtpConnImpl::connectAfresh(const SmtpServer& server, Call& call) {
   wire_.close();
   if (!abortAllRequested() && connectAndAuthenticate(server, call)) return true;
-  if (call.abortRequested()) call.log.LogError("Aborted by application");
+  if (call.abortRequested()) {
+    call.log.LogError("Aborted by application");
+    noteFailure("aborted by the application");
+  }
   call.log.LogError("Failed to connect to SMTP server.");
   return false;
 }
@@ -148,9 +152,13 @@ bool SmtpConnImpl::openConnection(const SmtpServer& given, Call& call) {
   logCredentials(given.credentials, log);
   if (given.host.empty()) {
     log.LogError("No hostname");
+    noteFailure("no mail server is named");
     return false;
   }
-  if (!areSafeSettings(given, log)) return false;
+  if (!areSafeSettings(given, log)) {
+    noteFailure("a setting of the mail server holds characters that are not allowed");
+    return false;
+  }
   SmtpServer server = given;
   server.host = base::lowered(given.host);
   log.LogInfo(atServer("Connecting to SMTP server ", given));
@@ -164,14 +172,17 @@ bool SmtpConnImpl::openConnection(const SmtpServer& given, Call& call) {
 
   if (("." + server.host).ends_with(kBlockedDomain)) {
     log.LogError(kBlockedMessage);
+    noteFailure("no mail is handed to this server");
     return false;
   }
   if (!isPort(server.port)) {
     log.LogError("The SMTP port is not a port number.");
+    noteFailure("the port of the mail server is not a port number");
     return false;
   }
   if (!server.proxy.host.empty() && !isPort(server.proxy.port)) {
     log.LogError("The port of the HTTP proxy is not a port number.");
+    noteFailure("the port of the HTTP proxy is not a port number");
     return false;
   }
   keepSecrets(wire_, credentials);
@@ -191,6 +202,7 @@ bool SmtpConnImpl::openConnection(const SmtpServer& given, Call& call) {
     log.LogData("InitialResponse", wire_.loggableReply());
     return true;
   }
+  wire_.noteFailure(SmtpStep::Greeting);
   log.LogError("Failed to get initial SMTP response..");
   log.LogError("The SMTP server may be denying access for this domain.");
   return false;
@@ -235,11 +247,13 @@ bool SmtpConnImpl::startTls(const SmtpServer& server, const char* announcement, 
   base::LogBase& log = call.log;
   log.LogInfo(announcement);
   if (!wire_.sendCommand("STARTTLS", call)) {
+    wire_.noteFailure(SmtpStep::StartTls);
     log.LogError("Failed to send STARTTLS");
     return false;
   }
   if (!wire_.readReply(220, call)) {
     if (wire_.replyCode() != 503) {
+      wire_.noteFailure(SmtpStep::StartTls);
       log.LogError("Failed to receive STARTTLS response");
       return false;
     }
@@ -262,10 +276,12 @@ bool SmtpConnImpl::resendStartTls(const SmtpServer& server, Call& call) {
   }
   call.log.LogInfo("Resending STARTTLS...");
   if (!wire_.sendCommand("STARTTLS", call)) {
+    wire_.noteFailure(SmtpStep::StartTls);
     call.log.LogError("Failed to send STARTTLS (2)");
     return false;
   }
   if (!wire_.readReply(220, call)) {
+    wire_.noteFailure(SmtpStep::StartTls);
     call.log.LogError("Failed to receive STARTTLS response (2)");
     return false;
   }
@@ -313,12 +329,14 @@ bool SmtpConnImpl::sendEhlo(Call& call) {
   if (!wire_.sendCommand("EHLO " + helloName_, call)) {
     call.log.LogError("Failed to send Hello (EHLO)");
     call.log.LogData("hostname", base::loggable(helloName_));
+    wire_.noteFailure(SmtpStep::Hello);
     wire_.close();
     return false;
   }
   const std::optional<SmtpExtensions> extensions = wire_.readEhloReply(call);
   call.log.LogData("helloResponse", wire_.loggableReply());
   if (extensions) extensions_ = *extensions;
+  if (!extensions) wire_.noteFailure(SmtpStep::Hello);
   // A late reply would be taken for the one to HELO.
   if (wire_.outOfStep()) wire_.close();
   return extensions.has_value();
@@ -331,6 +349,7 @@ bool SmtpConnImpl::sayHelo(const SmtpServer& server, Call& call) {
                             "Failed to get response to 2nd-try Hello (HELO)"};
   for (int attempt = 0; attempt < 2; ++attempt) {
     if (!wire_.sendCommand("HELO " + names[attempt], call)) {
+      wire_.noteFailure(SmtpStep::Hello);
       call.log.LogError("Failed to send Hello");
       return false;
     }
@@ -338,6 +357,7 @@ bool SmtpConnImpl::sayHelo(const SmtpServer& server, Call& call) {
       call.log.LogData("HeloResponse", wire_.loggableReply());
       return true;
     }
+    wire_.noteFailure(SmtpStep::Hello);
     call.log.LogError(failures[attempt]);
     if (wire_.outOfStep()) return false;
   }
@@ -355,6 +375,7 @@ bool SmtpConnImpl::smtpNoop(Call& call) {
 bool SmtpConnImpl::expectOk(const char* command, Call& call) {
   if (!wire_.isOpen()) return false;
   const bool answered = wire_.sendCommand(command, call) && wire_.readReply(250, call);
+  if (!answered) wire_.noteFailure(SmtpStep::Reset);
   if (wire_.outOfStep()) wire_.close();
   return answered;
 }

@@ -83,11 +83,18 @@ class SmtpConnImpl {
   // Recipients that a server rejected since the list was cleared.
   const std::vector<std::string>& badAddresses() const { return badAddresses_; }
   void clearBadAddresses() { badAddresses_.clear(); }
-  // Before the next operation: whether the last one timed out, or its login was refused.
+  // Before the next operation: whether the last one timed out, had its login refused, and why it
+  // failed.
   void clearOutcome() {
     wire_.clearTimedOut();
+    wire_.clearFailure();
     loginRefused_ = false;
   }
+  // Why the last method failed; to be asked only then.
+  const SmtpFailure& failure() const { return wire_.failure(); }
+  // For what fails before or beside the session.
+  void noteFailure(const std::string& reason) { wire_.noteFailure(SmtpStep::Preparation, reason); }
+  void clearFailure() { wire_.clearFailure(); }
 
  private:
   enum class Hello { Failed, Ehlo, Helo };

@@ -34,6 +34,7 @@ bool SmtpConnImpl::sendEmail(Email2& message, const SendOptions& options, Call& 
 
   const std::vector<std::string> addresses = readAddressFile(listFile, call.log);
   if (addresses.empty()) {
+    noteFailure("the distribution list is empty");
     call.log.LogError("The distribution list is empty");
     return false;
   }
@@ -85,7 +86,10 @@ bool SmtpConnImpl::sendInParts(std::vector<Envelope> parts, std::string_view mim
   const auto isSafe = [&](const Envelope& part) {
     return isSafeEnvelope(part, options.dsn, call.log);
   };
-  if (!std::all_of(parts.begin(), parts.end(), isSafe)) return false;
+  if (!std::all_of(parts.begin(), parts.end(), isSafe)) {
+    wire_.noteFailure(SmtpStep::Envelope, "an address of the mail cannot be sent");
+    return false;
+  }
 
   unsigned delivered = 0;
   bool anyRejected = false;

@@ -1,5 +1,6 @@
 #include "mail/smtp/smtp_reply.h"
 
+#include <algorithm>
 #include <charconv>
 
 #include "base/ascii.h"
@@ -59,6 +60,24 @@ SmtpReply::Progress SmtpReply::addLine(std::string_view line) {
   if (goesOn) return Progress::More;
   code_ = parseCode(line);
   return Progress::Complete;
+}
+
+std::string oneLine(std::string_view text) {
+  constexpr std::size_t kMaxBytes = 512;
+  std::string line(text.substr(0, text.find("\r\n")));
+  const bool coded = parseCode(text) >= 0;
+  if (coded && line.size() > kCodeDigits) line[kCodeDigits] = ' ';
+  for (std::size_t end = line.size(); end < text.size();) {
+    text.remove_prefix(end + 2 > text.size() ? text.size() : end + 2);
+    end = std::min(text.find("\r\n"), text.size());
+    const std::string_view more = text.substr(0, end);
+    if (more.size() > kCodeDigits)
+      line.append(" ").append(more.substr(coded ? kCodeDigits + 1 : 0));
+  }
+  if (line.size() <= kMaxBytes) return line;
+  std::size_t end = kMaxBytes;
+  while ((line[end] & 0xC0) == 0x80) --end;  // not within a character
+  return line.substr(0, end) + "...";
 }
 
 std::optional<SmtpExtensions> parseEhloReply(std::string_view text) {

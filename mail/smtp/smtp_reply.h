@@ -50,6 +50,10 @@ struct SmtpExtensions {
   std::string authMethods;    // as listed, a blank before each; smtp_auth.cpp knows the names
 };
 
+// The text of a reply on one line: the code once, the texts of its lines with blanks between them.
+// Cut at 512 bytes.
+std::string oneLine(std::string_view text);
+
 // The extensions in a complete reply to EHLO. Nothing when a line of it does not carry 250.
 // Keywords count in any letter case; "AUTH=LOGIN", an old spelling, lists nothing.
 std::optional<SmtpExtensions> parseEhloReply(std::string_view text);

@@ -45,6 +45,9 @@ bool SmtpTransaction::isWithinSize(std::string_view mime) const {
   call_.log.LogError("The message is larger than the SMTP server accepts.");
   call_.log.LogData("message_size", std::to_string(size));
   call_.log.LogData("server_limit", std::to_string(limit));
+  wire_.noteFailure(SmtpStep::Envelope, "the message has " + std::to_string(size) +
+                                            " bytes, and the server takes " +
+                                            std::to_string(limit));
   return false;
 }
 
@@ -54,6 +57,8 @@ bool SmtpTransaction::takesAddresses(const Envelope& envelope) const {
   call_.log.LogError(
       "An address is not ASCII, and the SMTP server does not take such addresses (SMTPUTF8).");
   call_.log.LogData("address", base::loggable(*address));
+  wire_.noteFailure(SmtpStep::Envelope,
+                    "an address is not ASCII, and the server does not take such (SMTPUTF8)");
   return false;
 }
 
@@ -75,6 +80,7 @@ std::string SmtpTransaction::rcptToCommand(const std::string& address) const {
 TransactionResult SmtpTransaction::mailFrom(const std::string& reversePath) {
   if (commands_.next()) return TransactionResult::Sent;
 
+  wire_.noteFailure(SmtpStep::MailFrom);
   call_.log.LogError("Failed when sending MAIL FROM:<" + reversePath + ">");
   if (!commands_.sent() || wire_.replyCode() == kNoReplyCode) return lost();
   call_.log.LogData("response", wire_.loggableReply());
@@ -116,6 +122,7 @@ bool SmtpTransaction::rcptTo(const std::string& address, std::vector<std::string
     postponed.push_back(address);
     return false;
   }
+  wire_.noteFailure(SmtpStep::RcptTo);
   call_.log.LogError(failureText + base::loggable(address) + ">");
   if (replied) {
     call_.log.LogData("bad_address", base::loggable(address));
@@ -176,11 +183,13 @@ TransactionResult SmtpTransaction::run(const Envelope& envelope, std::string_vie
   }
   const bool asked = wire_.sendCommand("DATA", call_);
   if (!asked || !wire_.readReply(354, call_)) {
+    wire_.noteFailure(SmtpStep::Data);
     call_.log.LogError("Failed when sending DATA command");
     // After anything but a refusal the server may be waiting for the text, after a bare 354 it is.
     return asked && isRefusal(wire_.replyCode()) ? TransactionResult::Rejected : lost();
   }
   if (!sendText(mime)) {
+    wire_.noteFailure(SmtpStep::Text);
     call_.log.LogError("Failed when sending email body");
     return lost();  // the server would take all that follows for more of the text
   }
@@ -211,6 +220,7 @@ bool SmtpTransaction::sendText(std::string_view mime) {
 bool SmtpTransaction::endText() {
   call_.log.LogInfo("Sent DATA terminator");
   if (wire_.readReply(250, call_)) return true;
+  wire_.noteFailure(SmtpStep::Text);
   call_.log.LogError("Failed when sending end-of-body");
   call_.log.LogData("CommandSent", yesNo(true));
   call_.log.LogData("GotResponseCode", std::to_string(wire_.replyCode()));

@@ -35,13 +35,23 @@ bool SmtpWire::connect(const std::string& host, std::uint16_t port, const HttpPr
                        std::uint32_t connectTimeoutMs, Call& call) {
   close();
   timedOut_ = false;
+  reply_ = SmtpReply();
+  problem_.clear();
   host_ = host;
+  port_ = port;
   const bool direct = proxy.host.empty();
   const std::string& peer = direct ? host : proxy.host;
   const std::uint16_t peerPort = direct ? port : static_cast<std::uint16_t>(proxy.port);
   bool connected = socket_.connect(peer.c_str(), peerPort, connectTimeoutMs, call);
+  if (!connected) noteFailure(SmtpStep::Connect);
   if (connected && !direct) {
     connected = openHttpTunnel(socket_, host, port, readTimeoutMs(), call);
+    const IoStatus& status = socket_.status();
+    const bool refused = !status.timedOut && !status.aborted && !status.peerClosed &&
+                         status.error == platform::kSocketOk;
+    if (!connected) {
+      noteFailure(SmtpStep::Proxy, refused ? "it refuses the connection" : ioFailureText(status));
+    }
   }
   noteStatus();
   owedReplies_ = 1;  // the greeting
@@ -55,6 +65,7 @@ bool SmtpWire::secure(const std::string& host, std::uint16_t port,
     socket_.receiveArrived();
     if (!socket_.unreadBytes().empty()) {
       call.log.LogError("The server sent data before the TLS handshake.");
+      noteFailure(SmtpStep::StartTls, "the server sent data before the TLS handshake");
       return false;
     }
   }
@@ -62,7 +73,14 @@ bool SmtpWire::secure(const std::string& host, std::uint16_t port,
   const std::uint32_t timeoutMs = effectiveReadTimeoutMs(configuredReadTimeoutMs_, true);
   const bool established = channel->EstablishChannel(host, port, requirements, timeoutMs, call);
   timedOut_ = timedOut_ || channel->status().timedOut;
-  if (established) secureChannel_ = std::move(channel);
+  if (established) {
+    secureChannel_ = std::move(channel);
+  } else {
+    const SmtpStep step =
+        channel->refusedCertificate() ? SmtpStep::Certificate : SmtpStep::TlsHandshake;
+    noteFailure(step, ioFailureText(channel->status()));
+    failure_.timedOut = channel->status().timedOut;
+  }
   return established;
 }
 
@@ -121,6 +139,7 @@ bool SmtpWire::send(std::string_view bytes, std::size_t replies, Call& call) {
   if (owedReplies_ == 0 && !channel().unreadBytes().empty()) {
     const std::string_view early = channel().unreadBytes();
     call.log.LogError("The SMTP server replied before it was asked.");
+    problem_ = "the server replied before it was asked";
     call.log.LogData("reply", loggableText(early));
     reply_ = SmtpReply();
     outOfStep_ = true;
@@ -128,6 +147,7 @@ bool SmtpWire::send(std::string_view bytes, std::size_t replies, Call& call) {
   }
   owedReplies_ += replies;
   const bool sent = channel().sendBytes(bytes, readTimeoutMs(), call);
+  if (!sent) reply_ = SmtpReply();  // the one before is not the reply to this
   noteStatus();
   return sent;
 }
@@ -163,6 +183,7 @@ std::optional<SmtpExtensions> SmtpWire::readEhloReply(Call& call) {
 
 bool SmtpWire::receiveReply(SmtpReply::Ending ending, Call& call) {
   reply_ = SmtpReply(ending);
+  problem_.clear();
   outOfStep_ = true;
   // One time-out for the whole reply: a server that sends line after line does not prolong it.
   const Countdown left(readTimeoutMs(), call.progress.clock());
@@ -186,12 +207,33 @@ bool SmtpWire::receiveReply(SmtpReply::Ending ending, Call& call) {
         owedReplies_ -= !outOfStep_ && owedReplies_ > 0;
         call.log.LogError("Unrecognized response from SMTP server");
         call.log.LogData("line", loggableText(line));
+        problem_ = "the server's reply is none of SMTP";
         return false;
       case SmtpReply::Progress::TooLong:
         call.log.LogError("The SMTP server's reply is longer than allowed.");
+        problem_ = "the server's reply is longer than allowed";
         return false;
     }
   }
+}
+
+void SmtpWire::noteFailure(SmtpStep step) {
+  const bool replied = problem_.empty() && replyCode() > 0;
+  if (replied) {
+    noteFailure(step, oneLine(loggableReply()));
+    failure_.replyCode = replyCode();
+    return;
+  }
+  if (problem_.empty() && replyCode() == kBadReplyCode)
+    problem_ = "the server's reply is none of SMTP";
+  const IoStatus& status = channel().status();
+  noteFailure(step, problem_.empty() ? ioFailureText(status) : problem_);
+  failure_.timedOut = status.timedOut;
+}
+
+void SmtpWire::noteFailure(SmtpStep step, const std::string& reason) {
+  failure_ = {step, 0, false, reason, {}};
+  if (!host_.empty()) failure_.server = base::loggableLine(host_) + ":" + std::to_string(port_);
 }
 
 void SmtpWire::logReadFailure(Call& call) {

@@ -13,6 +13,7 @@
 #include <string_view>
 
 #include "base/log_base.h"
+#include "mail/smtp/smtp_failure.h"
 #include "mail/smtp/smtp_reply.h"
 #include "net/call.h"
 #include "net/kelvado_socket.h"
@@ -87,6 +88,14 @@ class SmtpWire {
   // next may belong to anything. The session must not go on with this connection.
   bool outOfStep() const { return outOfStep_; }
 
+  // Keeps why the operation failed at this step: by the last reply, or else by what the connection
+  // or this class says. To be called before the connection is closed. The last one counts.
+  void noteFailure(SmtpStep step);
+  // The same, by a reason that is neither; one line, no secret.
+  void noteFailure(SmtpStep step, const std::string& reason);
+  const SmtpFailure& failure() const { return failure_; }
+  void clearFailure() { failure_ = {}; }
+
   bool timedOut() const { return timedOut_; }
   void clearTimedOut() { timedOut_ = false; }
 
@@ -108,6 +117,9 @@ class SmtpWire {
 
   KelvadoSocket socket_;
   std::string host_;
+  std::uint16_t port_ = 0;
+  SmtpFailure failure_;
+  std::string problem_;  // with the last reply or send that failed, when it is not the network's
   std::unique_ptr<SChannel> secureChannel_;  // over socket_; null: plain
   std::deque<std::string> secrets_;
   std::uint64_t configuredReadTimeoutMs_ = 30'000;
