@@ -1,19 +1,24 @@
 #include "notify/admin_report_mail.h"
 
 #include <cstdio>
+#include <string_view>
 
 #include "config/pass_files.h"
 #include "mail/mime/kv_email.h"
+#include "notify/report_logo.h"
 
 namespace notify {
 
-MailOutcome sendAdminReport(const config::ExpirationSettings& settings,
-                            const std::string& mailReport, Mailer& mailer) {
-  kelvado::KvEmail email;
+std::string composeAdminReport(kelvado::KvEmail& email, const config::ExpirationSettings& settings,
+                               const std::string& mailReport, LogoFrom from) {
   // The name on the right is the one the report's <img> asks for.
-  if (!email.AddRelatedFile2("Norvyn-Report-Logo.gif", "images/logo.gif")) {
+  constexpr const char* kNameInReport = "images/logo.gif";
+  if (from == LogoFrom::Memory) {
+    const std::string_view logo = reportLogo();
+    email.AddRelatedData(kNameInReport, logo.data(), logo.size());
+  } else if (!email.AddRelatedFile2("Norvyn-Report-Logo.gif", kNameInReport)) {
     std::printf("%s\n", email.LastErrorText());
-    return {MailResult::RefusedForGood, std::string(config::kLogoFile) + " cannot be read"};
+    return std::string(config::kLogoFile) + " cannot be read";
   }
   const std::string& address = settings.adminEmailAddress;
   email.AddHeaderField("X-Priority", "1");
@@ -21,8 +26,15 @@ MailOutcome sendAdminReport(const config::ExpirationSettings& settings,
   email.AddTo(address.c_str(), address.c_str());
   email.put_Subject("Norvyn Password Expiration Report");
   email.SetHtmlBody(mailReport.c_str());
+  return "";
+}
 
-  return mailer.sendReport(email, address);
+MailOutcome sendAdminReport(const config::ExpirationSettings& settings,
+                            const std::string& mailReport, Mailer& mailer) {
+  kelvado::KvEmail email;
+  const std::string problem = composeAdminReport(email, settings, mailReport, LogoFrom::File);
+  if (!problem.empty()) return {MailResult::RefusedForGood, problem};
+  return mailer.sendReport(email, settings.adminEmailAddress);
 }
 
 }  // namespace notify

@@ -67,6 +67,18 @@ Template readTemplate(const char* name) {
 
 }  // namespace
 
+std::string messageLines(const std::string& message) {
+  std::string lines;
+  std::size_t from = 0;
+  while (from < message.size()) {
+    std::size_t end = platform::findInAnsi(message, '\\', from);
+    if (end == std::string::npos) end = message.size();
+    if (end > from) lines += message.substr(from, end - from) + "\n";
+    from = end + 1;
+  }
+  return lines;
+}
+
 MessageBody loadMessageBody(const std::string& customMessage, config::DebugLog& log) {
   const Template html = readTemplate(config::kHtmlTemplateFile);
   if (html.text) {

@@ -17,6 +17,9 @@ struct MessageBody {
   bool templateLost = false;
 };
 
+// A stored message has a backslash for every line break; several in a row count as one.
+std::string messageLines(const std::string& message);
+
 // The HTML template, else the plain-text one, else the custom message (ANSI). Says in the debug log
 // which. A template is UTF-16 when it begins with that encoding's mark, else UTF-8 when it is valid
 // UTF-8, else ANSI. One that cannot be read or decoded is passed over.

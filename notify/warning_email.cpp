@@ -8,39 +8,31 @@
 namespace notify {
 namespace {
 
+// The user that a test mail is about, and the days it speaks of.
+constexpr const char* kTestUserName = "jdoe-test";
+constexpr const char* kTestFirstName = "Jane";
+constexpr const char* kTestLastName = "Doe";
+constexpr int kTestCountdown = 10;
+
 constexpr const char* kExpiredText =
     "Your Windows password has expired.\r\n"
     "\r\n"
     "You will be prompted to change your password prior to your next logon.\r\n";
 
-MessageBody composeBody(const WarningContext& context, const UserRecord& user) {
+MessageBody composeBody(const config::ExpirationSettings& settings, const UserRecord& user,
+                        config::DebugLog& log) {
   const int countdown = user.daysLeft();
   // An expired password has its own fixed words; templates speak of days that remain.
   if (countdown < 1) return {kExpiredText, false};
 
-  MessageBody body = loadMessageBody(context.settings.emailCustomMsg, context.log);
+  MessageBody body = loadMessageBody(settings.emailCustomMsg, log);
   const directory::UserDirectoryData& data = user.data;
   replaceTokens(body, user);
-  context.log.print("    user firstname: %s\n", data.firstName.c_str());
-  context.log.print("    user lastname: %s\n", data.lastName.c_str());
-  context.log.print("    days until expiration: %i\n", countdown);
-  context.log.print("    ..search and replace countdown string done.\n");
+  log.print("    user firstname: %s\n", data.firstName.c_str());
+  log.print("    user lastname: %s\n", data.lastName.c_str());
+  log.print("    days until expiration: %i\n", countdown);
+  log.print("    ..search and replace countdown string done.\n");
   return body;
-}
-
-void composeEmail(kelvado::KvEmail& email, const config::ExpirationSettings& settings,
-                  const std::string& address, const MessageBody& body) {
-  const std::string to = platform::ansiToUtf8(address);
-  email.put_Utf8(true);
-  email.AddHeaderField("X-Priority", "1");
-  email.put_From(platform::ansiToUtf8(settings.emailFromAddress).c_str());
-  email.AddTo(to.c_str(), to.c_str());
-  email.put_Subject(platform::ansiToUtf8(settings.emailSubject).c_str());
-  if (body.isHtml) {
-    email.SetHtmlBody(body.text.c_str());
-  } else {
-    email.put_Body(body.text.c_str());
-  }
 }
 
 // Before the send, so that a day on which the mail server fails half way counts as a mailing day.
@@ -65,6 +57,34 @@ void recordMailingDay(const WarningContext& context) {
 
 }  // namespace
 
+UserRecord placeholderUser(const std::string& address) {
+  UserRecord user;
+  user.username = kTestUserName;
+  user.data.firstName = kTestFirstName;
+  user.data.lastName = kTestLastName;
+  user.data.email = address;
+  user.maxAge = kTestCountdown;
+  return user;
+}
+
+bool composeWarning(kelvado::KvEmail& email, const config::ExpirationSettings& settings,
+                    const UserRecord& user, config::DebugLog& log) {
+  const MessageBody body = composeBody(settings, user, log);
+  if (body.templateLost) return false;
+  const std::string to = platform::ansiToUtf8(user.data.email);
+  email.put_Utf8(true);
+  email.AddHeaderField("X-Priority", "1");
+  email.put_From(platform::ansiToUtf8(settings.emailFromAddress).c_str());
+  email.AddTo(to.c_str(), to.c_str());
+  email.put_Subject(platform::ansiToUtf8(settings.emailSubject).c_str());
+  if (body.isHtml) {
+    email.SetHtmlBody(body.text.c_str());
+  } else {
+    email.put_Body(body.text.c_str());
+  }
+  return true;
+}
+
 MailOutcome sendWarningEmail(const WarningContext& context, const UserRecord& user) {
   if (context.mailer.hasGivenUp()) return context.mailer.notTried();
   config::DebugLog& log = context.log;
@@ -74,13 +94,11 @@ MailOutcome sendWarningEmail(const WarningContext& context, const UserRecord& us
   log.print("    szUser: %s\n", user.username.c_str());
   log.print("    szUserEmail: %s\n", address.c_str());
 
-  const MessageBody body = composeBody(context, user);
-  if (body.templateLost) {
-    log.print("    no mail: its template cannot be used.\n  emailUser() - end\n");
-    return {MailResult::RefusedForGood, "its template cannot be used", true};
-  }
   kelvado::KvEmail email;
-  composeEmail(email, context.settings, address, body);
+  if (!composeWarning(email, context.settings, user, log)) {
+    log.print("    no mail: its template cannot be used.\n  emailUser() - end\n");
+    return {MailResult::RefusedForGood, kTemplateLost, true};
+  }
   recordMailingDay(context);
 
   const MailOutcome outcome = context.mailer.sendWarning(email, address);

@@ -29,10 +29,21 @@ struct WarningContext {
   std::uint32_t& unsavedMailingDay;
 };
 
+// The user whom a test mail is about.
+UserRecord placeholderUser(const std::string& address);
+
+// Why a warning has no text: a template that is there cannot be used.
+inline constexpr const char* kTemplateLost = "its template cannot be used";
+
+// Composes the warning, whose custom message is in lines already (messageLines). With less than one
+// day left the password has expired. False when its template cannot be used; the email is then
+// empty.
+bool composeWarning(kelvado::KvEmail& email, const config::ExpirationSettings& settings,
+                    const UserRecord& user, config::DebugLog& log);
+
 // Sends the warning; blocks for as long as the mail server takes. A failed send leaves
-// kMailErrorFile. With less than one day left the password has expired. The day of month is
-// recorded in the registry before the send, whatever comes of it. When the mail server has been
-// given up nothing of this is done.
+// kMailErrorFile. The day of month is recorded in the registry before the send, whatever comes of
+// it. When the mail server has been given up nothing of this is done.
 MailOutcome sendWarningEmail(const WarningContext& context, const UserRecord& user);
 
 }  // namespace notify

@@ -23,28 +23,9 @@ namespace {
 
 constexpr const char* kRule = "---------------------------\n";
 
-// The user that a test mail is about, and the days it speaks of.
-constexpr const char* kTestUserName = "jdoe-test";
-constexpr const char* kTestFirstName = "Jane";
-constexpr const char* kTestLastName = "Doe";
-constexpr int kTestCountdown = 10;
-
 // By how many seconds the clocks may differ before it is a problem, and before nobody is expired.
 constexpr std::int64_t kClockTolerance = 5 * 60;
 constexpr std::int64_t kLargestClockOffset = 60 * 60;
-
-// A stored message has a backslash for every line break; several in a row count as one.
-std::string backslashesToLines(const std::string& message) {
-  std::string lines;
-  std::size_t from = 0;
-  while (from < message.size()) {
-    std::size_t end = platform::findInAnsi(message, '\\', from);
-    if (end == std::string::npos) end = message.size();
-    if (end > from) lines += message.substr(from, end - from) + "\n";
-    from = end + 1;
-  }
-  return lines;
-}
 
 config::Findings::Listener listenerOf(PassObserver* observer) {
   if (observer == nullptr) return {};
@@ -145,16 +126,11 @@ void Pass::checkSettings() {
 
 void Pass::sendTestEmail() {
   if (!pass_.settings.testEmailOnly) return;
-  notify::UserRecord user;
-  user.username = kTestUserName;
-  user.data.firstName = kTestFirstName;
-  user.data.lastName = kTestLastName;
-  user.data.email = pass_.settings.testEmailAddress;
-  user.maxAge = kTestCountdown;
   const notify::WarningContext context{run_.host.registry,     run_.host.clock, log_,
                                        pass_.settings,         findings_,       *pass_.mailer,
                                        pass_.unsavedMailingDay};
-  const notify::MailOutcome outcome = notify::sendWarningEmail(context, user);
+  const notify::MailOutcome outcome =
+      notify::sendWarningEmail(context, notify::placeholderUser(pass_.settings.testEmailAddress));
   if (outcome.sent()) return;
   testEmailFailed_ = true;
   findings_.problem("the test mail was not sent: " + outcome.reason);
@@ -177,7 +153,7 @@ void Pass::listDomainUsers() {
 
 void Pass::splitCustomMessage() {
   if (pass_.settings.hasCustomMessage()) {
-    pass_.settings.emailCustomMsg = backslashesToLines(pass_.settings.emailCustomMsg);
+    pass_.settings.emailCustomMsg = notify::messageLines(pass_.settings.emailCustomMsg);
   }
 }
 
