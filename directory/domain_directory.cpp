@@ -148,6 +148,32 @@ HResult DomainDirectory::getEmail2(const std::u16string& logonName, UserDirector
   return status;
 }
 
+std::u16string escapeFilterValue(std::u16string_view value) {
+  std::u16string escaped;
+  for (char16_t c : value) {
+    switch (c) {
+      case u'*':
+        escaped += u"\\2a";
+        break;
+      case u'(':
+        escaped += u"\\28";
+        break;
+      case u')':
+        escaped += u"\\29";
+        break;
+      case u'\\':
+        escaped += u"\\5c";
+        break;
+      case u'\0':
+        escaped += u"\\00";
+        break;
+      default:
+        escaped += c;
+    }
+  }
+  return escaped;
+}
+
 HResult FindUserByName(DirectoryAccess& access, DirectorySearch* search,
                        const std::u16string& logonName, std::unique_ptr<DirectoryObject>& user,
                        std::FILE* foundUsers) {
@@ -156,7 +182,7 @@ HResult FindUserByName(DirectoryAccess& access, DirectorySearch* search,
       u"(&(objectCategory=user)(samAccountName=" + platform::escapeFilterValue(logonName) + u"))";
   std::unique_ptr<platform::SearchRows> rows;
   HResult status = search->setScope(platform::SearchScope::Subtree);
-  if (!failed(status)) status = search->execute(filter, kPathAttribute, rows);
+  if (!failed(status)) status = search->execute(filter, {kPathAttribute}, rows);
   if (failed(status)) return platform::kFail;
 
   bool found = false;

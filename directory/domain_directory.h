@@ -4,8 +4,10 @@
 #pragma once
 
 #include <cstdio>
+#include <functional>
 #include <memory>
 #include <string>
+#include <string_view>
 
 #include "config/debug_log.h"
 #include "directory/user_directory_data.h"
@@ -69,5 +71,13 @@ platform::HResult getRootDse(platform::DirectoryAccess& access, config::DebugLog
 // A paged subtree search on that path. On failure `search` is left alone.
 platform::HResult openDomainSearch(platform::DirectoryAccess& access, const std::u16string& path,
                                    std::unique_ptr<platform::DirectorySearch>& search);
+
+// Gives the rows of a search, over all its pages, to `take`. Ends at the last row or at the first
+// that cannot be had or taken, with its status.
+platform::HResult forEachRow(platform::DirectoryAccess& access, platform::SearchRows& rows,
+                             const std::function<platform::HResult(platform::SearchRows&)>& take);
+
+// A value as a filter holds it (RFC 4515 section 3).
+std::u16string escapeFilterValue(std::u16string_view value);
 
 }  // namespace directory

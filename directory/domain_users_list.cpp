@@ -34,20 +34,6 @@ HResult writeRow(platform::SearchRows& rows, std::FILE* list) {
   return platform::kOk;
 }
 
-// Ends at the last row or at the first that cannot be had, with its status.
-HResult writeRows(platform::DirectoryAccess& access, platform::SearchRows& rows, std::FILE* list) {
-  for (;;) {
-    HResult status = rows.next();
-    if (status == platform::kAdsNoMoreRows) {
-      // With this code only the page has no more; any other ends the list.
-      if (access.lastError().code != platform::kErrorMoreDirectoryData) return platform::kOk;
-      continue;
-    }
-    if (!platform::failed(status)) status = writeRow(rows, list);
-    if (platform::failed(status)) return status;
-  }
-}
-
 }  // namespace
 
 std::string DomainDirectory::writeDomainUsersList() {
@@ -70,8 +56,24 @@ HResult DomainDirectory::listUsers(std::FILE* list) {
   std::unique_ptr<platform::SearchRows> rows;
   HResult status = getRootDse(access_, log_, path);
   if (!platform::failed(status)) status = openDomainSearch(access_, path, search);
-  if (!platform::failed(status)) status = search->execute(kEnabledUsers, kLogonName, rows);
-  return platform::failed(status) ? status : writeRows(access_, *rows, list);
+  if (!platform::failed(status)) status = search->execute(kEnabledUsers, {kLogonName}, rows);
+  if (platform::failed(status)) return status;
+  return forEachRow(access_, *rows,
+                    [list](platform::SearchRows& row) { return writeRow(row, list); });
+}
+
+HResult forEachRow(platform::DirectoryAccess& access, platform::SearchRows& rows,
+                   const std::function<HResult(platform::SearchRows&)>& take) {
+  for (;;) {
+    HResult status = rows.next();
+    if (status == platform::kAdsNoMoreRows) {
+      // With this code only the page has no more; any other ends the list.
+      if (access.lastError().code != platform::kErrorMoreDirectoryData) return platform::kOk;
+      continue;
+    }
+    if (!platform::failed(status)) status = take(rows);
+    if (platform::failed(status)) return status;
+  }
 }
 
 HResult getRootDse(platform::DirectoryAccess& access, config::DebugLog& log, std::u16string& path) {

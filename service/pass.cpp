@@ -41,14 +41,14 @@ Pass::Pass(RunContext& run)
       log_(run.log),
       domain_(run.host.directory, run.log, run.foundUsers),
       findings_(pass_.record.findings),
-      examiner_(run.host, run.log, domain_, pass_) {
+      directoryPolicy_(run.host, run.log),
+      examiner_(run.host, run.log, domain_, directoryPolicy_, pass_) {
   findings_.listen(listenerOf(run.observer));
 }
 
 PassRecord Pass::make() {
   const std::uint32_t beganTicks = run_.host.clock.tickCount();
   pass_.record.began = run_.host.clock.localTime();
-  run_.host.directory.beginPass();
   if (log_.enabled()) platform::createDirectory(config::kLogDirectory);
   log_.recreate();
   loadSettings();
@@ -59,6 +59,8 @@ PassRecord Pass::make() {
   }
   sendTestEmail();
   slots_ = loadPolicyTable(run_.host.registry, pass_.settings, run_.edition.memberServer, log_);
+  directoryPolicy_.prepare(slots_);
+  run_.host.directory.beginPass();
   listDomainUsers();
   splitCustomMessage();
   guardMailingDay();
@@ -67,6 +69,7 @@ PassRecord Pass::make() {
   logPolicyOrder(order);
   bindDirectory();
   compareClocks();
+  directoryPolicy_.load(findings_);
   noteLocalAccounts();
   pass_.memory.open(pass_.settings, pass_.expiresNobody, run_.host.clock, findings_);
   for (const int slot : order) {
@@ -76,6 +79,7 @@ PassRecord Pass::make() {
   settleHeldUsers();
   domain_.unbindDomain();
   pass_.memory.finish();
+  directoryPolicy_.finish(findings_);
   for (const std::string& warning : run_.host.directory.warnings()) findings_.note(warning);
   finishReport();
   run_.host.directory.endPass();
@@ -222,10 +226,15 @@ void Pass::visitSlot(int slot) {
   policy.slot = slot;
   policy.maxAge = effectiveMaxAge(slots_, slot);
   policy.emailWarnings = slots_[slot].emailWarnings;
+  policy.directoryPolicy = slots_[slot].useDirectoryPolicy == 1;
   if (policy.maxAge == 0) {
     log_.print("max pw age = %i\n", policy.maxAge);
     log_.print("Policy pw age=0. SKIP THIS POLICY.\n");
-    if (slots_[slot].maxPasswordAge != 0) {
+    if (policy.directoryPolicy && slots_[slot].maxPasswordAge == 0) {
+      findings_.problem(policySlotName(slot) +
+                        " has useDirectoryPolicy and the maxPasswordAge 0: it is left out; give it "
+                        "the place among the policies that it is to have");
+    } else if (slots_[slot].maxPasswordAge != 0) {
       findings_.note(policySlotName(slot) +
                      " has a maximum password age but no policyName of at least 2 "
                      "characters: it is left out");

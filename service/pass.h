@@ -11,6 +11,7 @@
 #include "directory/domain_directory.h"
 #include "notify/mail_transport.h"
 #include "platform/host/host.h"
+#include "service/directory_policy.h"
 #include "service/edition_keys.h"
 #include "service/pass_observer.h"
 #include "service/pass_state.h"
@@ -76,6 +77,7 @@ class Pass {
   bool usersListLost_ = false;   // a policy needs it, and it could not be written
   bool testEmailFailed_ = false;
   bool stopped_ = false;  // said so
+  DirectoryPolicy directoryPolicy_;
   UserExaminer examiner_;
 };
 

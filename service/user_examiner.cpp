@@ -21,6 +21,7 @@ using notify::UserRecord;
 constexpr std::size_t kShortestName = 3;
 
 bool isPastMaximum(const UserRecord& user) {
+  if (user.directoryPolicy) return user.passwordExpires != 0 && user.daysLeft() <= 0;
   return static_cast<std::int32_t>(user.age) >= user.maxAge && user.maxAge != 0;
 }
 
@@ -31,6 +32,7 @@ constexpr const char* kRule = "---------------------------\n";
 UserRecord UserExaminer::examine(const PolicyInHand& policy, const std::string& listed) {
   UserRecord user;
   user.slot = policy.slot;
+  user.directoryPolicy = policy.directoryPolicy;
   user.maxAge = policy.maxAge;
   user.emailWarnings = policy.emailWarnings;
   user.age = pass_.ageBefore;
@@ -64,19 +66,27 @@ void UserExaminer::judge(const std::u16string& name, UserRecord& user) {
 
 // Unsigned, so that a threshold stored as a negative number puts nearly everybody outside.
 bool UserExaminer::isInWarningPeriod(const UserRecord& user) const {
+  if (user.directoryPolicy) {
+    return user.passwordExpires != 0 &&
+           user.daysLeft() <= static_cast<std::int32_t>(pass_.settings.warningThreshold);
+  }
   return user.age + pass_.settings.warningThreshold >= static_cast<std::uint32_t>(user.maxAge);
 }
 
 void UserExaminer::screenAccount(const std::u16string& name, UserRecord& user) {
   platform::UserInfo info;
   if (!host_.accounts.userInfo(name, info).ok()) {
-    if (pass_.settings.skipUnreadableAccounts) user.skipReasons |= notify::kSkipUnreadable;
+    // Nobody is judged by the directory's time for the user before.
+    if (pass_.settings.skipUnreadableAccounts || user.directoryPolicy) {
+      user.skipReasons |= notify::kSkipUnreadable;
+    }
     return;
   }
   user.accountFound = true;
   user.changeAlreadyDue = info.passwordExpired != 0;
   screenFlags(info.flags, user);
   user.age = info.passwordAge / directory::kSecondsPerDay;
+  directoryPolicy_.apply(name, info, DirectoryPolicy::Reading::OfThePass, user);
 }
 
 // The flags are tested and logged one by one; any of them skips the user.
@@ -140,7 +150,11 @@ bool UserExaminer::readAge(const std::u16string& name, UserRecord& user) {
   user.passwordSet = info.passwordExpired != 0
                          ? 0
                          : host_.clock.fileTime() / kFileTimePerSecond - info.passwordAge;
-  if (current) screenFlags(info.flags, user);
+  if (current) {
+    screenFlags(info.flags, user);
+    user.readError = directoryPolicy_.apply(name, info, DirectoryPolicy::Reading::Current, user);
+    if (!user.readError.empty()) return false;
+  }
   return user.skipReasons == 0;
 }
 
@@ -237,7 +251,9 @@ void UserExaminer::sendWarning(bool onWarningDay, UserRecord& user) {
 }
 
 void UserExaminer::expire(const std::u16string& name, UserRecord& user) {
-  if (pass_.settings.reportOnly) {
+  if (user.directoryPolicy) {
+    user.expiry = Expiry::ByDirectory;
+  } else if (pass_.settings.reportOnly) {
     user.expiry = Expiry::OnlyReported;
   } else if (pass_.expiresNobody) {
     user.expiry = Expiry::Withheld;

@@ -11,6 +11,7 @@
 #include "directory/domain_directory.h"
 #include "notify/user_record.h"
 #include "platform/host/host.h"
+#include "service/directory_policy.h"
 #include "service/pass_state.h"
 
 namespace service {
@@ -20,6 +21,7 @@ struct PolicyInHand {
   int slot = 0;
   std::int32_t maxAge = 0;  // days
   std::uint32_t emailWarnings = 0;
+  bool directoryPolicy = false;              // useDirectoryPolicy: maxAge is not that of its users
   std::unordered_set<std::string> excluded;  // keys of the names in the exclude file
 };
 
@@ -36,8 +38,8 @@ inline constexpr int kNoNoticeReasons = 5;
 class UserExaminer {
  public:
   UserExaminer(platform::Host host, config::DebugLog& log, directory::DomainDirectory& domain,
-               PassState& pass)
-      : host_(host), log_(log), domain_(domain), pass_(pass) {}
+               DirectoryPolicy& directoryPolicy, PassState& pass)
+      : host_(host), log_(log), domain_(domain), directoryPolicy_(directoryPolicy), pass_(pass) {}
 
   // `listed` is the name as the list spells it, in the ANSI code page.
   notify::UserRecord examine(const PolicyInHand& policy, const std::string& listed);
@@ -67,6 +69,7 @@ class UserExaminer {
   platform::Host host_;
   config::DebugLog& log_;
   directory::DomainDirectory& domain_;
+  DirectoryPolicy& directoryPolicy_;
   PassState& pass_;
 };
 

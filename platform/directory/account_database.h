@@ -34,6 +34,7 @@ struct AccountResult {
 inline constexpr std::uint32_t kAccountDisabled = 0x2;
 inline constexpr std::uint32_t kPasswordCantChange = 0x40;
 inline constexpr std::uint32_t kPasswordDontExpire = 0x10000;
+inline constexpr std::uint32_t kSmartcardRequired = 0x40000;  // the password never expires either
 
 // UserInfo::passwordExpires of a password that the directory never lets expire.
 inline constexpr std::int64_t kNoExpiryTime = std::numeric_limits<std::int64_t>::max();

@@ -30,7 +30,12 @@ inline bool failed(HResult status) {
 
 inline constexpr std::uint32_t kErrorMoreDirectoryData = 234;  // DirectoryError::code
 
-enum class AdsType : std::uint32_t { DnString = 1, CaseExactString = 2, CaseIgnoreString = 3 };
+enum class AdsType : std::uint32_t {
+  DnString = 1,
+  CaseExactString = 2,
+  CaseIgnoreString = 3,
+  LargeInteger = 10,
+};
 enum class SearchScope : std::uint32_t { Base = 0, OneLevel = 1, Subtree = 2 };
 
 // A flag of ADsOpenObject.
@@ -84,7 +89,7 @@ class DirectoryObject {
 
 struct SearchColumn {
   AdsType type = AdsType::CaseIgnoreString;
-  std::u16string firstValue;
+  std::u16string firstValue;  // a number in decimal
 };
 
 // The result of a search. Destroying it closes the search handle.
@@ -103,7 +108,9 @@ class DirectorySearch {
   virtual HResult setScope(SearchScope scope) = 0;
   virtual HResult setPageSize(std::uint32_t rows) = 0;
   // `filter` is an RFC 4515 filter; a "!" without parentheses around its operand is taken too.
-  virtual HResult execute(const std::u16string& filter, const std::u16string& attribute,
+  // The rows have a column for each of the attributes that their object has.
+  virtual HResult execute(const std::u16string& filter,
+                          const std::vector<std::u16string>& attributes,
                           std::unique_ptr<SearchRows>& rows) = 0;
 };
 

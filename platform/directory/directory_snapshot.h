@@ -22,6 +22,7 @@ struct DirectoryEntry {
   std::string givenName;
   std::string surname;               // sn
   std::int64_t pwdLastSet = 0;       // FILETIME; 0: to be changed at next logon
+  std::int64_t passwordExpires = 0;  // FILETIME, kNoExpiryTime; 0: not known, or to be changed
   std::uint32_t accountControl = 0;  // userAccountControl
   bool cantChangePassword = false;   // as the security descriptor says
   bool isPerson = true;              // objectCategory; false for computers
@@ -40,6 +41,9 @@ struct DirectorySnapshot {
 class DirectorySource {
  public:
   virtual ~DirectorySource() = default;
+  // Whether load() and refresh() are to bring passwordExpires, where the directory has it. False
+  // until this is called.
+  virtual void readExpiryTimes(bool /*wanted*/) {}
   // Fills an empty snapshot. On failure an HRESULT, `error` set and the snapshot empty.
   virtual HResult load(DirectorySnapshot& snapshot, DirectoryError& error) = 0;
   // Reads one entry of the snapshot again, as it is now. Name and logon name stay as they are; an

@@ -45,6 +45,16 @@ void setPwdLastSet(ReadObject& object, std::string_view value) {
   object.entry.pwdLastSet = number.value_or(0);
 }
 
+void setPasswordExpires(ReadObject& object, std::string_view value) {
+  const std::optional<std::int64_t> number = decimalValue(value);
+  if (!number || *number < 0) object.note = "msDS-UserPasswordExpiryTimeComputed is not a time";
+  object.entry.passwordExpires = std::max<std::int64_t>(number.value_or(0), 0);
+}
+
+std::string passwordExpiresText(const DirectoryEntry& entry) {
+  return entry.passwordExpires == 0 ? "" : std::to_string(entry.passwordExpires);
+}
+
 // The directory shows the number signed; other tools do not.
 void setAccountControl(ReadObject& object, std::string_view value) {
   const std::optional<std::int64_t> number = decimalValue(value);
@@ -96,21 +106,23 @@ void setMaxPwdAge(ReadObject& object, std::string_view value) {
 }
 
 using Syntax = AttributeSyntax;
+using enum AskedFor;
 
 // clang-format off
 constexpr EntryAttribute kAttributes[] = {
-    // name, mark, asked of a server with every user, how it is read, how it is shown
-    {"objectClass", kObjectClass, false, setClass, classText, Syntax::Class},
-    {"objectCategory", kObjectCategory, true, setCategory, categoryText, Syntax::Category},
-    {"sAMAccountName", kLogonName, true, setLogonName, textOf<&DirectoryEntry::logonName>},
-    {"mail", kUnmarked, true, setText<&DirectoryEntry::mail>, textOf<&DirectoryEntry::mail>},
-    {"givenName", kUnmarked, true, setText<&DirectoryEntry::givenName>, textOf<&DirectoryEntry::givenName>},
-    {"sn", kUnmarked, true, setText<&DirectoryEntry::surname>, textOf<&DirectoryEntry::surname>},
-    {"pwdLastSet", kPwdLastSet, true, setPwdLastSet},
-    {"userAccountControl", kAccountControl, true, setAccountControl, accountControlText, Syntax::Number},
-    {"nTSecurityDescriptor", kSecurityDescriptor, true, setSecurityDescriptor},
-    {"maxPwdAge", kMaxPwdAge, false, setMaxPwdAge},
-    {"distinguishedName", kUnmarked, false, nullptr, textOf<&DirectoryEntry::dn>, Syntax::DistinguishedName},
+    // name, mark, when a server is asked for it, how it is read, how it is shown
+    {"objectClass", kObjectClass, Never, setClass, classText, Syntax::Class},
+    {"objectCategory", kObjectCategory, Always, setCategory, categoryText, Syntax::Category},
+    {"sAMAccountName", kLogonName, Always, setLogonName, textOf<&DirectoryEntry::logonName>},
+    {"mail", kUnmarked, Always, setText<&DirectoryEntry::mail>, textOf<&DirectoryEntry::mail>},
+    {"givenName", kUnmarked, Always, setText<&DirectoryEntry::givenName>, textOf<&DirectoryEntry::givenName>},
+    {"sn", kUnmarked, Always, setText<&DirectoryEntry::surname>, textOf<&DirectoryEntry::surname>},
+    {"pwdLastSet", kPwdLastSet, Always, setPwdLastSet},
+    {"userAccountControl", kAccountControl, Always, setAccountControl, accountControlText, Syntax::Number},
+    {"nTSecurityDescriptor", kSecurityDescriptor, Always, setSecurityDescriptor},
+    {"msDS-UserPasswordExpiryTimeComputed", kUnmarked, WithExpiryTimes, setPasswordExpires, passwordExpiresText, Syntax::LargeInteger},
+    {"maxPwdAge", kMaxPwdAge, Never, setMaxPwdAge},
+    {"distinguishedName", kUnmarked, Never, nullptr, textOf<&DirectoryEntry::dn>, Syntax::DistinguishedName},
 };
 // clang-format on
 

@@ -35,12 +35,15 @@ struct ReadObject {
   const char* note = nullptr;   // a value that cannot be read, without which the object is used
 };
 
-enum class AttributeSyntax { Text, DistinguishedName, Number, Class, Category };
+enum class AttributeSyntax { Text, DistinguishedName, Number, LargeInteger, Class, Category };
+
+// When a server is asked for an attribute with every user.
+enum class AskedFor { Never, Always, WithExpiryTimes };
 
 struct EntryAttribute {
   std::string_view name;  // as directories spell it; a NUL follows it
   unsigned mark = kUnmarked;
-  bool ofUsers = false;  // a server is asked for it with every user
+  AskedFor ofUsers = AskedFor::Never;
   // Puts one value into its field. Null: nothing is read. Of several values of a text, the first
   // that is not empty counts; of anything else, the last.
   void (*set)(ReadObject& object, std::string_view value) = nullptr;

@@ -127,12 +127,12 @@ struct SearchBase {
 class SnapshotRows final : public SearchRows {
  public:
   SnapshotRows(std::shared_ptr<const Loaded> loaded, LdapFilter filter, SearchBase base,
-               std::string attribute)
+               std::vector<std::string> attributes)
       : loaded_(std::move(loaded)),
         filter_(std::move(filter)),
         logonName_(filter_.requiredLogonName()),
         base_(std::move(base)),
-        attribute_(std::move(attribute)) {}
+        attributes_(std::move(attributes)) {}
 
   HResult next() override {
     const NameIndex::Entries& entries = loaded_->snapshot.entries;
@@ -148,19 +148,29 @@ class SnapshotRows final : public SearchRows {
   HResult column(const std::u16string& attribute, SearchColumn& column) override {
     const std::string name = base::utf16ToUtf8(attribute);
     if (current_ == NameIndex::kNone) return kFail;
-    if (!base::equalsNoCase(name, attribute_)) return kAdsColumnNotSet;
+    if (std::none_of(attributes_.begin(), attributes_.end(), [&name](const std::string& asked) {
+          return base::equalsNoCase(name, asked);
+        })) {
+      return kAdsColumnNotSet;
+    }
     const DirectoryEntry& entry = loaded_->snapshot.entries[current_];
     const EntryAttribute* known = entryAttribute(name);
     const bool path = base::equalsNoCase(name, "ADsPath");
     const std::string value = path ? std::string(kScheme) + entry.dn : entryValue(entry, known);
     if (value.empty()) return kAdsColumnNotSet;
-    const bool isName = known != nullptr && known->syntax == AttributeSyntax::DistinguishedName;
-    column.type = isName ? AdsType::DnString : AdsType::CaseIgnoreString;
+    column.type = columnType(known);
     column.firstValue = base::utf8ToUtf16(value);
     return kOk;
   }
 
  private:
+  static AdsType columnType(const EntryAttribute* known) {
+    if (known == nullptr) return AdsType::CaseIgnoreString;
+    if (known->syntax == AttributeSyntax::LargeInteger) return AdsType::LargeInteger;
+    return known->syntax == AttributeSyntax::DistinguishedName ? AdsType::DnString
+                                                               : AdsType::CaseIgnoreString;
+  }
+
   std::uint32_t nextCandidate() const {
     const NameIndex::Entries& entries = loaded_->snapshot.entries;
     if (!logonName_) {
@@ -175,7 +185,7 @@ class SnapshotRows final : public SearchRows {
   LdapFilter filter_;
   std::optional<std::string> logonName_;
   SearchBase base_;
-  std::string attribute_;
+  std::vector<std::string> attributes_;
   std::uint32_t current_ = NameIndex::kNone;
   bool done_ = false;
 };
@@ -192,12 +202,15 @@ class SnapshotSearch final : public DirectorySearch {
   // Everything is in memory: all rows are one page.
   HResult setPageSize(std::uint32_t) override { return kOk; }
 
-  HResult execute(const std::u16string& filter, const std::u16string& attribute,
+  HResult execute(const std::u16string& filter, const std::vector<std::u16string>& attributes,
                   std::unique_ptr<SearchRows>& rows) override {
     std::optional<LdapFilter> parsed = LdapFilter::parse(base::utf16ToUtf8(filter));
     if (!parsed) return kFilterUnknown;
-    rows = std::make_unique<SnapshotRows>(loaded_, std::move(*parsed), base_,
-                                          base::utf16ToUtf8(attribute));
+    std::vector<std::string> names;
+    for (const std::u16string& attribute : attributes) {
+      names.push_back(base::utf16ToUtf8(attribute));
+    }
+    rows = std::make_unique<SnapshotRows>(loaded_, std::move(*parsed), base_, std::move(names));
     return kOk;
   }
 
@@ -374,10 +387,17 @@ AccountResult SnapshotDirectory::findEntry(const std::u16string& name, Directory
 
 void SnapshotDirectory::describe(const DirectoryEntry& entry, UserInfo& info) {
   info = UserInfo();
-  info.flags = entry.accountControl & (kAccountDisabled | kPasswordDontExpire);
+  info.flags = entry.accountControl & (kAccountDisabled | kPasswordDontExpire | kSmartcardRequired);
   if (entry.cantChangePassword) info.flags |= kPasswordCantChange;
   info.passwordAge = secondsSince(entry.pwdLastSet, clock_.fileTime());
   info.passwordExpired = entry.pwdLastSet == 0 ? 1 : 0;
+  if (expiryTimes_ && entry.pwdLastSet != 0) info.passwordExpires = entry.passwordExpires;
+}
+
+bool SnapshotDirectory::readExpiryTimes(bool wanted) {
+  expiryTimes_ = wanted;
+  source_->readExpiryTimes(wanted);
+  return true;
 }
 
 AccountResult SnapshotDirectory::userInfo(const std::u16string& name, UserInfo& info) {

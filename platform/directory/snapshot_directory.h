@@ -45,6 +45,7 @@ class SnapshotDirectory final : public DirectoryAccess, public AccountDatabase {
   DirectoryFacts facts() override { return source_->facts(); }
   std::optional<bool> mayWrite(const std::u16string& logonName, const char* attribute) override;
 
+  bool readExpiryTimes(bool wanted) override;
   // The age of a password whose last change is absent, 0 or in the future is 0.
   AccountResult userInfo(const std::u16string& name, UserInfo& info) override;
   // Reads the entry from the source again first; what that gave is kept in memory.
@@ -82,6 +83,7 @@ class SnapshotDirectory final : public DirectoryAccess, public AccountDatabase {
   std::vector<std::string> warnings_;
   int initialised_ = 0;
   bool inPass_ = false;
+  bool expiryTimes_ = false;  // wanted
 };
 
 }  // namespace platform

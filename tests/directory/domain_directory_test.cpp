@@ -96,8 +96,11 @@ struct Handle final : DirectoryObject, DirectoryUser, DirectorySearch, SearchRow
   HResult setPageSize(std::uint32_t size) override {
     return access.note("page " + std::to_string(size));
   }
-  HResult execute(const Text& filter, const Text& attribute, Owned<SearchRows>& rows) override {
-    return access.open("find " + base::utf16ToUtf8(filter + u" " + attribute), rows);
+  HResult execute(const Text& filter, const std::vector<Text>& attributes,
+                  Owned<SearchRows>& rows) override {
+    Text call = u"find " + filter;
+    for (const Text& attribute : attributes) call += u" " + attribute;
+    return access.open(base::utf16ToUtf8(call), rows);
   }
   HResult next() override {
     return row == access.rows.size() ? kAdsNoMoreRows : access.rows[row++].moved;

@@ -2,13 +2,16 @@
 
 #include <algorithm>
 #include <array>
+#include <string>
 #include <string_view>
 #include <utility>
+#include <vector>
 
 #include <windows.h>
 #include <activeds.h>
 
 #include "base/ascii.h"
+#include "base/unicode.h"
 #include "platform/directory/adsi/com_types.h"
 #include "platform/directory/adsi/error_words.h"
 #include "platform/directory/ldap_filter.h"
@@ -73,7 +76,7 @@ class AdsiObject final : public DirectoryObject {
   ComPtr<IADs> object_;
 };
 
-// The first value of a column that holds texts; of any other, an empty one.
+// The first value of a column that holds texts or large integers; of any other, an empty one.
 std::u16string firstValue(const ADS_SEARCH_COLUMN& column) {
   if (column.dwNumValues == 0 || column.pADsValues == nullptr) return {};
   switch (column.dwADsType) {
@@ -81,6 +84,8 @@ std::u16string firstValue(const ADS_SEARCH_COLUMN& column) {
     case ADSTYPE_CASE_EXACT_STRING:
     case ADSTYPE_CASE_IGNORE_STRING:
       return fromWide(column.pADsValues->CaseIgnoreString);  // one union, the same member type
+    case ADSTYPE_LARGE_INTEGER:
+      return base::utf8ToUtf16(std::to_string(column.pADsValues->LargeInteger.QuadPart));
     default:
       return {};
   }
@@ -123,13 +128,16 @@ class AdsiSearch final : public DirectorySearch {
     return setPreference(ADS_SEARCHPREF_PAGESIZE, rows);
   }
 
-  HResult execute(const std::u16string& filter, const std::u16string& attribute,
+  HResult execute(const std::u16string& filter, const std::vector<std::u16string>& attributes,
                   std::unique_ptr<SearchRows>& rows) override {
     std::wstring text = toWide(filter);
-    std::wstring name = toWide(attribute);
-    LPWSTR names[] = {name.data()};
+    std::vector<std::wstring> names;
+    for (const std::u16string& attribute : attributes) names.push_back(toWide(attribute));
+    std::vector<LPWSTR> pointers;
+    for (std::wstring& name : names) pointers.push_back(name.data());
     ADS_SEARCH_HANDLE handle = nullptr;
-    const HRESULT status = search_->ExecuteSearch(text.data(), names, 1, &handle);
+    const HRESULT status = search_->ExecuteSearch(text.data(), pointers.data(),
+                                                  static_cast<DWORD>(pointers.size()), &handle);
     if (SUCCEEDED(status)) rows = std::make_unique<AdsiRows>(search_, handle);
     return resultOf(status);
   }

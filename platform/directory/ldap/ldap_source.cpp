@@ -18,15 +18,15 @@ constexpr const char* kUsers = "(objectClass=user)";
 constexpr const char* kPwdLastSetName = "pwdLastSet";
 
 // The names of the attributes that each user is asked for, behind them a null pointer.
-const std::vector<const char*>& userAttributes() {
-  static const std::vector<const char*> names = [] {
-    std::vector<const char*> found;
-    for (const EntryAttribute& known : entryAttributes()) {
-      if (known.ofUsers) found.push_back(known.name.data());
+std::vector<const char*> userAttributes(bool expiryTimes) {
+  std::vector<const char*> names;
+  for (const EntryAttribute& known : entryAttributes()) {
+    if (known.ofUsers == AskedFor::Always ||
+        (expiryTimes && known.ofUsers == AskedFor::WithExpiryTimes)) {
+      names.push_back(known.name.data());
     }
-    found.push_back(nullptr);
-    return found;
-  }();
+  }
+  names.push_back(nullptr);
   return names;
 }
 
@@ -186,7 +186,8 @@ HResult LdapSource::readDomain(DirectorySnapshot& snapshot, std::string& base,
 
 HResult LdapSource::readUsers(const std::string& base, DirectorySnapshot& snapshot,
                               DirectoryError& error) {
-  LdapPagedSearch search(*connection_, base, kUsers, userAttributes().data());
+  const std::vector<const char*> attributes = userAttributes(expiryTimes_);
+  LdapPagedSearch search(*connection_, base, kUsers, attributes.data());
   EntryCollector collector(connection_->handle(), snapshot);
   std::vector<LdapMessage> page;
   int code = search.start();
@@ -233,9 +234,10 @@ AccountResult LdapSource::overConnection(const DirectoryEntry& entry,
 
 AccountResult LdapSource::refresh(DirectoryEntry& entry) {
   ReadObject object;
+  const std::vector<const char*> attributes = userAttributes(expiryTimes_);
   AccountResult result = reach(entry, [&] {
     LdapMessage message;
-    const int code = connection_->readObject(entry.dn, userAttributes().data(), message);
+    const int code = connection_->readObject(entry.dn, attributes.data(), message);
     LDAPMessage* found = nullptr;
     if (code == LDAP_SUCCESS) found = ldap_first_entry(connection_->handle(), message.get());
     if (found != nullptr) readObject(connection_->handle(), found, object);

@@ -24,6 +24,8 @@ class LdapSource final : public DirectorySource {
   // Connects anew and reads every object of class "user" below the base in one paged search. An
   // entry with a value that cannot be becomes a warning "NAME: what is wrong".
   HResult load(DirectorySnapshot& snapshot, DirectoryError& error) override;
+  // The server is asked for one attribute more, in the same searches.
+  void readExpiryTimes(bool wanted) override { expiryTimes_ = wanted; }
 
   // Both go over the connection that loading made, or once over a new one when the server has
   // dropped that. A refresh is one search. An expiry is one modify that deletes the value judged
@@ -48,6 +50,7 @@ class LdapSource final : public DirectorySource {
   LdapSettings settings_;
   Clock& clock_;
   std::string namingContext_;  // of the last load()
+  bool expiryTimes_ = false;   // are wanted
   bool onlyReplaces_ = false;  // the server refuses to exchange one value for another
   int lostInARow_ = 0;         // calls
   std::string lostText_;       // of the last of them

@@ -12,6 +12,7 @@
 #include "base/ascii.h"
 #include "platform/directory/entry_attributes.h"
 #include "platform/directory/ldif/ldif_reader.h"
+#include "platform/directory/ldif/password_settings.h"
 #include "platform/system/files.h"
 
 namespace platform {
@@ -70,8 +71,9 @@ ParsedRecord parseRecord(const LdifRecord& source) {
 // Collects the records of one file into a snapshot.
 class SnapshotFiller {
  public:
-  SnapshotFiller(const std::string& file, DirectorySnapshot& snapshot)
-      : file_(file), snapshot_(snapshot) {}
+  // `settings`: null when the times of expiry are not wanted.
+  SnapshotFiller(const std::string& file, DirectorySnapshot& snapshot, PasswordSettings* settings)
+      : file_(file), snapshot_(snapshot), settings_(settings) {}
 
   void warn(std::uint64_t line, std::string_view what) {
     if (++warnings_ > kMaxWarnings) return;
@@ -81,6 +83,13 @@ class SnapshotFiller {
   void add(const LdifRecord& source) {
     ParsedRecord record = parseRecord(source);
     ReadObject& object = record.object;
+    const bool counts = object.fault == nullptr && !object.isDomain && object.isUser &&
+                        !object.entry.logonName.empty();
+    const char* const wrong =
+        settings_ == nullptr
+            ? nullptr
+            : settings_->add(source, counts ? snapshot_.entries.size() : PasswordSettings::kNoUser);
+    if (wrong != nullptr) warn(source.line, wrong);
     if (object.fault != nullptr) {
       warn(record.faultLine, object.fault);
     } else if (object.isDomain) {
@@ -101,6 +110,7 @@ class SnapshotFiller {
     if (snapshot_.namingContext.empty() && !snapshot_.entries.empty()) {
       snapshot_.namingContext = domainPart(snapshot_.entries.front().dn);
     }
+    if (settings_ != nullptr) settings_->resolve(snapshot_);
   }
 
  private:
@@ -116,6 +126,7 @@ class SnapshotFiller {
 
   const std::string& file_;
   DirectorySnapshot& snapshot_;
+  PasswordSettings* settings_;
   std::size_t warnings_ = 0;
   bool headHasMaxPwdAge_ = false;
 };
@@ -231,12 +242,17 @@ HResult LdifSource::load(DirectorySnapshot& snapshot, DirectoryError& error) {
   if (!mark) {
     return refuse(kReadFault, file_ + ":1: UTF-16; LDIF is ASCII or UTF-8", snapshot, error);
   }
-  SnapshotFiller filler(file_, snapshot);
+  PasswordSettings settings;
+  SnapshotFiller filler(file_, snapshot, expiryTimes_ ? &settings : nullptr);
   LdifReader reader(
       [&](char* buffer, std::size_t capacity) {
         return std::fread(buffer, 1, capacity, file.get());
       },
-      [](std::string_view name) { return entryAttribute(name) != nullptr; },
+      [this](std::string_view name) {
+        const EntryAttribute* known = entryAttribute(name);
+        if (known == nullptr) return expiryTimes_ && PasswordSettings::reads(name);
+        return expiryTimes_ || known->ofUsers != AskedFor::WithExpiryTimes;
+      },
       [&](std::uint64_t line, std::string_view what) { filler.warn(line, what); });
   LdifRecord record;
   while (reader.next(record)) filler.add(record);
@@ -264,6 +280,10 @@ AccountResult LdifSource::refresh(DirectoryEntry& entry) {
   }
   const std::optional<FoundTime> found = findPwdLastSet(bytes, entry);
   if (!found) return writeFault("changed since it was read");
+  // A new password has the maximum age of the one before it.
+  if (entry.passwordExpires != 0 && entry.passwordExpires != kNoExpiryTime) {
+    entry.passwordExpires += found->value - entry.pwdLastSet;
+  }
   entry.pwdLastSet = found->value;
   return {};
 }

@@ -127,11 +127,18 @@ HRESULT STDMETHODCALLTYPE setPreference(IDirectorySearch* self, PADS_SEARCHPREF_
 HRESULT STDMETHODCALLTYPE execute(IDirectorySearch* self, LPWSTR filter, LPWSTR* names, DWORD count,
                                   PADS_SEARCH_HANDLE handle) {
   auto* search = static_cast<Search*>(self);
-  if (!begin("ExecuteSearch", " ", filter, " of ", count, ": ", names[0])) return E_FAIL;
+  const std::vector<std::wstring> wide(names, names + count);
+  std::vector<std::u16string> attributes;
+  std::wstring list;
+  for (const std::wstring& name : wide) {
+    attributes.push_back(utf16(name.c_str()));
+    list += (list.empty() ? L"" : L" ") + name;
+  }
+  if (!begin("ExecuteSearch", " ", filter, " of ", count, ": ", list.c_str())) return E_FAIL;
   auto rows = std::make_unique<Rows>();
   rows->paged = search->paged;
   const HRESULT status =
-      hresult(search->content->execute(utf16(filter), utf16(names[0]), rows->content));
+      hresult(search->content->execute(utf16(filter), attributes, rows->content));
   if (FAILED(status)) return status;
   record("+ rows");
   *handle = rows.release();
@@ -159,13 +166,19 @@ HRESULT STDMETHODCALLTYPE getColumn(IDirectorySearch*, ADS_SEARCH_HANDLE handle,
   column->dwNumValues = 1;
   column->pADsValues = new ADSVALUE{};
   column->pADsValues->dwType = column->dwADsType;
-  column->pADsValues->CaseIgnoreString = newText(found.firstValue);
+  if (found.type == platform::AdsType::LargeInteger) {
+    column->pADsValues->LargeInteger.QuadPart = std::stoll(base::utf16ToUtf8(found.firstValue));
+  } else {
+    column->pADsValues->CaseIgnoreString = newText(found.firstValue);
+  }
   return status;
 }
 
 HRESULT STDMETHODCALLTYPE freeColumn(IDirectorySearch*, PADS_SEARCH_COLUMN column) {
   record("- column");
-  SysFreeString(column->pADsValues->CaseIgnoreString);
+  if (column->dwADsType != ADSTYPE_LARGE_INTEGER) {
+    SysFreeString(column->pADsValues->CaseIgnoreString);
+  }
   delete column->pADsValues;
   return S_OK;
 }

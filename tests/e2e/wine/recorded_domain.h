@@ -36,6 +36,7 @@ inline std::string folder() {
 inline platform::SnapshotDirectory& domain() {
   static platform::SnapshotDirectory directory(
       std::make_unique<platform::LdifSource>(folder() + "domain.ldif"), platform::systemClock());
+  directory.readExpiryTimes(true);
   return directory;
 }
 

@@ -105,7 +105,7 @@ TEST_F(SnapshotDirectoryTest, Searches) {
     const std::u16string wide = base::utf8ToUtf16(column);
     EXPECT_EQ(directory.openSearch(base::utf8ToUtf16(path), kAdsSecureAuthentication, opened), kOk);
     opened->setScope(scopes.at(scope));
-    EXPECT_EQ(opened->execute(base::utf8ToUtf16(filter), wide, rows), kOk);
+    EXPECT_EQ(opened->execute(base::utf8ToUtf16(filter), {wide}, rows), kOk);
     for (SearchColumn value; rows->next() == kOk;) {
       EXPECT_EQ(rows->column(wide, value), kOk);
       values += base::utf16ToUtf8(value.firstValue) + '|';
@@ -113,7 +113,7 @@ TEST_F(SnapshotDirectoryTest, Searches) {
     EXPECT_EQ(rows->next(), kAdsNoMoreRows);
     EXPECT_EQ(values.empty() ? "nobody" : values, expected) << search;
   }
-  EXPECT_EQ(opened->execute(u"(samAccountName=a", u"ADsPath", rows), kFilterUnknown);
+  EXPECT_EQ(opened->execute(u"(samAccountName=a", {u"ADsPath"}, rows), kFilterUnknown);
 }
 
 TEST_F(SnapshotDirectoryTest, AccountData) {
