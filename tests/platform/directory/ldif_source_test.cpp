@@ -91,6 +91,30 @@ TEST_F(LdifSourceTest, AFaultyRecordIsReportedAndItsNeighboursAreRead) {
   EXPECT_EQ(names(snapshot), "after ");
 }
 
+TEST_F(LdifSourceTest, TimesOfExpiryAreThoseOfTheDirectorysPolicies) {
+  const std::string text = test_support::readBytes(TEST_DATA "password_settings.ldif");
+  std::vector<std::pair<std::string, std::string>> found;
+  ASSERT_TRUE(writeWholeFile(kFile, text));
+  LdifSource source(kFile);
+  DirectorySnapshot snapshot, unwanted = load(text);
+  source.readExpiryTimes(true);
+  EXPECT_EQ(source.load(snapshot, error), kOk);
+  for (const DirectoryEntry& entry : snapshot.entries) {
+    const std::int64_t time = entry.passwordExpires;
+    const std::string days = std::to_string((time - entry.pwdLastSet) / 864000000000);
+    found.emplace_back(entry.logonName, time == 0               ? "not known"
+                                        : time == kNoExpiryTime ? "never"
+                                                                : days);
+  }
+  EXPECT_THAT(found,
+              testing::ElementsAreArray(test_support::readRows(TEST_DATA "password_settings.txt")));
+  EXPECT_THAT(snapshot.warnings,
+              ElementsAre("domain.ldif:117: msDS-UserPasswordExpiryTimeComputed is not a time",
+                          "domain.ldif:289: password settings without a number as precedence and "
+                          "maximum age: left out"));
+  EXPECT_EQ(unwanted.entries[1].passwordExpires + static_cast<int>(unwanted.warnings.size()), 0);
+}
+
 TEST_F(LdifSourceTest, FailsAsAWholeWithOneLine) {
   DirectorySnapshot snapshot;
   EXPECT_TRUE(failed(LdifSource("missing.ldif").load(snapshot, error)));
