@@ -148,32 +148,6 @@ HResult DomainDirectory::getEmail2(const std::u16string& logonName, UserDirector
   return status;
 }
 
-std::u16string escapeFilterValue(std::u16string_view value) {
-  std::u16string escaped;
-  for (char16_t c : value) {
-    switch (c) {
-      case u'*':
-        escaped += u"\\2a";
-        break;
-      case u'(':
-        escaped += u"\\28";
-        break;
-      case u')':
-        escaped += u"\\29";
-        break;
-      case u'\\':
-        escaped += u"\\5c";
-        break;
-      case u'\0':
-        escaped += u"\\00";
-        break;
-      default:
-        escaped += c;
-    }
-  }
-  return escaped;
-}
-
 HResult FindUserByName(DirectoryAccess& access, DirectorySearch* search,
                        const std::u16string& logonName, std::unique_ptr<DirectoryObject>& user,
                        std::FILE* foundUsers) {

@@ -7,7 +7,6 @@
 #include <functional>
 #include <memory>
 #include <string>
-#include <string_view>
 
 #include "config/debug_log.h"
 #include "directory/user_directory_data.h"
@@ -76,8 +75,5 @@ platform::HResult openDomainSearch(platform::DirectoryAccess& access, const std:
 // that cannot be had or taken, with its status.
 platform::HResult forEachRow(platform::DirectoryAccess& access, platform::SearchRows& rows,
                              const std::function<platform::HResult(platform::SearchRows&)>& take);
-
-// A value as a filter holds it (RFC 4515 section 3).
-std::u16string escapeFilterValue(std::u16string_view value);
 
 }  // namespace directory

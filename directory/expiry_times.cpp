@@ -6,6 +6,7 @@
 #include "base/case_fold.h"
 #include "base/unicode.h"
 #include "directory/domain_directory.h"
+#include "platform/directory/ldap_filter.h"
 
 namespace directory {
 namespace {
@@ -57,7 +58,7 @@ HResult ExpiryTimes::now(const std::u16string& name, const platform::UserInfo& i
   if (loaded_) {
     times_.erase(keyOf(name));
     status = search(u"(&(objectCategory=person)(objectClass=user)(sAMAccountName=" +
-                    escapeFilterValue(name) + u"))");
+                    platform::escapeFilterValue(name) + u"))");
   }
   time = of(name, info);
   return status;

@@ -38,6 +38,7 @@ struct TimedSource final : DirectorySource {
     return {};
   }
   AccountResult expirePassword(const DirectoryEntry&) override { return {kNetAccessDenied, "no"}; }
+  DirectoryFacts facts() override { return {}; }
 };
 
 // Accounts that bring neither the times nor the domain's maximum age.

@@ -290,7 +290,7 @@ class AdsiDirectory final : public DirectoryAccess {
         !failed(search->setScope(SearchScope::Subtree)) &&
         !failed(search->execute(
             u"(&(objectClass=user)(sAMAccountName=" + escapeFilterValue(logonName) + u"))",
-            u"ADsPath", rows)) &&
+            {u"ADsPath"}, rows)) &&
         rows->next() == kOk && !failed(rows->column(u"ADsPath", column));
     path = column.firstValue;
     return found;

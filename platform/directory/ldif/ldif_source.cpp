@@ -11,8 +11,8 @@
 
 #include "base/ascii.h"
 #include "platform/directory/entry_attributes.h"
+#include "platform/directory/ldif/fine_grained_policies.h"
 #include "platform/directory/ldif/ldif_reader.h"
-#include "platform/directory/ldif/password_settings.h"
 #include "platform/system/files.h"
 
 namespace platform {
@@ -72,7 +72,8 @@ ParsedRecord parseRecord(const LdifRecord& source) {
 class SnapshotFiller {
  public:
   // `settings`: null when the times of expiry are not wanted.
-  SnapshotFiller(const std::string& file, DirectorySnapshot& snapshot, PasswordSettings* settings)
+  SnapshotFiller(const std::string& file, DirectorySnapshot& snapshot,
+                 FineGrainedPolicies* settings)
       : file_(file), snapshot_(snapshot), settings_(settings) {}
 
   void warn(std::uint64_t line, std::string_view what) {
@@ -85,10 +86,10 @@ class SnapshotFiller {
     ReadObject& object = record.object;
     const bool counts = object.fault == nullptr && !object.isDomain && object.isUser &&
                         !object.entry.logonName.empty();
-    const char* const wrong =
-        settings_ == nullptr
-            ? nullptr
-            : settings_->add(source, counts ? snapshot_.entries.size() : PasswordSettings::kNoUser);
+    const char* const wrong = settings_ == nullptr
+                                  ? nullptr
+                                  : settings_->add(source, counts ? snapshot_.entries.size()
+                                                                  : FineGrainedPolicies::kNoUser);
     if (wrong != nullptr) warn(source.line, wrong);
     if (object.fault != nullptr) {
       warn(record.faultLine, object.fault);
@@ -126,7 +127,7 @@ class SnapshotFiller {
 
   const std::string& file_;
   DirectorySnapshot& snapshot_;
-  PasswordSettings* settings_;
+  FineGrainedPolicies* settings_;
   std::size_t warnings_ = 0;
   bool headHasMaxPwdAge_ = false;
 };
@@ -242,7 +243,7 @@ HResult LdifSource::load(DirectorySnapshot& snapshot, DirectoryError& error) {
   if (!mark) {
     return refuse(kReadFault, file_ + ":1: UTF-16; LDIF is ASCII or UTF-8", snapshot, error);
   }
-  PasswordSettings settings;
+  FineGrainedPolicies settings;
   SnapshotFiller filler(file_, snapshot, expiryTimes_ ? &settings : nullptr);
   LdifReader reader(
       [&](char* buffer, std::size_t capacity) {
@@ -250,7 +251,7 @@ HResult LdifSource::load(DirectorySnapshot& snapshot, DirectoryError& error) {
       },
       [this](std::string_view name) {
         const EntryAttribute* known = entryAttribute(name);
-        if (known == nullptr) return expiryTimes_ && PasswordSettings::reads(name);
+        if (known == nullptr) return expiryTimes_ && FineGrainedPolicies::reads(name);
         return expiryTimes_ || known->ofUsers != AskedFor::WithExpiryTimes;
       },
       [&](std::uint64_t line, std::string_view what) { filler.warn(line, what); });

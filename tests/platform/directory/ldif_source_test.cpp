@@ -92,7 +92,7 @@ TEST_F(LdifSourceTest, AFaultyRecordIsReportedAndItsNeighboursAreRead) {
 }
 
 TEST_F(LdifSourceTest, TimesOfExpiryAreThoseOfTheDirectorysPolicies) {
-  const std::string text = test_support::readBytes(TEST_DATA "password_settings.ldif");
+  const std::string text = test_support::readBytes(TEST_DATA "fine_grained_policies.ldif");
   std::vector<std::pair<std::string, std::string>> found;
   ASSERT_TRUE(writeWholeFile(kFile, text));
   LdifSource source(kFile);
@@ -107,7 +107,7 @@ TEST_F(LdifSourceTest, TimesOfExpiryAreThoseOfTheDirectorysPolicies) {
                                                                 : days);
   }
   EXPECT_THAT(found,
-              testing::ElementsAreArray(test_support::readRows(TEST_DATA "password_settings.txt")));
+              testing::ElementsAreArray(test_support::readRows(TEST_DATA "fine_grained_policies.txt")));
   EXPECT_THAT(snapshot.warnings,
               ElementsAre("domain.ldif:117: msDS-UserPasswordExpiryTimeComputed is not a time",
                           "domain.ldif:289: password settings without a number as precedence and "

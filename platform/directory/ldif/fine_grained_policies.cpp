@@ -1,4 +1,4 @@
-#include "platform/directory/ldif/password_settings.h"
+#include "platform/directory/ldif/fine_grained_policies.h"
 
 #include <algorithm>
 #include <array>
@@ -67,18 +67,18 @@ std::int64_t expiryOf(const DirectoryEntry& entry, std::int64_t maxAge) {
 
 }  // namespace
 
-bool PasswordSettings::reads(std::string_view attribute) {
+bool FineGrainedPolicies::reads(std::string_view attribute) {
   return std::any_of(kNames.begin(), kNames.end(), [attribute](std::string_view name) {
     return base::equalsNoCase(attribute, name);
   });
 }
 
-PasswordSettings::Id PasswordSettings::idOf(std::string_view dn) {
+FineGrainedPolicies::Id FineGrainedPolicies::idOf(std::string_view dn) {
   return ids_.try_emplace(base::foldCase(textValue(dn)), static_cast<Id>(ids_.size()))
       .first->second;
 }
 
-const char* PasswordSettings::add(const LdifRecord& record, std::size_t entries) {
+const char* FineGrainedPolicies::add(const LdifRecord& record, std::size_t entries) {
   if (entries != kNoUser) {
     const std::optional<std::string_view> resultant = valueOf(record, kResultant);
     users_.resize(entries + 1);
@@ -115,7 +115,7 @@ const char* PasswordSettings::add(const LdifRecord& record, std::size_t entries)
   return nullptr;
 }
 
-void PasswordSettings::addGroup(Id group, const LdifRecord& record) {
+void FineGrainedPolicies::addGroup(Id group, const LdifRecord& record) {
   const auto type =
       static_cast<std::uint32_t>(numberOf(record, kGroupType).value_or(kGlobalSecurityGroup));
   if ((type & kGlobalSecurityGroup) != kGlobalSecurityGroup) otherGroups_.insert(group);
@@ -125,7 +125,7 @@ void PasswordSettings::addGroup(Id group, const LdifRecord& record) {
 
 // From each object, the strongest first, down to the members of its groups and their members. Who
 // was reached already was reached by a stronger one, and so was everybody below.
-void PasswordSettings::spreadOverGroups() {
+void FineGrainedPolicies::spreadOverGroups() {
   std::sort(memberships_.begin(), memberships_.end());
   direct_.assign(ids_.size(), kNone);
   inherited_.assign(ids_.size(), kNone);
@@ -150,8 +150,8 @@ void PasswordSettings::spreadOverGroups() {
 }
 
 // Null: none applies.
-const PasswordSettings::Settings* PasswordSettings::settingsOf(const DirectoryEntry& entry,
-                                                               const User& user) const {
+const FineGrainedPolicies::Settings* FineGrainedPolicies::settingsOf(const DirectoryEntry& entry,
+                                                                     const User& user) const {
   std::uint32_t best = kNone;
   if (const auto own = ids_.find(base::foldCase(entry.dn)); own != ids_.end()) {
     if (direct_[own->second] != kNone) return &objects_[direct_[own->second]];
@@ -163,7 +163,7 @@ const PasswordSettings::Settings* PasswordSettings::settingsOf(const DirectoryEn
   return best == kNone ? nullptr : &objects_[best];
 }
 
-void PasswordSettings::resolve(DirectorySnapshot& snapshot) {
+void FineGrainedPolicies::resolve(DirectorySnapshot& snapshot) {
   if (objects_.empty()) return;
   std::sort(objects_.begin(), objects_.end(), [](const Settings& a, const Settings& b) {
     return std::tie(a.precedence, a.guid) < std::tie(b.precedence, b.guid);

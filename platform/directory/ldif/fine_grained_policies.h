@@ -17,7 +17,7 @@
 
 namespace platform {
 
-class PasswordSettings {
+class FineGrainedPolicies {
  public:
   // Whether an attribute of this name counts here, in any letter case.
   static bool reads(std::string_view attribute);
