@@ -41,5 +41,6 @@ void addCatch(CLI::App& app, Chosen& chosen);
 void addSettings(CLI::App& app, Chosen& chosen);
 void addPolicies(CLI::App& app, Chosen& chosen);
 void addMx(CLI::App& app, Chosen& chosen);
+void addStatus(CLI::App& app, Chosen& chosen);
 
 }  // namespace console

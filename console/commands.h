@@ -5,6 +5,8 @@
 #include <cstdint>
 #include <string>
 
+#include "console/site.h"
+
 namespace console {
 
 inline constexpr int kExitDone = 0;
@@ -45,6 +47,14 @@ struct MxOptions {
   std::string domainOrAddress;
 };
 int mxCommand(const MxOptions& options);
+
+struct StatusOptions {
+  std::string workDir;         // empty: the current directory
+  std::string maxAge = "26h";  // how long ago the last pass may have ended: "90m", "26h", "3d"
+  Format format = Format::Text;
+};
+// The exit status is that of a monitoring check: 0 well, 1 with problems, 2 no pass in time.
+int statusCommand(const StatusOptions& options);
 
 // The registry that the option stands for, in words.
 std::string registryName(const std::string& registryFile);

@@ -13,8 +13,8 @@ namespace {
 
 // In the order of the help.
 constexpr void (*kCommands[])(CLI::App&, console::Chosen&) = {
-    console::addRun,      console::addDemo,     console::addCatch,
-    console::addSettings, console::addPolicies, console::addMx,
+    console::addRun,      console::addDemo, console::addCatch,  console::addSettings,
+    console::addPolicies, console::addMx,   console::addStatus,
 };
 
 bool isCommand(const CLI::App& app, const std::string& name) {

@@ -1,0 +1,159 @@
+// `pwlapse status`: how the last pass went and when the next one is, as a check of a monitoring
+// system: the first line says it all, the exit status is one that such systems know.
+#include <algorithm>
+#include <cctype>
+#include <charconv>
+#include <optional>
+#include <utility>
+
+#include "base/format_text.h"
+#include "console/answer.h"
+#include "console/calendar.h"
+#include "console/commands.h"
+#include "console/site.h"
+#include "service/last_run.h"
+
+namespace console {
+namespace {
+
+using base::formatText;
+using service::LastRun;
+
+// The exit status of each is its number.
+enum class State { Well, Problems, NoPass };
+
+const char* stateName(State state) {
+  constexpr const char* kNames[] = {"OK", "WARNING", "CRITICAL"};
+  return kNames[static_cast<int>(state)];
+}
+
+// "90m", "26h", "3d": seconds.
+std::optional<std::int64_t> spanOf(const std::string& text) {
+  constexpr std::int64_t kMinute = 60, kHour = 60 * kMinute, kDay = 24 * kHour;
+  std::uint32_t number = 0;
+  const char* const end = text.data() + text.size();
+  const auto [unit, status] = std::from_chars(text.data(), end, number);
+  if (status != std::errc() || unit + 1 != end) return std::nullopt;
+  switch (std::tolower(static_cast<unsigned char>(*unit))) {
+    case 's':
+      return number;
+    case 'm':
+      return number * kMinute;
+    case 'h':
+      return number * kHour;
+    case 'd':
+      return number * kDay;
+    default:
+      return std::nullopt;
+  }
+}
+
+std::string counted(std::uint64_t number, const char* one) {
+  return formatText("%llu %s%s", static_cast<unsigned long long>(number), one,
+                    number == 1 ? "" : "s");
+}
+
+State stateOf(const std::optional<LastRun>& run, std::int64_t now, std::int64_t maxAge) {
+  if (!run || now - run->ended > maxAge) return State::NoPass;
+  return run->allWell() ? State::Well : State::Problems;
+}
+
+// The first line, without the name of the state.
+std::string headline(const LastRun& run, const Calendar& calendar, std::int64_t maxAge) {
+  const std::int64_t age = std::max<std::int64_t>(calendar.now() - run.ended, 0);
+  std::string text =
+      "last pass " + roughSpanText(age) + " ago (" + calendar.momentText(run.ended) + ")";
+  if (age > maxAge) text = "no pass within " + roughSpanText(maxAge) + ": " + text;
+  text += ", " + counted(run.lines, "line") + ", " + counted(run.mailsSent, "mail") + " sent";
+  if (run.reportOnly) text += ", report-only mode";
+  if (!run.allWell()) text += ", " + counted(run.problems.count, "problem");
+  if (run.next) text += "; next " + calendar.momentText(*run.next);
+  return text;
+}
+
+void addLines(std::string& text, const config::FindingLines& found, config::FindingKind kind,
+              Tone tone, const TextStyle& style) {
+  const std::string label = config::findingLabel(kind);
+  for (const std::string& line : found.lines) {
+    text += style.paragraph(style.painted(tone, label + ":") + ' ', label.size() + 2, line);
+  }
+  if (found.count > found.lines.size()) {
+    text += label + ": and " + std::to_string(found.count - found.lines.size()) + " more\n";
+  }
+}
+
+std::string details(const LastRun& run, const Calendar& calendar, const TextStyle& style) {
+  std::string text = formatText("began     %s, took %.1f s\n",
+                                calendar.momentText(run.began).c_str(), run.durationSeconds);
+  if (run.next) text += "next      " + calendar.momentText(*run.next) + '\n';
+  if (!run.allWell()) {
+    text += "all well  " +
+            (run.lastSuccess ? calendar.momentText(*run.lastSuccess) : "in no recorded pass") +
+            '\n';
+  }
+  addLines(text, run.problems, config::FindingKind::Problem, Tone::Bad, style);
+  addLines(text, run.notes, config::FindingKind::Note, Tone::Note, style);
+  return text;
+}
+
+JsonValue findingsJson(const config::FindingLines& found) {
+  JsonValue texts = JsonValue::array();
+  for (const std::string& line : found.lines) texts.push_back(jsonText(line));
+  return {{"count", found.count}, {"texts", std::move(texts)}};
+}
+
+JsonValue timeJson(const std::optional<std::int64_t>& time) {
+  return time ? JsonValue(service::utcText(*time)) : JsonValue(nullptr);
+}
+
+void describe(const LastRun& run, const Calendar& calendar, Answer& answer) {
+  answer.below = details(run, calendar, outputStyle());
+  answer.members.update({{"began", timeJson(run.began)},
+                         {"ended", timeJson(run.ended)},
+                         {"durationSeconds", run.durationSeconds},
+                         {"next", timeJson(run.next)},
+                         {"lastSuccess", timeJson(run.lastSuccess)},
+                         {"reportOnly", run.reportOnly},
+                         {"lists", run.lists},
+                         {"lines", run.lines},
+                         {"mailsSent", run.mailsSent},
+                         {"mailsFailed", run.mailsFailed},
+                         {"problems", findingsJson(run.problems)},
+                         {"notes", findingsJson(run.notes)}});
+  for (int i = 0; i < service::kOutcomes; ++i) {
+    if (run.counts[i] == 0) continue;
+    answer.table.rows.push_back(
+        {service::outcomeLabel(static_cast<service::Outcome>(i)), run.counts[i]});
+  }
+}
+
+}  // namespace
+
+int statusCommand(const StatusOptions& options) {
+  const std::optional<std::int64_t> maxAge = spanOf(options.maxAge);
+  if (!maxAge) return refuse("--max-age: \"" + options.maxAge + "\" is not a time such as 26h");
+  std::string reason;
+  SiteOptions site;
+  site.workDir = options.workDir;
+  if (!enterWorkDir(site, reason)) return refuse(reason);
+  const Calendar calendar(platform::systemClock());
+  const std::optional<LastRun> run = service::readLastRun(reason);
+  const State state = stateOf(run, calendar.now(), *maxAge);
+  const std::string line =
+      run ? headline(*run, calendar, *maxAge) : "no pass is recorded here: " + reason;
+
+  Answer answer;
+  answer.command = "status";
+  answer.rowsKey = "outcomes";
+  answer.table.columns = {{"outcome", "OUTCOME"}, {"lines", "LINES"}};
+  constexpr Tone kTones[] = {Tone::Good, Tone::Note, Tone::Bad};
+  answer.above =
+      outputStyle().painted(kTones[static_cast<int>(state)], stateName(state)) + ": " + line + '\n';
+  answer.members = {{"state", stateName(state)}, {"message", jsonText(line)}};
+  if (run) describe(*run, calendar, answer);
+  answer.peopleSeeTable = run.has_value();
+  printAnswer(answer, options.format);
+  return static_cast<int>(state);
+}
+
+}  // namespace console
