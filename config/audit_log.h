@@ -13,7 +13,7 @@ namespace config {
 
 class AuditLog {
  public:
-  // `file` and `findings` are borrowed.
+  // `file` and `findings` are borrowed. A null file takes every line, and keeps none.
   AuditLog(const char* file, Findings& findings) : file_(file), findings_(findings) {}
 
   // Starts the file anew with this line.

@@ -23,7 +23,7 @@ void DebugLog::print(const char* format, ...) {
 }
 
 void DebugLog::printAlways(std::string_view text) {
-  platform::appendToFile(kDebugLogFile, text);
+  if (hasFile_) platform::appendToFile(kDebugLogFile, text);
 }
 
 }  // namespace config

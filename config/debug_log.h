@@ -11,6 +11,12 @@ namespace config {
 class DebugLog {
  public:
   explicit DebugLog(bool enabled = true) : enabled_(enabled) {}
+  // One that has no file: printAlways() writes nothing either.
+  static DebugLog nowhere() {
+    DebugLog log(false);
+    log.hasFile_ = false;
+    return log;
+  }
 
   bool enabled() const { return enabled_; }
 
@@ -23,6 +29,7 @@ class DebugLog {
 
  private:
   bool enabled_;
+  bool hasFile_ = true;
 };
 
 }  // namespace config

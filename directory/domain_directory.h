@@ -7,6 +7,7 @@
 #include <functional>
 #include <memory>
 #include <string>
+#include <utility>
 
 #include "config/debug_log.h"
 #include "directory/user_directory_data.h"
@@ -39,13 +40,19 @@ class DomainDirectory {
   // file is whole; else why it is not, in one line that begins with the file's name. A name that
   // would stand as two lines is left out: no account can have one.
   std::string writeDomainUsersList();
+  // Hands over the same names, in the ANSI code page, one by one. Empty, or why not all of them.
+  using NameSink = std::function<void(const std::string& name)>;
+  std::string forEachDomainUser(const NameSink& sink);
+  // Of the domain's users only this one is listed, or nobody; empty: all.
+  void listOnly(std::u16string logonName) { listedOnly_ = std::move(logonName); }
 
  private:
-  platform::HResult listUsers(std::FILE* list);
+  platform::HResult listUsers(const NameSink& sink);
 
   platform::DirectoryAccess& access_;
   config::DebugLog& log_;
   std::FILE* foundUsers_;
+  std::u16string listedOnly_;
   std::unique_ptr<platform::DirectorySearch> domain_;  // the persistent binding; null: not bound
   std::string bindError_;
 };

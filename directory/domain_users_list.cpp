@@ -1,9 +1,11 @@
 // Writes the list of all enabled users of the domain, which a pass takes as its work list. One of
 // the operations of DomainDirectory.
 #include <cstdio>
+#include <functional>
 
 #include "config/pass_files.h"
 #include "directory/domain_directory.h"
+#include "platform/directory/ldap_filter.h"
 #include "platform/system/files.h"
 #include "platform/text/code_page.h"
 
@@ -18,19 +20,20 @@ constexpr std::uint32_t kPageRows = 100000;
 // The matching rule is "has these bits": accounts that are not disabled.
 constexpr const char16_t* kEnabledUsers =
     u"(&(objectCategory=person)(objectClass=user)"
-    u"(!userAccountControl:1.2.840.113556.1.4.803:=2))";
+    u"(!userAccountControl:1.2.840.113556.1.4.803:=2)";  // left open
 constexpr const char16_t* kLogonName = u"samAccountName";
 
-HResult writeRow(platform::SearchRows& rows, std::FILE* list) {
+using NameSink = DomainDirectory::NameSink;
+
+HResult takeRow(platform::SearchRows& rows, const NameSink& sink) {
   platform::SearchColumn column;
   const HResult read = rows.column(kLogonName, column);
   if (read == platform::kAdsColumnNotSet) return platform::kOk;
   if (platform::failed(read)) return read;
   if (column.type != platform::AdsType::CaseIgnoreString) return platform::kOk;
-  std::string name = platform::utf16ToAnsi(column.firstValue);
+  const std::string name = platform::utf16ToAnsi(column.firstValue);
   if (name.find_first_of(std::string_view("\r\n\0", 3)) != std::string::npos) return platform::kOk;
-  name += '\n';
-  std::fwrite(name.data(), 1, name.size(), list);
+  sink(name);
   return platform::kOk;
 }
 
@@ -40,26 +43,39 @@ std::string DomainDirectory::writeDomainUsersList() {
   const std::string file = config::kDomainUsersFile;
   platform::File list = platform::openFile(config::kDomainUsersFile, "w");
   if (list == nullptr) return file + " cannot be written";
-  access_.initialise();
-  const HResult status = listUsers(list.get());
-  const std::string why = platform::failed(status) ? access_.errorText(status) : "";
-  access_.uninitialise();
+  const std::string problem = forEachDomainUser([&list](const std::string& name) {
+    std::fwrite(name.data(), 1, name.size(), list.get());
+    std::fputc('\n', list.get());
+  });
   const bool written = std::ferror(list.get()) == 0;
   if (std::fclose(list.release()) != 0 || !written) return file + " cannot be written";
-  return platform::failed(status) ? file + ": the users of the domain cannot be listed: " + why
-                                  : "";
+  return problem;
 }
 
-HResult DomainDirectory::listUsers(std::FILE* list) {
+std::string DomainDirectory::forEachDomainUser(const NameSink& sink) {
+  access_.initialise();
+  const HResult status = listUsers(sink);
+  const std::string why = platform::failed(status) ? access_.errorText(status) : "";
+  access_.uninitialise();
+  return platform::failed(status)
+             ? config::kDomainUsersFile + (": the users of the domain cannot be listed: " + why)
+             : "";
+}
+
+HResult DomainDirectory::listUsers(const NameSink& sink) {
   std::u16string path;
   std::unique_ptr<DirectorySearch> search;
   std::unique_ptr<platform::SearchRows> rows;
+  std::u16string filter = kEnabledUsers;
+  if (!listedOnly_.empty()) {
+    filter += u"(samAccountName=" + platform::escapeFilterValue(listedOnly_) + u")";
+  }
   HResult status = getRootDse(access_, log_, path);
   if (!platform::failed(status)) status = openDomainSearch(access_, path, search);
-  if (!platform::failed(status)) status = search->execute(kEnabledUsers, {kLogonName}, rows);
+  if (!platform::failed(status)) status = search->execute(filter + u")", {kLogonName}, rows);
   if (platform::failed(status)) return status;
   return forEachRow(access_, *rows,
-                    [list](platform::SearchRows& row) { return writeRow(row, list); });
+                    [&sink](platform::SearchRows& row) { return takeRow(row, sink); });
 }
 
 HResult forEachRow(platform::DirectoryAccess& access, platform::SearchRows& rows,

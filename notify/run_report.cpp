@@ -5,8 +5,8 @@
 
 #include "base/format_text.h"
 #include "base/timestamp.h"
-#include "config/pass_files.h"
 #include "directory/password_expiry.h"
+#include "mail/mime/base64.h"
 #include "notify/html_text.h"
 #include "notify/report_logo.h"
 #include "platform/system/files.h"
@@ -29,6 +29,8 @@ constexpr const char* kHead =
     "padding:2px 2px 2px 2px;background-color:#F5F5F5; text-align:center;}\n"
     "</style></head>";
 
+constexpr const char* kDryHeading =
+    "<h3>A dry run: what a pass would do now. Nobody was mailed, no password was expired.</h3>\n";
 constexpr const char* kUpcomingOpening =
     "<h3>Users with upcoming password expirations:</h3>\n"
     "<table><tr><td class=labelRow>Username</td><td class=labelRow>Email</td>"
@@ -76,17 +78,14 @@ std::string settingsTable(const config::ExpirationSettings& settings, std::uint3
   return rows;
 }
 
+std::string embeddedLogo() {
+  return "data:image/gif;base64," + kelvado::base64Encode(reportLogo());
+}
+
 // "<tr><td>username</td><td>email</td>", which every row begins with.
 std::string rowStart(const UserRecord& user) {
   return "<tr><td>" + escapeHtml(user.username) + "</td><td>" + escapeHtml(user.data.email) +
          "</td>";
-}
-
-std::string upcomingRow(const UserRecord& user) {
-  return rowStart(user) +
-         base::formatText("<td>%i</td><td>%i</td><td>%i</td><td>%i</td><td>%s</td></tr>\n",
-                          static_cast<int>(user.emailWarnings), static_cast<int>(user.age),
-                          user.maxAge, user.daysLeft(), user.emailedText.c_str());
 }
 
 const char* statusText(Expiry expiry) {
@@ -111,12 +110,6 @@ const char* statusText(Expiry expiry) {
   return "PASSWORD EXPIRED";
 }
 
-std::string expiredRow(const UserRecord& user) {
-  return rowStart(user) +
-         base::formatText("<td>%i</td><td>%i</td><td><font color=#FF0000>%s</font></td></tr>\n",
-                          static_cast<int>(user.age), user.maxAge, statusText(user.expiry));
-}
-
 std::string problemsSection(const config::FindingLines& problems) {
   if (problems.count == 0) return {};
   std::string text =
@@ -136,19 +129,38 @@ std::string problemsSection(const config::FindingLines& problems) {
 
 void RunReport::start(const config::ExpirationSettings& settings, std::uint32_t intervalMs,
                       const base::LocalTime& now) {
+  const bool dry = mode_ == PassMode::Dry;
   settings_ =
       "<hr size=1 width=625 align=left><span class=title>Norvyn Password Expiration Report</span>"
       "<hr size=1 width=625 align=left><h3>DATE OF RUN:" +
-      base::timestampText(now) + "</h3>\n<h3>Settings:</h3>\n" +
+      base::timestampText(now) + "</h3>\n" + (dry ? kDryHeading : "") + "<h3>Settings:</h3>\n" +
       settingsTable(settings, intervalMs);
 
   mailReport_ = kHead;
-  fileReport_ = mailReport_ + "<body><img src=../norvyn-report-logo.gif>\n";
+  const std::string logo = dry ? embeddedLogo() : "../norvyn-report-logo.gif";
+  fileReport_ = mailReport_ + "<body><img src=" + logo + ">\n";
   mailReport_ += "<body><img src=images/logo.gif>\n";
 
   upcoming_ = kUpcomingOpening;
-  expired_ = settings.reportOnly ? kWouldExpireHeading : kExpiredHeading;
+  expired_ = settings.reportOnly || dry ? kWouldExpireHeading : kExpiredHeading;
   expired_ += kExpiredOpening;
+}
+
+std::string RunReport::upcomingRow(const UserRecord& user) const {
+  const bool wouldBe = mode_ == PassMode::Dry && user.emailedText == "yes";
+  return rowStart(user) +
+         base::formatText("<td>%i</td><td>%i</td><td>%i</td><td>%i</td><td>%s</td></tr>\n",
+                          static_cast<int>(user.emailWarnings), static_cast<int>(user.age),
+                          user.maxAge, user.daysLeft(),
+                          wouldBe ? "would be" : user.emailedText.c_str());
+}
+
+std::string RunReport::expiredRow(const UserRecord& user) const {
+  const bool wouldBe = mode_ == PassMode::Dry && user.expiry == Expiry::Forced;
+  return rowStart(user) +
+         base::formatText("<td>%i</td><td>%i</td><td><font color=#FF0000>%s</font></td></tr>\n",
+                          static_cast<int>(user.age), user.maxAge,
+                          wouldBe ? "PASSWORD WOULD BE EXPIRED" : statusText(user.expiry));
 }
 
 void RunReport::addUpcoming(const UserRecord& user) {
@@ -199,10 +211,9 @@ void RunReport::appendSections(std::string& report, const config::FindingLines& 
   report += "</body></html>";
 }
 
-bool RunReport::writeFileReport(const config::FindingLines& problems) {
+bool RunReport::writeFileReport(const config::FindingLines& problems, const std::string& file) {
   appendSections(fileReport_, problems);
-  return platform::replaceFileAtomically(config::kReportFile, fileReport_,
-                                         platform::FileReaders::AsUsual);
+  return platform::replaceFileAtomically(file, fileReport_, platform::FileReaders::AsUsual);
 }
 
 bool writeReportLogo() {

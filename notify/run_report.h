@@ -10,6 +10,8 @@
 #include "base/timestamp.h"
 #include "config/expiration_settings.h"
 #include "config/findings.h"
+#include "config/pass_files.h"
+#include "notify/pass_mode.h"
 #include "notify/user_record.h"
 
 namespace notify {
@@ -17,6 +19,9 @@ namespace notify {
 // One object for each pass.
 class RunReport {
  public:
+  // The report of a dry pass says what would be.
+  explicit RunReport(PassMode mode = PassMode::Live) : mode_(mode) {}
+
   // Writes the settings table, the heads and the table openings.
   // `settings.reportOnly` is the pass's effective one.
   void start(const config::ExpirationSettings& settings, std::uint32_t intervalMs,
@@ -38,10 +43,14 @@ class RunReport {
   // row, the section of problems when there is none.
   void finish(const config::FindingLines& problems);
   const std::string& mailReport() const { return mailReport_; }
-  // Assembles the file report and writes it to kReportFile. False when it could not be written.
-  bool writeFileReport(const config::FindingLines& problems);
+  // Assembles the file report and writes it: to kReportFile, beside which is the logo, or in a dry
+  // pass to any file, with the logo in it. False when it could not be written.
+  bool writeFileReport(const config::FindingLines& problems,
+                       const std::string& file = config::kReportFile);
 
  private:
+  std::string upcomingRow(const UserRecord& user) const;
+  std::string expiredRow(const UserRecord& user) const;
   struct HeldRow {
     Table table;
     std::size_t at;  // where in the table's section
@@ -52,6 +61,7 @@ class RunReport {
   void insertHeldRows(Table table);
   void appendSections(std::string& report, const config::FindingLines& problems) const;
 
+  PassMode mode_;
   std::string mailReport_;
   std::string fileReport_;
   std::string settings_;

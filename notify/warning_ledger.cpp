@@ -138,6 +138,7 @@ bool WarningLedger::open(std::string& problem, std::size_t& dropped) {
     return false;
   }
 
+  if (mode_ == PassMode::Dry) return true;
   file_ = platform::RecordFile::open(config::kWarningLedgerFile);
   if (file_ == nullptr || (!start.empty() && !file_->append(start))) {
     problem = problemText("cannot be written");
@@ -203,6 +204,7 @@ bool WarningLedger::record(const AccountPassword& password,
                            const base::LocalTime& date, std::string& problem) {
   const std::int64_t day = dayNumber(date);
   add(password.account, password.changedSeconds, day, warningDays);
+  if (mode_ == PassMode::Dry) return true;
   if (file_ != nullptr &&
       file_->append(lineOf(password.account, password.changedSeconds, day, warningDays))) {
     return true;
@@ -212,6 +214,7 @@ bool WarningLedger::record(const AccountPassword& password,
 }
 
 bool WarningLedger::finish(const base::LocalTime& today, std::string& problem) {
+  if (mode_ == PassMode::Dry) return true;
   file_.reset();
   const std::int64_t oldest = dayNumber(today) - kKeptDays;
   std::vector<const std::pair<const std::string, Mailings>*> kept;

@@ -15,6 +15,7 @@
 #include <vector>
 
 #include "base/timestamp.h"
+#include "notify/pass_mode.h"
 #include "platform/system/record_file.h"
 
 namespace notify {
@@ -27,6 +28,9 @@ struct AccountPassword {
 
 class WarningLedger {
  public:
+  // Of a dry pass: the file is only read, and what is recorded stays in memory.
+  explicit WarningLedger(PassMode mode = PassMode::Live) : mode_(mode) {}
+
   // Reads the file and opens it for what is to come. False, with `problem` in words, when it can be
   // neither: then nothing may be mailed by it. `dropped` is the number of lines that were no
   // records; one, the last, is what a crash leaves.
@@ -61,7 +65,8 @@ class WarningLedger {
   const Mailings* find(const AccountPassword& password) const;
 
   std::unordered_map<std::string, Mailings> accounts_;
-  std::unique_ptr<platform::RecordFile> file_;
+  PassMode mode_;
+  std::unique_ptr<platform::RecordFile> file_;  // null in a dry pass
 };
 
 }  // namespace notify

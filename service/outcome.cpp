@@ -6,6 +6,7 @@ namespace service {
 namespace {
 
 using notify::Expiry;
+using notify::PassMode;
 using notify::UserRecord;
 
 std::string skipText(const UserRecord& user) {
@@ -51,8 +52,10 @@ const char* withheldText(Expiry expiry) {
   }
 }
 
-std::string mailPhrase(const UserRecord& user) {
-  if (user.emailedText == "yes") return "mailed to " + user.data.email;
+std::string mailPhrase(const UserRecord& user, PassMode mode) {
+  if (user.emailedText == "yes") {
+    return (mode == PassMode::Dry ? "would be mailed to " : "mailed to ") + user.data.email;
+  }
   if (user.mailFailed) return "mail to " + user.data.email + " failed";
   const std::string prefix = "no ";
   if (user.emailedText.compare(0, prefix.size(), prefix) == 0) {
@@ -89,18 +92,19 @@ Outcome outcomeOf(const UserRecord& user) {
   return user.emailedText == "yes" ? Outcome::Warned : Outcome::NotMailed;
 }
 
-const char* outcomeLabel(Outcome outcome) {
+const char* outcomeLabel(Outcome outcome, PassMode mode) {
+  const bool dry = mode == PassMode::Dry;
   switch (outcome) {
     case Outcome::OutsidePeriod:
       return "outside period";
     case Outcome::Warned:
-      return "warned";
+      return dry ? "would be mailed" : "warned";
     case Outcome::NotMailed:
       return "not mailed";
     case Outcome::MailFailed:
       return "mail failed";
     case Outcome::Expired:
-      return "expired";
+      return dry ? "would be forced" : "expired";
     case Outcome::WouldExpire:
       return "would expire";
     case Outcome::ExpiryRefused:
@@ -117,7 +121,7 @@ const char* outcomeLabel(Outcome outcome) {
   return "";
 }
 
-std::string outcomeReason(const UserRecord& user) {
+std::string outcomeReason(const UserRecord& user, PassMode mode) {
   const std::string age = agePhrase(user);
   switch (outcomeOf(user)) {
     case Outcome::Skipped:
@@ -125,22 +129,25 @@ std::string outcomeReason(const UserRecord& user) {
     case Outcome::OutsidePeriod:
       return user.changeAlreadyDue ? "already to change the password at next logon" : age;
     case Outcome::Expired:
-      return age + "; change forced at next logon; " + mailPhrase(user);
+      return age +
+             (mode == PassMode::Dry ? "; change would be forced at next logon; "
+                                    : "; change forced at next logon; ") +
+             mailPhrase(user, mode);
     case Outcome::WouldExpire:
-      return age + "; report-only mode; " + mailPhrase(user);
+      return age + "; report-only mode; " + mailPhrase(user, mode);
     case Outcome::ExpiryRefused:
-      return age + "; the directory did not take the forced change; " + mailPhrase(user);
+      return age + "; the directory did not take the forced change; " + mailPhrase(user, mode);
     case Outcome::ExpiryWithheld:
-      return age + "; " + withheldText(user.expiry) + "; " + mailPhrase(user);
+      return age + "; " + withheldText(user.expiry) + "; " + mailPhrase(user, mode);
     case Outcome::AlreadyExpired:
-      return age + "; expired by the directory itself; " + mailPhrase(user);
+      return age + "; expired by the directory itself; " + mailPhrase(user, mode);
     case Outcome::NotRead:
       return age +
              (user.emailedText == "yes" ? "; mailed, not expired: "
                                         : "; neither mailed nor expired: ") +
              user.readError;
     default:
-      return age + base::formatText(", %i left; ", user.daysLeft()) + mailPhrase(user);
+      return age + base::formatText(", %i left; ", user.daysLeft()) + mailPhrase(user, mode);
   }
 }
 

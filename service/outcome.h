@@ -4,6 +4,7 @@
 
 #include <string>
 
+#include "notify/pass_mode.h"
 #include "notify/user_record.h"
 
 namespace service {
@@ -27,9 +28,10 @@ inline constexpr int kOutcomes = 11;
 Outcome outcomeOf(const notify::UserRecord& user);
 
 // A few words for a table's column and a count's label.
-const char* outcomeLabel(Outcome outcome);
+const char* outcomeLabel(Outcome outcome, notify::PassMode mode = notify::PassMode::Live);
 
 // Why it came to that, one line.
-std::string outcomeReason(const notify::UserRecord& user);
+std::string outcomeReason(const notify::UserRecord& user,
+                          notify::PassMode mode = notify::PassMode::Live);
 
 }  // namespace service

@@ -40,6 +40,7 @@ Pass::Pass(RunContext& run)
     : run_(run),
       log_(run.log),
       domain_(run.host.directory, run.log, run.foundUsers),
+      pass_(run.mode),
       findings_(pass_.record.findings),
       directoryPolicy_(run.host, run.log),
       examiner_(run.host, run.log, domain_, directoryPolicy_, pass_) {
@@ -147,12 +148,20 @@ void Pass::listDomainUsers() {
     anyApplies = true;
     log_.print("   policy%i applies to Domain Users\n", slot);
   }
-  const std::string problem = anyApplies ? domain_.writeDomainUsersList() : "";
+  domain_.listOnly(platform::ansiToUtf16(run_.onlyUser));
+  const std::string problem = anyApplies ? keepDomainUsers() : "";
   usersListLost_ = !problem.empty();
   wroteUsersList_ = anyApplies && problem.empty();
   if (usersListLost_) {
     findings_.problem(problem + ": the policies for all users of the domain are left out");
   }
+}
+
+// On disk or, in a dry pass, in memory.
+std::string Pass::keepDomainUsers() {
+  if (run_.mode == notify::PassMode::Live) return domain_.writeDomainUsersList();
+  return domain_.forEachDomainUser(
+      [this](const std::string& name) { domainUsers_.append(name).append(1, '\n'); });
 }
 
 void Pass::splitCustomMessage() {
@@ -245,10 +254,15 @@ void Pass::visitSlot(int slot) {
   examineList(policy, files);
 }
 
+UserList Pass::openList(const std::string& file) const {
+  const bool written = file == config::kDomainUsersFile && wroteUsersList_;
+  if (written && run_.mode == notify::PassMode::Dry) return UserList::inMemory(file, domainUsers_);
+  return UserList(file, written ? UserList::Writer::Program : UserList::Writer::Person);
+}
+
 void Pass::examineList(PolicyInHand& policy, const PolicyFiles& files) {
   if (files.include == config::kDomainUsersFile && usersListLost_) return;
-  const bool written = files.include == config::kDomainUsersFile && wroteUsersList_;
-  UserList list(files.include, written ? UserList::Writer::Program : UserList::Writer::Person);
+  UserList list = openList(files.include);
   if (list.state() == UserList::State::Missing) {
     findings_.note(slotLabel(policy.slot) + " has a maximum password age and no list of users (" +
                    files.include + "): it covers nobody");
@@ -269,7 +283,9 @@ void Pass::examineUsers(const PolicyInHand& policy, const std::string& file, Use
   ++pass_.record.lists;
   const std::string listName = slotLabel(policy.slot) + " (" + file + ")";
   if (run_.observer != nullptr) run_.observer->slotStarted(policy.slot, file, list.size());
+  const std::string only = nameKey(run_.onlyUser);
   for (std::string name; !isToStop() && list.next(name);) {
+    if (!only.empty() && nameKey(name) != only) continue;
     notify::UserRecord user = examiner_.examine(policy, name);
     if (user.expiryHeld) {
       pass_.held.push_back({std::move(user), listName});
@@ -318,7 +334,9 @@ void Pass::finishReport() {
       findings_.problem("the report was not mailed to the administrator: " + outcome.reason);
     }
   }
-  if (pass_.settings.htmllog && !pass_.report.writeFileReport(findings_.problems())) {
+  const bool writesFile =
+      run_.mode == notify::PassMode::Dry ? !run_.reportFile.empty() : pass_.settings.htmllog;
+  if (writesFile && !pass_.report.writeFileReport(findings_.problems(), run_.reportFile)) {
     findings_.problem("the report file could not be written");
   }
 }

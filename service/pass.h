@@ -36,6 +36,11 @@ struct RunContext {
   std::function<bool()> stopRequested{};
   // How mails leave; empty: over the mail library.
   notify::MailTransportMaker makeTransport{};
+  notify::PassMode mode = notify::PassMode::Live;
+  // Where the report is written: in a dry pass whatever the settings say, unless this is empty.
+  std::string reportFile = config::kReportFile;
+  // Of the lists only this logon name is examined; empty: all.
+  std::string onlyUser{};
 };
 
 class Pass {
@@ -51,6 +56,8 @@ class Pass {
   void checkSettings();
   void sendTestEmail();
   void listDomainUsers();
+  std::string keepDomainUsers();
+  UserList openList(const std::string& file) const;
   void splitCustomMessage();
   void guardMailingDay();
   void startReportAndLogs();
@@ -74,6 +81,7 @@ class Pass {
   config::Findings& findings_;  // of the pass's record
   PolicyTable slots_;
   bool wroteUsersList_ = false;  // of the domain's users
+  std::string domainUsers_;      // the list, in a dry pass
   bool usersListLost_ = false;   // a policy needs it, and it could not be written
   bool testEmailFailed_ = false;
   bool stopped_ = false;  // said so

@@ -65,7 +65,7 @@ std::string passLine(const PassRecord& pass) {
   for (int i = 0; i < kOutcomes; ++i) {
     if (pass.counts[i] == 0) continue;
     text += formatText("%s%llu %s", before, static_cast<unsigned long long>(pass.counts[i]),
-                       outcomeLabel(static_cast<Outcome>(i)));
+                       outcomeLabel(static_cast<Outcome>(i), pass.mode));
     before = ", ";
   }
   text += "; " + count(pass.mailsSent, "mail", "mails") + " sent";
@@ -89,7 +89,7 @@ std::string summaryText(const PassRecord& pass) {
                  pass.reportOnly ? ", report-only mode" : "");
   for (int i = 0; i < kOutcomes; ++i) {
     if (pass.counts[i] == 0) continue;
-    text += formatText("  %-16s %8llu\n", outcomeLabel(static_cast<Outcome>(i)),
+    text += formatText("  %-16s %8llu\n", outcomeLabel(static_cast<Outcome>(i), pass.mode),
                        static_cast<unsigned long long>(pass.counts[i]));
   }
   appendLines(text, FindingKind::Note, pass.findings.notes());

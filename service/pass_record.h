@@ -13,6 +13,7 @@
 namespace service {
 
 struct PassRecord {
+  notify::PassMode mode = notify::PassMode::Live;
   base::LocalTime began;
   std::uint32_t durationMs = 0;
   std::string settingsSource;   // the registry, as it names itself
@@ -23,7 +24,7 @@ struct PassRecord {
   int lists = 0;            // user lists that were opened
   std::uint64_t lines = 0;  // of them
   std::array<std::uint64_t, kOutcomes> counts{};
-  std::uint64_t mailsSent = 0;    // warnings
+  std::uint64_t mailsSent = 0;    // warnings; in a dry pass those that would be
   std::uint64_t mailsFailed = 0;  // warnings
 
   config::Findings findings;

@@ -25,6 +25,12 @@ struct HeldUser {
 };
 
 struct PassState {
+  explicit PassState(notify::PassMode passMode)
+      : mode(passMode), memory(passMode), report(passMode) {
+    record.mode = passMode;
+  }
+
+  notify::PassMode mode;
   config::ExpirationSettings settings;  // reportOnly is the effective one
   bool emailedToday = false;            // bEmailRunToday
   bool mayEmail = true;                 // bEmailUserOK
@@ -39,9 +45,15 @@ struct PassState {
   std::unique_ptr<notify::Mailer> mailer;  // from when the settings are known
   notify::RunReport report;
   PassRecord record;
-  config::AuditLog skipList{config::kSkipListFile, record.findings};
-  config::AuditLog expiringSoonLog{config::kExpiringSoonLog, record.findings};
-  config::AuditLog expiredLog{config::kExpiredPasswordLog, record.findings};
+  config::AuditLog skipList{written(config::kSkipListFile), record.findings};
+  config::AuditLog expiringSoonLog{written(config::kExpiringSoonLog), record.findings};
+  config::AuditLog expiredLog{written(config::kExpiredPasswordLog), record.findings};
+
+ private:
+  // A dry pass writes no log.
+  const char* written(const char* file) const {
+    return mode == notify::PassMode::Live ? file : nullptr;
+  }
 };
 
 }  // namespace service

@@ -1,8 +1,10 @@
 #include "service/user_list.h"
 
+#include <algorithm>
 #include <cerrno>
 #include <cstdio>
 #include <system_error>
+#include <utility>
 
 #include "base/ascii.h"
 #include "base/case_fold.h"
@@ -48,6 +50,14 @@ UserList::UserList(const std::string& file, Writer writer)
   if (writer == Writer::Person) survey();
 }
 
+UserList UserList::inMemory(const std::string& file, std::string text) {
+  UserList list(file);
+  list.state_ = State::Open;
+  list.size_ = text.size();
+  list.text_ = std::move(text);
+  return list;
+}
+
 void UserList::survey() {
   bool valid = true;
   bool beyondAscii = false;
@@ -77,18 +87,34 @@ void UserList::fail(const std::string& reason) {
 }
 
 bool UserList::isLastLine() {
+  if (text_) return at_ >= text_->size();
   const int next = std::getc(stream_.get());
   if (next == EOF) return true;
   std::ungetc(next, stream_.get());
   return false;
 }
 
+// As platform::readTextLine does.
+bool UserList::readLine(std::string& line) {
+  if (!text_) return platform::readTextLine(stream_.get(), kListReadSize, line);
+  if (at_ >= text_->size()) return false;
+  const std::size_t lineEnd = text_->find('\n', at_);
+  const std::size_t length = lineEnd == std::string::npos ? lineEnd : lineEnd - at_ + 1;
+  line.assign(*text_, at_, std::min(length, kListReadSize - 1));
+  at_ += line.size();
+  return true;
+}
+
 bool UserList::next(std::string& name) {
-  if (!stream_) return false;
-  if (!platform::readTextLine(stream_.get(), kListReadSize, name)) {
-    if (std::ferror(stream_.get()) != 0) fail("cannot be read to its end: " + systemText(errno));
+  if (!stream_ && !text_) return false;
+  if (!readLine(name)) {
+    if (stream_ && std::ferror(stream_.get()) != 0) {
+      fail("cannot be read to its end: " + systemText(errno));
+    }
     return false;
   }
+  if (lineEnded_) ++line_;
+  lineEnded_ = name.ends_with('\n');
   if (first_ && name.starts_with(kUtf8Mark)) name.erase(0, kUtf8Mark.size());
   first_ = false;
   const bool cut = !name.empty() && name.back() != '\n' &&

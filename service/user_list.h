@@ -6,8 +6,10 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <optional>
 #include <string>
 #include <unordered_set>
+#include <utility>
 
 #include "config/findings.h"
 #include "platform/directory/account_database.h"
@@ -33,6 +35,8 @@ class UserList {
   enum class Writer { Person, Program };
 
   UserList(const std::string& file, Writer writer);
+  // A list that this program has made in memory, as it would have written it to `file`.
+  static UserList inMemory(const std::string& file, std::string text);
 
   State state() const { return state_; }
   const std::string& problem() const { return problem_; }  // of an unusable one; names the file
@@ -41,22 +45,29 @@ class UserList {
   // The next name, in the ANSI code page. The last character of every line is cut, whatever it is,
   // then the blanks behind the name. False at the end, and when the list has become unusable.
   bool next(std::string& name);
+  std::size_t line() const { return line_; }  // of that name, from 1; a long line has several
 
   // The name of a last line that lost a character, because no line end follows it; else empty.
   const std::string& cutName() const { return cutName_; }
 
  private:
+  explicit UserList(std::string file) : file_(std::move(file)) {}
+  bool readLine(std::string& line);
   void survey();
   void fail(const std::string& reason);
   bool isLastLine();
 
   std::string file_;
   platform::File stream_;
+  std::optional<std::string> text_;  // of a list in memory, instead of the stream
+  std::size_t at_ = 0;               // in the text
   State state_ = State::Missing;
   std::string problem_;
   std::uint64_t size_ = 0;
   bool utf8_ = false;
   bool first_ = true;  // the line to come
+  std::size_t line_ = 0;
+  bool lineEnded_ = true;
   std::string cutName_;
 };
 

@@ -23,6 +23,8 @@ class WarningMemory {
     Held,  // nobody can be mailed without risking a second mail, or one that is not true
   };
 
+  explicit WarningMemory(notify::PassMode mode = notify::PassMode::Live) : ledger_(mode) {}
+
   // Opens the record when the settings want one and users are mailed at all. What is wrong with it
   // becomes a problem. By a clock that is wrong days would count as mailed that are not: nobody is
   // then. `clock` and `findings` are borrowed.

@@ -35,12 +35,12 @@ class OverlayRegistry::Key final : public RegistryKey {
 
 OverlayRegistry::OverlayRegistry(std::unique_ptr<Registry> below,
                                  const std::vector<GivenValue>& values)
-    : below_(std::move(below)) {
+    : owned_(std::move(below)), below_(*owned_) {
   for (const GivenValue& given : values) {
     std::unique_ptr<RegistryKey> needed;
     const bool counts =
         given.onlyWithKey.empty() ||
-        below_->openKey(given.onlyWithKey, RegistryAccess::Query, needed) == kErrorSuccess;
+        below_.openKey(given.onlyWithKey, RegistryAccess::Query, needed) == kErrorSuccess;
     if (!counts) continue;
     keys_[base::lowered(given.key)][base::lowered(given.name)] = {given.name, given.value};
   }
@@ -49,7 +49,7 @@ OverlayRegistry::OverlayRegistry(std::unique_ptr<Registry> below,
 WinError OverlayRegistry::openKey(const std::string& path, RegistryAccess /*access*/,
                                   std::unique_ptr<RegistryKey>& key) {
   std::unique_ptr<RegistryKey> below;
-  const WinError status = below_->openKey(path, RegistryAccess::Query, below);
+  const WinError status = below_.openKey(path, RegistryAccess::Query, below);
   const std::string lowered = base::lowered(path);
   if (status != kErrorSuccess && keys_.count(lowered) == 0) return status;
   key = std::make_unique<Key>(keys_[lowered], std::move(below));
@@ -62,7 +62,7 @@ WinError OverlayRegistry::createKey(const std::string& path, std::unique_ptr<Reg
 }
 
 KeyNames OverlayRegistry::list(const std::string& path) {
-  KeyNames names = below_->list(path);
+  KeyNames names = below_.list(path);
   const auto given = keys_.find(base::lowered(path));
   if (given == keys_.end()) return names;
   for (const auto& [lowered, named] : given->second) {

@@ -25,15 +25,17 @@ class OverlayRegistry final : public Registry {
  public:
   // Of two values of one name the later one counts.
   OverlayRegistry(std::unique_ptr<Registry> below, const std::vector<GivenValue>& values);
+  // Over a registry of somebody else's, which is borrowed.
+  explicit OverlayRegistry(Registry& below) : below_(below) {}
 
   WinError openKey(const std::string& path, RegistryAccess access,
                    std::unique_ptr<RegistryKey>& key) override;
   WinError createKey(const std::string& path, std::unique_ptr<RegistryKey>& key) override;
   KeyNames list(const std::string& path) override;
 
-  std::string name() const override { return below_->name(); }
-  std::string lastError() const override { return below_->lastError(); }
-  std::string staleReason() const override { return below_->staleReason(); }
+  std::string name() const override { return below_.name(); }
+  std::string lastError() const override { return below_.lastError(); }
+  std::string staleReason() const override { return below_.staleReason(); }
 
  private:
   class Key;
@@ -43,7 +45,8 @@ class OverlayRegistry final : public Registry {
   };
   using Values = std::map<std::string, Named>;  // by the name in lower case
 
-  std::unique_ptr<Registry> below_;
+  std::unique_ptr<Registry> owned_;
+  Registry& below_;
   std::map<std::string, Values> keys_;  // by the path in lower case
 };
 
