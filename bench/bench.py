@@ -34,6 +34,7 @@ ATTACHMENT_MB = 25
 # What a pass reads of each user; of the security descriptor the access list only.
 LDAP_ATTRIBUTES = ["sAMAccountName", "userAccountControl", "pwdLastSet", "nTSecurityDescriptor",
                    "mail", "givenName", "sn", "objectCategory"]
+EXPIRY_ATTRIBUTE = "msDS-UserPasswordExpiryTimeComputed"
 DACL_ONLY = "!1.2.840.113556.1.4.801=::MAMCAQQ="
 
 
@@ -153,18 +154,21 @@ def bench_ldap(table):
         password = pathlib.Path(folder) / "password"
         password.touch(mode=0o600)
         password.write_text(samba_ad.ADMIN_PASSWORD)
-        registry = ldif_site.make_registry(folder, {
-            "uri": uri, "bindMethod": "simple", "bindUser": samba_ad.ADMIN,
-            "bindPasswordFile": password, "caFile": domain.ca_file})
+        domain.set_max_password_age(90)
+        directory = {"uri": uri, "bindMethod": "simple", "bindUser": samba_ad.ADMIN,
+                     "bindPasswordFile": password, "caFile": domain.ca_file}
         search = ["ldapsearch", "-x", "-LLL", "-H", uri, "-D", samba_ad.ADMIN, "-y", password,
                   "-b", samba_ad.BASE_DN, "-E", "pr=1000/noprompt", "-E", DACL_ONLY,
                   "(objectClass=user)", *LDAP_ATTRIBUTES]
         environment = {**os.environ, "LDAPTLS_CACERT": str(domain.ca_file)}
-        ours, peer, ratio = compare(
-            ROUNDS, lambda: cost_of(pass_command(registry, folder)).seconds,
-            lambda: cost_of(search, env=environment).seconds)
-    table.row(f"LDAP, {LDAP_USERS:,} users, against ldapsearch", f"{ours:.2f} s", "1.30 x",
-              ratio <= 1.3, f"{peer:.2f} s", ratio)
+        for what, policy, more, target in (
+                ("", 0, [], 1.3), ("the directory's policies, ", 1, [EXPIRY_ATTRIBUTE], 1.2)):
+            registry = ldif_site.make_registry(folder, directory, policy)
+            ours, peer, ratio = compare(
+                ROUNDS, lambda: cost_of(pass_command(registry, folder)).seconds,
+                lambda: cost_of([*search, *more], env=environment).seconds)
+            table.row(f"LDAP, {LDAP_USERS:,} users, {what}against ldapsearch", f"{ours:.2f} s",
+                      f"{target:.2f} x", ratio <= target, f"{peer:.2f} s", ratio)
 
 
 @contextlib.contextmanager

@@ -12,6 +12,7 @@ Windows Registry Editor Version 5.00
 "policyName"="Everybody"
 "maxPasswordAge"=dword:0000005a
 "emailWarnings"=dword:00000001
+"useDirectoryPolicy"=dword:{directory_policy:08x}
 
 [HKEY_LOCAL_MACHINE\\Software\\Policies\\Kadro\\PwsentryProMPE\\PWExpiration]
 "smtpServer"="127.0.0.1"
@@ -49,11 +50,11 @@ SECONDS_1601_TO_1970 = 11644473600
 UNITS_A_SECOND = 10_000_000
 
 
-def make_registry(folder, directory_values):
-    """Writes registry.reg with these values below its Directory key; returns its path."""
-    file = pathlib.Path(folder) / "registry.reg"
+def make_registry(folder, directory_values, directory_policy=0):
+    """Writes a registry with these values below its Directory key; returns its path."""
+    file = pathlib.Path(folder) / f"registry{directory_policy}.reg"
     lines = "".join(f'"{name}"="{value}"\n' for name, value in directory_values.items())
-    file.write_text(REGISTRY + lines)
+    file.write_text(REGISTRY.format(directory_policy=directory_policy) + lines)
     return file
 
 

@@ -26,7 +26,9 @@ std::string slotHeading(const service::PolicyTable& slots, int slot) {
   if (slot < service::kNamedPolicies && policy.defined == 0) text += ", not defined";
   const std::int32_t maxAge = service::effectiveMaxAge(slots, slot);
   if (maxAge == 0) return text + ", skipped\n";
-  text += base::formatText(", maximum age %i days", maxAge);
+  text += policy.useDirectoryPolicy == 1
+              ? base::formatText(", maximum ages of the directory, in the place of %i days", maxAge)
+              : base::formatText(", maximum age %i days", maxAge);
   text += policy.emailWarnings == 1 ? ", users are warned" : ", users are not warned";
   if (policy.appliesToDomainUsers == 1) text += ", all domain users";
   return text + '\n';

@@ -97,6 +97,24 @@ class SambaAd(Rig):
             dn=BASE_DN, changetype="modify", replace="maxPwdAge",
             maxPwdAge=site_files.file_span(days)))
 
+    def add_group(self, name, members):
+        """A global security group; members: distinguished names."""
+        self._ldb("ldbadd", "".join(
+            [f"dn: CN={name},CN=Users,{BASE_DN}\nobjectClass: group\nsAMAccountName: {name}\n",
+             *(f"member: {member}\n" for member in members)]))
+
+    def add_password_settings(self, name, precedence, days, targets):
+        """A password settings object; days: the maximum age, 0 for none; targets: distinguished names."""
+        run("samba-tool", "domain", "passwordsettings", "pso", "create", name, str(precedence),
+            f"--max-pwd-age={days}", "--min-pwd-age=0", f"--configfile={self._configuration}")
+        self._ldb("ldbmodify", "".join(
+            [f"dn: CN={name},CN=Password Settings Container,CN=System,{BASE_DN}\nchangetype: modify\n"
+             "add: msDS-PSOAppliesTo\n", *(f"msDS-PSOAppliesTo: {target}\n" for target in targets)]))
+
+    def read(self, kind, *attributes):
+        """LDIF of all objects of a class, read from the database itself."""
+        return self._ldb("ldbsearch", "", f"(objectClass={kind})", *attributes)
+
     def set_password(self, name, password):
         """Sets pwdLastSet to now as well."""
         run("samba-tool", "user", "setpassword", name, f"--newpassword={password}",

@@ -79,6 +79,7 @@ class User:
     surname: str = ""
     flags: int = 0x200  # userAccountControl
     cant_change: bool = False
+    expires: int | str = ""  # msDS-UserPasswordExpiryTimeComputed, in a file; a server computes it
 
     def dn(self, base):
         escaped = re.sub(r'([,+"\\<>;=#])', r"\\\1", self.cn or self.name)
@@ -106,7 +107,8 @@ def person(name, password_age, **more):
 def domain_ldif(users):
     base = "DC=site,DC=example"
     return ldif_record(dn=base, objectClass="domainDNS", maxPwdAge=file_span(42)) + "".join(
-        user.ldif(base, _DENY_CHANGE, objectCategory="CN=Person,CN=Schema", pwdLastSet=user.last_set())
+        user.ldif(base, _DENY_CHANGE, objectCategory="CN=Person,CN=Schema", pwdLastSet=user.last_set(),
+                  **{"msDS-UserPasswordExpiryTimeComputed": user.expires})
         for user in users)
 
 

@@ -12,6 +12,7 @@ import time
 import unittest
 
 import broken_ldap
+import postfix_mail
 import samba_ad
 import site_files
 from broken_ldap import BrokenLdap, entry, page_of
@@ -26,6 +27,8 @@ MANY = 2100
 
 CHANGED = str(0x20000001)  # kNetPasswordChanged
 NO_OBJECT, DOWN, LOGON, FAIL = "80072030", "8007203a", "8007052e", "80004005"
+EXPIRED_WORDS = ("Your Windows password has expired.\n\nYou will be prompted to change your password "
+                 "prior to your next logon.")
 # LDAP result codes.
 NO_SUCH_ATTRIBUTE, DENIED, UNWILLING = 16, 50, 53
 
@@ -157,6 +160,61 @@ class RealDirectoryTest(unittest.TestCase):
             output, _ = probe.communicate("\n")
         self.assertIn(f"expired\tbetween\t{CHANGED}\t", output)
         self.assertNotEqual(self.ad.pwd_last_set("between"), 0)
+
+    def test_maximum_ages_are_those_of_the_directory(self):
+        """300 users, each ten minutes to one side of a border between two days."""
+        folder = pathlib.Path(self.enterContext(tempfile.TemporaryDirectory()))
+        mail = self.enterContext(postfix_mail.PostfixMail())
+        users = {kind: [site_files.person(f"{kind}{n}", days - 0.5 - (n // 2 - 8) + (n % 2 * 1200 - 600) / 86400)
+                        for n in range(60)]
+                 for kind, days in [("domain", 90), ("single", 30), ("group", 45), ("tied", 20), ("endless", 60)]}
+        names = {kind: [user.dn(f"CN=Users,{BASE_DN}") for user in some] for kind, some in users.items()}
+        self.ad.add_users(user for some in users.values() for user in some)
+        self.ad.add_group("Inner", names["group"][30:])
+        self.ad.add_group("Outer", [*names["group"][:30], *names["single"], f"CN=Inner,CN=Users,{BASE_DN}"])
+        for kind in "tied", "endless":
+            self.ad.add_group(kind.title(), names[kind])
+        tied, endless, outer = (f"CN={group},CN=Users,{BASE_DN}" for group in ("Tied", "Endless", "Outer"))
+        for settings in [("Single", 50, 30, names["single"]), ("Group", 10, 45, [outer, endless]),
+                         ("TiedA", 5, 20, [tied]), ("TiedB", 5, 25, [tied]), ("Endless", 1, 0, [endless])]:
+            self.ad.add_password_settings(*settings)
+        keys = site_files.site_registry(mail.port, emailAdminReports=0, warning1=0, warning2=0, warning3=0)
+        keys[site_files.POLICIES + r"\DefaultPolicy"] |= {"useDirectoryPolicy": 1, "maxPasswordAge": 1}
+        keys[KEY] = self.settings(bindUser="reader@example.test")
+        (folder / "site.reg").write_bytes(site_files.registry_file(keys))
+        (folder / "NorvynExpirationEmail.txt").write_text("<%daysUntilExpiration%> days")
+        (folder / "pwsentry_pro_defaultpolicy_exclude.txt").write_text("plain\n")  # no address of the site
+        command = [PROGRAM, "run", "--registry", folder / "site.reg", "--work-dir", folder]
+        done = subprocess.run(command, stdout=subprocess.PIPE, text=True)
+        self.assertEqual(done.returncode, 0, done.stdout)
+
+        now, day = site_files.file_time(time.time()), -site_files.file_span(1)
+        time_name = "msDS-UserPasswordExpiryTimeComputed"
+        records = self.ad.read("user", "sAMAccountName", time_name).split("\n\n")
+        objects = [dict(re.findall("(?m)^([^ :]+): (.*)$", record)) for record in records]
+        times = {found.get("sAMAccountName"): int(found[time_name]) for found in objects if time_name in found}
+        left = {user.name: -((now - times[user.name]) // day) for some in users.values() for user in some
+                if times[user.name] < 2**63 - 1}
+        self.assertEqual(len(left), 240)
+        due = {name: days for name, days in left.items() if days <= 14}
+        self.assertEqual(
+            {message.recipient: message.message.get_content().strip() for message in mail.delivered()},
+            {f"{name}@{site_files.DOMAIN}": f"{days} days" if days > 0 else EXPIRED_WORDS
+             for name, days in due.items()})
+        expired = {name for name, days in due.items() if days <= 0}
+        self.assertRegex(done.stdout, rf"already expired +{len(expired)}\n")
+        self.assertFalse([name for name in expired if self.ad.pwd_last_set(name) == 0])
+        # A file without the computed attribute comes to the same.
+        soon = folder / "logfiles/norvyn-expiring-soon.log"
+        rows = re.compile('(?m)"([^"]*)","[^"]*","(-?[0-9]+)"$')
+        by_server = rows.findall(soon.read_text())
+        soon.unlink()
+        (folder / "domain.ldif").write_text("".join(
+            self.ad.read(kind) for kind in ("domainDNS", "user", "group", "msDS-PasswordSettings")))
+        keys[site_files.SETTINGS]["reportOnly"] = 1
+        (folder / "site.reg").write_bytes(site_files.registry_file(keys))
+        subprocess.run([*command, "--directory", f"ldif:{folder}/domain.ldif"], stdout=subprocess.PIPE)
+        self.assertEqual(sorted(rows.findall(soon.read_text())), sorted(by_server))
 
     def test_a_dropped_connection_is_made_anew_for_an_expiry(self):
         self.ad.add_users([User("dropped1"), User("dropped2")])

@@ -10,6 +10,7 @@ import shutil
 import socket
 import subprocess
 import tempfile
+import time
 import unittest
 
 import sample_site
@@ -230,6 +231,27 @@ class ControlTest(Machine):
                 self.assertEqual((done.returncode, done.stderr), (1, b""))  # no mail server is there
                 self.assertRegex(done.stdout, why.get(call, b"."))
                 self.assert_released()
+
+
+    def test_times_of_expiry_come_by_one_search(self):
+        """And by one for each user who is due, when the account is read again."""
+        def in_days(days):
+            return site_files.file_time(time.time() + days * 86400)
+
+        keys = site_registry(1, warning1=0, warning2=0, warning3=0, emailAdminReports=0)
+        keys[site_files.POLICIES + r"\DefaultPolicy"]["useDirectoryPolicy"] = 1
+        self.prepare([person("due", 20, expires=in_days(3.5)), person("later", 20, expires=in_days(40)),
+                      person("never", 20, expires=2**63 - 1), person("unsaid", 20)], keys)
+        (self.system / "fault.txt").write_text("NetUserModalsGet")  # the domain's maximum age
+        done = self.windows.run(self.folder / "pwlapse.exe", "run", cwd=self.folder)
+        for line in (rb"outside period +1\r", rb"mail failed +1\r", rb"skipped +2\r",
+                     rb"note: [^\r]+ the passwords of 1 user expire [^\r]+ they are left out"):
+            self.assertRegex(done.stdout, line)
+        users, one = "(&(objectCategory=person)(objectClass=user)", "(sAMAccountName=due)"
+        self.assertEqual([call for call in self.calls() if "msDS-" in call and "Execute" in call], [
+            f"ExecuteSearch {users}{name}) of 2: sAMAccountName msDS-UserPasswordExpiryTimeComputed"
+            for name in ("", one)])
+        self.assert_released()
 
 
 class CodePageTest(unittest.TestCase):

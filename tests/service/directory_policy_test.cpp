@@ -1,16 +1,12 @@
-// A pass over users whose maximum ages are the directory's own, which the accounts bring or a
-// search.
+// A pass over users whose maximum ages are the directory's own.
 #include "service/directory_policy.h"
 
 #include <map>
 
-#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include "console/smtp_catcher.h"
 #include "platform/directory/ldif/ldif_source.h"
-#include "platform/directory/snapshot_directory.h"
-#include "platform/registry/file/reg_registry.h"
 #include "service/outcome.h"
 #include "tests/support/rows.h"
 #include "tests/support/test_site.h"
@@ -18,7 +14,6 @@
 namespace {
 
 using namespace platform;
-using testing::ElementsAre;
 
 // A domain file beside which the times stand: those of the pass and of a second reading.
 struct TimedSource final : DirectorySource {
@@ -41,27 +36,9 @@ struct TimedSource final : DirectorySource {
   DirectoryFacts facts() override { return {}; }
 };
 
-// Accounts that bring neither the times nor the domain's maximum age.
-struct PlainAccounts final : AccountDatabase {
-  explicit PlainAccounts(SnapshotDirectory& domain) : all(domain) {}
-  SnapshotDirectory& all;
-
-  AccountResult userInfo(const std::u16string& name, UserInfo& info) override {
-    return all.userInfo(name, info);
-  }
-  AccountResult currentUserInfo(const std::u16string& name, UserInfo& info) override {
-    return all.currentUserInfo(name, info);
-  }
-  AccountResult setUserInfo(const std::u16string&, const UserInfo&) override {
-    return {kNetAccessDenied, "no"};
-  }
-  NetStatus domainModals(DomainModals&) override { return kNetReadFault; }
-};
-
 TEST(DirectoryPolicy, GivesEachUserTheTimeOfTheDirectory) {
   const auto table = test_support::rows<6>(SERVICE_TEST_DATA "/directory_policy.txt", "users");
-  enum class Way { Accounts, Search, Off };
-  for (const Way way : {Way::Accounts, Way::Search, Way::Off}) {
+  for (const bool used : {true, false}) {
     test_support::TestSite site;
     console::SmtpCatcher catcher;
     console::CatcherOptions options;
@@ -72,8 +49,7 @@ TEST(DirectoryPolicy, GivesEachUserTheTimeOfTheDirectory) {
     for (const auto& [name, age] :
          {std::pair("DefaultPolicy", 1), {"Policy1", 0}, {"Policy2", 2}}) {
       site.policy(name, static_cast<std::uint32_t>(age));
-      site.setNumber(std::string(config::kPolicyRootMpe) + "\\" + name, "useDirectoryPolicy",
-                     way != Way::Off);
+      site.setNumber(std::string(config::kPolicyRootMpe) + "\\" + name, "useDirectoryPolicy", used);
     }
     site.write("pwsentry_pro_policy2_include.txt", "nobody\n");
     std::vector<bool> wanted;
@@ -90,32 +66,23 @@ TEST(DirectoryPolicy, GivesEachUserTheTimeOfTheDirectory) {
       source->times[name] = timeOf(time);
       source->again[name] = timeOf(again.empty() ? time : again);
     }
-    site.writeOut();
-    const auto registry = RegRegistry::load("site.reg", error);
-    SnapshotDirectory directory(std::move(source), site.clock);
-    PlainAccounts plain{directory};
-    AccountDatabase& accounts =
-        way == Way::Search ? static_cast<AccountDatabase&>(plain) : directory;
-    test_support::WatchedPass pass;
-    service::ExpirationRun run({*registry, accounts, directory, site.clock}, {false, 1}, &pass);
-    run.prepare();
-    pass.record = run.pass();
+    const test_support::WatchedPass pass = site.pass({false, 1}, std::move(source));
 
-    EXPECT_EQ(std::count(wanted.begin(), wanted.end(), true), way == Way::Accounts ? 1 : 0);
-    if (way == Way::Off) continue;
+    EXPECT_EQ(std::count(wanted.begin(), wanted.end(), true), used ? 1 : 0);
+    if (!used) continue;
     std::size_t mails = 0;
     for (const auto& row : table) {
       const notify::UserRecord& user = pass.of(row[0]);
-      const bool unknown = way == Way::Search && row[3] == "-";
-      EXPECT_EQ(service::outcomeReason(user), unknown ? "account cannot be read" : row[5]);
+      EXPECT_EQ(service::outcomeReason(user), row[5]);
       mails += user.emailedText == "yes" ? 1 : 0;
     }
     EXPECT_EQ(catcher.savedFiles().size(), mails);
-    const auto findings = test_support::rows<1>(SERVICE_TEST_DATA "/directory_policy.txt",
-                                                way == Way::Search ? "search" : "accounts");
-    ASSERT_EQ(findings.size(), 1 + pass.notes().size());
-    EXPECT_THAT(pass.problems(), ElementsAre(findings[0][0]));
-    EXPECT_THAT(pass.notes(), ElementsAre(findings[1][0], findings[2][0]));
+    std::string findings;
+    for (const auto& lines : {pass.problems(), pass.notes()}) {
+      for (const std::string& line : lines) findings += line + "\n";
+    }
+    EXPECT_EQ(findings, test_support::sectionOf(SERVICE_TEST_DATA "/directory_policy.txt",
+                                                "the problem and the notes"));
   }
 }
 
