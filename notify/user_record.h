@@ -5,6 +5,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <optional>
 #include <string>
 
 #include "directory/user_directory_data.h"
@@ -37,6 +38,23 @@ enum class Expiry {
   PassStopped,   // before it came to this one
 };
 
+// Why a user in the warning period was not mailed, when no mail was tried. The first that holds.
+enum class NoMail {
+  None,
+  PolicyMailsNobody,
+  MailedToday,  // limitEmails
+  LookUpFailed,
+  NoSurname,  // without one a user has no address
+  NoAddress,
+  ReportOnly,
+  HeldBack,    // see the pass's problems
+  WithExpiry,  // mailed when the password is expired
+  NotAWarningDay,
+  Remembered,  // mailed by an earlier pass
+  Changed,     // the password was, while the mail waited to be tried again
+};
+inline constexpr int kNoMailReasons = 12;
+
 // Texts are in the ANSI code page.
 struct UserRecord {
   // Found.
@@ -63,12 +81,17 @@ struct UserRecord {
   bool emailDue = false;  // all conditions for a mail held, but perhaps the address
   // The expiry is decided at the end of the pass; until then only the report's row has its place.
   bool expiryHeld = false;
-  std::size_t expiredRow = 0;  // of the report, when the expiry is held
+  std::optional<std::size_t> expiredRow;  // of the report, when the expiry is held
+  // The mail was refused for now and is tried again at the end of the pass. What stands below is as
+  // if it had failed. The row of the upcoming ones, if the user has one, has only its place.
+  bool mailHeld = false;
+  std::optional<std::size_t> upcomingRow;
 
   // Come of it.
   std::string emailedText = "no";  // as in the report
   bool mailFailed = false;
   MailOutcome mail;  // of the last try, when there was one
+  NoMail noMail = NoMail::None;
   Expiry expiry = Expiry::NotDue;
   std::string refusal;  // the directory's words when the expiry was refused
 

@@ -56,35 +56,41 @@ void reportNotNotified(const std::array<std::uint64_t, kNoNoticeReasons>& counts
 
 }  // namespace
 
-void settleExpiries(UserExaminer& examiner, PassState& pass,
-                    const std::function<bool()>& isToStop) {
-  const std::uint64_t limit = pass.settings.maxExpirations;
-  std::uint64_t forced = 0, overLimit = 0, stopped = 0;
-  std::array<std::uint64_t, kNoNoticeReasons> notNotified{};
-  for (UserRecord* user : oldestFirst(pass.held)) {
-    if (stopped != 0 || isToStop()) {
+void HeldExpiries::settle() {
+  const std::uint64_t limit = pass_.settings.maxExpirations;
+  for (UserRecord* user : oldestFirst(pass_.held)) {
+    user->mailHeld = user->mailHeld && !pass_.settings.expireOnlyNotified;
+    if (stopped_ != 0 || isToStop_()) {
       user->expiry = Expiry::PassStopped;
-      ++stopped;
-    } else if (limit != 0 && forced == limit) {
+      ++stopped_;
+    } else if (limit != 0 && forced_ == limit) {
       user->expiry = Expiry::OverLimit;
-      ++overLimit;
+      ++overLimit_;
     } else {
-      if (const std::optional<NoNotice> reason = examiner.expireHeld(*user)) {
+      const std::optional<NoNotice> reason = examiner_.expireHeld(*user);
+      if (reason == NoNotice::MailFailed && user->mailHeld) continue;  // not decided yet
+      if (reason) {
         user->expiry = Expiry::NotNotified;
-        ++notNotified[static_cast<std::size_t>(*reason)];
+        ++notNotified_[static_cast<std::size_t>(*reason)];
       }
-      if (user->expiry == Expiry::Forced) ++forced;
+      if (user->expiry == Expiry::Forced) ++forced_;
     }
+    user->expiryHeld = false;
   }
-  config::Findings& findings = pass.record.findings;
-  if (overLimit != 0) {
-    findings.problem(base::formatText("maxExpirations (%llu) is reached: ",
-                                      static_cast<unsigned long long>(limit)) +
-                     passwords(overLimit) + " left for later passes");
+}
+
+void HeldExpiries::report() const {
+  config::Findings& findings = pass_.record.findings;
+  if (overLimit_ != 0) {
+    findings.problem(
+        base::formatText("maxExpirations (%llu) is reached: ",
+                         static_cast<unsigned long long>(pass_.settings.maxExpirations)) +
+        passwords(overLimit_) + " left for later passes");
   }
-  if (stopped != 0)
-    findings.problem("the pass was stopped: " + passwords(stopped) + " not expired");
-  reportNotNotified(notNotified, findings);
+  if (stopped_ != 0) {
+    findings.problem("the pass was stopped: " + passwords(stopped_) + " not expired");
+  }
+  reportNotNotified(notNotified_, findings);
 }
 
 }  // namespace service

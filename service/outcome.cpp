@@ -56,16 +56,45 @@ std::string mailPhrase(const UserRecord& user, PassMode mode) {
   if (user.emailedText == "yes") {
     return (mode == PassMode::Dry ? "would be mailed to " : "mailed to ") + user.data.email;
   }
-  if (user.mailFailed) return "mail to " + user.data.email + " failed";
-  const std::string prefix = "no ";
-  if (user.emailedText.compare(0, prefix.size(), prefix) == 0) {
-    return "not mailed " + user.emailedText.substr(prefix.size());
+  if (user.mail.result == notify::MailResult::NotTried) {
+    return "mail to " + user.data.email + " not tried: " + user.mail.reason;
   }
-  if (user.emailDue) return "no e-mail address known";
-  return user.data.email == "none" ? "not mailed" : "not a warning day";
+  if (user.mailFailed) return "mail to " + user.data.email + " failed: " + user.mail.reason;
+  return std::string("not mailed: ") + noMailLabel(user.noMail);
 }
 
 }  // namespace
+
+const char* noMailLabel(notify::NoMail reason) {
+  using enum notify::NoMail;
+  switch (reason) {
+    case None:
+      return "not in the warning period";
+    case PolicyMailsNobody:
+      return "the policy mails nobody";
+    case MailedToday:
+      return "already mailed today (limitEmails)";
+    case LookUpFailed:
+      return "address could not be looked up";
+    case NoSurname:
+      return "no surname, so no address";
+    case NoAddress:
+      return "no e-mail address";
+    case ReportOnly:
+      return "report-only mode";
+    case HeldBack:
+      return "warnings are held back";
+    case WithExpiry:
+      return "the mail goes out with the expiry";
+    case NotAWarningDay:
+      return "not a warning day";
+    case Remembered:
+      return "no warning day since the last mail";
+    case Changed:
+      return "the password was changed meanwhile";
+  }
+  return "";
+}
 
 Outcome outcomeOf(const UserRecord& user) {
   if (user.skipReasons != 0) return Outcome::Skipped;

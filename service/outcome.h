@@ -30,6 +30,9 @@ Outcome outcomeOf(const notify::UserRecord& user);
 // A few words for a table's column and a count's label.
 const char* outcomeLabel(Outcome outcome, notify::PassMode mode = notify::PassMode::Live);
 
+// Why no mail was tried, in a few words: "no e-mail address".
+const char* noMailLabel(notify::NoMail reason);
+
 // Why it came to that, one line.
 std::string outcomeReason(const notify::UserRecord& user,
                           notify::PassMode mode = notify::PassMode::Live);

@@ -1,5 +1,6 @@
 #include "service/pass.h"
 
+#include <algorithm>
 #include <cstdlib>
 #include <utility>
 
@@ -26,6 +27,9 @@ constexpr const char* kRule = "---------------------------\n";
 // By how many seconds the clocks may differ before it is a problem, and before nobody is expired.
 constexpr std::int64_t kClockTolerance = 5 * 60;
 constexpr std::int64_t kLargestClockOffset = 60 * 60;
+
+// The delay doubles: a larger number would be years.
+constexpr std::uint32_t kMostRetries = 10;
 
 config::Findings::Listener listenerOf(PassObserver* observer) {
   if (observer == nullptr) return {};
@@ -78,6 +82,7 @@ PassRecord Pass::make() {
     visitSlot(slot);
   }
   settleHeldUsers();
+  pass_.record.reportFailedMails();
   domain_.unbindDomain();
   pass_.memory.finish();
   directoryPolicy_.finish(findings_);
@@ -109,6 +114,7 @@ void Pass::loadSettings() {
                                                       ? run_.makeTransport(pass_.settings)
                                                       : notify::makeSmtpTransport(pass_.settings),
                                                   run_.stopRequested);
+  pass_.retriesLeft = std::min(pass_.settings.smtpRetries, kMostRetries);
   pass_.unsavedMailingDay = run_.unsavedMailingDay;
   pass_.record.settingsSource = registry.name();
   pass_.record.settingsKey = edition.settingsKey;
@@ -287,7 +293,7 @@ void Pass::examineUsers(const PolicyInHand& policy, const std::string& file, Use
   for (std::string name; !isToStop() && list.next(name);) {
     if (!only.empty() && nameKey(name) != only) continue;
     notify::UserRecord user = examiner_.examine(policy, name);
-    if (user.expiryHeld) {
+    if (user.expiryHeld || user.mailHeld) {
       pass_.held.push_back({std::move(user), listName});
     } else {
       countUser(user, listName);
@@ -301,17 +307,46 @@ void Pass::countUser(const notify::UserRecord& user, const std::string& listName
   if (run_.observer != nullptr) run_.observer->userExamined(user);
 }
 
-// What had to wait until all users were examined.
+// What had to wait until all users were examined: expiries, and mails that were refused for now.
 void Pass::settleHeldUsers() {
   if (pass_.held.empty()) return;
-  settleExpiries(examiner_, pass_, [this] { return stopped_ || stopRequested(); });
-  for (const HeldUser& held : pass_.held) {
-    if (held.user.expiry != notify::Expiry::NotDue) {
-      pass_.report.fill(held.user.expiredRow, held.user);
+  HeldExpiries expiries(examiner_, pass_, [this] { return stopped_ || stopRequested(); });
+  expiries.settle();
+  for (std::uint32_t round = 0; awaitRetries(round); ++round) {
+    for (HeldUser& held : pass_.held) {
+      if (stopRequested()) break;
+      if (held.user.mailHeld && !held.user.expiryHeld) examiner_.retryWarning(held.user);
     }
-    countUser(held.user, held.listName);
+    expiries.settle();
+  }
+  expiries.settle();  // what a stop has left
+  expiries.report();
+  for (const HeldUser& held : pass_.held) {
+    const notify::UserRecord& user = held.user;
+    if (user.upcomingRow) pass_.report.fill(*user.upcomingRow, user);
+    const bool hasPlace = user.expiredRow.has_value();
+    if (hasPlace && user.expiry != notify::Expiry::NotDue) {
+      pass_.report.fill(*user.expiredRow, user);
+    }
+    countUser(user, held.listName);
   }
   pass_.held.clear();
+}
+
+// Waits until the mails that were refused for now are to be tried again. False when there are none
+// or it has been tried often enough, or the pass is to end.
+bool Pass::awaitRetries(std::uint32_t round) {
+  constexpr std::uint64_t kMsPerSecond = 1000;
+  const bool anyWaits = std::any_of(pass_.held.begin(), pass_.held.end(),
+                                    [](const HeldUser& held) { return held.user.mailHeld; });
+  if (!anyWaits || pass_.retriesLeft == 0 || stopRequested()) return false;
+  const std::uint64_t delay = pass_.settings.smtpRetryDelay * kMsPerSecond;
+  log_.print("mails that were refused for now are tried again in %u s\n",
+             static_cast<unsigned>((delay << round) / kMsPerSecond));
+  if (!pass_.mailer->sleep(delay << round)) return false;
+  --pass_.retriesLeft;
+  pass_.mailer->allowOneMore();
+  return true;
 }
 
 bool Pass::isToStop() {
@@ -321,6 +356,22 @@ bool Pass::isToStop() {
   return true;
 }
 
+// Tried again only when it was refused for now: a server that does not answer has had its time.
+notify::MailOutcome Pass::mailReport() {
+  const auto mail = [this] {
+    return notify::sendAdminReport(pass_.settings, pass_.report.mailReport(), *pass_.mailer);
+  };
+  notify::MailOutcome outcome = mail();
+  std::uint64_t delayMs = std::uint64_t{pass_.settings.smtpRetryDelay} * 1000;
+  for (std::uint32_t i = std::min(pass_.settings.smtpRetries, kMostRetries); i > 0; --i) {
+    if (outcome.result != notify::MailResult::RefusedForNow) break;
+    if (!pass_.mailer->sleep(delayMs)) break;
+    outcome = mail();
+    delayMs *= 2;
+  }
+  return outcome;
+}
+
 void Pass::finishReport() {
   if (pass_.record.mailsFailed != 0 || testEmailFailed_) {
     findings_.note("what the mail server said to the last mail that failed is in " +
@@ -328,8 +379,7 @@ void Pass::finishReport() {
   }
   pass_.report.finish(findings_.problems());
   if (pass_.settings.emailAdminReports) {
-    const notify::MailOutcome outcome =
-        notify::sendAdminReport(pass_.settings, pass_.report.mailReport(), *pass_.mailer);
+    const notify::MailOutcome outcome = mailReport();
     if (!outcome.sent()) {
       findings_.problem("the report was not mailed to the administrator: " + outcome.reason);
     }

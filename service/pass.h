@@ -69,10 +69,12 @@ class Pass {
   void examineList(PolicyInHand& policy, const PolicyFiles& files);
   void examineUsers(const PolicyInHand& policy, const std::string& file, UserList& list);
   void settleHeldUsers();
+  bool awaitRetries(std::uint32_t round);
   void countUser(const notify::UserRecord& user, const std::string& listName);
   bool stopRequested() const { return run_.stopRequested && run_.stopRequested(); }
   bool isToStop();
   void finishReport();
+  notify::MailOutcome mailReport();
 
   RunContext& run_;
   config::DebugLog& log_;

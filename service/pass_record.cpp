@@ -22,34 +22,98 @@ void appendLines(std::string& text, FindingKind kind, const config::FindingLines
   }
 }
 
+// "3 no e-mail address, 9 not a warning day"
+std::string noMailText(const PassRecord& pass) {
+  std::string text;
+  for (int i = 0; i < notify::kNoMailReasons; ++i) {
+    const std::uint64_t count = pass.noMailCounts[static_cast<std::size_t>(i)];
+    if (count == 0) continue;
+    text +=
+        formatText("%s%llu %s", text.empty() ? "" : ", ", static_cast<unsigned long long>(count),
+                   noMailLabel(static_cast<notify::NoMail>(i)));
+  }
+  return text;
+}
+
 }  // namespace
 
 void PassRecord::addUser(const notify::UserRecord& user, const std::string& listName) {
   ++lines;
-  ++counts[static_cast<std::size_t>(outcomeOf(user))];
+  const Outcome outcome = outcomeOf(user);
+  ++counts[static_cast<std::size_t>(outcome)];
+  if (outcome == Outcome::NotMailed) ++noMailCounts[static_cast<std::size_t>(user.noMail)];
   const bool skippedUnread = user.skipReasons == notify::kSkipUnreadable;
   if (!user.accountFound && (user.skipReasons == 0 || skippedUnread)) {
     findings.note("the account of " + user.username + ", in " + listName + ", could not be read" +
                   (skippedUnread ? ": it is skipped" : ""));
   } else if (!user.readError.empty()) {
-    findings.problem(
-        "the account of " + user.username + " could not be read again, so the user was " +
-        (user.emailedText == "yes" ? "not" : "neither mailed nor") + " expired: " + user.readError);
+    addReadError(user);
   }
   if (user.accountFound && !user.lookUpError.empty()) {
     findings.note("the e-mail address of " + user.username +
                   " could not be looked up: " + user.lookUpError);
   }
   if (user.emailedText == "yes") ++mailsSent;
-  if (user.mailFailed) {
-    ++mailsFailed;
-    findings.problem("mail to " + user.username + " <" + user.data.email +
-                     "> was not sent: " + user.mail.reason);
-  }
+  if (user.mailFailed) addFailedMail(user);
   if (user.expiry == notify::Expiry::Refused) {
     findings.problem("the directory did not take the forced password change of " + user.username +
                      (user.refusal.empty() ? "" : ": " + user.refusal));
   }
+}
+
+void PassRecord::addFailedMail(const notify::UserRecord& user) {
+  ++mailsFailed;
+  if (user.mail.result == notify::MailResult::NotTried) {
+    ++mailsNotTried;
+    return;
+  }
+  const std::string whose = "mail to " + user.username + " <" + user.data.email + ">";
+  const auto same = std::find_if(failedMails_.begin(), failedMails_.end(), [&](const Alike& alike) {
+    return alike.reason == user.mail.reason;
+  });
+  if (user.mail.concernsServer && same != failedMails_.end()) {
+    ++same->count;
+  } else if (user.mail.concernsServer && failedMails_.size() < config::Findings::kLinesKept) {
+    failedMails_.push_back({user.mail.reason, 1, whose});
+  } else {
+    findings.problem(whose + " was not sent: " + user.mail.reason);
+  }
+}
+
+// A directory that does not answer gives every account the same reason.
+void PassRecord::addReadError(const notify::UserRecord& user) {
+  if (user.readError == lastReadError_) {
+    ++sameReadError_;
+    return;
+  }
+  lastReadError_ = user.readError;
+  findings.problem(
+      "the account of " + user.username + " could not be read again, so the user was " +
+      (user.emailedText == "yes" ? "not" : "neither mailed nor") + " expired: " + user.readError);
+}
+
+void PassRecord::reportFailedMails() {
+  const auto number = [](std::uint64_t count, const char* more) {
+    return formatText("%llu %smail%s", static_cast<unsigned long long>(count), more,
+                      count == 1 ? " was" : "s were");
+  };
+  for (const Alike& alike : failedMails_) {
+    findings.problem(alike.count == 1 ? alike.first + " was not sent: " + alike.reason
+                                      : alike.reason + ": " + number(alike.count, "") +
+                                            " not sent, the first a " + alike.first);
+  }
+  if (mailsNotTried != 0) {
+    findings.problem("the mail server was given up (smtpGiveUpAfter): " +
+                     number(mailsNotTried, "more ") + " not tried");
+  }
+  if (sameReadError_ != 0) {
+    findings.problem(formatText("%llu more %s could not be read again, for the same reason: ",
+                                static_cast<unsigned long long>(sameReadError_),
+                                sameReadError_ == 1 ? "account" : "accounts") +
+                     lastReadError_);
+  }
+  failedMails_.clear();
+  sameReadError_ = 0;
 }
 
 std::string passLine(const PassRecord& pass) {
@@ -66,6 +130,7 @@ std::string passLine(const PassRecord& pass) {
     if (pass.counts[i] == 0) continue;
     text += formatText("%s%llu %s", before, static_cast<unsigned long long>(pass.counts[i]),
                        outcomeLabel(static_cast<Outcome>(i), pass.mode));
+    if (static_cast<Outcome>(i) == Outcome::NotMailed) text += " (" + noMailText(pass) + ")";
     before = ", ";
   }
   text += "; " + count(pass.mailsSent, "mail", "mails") + " sent";
@@ -89,8 +154,10 @@ std::string summaryText(const PassRecord& pass) {
                  pass.reportOnly ? ", report-only mode" : "");
   for (int i = 0; i < kOutcomes; ++i) {
     if (pass.counts[i] == 0) continue;
-    text += formatText("  %-16s %8llu\n", outcomeLabel(static_cast<Outcome>(i), pass.mode),
-                       static_cast<unsigned long long>(pass.counts[i]));
+    const bool why = static_cast<Outcome>(i) == Outcome::NotMailed;
+    text += formatText("  %-16s %8llu%s\n", outcomeLabel(static_cast<Outcome>(i), pass.mode),
+                       static_cast<unsigned long long>(pass.counts[i]),
+                       why ? (": " + noMailText(pass)).c_str() : "");
   }
   appendLines(text, FindingKind::Note, pass.findings.notes());
   appendLines(text, FindingKind::Problem, pass.findings.problems());

@@ -5,6 +5,7 @@
 #include <array>
 #include <cstdint>
 #include <string>
+#include <vector>
 
 #include "base/timestamp.h"
 #include "config/findings.h"
@@ -24,8 +25,12 @@ struct PassRecord {
   int lists = 0;            // user lists that were opened
   std::uint64_t lines = 0;  // of them
   std::array<std::uint64_t, kOutcomes> counts{};
-  std::uint64_t mailsSent = 0;    // warnings; in a dry pass those that would be
-  std::uint64_t mailsFailed = 0;  // warnings
+  // Warnings; in a dry pass those that would be.
+  std::uint64_t mailsSent = 0;
+  std::uint64_t mailsFailed = 0;    // warnings, those not tried among them
+  std::uint64_t mailsNotTried = 0;  // the mail server had been given up
+  // Of the users who count as NotMailed: why.
+  std::array<std::uint64_t, notify::kNoMailReasons> noMailCounts{};
 
   config::Findings findings;
 
@@ -33,6 +38,24 @@ struct PassRecord {
   // Counts a line of a list, and says what of it is to be heard. `listName` is the policy and file
   // that name the user.
   void addUser(const notify::UserRecord& user, const std::string& listName);
+  // Says what concerns many mails, or many accounts, once, with their number. To be called when all
+  // users are in.
+  void reportFailedMails();
+
+ private:
+  // Failures for the same reason, which is not about one user.
+  struct Alike {
+    std::string reason;
+    std::uint64_t count = 0;
+    std::string first;  // of the users
+  };
+
+  void addFailedMail(const notify::UserRecord& user);
+  void addReadError(const notify::UserRecord& user);
+
+  std::vector<Alike> failedMails_;  // by the server's reason
+  std::string lastReadError_;
+  std::uint64_t sameReadError_ = 0;  // accounts behind the one that was reported
 };
 
 // The whole pass in one line: duration, lines, each outcome's count, mails, problems, notes.

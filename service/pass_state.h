@@ -43,6 +43,8 @@ struct PassState {
   std::vector<HeldUser> held;  // in the order in which they were examined
   WarningMemory memory;
   std::unique_ptr<notify::Mailer> mailer;  // from when the settings are known
+  std::uint32_t retriesLeft = 0;           // rounds in which mails that wait are tried again
+  int unansweredWrites = 0;                // in a row, of expiries, by the directory
   notify::RunReport report;
   PassRecord record;
   config::AuditLog skipList{written(config::kSkipListFile), record.findings};

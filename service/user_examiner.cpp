@@ -182,9 +182,17 @@ void UserExaminer::warn(const std::u16string& name, UserRecord& user) {
   user.emailDue = against.empty() && dueToday && !later;
   user.emailedText = later ? "no (mailed when the password is expired)" : "no";
   if (hasAddress && !against.empty()) user.emailedText = against;
-  if (hasAddress && user.emailDue) sendWarning(onWarningDay, user);
+  if (hasAddress && user.emailDue) {
+    sendWarning(onWarningDay, user);
+  } else {
+    user.noMail = noMailReason(user);
+  }
 
-  if (countdown > 0) pass_.report.addUpcoming(user);
+  if (countdown > 0 && user.mailHeld) {
+    user.upcomingRow = pass_.report.hold(notify::RunReport::Table::Upcoming);
+  } else if (countdown > 0) {
+    pass_.report.addUpcoming(user);
+  }
   pass_.expiringSoonLog.append(notify::expiringSoonLine(host_.clock.localTime(), user));
 }
 
@@ -199,6 +207,7 @@ void UserExaminer::lookUpEmail(const std::u16string& name, UserRecord& user) {
     if (platform::failed(looked) && looked != platform::kAdsPropertyNotFound) {
       user.lookUpError = host_.directory.errorText(looked);
     }
+    if (looked == platform::kAdsPropertyNotFound) user.noMail = notify::NoMail::NoSurname;
   }
   const directory::UserDirectoryData& data = user.data;
   log_.print("  User Object Properties\n");
@@ -235,19 +244,60 @@ std::string UserExaminer::reasonsAgainstMail(const UserRecord& user) const {
   return text;
 }
 
+// The address is not looked up when nobody of the policy is mailed anyway.
+notify::NoMail UserExaminer::noMailReason(const UserRecord& user) const {
+  using enum notify::NoMail;
+  if (user.emailWarnings != 1) return PolicyMailsNobody;
+  if (pass_.emailedToday) return MailedToday;
+  if (!pass_.record.directoryBound || !user.lookUpError.empty()) return LookUpFailed;
+  if (user.noMail == NoSurname) return NoSurname;
+  if (user.data.email == directory::kNoEmail) return NoAddress;
+  if (pass_.settings.reportOnly) return ReportOnly;
+  if (!pass_.mayEmail) return MailedToday;
+  if (pass_.memory.state() == WarningMemory::State::Held) return HeldBack;
+  if (mailsOnlyWithExpiry(user)) return WithExpiry;
+  return pass_.memory.state() == WarningMemory::State::Ready ? Remembered : NotAWarningDay;
+}
+
 void UserExaminer::sendWarning(bool onWarningDay, UserRecord& user) {
   const notify::WarningContext context{host_.registry,         host_.clock,           log_,
                                        pass_.settings,         pass_.record.findings, *pass_.mailer,
                                        pass_.unsavedMailingDay};
   user.mail = notify::sendWarningEmail(context, user);
-  if (user.mail.sent()) {
-    user.emailedText = "yes";
-    pass_.memory.mailed(user);
-  } else {
-    user.emailedText = "no (smtp failure)";
-    user.mailFailed = true;
-  }
+  user.noMail = notify::NoMail::None;
+  user.mailFailed = !user.mail.sent();
+  user.mailHeld = user.mailFailed && user.mail.mayRetry && pass_.retriesLeft > 0;
+  user.emailedText = user.mailFailed ? "no (smtp failure)" : "yes";
+  if (!user.mailFailed) pass_.memory.mailed(user);
   if (onWarningDay) log_.print("  user matches a warning interval.\n\n");
+}
+
+// The account is read again: the wait was long. The row keeps the age it was made for.
+void UserExaminer::retryWarning(UserRecord& user) {
+  const std::u16string name = platform::ansiToUtf16(user.username);
+  user.mailHeld = false;
+  const std::string against = reasonsAgainstMail(user);
+  bool due = against.empty();
+  UserRecord now = user;
+  if (due && user.expiry == Expiry::Forced) {
+    platform::UserInfo info;
+    const platform::AccountResult result = host_.accounts.currentUserInfo(name, info);
+    due = !result.ok() || info.passwordExpired != 0;
+  } else if (due) {
+    due = readAge(name, now) && isInWarningPeriod(now);
+  }
+  if (due) {
+    sendWarning(false, now);
+    user.mail = now.mail;
+    user.mailFailed = now.mailFailed;
+    user.mailHeld = now.mailHeld;
+    user.emailedText = now.emailedText;
+    return;
+  }
+  user.readError = now.readError;
+  user.mailFailed = false;
+  user.emailedText = against.empty() ? "no" : against;
+  user.noMail = against.empty() ? notify::NoMail::Changed : notify::NoMail::HeldBack;
 }
 
 void UserExaminer::expire(const std::u16string& name, UserRecord& user) {
@@ -303,7 +353,7 @@ std::optional<NoNotice> UserExaminer::notifyOfExpiry(const std::u16string& name,
   user.emailedText = "no";
   if (user.data.email == directory::kNoEmail) return {};
   sendWarning(false, user);
-  if (user.emailedText != "yes") return NoNotice::MailFailed;
+  if (user.mailFailed) return NoNotice::MailFailed;
   return {};
 }
 
@@ -311,17 +361,31 @@ std::optional<NoNotice> UserExaminer::notifyOfExpiry(const std::u16string& name,
 // any more.
 bool UserExaminer::forceChange(const std::u16string& name, UserRecord& user) {
   log_.print("  Expiring password for user=%s\n", user.username.c_str());
-  platform::AccountResult result =
-      directory::expireUserPassword(host_.accounts, host_.clock, name, user.age, pass_.expiredLog);
+  platform::AccountResult result = writeExpiry(name, user);
   if (result.status == platform::kNetPasswordChanged) {
     log_.print("  password was changed meanwhile\n");
     if (!readAge(name, user) || !isPastMaximum(user)) return false;
-    result = directory::expireUserPassword(host_.accounts, host_.clock, name, user.age,
-                                           pass_.expiredLog);
+    result = writeExpiry(name, user);
   }
   user.expiry = result.ok() ? Expiry::Forced : Expiry::Refused;
   user.refusal = result.text;
   return true;
+}
+
+// A directory that did not answer this twice in a row is not asked again: a pass must not wait for
+// it once a user.
+platform::AccountResult UserExaminer::writeExpiry(const std::u16string& name,
+                                                  const UserRecord& user) {
+  constexpr int kMostUnanswered = 2;
+  if (pass_.unansweredWrites == kMostUnanswered) {
+    return {platform::kNetNoDomainController,
+            "not tried: the directory did not answer twice in a row"};
+  }
+  const platform::AccountResult result =
+      directory::expireUserPassword(host_.accounts, host_.clock, name, user.age, pass_.expiredLog);
+  const bool silent = result.status == platform::kNetNoDomainController;
+  pass_.unansweredWrites = silent ? pass_.unansweredWrites + 1 : 0;
+  return result;
 }
 
 }  // namespace service

@@ -49,6 +49,9 @@ class UserExaminer {
   // expired.
   std::optional<NoNotice> expireHeld(notify::UserRecord& user);
 
+  // Tries a warning again that waits (mailHeld), unless it has lost its reason meanwhile.
+  void retryWarning(notify::UserRecord& user);
+
  private:
   void screenAccount(const std::u16string& name, notify::UserRecord& user);
   void screenFlags(std::uint32_t flags, notify::UserRecord& user);
@@ -65,6 +68,8 @@ class UserExaminer {
   bool mailsOnlyWithExpiry(const notify::UserRecord& user) const;
   std::optional<NoNotice> notifyOfExpiry(const std::u16string& name, notify::UserRecord& user);
   bool forceChange(const std::u16string& name, notify::UserRecord& user);
+  platform::AccountResult writeExpiry(const std::u16string& name, const notify::UserRecord& user);
+  notify::NoMail noMailReason(const notify::UserRecord& user) const;
 
   platform::Host host_;
   config::DebugLog& log_;

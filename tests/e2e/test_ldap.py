@@ -150,7 +150,8 @@ class RealDirectoryTest(unittest.TestCase):
             connection.close()
             output, _ = program.communicate(timeout=60)
         self.assertEqual(re.findall("(?m)^FAILED: (.*)$", output), [
-            "mail to early <early@example.test> was not sent"], output)
+            "mail to early <early@example.test> was not sent: "
+            f"127.0.0.1:{server.getsockname()[1]}: greeting refused: 554 no"], output)
         self.assertEqual(self.ad.pwd_last_set("early"), 0)
         self.assertNotEqual(self.ad.pwd_last_set("late"), 0)
         # Between the last reading and the write.

@@ -84,7 +84,8 @@ class WholePassTest(unittest.TestCase):
 
     def test_summary_and_exit_status(self):
         self.assertEqual(self.done.returncode, 1, self.done.stdout + self.done.stderr)
-        self.assertIn(f"FAILED: mail to refused <{REFUSED}> was not sent\n", self.done.stdout)
+        self.assertIn(f"FAILED: mail to refused <{REFUSED}> was not sent: "
+                      "RCPT TO refused: 550 5.1.1 ", self.done.stdout)
         self.assertRegex(self.done.stdout, r"(?m)^  warned +5$")
         self.assertRegex(self.done.stdout, r"(?m)^  expired +2$")
         self.assertEqual(self.done.stderr, "")

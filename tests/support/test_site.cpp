@@ -100,6 +100,7 @@ WatchedPass TestSite::pass(const service::ServiceValues& values,
   platform::SnapshotDirectory directory(std::move(source), clock);
   service::ExpirationRun run({*registry, directory, directory, clock}, values, &pass);
   run.stopWhen(stopRequested);
+  run.mailBy(transport);
   run.prepare();
   pass.record = run.pass();
   return pass;

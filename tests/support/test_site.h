@@ -56,7 +56,8 @@ class TestSite {
   std::string directoryText() const { return read("domain.ldif"); }
 
   ManualClock clock;
-  std::function<bool()> stopRequested;  // of the pass
+  std::function<bool()> stopRequested;   // of the pass
+  notify::MailTransportMaker transport;  // of its mails; empty: the mail library
 
  private:
   TempDir directory_;
