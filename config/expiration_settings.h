@@ -53,6 +53,14 @@ struct ExpirationSettings {
   bool smtpStartTls = false;
   std::string smtpAuthMethod;
   bool smtpRequireVerifiedCertificate = false;
+  std::string smtpHeloHostname;
+
+  // An OAuth 2.0 access token in the place of the password: from a file, or fetched.
+  std::string smtpTokenFile;
+  std::string oauthTokenUrl;
+  std::string oauthClientId;
+  std::string oauthClientSecretFile;
+  std::string oauthScope;
 
   // What a pass does when something outside goes wrong.
   std::uint32_t smtpGiveUpAfter = kDefaultGiveUpAfter;  // failures in a row; 0: never

@@ -86,10 +86,24 @@ const Setting kSettings[] = {
     flag(Expiration, "smtpSsl", &E::smtpSsl, "TLS from the first byte"),
     flag(Expiration, "smtpStartTls", &E::smtpStartTls, "upgrade to TLS with STARTTLS"),
     text(Expiration, "smtpAuthMethod", &E::smtpAuthMethod, kTextBytes, "",
-         "`LOGIN`, `PLAIN`, `CRAM-MD5`, `NTLM`, `MSN` or `NONE`; empty: the best that the server "
-         "offers"),
+         "`LOGIN`, `PLAIN`, `CRAM-MD5`, `NTLM`, `MSN`, `XOAUTH2`, `OAUTHBEARER` or `NONE`; empty: "
+         "the best that the server offers"),
     flag(Expiration, "smtpRequireVerifiedCertificate", &E::smtpRequireVerifiedCertificate,
          "refuse a mail server whose certificate does not verify"),
+    text(Expiration, "smtpHeloHostname", &E::smtpHeloHostname, kTextBytes, "",
+         "name of this machine in EHLO; empty: its own, or its address where the server refuses a "
+         "short name"),
+    text(Expiration, "smtpTokenFile", &E::smtpTokenFile, kDirectoryBytes, "",
+         "OAuth access token in the place of the password: the first line of this file"),
+    text(Expiration, "oauthTokenUrl", &E::oauthTokenUrl, kDirectoryBytes, "",
+         "`https://` address where such a token is fetched by client credentials, when there is no "
+         "`smtpTokenFile`"),
+    text(Expiration, "oauthClientId", &E::oauthClientId, kDirectoryBytes, "",
+         "name of the application there"),
+    text(Expiration, "oauthClientSecretFile", &E::oauthClientSecretFile, kDirectoryBytes, "",
+         "its secret is the file's first line"),
+    text(Expiration, "oauthScope", &E::oauthScope, kDirectoryBytes, "",
+         "what the token is asked for; the mail server's documentation names it"),
     text(Expiration, "emailFromAddress", &E::emailFromAddress, kTextBytes, kDefaultSender,
          "sender of every mail"),
     text(Expiration, "emailSubject", &E::emailSubject, kTextBytes,

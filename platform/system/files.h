@@ -83,6 +83,9 @@ bool removeFile(const std::string& name);
 // Whether others than the program's user, an administrator and, where there are groups, the
 // program's group can write to the folder: they can put files there that a pass reads.
 bool folderIsShared(const std::string& folder);
+// The same for reading a file that holds a secret. The group's members are the program's business
+// only while it does not run as root. False also when it cannot be found out.
+bool fileIsShared(const std::string& name);
 
 // The process's current directory, which relative names start from. The name is one that a person
 // gave, and is used as it stands.

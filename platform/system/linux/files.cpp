@@ -243,6 +243,14 @@ bool folderIsShared(const std::string& folder) {
   return !ownersOnly || byGroup || (status.st_mode & S_IWOTH) != 0;
 }
 
+bool fileIsShared(const std::string& name) {
+  const std::optional<std::string> path = diskPath(name);
+  struct stat status {};
+  if (!path || ::stat(path->c_str(), &status) != 0) return false;
+  const bool byGroup = (status.st_mode & S_IRGRP) != 0 && status.st_gid != ::getegid();
+  return (byGroup && ::geteuid() != 0) || (status.st_mode & S_IROTH) != 0;
+}
+
 bool fileExists(const std::string& name) {
   const std::optional<std::string> path = diskPath(name);
   return !path || presenceOf(*path) != Presence::Missing;

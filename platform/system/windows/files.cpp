@@ -148,9 +148,11 @@ bool isDirectory(const std::string& name) {
 constexpr WELL_KNOWN_SID_TYPE kEverybody[] = {WinWorldSid, WinAuthenticatedUserSid,
                                               WinBuiltinUsersSid};
 
-// Whether an entry of the list lets that group put files into a folder.
-bool mayAddFiles(ACL* rights, WELL_KNOWN_SID_TYPE who) {
-  constexpr ACCESS_MASK kAdds = FILE_ADD_FILE | GENERIC_WRITE | GENERIC_ALL;
+constexpr ACCESS_MASK kAddsFiles = FILE_ADD_FILE | GENERIC_WRITE | GENERIC_ALL;
+constexpr ACCESS_MASK kReads = FILE_READ_DATA | GENERIC_READ | GENERIC_ALL;
+
+// Whether an entry of the list grants that group one of these rights.
+bool grants(ACL* rights, WELL_KNOWN_SID_TYPE who, ACCESS_MASK wanted) {
   char group[SECURITY_MAX_SID_SIZE];
   DWORD size = sizeof group;
   if (CreateWellKnownSid(who, nullptr, group, &size) == 0) return false;
@@ -159,11 +161,29 @@ bool mayAddFiles(ACL* rights, WELL_KNOWN_SID_TYPE who) {
     auto* allowed = static_cast<ACCESS_ALLOWED_ACE*>(entry);
     const bool counts = allowed->Header.AceType == ACCESS_ALLOWED_ACE_TYPE &&
                         (allowed->Header.AceFlags & INHERIT_ONLY_ACE) == 0;
-    if (counts && (allowed->Mask & kAdds) != 0 && EqualSid(&allowed->SidStart, group) != 0) {
+    if (counts && (allowed->Mask & wanted) != 0 && EqualSid(&allowed->SidStart, group) != 0) {
       return true;
     }
   }
   return false;
+}
+
+bool isGrantedToEverybody(const std::string& name, ACCESS_MASK wanted) {
+  std::vector<char> buffer;
+  DWORD size = 0;
+  GetFileSecurityA(name.c_str(), DACL_SECURITY_INFORMATION, nullptr, 0, &size);
+  buffer.resize(size);
+  BOOL present = FALSE;
+  BOOL defaulted = FALSE;
+  ACL* rights = nullptr;
+  if (size == 0 ||
+      GetFileSecurityA(name.c_str(), DACL_SECURITY_INFORMATION, buffer.data(), size, &size) == 0 ||
+      GetSecurityDescriptorDacl(buffer.data(), &present, &rights, &defaulted) == 0) {
+    return false;
+  }
+  if (present == FALSE || rights == nullptr) return true;  // no list: everybody may do everything
+  return std::any_of(std::begin(kEverybody), std::end(kEverybody),
+                     [=](WELL_KNOWN_SID_TYPE who) { return grants(rights, who, wanted); });
 }
 
 constexpr const char* kTemporaryEnd = ".pwlapse-tmp";
@@ -266,22 +286,11 @@ bool createDirectory(const std::string& name) {
 }
 
 bool folderIsShared(const std::string& folder) {
-  std::vector<char> buffer;
-  DWORD size = 0;
-  GetFileSecurityA(folder.c_str(), DACL_SECURITY_INFORMATION, nullptr, 0, &size);
-  buffer.resize(size);
-  BOOL present = FALSE;
-  BOOL defaulted = FALSE;
-  ACL* rights = nullptr;
-  if (size == 0 ||
-      GetFileSecurityA(folder.c_str(), DACL_SECURITY_INFORMATION, buffer.data(), size, &size) ==
-          0 ||
-      GetSecurityDescriptorDacl(buffer.data(), &present, &rights, &defaulted) == 0) {
-    return false;
-  }
-  if (present == FALSE || rights == nullptr) return true;  // no list: everybody may do everything
-  return std::any_of(std::begin(kEverybody), std::end(kEverybody),
-                     [rights](WELL_KNOWN_SID_TYPE who) { return mayAddFiles(rights, who); });
+  return isGrantedToEverybody(folder, kAddsFiles);
+}
+
+bool fileIsShared(const std::string& name) {
+  return isGrantedToEverybody(name, kReads);
 }
 
 bool fileExists(const std::string& name) {
