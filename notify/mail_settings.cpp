@@ -11,6 +11,7 @@ void configureMailMan(kelvado::KvMailMan& mailMan, const config::ExpirationSetti
   mailMan.put_SmtpSsl(settings.smtpSsl);
   mailMan.put_StartTLS(settings.smtpStartTls);
   mailMan.put_SmtpAuthMethod(settings.smtpAuthMethod.c_str());
+  mailMan.put_HeloHostname(settings.smtpHeloHostname.c_str());
   mailMan.put_RequireVerifiedCertificate(settings.smtpRequireVerifiedCertificate);
 }
 

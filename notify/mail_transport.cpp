@@ -1,20 +1,49 @@
 #include "notify/mail_transport.h"
 
+#include <string>
+
+#include "base/html.h"
+#include "notify/access_token.h"
 #include "notify/mail_settings.h"
+#include "platform/text/text_lines.h"
 
 namespace notify {
 namespace {
 
+using kelvado::SmtpFailure;
+using kelvado::SmtpStep;
+
+constexpr int kCredentialsInvalid = 535;  // RFC 4954 section 6
+
 class SmtpTransport : public MailTransport {
  public:
-  explicit SmtpTransport(const config::ExpirationSettings& settings) {
+  explicit SmtpTransport(const config::ExpirationSettings& settings)
+      : takesToken_(wantsAccessToken(settings)), token_(settings, platform::systemClock()) {
     mailMan_.UnlockComponent(kMailUnlockCode);
     configureMailMan(mailMan_, settings);
   }
 
-  bool send(kelvado::KvEmail& email) override { return mailMan_.SendEmail(email); }
-  kelvado::SmtpFailure failure() override { return mailMan_.get_LastFailure(); }
+  // A token that was fetched may have been withdrawn: another one is fetched, once.
+  bool send(kelvado::KvEmail& email) override {
+    if (!takesToken_) return mailMan_.SendEmail(email);
+    if (!setToken()) return false;
+    if (mailMan_.SendEmail(email)) return true;
+    const SmtpFailure failure = mailMan_.get_LastFailure();
+    const bool refused =
+        failure.step == SmtpStep::Login && failure.replyCode == kCredentialsInvalid;
+    return refused && token_.renew() && setToken() && mailMan_.SendEmail(email);
+  }
+
+  SmtpFailure failure() override {
+    if (tokenProblem_.empty()) return mailMan_.get_LastFailure();
+    return {SmtpStep::Login, 0, false, platform::ansiToUtf8(tokenProblem_), {}};
+  }
+
   std::string errorXml() override {
+    if (!tokenProblem_.empty()) {
+      return "<KelvadoLog>\r\n<error>" + base::escapeHtml(platform::ansiToUtf8(tokenProblem_)) +
+             "</error>\r\n</KelvadoLog>\r\n";
+    }
     mailMan_.put_Utf8(true);
     std::string text = mailMan_.LastErrorText();
     mailMan_.put_Utf8(false);
@@ -22,7 +51,16 @@ class SmtpTransport : public MailTransport {
   }
 
  private:
+  // False, with tokenProblem_ set, when there is none.
+  bool setToken() {
+    mailMan_.put_OAuth2AccessToken(token_.current(tokenProblem_).c_str());
+    return tokenProblem_.empty();
+  }
+
   kelvado::KvMailMan mailMan_;
+  const bool takesToken_;
+  AccessToken token_;
+  std::string tokenProblem_;  // why the last mail had no token; empty: it had one, or needs none
 };
 
 }  // namespace

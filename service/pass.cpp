@@ -11,6 +11,7 @@
 #include "config/registry_readers.h"
 #include "config/settings_check.h"
 #include "directory/password_expiry.h"
+#include "notify/access_token.h"
 #include "notify/admin_report_mail.h"
 #include "notify/message_template.h"
 #include "notify/run_logs.h"
@@ -128,6 +129,9 @@ void Pass::checkSettings() {
   for (const std::string& wrong : config::findWrongTypes(run_.host.registry)) {
     pass_.settings.reportOnly = true;
     findings_.problem(wrong + ": the pass only reports");
+  }
+  for (const std::string& problem : notify::findTokenProblems(pass_.settings)) {
+    findings_.problem(problem);
   }
   for (const std::string& note : config::findSettingNotes(run_.host.registry)) {
     findings_.note(note);

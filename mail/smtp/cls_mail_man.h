@@ -31,7 +31,6 @@ class ClsMailMan : public ClsBase {
   ~ClsMailMan() override { session_.hangUp(); }
 
   MailManSettings& settings() { return settings_; }
-  bool loginRefused() const { return session_.loginRefused(); }
   const SendCounters& lastSend() const { return counters_; }
   std::vector<std::string> badAddresses();
   void clearBadAddresses();

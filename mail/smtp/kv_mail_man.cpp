@@ -117,9 +117,6 @@ void KvMailMan::put_OAuth2AccessToken(const char* token) {
 const char* KvMailMan::get_OAuth2AccessToken() {
   return result(impl_->settings().server.credentials.accessToken);
 }
-bool KvMailMan::get_LoginRefused() const {
-  return impl_->loginRefused();
-}
 void KvMailMan::put_SmtpDomain(const char* text) {
   impl_->settings().server.credentials.domain = textArgument(text);
 }

@@ -87,8 +87,6 @@ class KvMailMan : public KvObject {
   // them.
   void put_SmtpAuthMethod(const char* method);
   const char* get_SmtpAuthMethod();
-  // Whether the last call failed because the server refused these credentials (535).
-  bool get_LoginRefused() const;
 
   // --- sending ---
   void put_SendIndividual(bool individual);  // a transaction for each To and Cc recipient

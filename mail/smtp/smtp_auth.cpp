@@ -286,6 +286,7 @@ LoginOutcome authenticate(SmtpWire& wire, const SmtpCredentials& credentials,
   if (method == nullptr && !isForcedToNone(credentials)) method = firstListed(listed, credentials);
   if (method == nullptr && !isForcedToNone(credentials) && !credentials.hasPassword()) {
     call.log.LogError("The SMTP server lists no method that takes an access token.");
+    wire.noteFailure(SmtpStep::Login, "the server lists no method that takes an access token");
     return LoginOutcome::Failed;
   }
   // PLAIN alone does not count as a list.
@@ -308,6 +309,7 @@ LoginOutcome authenticateAfterHelo(SmtpWire& wire, const SmtpCredentials& creden
   const AuthMethod* forced = forcedMethod(credentials);
   if (!credentials.hasPassword() || (forced != nullptr && forced->needs == Needs::Token)) {
     call.log.LogError("The server knows HELO only, and with that no access token.");
+    wire.noteFailure(SmtpStep::Login, "the server knows HELO only, and with that no access token");
     return LoginOutcome::Failed;
   }
   if (!mayUseLoginInstead(forced, wire)) {

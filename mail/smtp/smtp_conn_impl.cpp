@@ -226,11 +226,9 @@ bool SmtpConnImpl::greetAndLogin(const SmtpServer& server, Call& call) {
 }
 
 bool SmtpConnImpl::logIn(const SmtpServer& server, Hello hello, Call& call) {
-  constexpr int kCredentialsInvalid = 535;  // RFC 4954 section 6
   const bool extended = hello == Hello::Ehlo;
   login_ = extended ? authenticate(wire_, server.credentials, extensions_.authMethods, call)
                     : authenticateAfterHelo(wire_, server.credentials, call);
-  loginRefused_ = login_ == LoginOutcome::Failed && wire_.replyCode() == kCredentialsInvalid;
   if (login_ == LoginOutcome::Failed) return false;
   call.log.LogInfo(
       atServer(extended ? "CONNECTED to ESMTP server " : "CONNECTED to SMTP server ", server));

@@ -73,9 +73,6 @@ class SmtpConnImpl {
   bool isOpen() const { return wire_.isOpen(); }
   // Whether the last connectAndAuthenticate logged in, rather than going on without.
   bool isLoggedIn() const { return login_ == LoginOutcome::LoggedIn; }
-  // Whether the server's answer to the last login was that it does not accept it (535): the same
-  // credentials will not do.
-  bool loginRefused() const { return loginRefused_; }
   bool offersDsn() const { return extensions_.dsn; }
   bool timedOut() const { return wire_.timedOut(); }
   // PEM; empty when the connection is not secure.
@@ -83,12 +80,10 @@ class SmtpConnImpl {
   // Recipients that a server rejected since the list was cleared.
   const std::vector<std::string>& badAddresses() const { return badAddresses_; }
   void clearBadAddresses() { badAddresses_.clear(); }
-  // Before the next operation: whether the last one timed out, had its login refused, and why it
-  // failed.
+  // Before the next operation: whether the last one timed out, and why it failed.
   void clearOutcome() {
     wire_.clearTimedOut();
     wire_.clearFailure();
-    loginRefused_ = false;
   }
   // Why the last method failed; to be asked only then.
   const SmtpFailure& failure() const { return wire_.failure(); }
@@ -128,7 +123,6 @@ class SmtpConnImpl {
   std::string helloName_;  // that the open connection greets with
   SmtpExtensions extensions_;
   LoginOutcome login_ = LoginOutcome::Failed;
-  bool loginRefused_ = false;
   bool isUnchecked_ = false;     // the open connection was kept for the next send
   bool hasCarriedMail_ = false;  // over the open connection, or tried to
   bool wasConnected_ = false;
