@@ -40,6 +40,7 @@ class Sender {
   Sender(int port, std::string_view mode)
       : port_(port),
         startTls_(mode.starts_with("starttls")),
+        login_(mode.find("login") != std::string_view::npos),
         kept_(mode.ends_with("kept") || mode.starts_with(kAttachment)) {
     if (!mode.starts_with(kAttachment)) return;
     const std::string size(mode.substr(kAttachment.size()));
@@ -71,6 +72,9 @@ class Sender {
     mailMan.put_StartTLS(startTls_);
     mailMan.put_RequireVerifiedCertificate(startTls_);
     mailMan.put_HeloHostname("bench.example");
+    if (!login_) return;
+    mailMan.put_SmtpUsername("bench");
+    mailMan.put_SmtpPassword("bench");
   }
 
   bool sendOne(kelvado::KvMailMan& mailMan) const {
@@ -86,6 +90,7 @@ class Sender {
 
   int port_;
   bool startTls_;
+  bool login_;
   bool kept_;
   std::string html_ = body();
   std::string attachment_;

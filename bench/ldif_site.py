@@ -1,6 +1,7 @@
 """Makes a site for a pass: a registry file and, where no server is the directory, an LDIF file.
 
-Every password is far from its maximum age, so that nobody is to be mailed.
+Every password is far from its maximum age, so that nobody is to be mailed; or near to it, so that
+everybody is.
 """
 import pathlib
 import time
@@ -17,7 +18,7 @@ Windows Registry Editor Version 5.00
 [HKEY_LOCAL_MACHINE\\Software\\Policies\\Kadro\\PwsentryProMPE\\PWExpiration]
 "smtpServer"="127.0.0.1"
 "warningThreshold"=dword:0000000e
-
+{settings}
 [HKEY_LOCAL_MACHINE\\Software\\Kadro\\PwsentryPro\\Directory]
 """
 HEAD = """\
@@ -45,26 +46,28 @@ pwdLastSet: {changed}
 
 """
 AGES = range(1, 61)  # days; the maximum is 90, and warnings begin 14 days before
+DUE = (80,)  # with a mail for everybody
 DAY = 86400
 SECONDS_1601_TO_1970 = 11644473600
 UNITS_A_SECOND = 10_000_000
 
 
-def make_registry(folder, directory_values, directory_policy=0):
-    """Writes a registry with these values below its Directory key; returns its path."""
+def make_registry(folder, directory_values, directory_policy=0, settings=""):
+    """Writes a registry with these values below its Directory key, and these lines of settings;
+    returns its path."""
     file = pathlib.Path(folder) / f"registry{directory_policy}.reg"
     lines = "".join(f'"{name}"="{value}"\n' for name, value in directory_values.items())
-    file.write_text(REGISTRY.format(directory_policy=directory_policy) + lines)
+    file.write_text(REGISTRY.format(directory_policy=directory_policy, settings=settings) + lines)
     return file
 
 
-def make_ldif_site(folder, users):
+def make_ldif_site(folder, users, ages=AGES, settings=""):
     """Writes a directory of so many users to a folder; returns its registry file."""
     directory = pathlib.Path(folder) / "directory.ldif"
     now = int(time.time()) + SECONDS_1601_TO_1970
     with open(directory, "w", encoding="ascii") as file:
         file.write(HEAD)
         for number in range(users):
-            changed = (now - AGES[number % len(AGES)] * DAY) * UNITS_A_SECOND
+            changed = (now - ages[number % len(ages)] * DAY) * UNITS_A_SECOND
             file.write(USER.format(number=number, changed=changed))
-    return make_registry(folder, {"uri": f"ldif:{directory}"})
+    return make_registry(folder, {"uri": f"ldif:{directory}"}, settings=settings)

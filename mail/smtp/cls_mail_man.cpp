@@ -283,7 +283,9 @@ bool ClsMailMan::verifySmtpLogin() {
   if (!credentials.complete()) return bracket.fail("SMTP password is empty.");
   MethodCall call(settings_, log);
   if (!session_.connectAndAuthenticate(settings_.server, call)) return false;
-  return session_.isLoggedIn() || bracket.fail("The SMTP server offered no method to log in by.");
+  if (session_.isLoggedIn()) return true;
+  session_.noteFailure("the server offers no method to log in by");
+  return bracket.fail("The SMTP server offered no method to log in by.");
 }
 
 bool ClsMailMan::verifyRecipients(ClsEmail* email) {

@@ -207,7 +207,7 @@ bool SmtpWire::receiveReply(SmtpReply::Ending ending, Call& call) {
         owedReplies_ -= !outOfStep_ && owedReplies_ > 0;
         call.log.LogError("Unrecognized response from SMTP server");
         call.log.LogData("line", loggableText(line));
-        problem_ = "the server's reply is none of SMTP";
+        problem_ = "the server's reply is not one of SMTP";
         return false;
       case SmtpReply::Progress::TooLong:
         call.log.LogError("The SMTP server's reply is longer than allowed.");
@@ -225,7 +225,7 @@ void SmtpWire::noteFailure(SmtpStep step) {
     return;
   }
   if (problem_.empty() && replyCode() == kBadReplyCode)
-    problem_ = "the server's reply is none of SMTP";
+    problem_ = "the server's reply is not one of SMTP";
   const IoStatus& status = channel().status();
   noteFailure(step, problem_.empty() ? ioFailureText(status) : problem_);
   failure_.timedOut = status.timedOut;

@@ -97,7 +97,8 @@ std::string takeWord(std::string& line) {
 }
 
 bool isAction(const std::string& line) {
-  for (const char* kind : {"set ", "field ", "succeeds ", "fails ", "log ", "unlogged ", "last "}) {
+  for (const char* kind :
+       {"set ", "field ", "succeeds ", "fails ", "log ", "unlogged ", "why ", "last "}) {
     if (line.starts_with(kind)) return true;
   }
   return false;
@@ -169,6 +170,9 @@ struct Client {
       logged = at + action.size();
     } else if (kind == "unlogged") {
       EXPECT_THAT(log, Not(HasSubstr(action)));
+    } else if (kind == "why") {
+      const SmtpFailure failure = mailMan.get_LastFailure();
+      EXPECT_EQ(failureText(failure) + (failure.timedOut ? " (time-out)" : ""), action);
     } else if (kind != "last") {
       const std::string name = takeWord(action);
       if (kind == "set") {
