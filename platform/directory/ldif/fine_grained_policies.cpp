@@ -8,6 +8,7 @@
 
 #include "base/ascii.h"
 #include "base/case_fold.h"
+#include "base/hex_digit.h"
 #include "platform/directory/entry_attributes.h"
 
 namespace platform {
@@ -28,8 +29,9 @@ constexpr std::array kNames{kPrecedence, kMaximumAge,   kAppliesTo, kResultant, 
 
 // Bits of groupType: a global group, a security group.
 constexpr std::uint32_t kGlobalSecurityGroup = 0x80000002;
-// Of an account of a domain: S-1-5-21 and four parts.
+// Of an account of a domain: S-1-5-21 and four parts, in bytes or as some tools write it.
 constexpr std::size_t kDomainSidBytes = 28;
+constexpr std::string_view kDomainSidStart = "S-1-5-21-";
 
 // Bits of userAccountControl whose accounts' passwords never expire: do not expire, smart card
 // required, and the accounts of trusts, workstations and servers.
@@ -49,12 +51,37 @@ std::optional<std::int64_t> numberOf(const LdifRecord& record, std::string_view 
 
 // The last part of a domain account's security identifier.
 std::optional<std::uint32_t> lastPart(std::string_view sid) {
+  if (sid.starts_with(kDomainSidStart)) {
+    const std::optional<std::int64_t> part = decimalValue(sid.substr(sid.rfind('-') + 1));
+    return part ? std::optional(static_cast<std::uint32_t>(*part)) : std::nullopt;
+  }
   if (sid.size() != kDomainSidBytes) return std::nullopt;
   std::uint32_t part = 0;
   for (std::size_t i = 1; i <= 4; ++i) {
     part = part << 8U | static_cast<unsigned char>(sid[sid.size() - i]);
   }
   return part;
+}
+
+// The 16 bytes in which domain controllers compare identifiers, also of one that is written as some
+// tools do: "f81d4fae-7dec-11d0-a765-00a0c91e6bf6", of which the first three groups are numbers and
+// have their lowest byte first.
+std::string guidBytes(std::string_view guid) {
+  constexpr std::size_t kWritten = 36, kBytes = 16;
+  if (guid.size() != kWritten) return std::string(guid);
+  std::string bytes;
+  int high = -1;
+  for (const char c : guid) {
+    const int digit = base::hexValue(c);
+    if (digit < 0) continue;
+    if (high >= 0) bytes += static_cast<char>(high * 16 + digit);
+    high = high < 0 ? digit : -1;
+  }
+  if (bytes.size() != kBytes) return std::string(guid);
+  std::reverse(bytes.begin(), bytes.begin() + 4);
+  std::reverse(bytes.begin() + 4, bytes.begin() + 6);
+  std::reverse(bytes.begin() + 6, bytes.begin() + 8);
+  return bytes;
 }
 
 // FILETIME. 0 and the lowest number mean that passwords do not expire.
@@ -105,7 +132,7 @@ const char* FineGrainedPolicies::add(const LdifRecord& record, std::size_t entri
     return "password settings without a number as precedence and maximum age: left out";
   }
   Settings settings{
-      own(), *precedence, *maxAge, std::string(valueOf(record, kGuid).value_or("")), {}};
+      own(), *precedence, *maxAge, guidBytes(valueOf(record, kGuid).value_or("")), {}};
   for (const LdifAttribute& attribute : record.attributes) {
     if (base::equalsNoCase(attribute.name, kAppliesTo)) {
       settings.appliesTo.push_back(idOf(attribute.value));
