@@ -7,6 +7,7 @@
 
 #include "base/ascii.h"
 #include "base/nearest_name.h"
+#include "base/timestamp.h"
 #include "config/editions.h"
 #include "config/registry_readers.h"
 #include "config/settings_table.h"
@@ -155,6 +156,20 @@ std::vector<std::string> findSettingNotes(platform::Registry& registry) {
     }
   }
   return notes;
+}
+
+std::vector<std::string> findUnusableValues(platform::Registry& registry) {
+  std::vector<std::string> found;
+  for (const Setting& setting : settingsTable()) {
+    if (setting.type != SettingType::TimeOfDay) continue;
+    for (const std::string& key : settingKeys(setting.group)) {
+      const std::string value = readSettingText(registry, key, setting);
+      if (value.empty() || base::secondOfDay(value)) continue;
+      found.push_back(valueText(setting.name, key) + ": \"" + value +
+                      "\" is no time of day (HH:MM)");
+    }
+  }
+  return found;
 }
 
 std::vector<std::string> findWrongTypes(platform::Registry& registry) {

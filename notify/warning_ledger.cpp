@@ -23,16 +23,8 @@ constexpr std::int64_t kKeptDays = 1100;
 // The time of a password's change is worked out from its age, and two clocks take part in that.
 constexpr std::int64_t kSamePasswordSeconds = 300;
 
-std::int64_t dayNumber(int year, int month, int day) {
-  using namespace std::chrono;
-  const year_month_day date{std::chrono::year(year),
-                            std::chrono::month(static_cast<unsigned>(month)),
-                            std::chrono::day(static_cast<unsigned>(day))};
-  return sys_days(date).time_since_epoch().count();
-}
-
 std::int64_t dayNumber(const base::LocalTime& date) {
-  return dayNumber(date.year, date.month, date.day);
+  return base::dayNumber(date.year, date.month, date.day);
 }
 
 bool samePassword(std::int64_t left, std::int64_t right) {
@@ -96,7 +88,7 @@ std::optional<std::int64_t> dateOf(std::string_view text) {
   const auto month = numberOf<int>(takeField(text, '-'));
   const auto day = numberOf<int>(text);
   if (!year || !month || !day || *month < 1 || *month > 12 || *day < 1 || *day > 31) return {};
-  return dayNumber(*year, *month, *day);
+  return base::dayNumber(*year, *month, *day);
 }
 
 std::string lineOf(const std::string& account, std::int64_t changedSeconds, std::int64_t date,

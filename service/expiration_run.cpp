@@ -1,5 +1,8 @@
 #include "service/expiration_run.h"
 
+#include <algorithm>
+
+#include "base/timestamp.h"
 #include "config/pass_files.h"
 #include "notify/run_report.h"
 #include "platform/system/files.h"
@@ -17,6 +20,12 @@ constexpr std::int64_t kSecondsFrom1601To1970 = 11'644'473'600;
 
 std::int64_t unixSeconds(platform::Clock& clock) {
   return clock.fileTime() / kFileTimePerSecond - kSecondsFrom1601To1970;
+}
+
+// What the clock on the wall showed or will show then.
+std::int64_t wallSecondsAt(platform::Clock& clock, std::int64_t unixSeconds) {
+  return base::wallSeconds(
+      clock.localTimeOf((unixSeconds + kSecondsFrom1601To1970) * kFileTimePerSecond));
 }
 
 }  // namespace
@@ -39,16 +48,39 @@ std::uint32_t ExpirationRun::startDelayMs() const {
   return static_cast<std::uint32_t>(kStartWaitMs - context_.uptimeSeconds);
 }
 
+void ExpirationRun::repeat() {
+  repeats_ = true;
+  const std::optional<PassTimes> times = passTimes();
+  if (!times) return;
+  std::optional<std::int64_t> lastBegan;
+  std::string reason;  // without a record of a pass none was made
+  if (const std::optional<LastRun> last = readLastRun(reason)) {
+    lastBegan = wallSecondsAt(context_.host.clock, last->began);
+  }
+  schedule_.start(*times, lastBegan, base::wallSeconds(context_.host.clock.localTime()));
+}
+
 PassRecord ExpirationRun::pass() {
+  schedule_.passBegan(base::wallSeconds(context_.host.clock.localTime()));
   PassRecord record = Pass(context_).make();
   leaveRecord(record);
   return record;
 }
 
+// Of a pass that follows on one that ended then, as LastRun has times.
+std::int64_t ExpirationRun::nextBegin(std::int64_t ended) const {
+  const std::optional<PassTimes> times = passTimes();
+  if (!times) return ended + sleepMs() / kMsPerSecond;
+  const std::int64_t left = secondsToPass(*times);
+  const std::int64_t reading = base::wallSeconds(context_.host.clock.localTime()) + left;
+  // Where the clock changes in between, that many seconds later it shows another time.
+  return ended + left + reading - wallSecondsAt(context_.host.clock, ended + left);
+}
+
 // A new lastSuccess_ counts from the next pass on: this one may yet get a problem.
 LastRun ExpirationRun::describe(const PassRecord& record) {
   LastRun run = lastRunOf(record, unixSeconds(context_.host.clock));
-  if (repeats_) run.next = run.ended + sleepMs() / kMsPerSecond;
+  if (repeats_) run.next = nextBegin(run.ended);
   if (!run.lastSuccess) run.lastSuccess = lastSuccess_;
   return run;
 }
@@ -84,6 +116,19 @@ std::uint32_t ExpirationRun::sleepMs() const {
       config::loadExpirationSettings(context_.host.registry, context_.edition.settingsKey)
           .expirationDelay;
   return delaySeconds == 0 ? context_.values.intervalMs : asMs(delaySeconds, kMsPerSecond);
+}
+
+std::int64_t ExpirationRun::secondsToPass(const PassTimes& times) const {
+  const std::int64_t now = base::wallSeconds(context_.host.clock.localTime());
+  return schedule_.nextBegin(times, now) - now;
+}
+
+std::optional<PassTimes> ExpirationRun::passTimes() const {
+  const std::optional<int> first = base::secondOfDay(
+      config::loadExpirationSettings(context_.host.registry, context_.edition.settingsKey)
+          .expirationServiceTime);
+  if (!first) return {};
+  return PassTimes{*first, std::max(sleepMs() / kMsPerSecond, 1U)};
 }
 
 }  // namespace service

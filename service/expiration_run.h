@@ -12,6 +12,7 @@
 
 #include "service/last_run.h"
 #include "service/pass.h"
+#include "service/pass_schedule.h"
 
 namespace service {
 
@@ -35,20 +36,32 @@ class ExpirationRun {
   void prepare();
   // How long a worker that has just started has yet to wait for the machine to have come up, in ms.
   std::uint32_t startDelayMs() const;
-  // Whether passes follow one another: the record of each then says when the next one is.
-  void repeat() { repeats_ = true; }
+  // Passes are to follow one another: the record of each then says when the next one is. Called
+  // when the first could begin; the record of the last pass counts, whoever made that.
+  void repeat();
+  // No pass is made in its time: the next one is another's.
+  void leaveOutPass() {
+    schedule_.passBegan(base::wallSeconds(context_.host.clock.localTime()));
+  }
   // Blocks for as long as the directory and the mail server take. Leaves the pass's record in the
   // work folder, and its figures in the file for metrics.
   PassRecord pass();
-  // The time to sleep before the next pass, in ms.
+  // The time to sleep before the next pass, in ms, unless passTimes() says when it begins.
   std::uint32_t sleepMs() const;
+  // The times of day at which passes begin, by the settings as they are now; nothing when they set
+  // none.
+  std::optional<PassTimes> passTimes() const;
+  // The seconds until the next pass begins by the times; 0: it is due.
+  std::int64_t secondsToPass(const PassTimes& times) const;
 
  private:
+  std::int64_t nextBegin(std::int64_t ended) const;
   LastRun describe(const PassRecord& record);
   void leaveRecord(PassRecord& record);
 
   RunContext context_;
   bool repeats_ = false;
+  PassSchedule schedule_;
   std::optional<std::int64_t> lastSuccess_;  // as LastRun has it; of a pass of this run
 };
 

@@ -1,7 +1,12 @@
 #include "service/expiration_worker.h"
 
+#include <algorithm>
+#include <cstdint>
 #include <cstdio>
+#include <optional>
 
+#include "base/format_text.h"
+#include "base/timestamp.h"
 #include "config/pass_files.h"
 #include "directory/domain_directory.h"
 #include "platform/system/files.h"
@@ -23,12 +28,34 @@ class JournalWriter : public PassObserver {
   }
 };
 
-void makePass(ExpirationRun& run) {
+// The clock is looked at again after so long: it may have been changed, or the machine suspended.
+constexpr std::int64_t kLongestSleepSeconds = 60;
+constexpr std::uint32_t kMsPerSecond = 1000;
+
+std::string nextPassText(const ExpirationRun& run, platform::Clock& clock) {
+  const std::optional<PassTimes> times = run.passTimes();
+  if (!times) return "in " + spanText(run.sleepMs());
+  const base::LocalTime next =
+      base::fromWallSeconds(base::wallSeconds(clock.localTime()) + run.secondsToPass(*times));
+  return base::formatText("at %02d:%02d on %04d-%02d-%02d", next.hour, next.minute, next.year,
+                          next.month, next.day);
+}
+
+void awaitTime(const ExpirationRun& run, const PassTimes& times, platform::Clock& clock) {
+  while (const std::int64_t left = run.secondsToPass(times)) {
+    clock.sleep(static_cast<std::uint32_t>(std::min(left, kLongestSleepSeconds)) * kMsPerSecond);
+  }
+}
+
+void makePass(ExpirationRun& run, platform::Clock& clock) {
   // Not beside a pass by hand: both would write the same lists and logs.
   const platform::FileLock alone(config::kDomainUsersFile);
-  if (!alone.held()) return journal("FAILED: " + lockFailure());
+  if (!alone.held()) {
+    journal("FAILED: " + lockFailure());
+    return run.leaveOutPass();
+  }
   const PassRecord record = run.pass();
-  journal(passLine(record) + "; the next pass is in " + spanText(run.sleepMs()));
+  journal(passLine(record) + "; the next pass is " + nextPassText(run, clock));
 }
 
 }  // namespace
@@ -37,12 +64,13 @@ void runForEver(platform::Host host, const ServiceValues& values) {
   JournalWriter journalWriter;
   ExpirationRun run(host, values, &journalWriter);
   run.prepare();
-  run.repeat();
   const std::uint32_t startDelay = run.startDelayMs();
   if (startDelay != 0) host.clock.sleep(startDelay);
+  run.repeat();
   for (;;) {
-    makePass(run);
-    host.clock.sleep(run.sleepMs());
+    if (const std::optional<PassTimes> times = run.passTimes()) awaitTime(run, *times, host.clock);
+    makePass(run, host.clock);
+    if (!run.passTimes()) host.clock.sleep(run.sleepMs());
   }
 }
 

@@ -13,8 +13,8 @@ namespace service {
 inline constexpr platform::WinError kErrorBadConfiguration = 1009;
 
 // The endless body of the worker thread: prepares a run, waits until the machine has been up for
-// long enough, then passes and sleeps in turn. Returns only by what the clock's sleep throws, in
-// tests.
+// long enough, then passes and sleeps in turn: for the interval, or until the next time of day that
+// the settings name. Returns only by what the clock's sleep throws, in tests.
 void runForEver(platform::Host host, const ServiceValues& values);
 
 class ExpirationWorker : public ServiceWork {

@@ -133,6 +133,9 @@ void Pass::checkSettings() {
   for (const std::string& problem : notify::findTokenProblems(pass_.settings)) {
     findings_.problem(problem);
   }
+  for (const std::string& unusable : config::findUnusableValues(run_.host.registry)) {
+    findings_.problem(unusable + ": it is not used");
+  }
   for (const std::string& note : config::findSettingNotes(run_.host.registry)) {
     findings_.note(note);
   }

@@ -19,6 +19,13 @@ class Clock {
   virtual ~Clock() = default;
   virtual base::LocalTime localTime() = 0;
   virtual TimeZone timeZone() = 0;
+  // The same for another moment, a FILETIME. Here by the difference that local time and UTC have
+  // now; a system's clock knows when that changes.
+  virtual base::LocalTime localTimeOf(std::int64_t moment) {
+    constexpr std::int64_t kUnitsPerSecond = 10'000'000;
+    const std::int64_t past = (fileTime() - moment) / kUnitsPerSecond;
+    return base::fromWallSeconds(base::wallSeconds(localTime()) - past);
+  }
   // UTC as a FILETIME: 100 ns units since 1601-01-01.
   virtual std::int64_t fileTime() = 0;
   virtual double uptimeSeconds() = 0;     // since the machine started

@@ -58,6 +58,7 @@ TEST_F(SettingsCheck, SaysWhatIsNotAsTheTableHasIt) {
     platform::Registry& registry = registryWith(entry.substr(1, end - 1), entry.substr(end + 1));
     std::string found;
     for (const std::string& line : findWrongTypes(registry)) found += "wrong type: " + line;
+    for (const std::string& line : findUnusableValues(registry)) found += "not used: " + line;
     for (const std::string& line : findSettingNotes(registry)) found += "note: " + line;
     EXPECT_EQ(found.empty() ? "nothing" : found, expected) << entry;
   }

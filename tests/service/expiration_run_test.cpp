@@ -340,6 +340,32 @@ TEST(Pass, ExpiresTheOldestFirstAndWhoIsNotified) {
   }
 }
 
+// days.txt: when a password was set and when a pass is made, both UTC, and the days left of 42.
+TEST(Pass, CountsWholeDaysSinceThePasswordWasSet) {
+  const auto fileTime = [](const std::string& text) {
+    base::LocalTime time;
+    std::sscanf(text.c_str(), "%d-%d-%dT%d:%d:%d", &time.year, &time.month, &time.day, &time.hour,
+                &time.minute, &time.second);
+    return (base::wallSeconds(time) + 11'644'473'600) * test_support::kFileTimeSecond;
+  };
+  for (const auto& [times, left] : test_support::readRows(SERVICE_TEST_DATA "/days.txt")) {
+    MailedSite site;
+    const std::size_t blank = times.find(' ');
+    const std::int64_t set = fileTime(times);
+    site.setting("warningThreshold", 42);
+    site.write("NorvynExpirationEmail.txt", "<%daysUntilExpiration%>");
+    site.clock.now = set + test_support::kFileTimeSecond * 3600;  // see SampleUser
+    site.user({"walter", 0});
+    site.writeOut();
+    site.clock.now = fileTime(times.substr(blank + 1));
+    const WatchedPass pass = site.pass();
+    EXPECT_EQ(std::to_string(pass.of("walter").daysLeft()), left) << times;
+    ASSERT_EQ(site.catcher.savedFiles().size(), 1U) << times;
+    const std::string mail = site.read(site.catcher.savedFiles()[0]);
+    EXPECT_EQ(mail.substr(mail.find("\n\n") + 2), left + "\n") << times;
+  }
+}
+
 // A domain whose users change while a pass is made.
 struct ChangingSource : platform::DirectorySource {
   platform::LdifSource file{"domain.ldif"};
@@ -508,6 +534,20 @@ TEST(RunForEver, WaitsForTheMachineThenPassesAndSleeps) {
   EXPECT_EQ(asMs(0x02000000, 3600000), 0xFFFFFFFEU);  // not what is left of it in 32 bits
 }
 
+TEST(RunForEver, WaitsForATimeOfTheDayAndLooksAtTheClockEachMinute) {
+  MailedSite site;
+  site.setting("expirationServiceTime", "09:08");
+  SiteService service(site);
+  LastRun anHourAgo;
+  anHourAgo.began = base::wallSeconds(service.clock.local) - 3600;
+  std::filesystem::create_directory("logfiles");
+  EXPECT_TRUE(writeLastRun(anHourAgo));
+  service.clock.duringSleep = [&](std::size_t) { service.clock.local = {2026, 3, 4, 5, 9, 8, 0}; };
+  const std::string journal = service.journal();
+  EXPECT_TRUE(journal.ends_with("; the next pass is at 10:38 on 2026-03-05\n")) << journal;
+  EXPECT_THAT(service.clock.sleeps, ElementsAre(57000U, 60000U, 60000U));
+}
+
 TEST(RunForEver, SaysInTheJournalWhatEachPassCameTo) {
   const std::string next = "; the next pass is in 90 min\n";
   {
@@ -538,6 +578,7 @@ TEST(RunForEver, SaysInTheJournalWhatEachPassCameTo) {
   {
     MailedSite site;
     site.user({"walter", 40});
+    site.setting("expirationServiceTime", "09:00");
     SiteService service(site);
     std::filesystem::create_directory("pwsentry_pro_domain_users.txt.lock");
     EXPECT_TRUE(service.journal().starts_with("pwLapseSvc: FAILED: no pass is made without"));

@@ -26,6 +26,13 @@ std::tm brokenDown(std::time_t time) {
   return local;
 }
 
+base::LocalTime localTimeAt(std::time_t time) {
+  tzset();
+  const std::tm local = brokenDown(time);
+  return {local.tm_year + 1900, local.tm_mon + 1, local.tm_wday, local.tm_mday,
+          local.tm_hour,        local.tm_min,     local.tm_sec};
+}
+
 // The nearest moment, within a year, at which daylight saving time is not in force; `time` itself
 // when there is none.
 std::tm standardTime(std::time_t time) {
@@ -43,11 +50,10 @@ std::tm standardTime(std::time_t time) {
 
 class PosixClock final : public Clock {
  public:
-  base::LocalTime localTime() override {
-    tzset();
-    const std::tm local = brokenDown(now(CLOCK_REALTIME).tv_sec);
-    return {local.tm_year + 1900, local.tm_mon + 1, local.tm_wday, local.tm_mday,
-            local.tm_hour,        local.tm_min,     local.tm_sec};
+  base::LocalTime localTime() override { return localTimeAt(now(CLOCK_REALTIME).tv_sec); }
+
+  base::LocalTime localTimeOf(std::int64_t moment) override {
+    return localTimeAt((moment - kUnixEpochAsFileTime) / kFileTimeUnitsPerSecond);
   }
 
   TimeZone timeZone() override {

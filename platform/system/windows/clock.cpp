@@ -7,12 +7,28 @@
 namespace platform {
 namespace {
 
+base::LocalTime timeOf(const SYSTEMTIME& time) {
+  return {time.wYear, time.wMonth,  time.wDayOfWeek, time.wDay,
+          time.wHour, time.wMinute, time.wSecond};
+}
+
 class WindowsClock final : public Clock {
  public:
   base::LocalTime localTime() override {
     SYSTEMTIME now{};
     GetLocalTime(&now);
-    return {now.wYear, now.wMonth, now.wDayOfWeek, now.wDay, now.wHour, now.wMinute, now.wSecond};
+    return timeOf(now);
+  }
+
+  base::LocalTime localTimeOf(std::int64_t moment) override {
+    const FILETIME time{static_cast<DWORD>(moment), static_cast<DWORD>(moment >> 32)};
+    SYSTEMTIME utc{};
+    SYSTEMTIME local{};
+    if (FileTimeToSystemTime(&time, &utc) == 0 ||
+        SystemTimeToTzSpecificLocalTime(nullptr, &utc, &local) == 0) {
+      return Clock::localTimeOf(moment);
+    }
+    return timeOf(local);
   }
 
   TimeZone timeZone() override {

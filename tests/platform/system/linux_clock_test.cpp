@@ -2,6 +2,7 @@
 #include <ctime>
 #include <string>
 #include <tuple>
+#include <utility>
 
 #include <gtest/gtest.h>
 
@@ -30,6 +31,23 @@ TEST(PosixClock, TimeZoneIsInTermsOfStandardTime) {
     EXPECT_EQ(got.bias, bias) << rule;
     EXPECT_EQ(got.daylight, daylight) << rule;
     EXPECT_EQ(got.bias + (got.daylight ? got.daylightBias : 0), total) << rule;
+  }
+  unsetenv("TZ");
+}
+
+TEST(PosixClock, TellsTheLocalTimeOfAMoment) {
+  const std::pair<std::int64_t, std::int64_t> cases[] = {
+      // Seconds since 1970: UTC, and what the clock on the wall showed.
+      {1774745999, 1774749599},  // 2026-03-29 01:59:59, a second before summer time
+      {1774746000, 1774753200},
+      {1792889999, 1792897199},  // 2026-10-25 02:59:59, a second before it ends
+      {1792890000, 1792893600},
+  };
+  setenv("TZ", "CET-1CEST,M3.5.0,M10.5.0/3", 1);
+  for (const auto& [utc, wall] : cases) {
+    const base::LocalTime local = systemClock().localTimeOf((utc + 11'644'473'600) * 10'000'000);
+    EXPECT_EQ(base::wallSeconds(local), wall);
+    EXPECT_EQ(local.dayOfWeek, 0);
   }
   unsetenv("TZ");
 }
