@@ -17,7 +17,7 @@ import site_files
 from postfix_mail import PostfixMail
 from rig import PROGRAM
 from sample_site import EXPIRED, FILES, MAX_AGES, REFUSED, UPCOMING, USERS, comparable
-from site_files import ADMIN_MAIL, DOMAIN, POLICIES, person
+from site_files import ADMIN_MAIL, DOMAIN, POLICIES, User, person
 
 PASS_SECONDS = 120
 TODAY = datetime.date.today
@@ -182,8 +182,10 @@ class LaterPassTest(unittest.TestCase):
     @classmethod
     def setUpClass(cls):
         cls.ad = cls.enterClassContext(samba_ad.SambaAd())
-        cls.mail = cls.enterClassContext(PostfixMail())
+        cls.mail = cls.enterClassContext(PostfixMail(refused=REFUSED))
         cls.ad.add_users([person("walter", 59), person("reader", 0)])
+        cls.ad.add_users([person("held35", 35), person("refused", 55), person("held50", 50),
+                          User("noaddress", 45), person("held40", 40)])
         cls.ad.set_password("reader", samba_ad.ADMIN_PASSWORD)
 
     def setUp(self):
@@ -226,3 +228,20 @@ class LaterPassTest(unittest.TestCase):
         self.assertEqual(self.site.registry.read_bytes(), before)
         self.assertEqual([file.name for file in self.site.folder.glob("site.reg.*")],
                          ["site.reg.lock"])
+
+    def test_expiries_that_are_held_back(self):
+        """Two a pass, the oldest first; who has an address is mailed before, and once."""
+        self.site.settings.update(maxExpirations=2, expireOnlyNotified=1, rememberWarnings=1)
+        names = ["held35", "refused", "held50", "noaddress", "held40"]
+        (self.site.folder / "pwsentry_pro_policy1_include.txt").write_text("\n".join(names) + "\n")
+        limit, unnotified = "limit of expirations reached", "user not notified"
+        for expired, rows in [
+                ({"held50", "noaddress"}, {"held35": limit, "refused": unnotified, "held40": limit}),
+                ({"held50", "noaddress", "held35", "held40"}, {"refused": unnotified})]:
+            done = self.run_site()
+            self.assertEqual(done.returncode, 1, done.stdout + done.stderr)
+            report = self.site.read("logfiles/norvyn-expiration-report.html")
+            self.assertEqual(dict(re.findall(r"<td>(\w+)</td>[^\n]*NOT EXPIRED \((.*?)\)", report)), rows)
+            self.assertEqual({name for name in names if self.ad.pwd_last_set(name) == 0}, expired)
+        mailed = sorted(mail.recipient for mail in self.mail.delivered() if "held" in mail.recipient)
+        self.assertEqual(mailed, [f"held{age}@{DOMAIN}" for age in (35, 40, 50)])
