@@ -80,6 +80,16 @@ bool createDirectory(const std::string& name);  // true also when it exists alre
 bool fileExists(const std::string& name);
 bool removeFile(const std::string& name);
 
+// What changes when a file is written: for who has read it and wants to know whether to do so
+// again. Its numbers are for comparing only; they are 0 when there is no such file.
+struct FileStamp {
+  std::int64_t written = 0;
+  std::uint64_t size = 0;
+  bool operator==(const FileStamp&) const = default;
+};
+// Of the file of just this name, or behind a link of that name.
+FileStamp fileStamp(const std::string& name);
+
 // Whether others than the program's user, an administrator and, where there are groups, the
 // program's group can write to the folder: they can put files there that a pass reads.
 bool folderIsShared(const std::string& folder);

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 
+#include "base/ascii.h"
 #include "base/text.h"
 #include "base/unicode.h"
 #include "platform/text/code_page.h"
@@ -81,6 +82,7 @@ std::string utf16LeToUtf8(std::string_view bytes) {
 }
 
 std::string ansiToUtf8(std::string_view ansi) {
+  if (!base::contains8bit(ansi)) return std::string(ansi);  // the same in every code page
   return base::utf16ToUtf8(ansiToUtf16(ansi));
 }
 

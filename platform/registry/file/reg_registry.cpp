@@ -1,10 +1,8 @@
 #include "platform/registry/file/reg_registry.h"
 
-#include <system_error>
 #include <utility>
 
 #include "platform/system/files.h"
-#include "platform/system/path_name.h"
 #include "platform/text/text_lines.h"
 
 namespace platform {
@@ -62,7 +60,7 @@ std::unique_ptr<RegRegistry> RegRegistry::load(const std::string& file, std::str
                                                Missing missing) {
   std::unique_ptr<RegRegistry> registry(new RegRegistry(absolutePath(file), missing));
   removeTemporaries(registry->file_);
-  registry->stamp_ = registry->stamp();
+  registry->stamp_ = fileStamp(registry->file_);
   if (!registry->read(registry->contents_)) {
     error = registry->error_;
     return nullptr;
@@ -104,15 +102,6 @@ KeyNames RegRegistry::list(const std::string& path) {
   return names;
 }
 
-RegRegistry::Stamp RegRegistry::stamp() const {
-  std::error_code missing;
-  Stamp stamp;
-  const std::filesystem::path file = pathOf(file_);
-  stamp.written = std::filesystem::last_write_time(file, missing);
-  stamp.size = std::filesystem::file_size(file, missing);
-  return stamp;
-}
-
 bool RegRegistry::read(RegFile& contents) {
   error_.clear();
   std::string bytes;
@@ -131,7 +120,7 @@ bool RegRegistry::read(RegFile& contents) {
 }
 
 void RegRegistry::readIfChanged() {
-  const Stamp current = stamp();
+  const FileStamp current = fileStamp(file_);
   if (current == stamp_) return;
   stamp_ = current;  // taken before reading: a change in between is seen the next time
   RegFile contents;
@@ -164,7 +153,7 @@ WinError RegRegistry::change(const Edit& edit, const Check& done) {
     return kErrorWriteFault;
   }
   contents_ = std::move(after);
-  stamp_ = stamp();
+  stamp_ = fileStamp(file_);
   staleReason_.clear();
   return kErrorSuccess;
 }

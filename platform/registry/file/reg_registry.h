@@ -7,13 +7,13 @@
 #pragma once
 
 #include <cstdint>
-#include <filesystem>
 #include <functional>
 #include <memory>
 #include <string>
 
 #include "platform/registry/file/reg_file.h"
 #include "platform/registry/registry.h"
+#include "platform/system/files.h"
 
 namespace platform {
 
@@ -40,11 +40,6 @@ class RegRegistry final : public Registry {
 
  private:
   class Key;
-  struct Stamp {
-    std::filesystem::file_time_type written;
-    std::uintmax_t size = 0;
-    bool operator==(const Stamp&) const = default;
-  };
   // Gives the edited bytes of the file, or the file's own when there is nothing to change.
   using Edit = std::function<std::string(const RegFile&)>;
   using Check = std::function<bool(const RegFile&)>;
@@ -55,12 +50,11 @@ class RegRegistry final : public Registry {
   void readIfChanged();
   // Makes an edit unless `done` holds already; it must hold of the edited file.
   WinError change(const Edit& edit, const Check& done);
-  Stamp stamp() const;
 
   std::string file_;  // absolute
   Missing missing_;
   RegFile contents_;
-  Stamp stamp_;
+  FileStamp stamp_;
   std::string error_;  // of the last reading or writing
   std::string staleReason_;
 };

@@ -261,6 +261,14 @@ bool removeFile(const std::string& name) {
   return path && ::unlink(path->c_str()) == 0;
 }
 
+FileStamp fileStamp(const std::string& name) {
+  constexpr std::int64_t kNanosecondsPerSecond = 1'000'000'000;
+  struct stat status {};
+  if (::stat(name.c_str(), &status) != 0) return {};
+  return {status.st_mtim.tv_sec * kNanosecondsPerSecond + status.st_mtim.tv_nsec,
+          static_cast<std::uint64_t>(status.st_size)};
+}
+
 bool setWorkingDirectory(const std::string& name) {
   return ::chdir(name.c_str()) == 0;
 }

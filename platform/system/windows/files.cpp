@@ -302,6 +302,15 @@ bool removeFile(const std::string& name) {
   return ::_unlink(name.c_str()) == 0;
 }
 
+FileStamp fileStamp(const std::string& name) {
+  WIN32_FILE_ATTRIBUTE_DATA data{};
+  if (GetFileAttributesExA(name.c_str(), GetFileExInfoStandard, &data) == FALSE) return {};
+  const auto join = [](DWORD high, DWORD low) { return std::uint64_t{high} << 32U | low; };
+  const FILETIME& written = data.ftLastWriteTime;
+  return {static_cast<std::int64_t>(join(written.dwHighDateTime, written.dwLowDateTime)),
+          join(data.nFileSizeHigh, data.nFileSizeLow)};
+}
+
 bool setWorkingDirectory(const std::string& name) {
   return ::_chdir(name.c_str()) == 0;
 }

@@ -1,0 +1,253 @@
+// The simulated site: users, policies, lists and settings as administrators and users change them
+// from day to day, and the directory that serves them to the pass.
+#pragma once
+
+#include <algorithm>
+#include <array>
+#include <cstdint>
+#include <cstdlib>
+#include <map>
+#include <string>
+#include <vector>
+
+#include "base/format_text.h"
+#include "platform/directory/ldif/ldif_source.h"
+#include "tests/simulation/world.h"
+
+namespace simulation {
+
+inline constexpr const char* kAdministrator = "admin@simulated.example";
+inline constexpr int kPolicies = 4;  // the default policy and Policy1 to Policy3
+
+struct User {
+  enum Account { Normal = 0x200, Disabled = 0x202, NeverExpires = 0x10200 };
+
+  std::string name, mail;
+  std::int64_t passwordSet = 0;  // FILETIME; 0: to be changed at next logon
+  std::int64_t setBefore = 0;    // the same when the pass began
+  std::int64_t setWhenRead = 0;  // the same when he was first read again; -1: not yet
+  Account account = Normal;
+  bool gone = false;
+  int policy = 0;         // slot whose list names the user; 0: none
+  bool excluded = false;  // from the default policy, which else covers everybody
+};
+
+// A forced change of a password.
+struct Forced {
+  std::int64_t when = 0;
+  const User* user = nullptr;
+  std::int64_t passwordSet = 0;  // before
+};
+
+class Site {
+ public:
+  // `busy`: users change their passwords while a pass is made.
+  Site(World& world, std::uint64_t seed, bool busy) : world_(world), random_(seed), busy_(busy) {
+    for (int slot = 0; slot < kPolicies; ++slot) {
+      maxAge[slot] = 30 + random_.below(90);
+      emailWarnings[slot] = random_.chance(900) ? 1 : 0;
+    }
+    threshold = 4 + random_.below(6);
+    if (random_.chance(800)) warningDays = {threshold - random_.below(2), 3, 1};
+    for (int i = 0; i < 200; ++i) {
+      join();
+      users.back().passwordSet -= random_.below(100) * kDay;
+    }
+    world_.overwritten = [this](const std::string& before) {
+      User* user = find(before.substr(before.rfind("CN=user") + 3));
+      forced.push_back({world_.clock.now, user, user->passwordSet});
+      user->passwordSet = 0;
+    };
+    world_.beforeRead = [this] { changeSomebodysPassword(); };
+  }
+
+  // What people do between two days; `steady`: users only, and nobody comes or goes.
+  void liveOneNight(bool steady) {
+    for (User& user : users) {
+      if (user.gone) continue;
+      const bool mustChange = user.passwordSet == 0 && user.account == User::Normal;
+      if (random_.chance(mustChange ? 500 : 8)) {
+        user.passwordSet = world_.clock.now - random_.below(3600) * kSecond;
+      }
+      if (steady || !random_.chance(4)) continue;
+      const User::Account other = random_.chance(500) ? User::Disabled : User::NeverExpires;
+      switch (random_.below(5)) {
+        case 0:
+          user.account = user.account == User::Normal ? other : User::Normal;
+          break;
+        case 1:
+          user.mail = user.mail.empty() ? user.name + "@simulated.example" : "";
+          break;
+        case 2:
+          user.policy = random_.below(kPolicies);
+          break;
+        case 3:
+          user.excluded = !user.excluded;
+          break;
+        default:
+          user.gone = true;
+      }
+    }
+    if (steady) return;
+    if (random_.chance(200)) join();
+    if (random_.chance(5)) maxAge[random_.below(kPolicies)] = 30 + random_.below(90);
+    if (random_.chance(5)) threshold = 4 + random_.below(6);
+  }
+
+  // Registry file, lists and directory as they are now, onto the disk.
+  void writeFiles() {
+    const std::string root = "HKEY_LOCAL_MACHINE\\Software\\Policies\\Kadro\\PwsentryProMPE\\";
+    const auto section = [&](const std::string& name, const std::map<std::string, int>& values) {
+      registryText += "\r\n[" + root + name + "]\r\n\"policyName\"=\"" + name + "\"\r\n";
+      for (const auto& [value, number] : values) {
+        registryText += '"' + value + base::formatText("\"=dword:%08x\r\n", unsigned(number));
+      }
+    };
+    std::map<std::string, int> values = settings;
+    values["warningThreshold"] = threshold;
+    for (const int day : warningDays)
+      values["warning" + std::to_string(values.count("warning1") + values.count("warning2") + 1)] =
+          day;
+    registryText = "Windows Registry Editor Version 5.00\r\n";
+    section("PWExpiration", values);
+    registryText +=
+        "\"smtpServer\"=\"127.0.0.1\"\r\n\"emailCustomMsg\"=\"days:<%daysUntilExpiration%>\"\r\n"
+        "\"adminEmailAddress\"=\"" +
+        std::string(kAdministrator) + "\"\r\n";
+    std::array<std::string, kPolicies> lists;
+    for (const User& user : users) {
+      if (user.policy != 0) lists[user.policy] += user.name + "\n";
+      if (user.excluded) lists[0] += user.name + "\n";
+    }
+    for (int slot = 0; slot < kPolicies; ++slot) {
+      section(slot == 0 ? "DefaultPolicy" : "Policy" + std::to_string(slot),
+              {{"maxPasswordAge", maxAge[slot]}, {"emailWarnings", emailWarnings[slot]}});
+      const std::string file = slot == 0
+                                   ? "pwsentry_pro_defaultpolicy_exclude.txt"
+                                   : "pwsentry_pro_policy" + std::to_string(slot) + "_include.txt";
+      world_.put(file, lists[slot]);
+    }
+    world_.put("site.reg", registryText);
+    writeDirectory();
+  }
+
+  void beginPass() {
+    forced.clear();
+    for (User& user : users) {
+      user.setBefore = user.passwordSet;
+      user.setWhenRead = -1;
+    }
+  }
+
+  User* find(const std::string& name) {  // may go on behind the name
+    const auto number = static_cast<std::size_t>(std::atoi(name.c_str() + 4));
+    const bool known = name.starts_with("user") && number < users.size() && !users[number].gone;
+    return known ? &users[number] : nullptr;
+  }
+  int setting(const char* name, int otherwise = 0) const {
+    const auto found = settings.find(name);
+    return found == settings.end() ? otherwise : found->second;
+  }
+  bool covers(int slot, const User& user) const {
+    return slot == 0 ? !user.excluded : user.policy == slot;
+  }
+  // The lowest maximum age of the policies that cover him; 0: none does.
+  int maxAgeOf(const User& user) const {
+    const int own = user.policy == 0 ? 0 : maxAge[user.policy];
+    if (user.excluded) return own;
+    return own == 0 ? maxAge[0] : std::min(own, maxAge[0]);
+  }
+
+  void changeSomebodysPassword() {
+    if (!busy_ || world_.dead() || !random_.chance(5)) return;
+    world_.clock.now += kSecond;
+    User& user = users[static_cast<std::size_t>(random_.below(users.size()))];
+    user.passwordSet = world_.clock.now;
+    writeDirectory();
+  }
+
+  std::array<int, kPolicies> maxAge{}, emailWarnings{};  // by slot
+  int threshold = 14;
+  std::vector<int> warningDays;
+  std::map<std::string, int> settings{{"htmllog", 1}};  // further ones
+  std::vector<User> users;
+  std::vector<Forced> forced;  // by the pass
+  std::string registryText;    // as the administrator wrote it
+
+ private:
+  void join() {
+    User user;
+    user.name = "user" + std::to_string(users.size());
+    user.mail = user.name + "@simulated.example";
+    user.passwordSet = world_.clock.now - random_.below(6 * 3600) * kSecond;
+    user.policy = random_.below(kPolicies);
+    user.excluded = random_.chance(20);
+    users.push_back(user);
+  }
+
+  // A record keeps its place when a password is changed.
+  void writeDirectory() {
+    std::string text;
+    for (const User& user : users) {
+      if (user.gone) continue;
+      text += base::formatText(
+          "dn: CN=%s,DC=simulated,DC=example\nobjectClass: user\nuserAccountControl: %i\n"
+          "pwdLastSet: %018lli\nsAMAccountName: %s\ngivenName: Given\nsn: Surname\n",
+          user.name.c_str(), static_cast<int>(user.account),
+          static_cast<long long>(user.passwordSet), user.name.c_str());
+      text += user.mail.empty() ? "\n" : "mail: " + user.mail + "\n\n";
+    }
+    world_.put(kDirectoryFile, text);
+  }
+
+  World& world_;
+  Random random_;  // of its own: what people do does not depend on what a pass does
+  bool busy_;
+};
+
+// The directory's file, behind a server that may be slow, away, or deny.
+class SimulatedDirectory final : public platform::DirectorySource {
+ public:
+  SimulatedDirectory(Site& site, World& world) : site_(site), world_(world) {}
+
+  platform::HResult load(platform::DirectorySnapshot& snapshot,
+                         platform::DirectoryError& error) override {
+    const platform::AccountResult result = answer();
+    error = {81, result.text, "simulated"};
+    if (!result.ok()) return platform::kServerDown;
+    const platform::HResult status = file_.load(snapshot, error);
+    snapshot.clockOffset = -world_.clock.wrongBy / kSecond;  // the directory's clock is right
+    return status;
+  }
+  platform::AccountResult refresh(platform::DirectoryEntry& entry) override {
+    platform::AccountResult result = answer();
+    if (result.ok()) result = file_.refresh(entry);
+    User* user = site_.find(entry.logonName);
+    if (result.ok() && user->setWhenRead == -1) user->setWhenRead = entry.pwdLastSet;
+    return result;
+  }
+  platform::AccountResult expirePassword(const platform::DirectoryEntry& entry) override {
+    platform::AccountResult result = answer();
+    if (result.ok()) result = file_.expirePassword(entry);
+    return result.ok() ? answer() : result;  // lost behind the work, perhaps
+  }
+  platform::DirectoryFacts facts() override { return file_.facts(); }
+
+ private:
+  platform::AccountResult answer() {
+    world_.call();
+    if (world_.has(world_.faults.directorySlow)) world_.clock.now += 2 * kSecond;
+    if (world_.has(world_.faults.directoryDown) ||
+        world_.fails(world_.faults.directory, "the directory does not answer")) {
+      return {platform::kNetNoDomainController, "simulated: no answer"};
+    }
+    const bool denies = world_.fails(world_.faults.directory, "the directory denies");
+    return {denies ? platform::kNetAccessDenied : platform::kNetSuccess, "simulated: denied"};
+  }
+
+  Site& site_;
+  World& world_;
+  platform::LdifSource file_{kDirectoryFile};
+};
+
+}  // namespace simulation
