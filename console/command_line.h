@@ -41,6 +41,9 @@ void addCatch(CLI::App& app, Chosen& chosen);
 void addSettings(CLI::App& app, Chosen& chosen);
 void addPolicies(CLI::App& app, Chosen& chosen);
 void addMx(CLI::App& app, Chosen& chosen);
+void addPreview(CLI::App& app, Chosen& chosen);
+void addTestMail(CLI::App& app, Chosen& chosen);
+void addForecast(CLI::App& app, Chosen& chosen);
 void addStatus(CLI::App& app, Chosen& chosen);
 
 }  // namespace console

@@ -2,7 +2,9 @@
 // in it failed, 2 unusable input, one line on standard error says why.
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
+#include <optional>
 #include <string>
 
 #include "console/site.h"
@@ -55,6 +57,31 @@ struct StatusOptions {
 };
 // The exit status is that of a monitoring check: 0 well, 1 with problems, 2 no pass in time.
 int statusCommand(const StatusOptions& options);
+
+struct PreviewOptions {
+  QuestionOptions question;
+  std::string user;
+  bool report = false;               // the administrator's report instead of a user's mail
+  std::optional<std::int32_t> days;  // left; none: as they are
+  std::string emlFile;               // empty: none
+  std::string htmlFile;              // the same
+};
+int previewCommand(const PreviewOptions& options);
+
+struct TestMailOptions {
+  SiteOptions site;
+  std::string address;  // who gets it
+  std::string user;     // whom it is about; empty: the user of testEmailOnly
+  std::optional<std::int32_t> days;
+};
+int testMailCommand(const TestMailOptions& options);
+
+struct ForecastOptions {
+  QuestionOptions question;
+  std::size_t days = 90;
+  std::string htmlFile;  // empty: none
+};
+int forecastCommand(const ForecastOptions& options);
 
 // The registry that the option stands for, in words.
 std::string registryName(const std::string& registryFile);

@@ -13,8 +13,9 @@ namespace {
 
 // In the order of the help.
 constexpr void (*kCommands[])(CLI::App&, console::Chosen&) = {
-    console::addRun,      console::addDemo, console::addCatch,  console::addSettings,
-    console::addPolicies, console::addMx,   console::addStatus,
+    console::addRun,      console::addDemo,   console::addCatch,   console::addSettings,
+    console::addPolicies, console::addMx,     console::addPreview, console::addTestMail,
+    console::addForecast, console::addStatus,
 };
 
 bool isCommand(const CLI::App& app, const std::string& name) {

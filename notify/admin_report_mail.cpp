@@ -9,11 +9,14 @@
 
 namespace notify {
 
+namespace {
+
+// Empty, or why it cannot be composed.
 std::string composeAdminReport(kelvado::KvEmail& email, const config::ExpirationSettings& settings,
-                               const std::string& mailReport, LogoFrom from) {
+                               const std::string& mailReport, PassMode mode) {
   // The name on the right is the one the report's <img> asks for.
   constexpr const char* kNameInReport = "images/logo.gif";
-  if (from == LogoFrom::Memory) {
+  if (mode == PassMode::Dry) {
     const std::string_view logo = reportLogo();
     email.AddRelatedData(kNameInReport, logo.data(), logo.size());
   } else if (!email.AddRelatedFile2("Norvyn-Report-Logo.gif", kNameInReport)) {
@@ -29,10 +32,12 @@ std::string composeAdminReport(kelvado::KvEmail& email, const config::Expiration
   return "";
 }
 
+}  // namespace
+
 MailOutcome sendAdminReport(const config::ExpirationSettings& settings,
-                            const std::string& mailReport, Mailer& mailer) {
+                            const std::string& mailReport, PassMode mode, Mailer& mailer) {
   kelvado::KvEmail email;
-  const std::string problem = composeAdminReport(email, settings, mailReport, LogoFrom::File);
+  const std::string problem = composeAdminReport(email, settings, mailReport, mode);
   if (!problem.empty()) return {MailResult::RefusedForGood, problem};
   return mailer.sendReport(email, settings.adminEmailAddress);
 }

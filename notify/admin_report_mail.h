@@ -1,25 +1,17 @@
-// Mails the report to the administrator, logo embedded. Used by the pass, and by who shows what it
-// would mail.
+// Mails the report to the administrator, logo embedded. Used by the pass only.
 #pragma once
 
 #include <string>
 
 #include "config/expiration_settings.h"
-#include "mail/mime/kv_email.h"
 #include "notify/mailer.h"
+#include "notify/pass_mode.h"
 
 namespace notify {
 
-// Where the embedded logo is taken from: the file that a run makes, or, for who only looks, the
-// program.
-enum class LogoFrom { File, Memory };
-
-// Composes the mail. Empty, or why it cannot be composed, in one line.
-std::string composeAdminReport(kelvado::KvEmail& email, const config::ExpirationSettings& settings,
-                               const std::string& mailReport, LogoFrom from);
-
-// Blocks for as long as the mail server takes. A send that failed leaves kMailErrorFile.
+// Blocks for as long as the mail server takes. The logo is the file that a run makes; in a dry run,
+// which makes none, the one in the program. A send that failed leaves kMailErrorFile.
 MailOutcome sendAdminReport(const config::ExpirationSettings& settings,
-                            const std::string& mailReport, Mailer& mailer);
+                            const std::string& mailReport, PassMode mode, Mailer& mailer);
 
 }  // namespace notify

@@ -366,7 +366,8 @@ bool Pass::isToStop() {
 // Tried again only when it was refused for now: a server that does not answer has had its time.
 notify::MailOutcome Pass::mailReport() {
   const auto mail = [this] {
-    return notify::sendAdminReport(pass_.settings, pass_.report.mailReport(), *pass_.mailer);
+    return notify::sendAdminReport(pass_.settings, pass_.report.mailReport(), run_.mode,
+                                   *pass_.mailer);
   };
   notify::MailOutcome outcome = mail();
   std::uint64_t delayMs = std::uint64_t{pass_.settings.smtpRetryDelay} * 1000;

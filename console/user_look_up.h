@@ -1,0 +1,29 @@
+// Looks up e-mail addresses and names that the pass itself did not, because it needed them for
+// those only whom it mails. For observers of a dry run: the directory is read as long as it lasts.
+#pragma once
+
+#include <string>
+
+#include "config/debug_log.h"
+#include "directory/domain_directory.h"
+#include "notify/user_record.h"
+
+namespace console {
+
+class UserLookUp {
+ public:
+  // `access` is borrowed.
+  explicit UserLookUp(platform::DirectoryAccess& access) : domain_(access, log_, nullptr) {}
+
+  // Fills in the user's data as the pass would. False when the directory is of no help.
+  bool complete(notify::UserRecord& user);
+
+ private:
+  enum class Binding { None, Bound, Failed };
+
+  config::DebugLog log_{false};
+  directory::DomainDirectory domain_;
+  Binding binding_ = Binding::None;
+};
+
+}  // namespace console
