@@ -32,10 +32,11 @@ class DeliveredMail:
 
 
 class PostfixMail(Rig):
-    def __init__(self, refused="", login=None, tls=None):
+    def __init__(self, refused="", login=None, tls=None, introspection_port=0):
         """refused: a recipient answered with 550; login: (user name, password), which also offers
         AUTH and takes nothing without; tls: (certificate file, key file), which also offers
-        STARTTLS, and TLS from the first byte on tls_port."""
+        STARTTLS, and TLS from the first byte on tls_port; introspection_port: of a token server, which
+        also offers logins by access token."""
         super().__init__()
         self.port, self.tls_port = free_port(), free_port() if tls else None
         self._login = login
@@ -44,7 +45,8 @@ class PostfixMail(Rig):
             "port": self.port, "domain": DOMAIN, "certificate": certificate, "key": key,
             "refusal": refused and "check_recipient_access inline:"
                                    f"{{{{{refused} = 550 5.1.1 {refused}: unknown here}}}}",
-            "sasl": "yes" if login else "no",
+            "sasl": "yes" if login else "no", "introspection_port": introspection_port,
+            "token_mechanisms": " xoauth2 oauthbearer" if introspection_port else "",
             "client_restrictions": "permit_sasl_authenticated, reject" if login else "",
             "tls_level": "may" if tls else "none",
             "tls_service": f"127.0.0.1:{self.tls_port} inet n - n - - smtpd"
