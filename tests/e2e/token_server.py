@@ -57,7 +57,8 @@ class TokenServer:
         if self.mode in answers:
             return answers[self.mode]
         self.given.append("t0ken-%d-" % len(self.given) + "x" * 600)
-        # One that was withdrawn at once is the fault; the next one is good, unless none is.
-        if self.mode == "good" or (self.mode == "withdrawn" and len(self.given) % 2 == 0):
+        if self.mode == "good":
             self.good.add(self.given[-1])
+        elif self.mode == "withdrawn":  # the next one is good
+            self.mode = "good"
         return 200, {"access_token": self.given[-1], "token_type": "Bearer", "expires_in": 3600}
