@@ -166,6 +166,10 @@ bool folderIsShared(const std::string&) {
   return false;
 }
 
+bool fileIsShared(const std::string&) {
+  return false;
+}
+
 bool fileExists(const std::string& name) {
   world().call();
   return world().files.count(pathOnDisk(name)) != 0;
