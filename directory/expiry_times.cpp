@@ -67,27 +67,27 @@ HResult ExpiryTimes::now(const std::u16string& name, const platform::UserInfo& i
 // Takes the times of all users that the filter finds.
 HResult ExpiryTimes::search(const std::u16string& filter) {
   access_.initialise();
-  HResult status = platform::kOk;
-  {
-    std::unique_ptr<platform::DirectorySearch> domain;
-    std::unique_ptr<platform::SearchRows> rows;
-    if (path_.empty()) status = getRootDse(access_, log_, path_);
-    if (!platform::failed(status)) status = openDomainSearch(access_, path_, domain);
-    if (!platform::failed(status))
-      status = domain->execute(filter, {kLogonName, kExpiryTime}, rows);
-    if (!platform::failed(status)) {
-      status = forEachRow(access_, *rows, [this](platform::SearchRows& row) {
-        platform::SearchColumn name, time;
-        if (!platform::failed(row.column(kLogonName, name)) &&
-            !platform::failed(row.column(kExpiryTime, time))) {
-          times_[keyOf(name.firstValue)] = timeOf(time.firstValue);
-        }
-        return platform::kOk;
-      });
-    }
-  }
+  const HResult status = takeTimes(filter);
   access_.uninitialise();
   return status;
+}
+
+HResult ExpiryTimes::takeTimes(const std::u16string& filter) {
+  std::unique_ptr<platform::DirectorySearch> domain;
+  std::unique_ptr<platform::SearchRows> rows;
+  HResult status = path_.empty() ? getRootDse(access_, log_, path_) : platform::kOk;
+  if (!platform::failed(status)) status = openDomainSearch(access_, path_, domain);
+  if (platform::failed(status)) return status;
+  status = domain->execute(filter, {kLogonName, kExpiryTime}, rows);
+  if (platform::failed(status)) return status;
+  return forEachRow(access_, *rows, [this](platform::SearchRows& row) {
+    platform::SearchColumn name, time;
+    if (!platform::failed(row.column(kLogonName, name)) &&
+        !platform::failed(row.column(kExpiryTime, time))) {
+      times_[keyOf(name.firstValue)] = timeOf(time.firstValue);
+    }
+    return platform::kOk;
+  });
 }
 
 }  // namespace directory

@@ -32,6 +32,7 @@ class ExpiryTimes {
 
  private:
   platform::HResult search(const std::u16string& filter);
+  platform::HResult takeTimes(const std::u16string& filter);
 
   platform::AccountDatabase& accounts_;
   platform::DirectoryAccess& access_;
