@@ -20,6 +20,8 @@ struct Step {
   bool accepted = true;  // the mail, when one is due
   int day = 5;           // of the month
   std::int64_t passwordSet = 1000;
+  bool notified = false;  // that the password has expired, before this pass
+  int maxAge = 42;
 };
 
 void live(const std::array<std::int32_t, 3>& warningDays, const std::vector<Step>& steps) {
@@ -27,7 +29,7 @@ void live(const std::array<std::int32_t, 3>& warningDays, const std::vector<Step
   platform::createDirectory("logfiles");
   test_support::ManualClock clock;
   config::ExpirationSettings settings;
-  settings.rememberWarnings = true;
+  settings.rememberWarnings = settings.expireOnlyNotified = true;
   settings.warnings = warningDays;
   for (const Step& step : steps) {  // each is a pass of its own
     clock.local.day = step.day;
@@ -38,7 +40,9 @@ void live(const std::array<std::int32_t, 3>& warningDays, const std::vector<Step
     notify::UserRecord user;
     user.username = "anna";
     user.passwordSet = step.passwordSet;
-    user.maxAge = step.daysLeft;
+    user.maxAge = step.maxAge;
+    user.age = static_cast<std::uint32_t>(step.maxAge - step.daysLeft);
+    EXPECT_EQ(memory.isNotified(user), step.notified) << step.what;
     EXPECT_EQ(memory.isDue(user), step.due) << step.what;
     if (step.due && step.accepted) memory.mailed(user);
     memory.finish();
@@ -55,7 +59,8 @@ TEST(WarningMemory, WarnsOnceForEachDayAndCatchesUp) {
                        {"tried again", 6, true},
                        {"a second pass of that day", 6, false},
                        {"expired before the last day", 0, true},
-                       {"expired, and mailed", -1, false},
+                       {"expired, and mailed", -1, false, true, 5, 1000, true},
+                       {"expired by another maximum age", 0, false, true, 5, 1000, false, 60},
                        {"a new password", 7, true, true, 5, 90 * 86400},
                    });
   live({}, {
@@ -63,37 +68,6 @@ TEST(WarningMemory, WarnsOnceForEachDayAndCatchesUp) {
                {"a second pass of that day", 9, false},
                {"the next day", 8, true, true, 6},
            });
-}
-
-TEST(WarningMemory, KnowsWhoWasToldThatThePasswordHasExpired) {
-  const test_support::TempDir directory;
-  platform::createDirectory("logfiles");
-  test_support::ManualClock clock;
-  config::ExpirationSettings settings;
-  settings.rememberWarnings = settings.expireOnlyNotified = true;
-  settings.warnings = {7, 0, 0};
-  const struct {
-    const char* what;
-    std::uint32_t age;
-    std::int32_t maxAge;
-    bool notified;
-  } passes[] = {{"a warning a day before", 41, 42, false},
-                {"the mail at its expiry", 42, 42, false},
-                {"expired, and told so", 43, 42, true},
-                {"of another maximum age", 60, 60, false}};
-  for (const auto& pass : passes) {
-    config::Findings findings;
-    WarningMemory memory;
-    memory.open(settings, false, clock, findings);
-    notify::UserRecord user;
-    user.username = "anna";
-    user.passwordSet = 1000;
-    user.age = pass.age;
-    user.maxAge = pass.maxAge;
-    EXPECT_EQ(memory.isNotified(user), pass.notified) << pass.what;
-    memory.mailed(user);
-    memory.finish();
-  }
 }
 
 TEST(WarningMemory, HoldsWarningsBackWhenItCannotRecordThem) {
