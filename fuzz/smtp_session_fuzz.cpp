@@ -21,8 +21,9 @@ namespace {
 constexpr char kSeparator = '\xFF';
 constexpr std::size_t kMaxEcho = 8;  // bytes from 1 on repeat what was sent that many writes ago
 constexpr std::string_view kPassword = "Tr0ub4dor-and-3";
+constexpr std::string_view kToken = "ya29.an-access-token";
 constexpr std::string_view kSecrets[] = {kPassword, "VHIwdWI0ZG9yLWFuZC0z",  // LOGIN, PLAIN
-                                         "dXNlcgB1c2VyAFRyMHViNGRvci1hbmQtMw"};
+                                         "dXNlcgB1c2VyAFRyMHViNGRvci1hbmQtMw", kToken};
 constexpr std::string_view kMessage = "Subject: fuzz\r\n\r\n.text\r\n";
 
 // Each write of the client makes the next chunk readable; behind the last one nothing ever comes.
@@ -75,13 +76,16 @@ void requireOneStep(std::string_view write) {
 
 // Bits: 1 TLS from the first byte, 2 STARTTLS, 4 every recipient apart; then the method.
 SmtpServer serverFor(unsigned options, std::string_view helloName) {
-  static const char* const kMethods[] = {"", "LOGIN", "PLAIN", "CRAM-MD5", "NTLM", "MSN", "NONE"};
+  static const char* const kMethods[] = {"",    "LOGIN", "PLAIN",   "CRAM-MD5",   "NTLM",
+                                         "MSN", "NONE",  "XOAUTH2", "OAUTHBEARER"};
+  constexpr unsigned kFirstWithToken = 7;
+  const unsigned method = (options >> 3) % std::size(kMethods);
   SmtpServer server;
   server.host = "127.0.0.1";
   server.ssl = (options & 1) != 0;
   server.startTls = (options & 2) != 0;
-  server.credentials = {"user", std::string(kPassword), "",
-                        kMethods[(options >> 3) % std::size(kMethods)]};
+  server.credentials = {"user", std::string(kPassword), "", kMethods[method],
+                        std::string(method < kFirstWithToken ? "" : kToken)};
   server.helloName = helloName;
   return server;
 }
@@ -128,6 +132,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   require(std::none_of(std::begin(kSecrets), std::end(kSecrets), isIn(log.text())));
   for (const std::string& write : network.writes) {
     if (!server.ssl && !server.startTls) requireOneStep(write);
+    require(!write.starts_with("AUTH XOAUTH2") && !write.starts_with("AUTH OAUTHBEARER"));
     if (server.ssl || server.startTls) {
       require(!write.starts_with("AUTH") && !write.starts_with("MAIL"));
     }

@@ -164,6 +164,17 @@ TEST_F(PosixFiles, AFolderThatOthersCanWriteToIsShared) {
     fs::permissions("work", fs::perms(mode));
     EXPECT_EQ(folderIsShared("work"), shared) << group << ' ' << std::oct << mode;
   }
+  platform::writeWholeFile("secret", "x");
+  ASSERT_EQ(::chown("secret", 0, kSomebody), 0);
+  for (const auto& [mode, asRoot, asOther] :
+       {std::tuple(0600U, false, false), {0640U, false, true}, {0604U, true, true}}) {
+    fs::permissions("secret", fs::perms(mode));
+    EXPECT_EQ(fileIsShared("secret"), asRoot) << std::oct << mode;
+    ASSERT_EQ(::seteuid(kSomebody), 0);
+    const bool shared = fileIsShared("secret");
+    ASSERT_EQ(::seteuid(0), 0);
+    EXPECT_EQ(shared, asOther) << std::oct << mode;
+  }
 }
 
 }  // namespace
