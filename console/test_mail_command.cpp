@@ -6,6 +6,7 @@
 
 #include "console/commands.h"
 #include "console/mail_preview.h"
+#include "notify/access_token.h"
 #include "notify/mail_transport.h"
 #include "notify/warning_email.h"
 #include "platform/text/text_lines.h"
@@ -42,6 +43,9 @@ int testMailCommand(const TestMailOptions& options) {
   if (!composePreview(email, settings, user, error)) return refuse(error);
   if (email.GetTo() == nullptr || *email.GetTo() == '\0') {
     return refuse("\"" + options.address + "\" is no e-mail address");
+  }
+  for (const std::string& problem : notify::findTokenProblems(settings)) {
+    std::printf("%s\n", problem.c_str());
   }
   const std::unique_ptr<notify::MailTransport> transport = notify::makeSmtpTransport(settings);
   if (transport->send(email)) {

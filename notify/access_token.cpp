@@ -13,6 +13,7 @@
 #include "base/hex_digit.h"
 #include "base/text.h"
 #include "mail/mime/base64.h"
+#include "mail/smtp/token_login.h"
 #include "platform/system/files.h"
 #include "platform/text/code_page.h"
 
@@ -200,6 +201,9 @@ bool AccessToken::renew() {
 
 void AccessToken::readFile(std::string& problem) {
   token_ = readSecret("smtpTokenFile", settings_.smtpTokenFile, problem);
+  if (token_.empty() || kelvado::isAccessToken(token_)) return;
+  problem = "smtpTokenFile " + settings_.smtpTokenFile + ": its first line is no access token";
+  token_.clear();
 }
 
 void AccessToken::fetch(std::string& problem) {
@@ -230,7 +234,7 @@ void AccessToken::fetch(std::string& problem) {
 std::string AccessToken::take(const platform::HttpsAnswer& answer, const std::string& secret) {
   const json object = json::parse(answer.body, nullptr, false);
   const std::string token = object.is_object() ? member(object, "access_token") : "";
-  if (token.empty()) {
+  if (!kelvado::isAccessToken(token)) {
     return "gives something that holds no access token: look whether oauthTokenUrl is right";
   }
   const std::string type = member(object, "token_type");

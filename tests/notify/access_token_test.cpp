@@ -127,6 +127,9 @@ TEST_F(AccessTokenTest, IsReadAgainFromItsFile) {
     EXPECT_EQ(next(), std::string(text).substr(0, 3));
     EXPECT_FALSE(token.renew());
   }
+  platform::writeWholeFile("token", "t0 ken");
+  EXPECT_EQ(next(), "");
+  EXPECT_EQ(problem, "smtpTokenFile token: its first line is no access token");
   EXPECT_TRUE(server.requests.empty());
 }
 
