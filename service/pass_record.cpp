@@ -55,10 +55,7 @@ void PassRecord::addUser(const notify::UserRecord& user, const std::string& list
   }
   if (user.emailedText == "yes") ++mailsSent;
   if (user.mailFailed) addFailedMail(user);
-  if (user.expiry == notify::Expiry::Refused) {
-    findings.problem("the directory did not take the forced password change of " + user.username +
-                     (user.refusal.empty() ? "" : ": " + user.refusal));
-  }
+  if (user.expiry == notify::Expiry::Refused) addRefusal(user);
 }
 
 void PassRecord::addFailedMail(const notify::UserRecord& user) {
@@ -82,14 +79,26 @@ void PassRecord::addFailedMail(const notify::UserRecord& user) {
 
 // A directory that does not answer gives every account the same reason.
 void PassRecord::addReadError(const notify::UserRecord& user) {
-  if (user.readError == lastReadError_) {
-    ++sameReadError_;
-    return;
-  }
-  lastReadError_ = user.readError;
+  if (readErrors_.repeats(user.readError)) return;
   findings.problem(
       "the account of " + user.username + " could not be read again, so the user was " +
       (user.emailedText == "yes" ? "not" : "neither mailed nor") + " expired: " + user.readError);
+}
+
+void PassRecord::addRefusal(const notify::UserRecord& user) {
+  if (refusals_.repeats(user.refusal)) return;
+  findings.problem("the directory did not take the forced password change of " + user.username +
+                   (user.refusal.empty() ? "" : ": " + user.refusal));
+}
+
+// Remembers a text that is new.
+bool PassRecord::Repeated::repeats(const std::string& text) {
+  if (!text.empty() && text == reason) {
+    ++more;
+    return true;
+  }
+  reason = text;
+  return false;
 }
 
 void PassRecord::reportFailedMails() {
@@ -106,14 +115,19 @@ void PassRecord::reportFailedMails() {
     findings.problem("the mail server was given up (smtpGiveUpAfter): " +
                      number(mailsNotTried, "more ") + " not tried");
   }
-  if (sameReadError_ != 0) {
-    findings.problem(formatText("%llu more %s could not be read again, for the same reason: ",
-                                static_cast<unsigned long long>(sameReadError_),
-                                sameReadError_ == 1 ? "account" : "accounts") +
-                     lastReadError_);
-  }
+  const auto reportMore = [this](Repeated& same, const char* one, const char* many,
+                                 const char* what) {
+    if (same.more == 0) return;
+    findings.problem(formatText("%llu more %s%s, for the same reason: ",
+                                static_cast<unsigned long long>(same.more),
+                                same.more == 1 ? one : many, what) +
+                     same.reason);
+    same.more = 0;
+  };
+  reportMore(readErrors_, "account", "accounts", " could not be read again");
+  reportMore(refusals_, "forced password change was", "forced password changes were",
+             " not taken by the directory");
   failedMails_.clear();
-  sameReadError_ = 0;
 }
 
 std::string passLine(const PassRecord& pass) {

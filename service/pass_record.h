@@ -52,10 +52,17 @@ struct PassRecord {
 
   void addFailedMail(const notify::UserRecord& user);
   void addReadError(const notify::UserRecord& user);
+  void addRefusal(const notify::UserRecord& user);
 
   std::vector<Alike> failedMails_;  // by the server's reason
-  std::string lastReadError_;
-  std::uint64_t sameReadError_ = 0;  // accounts behind the one that was reported
+  // A reason that was reported, and how many users behind that one have the same.
+  struct Repeated {
+    std::string reason;
+    std::uint64_t more = 0;
+
+    bool repeats(const std::string& text);
+  };
+  Repeated readErrors_, refusals_;
 };
 
 // The whole pass in one line: duration, lines, each outcome's count, mails, problems, notes.

@@ -6,6 +6,7 @@
 #include <gtest/gtest.h>
 
 #include "base/format_text.h"
+#include "platform/directory/ldif/ldif_source.h"
 #include "tests/support/test_site.h"
 #include "tests/support/text_file.h"
 
@@ -50,6 +51,46 @@ class ScriptedTransport : public notify::MailTransport {
   std::string word_;
   std::string& story_;
 };
+
+// Reads, and does not answer when it is to write.
+struct SilentWriter : platform::DirectorySource {
+  explicit SilentWriter(int& writes) : writes_(writes) {}
+
+  platform::HResult load(platform::DirectorySnapshot& snapshot,
+                         platform::DirectoryError& error) override {
+    return file_.load(snapshot, error);
+  }
+  platform::AccountResult refresh(platform::DirectoryEntry& entry) override {
+    return file_.refresh(entry);
+  }
+  platform::AccountResult expirePassword(const platform::DirectoryEntry& entry) override {
+    return {platform::kNetNoDomainController,
+            entry.dn + ": timed out " + std::to_string(++writes_)};
+  }
+  platform::DirectoryFacts facts() override { return {}; }
+
+ private:
+  platform::LdifSource file_{"domain.ldif"};
+  int& writes_;
+};
+
+TEST(FailingDirectory, IsAskedForTwoExpiriesOnly) {
+  test_support::TestSite site;
+  site.policy("DefaultPolicy", 42, 0);
+  for (const char* name : {"one", "two", "three", "four"}) site.user({name, 50});
+  int writes = 0;
+  const auto pass = site.pass({false, 3600000}, std::make_unique<SilentWriter>(writes));
+  EXPECT_EQ(writes, 2);
+  EXPECT_EQ(pass.record.counts[static_cast<int>(service::Outcome::ExpiryRefused)], 4U);
+  ASSERT_EQ(pass.problems().size(), 4U);
+  EXPECT_TRUE(
+      pass.problems()[1].ends_with("change of two: CN=two,CN=Users,DC=site,DC=example: "
+                                   "timed out 2"))
+      << pass.problems()[1];
+  EXPECT_EQ(pass.problems()[3],
+            "1 more forced password change was not taken by the directory, for the same reason: "
+            "not tried: the directory did not answer twice in a row");
+}
 
 TEST(FailingMails, ComeToWhatTheFileSays) {
   const struct {

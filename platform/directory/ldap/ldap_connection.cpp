@@ -420,6 +420,12 @@ HResult LdapConnection::bindGssapi(DirectoryError& error) {
   return failToBind(code, "Kerberos bind", error);
 }
 
+void LdapConnection::setAnswerSeconds(int seconds) {
+  const timeval time = {seconds, 0};
+  answerSeconds_ = seconds;
+  ldap_set_option(ldap_, LDAP_OPT_TIMEOUT, &time);
+}
+
 std::chrono::steady_clock::time_point LdapConnection::answerDeadline() const {
   return std::chrono::steady_clock::now() + std::chrono::seconds(answerSeconds_);
 }

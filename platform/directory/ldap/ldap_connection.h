@@ -67,6 +67,8 @@ class LdapConnection {
   // What has come so far of the answer to a request, at least one message. Null when the deadline
   // has passed or the connection is lost: `code` is then the LDAP result code.
   LdapMessage receive(int request, std::chrono::steady_clock::time_point deadline, int& code);
+  // The time for one answer from now on, in place of that of the settings.
+  void setAnswerSeconds(int seconds);
   // From now, for one answer.
   std::chrono::steady_clock::time_point answerDeadline() const;
 

@@ -141,18 +141,29 @@ NetStatus netStatusOf(int code) {
 
 HResult LdapSource::load(DirectorySnapshot& snapshot, DirectoryError& error) {
   HResult status = kOk;
-  connection_ = LdapConnection::open(settings_, status, error);
+  connection_ = LdapConnection::open(forOneEntry(), status, error);
   if (connection_ == nullptr) return status;
   onlyReplaces_ = false;
   lostInARow_ = 0;
   std::string base;
   status = readDomain(snapshot, base, error);
+  connection_->setAnswerSeconds(settings_.answerSeconds);
   if (status == kOk) status = readUsers(base, snapshot, error);
+  connection_->setAnswerSeconds(forOneEntry().answerSeconds);
   if (failed(status)) {
     snapshot = DirectorySnapshot();
     connection_.reset();
   }
   return status;
+}
+
+// A page of users may take long. A bind, one entry, or a write does not: a pass that meets a silent
+// server waits for few of them, and so ends in minutes.
+LdapSettings LdapSource::forOneEntry() const {
+  constexpr int kSeconds = 30;
+  LdapSettings settings = settings_;
+  settings.answerSeconds = std::min(settings.answerSeconds, kSeconds);
+  return settings;
 }
 
 // The base to search from, the domain it lies in with its maximum password age, and the clock.
@@ -222,13 +233,14 @@ AccountResult LdapSource::overConnection(const DirectoryEntry& entry,
   DirectoryError error;
   const bool wasOpen = connection_ != nullptr;
   HResult status = kOk;
-  if (!wasOpen) connection_ = LdapConnection::open(settings_, status, error);
+  if (!wasOpen) connection_ = LdapConnection::open(forOneEntry(), status, error);
   if (connection_ == nullptr) return {kNetNoDomainController, error.text};
   const int code = exchange();
   if (code == LDAP_SUCCESS) return {};
   connection_->fail(code, entry.dn, error);
   if (isConnectionLost(code)) connection_.reset();
-  if (isConnectionLost(code) && wasOpen) return overConnection(entry, exchange);
+  const bool dropped = isConnectionLost(code) && code != LDAP_TIMEOUT;
+  if (dropped && wasOpen) return overConnection(entry, exchange);
   return {netStatusOf(code), error.text};
 }
 

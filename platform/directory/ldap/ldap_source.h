@@ -28,11 +28,10 @@ class LdapSource final : public DirectorySource {
   void readExpiryTimes(bool wanted) override { expiryTimes_ = wanted; }
 
   // Both go over the connection that loading made, or once over a new one when the server has
-  // dropped that. A refresh is one search. An expiry is one modify that deletes the value judged
-  // and adds 0; a server that does not take that, which is remembered until the next load(), gets a
-  // read right before a plain replace.
-  // After two calls in a row to a server that does not answer the others fail at once, until the
-  // next load().
+  // dropped that, and wait 30 s for an answer at most. A refresh is one search. An expiry is one
+  // modify that deletes the value judged and adds 0; a server that does not take that, which is
+  // remembered until the next load(), gets a read right before a plain replace. After two calls in
+  // a row to a server that does not answer the others fail at once, until the next load().
   AccountResult refresh(DirectoryEntry& entry) override;
   AccountResult expirePassword(const DirectoryEntry& entry) override;
 
@@ -46,6 +45,7 @@ class LdapSource final : public DirectorySource {
   HResult readDomain(DirectorySnapshot& snapshot, std::string& base, DirectoryError& error);
   std::vector<PasswordSettings> readPasswordSettings();
   HResult readUsers(const std::string& base, DirectorySnapshot& snapshot, DirectoryError& error);
+  LdapSettings forOneEntry() const;
 
   LdapSettings settings_;
   Clock& clock_;
