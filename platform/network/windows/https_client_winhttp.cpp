@@ -35,6 +35,12 @@ std::string errorWords(DWORD error) {
          (words.empty() ? "" : ")");
 }
 
+bool isAboutTrust(DWORD error) {
+  return error == ERROR_WINHTTP_SECURE_FAILURE || error == ERROR_WINHTTP_SECURE_INVALID_CA ||
+         error == ERROR_WINHTTP_SECURE_CERT_CN_INVALID ||
+         error == ERROR_WINHTTP_SECURE_CERT_DATE_INVALID;
+}
+
 struct Target {
   std::wstring host, path;
   INTERNET_PORT port = INTERNET_DEFAULT_HTTPS_PORT;
@@ -131,7 +137,7 @@ class WinHttps final : public HttpsClient {
     if (request == nullptr || !send(request.get(), post)) {
       const DWORD error = GetLastError();
       answer.error = errorWords(error);
-      answer.untrusted = error == ERROR_WINHTTP_SECURE_FAILURE;
+      answer.untrusted = isAboutTrust(error);
       return answer;
     }
     if (readBody(request.get(), deadline, answer.body, answer.error)) {
