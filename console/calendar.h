@@ -1,5 +1,4 @@
-// Times and dates as people read them: in the local time of the machine, with the difference to UTC
-// that holds now, as a pass has it.
+// Times and dates as people read them: in the local time of the machine.
 #pragma once
 
 #include <cstdint>
@@ -12,6 +11,7 @@ namespace console {
 // Moments are seconds since 1970-01-01, UTC; days are local ones since then.
 class Calendar {
  public:
+  // `clock` is borrowed.
   explicit Calendar(platform::Clock& clock);
 
   std::int64_t now() const { return now_; }
@@ -20,8 +20,10 @@ class Calendar {
   std::string momentText(std::int64_t moment) const;  // "2026-11-22 01:46"
 
  private:
+  base::LocalTime localTime(std::int64_t moment) const;
+
+  platform::Clock& clock_;
   std::int64_t now_;
-  std::int64_t bias_;  // seconds: UTC = local time + bias
 };
 
 std::string dayText(std::int64_t day);  // "2026-11-22"

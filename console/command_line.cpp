@@ -37,7 +37,7 @@ void addFormatOption(CLI::App& command, Format& format) {
       {"text", Format::Text}, {"json", Format::Json}, {"csv", Format::Csv}};
   command.add_option("--format", format, "text (default), json or csv")
       ->type_name("FORMAT")
-      ->transform(CLI::Transformer(kFormats, CLI::ignore_case))
+      ->transform(CLI::Transformer(kFormats, CLI::ignore_case).description(""))
       ->check(CLI::IsMember({Format::Text, Format::Json, Format::Csv}).description(""));
 }
 

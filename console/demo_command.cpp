@@ -12,6 +12,7 @@
 #include "platform/host/system_host.h"
 #include "platform/system/files.h"
 #include "platform/system/path_name.h"
+#include "platform/system/process.h"
 #include "platform/system/random.h"
 #include "platform/text/code_page.h"
 #include "service/expiration_run.h"
@@ -106,6 +107,25 @@ void printPaths(const SmtpCatcher& catcher) {
               platform::nameOf(fs::current_path(status)).c_str());
 }
 
+std::string quotedForShell(const std::string& path) {
+  return path.find(' ') == std::string::npos ? path : '"' + path + '"';
+}
+
+// To be pasted: what can be asked of any site, asked of this one.
+void printQuestions() {
+  const std::string image = platform::systemProcess().imagePath();
+  const std::string program = quotedForShell(image.empty() ? "pwlapse" : image);
+  const std::string site = std::string(" --registry ") + kDemoRegistryFile;
+  std::error_code status;
+  std::printf("\nAsk it more about this site (ready to paste):\n  cd %s\n",
+              quotedForShell(platform::nameOf(fs::current_path(status))).c_str());
+  for (const std::string& command :
+       {"preview ben.berg" + site, "preview --report" + site, "forecast" + site,
+        "forecast" + site + " --set DefaultPolicy.maxPasswordAge=60", std::string("status")}) {
+    std::printf("  %s %s\n", program.c_str(), command.c_str());
+  }
+}
+
 }  // namespace
 
 int demoCommand(const DemoOptions& options) {
@@ -134,6 +154,7 @@ int demoCommand(const DemoOptions& options) {
   std::printf("\n%sThe failure is part of the demonstration: the server refuses %s.\n",
               service::summaryText(record).c_str(), kDemoRefusedAddress);
   printPaths(catcher);
+  printQuestions();
   return asExpected ? kExitDone : kExitSomethingFailed;
 }
 
