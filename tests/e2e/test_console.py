@@ -15,6 +15,8 @@ import page_pictures
 import site_files
 from rig import PROGRAM
 
+COMPLETION = pathlib.Path(__file__).parents[2] / "packaging/pwlapse.bash-completion"
+
 
 def run(*arguments):
     """Exit status, output and errors."""
@@ -55,6 +57,34 @@ class ConsoleTest(unittest.TestCase):
         page = page_pictures.look_at(report, "demo-report")
         self.assertNotIn(0, [width for _, width in page.images])
         self.assertIn("zo\u00eb.m\u00fcller", page.text)
+        self.check_questions(output, folder)
+
+    def check_questions(self, output, folder):
+        """The commands that the demo shows; and that a preview is what was mailed."""
+        enter, *questions = output.split("ready to paste):\n")[1].splitlines()
+        self.assertEqual(len(questions), 5)
+        for question in questions:
+            done = subprocess.run(["sh", "-c", f"{enter}\n{question}"], capture_output=True, text=True)
+            # The demo's pass had a mail that failed.
+            self.assertEqual((done.returncode, done.stderr), (int(question.endswith("status")), ""), question)
+            self.assertGreater(done.stdout.count("\n"), 3, question)
+        self.assertRegex(done.stdout, r"\AWARNING: last pass \d+ s ago .*, 18 lines, 4 mails sent, 1 problem\n")
+        self.assertEqual(run("status", "--work-dir", folder, "--max-age", "0s")[0] | run(
+            "status", "--work-dir", folder / "mails")[0], 2)
+        before = sorted((file, file.stat().st_mtime_ns) for file in folder.rglob("*") if file.is_file())
+        site = ("--registry", folder / "demo-registry.reg", "--work-dir", folder)
+        mail, shown = read_mail(folder / "mails" / "0001.eml"), self.folder.parent / "shown.eml"
+        self.addCleanup(shown.unlink, missing_ok=True)
+        user = mail["To"].addresses[0].username
+        self.assertEqual(run("preview", user, "--eml", shown, *site)[0], 0)
+        for name in ("From", "To", "Subject", "Content-Type", "X-Priority"):
+            self.assertEqual(read_mail(shown)[name], mail[name])
+        self.assertEqual(read_mail(shown).get_content(), mail.get_content().rstrip("\r\n"))
+        page = self.folder.parent / "forecast.html"
+        self.addCleanup(page.unlink, missing_ok=True)
+        self.assertEqual(run("forecast", "--html", page, *site)[0], 0)
+        self.assertIn("Password expiry forecast", page_pictures.look_at(page, "forecast").text)
+        self.assertEqual(sorted((file, file.stat().st_mtime_ns) for file in folder.rglob("*") if file.is_file()), before)
 
     def test_demo_leaves_a_folder_of_something_else_alone(self):
         (self.folder / "mine.txt").write_text("mine")
@@ -69,10 +99,41 @@ class ConsoleTest(unittest.TestCase):
             with smtplib.SMTP("127.0.0.1", int(port)) as client:
                 client.sendmail("a@x.example", ["b@x.example"], b"Subject: hello\r\n\r\n..dots\r\n.\r\n")
             message = read_mail(catcher.stdout.readline().strip())
+            self.check_test_mail(port, catcher)
             self.assert_refused(f".*{port}.*", "catch", "--port", port, "--dir", self.folder)
             catcher.terminate()
         self.assertEqual((message["Subject"], message.get_content().splitlines()),
                          ("hello", ["..dots", "."]))
+
+    def check_test_mail(self, port, catcher):
+        registry = self.folder / "site.reg"
+        registry.write_bytes(site_files.registry_file({site_files.SETTINGS: {
+            "smtpServer": "127.0.0.1", "emailCustomMsg": "Dear <%firstName%>,\\\\<%daysUntilExpiration%> days."}}))
+        before = registry.read_bytes()
+        command = ("test-mail", "me@x.example", "--registry", registry, "--work-dir", self.folder)
+        self.assertEqual(run(*command, "--days", "3", "--set", f"smtpPort={port}")[0], 0)
+        message = read_mail(catcher.stdout.readline().strip())
+        self.assertEqual((message["To"].addresses[0].addr_spec, message.get_content().split()),
+                         ("me@x.example", ["Dear", "Jane,", "3", "days."]))
+        status, output, _ = run(*command, "--set", "smtpPort=1")
+        self.assertEqual((status, output), (1, "The mail was not sent: 127.0.0.1:1: connection refused\n"))
+        self.assertEqual((registry.read_bytes(), list(self.folder.rglob("errors*"))), (before, []))
+
+    def test_bash_completes_every_command_and_option_of_the_help(self):
+        def complete(*words):
+            script = (f"source {COMPLETION}; COMP_WORDS=({' '.join(map(repr, words))}); "
+                      f"COMP_CWORD={len(words) - 1}; _pwlapse; printf '%s\\n' \"${{COMPREPLY[@]}}\"")
+            done = subprocess.run(["bash", "-c", script], capture_output=True, text=True)
+            self.assertEqual((done.returncode, done.stderr), (0, ""))
+            return set(done.stdout.split())
+
+        commands = set(re.findall(r"(?m)^  ([a-z]\S*) ", run("--help")[1].split("Subcommands:")[1]))
+        self.assertGreater(len(commands), 8)
+        self.assertEqual(complete(str(PROGRAM), ""), commands | {"--help", "--version"})
+        for command in commands:
+            options = set(re.findall(r"(?m)^  (?:-h,)?(--[\w-]+)", run(command, "--help")[1]))
+            self.assertEqual(complete(str(PROGRAM), command, "-"), options)
+        self.assertEqual(complete(str(PROGRAM), "status", "--format", ""), {"text", "json", "csv"})
 
     def test_says_what_is_wrong_with_a_command_line(self):
         for arguments, said in ((["runn"], 'there is no command "runn"'), ([], "a command is needed"),
