@@ -133,6 +133,7 @@ class Site {
 
   void beginPass() {
     forced.clear();
+    inHand = nullptr;
     for (User& user : users) {
       user.setBefore = user.passwordSet;
       user.setWhenRead = -1;
@@ -161,7 +162,8 @@ class Site {
   void changeSomebodysPassword() {
     if (!busy_ || world_.dead() || !random_.chance(5)) return;
     world_.clock.now += kSecond;
-    User& user = users[static_cast<std::size_t>(random_.below(users.size()))];
+    User& other = users[static_cast<std::size_t>(random_.below(users.size()))];
+    User& user = inHand != nullptr && random_.chance(500) ? *inHand : other;
     user.passwordSet = world_.clock.now;
     writeDirectory();
   }
@@ -172,6 +174,7 @@ class Site {
   std::map<std::string, int> settings{{"htmllog", 1}};  // further ones
   std::vector<User> users;
   std::vector<Forced> forced;  // by the pass
+  User* inHand = nullptr;      // whom the pass asked for last; changes his password more often
   std::string registryText;    // as the administrator wrote it
 
  private:
@@ -220,13 +223,14 @@ class SimulatedDirectory final : public platform::DirectorySource {
     return status;
   }
   platform::AccountResult refresh(platform::DirectoryEntry& entry) override {
+    User* user = site_.inHand = site_.find(entry.logonName);
     platform::AccountResult result = answer();
     if (result.ok()) result = file_.refresh(entry);
-    User* user = site_.find(entry.logonName);
     if (result.ok() && user->setWhenRead == -1) user->setWhenRead = entry.pwdLastSet;
     return result;
   }
   platform::AccountResult expirePassword(const platform::DirectoryEntry& entry) override {
+    site_.inHand = site_.find(entry.logonName);
     platform::AccountResult result = answer();
     if (result.ok()) result = file_.expirePassword(entry);
     return result.ok() ? answer() : result;  // lost behind the work, perhaps
