@@ -131,10 +131,13 @@ class Judge final : public service::PassObserver {
                             age <= daysBetween(set, machineTime(world_.clock.now)));
     }
     if (!trueAge) wrong(user->name + " was given an age of " + std::to_string(record.age));
+    // No age is known of who has to change his password, or did in the future by a slow clock.
+    const bool noAge =
+        site_.byDirectory[record.slot] && (world_.clock.wrongBy < 0 || record.passwordSet == 0);
     const bool ownAge = site_.covers(record.slot, *user) &&
-                        record.maxAge == site_.maxAge[record.slot] &&
+                        record.maxAge == site_.maxAgeIn(record.slot, *user) &&
                         (troubled_ || record.maxAge == site_.maxAgeOf(*user));
-    if (!ownAge) wrong(user->name + " was given the maximum age of another policy");
+    if (!ownAge && !noAge) wrong(user->name + " was given the maximum age of another policy");
     if (record.data.email != "none" && record.data.email != user->mail) {
       wrong(user->name + " was given the address " + record.data.email);
     }
@@ -163,10 +166,11 @@ class Judge final : public service::PassObserver {
       if (!site_.covers(slot, *user) || (record != nullptr && record->slot != slot)) continue;
       for (const std::int64_t set : {user->setWhenRead, user->passwordSet}) {
         if (set <= 0) continue;
-        const int most = site_.maxAge[slot] - daysBetween(set, machineTime(began_));
-        const int least = site_.maxAge[slot] - daysBetween(set, machineTime(mail.when));
+        const int most = site_.maxAgeIn(slot, *user) - daysBetween(set, machineTime(began_));
+        const int least = site_.maxAgeIn(slot, *user) - daysBetween(set, machineTime(mail.when));
         if (told == 0 ? least <= 0 : told <= most && told >= least) {
-          return rememberMail(*user, set, told == 0 ? least : told, site_.maxAge[slot], mail);
+          return rememberMail(*user, set, told == 0 ? least : told, site_.maxAgeIn(slot, *user),
+                              mail);
         }
       }
     }
@@ -224,12 +228,16 @@ class Judge final : public service::PassObserver {
 
   void judgeForced(const Forced& forced) {
     const User& user = *forced.user;
-    const int maxAge = site_.maxAgeOf(user);
     const std::int64_t error = std::abs(world_.clock.wrongBy);
     const int age = daysBetween(forced.passwordSet, forced.when + error);
-    if (maxAge == 0 || age < maxAge || user.account != User::Normal || error > 61 * kMinute) {
-      wrong(user.name + " was forced after " + std::to_string(age) + " of " +
-            std::to_string(maxAge) + " days");
+    // A policy whose list cannot be read is left out, and its users are then the default policy's.
+    bool due = false;
+    for (int slot = 0; slot < kPolicies; ++slot) {
+      due = due || (site_.covers(slot, user) && age >= site_.maxAge[slot] &&
+                    !site_.byDirectory[slot] && (troubled_ || slot == site_.slotOf(user)));
+    }
+    if (!due || user.account != User::Normal || error > 61 * kMinute) {
+      wrong(user.name + " was forced after " + std::to_string(age) + " days");
     }
     const Mailings& mailings = mailings_[user.name];
     const bool notified = mailings.set == forced.passwordSet && mailings.notified;
@@ -264,10 +272,10 @@ class Judge final : public service::PassObserver {
       const int left = maxAge - daysBetween(user.passwordSet, machineTime(began_));
       if (record == nullptr) {
         wrong(user.name + " was not examined, and nothing was said");
-      } else if (left <= 0) {
+      } else if (left <= 0 && !record->directoryPolicy) {
         wrong(user.name + " was not forced, and nothing was said");
-      } else if (record->emailWarnings == 1 && !user.mail.empty() && left <= site_.threshold &&
-                 isMissed(user, left)) {
+      } else if (record->emailWarnings == 1 && !user.mail.empty() && left > 0 &&
+                 left <= site_.threshold && isMissed(user, left)) {
         wrong(user.name + " was not warned, " + std::to_string(left) + " days before");
       }
     }

@@ -16,7 +16,6 @@
 namespace simulation {
 namespace {
 
-constexpr std::int64_t kStart = 154497LL * kDay;  // midnight, 1 January 2024
 constexpr std::int64_t kHour = 3600 * kSecond;
 constexpr int kSettled = 30;  // days after which nobody is left who was late when the year began
 

@@ -28,6 +28,7 @@ struct User {
   std::int64_t setWhenRead = 0;  // the same when he was first read again; -1: not yet
   Account account = Normal;
   bool gone = false;
+  int ownAge = 0;         // the directory's own maximum age for him, in days; 0: never
   int policy = 0;         // slot whose list names the user; 0: none
   bool excluded = false;  // from the default policy, which else covers everybody
 };
@@ -46,6 +47,7 @@ class Site {
     for (int slot = 0; slot < kPolicies; ++slot) {
       maxAge[slot] = 30 + random_.below(90);
       emailWarnings[slot] = random_.chance(900) ? 1 : 0;
+      byDirectory[slot] = random_.chance(150);
     }
     threshold = 4 + random_.below(6);
     if (random_.chance(800)) warningDays = {threshold - random_.below(2), 3, 1};
@@ -121,7 +123,9 @@ class Site {
     }
     for (int slot = 0; slot < kPolicies; ++slot) {
       section(slot == 0 ? "DefaultPolicy" : "Policy" + std::to_string(slot),
-              {{"maxPasswordAge", maxAge[slot]}, {"emailWarnings", emailWarnings[slot]}});
+              {{"maxPasswordAge", maxAge[slot]},
+               {"emailWarnings", emailWarnings[slot]},
+               {"useDirectoryPolicy", byDirectory[slot] ? 1 : 0}});
       const std::string file = slot == 0
                                    ? "pwsentry_pro_defaultpolicy_exclude.txt"
                                    : "pwsentry_pro_policy" + std::to_string(slot) + "_include.txt";
@@ -152,11 +156,18 @@ class Site {
   bool covers(int slot, const User& user) const {
     return slot == 0 ? !user.excluded : user.policy == slot;
   }
-  // The lowest maximum age of the policies that cover him; 0: none does.
+  // The slot that he belongs to when any covers him: the one of the lowest age.
+  int slotOf(const User& user) const {
+    if (user.policy == 0 || maxAge[user.policy] > maxAge[0]) return user.excluded ? user.policy : 0;
+    return user.policy;
+  }
+  // What a slot gives him, in days; 0: his password never expires.
+  int maxAgeIn(int slot, const User& user) const {
+    return byDirectory[slot] ? user.ownAge : maxAge[slot];
+  }
   int maxAgeOf(const User& user) const {
-    const int own = user.policy == 0 ? 0 : maxAge[user.policy];
-    if (user.excluded) return own;
-    return own == 0 ? maxAge[0] : std::min(own, maxAge[0]);
+    const bool covered = user.policy != 0 || !user.excluded;
+    return covered ? maxAgeIn(slotOf(user), user) : 0;
   }
 
   void changeSomebodysPassword() {
@@ -169,6 +180,7 @@ class Site {
   }
 
   std::array<int, kPolicies> maxAge{}, emailWarnings{};  // by slot
+  std::array<bool, kPolicies> byDirectory{};             // useDirectoryPolicy
   int threshold = 14;
   std::vector<int> warningDays;
   std::map<std::string, int> settings{{"htmllog", 1}};  // further ones
@@ -185,6 +197,7 @@ class Site {
     user.passwordSet = world_.clock.now - random_.below(6 * 3600) * kSecond;
     user.policy = random_.below(kPolicies);
     user.excluded = random_.chance(20);
+    if (!random_.chance(50)) user.ownAge = 30 + random_.below(90);
     users.push_back(user);
   }
 
@@ -198,6 +211,12 @@ class Site {
           "pwdLastSet: %018lli\nsAMAccountName: %s\ngivenName: Given\nsn: Surname\n",
           user.name.c_str(), static_cast<int>(user.account),
           static_cast<long long>(user.passwordSet), user.name.c_str());
+      const bool never = user.ownAge == 0;
+      text += base::formatText(
+          "msDS-UserPasswordExpiryTimeComputed: %019lli\n",
+          static_cast<long long>(never                   ? platform::kNoExpiryTime
+                                 : user.passwordSet == 0 ? 0
+                                                         : user.passwordSet + user.ownAge * kDay));
       text += user.mail.empty() ? "\n" : "mail: " + user.mail + "\n\n";
     }
     world_.put(kDirectoryFile, text);
@@ -235,6 +254,7 @@ class SimulatedDirectory final : public platform::DirectorySource {
     if (result.ok()) result = file_.expirePassword(entry);
     return result.ok() ? answer() : result;  // lost behind the work, perhaps
   }
+  void readExpiryTimes(bool wanted) override { file_.readExpiryTimes(wanted); }
   platform::DirectoryFacts facts() override { return file_.facts(); }
 
  private:

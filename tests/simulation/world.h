@@ -25,6 +25,7 @@ struct Crash {};
 
 inline constexpr std::int64_t kSecond = test_support::kFileTimeSecond;
 inline constexpr std::int64_t kDay = test_support::kFileTimeDay;
+inline constexpr std::int64_t kStart = 154497 * kDay;  // midnight, 1 January 2024
 inline constexpr const char* kDirectoryFile = "users.ldif";
 
 class Random {
@@ -90,7 +91,7 @@ struct DeliveredMail {
 
 class World {
  public:
-  explicit World(std::uint64_t seed) : random(seed) {}
+  explicit World(std::uint64_t seed) : random(seed) { clock.now = kStart; }
 
   Random random;
   SimulatedClock clock;
