@@ -22,8 +22,8 @@ void addWorkDirOption(CLI::App& command, std::string& folder) {
       ->type_name("DIR");
 }
 
-void addSetOption(CLI::App& command, std::vector<std::string>& settings) {
-  command
+CLI::Option* addSetOption(CLI::App& command, std::vector<std::string>& settings) {
+  return command
       .add_option("--set", settings,
                   "What if a setting had this value, such as Policy1.maxPasswordAge=60; may be "
                   "given several times, and changes nothing")
@@ -32,10 +32,10 @@ void addSetOption(CLI::App& command, std::vector<std::string>& settings) {
       ->multi_option_policy(CLI::MultiOptionPolicy::TakeAll);
 }
 
-void addFormatOption(CLI::App& command, Format& format) {
+CLI::Option* addFormatOption(CLI::App& command, Format& format) {
   static const std::map<std::string, Format> kFormats = {
       {"text", Format::Text}, {"json", Format::Json}, {"csv", Format::Csv}};
-  command.add_option("--format", format, "text (default), json or csv")
+  return command.add_option("--format", format, "text (default), json or csv")
       ->type_name("FORMAT")
       ->transform(CLI::Transformer(kFormats, CLI::ignore_case).description(""))
       ->check(CLI::IsMember({Format::Text, Format::Json, Format::Csv}).description(""));

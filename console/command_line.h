@@ -29,8 +29,8 @@ CLI::App& addCommand(CLI::App& app, Chosen& chosen, const char* name, const char
 void addRegistryOption(CLI::App& command, std::string& file);
 void addDirectoryOption(CLI::App& command, std::string& uri);
 void addWorkDirOption(CLI::App& command, std::string& folder);
-void addSetOption(CLI::App& command, std::vector<std::string>& settings);
-void addFormatOption(CLI::App& command, Format& format);
+CLI::Option* addSetOption(CLI::App& command, std::vector<std::string>& settings);
+CLI::Option* addFormatOption(CLI::App& command, Format& format);
 // All of the above.
 void addQuestionOptions(CLI::App& command, QuestionOptions& options);
 
@@ -44,6 +44,8 @@ void addMx(CLI::App& app, Chosen& chosen);
 void addPreview(CLI::App& app, Chosen& chosen);
 void addTestMail(CLI::App& app, Chosen& chosen);
 void addForecast(CLI::App& app, Chosen& chosen);
+void addList(CLI::App& app, Chosen& chosen);
+void addExplain(CLI::App& app, Chosen& chosen);
 void addStatus(CLI::App& app, Chosen& chosen);
 
 }  // namespace console

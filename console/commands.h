@@ -6,6 +6,7 @@
 #include <cstdint>
 #include <optional>
 #include <string>
+#include <vector>
 
 #include "console/site.h"
 
@@ -20,8 +21,14 @@ struct RunOptions {
   std::string directoryUri;  // empty: as the registry says
   std::string workDir;       // empty: the current directory
   bool debug = false;        // on whatever the registry says
+  bool dryRun = false;
+  // For a dry run only.
+  std::vector<std::string> settings;  // as SiteOptions has them
+  std::string reportFile;             // empty: no report is written
+  Format format = Format::Text;
 };
 int runCommand(const RunOptions& options);
+int dryRunCommand(const RunOptions& options);
 
 struct DemoOptions {
   std::string workDir;  // empty: a folder below the system's temporary one
@@ -49,6 +56,23 @@ struct MxOptions {
   std::string domainOrAddress;
 };
 int mxCommand(const MxOptions& options);
+
+struct ListOptions {
+  QuestionOptions question;
+  std::optional<int> due;             // days left, at most
+  std::string policy;                 // its label or policyName; empty: all
+  std::vector<std::string> outcomes;  // see outcomeCode(); empty: all
+  bool noAddress = false;
+  std::vector<std::string> users;  // these, whatever the options above say; empty: all
+  std::string sort = "left";
+};
+int listCommand(const ListOptions& options);
+
+struct ExplainOptions {
+  QuestionOptions question;
+  std::string user;
+};
+int explainCommand(const ExplainOptions& options);
 
 struct StatusOptions {
   std::string workDir;         // empty: the current directory

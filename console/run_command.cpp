@@ -21,6 +21,7 @@ int refuse(const std::string& reason) {
 }
 
 int runCommand(const RunOptions& options) {
+  if (options.dryRun) return dryRunCommand(options);
   // Before the work directory is entered: the registry's name is relative to where the user is.
   platform::HostOptions hostOptions{options.registryFile, options.directoryUri};
   if (!options.registryFile.empty()) {

@@ -10,7 +10,16 @@ void addRun(CLI::App& app, Chosen& chosen) {
   addRegistryOption(run, options->registryFile);
   addDirectoryOption(run, options->directoryUri);
   addWorkDirOption(run, options->workDir);
-  run.add_flag("--debug", options->debug, "Write the debug log, whatever the registry says");
+  CLI::Option* const dry =
+      run.add_flag("--dry-run", options->dryRun,
+                   "Say what a pass would do; nothing is mailed, forced or written");
+  run.add_option("--report", options->reportFile, "Of a dry run: write its report to this file")
+      ->type_name("FILE")
+      ->needs(dry);
+  addSetOption(run, options->settings)->needs(dry);
+  addFormatOption(run, options->format)->needs(dry);
+  run.add_flag("--debug", options->debug, "Write the debug log, whatever the registry says")
+      ->excludes(dry);
 }
 
 void addDemo(CLI::App& app, Chosen& chosen) {

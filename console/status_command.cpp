@@ -4,12 +4,12 @@
 #include <cctype>
 #include <charconv>
 #include <optional>
-#include <utility>
 
 #include "base/format_text.h"
 #include "console/answer.h"
 #include "console/calendar.h"
 #include "console/commands.h"
+#include "console/finding_lines.h"
 #include "console/site.h"
 #include "service/last_run.h"
 
@@ -71,17 +71,6 @@ std::string headline(const LastRun& run, const Calendar& calendar, std::int64_t 
   return text;
 }
 
-void addLines(std::string& text, const config::FindingLines& found, config::FindingKind kind,
-              Tone tone, const TextStyle& style) {
-  const std::string label = config::findingLabel(kind);
-  for (const std::string& line : found.lines) {
-    text += style.paragraph(style.painted(tone, label + ":") + ' ', label.size() + 2, line);
-  }
-  if (found.count > found.lines.size()) {
-    text += label + ": and " + std::to_string(found.count - found.lines.size()) + " more\n";
-  }
-}
-
 std::string details(const LastRun& run, const Calendar& calendar, const TextStyle& style) {
   std::string text = formatText("began     %s, took %.1f s\n",
                                 calendar.momentText(run.began).c_str(), run.durationSeconds);
@@ -91,15 +80,8 @@ std::string details(const LastRun& run, const Calendar& calendar, const TextStyl
             (run.lastSuccess ? calendar.momentText(*run.lastSuccess) : "in no recorded pass") +
             '\n';
   }
-  addLines(text, run.problems, config::FindingKind::Problem, Tone::Bad, style);
-  addLines(text, run.notes, config::FindingKind::Note, Tone::Note, style);
+  text += findingsText(run.problems, run.notes, style);
   return text;
-}
-
-JsonValue findingsJson(const config::FindingLines& found) {
-  JsonValue texts = JsonValue::array();
-  for (const std::string& line : found.lines) texts.push_back(jsonText(line));
-  return {{"count", found.count}, {"texts", std::move(texts)}};
 }
 
 JsonValue timeJson(const std::optional<std::int64_t>& time) {

@@ -303,7 +303,11 @@ std::size_t displayWidth(const std::string& ansi) {
   for (std::size_t at = 0; at < text.size();) {
     char32_t c = 0;
     at = takeCharacter(text, at, c);
-    width += widthOf(c);
+    if (c == U'\033') {  // the colours of painted()
+      at = std::min(text.find(u'm', at), text.size() - 1) + 1;
+    } else {
+      width += widthOf(c);
+    }
   }
   return width;
 }

@@ -89,7 +89,7 @@ struct Table {
 // ANSI text as JSON.
 JsonValue jsonText(const std::string& ansi);
 
-// How many columns of a terminal the ANSI text takes.
+// How many columns of a terminal the ANSI text takes; painted texts are understood.
 std::size_t displayWidth(const std::string& ansi);
 
 }  // namespace console

@@ -54,6 +54,9 @@ enum class NoMail {
   Changed,     // the password was, while the mail waited to be tried again
 };
 inline constexpr int kNoMailReasons = 12;
+constexpr std::uint32_t noMailBit(NoMail reason) {
+  return 1U << static_cast<unsigned>(reason);
+}
 
 // Texts are in the ANSI code page.
 struct UserRecord {
@@ -78,7 +81,8 @@ struct UserRecord {
   // Decided.
   std::uint32_t skipReasons = 0;
   bool inWarningPeriod = false;
-  bool emailDue = false;  // all conditions for a mail held, but perhaps the address
+  std::uint32_t noMailReasons = 0;  // those that hold in the warning period, by noMailBit()
+  bool emailDue = false;            // all conditions for a mail held, but perhaps the address
   // The expiry is decided at the end of the pass; until then only the report's row has its place.
   bool expiryHeld = false;
   std::optional<std::size_t> expiredRow;  // of the report, when the expiry is held

@@ -3,6 +3,7 @@
 #include <memory>
 
 #include "platform/registry/overlay_registry.h"
+#include "platform/text/code_page.h"
 #include "service/pass.h"
 
 namespace service {
@@ -77,6 +78,7 @@ PassRecord makeDryRun(const platform::Host& host, PassObserver* observer,
       return std::make_unique<NoTransport>();
     };
   }
+  host.directory.restrictTo(platform::ansiToUtf16(options.onlyUser));
   return Pass(context).make();
 }
 

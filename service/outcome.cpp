@@ -1,5 +1,7 @@
 #include "service/outcome.h"
 
+#include <initializer_list>
+
 #include "base/format_text.h"
 
 namespace service {
@@ -9,27 +11,33 @@ using notify::Expiry;
 using notify::PassMode;
 using notify::UserRecord;
 
-std::string skipText(const UserRecord& user) {
-  const struct {
-    notify::SkipReason reason;
-    const char* text;
-  } reasons[] = {
-      {notify::kSkipComputerAccount, "computer account"},
-      {notify::kSkipExcluded, "on this policy's exclude list"},
-      {notify::kSkipDisabled, "account is disabled"},
-      {notify::kSkipNeverExpires, "password never expires"},
-      {notify::kSkipCannotChange, "user cannot change the password"},
-      {notify::kSkipProcessedEarlier, "an earlier policy or line has this user"},
-      {notify::kSkipNameTooShort, "name is shorter than 3 characters"},
-      {notify::kSkipUnreadable, "account cannot be read"},
-  };
+struct Words {
+  std::uint32_t bit;
+  const char* text;
+};
+
+std::string wordsOf(std::uint32_t bits, std::initializer_list<Words> table) {
   std::string text;
-  for (const auto& [reason, words] : reasons) {
-    if ((user.skipReasons & reason) == 0) continue;
+  for (const auto& [bit, words] : table) {
+    if ((bits & bit) == 0) continue;
     if (!text.empty()) text += "; ";
     text += words;
   }
   return text;
+}
+
+std::string skipText(const UserRecord& user) {
+  return wordsOf(user.skipReasons,
+                 {
+                     {notify::kSkipComputerAccount, "computer account"},
+                     {notify::kSkipExcluded, "on this policy's exclude list"},
+                     {notify::kSkipDisabled, "account is disabled"},
+                     {notify::kSkipNeverExpires, "password never expires"},
+                     {notify::kSkipCannotChange, "user cannot change the password"},
+                     {notify::kSkipProcessedEarlier, "an earlier policy or line has this user"},
+                     {notify::kSkipNameTooShort, "name is shorter than 3 characters"},
+                     {notify::kSkipUnreadable, "account cannot be read"},
+                 });
 }
 
 std::string agePhrase(const UserRecord& user) {
@@ -150,34 +158,44 @@ const char* outcomeLabel(Outcome outcome, PassMode mode) {
   return "";
 }
 
-std::string outcomeReason(const UserRecord& user, PassMode mode) {
-  const std::string age = agePhrase(user);
+std::string outcomeCause(const UserRecord& user, PassMode mode) {
+  const std::string mail = mailPhrase(user, mode);
   switch (outcomeOf(user)) {
     case Outcome::Skipped:
       return skipText(user);
     case Outcome::OutsidePeriod:
-      return user.changeAlreadyDue ? "already to change the password at next logon" : age;
+      return user.changeAlreadyDue ? "already to change the password at next logon" : "";
     case Outcome::Expired:
-      return age +
-             (mode == PassMode::Dry ? "; change would be forced at next logon; "
-                                    : "; change forced at next logon; ") +
-             mailPhrase(user, mode);
+      return (mode == PassMode::Dry ? "change would be forced at next logon; "
+                                    : "change forced at next logon; ") +
+             mail;
     case Outcome::WouldExpire:
-      return age + "; report-only mode; " + mailPhrase(user, mode);
+      return "report-only mode; " + mail;
     case Outcome::ExpiryRefused:
-      return age + "; the directory did not take the forced change; " + mailPhrase(user, mode);
+      return "the directory did not take the forced change; " + mail;
     case Outcome::ExpiryWithheld:
-      return age + "; " + withheldText(user.expiry) + "; " + mailPhrase(user, mode);
+      return withheldText(user.expiry) + ("; " + mail);
     case Outcome::AlreadyExpired:
-      return age + "; expired by the directory itself; " + mailPhrase(user, mode);
+      return "expired by the directory itself; " + mail;
     case Outcome::NotRead:
-      return age +
-             (user.emailedText == "yes" ? "; mailed, not expired: "
-                                        : "; neither mailed nor expired: ") +
+      return (user.emailedText == "yes" ? "mailed, not expired: "
+                                        : "neither mailed nor expired: ") +
              user.readError;
     default:
-      return age + base::formatText(", %i left; ", user.daysLeft()) + mailPhrase(user, mode);
+      return mail;
   }
+}
+
+std::string outcomeReason(const UserRecord& user, PassMode mode) {
+  const std::string cause = outcomeCause(user, mode);
+  const Outcome outcome = outcomeOf(user);
+  if (outcome == Outcome::Skipped || cause.empty() || user.changeAlreadyDue) {
+    return cause.empty() ? agePhrase(user) : cause;
+  }
+  const bool counts =
+      outcome == Outcome::Warned || outcome == Outcome::NotMailed || outcome == Outcome::MailFailed;
+  const std::string left = counts ? base::formatText(", %i left", user.daysLeft()) : "";
+  return agePhrase(user) + left + "; " + cause;
 }
 
 }  // namespace service

@@ -33,8 +33,12 @@ const char* outcomeLabel(Outcome outcome, notify::PassMode mode = notify::PassMo
 // Why no mail was tried, in a few words: "no e-mail address".
 const char* noMailLabel(notify::NoMail reason);
 
-// Why it came to that, one line.
+// Why it came to that, one line, with the age of the password.
 std::string outcomeReason(const notify::UserRecord& user,
                           notify::PassMode mode = notify::PassMode::Live);
+
+// The same without the age; empty outside the warning period.
+std::string outcomeCause(const notify::UserRecord& user,
+                         notify::PassMode mode = notify::PassMode::Live);
 
 }  // namespace service

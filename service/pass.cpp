@@ -386,7 +386,7 @@ void Pass::finishReport() {
                    std::string(config::kMailErrorFile));
   }
   pass_.report.finish(findings_.problems());
-  if (pass_.settings.emailAdminReports) {
+  if (pass_.settings.emailAdminReports && run_.mode == notify::PassMode::Live) {
     const notify::MailOutcome outcome = mailReport();
     if (!outcome.sent()) {
       findings_.problem("the report was not mailed to the administrator: " + outcome.reason);

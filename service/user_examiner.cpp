@@ -1,6 +1,7 @@
 #include "service/user_examiner.h"
 
 #include <algorithm>
+#include <bit>
 #include <cstddef>
 
 #include "base/timestamp.h"
@@ -180,12 +181,13 @@ void UserExaminer::warn(const std::u16string& name, UserRecord& user) {
                             : onWarningDay || !pass_.intervalMode;
   const bool later = against.empty() && mailsOnlyWithExpiry(user);
   user.emailDue = against.empty() && dueToday && !later;
+  user.noMailReasons = noMailReasons(user, dueToday);
   user.emailedText = later ? "no (mailed when the password is expired)" : "no";
   if (hasAddress && !against.empty()) user.emailedText = against;
   if (hasAddress && user.emailDue) {
     sendWarning(onWarningDay, user);
   } else {
-    user.noMail = noMailReason(user);
+    user.noMail = static_cast<notify::NoMail>(std::countr_zero(user.noMailReasons));
   }
 
   if (countdown > 0 && user.mailHeld) {
@@ -204,10 +206,11 @@ void UserExaminer::lookUpEmail(const std::u16string& name, UserRecord& user) {
   } else {
     const platform::HResult looked = domain_.getEmailBound(name, user.data);
     // Without a surname a user has no address: meant, and no failure of the look-up.
-    if (platform::failed(looked) && looked != platform::kAdsPropertyNotFound) {
+    if (looked == platform::kAdsPropertyNotFound) {
+      user.noMail = notify::NoMail::NoSurname;
+    } else if (platform::failed(looked)) {
       user.lookUpError = host_.directory.errorText(looked);
     }
-    if (looked == platform::kAdsPropertyNotFound) user.noMail = notify::NoMail::NoSurname;
   }
   const directory::UserDirectoryData& data = user.data;
   log_.print("  User Object Properties\n");
@@ -245,18 +248,32 @@ std::string UserExaminer::reasonsAgainstMail(const UserRecord& user) const {
 }
 
 // The address is not looked up when nobody of the policy is mailed anyway.
-notify::NoMail UserExaminer::noMailReason(const UserRecord& user) const {
+std::uint32_t UserExaminer::noMailReasons(const UserRecord& user, bool dueToday) const {
   using enum notify::NoMail;
-  if (user.emailWarnings != 1) return PolicyMailsNobody;
-  if (pass_.emailedToday) return MailedToday;
-  if (!pass_.record.directoryBound || !user.lookUpError.empty()) return LookUpFailed;
-  if (user.noMail == NoSurname) return NoSurname;
-  if (user.data.email == directory::kNoEmail) return NoAddress;
-  if (pass_.settings.reportOnly) return ReportOnly;
-  if (!pass_.mayEmail) return MailedToday;
-  if (pass_.memory.state() == WarningMemory::State::Held) return HeldBack;
-  if (mailsOnlyWithExpiry(user)) return WithExpiry;
-  return pass_.memory.state() == WarningMemory::State::Ready ? Remembered : NotAWarningDay;
+  const bool lookedUp = user.emailWarnings == 1 && !pass_.emailedToday;
+  const bool answered = pass_.record.directoryBound && user.lookUpError.empty();
+  const bool noSurname = user.noMail == NoSurname;
+  const bool noAddress = user.data.email == directory::kNoEmail;
+  const bool remembers = pass_.memory.state() == WarningMemory::State::Ready;
+  const struct {
+    notify::NoMail reason;
+    bool holds;
+  } reasons[] = {
+      {PolicyMailsNobody, user.emailWarnings != 1},
+      {MailedToday, pass_.emailedToday || !pass_.mayEmail},
+      {LookUpFailed, lookedUp && !answered},
+      {NoSurname, lookedUp && answered && noSurname},
+      {NoAddress, lookedUp && answered && noAddress && !noSurname},
+      {ReportOnly, pass_.settings.reportOnly},
+      {HeldBack, pass_.memory.state() == WarningMemory::State::Held},
+      {WithExpiry, mailsOnlyWithExpiry(user)},
+      {remembers ? Remembered : NotAWarningDay, !dueToday},
+  };
+  std::uint32_t bits = 0;
+  for (const auto& [reason, holds] : reasons) {
+    if (holds) bits |= notify::noMailBit(reason);
+  }
+  return bits;
 }
 
 void UserExaminer::sendWarning(bool onWarningDay, UserRecord& user) {

@@ -69,7 +69,7 @@ class UserExaminer {
   std::optional<NoNotice> notifyOfExpiry(const std::u16string& name, notify::UserRecord& user);
   bool forceChange(const std::u16string& name, notify::UserRecord& user);
   platform::AccountResult writeExpiry(const std::u16string& name, const notify::UserRecord& user);
-  notify::NoMail noMailReason(const notify::UserRecord& user) const;
+  std::uint32_t noMailReasons(const notify::UserRecord& user, bool dueToday) const;
 
   platform::Host host_;
   config::DebugLog& log_;

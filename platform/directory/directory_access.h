@@ -158,6 +158,9 @@ class DirectoryAccess {
   // A pass begins or ends. In between, an implementation may read what a pass needs once and answer
   // from memory; outside of it nothing is kept.
   virtual void beginPass() {}
+  // The passes that follow concern the account with this logon name alone, so that others need not
+  // be read: they may be missing. Empty: all accounts.
+  virtual void restrictTo(const std::u16string& /*logonName*/) {}
   virtual void endPass() {}
 };
 

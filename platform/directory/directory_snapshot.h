@@ -44,6 +44,9 @@ class DirectorySource {
   // Whether load() and refresh() are to bring passwordExpires, where the directory has it. False
   // until this is called.
   virtual void readExpiryTimes(bool /*wanted*/) {}
+  // Of the users load() is to bring this one, by the logon name in UTF-8, and may leave out the
+  // others; empty, as until this is called: all.
+  virtual void restrictTo(const std::string& /*logonName*/) {}
   // Fills an empty snapshot. On failure an HRESULT, `error` set and the snapshot empty.
   virtual HResult load(DirectorySnapshot& snapshot, DirectoryError& error) = 0;
   // Reads one entry of the snapshot again, as it is now. Name and logon name stay as they are; an

@@ -259,6 +259,10 @@ void SnapshotDirectory::beginPass() {
   ensureLoaded();
 }
 
+void SnapshotDirectory::restrictTo(const std::u16string& logonName) {
+  source_->restrictTo(base::utf16ToUtf8(logonName));
+}
+
 void SnapshotDirectory::endPass() {
   inPass_ = false;
   drop();

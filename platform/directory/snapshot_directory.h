@@ -40,6 +40,7 @@ class SnapshotDirectory final : public DirectoryAccess, public AccountDatabase {
   DirectoryError lastError() override;
   void beginPass() override;
   void endPass() override;
+  void restrictTo(const std::u16string& logonName) override;
 
   std::optional<std::int64_t> clockOffset() override;
   DirectoryFacts facts() override { return source_->facts(); }

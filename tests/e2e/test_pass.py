@@ -3,6 +3,7 @@ was mailed (from the delivered mails), who was expired (from the directory), the
 import dataclasses
 import datetime
 import html
+import json
 import pathlib
 import re
 import shutil
@@ -54,12 +55,22 @@ class Site:
     def write_registry(self):
         self.registry.write_bytes(site_files.registry_file(self.keys))
 
-    def run(self, *options, limit="unlimited"):
+    def run(self, *options, command="run", limit="unlimited"):
         """limit: of the size of a file, in KiB."""
         return subprocess.run(
-            ["bash", "-c", f'ulimit -f {limit}; exec "$@"', "bash", PROGRAM, "run", "--registry",
+            ["bash", "-c", f'ulimit -f {limit}; exec "$@"', "bash", PROGRAM, command, "--registry",
              self.registry, "--work-dir", self.folder, *options],
             capture_output=True, text=True, timeout=PASS_SECONDS, env=self.ad.environment)
+
+    def ask(self, command, *options):
+        """The answer of a command that is asked a question."""
+        done = self.run(*options, "--format", "json", command=command)
+        assert done.returncode == 0, done.stdout + done.stderr
+        return json.loads(done.stdout)
+
+    def files(self):
+        return {file.relative_to(self.folder): file.read_bytes()
+                for file in self.folder.rglob("*") if file.is_file()}
 
     def read(self, name):
         return (self.folder / name).read_text()
@@ -78,6 +89,11 @@ class WholePassTest(unittest.TestCase):
         shutil.copytree(FILES, folder, dirs_exist_ok=True)
         cls.site.write_registry()
         cls.before = {name: cls.ad.pwd_last_set(name) for name in USERS}
+        cls.files_before = cls.site.files()
+        cls.dry = cls.site.ask("run", "--dry-run")
+        cls.listed = cls.site.ask("list")
+        cls.explained = {name: cls.site.ask("explain", name) for name in USERS}
+        cls.files_after_questions = cls.site.files()
         cls.done = cls.site.run()
         cls.delivered = cls.mail.delivered()
         cls.report = cls.site.read("logfiles/norvyn-expiration-report.html")
@@ -89,6 +105,28 @@ class WholePassTest(unittest.TestCase):
         self.assertRegex(self.done.stdout, r"(?m)^  warned +5$")
         self.assertRegex(self.done.stdout, r"(?m)^  expired +2$")
         self.assertEqual(self.done.stderr, "")
+
+    def test_questions_agree_with_the_pass_and_change_nothing(self):
+        self.assertEqual(self.files_after_questions, self.files_before)
+        rows = {row["user"]: row for row in self.listed["users"]}
+        self.assertLessEqual(set(USERS), set(rows))
+        # That the mail server refuses one address cannot be known before.
+        addresses = {row["address"] for row in rows.values() if row["mailed"]}
+        self.assertEqual(addresses, set(sample_site.mailed()) | {REFUSED})
+        self.assertEqual({name for name, row in rows.items() if row["forced"]}, set(EXPIRED))
+        self.assertEqual({name: row["daysLeft"] for name, row in rows.items() if name in UPCOMING},
+                         {name: sample_site.days_left(name) for name in UPCOMING})
+        self.assertEqual(self.dry["would"], {"mailed": len(addresses), "forced": len(EXPIRED)})
+        counts = {row["outcome"]: row["lines"] for row in self.dry["outcomes"]}
+        self.assertEqual({"mail": counts["mail"], "force": counts["force"]},
+                         {name: self.listed["counts"][name] for name in ("mail", "force")})
+        for name, answer in self.explained.items():
+            with self.subTest(name):  # who is left out by every policy has no row
+                self.assertEqual(answer["users"], [rows[name]] if answer["users"] else [])
+                self.assertEqual([policy["policy"] for policy in answer["policies"] if policy["has"]],
+                                 [rows[name]["policy"]] if answer["users"] else [])
+        self.assertEqual(self.explained["twice"]["policies"][0]["lists"][0]["line"], 1)
+        self.assertIn("exclude.txt:", self.explained["excluded"]["policies"][1]["why"])
 
     def test_who_was_mailed(self):
         warnings = [mail for mail in self.delivered if mail.recipient != ADMIN_MAIL]

@@ -8,14 +8,21 @@
 
 #include "base/ascii.h"
 #include "base/case_fold.h"
+#include "base/unicode.h"
 #include "platform/directory/entry_attributes.h"
 #include "platform/directory/ldap/ldap_paged_search.h"
+#include "platform/directory/ldap_filter.h"
 
 namespace platform {
 namespace {
 
 constexpr const char* kUsers = "(objectClass=user)";
 constexpr const char* kPwdLastSetName = "pwdLastSet";
+
+std::string filterOfUser(const std::string& logonName) {
+  const std::u16string escaped = escapeFilterValue(base::utf8ToUtf16(logonName));
+  return "(&" + std::string(kUsers) + "(sAMAccountName=" + base::utf16ToUtf8(escaped) + "))";
+}
 
 // The names of the attributes that each user is asked for, behind them a null pointer.
 std::vector<const char*> userAttributes(bool expiryTimes) {
@@ -198,7 +205,8 @@ HResult LdapSource::readDomain(DirectorySnapshot& snapshot, std::string& base,
 HResult LdapSource::readUsers(const std::string& base, DirectorySnapshot& snapshot,
                               DirectoryError& error) {
   const std::vector<const char*> attributes = userAttributes(expiryTimes_);
-  LdapPagedSearch search(*connection_, base, kUsers, attributes.data());
+  const std::string filter = onlyUser_.empty() ? kUsers : filterOfUser(onlyUser_);
+  LdapPagedSearch search(*connection_, base, filter.c_str(), attributes.data());
   EntryCollector collector(connection_->handle(), snapshot);
   std::vector<LdapMessage> page;
   int code = search.start();

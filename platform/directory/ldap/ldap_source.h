@@ -27,6 +27,8 @@ class LdapSource final : public DirectorySource {
   // The server is asked for one attribute more, in the same searches.
   void readExpiryTimes(bool wanted) override { expiryTimes_ = wanted; }
 
+  void restrictTo(const std::string& logonName) override { onlyUser_ = logonName; }
+
   // Both go over the connection that loading made, or once over a new one when the server has
   // dropped that, and wait 30 s for an answer at most. A refresh is one search. An expiry is one
   // modify that deletes the value judged and adds 0; a server that does not take that, which is
@@ -49,6 +51,7 @@ class LdapSource final : public DirectorySource {
 
   LdapSettings settings_;
   Clock& clock_;
+  std::string onlyUser_;  // logon name; empty: all users
   std::string namingContext_;  // of the last load()
   bool expiryTimes_ = false;   // are wanted
   bool onlyReplaces_ = false;  // the server refuses to exchange one value for another

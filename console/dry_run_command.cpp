@@ -1,0 +1,128 @@
+// `pwlapse run --dry-run`: what a pass would do now and, with --set, how much more or less of it.
+#include <array>
+#include <utility>
+
+#include "base/format_text.h"
+#include "console/commands.h"
+#include "console/finding_lines.h"
+#include "console/pass_watcher.h"
+#include "console/user_rows.h"
+#include "platform/system/files.h"
+#include "platform/system/terminal.h"
+#include "service/dry_run.h"
+
+namespace console {
+namespace {
+
+using base::formatText;
+using notify::UserRecord;
+
+// What a site hears of in a change of settings.
+struct Totals {
+  std::array<std::uint64_t, service::kOutcomes> counts{};
+  std::uint64_t mailed = 0;
+  std::uint64_t forced = 0;
+};
+
+// Counts, and shows the progress.
+class Counter final : public service::PassObserver {
+ public:
+  explicit Counter(std::FILE* terminal) : bar_(PassWatcher::Keep::Nothing, terminal) {}
+  ~Counter() override { bar_.finish(); }
+
+  void slotStarted(int slot, const std::string& file, std::uint64_t listBytes) override {
+    bar_.slotStarted(slot, file, listBytes);
+  }
+  void userExamined(const UserRecord& user) override {
+    ++totals_.counts.at(static_cast<std::size_t>(service::outcomeOf(user)));
+    if (user.emailedText == "yes") ++totals_.mailed;
+    if (user.expiry == notify::Expiry::Forced) ++totals_.forced;
+    bar_.userExamined(user);
+  }
+
+  const Totals& totals() const { return totals_; }
+
+ private:
+  PassWatcher bar_;
+  Totals totals_;
+};
+
+std::pair<service::PassRecord, Totals> dryRun(platform::SystemHost& system,
+                                              const std::string& reportFile) {
+  Counter counter(platform::isTerminal(stderr) ? stderr : nullptr);
+  service::DryRunOptions options;
+  options.reportFile = reportFile;
+  service::PassRecord record = service::makeDryRun(system.host(), &counter, options);
+  return {std::move(record), counter.totals()};
+}
+
+// "8 would be mailed, 3 more than without --set"
+std::string comparison(const char* what, std::uint64_t with, std::uint64_t without) {
+  std::string text = formatText("%llu would be %s", static_cast<unsigned long long>(with), what);
+  if (with == without) return text + ", as many as without --set\n";
+  const std::uint64_t difference = with > without ? with - without : without - with;
+  return text + formatText(", %llu %s than without --set\n",
+                           static_cast<unsigned long long>(difference),
+                           with > without ? "more" : "fewer");
+}
+
+JsonValue totalsJson(const Totals& totals) {
+  return {{"mailed", totals.mailed}, {"forced", totals.forced}};
+}
+
+}  // namespace
+
+int dryRunCommand(const RunOptions& options) {
+  const SiteOptions site{options.registryFile, options.directoryUri, options.workDir,
+                         options.settings};
+  SiteOptions asItIs = site;
+  asItIs.settings.clear();
+  const std::string reportFile =
+      options.reportFile.empty() ? "" : platform::absolutePath(options.reportFile);
+  std::string error;
+  const std::unique_ptr<platform::SystemHost> system = openHost(site, error);
+  const std::unique_ptr<platform::SystemHost> before =
+      system && !site.settings.empty() ? openHost(asItIs, error) : nullptr;
+  if (!error.empty() || !enterWorkDir(site, error)) return refuse(error);
+
+  const auto [record, totals] = dryRun(*system, reportFile);
+  Answer answer;
+  answer.command = "run";
+  answer.rowsKey = "outcomes";
+  answer.table.columns = {{"outcome", "", Fit::Hidden}, {"label", "OUTCOME"}, {"lines", "LINES"}};
+  answer.members = {{"dryRun", true},
+                    {"reportOnly", record.reportOnly},
+                    {"lists", record.lists},
+                    {"lines", record.lines},
+                    {"would", totalsJson(totals)}};
+  answer.above =
+      formatText("A dry run: nothing is mailed, forced or written%s.\n",
+                 reportFile.empty() ? "" : " but the report") +
+      formatText("%llu lines in %i user lists%s\n\n", static_cast<unsigned long long>(record.lines),
+                 record.lists, record.reportOnly ? ", report-only mode" : "");
+  Totals without;
+  if (before) {
+    without = dryRun(*before, "").second;
+    answer.table.columns.push_back({"linesWithoutSet", "WITHOUT --set"});
+    answer.members["wouldWithoutSet"] = totalsJson(without);
+    answer.below = '\n' + comparison("mailed", totals.mailed, without.mailed) +
+                   comparison("forced", totals.forced, without.forced);
+  }
+  for (int i = 0; i < service::kOutcomes; ++i) {
+    const auto outcome = static_cast<service::Outcome>(i);
+    if (totals.counts.at(i) == 0 && without.counts.at(i) == 0) continue;
+    answer.table.rows.push_back(
+        {outcomeCode(outcome),
+         {service::outcomeLabel(outcome, notify::PassMode::Dry), outcomeTone(outcome)},
+         totals.counts.at(i)});
+    if (before) answer.table.rows.back().emplace_back(without.counts.at(i));
+  }
+  const TextStyle style = outputStyle();
+  answer.below += findingsText(record.findings.problems(), record.findings.notes(), style);
+  answer.members["problems"] = findingsJson(record.findings.problems());
+  answer.members["notes"] = findingsJson(record.findings.notes());
+  printAnswer(answer, options.format);
+  return record.allWell() ? kExitDone : kExitSomethingFailed;
+}
+
+}  // namespace console
