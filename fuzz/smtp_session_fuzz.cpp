@@ -125,6 +125,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     const bool sent = session.prepareToSend(server, call) &&
                       session.sendMime(envelope, kMessage, sendOptions, call, counters);
     require(!sent || counters.accepted > 0);
+    require(std::none_of(std::begin(kSecrets), std::end(kSecrets), isIn(session.failure().text)));
     require(!(sent && (server.ssl || server.startTls)));  // no input is a handshake
   }
   session.smtpQuit(call);

@@ -43,8 +43,8 @@ const char* stepName(SmtpStep step) {
 std::string failureText(const SmtpFailure& failure) {
   const std::string step = stepName(failure.step);
   if (step.empty()) return failure.text;
-  if (failure.refusedForNow() || failure.refusedForGood())
-    return step + " refused: " + failure.text;
+  const bool refused = failure.refusedForNow() || failure.refusedForGood();
+  if (refused) return step + " refused: " + failure.text;
   if (failure.replyCode != 0) return step + ": unexpected reply: " + failure.text;
   return step + ": " + failure.text;
 }

@@ -71,8 +71,8 @@ std::string oneLine(std::string_view text) {
     text.remove_prefix(end + 2 > text.size() ? text.size() : end + 2);
     end = std::min(text.find("\r\n"), text.size());
     const std::string_view more = text.substr(0, end);
-    if (more.size() > kCodeDigits)
-      line.append(" ").append(more.substr(coded ? kCodeDigits + 1 : 0));
+    if (more.size() <= kCodeDigits) continue;
+    line.append(" ").append(more.substr(coded ? kCodeDigits + 1 : 0));
   }
   if (line.size() <= kMaxBytes) return line;
   std::size_t end = kMaxBytes;

@@ -224,8 +224,9 @@ void SmtpWire::noteFailure(SmtpStep step) {
     failure_.replyCode = replyCode();
     return;
   }
-  if (problem_.empty() && replyCode() == kBadReplyCode)
+  if (problem_.empty() && replyCode() == kBadReplyCode) {
     problem_ = "the server's reply is not one of SMTP";
+  }
   const IoStatus& status = channel().status();
   noteFailure(step, problem_.empty() ? ioFailureText(status) : problem_);
   failure_.timedOut = status.timedOut;
