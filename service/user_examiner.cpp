@@ -398,7 +398,7 @@ platform::AccountResult UserExaminer::writeExpiry(const std::u16string& name,
     return {platform::kNetNoDomainController,
             "not tried: the directory did not answer twice in a row"};
   }
-  const platform::AccountResult result =
+  platform::AccountResult result =
       directory::expireUserPassword(host_.accounts, host_.clock, name, user.age, pass_.expiredLog);
   const bool silent = result.status == platform::kNetNoDomainController;
   pass_.unansweredWrites = silent ? pass_.unansweredWrites + 1 : 0;
