@@ -120,7 +120,7 @@ void printQuestions() {
   std::printf("\nAsk it more about this site (ready to paste):\n  cd %s\n",
               quotedForShell(platform::nameOf(fs::current_path(status))).c_str());
   for (const std::string& command :
-       {"preview ben.berg" + site, "preview --report" + site, "forecast" + site,
+       {"explain carla.clausen" + site, "preview ben.berg" + site, "forecast" + site,
         "forecast" + site + " --set DefaultPolicy.maxPasswordAge=60", std::string("status")}) {
     std::printf("  %s %s\n", program.c_str(), command.c_str());
   }

@@ -104,8 +104,8 @@ Table policyTable(const ForecastPair& pair) {
 }
 
 std::string summary(const Forecast& forecast) {
-  return formatText("%s in %zu days; %s at their age already, %s later\n",
-                    groupedText(forecast.total()).c_str(), forecast.days(),
+  return formatText("%s in %d days; %s at their age already, %s later\n",
+                    groupedText(forecast.total()).c_str(), static_cast<int>(forecast.days()),
                     groupedText(forecast.overdue()).c_str(), groupedText(forecast.later()).c_str());
 }
 
@@ -230,7 +230,7 @@ std::string waveText(const Forecast& forecast, const ForecastWave& wave) {
   } else {
     text += " (" + weekdayName(dateOf(wave.first)) + ')';
   }
-  text += wave.first == 0 ? ", today" : formatText(", in %zu days", wave.first);
+  text += wave.first == 0 ? ", today" : formatText(", in %d days", static_cast<int>(wave.first));
   text += ": " + groupedText(wave.passwords) + " passwords";
   const double usual = forecast.usual() * static_cast<double>(wave.last - wave.first + 1);
   if (usual >= 0.5) {

@@ -108,9 +108,9 @@ class Chart {
       const std::uint64_t count = pair_.now.policies()[i].days[day];
       if (count == 0) continue;
       text_ +=
-          formatText("<rect class=\"p%zu\" x=\"%.2f\" y=\"%.2f\" width=\"%.2f\" height=\"%.2f\"/>",
-                     std::min(i, kChartColours - 1), x(day) + gap / 2, y(below + count),
-                     slot_ - gap, y(below) - y(below + count));
+          formatText("<rect class=\"p%d\" x=\"%.2f\" y=\"%.2f\" width=\"%.2f\" height=\"%.2f\"/>",
+                     static_cast<int>(std::min(i, kChartColours - 1)), x(day) + gap / 2,
+                     y(below + count), slot_ - gap, y(below) - y(below + count));
       below += count;
     }
     text_ += "</g>\n";

@@ -95,7 +95,7 @@ class Page {
       text_ += "<div class=\"card\"><b>" + number(count, other) + "</b>" + words + "</div>\n";
     };
     text_ += "<div class=\"cards\">\n";
-    card(&Forecast::total, base::formatText("due in %zu days", now.days()));
+    card(&Forecast::total, base::formatText("due in %d days", static_cast<int>(now.days())));
     card(&Forecast::overdue, "at their age already");
     card(&Forecast::later, "later");
     text_ += "<div class=\"card\"><b>" + groupedText(now.withoutAddress().size()) +
@@ -114,7 +114,7 @@ class Page {
     const std::vector<ForecastPolicy>& policies = pair_.now.policies();
     for (std::size_t i = 0; i < std::min(policies.size(), kChartColours); ++i) {
       const bool rest = i + 1 == kChartColours && policies.size() > kChartColours;
-      text_ += base::formatText("<li><i class=\"p%zu\"></i>", i) +
+      text_ += base::formatText("<li><i class=\"p%d\"></i>", static_cast<int>(i)) +
                (rest ? "other policies" : escaped(policies[i].name)) + "</li>";
     }
     if (pair_.then != nullptr) {
