@@ -14,7 +14,7 @@ namespace {
 constexpr std::size_t kGap = 2;           // between two columns
 constexpr std::size_t kComfortable = 16;  // a cut column keeps so much while others can be dropped
 constexpr std::size_t kNarrowest = 8;     // a cut column
-constexpr std::size_t kNarrowestWrap = 28;
+constexpr std::size_t kNarrowestWrap = 16;
 constexpr std::string_view kCutMark = "..";
 
 // Characters of double width: East Asian ones and pictures.
@@ -155,7 +155,7 @@ class Layout {
       if (table_.columns[i].fit != Fit::Wrap) continue;
       const std::size_t others = needed() - std::min(widths_[i], kNarrowestWrap);
       const std::size_t rest = width > others ? width - others : 0;
-      widths_[i] = std::min(widths_[i], std::max(rest, kNarrowestWrap));
+      widths_[i] = std::min(widths_[i], std::max(rest, kNarrowest));
     }
   }
 

@@ -69,6 +69,7 @@ std::string whyToday(const UserRecord& user) {
   if (outcome == Outcome::Warned) return "a warning is due";
   const std::string label = service::outcomeLabel(outcome, notify::PassMode::Dry);
   std::string cause = service::outcomeCause(user, notify::PassMode::Dry);
+  if (outcome == Outcome::Expired) return cause.substr(cause.find("; ") + 2);
   if (cause.starts_with(label + ": ")) cause.erase(0, label.size() + 2);
   return cause;
 }
