@@ -140,6 +140,11 @@ def bench_ldif(table):
               "< 2 s", seconds < 2)
     table.row("LDIF, 100,000 users, peak memory", f"{middle.peak_mb():.0f} MB", "< 300 MB",
               middle.peak_mb() < 300)
+    listing = [PWLAPSE, "list", *middle.command[2:], "--format", "csv"]
+    ours, peer, ratio = compare(ROUNDS, lambda: cost_of(listing).seconds,
+                                lambda: cost_of(middle.command).seconds)
+    table.row("  `list` of them as CSV, to a pass", f"{ours:.2f} s", "1.50 x", ratio < 1.5,
+              f"{peer:.2f} s", ratio)
     table.row("LDIF, 1,000,000 users", f"{large.seconds():.2f} s")
     table.row("LDIF, 1,000,000 users, peak memory", f"{large.peak_mb():.0f} MB")
     ratio = large.processor_seconds() / middle.processor_seconds()
