@@ -246,8 +246,8 @@ class Judge final : public service::PassObserver {
     }
     for (const notify::UserRecord& record : examined_) {
       const User* other = site_.find(record.username);
-      if (record.expiry == notify::Expiry::OverLimit && other != nullptr &&
-          other->setBefore + kSecond < forced.passwordSet) {
+      if (record.expiry == notify::Expiry::OverLimit && record.passwordSet != 0 &&
+          other != nullptr && other->setBefore + kSecond < forced.passwordSet) {
         wrong(user.name + " was forced before " + record.username + ", whose password is older");
       }
     }

@@ -74,38 +74,18 @@ class Year {
     if (random.chance(500)) faults.from = someCall;
     if (random.chance(300)) faults.until = faults.from + random.below(lastCalls_ + 1);
     const std::int64_t units[] = {kSecond, 60 * kSecond, kHour, kDay};
-    switch (random.below(10)) {
-      case 0:
-        faults.mail = often;
-        break;
-      case 1:
-        faults.mailDown = true;
-        break;
-      case 2:
-        faults.mailSilent = true;
-        break;
-      case 3:
-        faults.directoryDown = true;
-        break;
-      case 4:
-        faults.directory = often;
-        break;
-      case 5:
-        faults.directorySlow = true;
-        break;
-      case 6:
-        faults.writes = often;
-        break;
-      case 7:
-        faults.reads = often;
-        break;
-      case 8:
-        world_.clock.wrongBy = (random.below(400) - 200) * units[random.below(4)] / 2;
-        break;
-      default:
-        faults.crashAt = someCall;
-        faults.powerCut = random.chance(500);
-    }
+    const int kind = random.below(10);
+    if (kind == 0) faults.mail = often;
+    if (kind == 1) faults.directory = often;
+    if (kind == 2) faults.writes = often;
+    if (kind == 3) faults.reads = often;
+    faults.mailDown = kind == 4;
+    faults.mailSilent = kind == 5;
+    faults.directoryDown = kind == 6;
+    faults.directorySlow = kind == 7;
+    if (kind == 8) world_.clock.wrongBy = (random.below(400) - 200) * units[random.below(4)] / 2;
+    if (kind == 9) faults.crashAt = someCall;
+    faults.powerCut = random.chance(500);
   }
 
   void makePass() {

@@ -58,6 +58,7 @@ class Site {
     world_.overwritten = [this](const std::string& before) {
       User* user = find(before.substr(before.rfind("CN=user") + 3));
       forced.push_back({world_.clock.now, user, user->passwordSet});
+      if (user->setWhenRead == -1) user->setWhenRead = user->passwordSet;
       user->passwordSet = 0;
     };
     world_.beforeRead = [this] { changeSomebodysPassword(); };
@@ -73,22 +74,12 @@ class Site {
       }
       if (steady || !random_.chance(4)) continue;
       const User::Account other = random_.chance(500) ? User::Disabled : User::NeverExpires;
-      switch (random_.below(5)) {
-        case 0:
-          user.account = user.account == User::Normal ? other : User::Normal;
-          break;
-        case 1:
-          user.mail = user.mail.empty() ? user.name + "@simulated.example" : "";
-          break;
-        case 2:
-          user.policy = random_.below(kPolicies);
-          break;
-        case 3:
-          user.excluded = !user.excluded;
-          break;
-        default:
-          user.gone = true;
-      }
+      const int what = random_.below(5);
+      if (what == 0) user.account = user.account == User::Normal ? other : User::Normal;
+      if (what == 1) user.mail = user.mail.empty() ? user.name + "@simulated.example" : "";
+      if (what == 2) user.policy = random_.below(kPolicies);
+      if (what == 3) user.excluded = !user.excluded;
+      if (what == 4) user.gone = true;
     }
     if (steady) return;
     if (random_.chance(200)) join();

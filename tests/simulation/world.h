@@ -143,6 +143,7 @@ class World {
     for (auto& [path, file] : files) {
       if (dead_ && faults.powerCut) cutPower(*file);
       file->durable = file->current;
+      file->records.clear();
     }
     locks.clear();
     faults = {};
