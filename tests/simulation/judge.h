@@ -162,16 +162,14 @@ class Judge final : public service::PassObserver {
     const std::size_t at = mail.text.find("days:");
     const int told = at == std::string::npos ? 0 : std::atoi(mail.text.c_str() + at + 5);
     const notify::UserRecord* record = recordOf(*user);
-    for (int slot = 0; slot < kPolicies; ++slot) {
-      if (!site_.covers(slot, *user) || (record != nullptr && record->slot != slot)) continue;
-      for (const std::int64_t set : {user->setWhenRead, user->passwordSet}) {
-        if (set <= 0) continue;
-        const int most = site_.maxAgeIn(slot, *user) - daysBetween(set, machineTime(began_));
-        const int least = site_.maxAgeIn(slot, *user) - daysBetween(set, machineTime(mail.when));
-        if (told == 0 ? least <= 0 : told <= most && told >= least) {
-          return rememberMail(*user, set, told == 0 ? least : told, site_.maxAgeIn(slot, *user),
-                              mail);
-        }
+    const int maxAge =
+        site_.maxAgeIn(record != nullptr ? record->slot : site_.slotOf(*user), *user);
+    for (const std::int64_t set : {user->setWhenRead, user->passwordSet}) {
+      if (set <= 0) continue;
+      const int most = maxAge - daysBetween(set, machineTime(began_));
+      const int least = maxAge - daysBetween(set, machineTime(mail.when));
+      if (told == 0 ? least <= 0 : told <= most && told >= least) {
+        return rememberMail(*user, set, told == 0 ? least : told, maxAge, mail);
       }
     }
     wrong("the mail to " + user->name + " tells him " + std::to_string(told) + " days");
@@ -244,10 +242,12 @@ class Judge final : public service::PassObserver {
     if (site_.setting("expireOnlyNotified") != 0 && !user.mail.empty() && !notified) {
       wrong(user.name + " was forced without a mail");
     }
+    // Whose mail waits to be tried again is overtaken.
+    if (site_.setting("smtpRetries") != 0 && site_.setting("expireOnlyNotified") != 0) return;
     for (const notify::UserRecord& record : examined_) {
       const User* other = site_.find(record.username);
       if (record.expiry == notify::Expiry::OverLimit && record.passwordSet != 0 &&
-          other != nullptr && other->setBefore + kSecond < forced.passwordSet) {
+          other != nullptr && other->setBefore + 2 * kSecond < forced.passwordSet) {
         wrong(user.name + " was forced before " + record.username + ", whose password is older");
       }
     }
