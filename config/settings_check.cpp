@@ -4,6 +4,7 @@
 #include <cstdint>
 #include <cstring>
 #include <optional>
+#include <utility>
 
 #include "base/ascii.h"
 #include "base/nearest_name.h"
@@ -46,10 +47,6 @@ bool countsForPass(const Setting& setting) {
       break;
   }
   return false;
-}
-
-std::string valueText(const std::string& name, const std::string& key) {
-  return "registry value \"" + name + "\" of " + key;
 }
 
 struct KnownValue {
@@ -100,37 +97,46 @@ std::vector<KnownValue> knownValues(const Place& place) {
   return known;
 }
 
-void noteUnknown(const std::string& what, const std::string& name,
-                 const std::vector<std::string>& known, bool shared,
-                 std::vector<std::string>& notes) {
-  const std::string nearest = base::nearestName(name, known);
-  if (shared && nearest.empty()) return;
-  notes.push_back(what + " is not known, and not read" +
-                  (nearest.empty() ? "" : ": \"" + nearest + "\" may be meant"));
+using Kind = SettingMistake::Kind;
+using Mistakes = std::vector<SettingMistake>;
+
+// `mistake` says where.
+void noteUnknown(SettingMistake mistake, const std::string& name,
+                 const std::vector<std::string>& known, bool shared, Mistakes& notes) {
+  mistake.nearest = base::nearestName(name, known);
+  if (shared && mistake.nearest.empty()) return;
+  mistake.fault = "is not known, and not read";
+  notes.push_back(std::move(mistake));
 }
 
 void noteValue(platform::Registry& registry, const std::string& key, const KnownValue& value,
-               std::vector<std::string>& notes) {
+               Mistakes& notes) {
   const Setting& setting = *value.setting;
-  const std::string what = valueText(value.name, key);
   const std::string fault = typeFault(registry, key, setting, value.index);
   if (!fault.empty()) {
     const bool refusedElsewhere =
         countsForPass(setting) || setting.group == SettingGroup::Directory;
-    if (!refusedElsewhere) notes.push_back(what + ": " + fault);
+    if (!refusedElsewhere) notes.push_back({Kind::WrongType, key, value.name, fault, ""});
     return;
   }
   if (isText(setting.type) || setting.limit == 0) return;
   const std::uint32_t number = readNumber(registry, key, value.name);
   if (number <= setting.limit) return;
-  notes.push_back(what + ": " + std::to_string(number) + " is more than " +
-                  std::to_string(setting.limit));
+  notes.push_back({Kind::TooLarge, key, value.name,
+                   std::to_string(number) + " is more than " + std::to_string(setting.limit), ""});
 }
 
 }  // namespace
 
-std::vector<std::string> findSettingNotes(platform::Registry& registry) {
-  std::vector<std::string> notes;
+std::string SettingMistake::text() const {
+  const std::string what =
+      name.empty() ? "registry key " + key : "registry value \"" + name + "\" of " + key;
+  return what + (kind == Kind::Unknown ? " " : ": ") + fault +
+         (nearest.empty() ? "" : ": \"" + nearest + "\" may be meant");
+}
+
+std::vector<SettingMistake> findSettingNotes(platform::Registry& registry) {
+  std::vector<SettingMistake> notes;
   for (const Place& place : placesOfSettings()) {
     const platform::KeyNames names = registry.list(place.key);
     const std::vector<KnownValue> known = knownValues(place);
@@ -143,7 +149,8 @@ std::vector<std::string> findSettingNotes(platform::Registry& registry) {
       if (found != known.end()) {
         noteValue(registry, place.key, *found, notes);
       } else if (!name.empty()) {
-        noteUnknown(valueText(name, place.key), name, knownNames, place.shared, notes);
+        noteUnknown({Kind::Unknown, place.key, name, "", ""}, name, knownNames, place.shared,
+                    notes);
       }
     }
     for (const std::string& name : names.subkeys) {
@@ -151,36 +158,36 @@ std::vector<std::string> findSettingNotes(platform::Registry& registry) {
           std::any_of(place.subkeys.begin(), place.subkeys.end(),
                       [&](const std::string& subkey) { return base::equalsNoCase(subkey, name); });
       if (isKnown) continue;
-      noteUnknown("registry key " + place.key + '\\' + name, name, place.subkeys, place.shared,
-                  notes);
+      noteUnknown({Kind::Unknown, place.key + '\\' + name, "", "", ""}, name, place.subkeys,
+                  place.shared, notes);
     }
   }
   return notes;
 }
 
-std::vector<std::string> findUnusableValues(platform::Registry& registry) {
-  std::vector<std::string> found;
+std::vector<SettingMistake> findUnusableValues(platform::Registry& registry) {
+  std::vector<SettingMistake> found;
   for (const Setting& setting : settingsTable()) {
     if (setting.type != SettingType::TimeOfDay) continue;
     for (const std::string& key : settingKeys(setting.group)) {
       const std::string value = readSettingText(registry, key, setting);
       if (value.empty() || base::secondOfDay(value)) continue;
-      found.push_back(valueText(setting.name, key) + ": \"" + value +
-                      "\" is no time of day (HH:MM)");
+      found.push_back(
+          {Kind::Unusable, key, setting.name, '"' + value + "\" is no time of day (HH:MM)", ""});
     }
   }
   return found;
 }
 
-std::vector<std::string> findWrongTypes(platform::Registry& registry) {
-  std::vector<std::string> found;
+std::vector<SettingMistake> findWrongTypes(platform::Registry& registry) {
+  std::vector<SettingMistake> found;
   for (const Setting& setting : settingsTable()) {
     if (!countsForPass(setting)) continue;
     for (const std::string& key : settingKeys(setting.group)) {
       for (int i = 0; i < setting.count; ++i) {
         const std::string fault = typeFault(registry, key, setting, i);
         if (fault.empty()) continue;
-        found.push_back(valueText(settingName(setting, i), key) + ": " + fault);
+        found.push_back({Kind::WrongType, key, settingName(setting, i), fault, ""});
       }
     }
   }

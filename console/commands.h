@@ -107,6 +107,13 @@ struct ForecastOptions {
 };
 int forecastCommand(const ForecastOptions& options);
 
+struct CheckOptions {
+  QuestionOptions question;
+  std::vector<std::string> only;  // names of parts; empty: all
+};
+// kExitSomethingFailed when there is a fault.
+int checkCommand(const CheckOptions& options);
+
 // The registry that the option stands for, in words.
 std::string registryName(const std::string& registryFile);
 

@@ -15,7 +15,7 @@ namespace {
 constexpr void (*kCommands[])(CLI::App&, console::Chosen&) = {
     console::addRun,      console::addDemo,   console::addCatch,   console::addSettings,
     console::addPolicies, console::addMx,     console::addPreview, console::addTestMail,
-    console::addForecast, console::addStatus, console::addList,    console::addExplain,
+    console::addForecast, console::addStatus, console::addList,    console::addExplain, console::addCheck,
 };
 
 bool isCommand(const CLI::App& app, const std::string& name) {

@@ -38,8 +38,8 @@ int runCommand(const RunOptions& options) {
   if (alone.isTaken()) return refuse("another pass is at work in this folder");
   if (!alone.held()) return refuse(service::lockFailure());
   platform::Host host = system->host();
-  const std::vector<std::string> wrongTypes = config::findWrongTypes(host.registry);
-  if (!wrongTypes.empty()) return refuse(wrongTypes.front());
+  const std::vector<config::SettingMistake> wrongTypes = config::findWrongTypes(host.registry);
+  if (!wrongTypes.empty()) return refuse(wrongTypes.front().text());
   service::ServiceValues values = service::readServiceValues(host.registry);
   values.debug = values.debug || options.debug;
   // A pass makes the folder with debug on only; whoever runs one by hand wants the report and logs.

@@ -11,6 +11,7 @@ std::unique_ptr<platform::SystemHost> openHost(const SiteOptions& options, std::
   platform::HostOptions host{options.registryFile, options.directoryUri};
   if (!host.registryFile.empty()) host.registryFile = platform::absolutePath(host.registryFile);
   host.registryIsKept = true;
+  host.directoryMayBeUnusable = options.directoryMayBeUnusable;
   for (const std::string& setting : options.settings) {
     if (config::readGivenSetting(setting, host.givenValues, error)) continue;
     error = "--set: " + error;

@@ -12,10 +12,11 @@
 namespace console {
 
 struct SiteOptions {
-  std::string registryFile;           // empty: the registry of this system
-  std::string directoryUri;           // empty: as the registry says
-  std::string workDir;                // empty: the current directory
-  std::vector<std::string> settings;  // "NAME=VALUE": see config/given_settings.h
+  std::string registryFile;             // empty: the registry of this system
+  std::string directoryUri;             // empty: as the registry says
+  std::string workDir;                  // empty: the current directory
+  bool directoryMayBeUnusable = false;  // its settings fail the directory only
+  std::vector<std::string> settings;    // "NAME=VALUE": see config/given_settings.h
 };
 
 // What every question takes beside its own options.

@@ -2,9 +2,11 @@
 
 #include <cerrno>
 #include <cstddef>
+#include <iterator>
 #include <optional>
 #include <string_view>
 #include <system_error>
+#include <type_traits>
 
 #include "base/html.h"
 #include "base/text.h"
@@ -42,6 +44,9 @@ std::optional<std::string> decoded(std::string_view bytes) {
   if ((marked && !isUtf8) || bytes.find('\0') != std::string_view::npos) return std::nullopt;
   return isUtf8 ? std::string(bytes) : platform::ansiToUtf8(bytes);
 }
+
+constexpr std::string_view kTokens[] = {"<%username%>", "<%firstName%>", "<%lastName%>",
+                                        "<%daysUntilExpiration%>", "<%backslash%>"};
 
 struct Template {
   std::optional<std::string> text;  // UTF-8, lines end in LF
@@ -83,12 +88,12 @@ MessageBody loadMessageBody(const std::string& customMessage, config::DebugLog& 
   const Template html = readTemplate(config::kHtmlTemplateFile);
   if (html.text) {
     log.print("**HTML email body file found.\n");
-    return {*html.text, true};
+    return {*html.text, true, false, config::kHtmlTemplateFile};
   }
   const Template plain = readTemplate(config::kTextTemplateFile);
   if (plain.text) {
     log.print("**Plain text email body file found.\n");
-    return {*plain.text, false};
+    return {*plain.text, false, false, config::kTextTemplateFile};
   }
   log.print("**No custom email text files found.  Using registry value for custom email body.\n");
   const bool anyProblem = !html.problem.empty() || !plain.problem.empty();
@@ -104,17 +109,15 @@ std::vector<std::string> findTemplateProblems() {
   return problems;
 }
 
+std::vector<std::string> knownTokens() {
+  return {std::begin(kTokens), std::end(kTokens)};
+}
+
 void replaceTokens(MessageBody& body, const UserRecord& user) {
-  const struct {
-    std::string_view token;
-    std::string value;  // ANSI
-  } tokens[] = {
-      {"<%username%>", user.username},
-      {"<%firstName%>", user.data.firstName},
-      {"<%lastName%>", user.data.lastName},
-      {"<%daysUntilExpiration%>", std::to_string(user.daysLeft())},
-      {"<%backslash%>", "\\"},
-  };
+  // In the order of kTokens, ANSI.
+  const std::string values[] = {user.username, user.data.firstName, user.data.lastName,
+                                std::to_string(user.daysLeft()), "\\"};
+  static_assert(std::size(kTokens) == std::extent_v<decltype(values)>);
   constexpr std::string_view kTokenStart = "<%";
   std::string text;
   std::string_view rest = body.text;
@@ -122,11 +125,11 @@ void replaceTokens(MessageBody& body, const UserRecord& user) {
     text += rest.substr(0, at);
     rest.remove_prefix(at);
     std::size_t length = 1;  // of what is taken off: no token begins here
-    for (const auto& [token, value] : tokens) {
-      if (!rest.starts_with(token)) continue;
-      const std::string utf8 = platform::ansiToUtf8(value);
+    for (std::size_t i = 0; i < std::size(kTokens); ++i) {
+      if (!rest.starts_with(kTokens[i])) continue;
+      const std::string utf8 = platform::ansiToUtf8(values[i]);
       text += body.isHtml ? base::escapeHtml(utf8) : utf8;
-      length = token.size();
+      length = kTokens[i].size();
       break;
     }
     if (length == 1) text += rest.front();

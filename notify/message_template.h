@@ -15,6 +15,7 @@ struct MessageBody {
   bool isHtml = false;
   // There is a template that cannot be used, and nothing else to say: the text is empty.
   bool templateLost = false;
+  const char* file = nullptr;  // the template that it is from; null: the custom message
 };
 
 // A stored message has a backslash for every line break; several in a row count as one.
@@ -27,6 +28,9 @@ MessageBody loadMessageBody(const std::string& customMessage, config::DebugLog& 
 
 // The templates that are there and cannot be used: one line each, for an administrator.
 std::vector<std::string> findTemplateProblems();
+
+// "<%username%>" and the others.
+std::vector<std::string> knownTokens();
 
 // Replaces the tokens, <%username%> and the others of the table in message_template.cpp, in one
 // scan: an inserted value is not looked at again. Letter case counts. In HTML a value is inserted

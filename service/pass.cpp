@@ -126,18 +126,18 @@ void Pass::loadSettings() {
 void Pass::checkSettings() {
   const std::string stale = run_.host.registry.staleReason();
   if (!stale.empty()) findings_.problem(stale + ": the settings are those of before");
-  for (const std::string& wrong : config::findWrongTypes(run_.host.registry)) {
+  for (const config::SettingMistake& wrong : config::findWrongTypes(run_.host.registry)) {
     pass_.settings.reportOnly = true;
-    findings_.problem(wrong + ": the pass only reports");
+    findings_.problem(wrong.text() + ": the pass only reports");
   }
   for (const std::string& problem : notify::findTokenProblems(pass_.settings)) {
     findings_.problem(problem);
   }
-  for (const std::string& unusable : config::findUnusableValues(run_.host.registry)) {
-    findings_.problem(unusable + ": it is not used");
+  for (const config::SettingMistake& unusable : config::findUnusableValues(run_.host.registry)) {
+    findings_.problem(unusable.text() + ": it is not used");
   }
-  for (const std::string& note : config::findSettingNotes(run_.host.registry)) {
-    findings_.note(note);
+  for (const config::SettingMistake& note : config::findSettingNotes(run_.host.registry)) {
+    findings_.note(note.text());
   }
   pass_.record.reportOnly = pass_.settings.reportOnly;
 }

@@ -35,6 +35,7 @@ class ClsMailMan : public ClsBase {
   std::vector<std::string> badAddresses();
   void clearBadAddresses();
   // Why the last operation failed; its step is None when it did not.
+  const SmtpSession& session() const { return session_.session(); }
   const SmtpFailure& failure() const { return session_.failure(); }
 
   bool unlockComponent(std::string_view code);

@@ -227,6 +227,10 @@ SmtpFailure KvMailMan::get_LastFailure() const {
   return impl_->failure();
 }
 
+SmtpSession KvMailMan::get_LastSession() const {
+  return impl_->session();
+}
+
 bool KvMailMan::OpenSmtpConnection() {
   return impl_->openSmtpConnection();
 }

@@ -20,6 +20,7 @@
 
 #include "mail/mime/kv_email.h"
 #include "mail/smtp/smtp_failure.h"
+#include "mail/smtp/smtp_session.h"
 #include "net/progress.h"
 
 namespace kelvado {
@@ -137,6 +138,8 @@ class KvMailMan : public KvObject {
   // network's reason. Its step is None after one that succeeded. After a mail that went to some of
   // its recipients only, GetBadEmailAddresses says more.
   SmtpFailure get_LastFailure() const;
+  // What the last connection came to, as far as it got: greeting, names, certificate, login.
+  SmtpSession get_LastSession() const;
 
   // --- the connection ---
   bool OpenSmtpConnection();  // connects and logs in, unless a connection is open and answers

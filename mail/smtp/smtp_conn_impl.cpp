@@ -85,7 +85,12 @@ SmtpConnImpl::SmtpConnImpl(platform::SocketApi& sockets) : sockets_(sockets), wi
 
 bool SmtpConnImpl::connectAndAuthenticate(const SmtpServer& server, Call& call) {
   const base::LogContext context(call.log, "SMTP_Connect");
+  session_ = {};
   const bool ready = openConnection(server, call) && greetAndLogin(server, call);
+  const platform::PeerCertificate& certificate = wire_.peerCertificate();
+  session_.certificate = certificate.pem;
+  session_.certificateProblem = base::loggableLine(certificate.problem);
+  session_.helloName = helloName_;
   // A connection that is not logged in, or not secured, must never be taken for a ready one.
   if (!ready) wire_.close();
   if (ready) wire_.clearFailure();  // of a greeting that a second one made good
@@ -200,6 +205,7 @@ bool SmtpConnImpl::openConnection(const SmtpServer& given, Call& call) {
   helloName_ = helloName(given);
   if (wire_.readReply(220, call)) {
     log.LogData("InitialResponse", wire_.loggableReply());
+    session_.greeting = std::string(base::trimmed(base::loggableLine(wire_.loggableReply())));
     return true;
   }
   wire_.noteFailure(SmtpStep::Greeting);
@@ -222,7 +228,9 @@ bool SmtpConnImpl::greetAndLogin(const SmtpServer& server, Call& call) {
     if (!startTls(server, "Sending STARTTLS (2)...", call)) return false;
     hello = sayHello(server, call);
   }
-  return hello != Hello::Failed && logIn(server, hello, call);
+  session_.extended = hello == Hello::Ehlo;
+  session_.loggedIn = hello != Hello::Failed && logIn(server, hello, call) && isLoggedIn();
+  return hello != Hello::Failed && login_ != LoginOutcome::Failed;
 }
 
 bool SmtpConnImpl::logIn(const SmtpServer& server, Hello hello, Call& call) {

@@ -10,6 +10,7 @@
 
 #include "mail/mime/email2.h"
 #include "mail/smtp/smtp_auth.h"
+#include "mail/smtp/smtp_session.h"
 #include "mail/smtp/smtp_transaction.h"
 #include "mail/smtp/smtp_wire.h"
 
@@ -73,6 +74,7 @@ class SmtpConnImpl {
   bool isOpen() const { return wire_.isOpen(); }
   // Whether the last connectAndAuthenticate logged in, rather than going on without.
   bool isLoggedIn() const { return login_ == LoginOutcome::LoggedIn; }
+  const SmtpSession& session() const { return session_; }
   bool offersDsn() const { return extensions_.dsn; }
   bool timedOut() const { return wire_.timedOut(); }
   // PEM; empty when the connection is not secure.
@@ -123,6 +125,7 @@ class SmtpConnImpl {
   std::string helloName_;  // that the open connection greets with
   SmtpExtensions extensions_;
   LoginOutcome login_ = LoginOutcome::Failed;
+  SmtpSession session_;
   bool isUnchecked_ = false;     // the open connection was kept for the next send
   bool hasCarriedMail_ = false;  // over the open connection, or tried to
   bool wasConnected_ = false;

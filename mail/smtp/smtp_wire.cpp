@@ -34,6 +34,7 @@ std::uint32_t effectiveReadTimeoutMs(std::uint64_t configuredMs, bool secure) {
 bool SmtpWire::connect(const std::string& host, std::uint16_t port, const HttpProxy& proxy,
                        std::uint32_t connectTimeoutMs, Call& call) {
   close();
+  peer_ = {};
   timedOut_ = false;
   reply_ = SmtpReply();
   problem_.clear();
@@ -73,6 +74,7 @@ bool SmtpWire::secure(const std::string& host, std::uint16_t port,
   const std::uint32_t timeoutMs = effectiveReadTimeoutMs(configuredReadTimeoutMs_, true);
   const bool established = channel->EstablishChannel(host, port, requirements, timeoutMs, call);
   timedOut_ = timedOut_ || channel->status().timedOut;
+  peer_ = channel->certificate();
   if (established) {
     secureChannel_ = std::move(channel);
   } else {

@@ -50,6 +50,8 @@ class SmtpWire {
   bool isOpen() const { return socket_.isConnected(); }
   bool isSecure() const { return isOpen() && secureChannel_ != nullptr; }
   // PEM; empty without TLS.
+  // The server's, of the last handshake, also when it was refused; empty without one.
+  const platform::PeerCertificate& peerCertificate() const { return peer_; }
   std::string serverCertificate() const {
     return isSecure() ? secureChannel_->certificate().pem : std::string();
   }
@@ -119,6 +121,7 @@ class SmtpWire {
   std::string host_;
   std::uint16_t port_ = 0;
   SmtpFailure failure_;
+  platform::PeerCertificate peer_;
   std::string problem_;  // with the last reply or send that failed, when it is not the network's
   std::unique_ptr<SChannel> secureChannel_;  // over socket_; null: plain
   std::deque<std::string> secrets_;

@@ -62,7 +62,6 @@ struct PasswordSettings {
 // What a check shows of the way into the directory, beyond what a pass needs. Texts are ANSI.
 struct DirectoryFacts {
   std::string server;                     // "HOST:PORT", or the name of a file; empty: not known
-  std::string host;                       // of a server that certificates are checked against
   std::vector<std::string> addresses;     // of its name
   std::vector<std::string> certificates;  // PEM, the server's own first; none without TLS
   std::string identity;                   // whom the directory takes the program for

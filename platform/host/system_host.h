@@ -14,6 +14,8 @@ namespace platform {
 struct HostOptions {
   std::string registryFile;  // a ".reg" file; empty: the registry of this system
   std::string directoryUri;  // see servedDirectoryAddresses; empty: as the registry says
+  // Settings of the directory that cannot be used fail the directory, not the host.
+  bool directoryMayBeUnusable = false;
   // Nothing is written to the registry: what is written is seen by this host alone.
   bool registryIsKept = false;
   std::vector<GivenValue> givenValues{};  // stand for the registry's, with `registryIsKept` only

@@ -74,4 +74,11 @@ KeyNames OverlayRegistry::list(const std::string& path) {
   return names;
 }
 
+// A value that stands for the one below has no line.
+std::string OverlayRegistry::placeOf(const std::string& path, const std::string& value) const {
+  const auto given = keys_.find(base::lowered(path));
+  const bool isGiven = given != keys_.end() && given->second.count(base::lowered(value)) != 0;
+  return isGiven ? "" : below_.placeOf(path, value);
+}
+
 }  // namespace platform

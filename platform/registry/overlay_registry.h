@@ -34,6 +34,8 @@ class OverlayRegistry final : public Registry {
   KeyNames list(const std::string& path) override;
 
   std::string name() const override { return below_.name(); }
+  std::string placeOf(const std::string& path, const std::string& value) const override;
+  std::vector<RegistryRepeat> repeats() const override { return below_.repeats(); }
   std::string lastError() const override { return below_.lastError(); }
   std::string staleReason() const override { return below_.staleReason(); }
 

@@ -52,6 +52,13 @@ struct KeyNames {
   std::vector<std::string> subkeys;
 };
 
+// A place that says again what was said before.
+struct RegistryRepeat {
+  std::string place;       // "FILE:LINE"
+  std::string name;        // of the value, or the key's path; ANSI
+  std::string firstPlace;  // where the value was set first; empty of a key
+};
+
 class Registry {
  public:
   virtual ~Registry() = default;
@@ -70,6 +77,14 @@ class Registry {
 
   // Where it is, in words for messages: the path of a file, or the registry of this system.
   virtual std::string name() const { return "the registry of this system"; }
+  // "FILE:LINE" of a value; empty where there are no lines, or no such value.
+  virtual std::string placeOf(const std::string& path, const std::string& value) const {
+    (void)path;
+    (void)value;
+    return {};
+  }
+  // What is there more than once; of a value the last one counts.
+  virtual std::vector<RegistryRepeat> repeats() const { return {}; }
   // Why a write failed last: one line, no value in it. Empty when none did.
   virtual std::string lastError() const { return {}; }
   // Why its values are older than they could be: it changed and could not be read again. One line,

@@ -57,9 +57,9 @@ TEST_F(SettingsCheck, SaysWhatIsNotAsTheTableHasIt) {
     const std::size_t end = entry.find(']');
     platform::Registry& registry = registryWith(entry.substr(1, end - 1), entry.substr(end + 1));
     std::string found;
-    for (const std::string& line : findWrongTypes(registry)) found += "wrong type: " + line;
-    for (const std::string& line : findUnusableValues(registry)) found += "not used: " + line;
-    for (const std::string& line : findSettingNotes(registry)) found += "note: " + line;
+    for (const auto& wrong : findWrongTypes(registry)) found += "wrong type: " + wrong.text();
+    for (const auto& bad : findUnusableValues(registry)) found += "not used: " + bad.text();
+    for (const auto& note : findSettingNotes(registry)) found += "note: " + note.text();
     EXPECT_EQ(found.empty() ? "nothing" : found, expected) << entry;
   }
 }

@@ -287,11 +287,14 @@ AccountResult LdapSource::expirePassword(const DirectoryEntry& entry) {
 
 DirectoryFacts LdapSource::facts() {
   DirectoryFacts facts;
-  facts.server = settings_.uri;
-  if (connection_ == nullptr) return facts;
+  const LdapAddress server =
+      connection_ != nullptr ? connection_->server() : ldapAddress(settings_.uri);
+  facts.server = server.host.empty() ? settings_.uri : server.text();
+  if (connection_ == nullptr) {
+    if (!server.host.empty()) facts.addresses = walkLdapPath(server, {}).addresses;
+    return facts;
+  }
   LdapPath path = connection_->walkAgain();
-  facts.server = connection_->place();
-  facts.host = connection_->server().host;
   facts.addresses = std::move(path.addresses);
   facts.certificates = std::move(path.certificates);
   facts.identity = connection_->identity();

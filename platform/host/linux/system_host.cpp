@@ -8,6 +8,7 @@
 #include "platform/directory/ldap/ldap_source.h"
 #include "platform/directory/ldif/ldif_source.h"
 #include "platform/directory/snapshot_directory.h"
+#include "platform/directory/unusable_source.h"
 #include "platform/registry/file/reg_registry.h"
 #include "platform/registry/file/system_reg_registry.h"
 #include "platform/system/clock.h"
@@ -56,7 +57,9 @@ std::unique_ptr<SystemHost> makeSystemHost(const HostOptions& options, std::stri
   DirectorySettings settings;
   if (!readDirectorySettings(*registry, options.directoryUri, ServedDirectories::LdapAndLdif,
                              settings, error)) {
-    return nullptr;
+    if (!options.directoryMayBeUnusable) return nullptr;
+    return std::make_unique<FileSystemHost>(std::move(registry),
+                                            std::make_unique<UnusableSource>(std::move(error)));
   }
   return std::make_unique<FileSystemHost>(std::move(registry), sourceOf(settings));
 }

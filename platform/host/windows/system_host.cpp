@@ -9,6 +9,7 @@
 #include "platform/directory/directory_settings.h"
 #include "platform/directory/ldif/ldif_source.h"
 #include "platform/directory/snapshot_directory.h"
+#include "platform/directory/unusable_source.h"
 #include "platform/registry/file/reg_registry.h"
 #include "platform/registry/windows/system_registry.h"
 
@@ -53,7 +54,9 @@ std::unique_ptr<SystemHost> makeSystemHost(const HostOptions& options, std::stri
   DirectorySettings settings;
   if (!readDirectorySettings(*registry, options.directoryUri, ServedDirectories::OnlyLdif, settings,
                              error)) {
-    return nullptr;
+    if (!options.directoryMayBeUnusable) return nullptr;
+    return std::make_unique<WindowsHost>(std::move(registry),
+                                         std::make_unique<UnusableSource>(std::move(error)));
   }
   if (settings.ldifFile.empty()) return std::make_unique<WindowsHost>(std::move(registry));
   return std::make_unique<WindowsHost>(std::move(registry),

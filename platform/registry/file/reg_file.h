@@ -10,6 +10,7 @@
 #include <memory>
 #include <string>
 #include <string_view>
+#include <vector>
 
 #include "platform/registry/registry.h"
 
@@ -26,6 +27,7 @@ struct RegFileError {
 struct RegFileValue {
   std::string name;     // as written, in UTF-8
   RegistryValue value;  // a text in UTF-8
+  std::size_t line = 0;
   // Where its data stands in the file's bytes.
   std::size_t begin = 0;
   std::size_t end = 0;
@@ -42,12 +44,20 @@ struct RegFileKey {
   std::size_t appendAt = kNoOffset;
 };
 
+// A value that has been set before, or a key that has a section already.
+struct RegFileRepeat {
+  std::size_t line = 0;
+  std::size_t firstLine = 0;  // 0 of a key
+  std::string name;           // as written, in UTF-8; of a key its path
+};
+
 struct RegFile {
   std::string bytes;  // the whole file
   bool utf16 = false;
   bool version5 = true;          // else REGEDIT4, whose hexadecimal texts are ANSI
   std::string lineEnd = "\r\n";  // that of the first line
-  RegFileKey localMachine;       // keys of other roots are checked, then left alone
+  std::vector<RegFileRepeat> repeats;
+  RegFileKey localMachine;  // keys of other roots are checked, then left alone
 
   // Null when there is no such key or value. `path` is below HKEY_LOCAL_MACHINE.
   const RegFileKey* findKey(std::string_view path) const;

@@ -149,6 +149,10 @@ bool Parser::parseKey() {
     path.remove_prefix(length);
   }
   key_ = key;
+  const std::string_view whole = name.substr(std::min(slash + 1, name.size()));
+  if (key_->appendAt != kNoOffset) {
+    file_.repeats.push_back({lines_.number(), 0, std::string(whole)});
+  }
   key_->appendAt = lines_.endOffset();
   return true;
 }
@@ -182,6 +186,7 @@ bool Parser::parseValue() {
 
   const bool deletes = skip("-");
   RegFileValue entry;
+  entry.line = lines_.number();
   entry.begin = lines_.offsetOf(position_);
   if (!deletes && !parseData(entry.value)) return false;
   entry.end = lines_.offsetOf(position_);
@@ -192,7 +197,9 @@ bool Parser::parseValue() {
     key_->values.erase(base::foldCase(name));
   } else {
     entry.name = name;
-    key_->values[base::foldCase(name)] = std::move(entry);
+    RegFileValue& held = key_->values[base::foldCase(name)];
+    if (held.line != 0) file_.repeats.push_back({entry.line, held.line, name});
+    held = std::move(entry);
   }
   return true;
 }

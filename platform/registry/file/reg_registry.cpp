@@ -102,6 +102,20 @@ KeyNames RegRegistry::list(const std::string& path) {
   return names;
 }
 
+std::string RegRegistry::placeOf(const std::string& path, const std::string& value) const {
+  const RegFileValue* found = contents_.findValue(ansiToUtf8(path), ansiToUtf8(value));
+  return found == nullptr ? "" : atLine(found->line);
+}
+
+std::vector<RegistryRepeat> RegRegistry::repeats() const {
+  std::vector<RegistryRepeat> found;
+  for (const RegFileRepeat& repeat : contents_.repeats) {
+    found.push_back({atLine(repeat.line), utf8ToAnsi(repeat.name),
+                     repeat.firstLine == 0 ? "" : atLine(repeat.firstLine)});
+  }
+  return found;
+}
+
 bool RegRegistry::read(RegFile& contents) {
   error_.clear();
   std::string bytes;
@@ -113,7 +127,7 @@ bool RegRegistry::read(RegFile& contents) {
   }
   RegFileError wrong;
   if (!parseRegFile(std::move(bytes), contents, wrong)) {
-    error_ = file_ + ":" + std::to_string(wrong.line) + ": " + wrong.what;
+    error_ = atLine(wrong.line) + ": " + wrong.what;
     return false;
   }
   return true;

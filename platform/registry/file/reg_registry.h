@@ -10,6 +10,7 @@
 #include <functional>
 #include <memory>
 #include <string>
+#include <vector>
 
 #include "platform/registry/file/reg_file.h"
 #include "platform/registry/registry.h"
@@ -35,6 +36,8 @@ class RegRegistry final : public Registry {
   KeyNames list(const std::string& path) override;
 
   std::string name() const override { return file_; }
+  std::string placeOf(const std::string& path, const std::string& value) const override;
+  std::vector<RegistryRepeat> repeats() const override;
   std::string lastError() const override { return error_; }
   std::string staleReason() const override { return staleReason_; }
 
@@ -47,6 +50,7 @@ class RegRegistry final : public Registry {
   RegRegistry(std::string file, Missing missing) : file_(std::move(file)), missing_(missing) {}
 
   bool read(RegFile& contents);
+  std::string atLine(std::size_t line) const { return file_ + ":" + std::to_string(line); }
   void readIfChanged();
   // Makes an edit unless `done` holds already; it must hold of the edited file.
   WinError change(const Edit& edit, const Check& done);

@@ -6,6 +6,7 @@
 
 #include <memory>
 #include <string>
+#include <vector>
 
 #include "platform/registry/file/reg_registry.h"
 
@@ -25,6 +26,11 @@ class SystemRegRegistry final : public Registry {
 
   KeyNames list(const std::string& path) override;
   std::string name() const override { return settings_->name(); }
+  std::string placeOf(const std::string& path, const std::string& value) const override {
+    const std::string written = written_->placeOf(path, value);
+    return written.empty() ? settings_->placeOf(path, value) : written;
+  }
+  std::vector<RegistryRepeat> repeats() const override { return settings_->repeats(); }
   std::string lastError() const override;
   std::string staleReason() const override;
 
