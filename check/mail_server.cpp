@@ -163,7 +163,7 @@ void MailServerCheck::failed(const SmtpFailure& failure) {
   report_.fault(subject_, text, cureOf(failure.step, text));
 }
 
-// Asks for one recipient. False when the sender itself is refused.
+// Asks for one recipient. False when there is no use in asking for another.
 bool MailServerCheck::recipient(const std::string& address, const char* setting, bool isSender) {
   kelvado::KvEmail email;
   const std::string sender = addressIn(site_.settings.emailFromAddress);
@@ -186,7 +186,7 @@ bool MailServerCheck::recipient(const std::string& address, const char* setting,
     return true;
   }
   report_.fault(where, shown + ": " + text, cureOf(failure.step, text));
-  return failure.step != SmtpStep::MailFrom;
+  return failure.step == SmtpStep::RcptTo;
 }
 
 }  // namespace

@@ -117,8 +117,6 @@ bool UserList::next(std::string& name) {
   lineEnded_ = name.ends_with('\n');
   if (first_ && name.starts_with(kUtf8Mark)) name.erase(0, kUtf8Mark.size());
   first_ = false;
-  line_ += lineEnded_ ? 1 : 0;
-  lineEnded_ = name.ends_with('\n');
   const bool cut = !name.empty() && name.back() != '\n' &&
                    kBlanks.find(name.back()) == std::string_view::npos && isLastLine();
   if (!name.empty()) name.pop_back();

@@ -115,6 +115,10 @@ class SambaAd(Rig):
         """LDIF of all objects of a class, read from the database itself."""
         return self._ldb("ldbsearch", "", f"(objectClass={kind})", *attributes)
 
+    def modify(self, user, attribute, value):
+        self._ldb("ldbmodify", site_files.ldif_record(
+            dn=user.dn(f"CN=Users,{BASE_DN}"), changetype="modify", replace=attribute, **{attribute: value}))
+
     def set_password(self, name, password):
         """Sets pwdLastSet to now as well."""
         run("samba-tool", "user", "setpassword", name, f"--newpassword={password}",

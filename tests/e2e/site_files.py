@@ -134,7 +134,7 @@ def make_certificates(folder, name):
         subprocess.run(["openssl", *arguments], cwd=folder, check=True, capture_output=True)
 
     make = ("req", "-x509", "-newkey", "ec", "-pkeyopt", "ec_paramgen_curve:prime256v1", "-nodes",
-            "-days", "2")
+            "-days", "90")
     host = ("-subj", f"/CN={name}", "-addext", f"subjectAltName=DNS:{name}")
     openssl(*make, "-keyout", "self.key", "-out", "self.pem", *host)
     openssl(*make, "-keyout", "ca.key", "-out", "ca.pem", "-subj", "/CN=Test authority")
