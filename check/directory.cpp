@@ -137,7 +137,7 @@ void DirectoryCheck::way(bool bound, const platform::DirectoryError& error) {
 }
 
 void DirectoryCheck::certificate() {
-  if (facts_.certificates.empty()) return;
+  if (facts_.certificates.empty() || !facts_.certificatesTrusted) return;
   const auto shown = platform::describeCertificate(facts_.certificates.front());
   if (!shown) return;
   const std::string until = platform::dateText(shown->validUntil);

@@ -5,6 +5,7 @@
 #include "mail/mime/email_address.h"
 #include "mail/mime/kv_email.h"
 #include "mail/smtp/kv_mail_man.h"
+#include "notify/access_token.h"
 #include "notify/mail_settings.h"
 #include "platform/network/certificate.h"
 #include "platform/text/text_lines.h"
@@ -66,6 +67,14 @@ class MailServerCheck {
   void run() {
     mailMan_.UnlockComponent(notify::kMailUnlockCode);
     notify::configureMailMan(mailMan_, site_.settings);
+    if (notify::wantsAccessToken(site_.settings)) {
+      std::string problem;
+      notify::AccessToken token(site_.settings, site_.host.clock);
+      mailMan_.put_OAuth2AccessToken(token.current(problem).c_str());
+      if (!problem.empty()) {
+        return report_.fault("access token", problem, "docs/settings.md says what a token needs");
+      }
+    }
     const bool open = mailMan_.OpenSmtpConnection();
     const SmtpFailure failure = open ? SmtpFailure() : mailMan_.get_LastFailure();
     way(open, failure);
@@ -142,7 +151,8 @@ void MailServerCheck::certificate(bool refused) {
 
 void MailServerCheck::login(bool open) {
   const config::ExpirationSettings& settings = site_.settings;
-  if (!open || settings.smtpUsername.empty() || settings.smtpPassword.empty()) return;
+  const bool wanted = !settings.smtpPassword.empty() || notify::wantsAccessToken(settings);
+  if (!open || settings.smtpUsername.empty() || !wanted) return;
   const std::string user = platform::loggableAnsiLine(settings.smtpUsername);
   if (mailMan_.get_LastSession().loggedIn) {
     report_.ok(subject_, "accepts the login of " + user);

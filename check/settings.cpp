@@ -182,9 +182,6 @@ void SettingsCheck::mode() {
   if (settings_.limitEmails && settings_.rememberWarnings) {
     report_.note(at("limitEmails"), "is not needed with rememberWarnings, and still holds");
   }
-  if (settings_.expireOnlyNotified && settings_.reportOnly) {
-    report_.note(at("expireOnlyNotified"), "has no effect while reportOnly is set");
-  }
 }
 
 void SettingsCheck::mailServer() {
@@ -207,7 +204,7 @@ void SettingsCheck::login() {
   }
   const bool user = !settings_.smtpUsername.empty();
   const bool password = !settings_.smtpPassword.empty();
-  if (user != password) {
+  if (user != password && !notify::wantsAccessToken(settings_)) {
     report_.fault(at(user ? "smtpPassword" : "smtpUsername"),
                   "is missing, so there is no login at the mail server",
                   "set both smtpUsername and smtpPassword, or neither");
@@ -221,9 +218,9 @@ void SettingsCheck::login() {
     report_.fault(at("smtpAuthMethod"),
                   quoted(method) + " is not known" +
                       (nearest.empty() ? "" : ": \"" + nearest + "\" may be meant"),
-                  "write one of LOGIN, PLAIN, CRAM-MD5, NTLM, MSN, NONE, or nothing");
+                  "write one of those that docs/settings.md lists, or nothing");
   }
-  const bool noLogin = !(user && password);
+  const bool noLogin = !(user && password) && !notify::wantsAccessToken(settings_);
   if (!method.empty() && noLogin && !base::equalsNoCase(method, "NONE")) {
     report_.note(at("smtpAuthMethod"), "has no effect without smtpUsername and smtpPassword");
   }

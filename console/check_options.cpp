@@ -1,4 +1,4 @@
-// The command that looks for mistakes: its options.
+// The commands that set a site up and look for mistakes in it: their options.
 #include "console/command_line.h"
 #include "console/commands.h"
 
@@ -16,6 +16,43 @@ void addCheck(CLI::App& app, Chosen& chosen) {
                   "Only these parts: settings,lists,templates,directory,mail,folder")
       ->type_name("PART,...")
       ->delimiter(',');
+}
+
+void addInit(CLI::App& app, Chosen& chosen) {
+  const auto options = std::make_shared<InitOptions>();
+  CLI::App& init =
+      addCommand(app, chosen, "init",
+                 "Write a settings file for your domain, in report-only mode; asks for "
+                 "what is not given, and never overwrites",
+                 initCommand, options);
+  init.add_option("file", options->file, "The settings file to write")
+      ->type_name("FILE")
+      ->required();
+  const struct {
+    const char* option;
+    std::string* value;
+    const char* type;
+    const char* help;
+  } texts[] = {
+      {"--directory", &options->directoryUri, "HOST-OR-URI", "Domain controller"},
+      {"--bind-user", &options->bindUser, "NAME", "Account to read it with (default: Kerberos)"},
+      {"--bind-password-file", &options->bindPasswordFile, "FILE",
+       "Its password, in the first line"},
+      {"--ca-file", &options->caFile, "FILE", "Authority of the controller's certificate (PEM)"},
+      {"--trust", &options->trust, "SHA-256", "Store the authority with this fingerprint"},
+      {"--mail-server", &options->mailServer, "HOST", "Mail server"},
+      {"--sender", &options->sender, "ADDRESS", "Sender of all mails"},
+      {"--administrator", &options->administrator, "ADDRESS", "Who gets the report"},
+  };
+  for (const auto& text : texts) {
+    init.add_option(text.option, *text.value, text.help)->type_name(text.type);
+  }
+  init.add_option("--warning-days", options->warnings, "Days before the end, such as 14,7,1")
+      ->type_name("DAYS")
+      ->delimiter(',')
+      ->expected(1, 3);
+  init.add_option("--max-age", options->maxAge, "Maximum password age (default: the domain's own)")
+      ->type_name("DAYS");
 }
 
 }  // namespace console

@@ -40,6 +40,7 @@ void addDemo(CLI::App& app, Chosen& chosen);
 void addCatch(CLI::App& app, Chosen& chosen);
 void addSettings(CLI::App& app, Chosen& chosen);
 void addPolicies(CLI::App& app, Chosen& chosen);
+void addInit(CLI::App& app, Chosen& chosen);
 void addCheck(CLI::App& app, Chosen& chosen);
 void addMx(CLI::App& app, Chosen& chosen);
 void addPreview(CLI::App& app, Chosen& chosen);

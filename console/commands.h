@@ -114,6 +114,22 @@ struct CheckOptions {
 // kExitSomethingFailed when there is a fault.
 int checkCommand(const CheckOptions& options);
 
+struct InitOptions {
+  std::string file;          // to be written
+  std::string directoryUri;  // or a controller's name; empty: asked for, or that of Kerberos
+  std::string bindUser;
+  std::string bindPasswordFile;
+  std::string caFile;
+  std::string trust;  // SHA-256 of the authority to store
+  std::string mailServer;
+  std::string sender;
+  std::string administrator;
+  std::vector<std::uint32_t> warnings;  // days; empty: 14, 7 and 1
+  std::uint32_t maxAge = 0;             // days; 0: the domain's own
+};
+// What is not given is asked for on a terminal.
+int initCommand(const InitOptions& options);
+
 // The registry that the option stands for, in words.
 std::string registryName(const std::string& registryFile);
 

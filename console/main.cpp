@@ -15,7 +15,8 @@ namespace {
 constexpr void (*kCommands[])(CLI::App&, console::Chosen&) = {
     console::addRun,      console::addDemo,   console::addCatch,   console::addSettings,
     console::addPolicies, console::addMx,     console::addPreview, console::addTestMail,
-    console::addForecast, console::addStatus, console::addList,    console::addExplain, console::addCheck,
+    console::addForecast, console::addStatus, console::addList,    console::addExplain,
+    console::addCheck,    console::addInit,
 };
 
 bool isCommand(const CLI::App& app, const std::string& name) {

@@ -2,6 +2,7 @@
 #pragma once
 
 #include <cstdio>
+#include <string>
 
 namespace platform {
 
@@ -9,6 +10,10 @@ namespace platform {
 bool isTerminal(std::FILE* stream);
 // How many characters a line of the terminal holds; 0 when the stream is none or does not say.
 int terminalWidth(std::FILE* stream);
+
+// A line that is typed without being shown, without its end; false at the end of the input, or when
+// standard input is no terminal.
+bool readHiddenLine(std::string& line);
 
 // From now on bytes are written to the stream as they are: no "\n" becomes another line end.
 void writeBytesAsTheyAre(std::FILE* stream);

@@ -171,3 +171,34 @@ class CheckTest(unittest.TestCase):
         page = (ROOT / "docs/console.md").read_text("utf-8")
         rows = [f"| {mistake} | `{expected}` |" for _, mistake, _, expected in mistakes()]
         self.assertEqual([line for line in page.splitlines() if line in rows], rows)
+
+    def init(self, folder, *options):
+        done = subprocess.run(
+            [PROGRAM, "init", "new.reg", "--directory", samba_ad.HOST, "--bind-user", samba_ad.ADMIN,
+             "--bind-password-file", self.password, "--mail-server", "localhost", "--sender", f"desk@{DOMAIN}",
+             "--administrator", f"admin@{DOMAIN}", *options],
+            cwd=folder, stdin=subprocess.DEVNULL, capture_output=True, text=True, timeout=120)
+        self.assertNotIn(samba_ad.ADMIN_PASSWORD, done.stdout + done.stderr)
+        return done
+
+    def test_init(self):
+        folder = pathlib.Path(self.enterContext(tempfile.TemporaryDirectory()))
+        # The authority is not known: nothing is stored until its fingerprint is confirmed.
+        refused = self.init(folder)
+        self.assertEqual((refused.returncode, list(folder.iterdir())), (2, []), refused)
+        self.assertIn("authority was not confirmed", refused.stderr)
+        shown = re.findall(r"SHA-256 (\S+)\s+(\S+)", refused.stdout)
+        self.assertEqual(self.init(folder, "--trust", "00" * 32).returncode, 2)
+        done = self.init(folder, "--trust", "".join(shown[-1]))
+        self.assertEqual((done.returncode, done.stderr), (0, ""))
+        # The domain's own age is proposed; all passwords were set by the tests just now.
+        self.assertRegex(done.stdout, r"own maximum age is 42 days")
+        self.assertRegex(done.stdout, r"With a maximum age of 42 days, 0 of them would be")
+        answer = subprocess.run(
+            [PROGRAM, "check", "--registry", "new.reg", "--format", "json", "--only",
+             "settings,lists,templates,directory,folder"], cwd=folder, capture_output=True, text=True, timeout=120)
+        said = [one for one in json.loads(answer.stdout)["findings"] if one["level"] != "ok"]
+        self.assertEqual([one["subject"].split("\\")[-1] for one in said], ["reportOnly"], said)
+        before = (folder / "new.reg").read_bytes()
+        self.assertIn("never overwritten", self.init(folder).stderr)
+        self.assertEqual((folder / "new.reg").read_bytes(), before)

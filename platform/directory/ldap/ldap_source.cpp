@@ -45,6 +45,7 @@ constexpr std::size_t kMaxEntries = 10'000'000;
 // How many calls in a row may lose the server before no more is tried in a pass.
 constexpr int kMostLost = 2;
 constexpr std::int64_t kFileTimePerSecond = 10'000'000;
+constexpr int kSecondsToLook = 5;  // for a step of the way to a server that could not be used
 
 struct BerFree {
   void operator()(BerElement* element) const { ber_free(element, 0); }
@@ -291,7 +292,13 @@ DirectoryFacts LdapSource::facts() {
       connection_ != nullptr ? connection_->server() : ldapAddress(settings_.uri);
   facts.server = server.host.empty() ? settings_.uri : server.text();
   if (connection_ == nullptr) {
-    if (!server.host.empty()) facts.addresses = walkLdapPath(server, {}).addresses;
+    if (server.host.empty()) return facts;
+    // Certificates that are not trusted are shown, too.
+    const bool tls = server.tlsFirst || settings_.bind == LdapSettings::Bind::Simple;
+    LdapPath path = walkLdapPath(server, {tls, settings_.caFile, kSecondsToLook});
+    facts.addresses = std::move(path.addresses);
+    facts.certificates = std::move(path.certificates);
+    facts.certificatesTrusted = false;
     return facts;
   }
   LdapPath path = connection_->walkAgain();

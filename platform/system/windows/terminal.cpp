@@ -24,6 +24,18 @@ int terminalWidth(std::FILE* stream) {
   return info.srWindow.Right - info.srWindow.Left + 1;
 }
 
+bool readHiddenLine(std::string& line) {
+  line.clear();
+  DWORD before = 0;
+  const HANDLE input = GetStdHandle(STD_INPUT_HANDLE);
+  if (GetConsoleMode(input, &before) == 0) return false;
+  SetConsoleMode(input, before & ~static_cast<DWORD>(ENABLE_ECHO_INPUT));
+  int c = 0;
+  while ((c = std::getchar()) != EOF && c != '\n') line += static_cast<char>(c);
+  SetConsoleMode(input, before);
+  return c != EOF;
+}
+
 void writeBytesAsTheyAre(std::FILE* stream) {
   std::fflush(stream);
   _setmode(_fileno(stream), _O_BINARY);

@@ -1,0 +1,27 @@
+// The settings file that `pwlapse init` writes. Pure.
+#pragma once
+
+#include <cstdint>
+#include <string>
+#include <vector>
+
+namespace console {
+
+// Texts are in the ANSI code page; those that are empty are left out.
+struct SiteProposal {
+  std::string directoryUri;
+  std::string bindUser;  // empty: Kerberos
+  std::string bindPasswordFile;
+  std::string caFile;
+  std::string mailServer;
+  std::string sender;
+  std::string administrator;
+  std::uint32_t maxAge = 90;            // days
+  bool usesDirectoryPolicy = false;     // the domain has password settings objects
+  std::vector<std::uint32_t> warnings;  // days, three at most
+};
+
+// A ".reg" file in UTF-8, with a comment line before each value, in report-only mode.
+std::string siteFileText(const SiteProposal& proposal);
+
+}  // namespace console
