@@ -227,7 +227,7 @@ void Init::propose(const Domain& domain) {
 }
 
 void Init::show(const Domain& domain) const {
-  std::printf("\nThe domain has %zu enabled users; %s.\n", domain.users,
+  std::printf("\nThe domain has %s enabled users; %s.\n", std::to_string(domain.users).c_str(),
               domain.maxAge
                   ? base::formatText("its own maximum age is %u days", *domain.maxAge).c_str()
                   : "its own passwords do not expire");
@@ -243,12 +243,13 @@ void Init::show(const Domain& domain) const {
   const std::size_t forced = older(site_.maxAge);
   const std::size_t due = older(site_.maxAge - std::min(first, site_.maxAge));
   std::printf(
-      "With a maximum age of %u days, %zu of them would be in their last %u days when it is "
+      "With a maximum age of %u days, %s of them would be in their last %u days when it is "
       "switched\n"
-      "on, and %zu past the age: %s.\n",
-      site_.maxAge, due - forced, first, forced,
-      site_.usesDirectoryPolicy ? "warned and not forced, as the directory does that itself"
-                                : "forced to change their passwords at once");
+      "on, and %s past the age.%s\n",
+      site_.maxAge, std::to_string(due - forced).c_str(), first, std::to_string(forced).c_str(),
+      site_.usesDirectoryPolicy
+          ? "\nThe directory's own policies decide about each: useDirectoryPolicy is set."
+          : "");
 }
 
 int Init::run() {
