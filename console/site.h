@@ -15,8 +15,8 @@ struct SiteOptions {
   std::string registryFile;             // empty: the registry of this system
   std::string directoryUri;             // empty: as the registry says
   std::string workDir;                  // empty: the current directory
-  bool directoryMayBeUnusable = false;  // its settings fail the directory only
   std::vector<std::string> settings;    // "NAME=VALUE": see config/given_settings.h
+  bool directoryMayBeUnusable = false;  // its settings fail the directory only
 };
 
 // What every question takes beside its own options.
