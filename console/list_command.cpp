@@ -107,7 +107,7 @@ std::string missingUsers(const std::vector<std::string>& asked,
 
 // "812 users: 22 would be mailed, 3 would be forced"
 std::string totals(const std::array<std::uint64_t, service::kOutcomes>& counts, std::size_t shown) {
-  std::string text = base::formatText("%zu %s", shown, shown == 1 ? "user" : "users");
+  std::string text = std::to_string(shown) + (shown == 1 ? " user" : " users");
   const char* before = ": ";
   for (int i = 0; i < service::kOutcomes; ++i) {
     if (counts.at(i) == 0) continue;

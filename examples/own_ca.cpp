@@ -1,8 +1,9 @@
 // Sends a mail to a server whose certificate an authority of the site's own has signed.
 //   SSL_CERT_FILE=ca.pem own_ca HOST PORT FROM TO ISSUER
-// The library trusts the authorities that the system trusts. Elsewhere than on Windows SSL_CERT_FILE
-// names others, in PEM; on Windows the authority belongs in the machine's store. ISSUER is the
-// common name of the authority: a certificate that another one has signed is refused as well.
+// The library trusts the authorities that the system trusts. Elsewhere than on Windows
+// SSL_CERT_FILE names others, in PEM; on Windows the authority belongs in the machine's store.
+// ISSUER is the common name of the authority: a certificate that another one has signed is refused
+// as well.
 #include <cstdio>
 #include <cstdlib>
 

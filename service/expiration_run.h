@@ -40,9 +40,7 @@ class ExpirationRun {
   // when the first could begin; the record of the last pass counts, whoever made that.
   void repeat();
   // No pass is made in its time: the next one is another's.
-  void leaveOutPass() {
-    schedule_.passBegan(base::wallSeconds(context_.host.clock.localTime()));
-  }
+  void leaveOutPass() { schedule_.passBegan(base::wallSeconds(context_.host.clock.localTime())); }
   // Blocks for as long as the directory and the mail server take. Leaves the pass's record in the
   // work folder, and its figures in the file for metrics.
   PassRecord pass();

@@ -65,7 +65,7 @@ struct DirectoryFacts {
   std::vector<std::string> addresses;     // of its name
   std::vector<std::string> certificates;  // PEM, the server's own first; none without TLS
   bool certificatesTrusted = true;
-  std::string identity;                   // whom the directory takes the program for
+  std::string identity;                            // whom the directory takes the program for
   std::vector<PasswordSettings> passwordSettings;  // those that this account may read
 };
 

@@ -51,7 +51,7 @@ class LdapSource final : public DirectorySource {
 
   LdapSettings settings_;
   Clock& clock_;
-  std::string onlyUser_;  // logon name; empty: all users
+  std::string onlyUser_;       // logon name; empty: all users
   std::string namingContext_;  // of the last load()
   bool expiryTimes_ = false;   // are wanted
   bool onlyReplaces_ = false;  // the server refuses to exchange one value for another

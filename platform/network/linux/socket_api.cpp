@@ -2,8 +2,8 @@
 // place, here.
 #include "platform/network/socket_api.h"
 
-#include <array>
 #include <algorithm>
+#include <array>
 #include <cerrno>
 #include <climits>
 #include <ctime>

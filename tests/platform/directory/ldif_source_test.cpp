@@ -106,8 +106,8 @@ TEST_F(LdifSourceTest, TimesOfExpiryAreThoseOfTheDirectorysPolicies) {
                                         : time == kNoExpiryTime ? "never"
                                                                 : days);
   }
-  EXPECT_THAT(found,
-              testing::ElementsAreArray(test_support::readRows(TEST_DATA "fine_grained_policies.txt")));
+  EXPECT_THAT(found, testing::ElementsAreArray(
+                         test_support::readRows(TEST_DATA "fine_grained_policies.txt")));
   EXPECT_THAT(snapshot.warnings,
               ElementsAre("domain.ldif:117: msDS-UserPasswordExpiryTimeComputed is not a time",
                           "domain.ldif:289: password settings without a number as precedence and "
