@@ -125,8 +125,9 @@ class DirectoryCheck {
 void DirectoryCheck::way(bool bound, const platform::DirectoryError& error) {
   if (!facts_.addresses.empty()) {
     std::string addresses;
-    for (const std::string& one : facts_.addresses)
+    for (const std::string& one : facts_.addresses) {
       addresses += (addresses.empty() ? "" : ", ") + one;
+    }
     report_.ok(subject_, "has the address " + addresses);
     if (bound || error.step > DirectoryStep::Connect) report_.ok(subject_, "accepts connections");
   }

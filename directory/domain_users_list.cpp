@@ -43,7 +43,7 @@ std::string DomainDirectory::writeDomainUsersList() {
   const std::string file = config::kDomainUsersFile;
   platform::File list = platform::openFile(config::kDomainUsersFile, "w");
   if (list == nullptr) return file + " cannot be written";
-  const std::string problem = forEachDomainUser([&list](const std::string& name) {
+  std::string problem = forEachDomainUser([&list](const std::string& name) {
     std::fwrite(name.data(), 1, name.size(), list.get());
     std::fputc('\n', list.get());
   });

@@ -101,7 +101,7 @@ MailOutcome sendWarningEmail(const WarningContext& context, const UserRecord& us
   }
   recordMailingDay(context);
 
-  const MailOutcome outcome = context.mailer.sendWarning(email, address);
+  MailOutcome outcome = context.mailer.sendWarning(email, address);
   if (outcome.sent()) {
     log.print("    email sent (to: %s)\n", address.c_str());
   } else {

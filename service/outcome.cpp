@@ -159,7 +159,7 @@ const char* outcomeLabel(Outcome outcome, PassMode mode) {
 }
 
 std::string outcomeCause(const UserRecord& user, PassMode mode) {
-  const std::string mail = mailPhrase(user, mode);
+  std::string mail = mailPhrase(user, mode);
   switch (outcomeOf(user)) {
     case Outcome::Skipped:
       return skipText(user);
