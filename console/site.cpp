@@ -14,7 +14,7 @@ std::unique_ptr<platform::SystemHost> openHost(const SiteOptions& options, std::
   host.directoryMayBeUnusable = options.directoryMayBeUnusable;
   for (const std::string& setting : options.settings) {
     if (config::readGivenSetting(setting, host.givenValues, error)) continue;
-    error = "--set: " + error;
+    error.insert(0, "--set: ");
     return nullptr;
   }
   return platform::makeSystemHost(host, error);
