@@ -99,7 +99,8 @@ std::string missingUsers(const std::vector<std::string>& asked,
   std::string text;
   for (const std::string& name : asked) {
     if (found.count(service::nameKey(name)) == 0) {
-      text += "no policy's list names \"" + name + "\": see pwlapse explain \"" + name + "\"\n";
+      text.append("no policy's list names \"").append(name);
+      text.append("\": see pwlapse explain \"").append(name).append("\"\n");
     }
   }
   return text;
