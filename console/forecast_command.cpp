@@ -36,8 +36,9 @@ class ForecastMaker : public service::PassObserver {
     if (!due || user.emailWarnings != 1) return;
     notify::UserRecord known = user;
     const bool asked = lookUp_.complete(known);
-    if (asked && known.data.email == directory::kNoEmail)
+    if (asked && known.data.email == directory::kNoEmail) {
       forecast_.addWithoutAddress(user.username);
+    }
     unasked_ = unasked_ || !asked;
   }
 
