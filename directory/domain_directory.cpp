@@ -6,6 +6,7 @@
 #include <cstdio>
 #include <utility>
 
+#include "base/ascii.h"
 #include "base/text.h"
 #include "platform/directory/ldap_filter.h"
 #include "platform/text/code_page.h"
@@ -26,6 +27,7 @@ constexpr const char16_t* kPathAttribute = u"ADsPath";
 
 // A search on the domain's default naming context.
 struct Binding {
+  std::u16string context;
   std::unique_ptr<DirectorySearch> search;
   HResult status = platform::kOk;
   bool contextKnown = false;  // false: the domain itself did not answer
@@ -34,15 +36,14 @@ struct Binding {
 Binding bindDefaultContext(DirectoryAccess& access) {
   Binding binding;
   std::unique_ptr<DirectoryObject> rootDse;
-  std::u16string context;
   binding.status = access.openObject(u"LDAP://rootDSE", kAdsSecureAuthentication, rootDse);
   if (failed(binding.status)) return binding;
-  binding.status = rootDse->get(u"defaultNamingContext", context);
+  binding.status = rootDse->get(u"defaultNamingContext", binding.context);
   if (failed(binding.status)) return binding;
   binding.contextKnown = true;
   rootDse.reset();
   binding.status =
-      access.openSearch(u"LDAP://" + context, kAdsSecureAuthentication, binding.search);
+      access.openSearch(u"LDAP://" + binding.context, kAdsSecureAuthentication, binding.search);
   return binding;
 }
 
@@ -60,16 +61,41 @@ std::string fieldText(const std::u16string& value) {
   return std::string(platform::ansiStart(text, kDirectoryTextCapacity - 1));
 }
 
+// "DC=corp,DC=example" as "corp.example".
+std::string dnsName(const std::u16string& context) {
+  std::string name;
+  const std::string text = platform::utf16ToAnsi(context);
+  for (std::size_t from = 0; from < text.size();) {
+    const std::size_t end = std::min(text.find(',', from), text.size());
+    const std::string_view part = std::string_view(text).substr(from, end - from);
+    if (base::equalsNoCase(part.substr(0, 3), "DC=")) {
+      name.append(name.empty() ? "" : ".").append(part.substr(3));
+    }
+    from = end + 1;
+  }
+  return name;
+}
+
+std::string attributeText(DirectoryObject& object, const char16_t* attribute) {
+  std::u16string value;
+  return failed(object.get(attribute, value)) ? "" : fieldText(value);
+}
+
+// No mail can go to such an address, and a line break would split the lines of the logs.
+bool holdsControl(const std::string& address) {
+  return std::any_of(address.begin(), address.end(), base::isControl);
+}
+
 void setDefaults(UserDirectoryData& data) {
   data.email = kNoEmail;
   data.firstName.clear();
   data.lastName.clear();
 }
 
-// `traced`: with a debug line for each step.
+// `traced`: with a debug line for each step. `object` becomes the user's, when there is one.
 HResult lookUp(DirectoryAccess& access, DirectorySearch* search, const std::u16string& logonName,
-               config::DebugLog& log, bool traced, std::FILE* foundUsers, UserDirectoryData& data) {
-  std::unique_ptr<DirectoryObject> object;
+               config::DebugLog& log, bool traced, std::FILE* foundUsers,
+               std::unique_ptr<DirectoryObject>& object, UserDirectoryData& data) {
   if (traced) log.print("    find user by name\n");
   HResult status = FindUserByName(access, search, logonName, object, foundUsers);
   if (failed(status)) {
@@ -97,18 +123,64 @@ int DomainDirectory::bindDomain() {
   if (!binding.contextKnown) log_.printAlways("Could not bind to the domain.\n");
   bindError_ = failed(binding.status) ? access_.errorText(binding.status) : "";
   domain_ = std::move(binding.search);
+  domainName_ = dnsName(binding.context);
   return domain_ != nullptr ? 1 : 0;
 }
 
 void DomainDirectory::unbindDomain() {
   domain_.reset();
+  managers_.clear();
   access_.uninitialise();
+}
+
+void DomainDirectory::readDetails(bool wanted) {
+  details_ = wanted;
+  access_.readPersonalDetails(wanted);
 }
 
 HResult DomainDirectory::getEmailBound(const std::u16string& logonName, UserDirectoryData& data) {
   if (logonName.empty()) return platform::kOk;
   setDefaults(data);
-  return lookUp(access_, domain_.get(), logonName, log_, false, foundUsers_, data);
+  std::unique_ptr<DirectoryObject> user;
+  const HResult status =
+      lookUp(access_, domain_.get(), logonName, log_, false, foundUsers_, user, data);
+  if (details_ && user != nullptr) takeDetails(*user, data);
+  return status;
+}
+
+// The object has its attributes already: getUserEmail() read it.
+void DomainDirectory::takeDetails(DirectoryObject& user, UserDirectoryData& data) {
+  data.domain = domainName_;
+  data.displayName = attributeText(user, u"displayName");
+  data.preferredLanguage = attributeText(user, u"preferredLanguage");
+  if (failed(user.get(u"manager", data.manager))) data.manager.clear();
+  if (data.manager.empty()) return;
+  const Manager& found = manager(data.manager);
+  data.managerName = found.name;
+  data.managerEmail = found.email;
+}
+
+const DomainDirectory::Manager& DomainDirectory::manager(const std::u16string& distinguishedName) {
+  const auto [place, isNew] = managers_.try_emplace(distinguishedName);
+  Manager& found = place->second;
+  if (!isNew) return found;
+  std::unique_ptr<DirectoryObject> object;
+  const HResult status =
+      access_.openObject(u"LDAP://" + distinguishedName, kAdsSecureAuthentication, object);
+  if (failed(status)) {
+    log_.print("    manager %s not found: %x\n", platform::utf16ToAnsi(distinguishedName).c_str(),
+               status);
+    return found;
+  }
+  found.name = attributeText(*object, u"displayName");
+  if (found.name.empty()) {
+    const std::string first = attributeText(*object, u"givenName");
+    const std::string last = attributeText(*object, u"sn");
+    found.name = first + (first.empty() || last.empty() ? "" : " ") + last;
+  }
+  found.email = attributeText(*object, u"mail");
+  if (holdsControl(found.email)) found.email.clear();
+  return found;
 }
 
 HResult DomainDirectory::getEmail(const std::u16string& logonName, UserDirectoryData& data) {
@@ -121,7 +193,8 @@ HResult DomainDirectory::getEmail(const std::u16string& logonName, UserDirectory
   Binding binding = bindDefaultContext(access_);
   HResult status = binding.status;
   if (binding.contextKnown) {
-    status = lookUp(access_, binding.search.get(), logonName, log_, true, foundUsers_, data);
+    std::unique_ptr<DirectoryObject> user;
+    status = lookUp(access_, binding.search.get(), logonName, log_, true, foundUsers_, user, data);
   } else {
     log_.print("    Not Found. Could not bind to the domain.\n");
   }
@@ -138,7 +211,8 @@ HResult DomainDirectory::getEmail2(const std::u16string& logonName, UserDirector
   Binding binding = bindDefaultContext(access_);
   HResult status = binding.status;
   if (binding.contextKnown) {
-    status = lookUp(access_, binding.search.get(), logonName, log_, false, foundUsers_, data);
+    std::unique_ptr<DirectoryObject> user;
+    status = lookUp(access_, binding.search.get(), logonName, log_, false, foundUsers_, user, data);
   } else {
     log_.print("Not Found. Could not bind to the domain.\n");
   }
@@ -208,8 +282,7 @@ HResult getUserEmail(DirectoryUser& user, config::DebugLog& log, UserDirectoryDa
       log.print("    %s failed with HR: %x\n", property.name, status);
     }
   }
-  // No mail can go there, and a line break would split the lines of the logs.
-  if (std::any_of(data.email.begin(), data.email.end(), base::isControl)) {
+  if (holdsControl(data.email)) {
     log.print("    EmailAddress holds a control character, which no address does.\n");
     data.email = kNoEmail;
   }

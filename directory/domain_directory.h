@@ -5,6 +5,7 @@
 
 #include <cstdio>
 #include <functional>
+#include <map>
 #include <memory>
 #include <string>
 #include <utility>
@@ -22,6 +23,10 @@ class DomainDirectory {
                   std::FILE* foundUsers = stdout)
       : access_(access), log_(log), foundUsers_(foundUsers) {}
 
+  // Whether getEmailBound() also brings domain, display name, language and manager. No directory is
+  // asked once more for them, but ADSI once for each manager. To be called before the pass begins
+  // (DirectoryAccess::beginPass).
+  void readDetails(bool wanted);
   // Opens the persistent binding to the default naming context; 1 when it is open, else 0.
   int bindDomain();
   // Why the last bindDomain() gave 0, in one line.
@@ -47,7 +52,14 @@ class DomainDirectory {
   void listOnly(std::u16string logonName) { listedOnly_ = std::move(logonName); }
 
  private:
+  struct Manager {
+    std::string name;
+    std::string email;
+  };
+
   platform::HResult listUsers(const NameSink& sink);
+  void takeDetails(platform::DirectoryObject& user, UserDirectoryData& data);
+  const Manager& manager(const std::u16string& distinguishedName);
 
   platform::DirectoryAccess& access_;
   config::DebugLog& log_;
@@ -55,6 +67,9 @@ class DomainDirectory {
   std::u16string listedOnly_;
   std::unique_ptr<platform::DirectorySearch> domain_;  // the persistent binding; null: not bound
   std::string bindError_;
+  bool details_ = false;  // wanted
+  std::string domainName_;
+  std::map<std::u16string, Manager> managers_;  // those asked for, by distinguished name
 };
 
 // The object of the user with this logon name, found below `search`. The name is escaped (RFC 4515

@@ -6,12 +6,17 @@
 
 namespace directory {
 
-// Texts are in the ANSI code page and hold at most 255 bytes; a UTF-8 character is never split.
+// ANSI texts hold at most 255 bytes; a UTF-8 character is never split.
 struct UserDirectoryData {
   std::string email = "none";  // "none": no address known
   std::string firstName;
   std::string lastName;
-  std::string domain;
+  std::string domain;  // DNS name; only after DomainDirectory::readDetails(true), as the following
+  std::string displayName{};
+  std::string preferredLanguage{};
+  std::u16string manager{};    // distinguished name; empty: the user has none
+  std::string managerName{};   // empty: not known
+  std::string managerEmail{};  // likewise
 };
 
 inline constexpr const char* kNoEmail = "none";

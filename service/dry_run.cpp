@@ -39,6 +39,7 @@ class UnhurriedClock final : public platform::Clock {
 
   base::LocalTime localTime() override { return clock_.localTime(); }
   platform::TimeZone timeZone() override { return clock_.timeZone(); }
+  base::LocalTime localTimeOf(std::int64_t moment) override { return clock_.localTimeOf(moment); }
   std::int64_t fileTime() override { return clock_.fileTime(); }
   double uptimeSeconds() override { return clock_.uptimeSeconds(); }
   std::uint32_t tickCount() override { return clock_.tickCount(); }

@@ -161,6 +161,9 @@ class DirectoryAccess {
   // The passes that follow concern the account with this logon name alone, so that others need not
   // be read: they may be missing. Empty: all accounts.
   virtual void restrictTo(const std::u16string& /*logonName*/) {}
+  // Whether the look-ups of the passes that follow ask users for displayName, preferredLanguage and
+  // manager: an implementation that answers from memory reads them only then.
+  virtual void readPersonalDetails(bool /*wanted*/) {}
   virtual void endPass() {}
 };
 

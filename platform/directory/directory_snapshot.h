@@ -5,6 +5,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <memory>
 #include <optional>
 #include <string>
 #include <vector>
@@ -13,6 +14,13 @@
 #include "platform/directory/directory_access.h"
 
 namespace platform {
+
+// What a mail says of a user beyond name and address. Texts are UTF-8.
+struct PersonalDetails {
+  std::string displayName;
+  std::string preferredLanguage;
+  std::string manager;  // distinguished name
+};
 
 // A security principal with a logon name. Texts are UTF-8.
 struct DirectoryEntry {
@@ -28,6 +36,7 @@ struct DirectoryEntry {
   bool isPerson = true;              // objectCategory; false for computers
   std::uint64_t sourceOffset = 0;    // the source's own mark, for expirePassword
   std::uint32_t sourceLength = 0;
+  std::shared_ptr<PersonalDetails> details;  // null: the entry has none, or they were not wanted
 };
 
 struct DirectorySnapshot {
@@ -38,12 +47,17 @@ struct DirectorySnapshot {
   std::vector<std::string> warnings;        // what could not be used: one line each
 };
 
+// What load() and refresh() are to bring beyond what every pass needs, where the directory has it.
+struct OptionalAttributes {
+  bool expiryTimes = false;      // passwordExpires
+  bool personalDetails = false;  // details, and with restrictTo() the user's manager
+};
+
 class DirectorySource {
  public:
   virtual ~DirectorySource() = default;
-  // Whether load() and refresh() are to bring passwordExpires, where the directory has it. False
-  // until this is called.
-  virtual void readExpiryTimes(bool /*wanted*/) {}
+  // Until this is called, nothing is wanted.
+  virtual void want(const OptionalAttributes& /*wanted*/) {}
   // Of the users load() is to bring this one, by the logon name in UTF-8, and may leave out the
   // others; empty, as until this is called: all.
   virtual void restrictTo(const std::string& /*logonName*/) {}

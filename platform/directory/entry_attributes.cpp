@@ -39,6 +39,19 @@ std::string textOf(const DirectoryEntry& entry) {
   return entry.*field;
 }
 
+template <std::string PersonalDetails::*field>
+void setDetail(ReadObject& object, std::string_view value) {
+  std::shared_ptr<PersonalDetails>& details = object.entry.details;
+  if (details == nullptr) details = std::make_shared<PersonalDetails>();
+  std::string& text = (*details).*field;
+  if (text.empty()) text = textValue(value);
+}
+
+template <std::string PersonalDetails::*field>
+std::string detailOf(const DirectoryEntry& entry) {
+  return entry.details == nullptr ? "" : (*entry.details).*field;
+}
+
 void setPwdLastSet(ReadObject& object, std::string_view value) {
   const std::optional<std::int64_t> number = decimalValue(value);
   if (!number || *number < 0) object.fault = "pwdLastSet is not a time";
@@ -121,6 +134,9 @@ constexpr EntryAttribute kAttributes[] = {
     {"userAccountControl", kAccountControl, Always, setAccountControl, accountControlText, Syntax::Number},
     {"nTSecurityDescriptor", kSecurityDescriptor, Always, setSecurityDescriptor},
     {"msDS-UserPasswordExpiryTimeComputed", kUnmarked, WithExpiryTimes, setPasswordExpires, passwordExpiresText, Syntax::LargeInteger},
+    {"displayName", kUnmarked, WithDetails, setDetail<&PersonalDetails::displayName>, detailOf<&PersonalDetails::displayName>},
+    {"preferredLanguage", kUnmarked, WithDetails, setDetail<&PersonalDetails::preferredLanguage>, detailOf<&PersonalDetails::preferredLanguage>},
+    {"manager", kUnmarked, WithDetails, setDetail<&PersonalDetails::manager>, detailOf<&PersonalDetails::manager>, Syntax::DistinguishedName},
     {"maxPwdAge", kMaxPwdAge, Never, setMaxPwdAge},
     {"distinguishedName", kUnmarked, Never, nullptr, textOf<&DirectoryEntry::dn>, Syntax::DistinguishedName},
 };
@@ -133,6 +149,11 @@ constexpr std::size_t kSecondsEnd = 14;  // of "YYYYMMDDHHMMSS"
 
 std::span<const EntryAttribute> entryAttributes() {
   return kAttributes;
+}
+
+bool isWanted(const EntryAttribute& attribute, const OptionalAttributes& wanted) {
+  if (attribute.ofUsers == WithExpiryTimes) return wanted.expiryTimes;
+  return attribute.ofUsers != WithDetails || wanted.personalDetails;
 }
 
 const EntryAttribute* entryAttribute(std::string_view name) {

@@ -38,7 +38,7 @@ struct ReadObject {
 enum class AttributeSyntax { Text, DistinguishedName, Number, LargeInteger, Class, Category };
 
 // When a server is asked for an attribute with every user.
-enum class AskedFor { Never, Always, WithExpiryTimes };
+enum class AskedFor { Never, Always, WithExpiryTimes, WithDetails };
 
 struct EntryAttribute {
   std::string_view name;  // as directories spell it; a NUL follows it
@@ -54,6 +54,8 @@ struct EntryAttribute {
 };
 
 std::span<const EntryAttribute> entryAttributes();
+// False when the attribute is one of those that are read on demand, and is not demanded.
+bool isWanted(const EntryAttribute& attribute, const OptionalAttributes& wanted);
 // By its name in any letter case; null when it is not in the table.
 const EntryAttribute* entryAttribute(std::string_view name);
 // Reads one value and notes that there was one.

@@ -395,13 +395,18 @@ void SnapshotDirectory::describe(const DirectoryEntry& entry, UserInfo& info) {
   if (entry.cantChangePassword) info.flags |= kPasswordCantChange;
   info.passwordAge = secondsSince(entry.pwdLastSet, clock_.fileTime());
   info.passwordExpired = entry.pwdLastSet == 0 ? 1 : 0;
-  if (expiryTimes_ && entry.pwdLastSet != 0) info.passwordExpires = entry.passwordExpires;
+  if (wanted_.expiryTimes && entry.pwdLastSet != 0) info.passwordExpires = entry.passwordExpires;
 }
 
 bool SnapshotDirectory::readExpiryTimes(bool wanted) {
-  expiryTimes_ = wanted;
-  source_->readExpiryTimes(wanted);
+  wanted_.expiryTimes = wanted;
+  source_->want(wanted_);
   return true;
+}
+
+void SnapshotDirectory::readPersonalDetails(bool wanted) {
+  wanted_.personalDetails = wanted;
+  source_->want(wanted_);
 }
 
 AccountResult SnapshotDirectory::userInfo(const std::u16string& name, UserInfo& info) {

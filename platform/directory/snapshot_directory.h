@@ -47,6 +47,7 @@ class SnapshotDirectory final : public DirectoryAccess, public AccountDatabase {
   std::optional<bool> mayWrite(const std::u16string& logonName, const char* attribute) override;
 
   bool readExpiryTimes(bool wanted) override;
+  void readPersonalDetails(bool wanted) override;
   // The age of a password whose last change is absent, 0 or in the future is 0.
   AccountResult userInfo(const std::u16string& name, UserInfo& info) override;
   // Reads the entry from the source again first; what that gave is kept in memory.
@@ -84,7 +85,7 @@ class SnapshotDirectory final : public DirectoryAccess, public AccountDatabase {
   std::vector<std::string> warnings_;
   int initialised_ = 0;
   bool inPass_ = false;
-  bool expiryTimes_ = false;  // wanted
+  OptionalAttributes wanted_;
 };
 
 }  // namespace platform

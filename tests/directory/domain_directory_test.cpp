@@ -146,7 +146,13 @@ class DomainDirectoryTest : public testing::Test {
     transcript += "== " + title + '\n';
     for (const std::string& call : access.calls) transcript += call + '\n';
     transcript += logText() + "-> " + problem + '|' + data.email + '|' + data.firstName + '|' +
-                  data.lastName + '|' + data.domain + "\n\n";
+                  data.lastName + '|' + data.domain + '\n';
+    if (!data.manager.empty()) {
+      transcript += data.displayName + '|' + data.preferredLanguage + "|manager " +
+                    utf16ToAnsi(data.manager) + '|' + data.managerName + '|' + data.managerEmail +
+                    '\n';
+    }
+    transcript += '\n';
   }
   void lookUp(const std::string& title, const std::vector<Row>& rows, const Text& name = u"anna") {
     access.rows = rows;
@@ -231,6 +237,15 @@ TEST_F(DomainDirectoryTest, LooksUsersUp) {
   lookUpUnbound("a binding of its own", u"anna");
   access.status["1 LDAP://rootDSE"] = kLogonFailure;
   lookUpUnbound("a binding of its own that fails", u"anna");
+  access.status.clear();
+  domain.readDetails(true);
+  domain.bindDomain();
+  lookUp("with details, and a manager", {kUser});
+  lookUp("a manager is read once", {kUser});
+  domain.unbindDomain();
+  domain.bindDomain();
+  access.status = {{"get displayName", kAdsPropertyNotFound}, {"1 LDAP://DC=site", kNoSuchObject}};
+  lookUp("a manager who cannot be read", {kUser});
   expectTranscript("look_ups.txt");
   // A field holds 255 bytes and no half character.
   access.status.clear();

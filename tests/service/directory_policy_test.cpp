@@ -22,7 +22,7 @@ struct TimedSource final : DirectorySource {
   std::vector<bool>& wanted;
   explicit TimedSource(std::vector<bool>& asked) : wanted(asked) {}
 
-  void readExpiryTimes(bool are) override { wanted.push_back(are); }
+  void want(const OptionalAttributes& are) override { wanted.push_back(are.expiryTimes); }
   HResult load(DirectorySnapshot& snapshot, DirectoryError& error) override {
     const HResult status = file.load(snapshot, error);
     for (DirectoryEntry& entry : snapshot.entries) entry.passwordExpires = times[entry.logonName];

@@ -245,7 +245,7 @@ class SimulatedDirectory final : public platform::DirectorySource {
     if (result.ok()) result = file_.expirePassword(entry);
     return result.ok() ? answer() : result;  // lost behind the work, perhaps
   }
-  void readExpiryTimes(bool wanted) override { file_.readExpiryTimes(wanted); }
+  void want(const platform::OptionalAttributes& wanted) override { file_.want(wanted); }
   platform::DirectoryFacts facts() override { return file_.facts(); }
 
  private:

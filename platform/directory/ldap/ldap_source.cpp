@@ -25,11 +25,10 @@ std::string filterOfUser(const std::string& logonName) {
 }
 
 // The names of the attributes that each user is asked for, behind them a null pointer.
-std::vector<const char*> userAttributes(bool expiryTimes) {
+std::vector<const char*> userAttributes(const OptionalAttributes& wanted) {
   std::vector<const char*> names;
   for (const EntryAttribute& known : entryAttributes()) {
-    if (known.ofUsers == AskedFor::Always ||
-        (expiryTimes && known.ofUsers == AskedFor::WithExpiryTimes)) {
+    if (known.ofUsers != AskedFor::Never && isWanted(known, wanted)) {
       names.push_back(known.name.data());
     }
   }
@@ -131,6 +130,19 @@ class EntryCollector {
   std::size_t unreadable_ = 0;
 };
 
+// Those of the users in a snapshot that is to hold nobody else. One who cannot be read is missing.
+void addManagers(LdapConnection& connection, const std::vector<const char*>& attributes,
+                 EntryCollector& collector, const DirectorySnapshot& snapshot) {
+  std::vector<LdapMessage> found(1);
+  const std::size_t users = snapshot.entries.size();
+  for (std::size_t i = 0; i < users; ++i) {
+    const std::shared_ptr<PersonalDetails> details = snapshot.entries[i].details;
+    if (details == nullptr || details->manager.empty()) continue;
+    const int code = connection.readObject(details->manager, attributes.data(), found.front());
+    if (code == LDAP_SUCCESS) collector.addPage(found);
+  }
+}
+
 NetStatus netStatusOf(int code) {
   switch (code) {
     case LDAP_SUCCESS:
@@ -205,7 +217,7 @@ HResult LdapSource::readDomain(DirectorySnapshot& snapshot, std::string& base,
 
 HResult LdapSource::readUsers(const std::string& base, DirectorySnapshot& snapshot,
                               DirectoryError& error) {
-  const std::vector<const char*> attributes = userAttributes(expiryTimes_);
+  const std::vector<const char*> attributes = userAttributes(wanted_);
   const std::string filter = onlyUser_.empty() ? kUsers : filterOfUser(onlyUser_);
   LdapPagedSearch search(*connection_, base, filter.c_str(), attributes.data());
   EntryCollector collector(connection_->handle(), snapshot);
@@ -220,6 +232,9 @@ HResult LdapSource::readUsers(const std::string& base, DirectorySnapshot& snapsh
   const std::string action = "users below " + base + (fault != nullptr ? ", " : "");
   if (code != LDAP_SUCCESS) {
     return connection_->fail(code, action + (fault != nullptr ? fault : ""), error);
+  }
+  if (!onlyUser_.empty() && wanted_.personalDetails) {
+    addManagers(*connection_, attributes, collector, snapshot);
   }
   collector.finish();
   return kOk;
@@ -255,7 +270,7 @@ AccountResult LdapSource::overConnection(const DirectoryEntry& entry,
 
 AccountResult LdapSource::refresh(DirectoryEntry& entry) {
   ReadObject object;
-  const std::vector<const char*> attributes = userAttributes(expiryTimes_);
+  const std::vector<const char*> attributes = userAttributes(wanted_);
   AccountResult result = reach(entry, [&] {
     LdapMessage message;
     const int code = connection_->readObject(entry.dn, attributes.data(), message);

@@ -24,8 +24,8 @@ class LdapSource final : public DirectorySource {
   // Connects anew and reads every object of class "user" below the base in one paged search. An
   // entry with a value that cannot be becomes a warning "NAME: what is wrong".
   HResult load(DirectorySnapshot& snapshot, DirectoryError& error) override;
-  // The server is asked for one attribute more, in the same searches.
-  void readExpiryTimes(bool wanted) override { expiryTimes_ = wanted; }
+  // The server is asked for more attributes, in the same searches.
+  void want(const OptionalAttributes& wanted) override { wanted_ = wanted; }
 
   void restrictTo(const std::string& logonName) override { onlyUser_ = logonName; }
 
@@ -53,7 +53,7 @@ class LdapSource final : public DirectorySource {
   Clock& clock_;
   std::string onlyUser_;       // logon name; empty: all users
   std::string namingContext_;  // of the last load()
-  bool expiryTimes_ = false;   // are wanted
+  OptionalAttributes wanted_;
   bool onlyReplaces_ = false;  // the server refuses to exchange one value for another
   int lostInARow_ = 0;         // calls
   std::string lostText_;       // of the last of them

@@ -244,15 +244,15 @@ HResult LdifSource::load(DirectorySnapshot& snapshot, DirectoryError& error) {
     return refuse(kReadFault, file_ + ":1: UTF-16; LDIF is ASCII or UTF-8", snapshot, error);
   }
   FineGrainedPolicies settings;
-  SnapshotFiller filler(file_, snapshot, expiryTimes_ ? &settings : nullptr);
+  SnapshotFiller filler(file_, snapshot, wanted_.expiryTimes ? &settings : nullptr);
   LdifReader reader(
       [&](char* buffer, std::size_t capacity) {
         return std::fread(buffer, 1, capacity, file.get());
       },
       [this](std::string_view name) {
         const EntryAttribute* known = entryAttribute(name);
-        if (known == nullptr) return expiryTimes_ && FineGrainedPolicies::reads(name);
-        return expiryTimes_ || known->ofUsers != AskedFor::WithExpiryTimes;
+        if (known == nullptr) return wanted_.expiryTimes && FineGrainedPolicies::reads(name);
+        return isWanted(*known, wanted_);
       },
       [&](std::uint64_t line, std::string_view what) { filler.warn(line, what); });
   LdifRecord record;

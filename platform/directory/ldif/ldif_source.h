@@ -19,9 +19,9 @@ class LdifSource final : public DirectorySource {
   // Fails when the file cannot be read or holds no domain at all; a record that is malformed
   // becomes a warning "FILE:LINE: what is wrong", and its neighbours are read.
   HResult load(DirectorySnapshot& snapshot, DirectoryError& error) override;
-  // From msDS-UserPasswordExpiryTimeComputed of a user, else from the password settings objects in
-  // the file, else the domain's maxPwdAge where there are such objects.
-  void readExpiryTimes(bool wanted) override { expiryTimes_ = wanted; }
+  // Times of expiry are from msDS-UserPasswordExpiryTimeComputed of a user, else from the password
+  // settings objects in the file, else the domain's maxPwdAge where there are such objects.
+  void want(const OptionalAttributes& wanted) override { wanted_ = wanted; }
 
   // Reads the record's pwdLastSet where it stood. kNetWriteFault when the file does not hold the
   // record there any more.
@@ -36,7 +36,7 @@ class LdifSource final : public DirectorySource {
   AccountResult writeFault(const std::string& what) const;
 
   std::string file_;
-  bool expiryTimes_ = false;  // are wanted
+  OptionalAttributes wanted_;
 };
 
 }  // namespace platform

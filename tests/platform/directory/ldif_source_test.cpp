@@ -97,7 +97,7 @@ TEST_F(LdifSourceTest, TimesOfExpiryAreThoseOfTheDirectorysPolicies) {
   ASSERT_TRUE(writeWholeFile(kFile, text));
   LdifSource source(kFile);
   DirectorySnapshot snapshot, unwanted = load(text);
-  source.readExpiryTimes(true);
+  source.want({true, false});
   EXPECT_EQ(source.load(snapshot, error), kOk);
   for (const DirectoryEntry& entry : snapshot.entries) {
     const std::int64_t time = entry.passwordExpires;

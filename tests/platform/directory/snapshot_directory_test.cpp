@@ -69,6 +69,19 @@ TEST_F(SnapshotDirectoryTest, TheSourceIsReadOncePerPass) {
   EXPECT_EQ(text, u"bob");
 }
 
+TEST_F(SnapshotDirectoryTest, PersonalDetailsAreReadWhenTheyAreWanted) {
+  write(domain("0") + "dn: CN=Eve,DC=site,DC=example\nobjectClass: user\nsAMAccountName: eve\n" +
+        "preferredLanguage: de-AT\nmanager: CN=Bob 2,DC=site,DC=example\n\n" + kUsers);
+  for (const bool wanted : {false, true}) {
+    directory.readPersonalDetails(wanted);
+    directory.beginPass();
+    EXPECT_EQ(directory.openObject(u"LDAP://CN=Eve,DC=site,DC=example", 1, object), kOk);
+    EXPECT_EQ(object->get(u"manager", text) == kOk, wanted);
+    EXPECT_EQ(object->get(u"displayName", text), kAdsPropertyNotFound);
+  }
+  EXPECT_EQ(text, u"CN=Bob 2,DC=site,DC=example");
+}
+
 TEST_F(SnapshotDirectoryTest, AFailureIsRememberedForThePass) {
   removeFile(kFile);
   directory.beginPass();
