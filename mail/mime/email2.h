@@ -18,6 +18,7 @@
 #include "mail/mime/content_type.h"
 #include "mail/mime/email_address.h"
 #include "mail/mime/mime_header.h"
+#include "mail/mime/mime_sink.h"
 
 namespace kelvado {
 
@@ -149,6 +150,8 @@ class Email2 {
   // The whole message as it goes to a mail server: CR LF throughout, the header without private
   // fields and without "Bcc", so that blind copies stay blind; then the body.
   void appendMime(std::string& out) const;
+  // The same text in pieces, which are not kept. False when `take` did not want all of it.
+  bool writeMime(const MimeSink::Take& take) const;
   // About what appendMime appends, in bytes.
   std::size_t sizeEstimate() const;
 

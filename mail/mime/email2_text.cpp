@@ -10,6 +10,7 @@
 #include "mail/mime/header_writer.h"
 #include "mail/mime/identifiers.h"
 #include "mail/mime/mime_message2.h"
+#include "mail/mime/mime_sink.h"
 
 namespace kelvado {
 namespace {
@@ -194,7 +195,14 @@ void Email2::normaliseOwnEncoding() {
 }
 
 void Email2::appendMime(std::string& out) const {
-  MimeMessage2::write(*this, out);
+  MimeSink sink(out);
+  MimeMessage2::write(*this, sink);
+}
+
+bool Email2::writeMime(const MimeSink::Take& take) const {
+  MimeSink sink(take);
+  MimeMessage2::write(*this, sink);
+  return sink.finish();
 }
 
 std::size_t Email2::sizeEstimate() const {

@@ -64,6 +64,36 @@ Delimiter delimiterIn(std::string_view line, std::string_view boundary) {
   return !base::trimmed(rest).empty() ? Delimiter::None : last ? Delimiter::Last : Delimiter::Next;
 }
 
+// How much of a body is encoded at a time, in bytes.
+constexpr std::size_t kBlockBytes = std::size_t{32} * 1024;
+// The same for base64: whole lines of it.
+constexpr std::size_t kBase64Block = std::size_t{kBodyLineLength} / 4 * 3 * 512;
+
+template <class Append>
+void inBlocks(std::string_view text, std::size_t blockBytes, MimeSink& sink, const Append& append) {
+  while (!text.empty()) {
+    append(text.substr(0, blockBytes));
+    text.remove_prefix(std::min(text.size(), blockBytes));
+    if (!sink.drain()) return;
+  }
+}
+
+// Blocks that end in the line end, behind which an encoder of lines begins anew. A text without one
+// is a single block.
+template <class Append>
+void inLines(std::string_view text, std::string_view lineEnd, MimeSink& sink,
+             const Append& append) {
+  while (!text.empty()) {
+    const std::size_t end =
+        text.size() <= kBlockBytes ? std::string_view::npos : text.find(lineEnd, kBlockBytes);
+    const std::string_view block =
+        text.substr(0, end == std::string_view::npos ? end : end + lineEnd.size());
+    append(block);
+    text.remove_prefix(block.size());
+    if (!sink.drain()) return;
+  }
+}
+
 }  // namespace
 
 class MimeMessage2::Reader {
@@ -236,62 +266,70 @@ bool MimeMessage2::isUnchanged(const Email2& part) {
   if (asRead == nullptr) return false;
   std::string before;
   std::string now;
-  writeContent(*asRead, "", before);
-  writeContent(part, "", now);
+  MimeSink beforeSink(before);
+  MimeSink nowSink(now);
+  writeContent(*asRead, "", beforeSink);
+  writeContent(part, "", nowSink);
   return before == now;
 }
 
-void MimeMessage2::write(const Email2& message, std::string& out) {
-  out.reserve(out.size() + message.sizeEstimate());
-  writePart(message, message.contentType().charset, out);
+void MimeMessage2::write(const Email2& message, MimeSink& sink) {
+  sink.expect(message.sizeEstimate());
+  writePart(message, message.contentType().charset, sink);
 }
 
 // True when what was written ends in a line end that is not the content's own.
-bool MimeMessage2::writePart(const Email2& part, std::string_view messageCharset,
-                             std::string& out) {
+bool MimeMessage2::writePart(const Email2& part, std::string_view messageCharset, MimeSink& sink) {
   if (part.original() == nullptr || !isUnchanged(part)) {
-    return writeContent(part, messageCharset, out);
+    return writeContent(part, messageCharset, sink);
   }
-  out.append(*part.original());
+  inBlocks(*part.original(), kBlockBytes, sink,
+           [&sink](std::string_view block) { sink.text().append(block); });
   return false;
 }
 
 bool MimeMessage2::writeContent(const Email2& part, std::string_view messageCharset,
-                                std::string& out) {
+                                MimeSink& sink) {
+  std::string& out = sink.text();
   for (const MimeField& field : part.header().fields()) {
     if (isPrivateFieldName(field.name) || base::equalsNoCase(field.name, "Bcc")) continue;
     appendHeaderField(field, messageCharset, out);
   }
   out.append("\r\n");
-  if (part.children().empty()) return writeBody(part, out);
+  if (part.children().empty()) return writeBody(part, sink);
 
   const std::string& boundary = part.contentType().boundary;
   for (const auto& child : part.children()) {
     out.append("--").append(boundary).append("\r\n");
-    if (!writePart(*child, messageCharset, out)) out.append("\r\n");
+    if (!writePart(*child, messageCharset, sink)) out.append("\r\n");
   }
   out.append("--").append(boundary).append("--\r\n");
   return true;
 }
 
-bool MimeMessage2::writeBody(const Email2& part, std::string& out) {
+bool MimeMessage2::writeBody(const Email2& part, MimeSink& sink) {
+  std::string& out = sink.text();
   std::string scratch;
-  const std::string_view body = part.wireBody(scratch);
+  std::string_view body = part.wireBody(scratch);
   if (part.transferEncoding() == "quoted-printable") {
-    quotedPrintableAppend(body, part.hasLines() ? LineEnds::AsLines : LineEnds::Exact, out);
+    const LineEnds lineEnds = part.hasLines() ? LineEnds::AsLines : LineEnds::Exact;
+    inLines(body, lineEnds == LineEnds::Exact ? "\r\n" : "\n", sink,
+            [&](std::string_view lines) { quotedPrintableAppend(lines, lineEnds, out); });
     return false;
   }
   if (part.transferEncoding() != "base64") {
-    base::appendWithCrLf(body, out);
+    inLines(body, "\n", sink, [&out](std::string_view lines) { base::appendWithCrLf(lines, out); });
     return false;
   }
   if (part.hasLines()) {
     std::string lines;
     base::appendWithCrLf(body, lines);
-    base64AppendLines(lines, kBodyLineLength, out);
-  } else {
-    base64AppendLines(body, kBodyLineLength, out);
+    scratch.swap(lines);
+    body = scratch;
   }
+  if (body.empty()) base64AppendLines(body, kBodyLineLength, out);
+  inBlocks(body, kBase64Block, sink,
+           [&out](std::string_view block) { base64AppendLines(block, kBodyLineLength, out); });
   return true;
 }
 

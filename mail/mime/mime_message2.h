@@ -11,6 +11,7 @@
 
 #include "base/log_base.h"
 #include "mail/mime/email2.h"
+#include "mail/mime/mime_sink.h"
 
 namespace kelvado {
 
@@ -25,8 +26,8 @@ class MimeMessage2 {
   // Null when the text goes beyond a limit, which is logged. Private fields are left out.
   static std::unique_ptr<Email2> parse(std::string_view text, base::LogBase& log);
 
-  // Appends the message, as Email2::appendMime says.
-  static void write(const Email2& message, std::string& out);
+  // The message as Email2::appendMime says. The caller finishes the sink.
+  static void write(const Email2& message, MimeSink& sink);
 
   // Whether the part, which has an original, still is what was read from it.
   static bool isUnchanged(const Email2& part);
@@ -34,9 +35,9 @@ class MimeMessage2 {
  private:
   class Reader;
 
-  static bool writePart(const Email2& part, std::string_view messageCharset, std::string& out);
-  static bool writeContent(const Email2& part, std::string_view messageCharset, std::string& out);
-  static bool writeBody(const Email2& part, std::string& out);
+  static bool writePart(const Email2& part, std::string_view messageCharset, MimeSink& sink);
+  static bool writeContent(const Email2& part, std::string_view messageCharset, MimeSink& sink);
+  static bool writeBody(const Email2& part, MimeSink& sink);
 };
 
 }  // namespace kelvado

@@ -51,12 +51,12 @@ class SmtpConnImpl {
   // The message is a prepared copy: its blind-copy recipients are in "Bcc". autoMessageId changes
   // it.
   bool sendEmail(Email2& message, const SendOptions& options, Call& call, SendCounters& counters);
-  // A text that is ready, with the given envelope.
-  bool sendMime(const Envelope& envelope, std::string_view mime, const SendOptions& options,
+  // With an envelope of its own.
+  bool sendMime(const Envelope& envelope, const MessageText& text, const SendOptions& options,
                 Call& call, SendCounters& counters);
   // To each address of a list, in as many transactions as it needs.
   bool sendToList(const std::string& reversePath, const std::vector<std::string>& addresses,
-                  std::string_view mime, const SendOptions& options, Call& call,
+                  const MessageText& text, const SendOptions& options, Call& call,
                   SendCounters& counters);
   // Asks whether the server would take the recipients, and sends nothing.
   bool verifyRecipients(const Envelope& envelope, Call& call, SendCounters& counters);
@@ -116,7 +116,7 @@ class SmtpConnImpl {
   // SmtpTransaction.
   TransactionResult transact(const TransactionSteps& steps, const SendOptions& options,
                              Envelope& postponed, Call& call);
-  bool sendInParts(std::vector<Envelope> parts, std::string_view mime, const SendOptions& options,
+  bool sendInParts(std::vector<Envelope> parts, const MessageText& text, const SendOptions& options,
                    Call& call, SendCounters& counters);
 
   platform::SocketApi& sockets_;

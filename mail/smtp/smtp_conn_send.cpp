@@ -26,11 +26,9 @@ bool SmtpConnImpl::sendEmail(Email2& message, const SendOptions& options, Call& 
   call.log.LogData("subject", base::loggable(message.headerField("Subject")));
   call.log.LogData("reversePath", base::loggable(envelope.reversePath));
 
-  std::string mime;
-  mime.reserve(message.sizeEstimate());
-  message.appendMime(mime);
+  const MessageText text(message);
   const std::string listFile = message.headerField("KVX-FileDistList");
-  if (listFile.empty()) return sendMime(envelope, mime, options, call, counters);
+  if (listFile.empty()) return sendMime(envelope, text, options, call, counters);
 
   const std::vector<std::string> addresses = readAddressFile(listFile, call.log);
   if (addresses.empty()) {
@@ -38,22 +36,22 @@ bool SmtpConnImpl::sendEmail(Email2& message, const SendOptions& options, Call& 
     call.log.LogError("The distribution list is empty");
     return false;
   }
-  return sendToList(envelope.reversePath, addresses, mime, options, call, counters);
+  return sendToList(envelope.reversePath, addresses, text, options, call, counters);
 }
 
-bool SmtpConnImpl::sendMime(const Envelope& envelope, std::string_view mime,
+bool SmtpConnImpl::sendMime(const Envelope& envelope, const MessageText& text,
                             const SendOptions& options, Call& call, SendCounters& counters) {
   std::vector<Envelope> parts =
       options.individual ? individualEnvelopes(envelope) : std::vector<Envelope>{envelope};
-  return sendInParts(std::move(parts), mime, options, call, counters);
+  return sendInParts(std::move(parts), text, options, call, counters);
 }
 
 bool SmtpConnImpl::sendToList(const std::string& reversePath,
-                              const std::vector<std::string>& addresses, std::string_view mime,
+                              const std::vector<std::string>& addresses, const MessageText& text,
                               const SendOptions& options, Call& call, SendCounters& counters) {
   std::vector<Envelope> parts =
       listEnvelopes(reversePath, addresses, options.individual ? 1 : kRecipientsPerTransaction);
-  if (!sendInParts(std::move(parts), mime, options, call, counters)) return false;
+  if (!sendInParts(std::move(parts), text, options, call, counters)) return false;
   call.log.LogInfo("Mail sent to " + std::to_string(counters.accepted) + " recipient" +
                    (counters.accepted < 2 ? "" : "s"));
   return true;
@@ -80,7 +78,7 @@ TransactionResult SmtpConnImpl::transact(const TransactionSteps& steps, const Se
   return result;
 }
 
-bool SmtpConnImpl::sendInParts(std::vector<Envelope> parts, std::string_view mime,
+bool SmtpConnImpl::sendInParts(std::vector<Envelope> parts, const MessageText& text,
                                const SendOptions& options, Call& call, SendCounters& counters) {
   for (const Envelope& part : parts) counters.total += part.recipientCount();
   const auto isSafe = [&](const Envelope& part) {
@@ -98,7 +96,7 @@ bool SmtpConnImpl::sendInParts(std::vector<Envelope> parts, std::string_view mim
     const unsigned acceptedBefore = counters.accepted;
     Envelope postponed;
     const auto send = [&](SmtpTransaction& transaction) {
-      return transaction.run(parts[i], mime, counters);
+      return transaction.run(parts[i], text, counters);
     };
     const TransactionResult result = transact(send, options, postponed, call);
     if (result == TransactionResult::Sent) {

@@ -8,8 +8,6 @@
 namespace kelvado {
 namespace {
 
-// Between two pieces progress is reported and the application may abort.
-constexpr std::size_t kPieceBytes = 64 * 1024;
 // Always begins with a line end of its own, also behind a text that ended in one.
 constexpr std::string_view kTerminator = "\r\n.\r\n";
 
@@ -37,11 +35,10 @@ TransactionResult SmtpTransaction::refused() {
 }
 
 // Checked before anything is sent: the server would refuse the text only after all of it.
-bool SmtpTransaction::isWithinSize(std::string_view mime) const {
+bool SmtpTransaction::isWithinSize(const MessageText& text) const {
   const std::uint64_t limit = extensions_.maxSize;
-  if (limit == 0 || mime.size() * 2 <= limit) return true;  // no text doubles on the wire
-  const std::uint64_t size = dataSize(mime).message;
-  if (size <= limit) return true;
+  const std::uint64_t size = text.size().message;
+  if (limit == 0 || size <= limit) return true;
   call_.log.LogError("The message is larger than the SMTP server accepts.");
   call_.log.LogData("message_size", std::to_string(size));
   call_.log.LogData("server_limit", std::to_string(limit));
@@ -171,9 +168,9 @@ TransactionResult SmtpTransaction::offerRecipients(const Envelope& envelope,
   return TransactionResult::Sent;
 }
 
-TransactionResult SmtpTransaction::run(const Envelope& envelope, std::string_view mime,
+TransactionResult SmtpTransaction::run(const Envelope& envelope, const MessageText& text,
                                        SendCounters& counters) {
-  if (!isWithinSize(mime)) return TransactionResult::Failed;
+  if (!isWithinSize(text)) return TransactionResult::Failed;
   const TransactionResult offered = offerRecipients(envelope, counters);
   if (offered != TransactionResult::Sent) return offered;
   if (rejected_ > 0) {
@@ -188,33 +185,35 @@ TransactionResult SmtpTransaction::run(const Envelope& envelope, std::string_vie
     // After anything but a refusal the server may be waiting for the text, after a bare 354 it is.
     return asked && isRefusal(wire_.replyCode()) ? TransactionResult::Rejected : lost();
   }
-  if (!sendText(mime)) {
+  if (!sendText(text)) {
     wire_.noteFailure(SmtpStep::Text);
     call_.log.LogError("Failed when sending email body");
     return lost();  // the server would take all that follows for more of the text
   }
   if (!endText()) return refused();
-  if (!options_.sentMailLog.empty()) appendToSentMailLog(mime);
+  if (!options_.sentMailLog.empty()) appendToSentMailLog(text);
   return TransactionResult::Sent;
 }
 
 // The terminator goes out with the last piece: that saves a segment for every mail.
-bool SmtpTransaction::sendText(std::string_view mime) {
-  const DataSize size = dataSize(mime);
+bool SmtpTransaction::sendText(const MessageText& text) {
+  const DataSize& size = text.size();
   call_.log.LogData("email_size", std::to_string(size.message + size.doubledDots));
-  DataEncoder encoder(mime);
-  std::string piece;
-  bool more = encoder.next(kPieceBytes, piece);
-  for (;;) {
-    const std::size_t pieceSize = piece.size();
-    std::string following;
-    more = more && encoder.next(kPieceBytes, following);
-    if (!more) piece += kTerminator;
-    if (call_.progress.abortCheck() || !wire_.sendText(piece, !more, call_)) return false;
-    call_.progress.consume(pieceSize);
-    if (!more) return true;
-    piece.swap(following);
-  }
+  std::string held;
+  const auto sendHeld = [&](std::size_t bytesOfText, bool isLast) {
+    if (call_.progress.abortCheck() || !wire_.sendText(held, isLast, call_)) return false;
+    call_.progress.consume(bytesOfText);
+    return true;
+  };
+  const auto hold = [&](std::string_view piece) {
+    if (!held.empty() && !sendHeld(held.size(), false)) return false;
+    held = piece;
+    return true;
+  };
+  if (!text.forEachPiece(hold)) return false;
+  const std::size_t bytesOfText = held.size();
+  held += kTerminator;
+  return sendHeld(bytesOfText, true);
 }
 
 bool SmtpTransaction::endText() {
@@ -230,7 +229,7 @@ bool SmtpTransaction::endText() {
 }
 
 // The mail is sent already: a log that cannot be written is only mentioned.
-void SmtpTransaction::appendToSentMailLog(std::string_view mime) {
+void SmtpTransaction::appendToSentMailLog(const MessageText& text) {
   const platform::File file = platform::openFile(options_.sentMailLog, "ab");
   if (file == nullptr) {
     call_.log.LogInfo("The log of sent mail cannot be opened.");
@@ -240,9 +239,7 @@ void SmtpTransaction::appendToSentMailLog(std::string_view mime) {
     return std::fwrite(bytes.data(), 1, bytes.size(), file.get()) == bytes.size();
   };
   bool written = write("--BEGIN SENT KELVADO EMAIL--\n");
-  DataEncoder encoder(mime);
-  for (std::string piece; encoder.next(kPieceBytes, piece);) written = written && write(piece);
-  written = written && write("\n--END SENT KELVADO EMAIL--\n");
+  written = written && text.forEachPiece(write) && write("\n--END SENT KELVADO EMAIL--\n");
   if (!written) call_.log.LogInfo("The log of sent mail cannot be written.");
 }
 

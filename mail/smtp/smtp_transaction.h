@@ -4,12 +4,12 @@
 #pragma once
 
 #include <string>
-#include <string_view>
 #include <vector>
 
 #include "base/log_base.h"
 #include "mail/smtp/command_pipeline.h"
 #include "mail/smtp/envelope.h"
+#include "mail/smtp/message_text.h"
 #include "mail/smtp/smtp_wire.h"
 
 namespace kelvado {
@@ -55,7 +55,7 @@ class SmtpTransaction {
   }
 
   // Both add the recipients that were accepted to the counters.
-  TransactionResult run(const Envelope& envelope, std::string_view mime, SendCounters& counters);
+  TransactionResult run(const Envelope& envelope, const MessageText& text, SendCounters& counters);
   // MAIL FROM and RCPT TO only. The caller resets the session afterwards.
   TransactionResult offerRecipients(const Envelope& envelope, SendCounters& counters);
   // For whom the server wants another transaction: it had enough recipients in this one (RFC 5321
@@ -63,7 +63,7 @@ class SmtpTransaction {
   const Envelope& postponed() const { return postponed_; }
 
  private:
-  bool isWithinSize(std::string_view mime) const;
+  bool isWithinSize(const MessageText& text) const;
   bool takesAddresses(const Envelope& envelope) const;
   std::string mailFromCommand(const Envelope& envelope) const;
   std::string rcptToCommand(const std::string& address) const;
@@ -72,9 +72,9 @@ class SmtpTransaction {
                  const char* failureText);
   bool rcptTo(const std::string& address, std::vector<std::string>& postponed,
               const char* failureText);
-  bool sendText(std::string_view mime);
+  bool sendText(const MessageText& text);
   bool endText();
-  void appendToSentMailLog(std::string_view mime);
+  void appendToSentMailLog(const MessageText& text);
   TransactionResult refused();
   TransactionResult lost();
 

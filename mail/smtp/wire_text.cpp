@@ -12,10 +12,6 @@ namespace {
 // Longer than any address in use, and short enough for one command line of any server.
 constexpr std::size_t kMaxAddressBytes = 900;
 
-bool isLineEnd(char c) {
-  return c == '\r' || c == '\n';
-}
-
 }  // namespace
 
 bool isSafeText(std::string_view value) {
@@ -35,37 +31,33 @@ bool isSafeAddress(std::string_view address) {
   return address.find(' ') == std::string_view::npos || isSendableAddress(address);
 }
 
-DataSize dataSize(std::string_view text) {
-  DataSize size{text.size(), 0};
-  for (std::size_t i = 0; i < text.size(); ++i) {
-    const bool pair = text[i] == '\r' && i + 1 < text.size() && text[i + 1] == '\n';
-    if (!isLineEnd(text[i]) || pair) continue;
-    // Behind the line end; one that is not a pair becomes one.
-    const bool secondOfPair = text[i] == '\n' && i > 0 && text[i - 1] == '\r';
-    if (!secondOfPair) ++size.message;
-    if (i + 1 < text.size() && text[i + 1] == '.') ++size.doubledDots;
+void DataEncoder::append(std::string_view text, std::string& out) {
+  if (text.empty()) return;
+  std::size_t at = afterCr_ && text.front() == '\n' ? 1 : 0;
+  afterCr_ = false;
+  std::size_t taken = at;  // up to here it stands in `out`; line ends that are CR LF wait for more
+  std::size_t feed = 0;
+  const auto takeUntil = [&](std::size_t end, std::string_view instead) {
+    out.append(text.substr(taken, end - taken)).append(instead);
+    taken = end;
+  };
+  while (at < text.size()) {
+    if (afterLineEnd_ && text[at] == '.') {
+      takeUntil(at, ".");
+      ++doubledDots_;
+    }
+    if (feed <= at) feed = std::min(text.find('\n', at), text.size());
+    const std::size_t end = std::min(text.substr(at, feed - at).find('\r'), feed - at) + at;
+    afterLineEnd_ = end < text.size();
+    if (!afterLineEnd_) break;
+    const bool pair = end + 1 == feed && feed < text.size();
+    at = pair ? feed + 1 : end + 1;
+    if (pair) continue;
+    afterCr_ = text[end] == '\r' && at == text.size();
+    takeUntil(end, "\r\n");
+    taken = at;
   }
-  return size;
-}
-
-bool DataEncoder::next(std::size_t size, std::string& piece) {
-  piece.clear();
-  while (!rest_.empty() && piece.size() < size) {
-    if (afterLineFeed_ && rest_.front() == '.') piece += '.';
-    // A very long line goes out in parts; nothing of it needs a change.
-    const std::string_view window = rest_.substr(0, size);
-    const auto end = std::find_if(window.begin(), window.end(), isLineEnd);
-    const auto plain = static_cast<std::size_t>(end - window.begin());
-    piece.append(window.substr(0, plain));
-    rest_.remove_prefix(plain);
-    afterLineFeed_ = false;
-    if (plain == window.size()) continue;
-    const bool pair = rest_.size() > 1 && rest_[0] == '\r' && rest_[1] == '\n';
-    rest_.remove_prefix(pair ? 2 : 1);
-    piece += "\r\n";
-    afterLineFeed_ = true;
-  }
-  return !piece.empty();
+  takeUntil(text.size(), {});
 }
 
 }  // namespace kelvado

@@ -295,6 +295,40 @@ TEST(KvEmail, ReplacesPatternsInTheTextsOfTheCopyOnly) {
   }
 }
 
+// The blocks of each encoding end in other places than the pieces; no byte may change by that.
+TEST(Email2, GoesOutInPieces) {
+  constexpr std::size_t kSize = 300'001;
+  const auto repeated = [](std::string_view text) {
+    std::string all;
+    while (all.size() < kSize) all += text;
+    return all;
+  };
+  Utf8Email email;
+  email.put_Body(repeated("a plain line\nand \xC3\xBC\r\n.\r\n\r").c_str());
+  for (const char* name : {"a.bin", "b.txt"}) {
+    for (const char* text : {"0123456789", "line \r\n", "\r\r\n=\n", "\n\t\n"}) {
+      email.AddStringAttachment(name, repeated(text).c_str());
+    }
+  }
+  const auto copy = email.implementation().message()->clone();
+  copy->normaliseTransferEncodings();
+  std::string whole, pieces;
+  copy->appendMime(whole);
+  EXPECT_TRUE(copy->writeMime([&](std::string_view piece) {
+    pieces += piece;
+    return true;
+  }));
+  EXPECT_EQ(whole, pieces);
+  Utf8Email read;
+  ASSERT_TRUE(read.SetFromMimeText(whole.c_str()));
+  const auto& parts = read.implementation().message()->children();
+  ASSERT_EQ(parts.size(), 9U);
+  for (std::size_t i = 1; i < 9; ++i) EXPECT_EQ(parts[i]->body(), copy->children()[i]->body()) << i;
+  int taken = 0;
+  EXPECT_FALSE(copy->writeMime([&](std::string_view) { return ++taken < 2; }));
+  EXPECT_EQ(taken, 2);
+}
+
 TEST(KvEmail, RepliesAndForwards) {
   Utf8Email original;
   original.SetFromMimeText(message("original").c_str());
