@@ -21,6 +21,11 @@ inline constexpr const char* kExpirationKeyMpems =
     "Software\\Policies\\Kadro\\PwsentryProMPEMS\\PWExpiration";
 inline constexpr const char* kProductKey = "Software\\Kadro\\PwsentryPro";
 inline constexpr const char* kDirectoryKey = "Software\\Kadro\\PwsentryPro\\Directory";
+inline constexpr const char* kServicesKey = "SYSTEM\\CurrentControlSet\\Services\\";
+// The parameters of the service, beside what the service manager keeps of it.
+inline constexpr const char* kServiceParametersKey =
+    "SYSTEM\\CurrentControlSet\\Services\\NRVPasswordExpiration\\Parameters";
+inline constexpr const char* kWorkFolderValue = "workFolder";
 inline constexpr const char* kLiveProductKey = "Software\\Policies\\NorvynSecurity\\NRVLive";
 inline constexpr const char* kProductOptionsKey =
     "System\\CurrentControlSet\\Control\\ProductOptions";

@@ -1,19 +1,61 @@
 #include "service/service_entry.h"
 
+#include <cstddef>
 #include <cstdio>
 
 #include "base/ascii.h"
+#include "platform/system/files.h"
 #include "service/service_installer.h"
 #include "service/service_main.h"
 
 namespace service {
 namespace {
 
+constexpr int kExitUnusable = 2;
+
 // The word behind the sign of a switch; empty when the first argument is none.
 std::string switchWord(const std::vector<std::string>& arguments) {
   if (arguments.empty() || arguments[0].empty()) return {};
   const std::string& first = arguments[0];
   return first[0] == '-' || first[0] == '/' ? first.substr(1) : std::string();
+}
+
+// Reads what follows "-install". False, with `fault` one line, when that cannot be used; what does
+// not begin with "--" is passed over.
+bool readInstallOptions(const std::vector<std::string>& arguments, InstallOptions& options,
+                        std::string& fault) {
+  for (std::size_t i = 1; i < arguments.size(); ++i) {
+    const std::string& option = arguments[i];
+    std::string* value = nullptr;
+    if (base::equalsNoCase(option, "--account")) value = &options.account;
+    if (base::equalsNoCase(option, "--work-folder")) value = &options.workFolder;
+    if (base::equalsNoCase(option, "--delayed-start")) {
+      options.delayedStart = true;
+    } else if (value == nullptr && option.starts_with("--")) {
+      fault = option + " is not known: the options are --account, --work-folder, --delayed-start";
+    } else if (value != nullptr && (++i == arguments.size() || arguments[i].empty())) {
+      fault = option + " needs a value";
+    } else if (value != nullptr) {
+      *value = arguments[i];
+    }
+    if (!fault.empty()) return false;
+  }
+  if (!options.workFolder.empty()) {
+    options.workFolder = platform::absolutePath(options.workFolder);
+  }
+  return true;
+}
+
+int install(const std::vector<std::string>& arguments, ServiceSystem system) {
+  InstallOptions options;
+  std::string fault;
+  if (readInstallOptions(arguments, options, fault)) fault = installOptionsFault(options, system);
+  if (!fault.empty()) {
+    std::printf("Not installed: %s.\n", fault.c_str());
+    return kExitUnusable;
+  }
+  installService(system, kServiceName, kDisplayName, kDescription, kDependencies, options);
+  return 0;
 }
 
 void printUsage() {
@@ -34,10 +76,7 @@ void fatalError(platform::Process& process, const char* message, platform::WinEr
 int enterService(const std::vector<std::string>& arguments, ServiceSystem system,
                  ServiceWork& work) {
   const std::string word = switchWord(arguments);
-  if (base::equalsNoCase(word, "install")) {
-    installService(system, kServiceName, kDisplayName, kDescription, kDependencies);
-    return 0;
-  }
+  if (base::equalsNoCase(word, "install")) return install(arguments, system);
   if (base::equalsNoCase(word, "remove")) {
     removeService(system, kServiceName);
     return 0;

@@ -4,7 +4,9 @@
 #include <cstdio>
 #include <memory>
 
+#include "base/ascii.h"
 #include "base/format_text.h"
+#include "config/editions.h"
 #include "config/registry_readers.h"
 
 namespace service {
@@ -15,6 +17,12 @@ using platform::kNoServiceHandle;
 using platform::ManagerAccess;
 using platform::ServiceHandle;
 using platform::ServiceState;
+
+// After a first, a second and each further failure in a row; a day without one begins anew.
+const std::vector<std::uint32_t> kRestartDelaysMs = {60'000, 300'000, 900'000};
+constexpr std::uint32_t kRestartResetSeconds = 86'400;
+// To pass through folders that it may not list. Nothing else that the service does takes one.
+const std::vector<std::string> kPrivileges = {"SeChangeNotifyPrivilege"};
 
 // How long a service has to stop after the stop control, whether that was delivered or not.
 constexpr std::uint32_t kStopGraceMs = 1000;
@@ -30,8 +38,7 @@ bool writeDescription(ServiceSystem system, const std::string& name,
     std::printf("\tError number: %d\n", static_cast<int>(connected));
     return false;
   }
-  const std::string path =
-      base::formatText("SYSTEM\\CurrentControlSet\\Services\\%s", name.c_str());
+  const std::string path = std::string(config::kServicesKey) + name;
   std::unique_ptr<platform::RegistryKey> key;
   const platform::WinError opened = registry->openKey(path, platform::RegistryAccess::All, key);
   if (opened != kErrorSuccess) {
@@ -41,6 +48,51 @@ bool writeDescription(ServiceSystem system, const std::string& name,
   config::writeText(*registry, path, "Description", description);
   config::writeNumber(*registry, path, "Start", platform::kStartAutomatically);
   return true;
+}
+
+bool writeWorkFolder(ServiceSystem system, const std::string& folder) {
+  std::unique_ptr<platform::Registry> registry;
+  const platform::WinError connected = system.control.connectRegistry(registry);
+  return connected == kErrorSuccess && config::writeText(*registry, config::kServiceParametersKey,
+                                                         config::kWorkFolderValue, folder);
+}
+
+// Whether Windows knows the account's password itself, or it has none.
+bool needsNoPassword(const std::string& account) {
+  return account.ends_with('$') || base::equalsNoCase(account, "LocalSystem") ||
+         base::beginsWithNoCase(account, "NT SERVICE\\") ||
+         base::beginsWithNoCase(account, "NT AUTHORITY\\");
+}
+
+// What the service has beside the arguments of its creation. Each step is tried; those that fail
+// are said on standard output.
+void equipService(ServiceSystem system, ServiceHandle service, const std::string& name,
+                  const InstallOptions& options) {
+  const auto report = [&](bool done, const char* what) {
+    if (done) return;
+    std::printf("Problems with %s - %s\n", what, lastErrorText(system.process).c_str());
+  };
+  platform::ServiceControl& control = system.control;
+  report(control.giveIdentity(service), "the service's own identity");
+  report(control.keepPrivileges(service, kPrivileges), "the service's privileges");
+  report(control.setRestarts(service, kRestartDelaysMs, kRestartResetSeconds),
+         "the restarts after a failure");
+  if (options.delayedStart) report(control.delayStart(service), "the delayed start");
+  if (options.account.ends_with('$')) {
+    report(control.allowLogon(options.account), "the right to log on as a service");
+  }
+  if (!options.workFolder.empty()) {
+    report(control.admitToFolder(name, options.workFolder), "the rights of the work folder");
+    if (!writeWorkFolder(system, options.workFolder)) {
+      std::printf("%s could not be written below %s: the service works in the system's folder.\n",
+                  config::kWorkFolderValue, config::kServiceParametersKey);
+    }
+  }
+  report(control.admitToKey(name, config::kProductKey), "the rights of the key of the last day");
+  // The other edition's key is not made: a member server that has it uses it.
+  report(control.sealKey(name, config::kExpirationKeyMpe, true), "the rights of the settings");
+  report(control.sealKey(name, config::kExpirationKeyMpems, false),
+         "the rights of the settings of a member server");
 }
 
 // `step` and the last error as decimal text.
@@ -69,12 +121,32 @@ std::string lastErrorText(platform::Process& process) {
                           process.lastError());
 }
 
+std::string installOptionsFault(const InstallOptions& options, const ServiceSystem& system) {
+  const bool any = !options.account.empty() || !options.workFolder.empty() || options.delayedStart;
+  if (any && !system.control.choosesAccount()) {
+    return "no option is taken here: the service's unit names its account and work folder";
+  }
+  if (!options.account.empty() && !needsNoPassword(options.account)) {
+    return "--account: " + options.account +
+           " has a password: name a managed service account (DOMAIN\\NAME$) or NT SERVICE\\" +
+           kServiceName + ", or set the account in the services console afterwards";
+  }
+  const bool ownAccount =
+      !options.account.empty() && !base::equalsNoCase(options.account, "LocalSystem");
+  if (ownAccount && options.workFolder.empty()) {
+    return "--account needs --work-folder: the system's folder is not for other accounts";
+  }
+  return {};
+}
+
 void installService(ServiceSystem system, const std::string& name, const std::string& displayName,
-                    const std::string& description, const std::string& dependencies) {
+                    const std::string& description, const std::string& dependencies,
+                    const InstallOptions& options) {
   platform::NewService service;
   service.name = name;
   service.displayName = displayName;
   service.dependencies = dependencies;
+  service.account = options.account;
   service.imagePath = system.process.imagePath();
   if (service.imagePath.empty()) {
     std::printf("Unable to install %s - %s\n", displayName.c_str(),
@@ -92,6 +164,7 @@ void installService(ServiceSystem system, const std::string& name, const std::st
     system.control.closeHandle(manager);
     return;
   }
+  equipService(system, created, name, options);
   std::printf("%s installed.\n", displayName.c_str());
   // Reported as started whether it was or not: the manager's own log says.
   system.control.startService(created);

@@ -1,9 +1,13 @@
 // The service's command line, its installation and its life under a service manager that records
 // every call, with each call failing in turn. The calls and texts of every case are those of
 // service_calls.txt.
+#include <iterator>
+#include <sstream>
+
 #include <gtest/gtest.h>
 
 #include "base/format_text.h"
+#include "base/text.h"
 #include "platform/registry/file/reg_registry.h"
 #include "platform/system/files.h"
 #include "service/service_entry.h"
@@ -49,9 +53,10 @@ struct FakeSystem : ServiceControl, WorkerThreads, Process, service::ServiceWork
     return call(access == ManagerAccess::All ? "manager all" : "manager connect") ? 1 : 0;
   }
   ServiceHandle createService(ServiceHandle manager, const NewService& s) override {
-    return call(base::formatText("create %d %s|%s|%s|%s|%u%u%u", static_cast<int>(manager),
+    return call(base::formatText("create %d %s|%s|%s|%s|%u%u%u|%s", static_cast<int>(manager),
                                  s.name.c_str(), s.displayName.c_str(), s.imagePath.c_str(),
-                                 s.dependencies.c_str(), s.type, s.startType, s.errorControl))
+                                 s.dependencies.c_str(), s.type, s.startType, s.errorControl,
+                                 s.account.c_str()))
                ? 2
                : 0;
   }
@@ -68,6 +73,28 @@ struct FakeSystem : ServiceControl, WorkerThreads, Process, service::ServiceWork
     return call("control " + std::to_string(static_cast<int>(code)), h);
   }
   bool deleteService(ServiceHandle h) override { return call("delete", h); }
+  bool choosesAccount() const override { return failing != "accounts"; }
+  bool setRestarts(ServiceHandle h, const std::vector<std::uint32_t>& delays,
+                   std::uint32_t reset) override {
+    std::string line = "restarts after";
+    for (const std::uint32_t delay : delays) line += ' ' + std::to_string(delay);
+    return call(line + " ms, reset " + std::to_string(reset) + " s", h);
+  }
+  bool delayStart(ServiceHandle h) override { return call("delay", h); }
+  bool giveIdentity(ServiceHandle h) override { return call("identity", h); }
+  bool keepPrivileges(ServiceHandle h, const std::vector<std::string>& names) override {
+    return call("privileges " + names.at(0), h + (names.size() - 1) * 100);
+  }
+  bool allowLogon(const std::string& account) override { return call("logon of " + account); }
+  bool admitToFolder(const std::string& service, const std::string& folder) override {
+    return call(service + " into " + folder.substr(folder.find_last_of("/\\") + 1));
+  }
+  bool admitToKey(const std::string& service, const std::string& path) override {
+    return call(service + " into key " + path);
+  }
+  bool sealKey(const std::string& service, const std::string& path, bool make) override {
+    return call((make ? "make and seal " : "seal ") + path + " for " + service);
+  }
   void closeHandle(ServiceHandle h) override { call("close", h); }
   // A registry file of the test stands for the manager's.
   WinError connectRegistry(std::unique_ptr<Registry>& registry) override {
@@ -124,9 +151,9 @@ struct FakeSystem : ServiceControl, WorkerThreads, Process, service::ServiceWork
 };
 
 // What the program prints for these arguments.
-std::string enter(FakeSystem& fake, const std::vector<std::string>& arguments = {}) {
+std::string enter(FakeSystem& fake, const std::vector<std::string>& arguments = {}, int code = 0) {
   testing::internal::CaptureStdout();
-  EXPECT_EQ(service::enterService(arguments, fake.system(), fake), 0);
+  EXPECT_EQ(service::enterService(arguments, fake.system(), fake), code);
   return testing::internal::GetCapturedStdout();
 }
 
@@ -141,6 +168,30 @@ TEST(ServiceEntry, TakesItsSwitchesInAnyCaseAndWithEitherSign) {
     fake.failing = firstCall;
     enter(fake, arguments);
     EXPECT_TRUE(fake.calls.starts_with(firstCall)) << fake.calls;
+  }
+}
+
+TEST(ServiceEntry, RefusesAnInstallationThatIsNotMeant) {
+  const struct {
+    std::vector<std::string> options;
+    const char* fault;
+    const char* failing = "none";
+  } cases[] = {
+      {{"--acount", "S\\P$"}, "--acount is not known"},
+      {{"--work-folder", ""}, "--work-folder needs a value"},
+      {{"--delayed-start", "--account"}, "--account needs a value"},
+      {{"--account", "S\\P$"}, "--account needs --work-folder"},
+      {{"--work-folder", "x", "--account", "S\\Paul"}, "--account: S\\Paul has a password"},
+      {{"--delayed-start"}, "no option is taken here", "accounts"},
+  };
+  for (const auto& c : cases) {
+    FakeSystem fake;
+    fake.failing = c.failing;
+    std::vector<std::string> arguments = {"-install"};
+    arguments.insert(arguments.end(), c.options.begin(), c.options.end());
+    const std::string printed = enter(fake, arguments, 2);
+    EXPECT_TRUE(printed.starts_with(std::string("Not installed: ") + c.fault)) << printed;
+    EXPECT_EQ(fake.calls, "");
   }
 }
 
@@ -162,6 +213,8 @@ TEST(Service, MakesTheCallsOfTheFile) {
     std::vector<int> controls = {};
   } cases[] = {
       {"-install", {"nothing", "path", "manager", "create", "start", "connect", "no key"}},
+      {"-install", {"identity", "NRVPasswordExpiration into key", "seal"}},
+      {"-install --account S\\P$ --work-folder w --delayed-start", {"nothing", "logon"}},
       {"-remove", {"nothing", "manager", "open", "query", "control", "delete", "stopped before"}},
       {"run", {"nothing", "dispatch", "register", "event", "read values", "thread", "status 4"}},
       {"run", {starting + '1', starting + '2', starting + '3'}},
@@ -183,11 +236,13 @@ TEST(Service, MakesTheCallsOfTheFile) {
       fake.failing = failing;
       fake.controls = c.controls;
       if (failing == "stopped before") fake.installed = ServiceState::Stopped;
-      const std::string printed = enter(fake, {c.argument});
+      std::istringstream words(c.argument);
+      const std::string printed = enter(fake, {std::istream_iterator<std::string>(words), {}});
       std::string seen = fake.calls + "slept " + std::to_string(fake.clock.ticks) + " ms\n";
       seen += printed;
       if (!c.controls.empty()) seen.erase(0, seen.find("wait"));  // it starts as always
-      if (c.argument == "-install") seen += test_support::readText("services.reg");
+      if (c.argument.starts_with("-install")) seen += test_support::readText("services.reg");
+      base::replaceAll(seen, '"' + absolutePath("w") + '"', "\"WORK\"");
       std::string heading = c.argument + ", failing: " + failing;
       for (const int code : c.controls) heading += ", control " + std::to_string(code);
       EXPECT_EQ(seen, test_support::sectionOf(SERVICE_TEST_DATA "/service_calls.txt", heading))

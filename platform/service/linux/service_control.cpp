@@ -133,6 +133,7 @@ class SystemdControl final : public ServiceControl {
   }
 
   ServiceHandle createService(ServiceHandle manager, const NewService& service) override {
+    // The unit names the account, and has what the calls below are for.
     const bool created = isManager(manager) && succeeded(units_.create(service));
     return created ? handleOf(service.name) : kNoServiceHandle;
   }
@@ -169,6 +170,18 @@ class SystemdControl final : public ServiceControl {
     const std::string* name = nameOf(service);
     return name != nullptr && succeeded(units_.remove(*name));
   }
+
+  bool choosesAccount() const override { return false; }
+  bool setRestarts(ServiceHandle, const std::vector<std::uint32_t>&, std::uint32_t) override {
+    return true;
+  }
+  bool delayStart(ServiceHandle) override { return true; }
+  bool giveIdentity(ServiceHandle) override { return true; }
+  bool keepPrivileges(ServiceHandle, const std::vector<std::string>&) override { return true; }
+  bool allowLogon(const std::string&) override { return true; }
+  bool admitToFolder(const std::string&, const std::string&) override { return true; }
+  bool admitToKey(const std::string&, const std::string&) override { return true; }
+  bool sealKey(const std::string&, const std::string&, bool) override { return true; }
 
   void closeHandle(ServiceHandle) override {}  // they are numbers
 

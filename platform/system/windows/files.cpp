@@ -16,6 +16,7 @@
 #include "platform/system/file_steps.h"
 #include "platform/system/path_name.h"
 #include "platform/system/random.h"
+#include "platform/system/windows/access_list.h"
 #include "platform/text/code_page.h"
 #include "platform/text/windows/wide_text.h"
 
@@ -144,47 +145,8 @@ bool isDirectory(const std::string& name) {
   return attributes != INVALID_FILE_ATTRIBUTES && (attributes & FILE_ATTRIBUTE_DIRECTORY) != 0;
 }
 
-// Groups that every user of the domain is in.
-constexpr WELL_KNOWN_SID_TYPE kEverybody[] = {WinWorldSid, WinAuthenticatedUserSid,
-                                              WinBuiltinUsersSid};
-
 constexpr ACCESS_MASK kAddsFiles = FILE_ADD_FILE | GENERIC_WRITE | GENERIC_ALL;
 constexpr ACCESS_MASK kReads = FILE_READ_DATA | GENERIC_READ | GENERIC_ALL;
-
-// Whether an entry of the list grants that group one of these rights.
-bool grants(ACL* rights, WELL_KNOWN_SID_TYPE who, ACCESS_MASK wanted) {
-  char group[SECURITY_MAX_SID_SIZE];
-  DWORD size = sizeof group;
-  if (CreateWellKnownSid(who, nullptr, group, &size) == 0) return false;
-  void* entry = nullptr;
-  for (DWORD i = 0; GetAce(rights, i, &entry) != 0; ++i) {
-    auto* allowed = static_cast<ACCESS_ALLOWED_ACE*>(entry);
-    const bool counts = allowed->Header.AceType == ACCESS_ALLOWED_ACE_TYPE &&
-                        (allowed->Header.AceFlags & INHERIT_ONLY_ACE) == 0;
-    if (counts && (allowed->Mask & wanted) != 0 && EqualSid(&allowed->SidStart, group) != 0) {
-      return true;
-    }
-  }
-  return false;
-}
-
-bool isGrantedToEverybody(const std::string& name, ACCESS_MASK wanted) {
-  std::vector<char> buffer;
-  DWORD size = 0;
-  GetFileSecurityA(name.c_str(), DACL_SECURITY_INFORMATION, nullptr, 0, &size);
-  buffer.resize(size);
-  BOOL present = FALSE;
-  BOOL defaulted = FALSE;
-  ACL* rights = nullptr;
-  if (size == 0 ||
-      GetFileSecurityA(name.c_str(), DACL_SECURITY_INFORMATION, buffer.data(), size, &size) == 0 ||
-      GetSecurityDescriptorDacl(buffer.data(), &present, &rights, &defaulted) == 0) {
-    return false;
-  }
-  if (present == FALSE || rights == nullptr) return true;  // no list: everybody may do everything
-  return std::any_of(std::begin(kEverybody), std::end(kEverybody),
-                     [=](WELL_KNOWN_SID_TYPE who) { return grants(rights, who, wanted); });
-}
 
 constexpr const char* kTemporaryEnd = ".pwlapse-tmp";
 
@@ -286,11 +248,11 @@ bool createDirectory(const std::string& name) {
 }
 
 bool folderIsShared(const std::string& folder) {
-  return isGrantedToEverybody(folder, kAddsFiles);
+  return isGrantedToEverybody(folder, SE_FILE_OBJECT, kAddsFiles);
 }
 
 bool fileIsShared(const std::string& name) {
-  return isGrantedToEverybody(name, kReads);
+  return isGrantedToEverybody(name, SE_FILE_OBJECT, kReads);
 }
 
 bool fileExists(const std::string& name) {
