@@ -76,6 +76,19 @@ std::string dnsName(const std::u16string& context) {
   return name;
 }
 
+// The path of a distinguished name. A "/" in it would end the name, so it is escaped.
+std::u16string pathOf(const std::u16string& distinguishedName) {
+  std::u16string path = u"LDAP://";
+  for (std::size_t i = 0; i < distinguishedName.size(); ++i) {
+    const char16_t unit = distinguishedName[i];
+    if (unit == u'/') path += u'\\';
+    path += unit;
+    // What is escaped already is taken over with its mark.
+    if (unit == u'\\' && i + 1 < distinguishedName.size()) path += distinguishedName[++i];
+  }
+  return path;
+}
+
 std::string attributeText(DirectoryObject& object, const char16_t* attribute) {
   std::u16string value;
   return failed(object.get(attribute, value)) ? "" : fieldText(value);
@@ -166,7 +179,7 @@ const DomainDirectory::Manager& DomainDirectory::manager(const std::u16string& d
   if (!isNew) return found;
   std::unique_ptr<DirectoryObject> object;
   const HResult status =
-      access_.openObject(u"LDAP://" + distinguishedName, kAdsSecureAuthentication, object);
+      access_.openObject(pathOf(distinguishedName), kAdsSecureAuthentication, object);
   if (failed(status)) {
     log_.print("    manager %s not found: %x\n", platform::utf16ToAnsi(distinguishedName).c_str(),
                status);

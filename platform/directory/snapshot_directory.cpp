@@ -219,14 +219,21 @@ class SnapshotSearch final : public DirectorySearch {
   SearchBase base_;
 };
 
-// The distinguished name of a path; nothing when it is of another kind.
+// The distinguished name of a path, where "/" is escaped; nothing when it is of another kind.
 std::optional<std::string> nameInPath(const std::u16string& path) {
   const std::string text = base::utf16ToUtf8(path);
   if (!base::equalsNoCase(std::string_view(text).substr(0, kScheme.size()), kScheme)) {
     return std::nullopt;
   }
   if (text.size() == kScheme.size()) return std::nullopt;
-  return text.substr(kScheme.size());
+  std::string name;
+  for (std::size_t i = kScheme.size(); i < text.size(); ++i) {
+    const bool isEscape = text[i] == '\\' && i + 1 < text.size();
+    if (isEscape && text[i + 1] != '/') name += text[i];
+    if (isEscape) ++i;
+    name += text[i];
+  }
+  return name;
 }
 
 std::uint32_t secondsSince(std::int64_t fileTime, std::int64_t now) {

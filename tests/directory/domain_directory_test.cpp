@@ -84,7 +84,8 @@ struct Handle final : DirectoryObject, DirectoryUser, DirectorySearch, SearchRow
   std::size_t row = 0;
 
   HResult get(const Text& attribute, Text& value) override {
-    return access.note("get " + base::utf16ToUtf8(attribute), u"DC=site", value);
+    const char16_t* answer = attribute == u"manager" ? u"CN=A/B\\, C,DC=site" : u"DC=site";
+    return access.note("get " + base::utf16ToUtf8(attribute), answer, value);
   }
   HResult queryUser(Owned<DirectoryUser>& user) override { return access.open("user", user); }
   HResult emailAddress(Text& value) override { return access.note("email", access.email, value); }
@@ -244,7 +245,7 @@ TEST_F(DomainDirectoryTest, LooksUsersUp) {
   lookUp("a manager is read once", {kUser});
   domain.unbindDomain();
   domain.bindDomain();
-  access.status = {{"get displayName", kAdsPropertyNotFound}, {"1 LDAP://DC=site", kNoSuchObject}};
+  access.status = {{"get displayName", kAdsPropertyNotFound}, {"1 LDAP://CN=A\\/B\\, C,DC=site", kNoSuchObject}};
   lookUp("a manager who cannot be read", {kUser});
   expectTranscript("look_ups.txt");
   // A field holds 255 bytes and no half character.

@@ -70,12 +70,12 @@ TEST_F(SnapshotDirectoryTest, TheSourceIsReadOncePerPass) {
 }
 
 TEST_F(SnapshotDirectoryTest, PersonalDetailsAreReadWhenTheyAreWanted) {
-  write(domain("0") + "dn: CN=Eve,DC=site,DC=example\nobjectClass: user\nsAMAccountName: eve\n" +
+  write(domain("0") + "dn: CN=Eve/1,DC=site,DC=example\nobjectClass: user\nsAMAccountName: eve\n" +
         "preferredLanguage: de-AT\nmanager: CN=Bob 2,DC=site,DC=example\n\n" + kUsers);
   for (const bool wanted : {false, true}) {
     directory.readPersonalDetails(wanted);
     directory.beginPass();
-    EXPECT_EQ(directory.openObject(u"LDAP://CN=Eve,DC=site,DC=example", 1, object), kOk);
+    EXPECT_EQ(directory.openObject(u"LDAP://CN=Eve\\/1,DC=site,DC=example", 1, object), kOk);
     EXPECT_EQ(object->get(u"manager", text) == kOk, wanted);
     EXPECT_EQ(object->get(u"displayName", text), kAdsPropertyNotFound);
   }
