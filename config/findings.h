@@ -15,6 +15,9 @@ namespace config {
 
 enum class FindingKind { Problem, Note };
 
+// What a problem lies in, where an administrator has an alert for that.
+enum class Cause { Other, Settings, Directory, MailServer };
+
 // "FAILED" or "note": what stands before a line of that kind.
 const char* findingLabel(FindingKind kind);
 
@@ -27,20 +30,20 @@ class Findings {
  public:
   static constexpr std::size_t kLinesKept = 100;
   // Gets each line that is kept, at once.
-  using Listener = std::function<void(FindingKind kind, const std::string& line)>;
+  using Listener = std::function<void(FindingKind kind, Cause cause, const std::string& line)>;
 
   void listen(Listener listener) { listener_ = std::move(listener); }
 
   // Text in the ANSI code page, no secret. Control characters are replaced: names and texts of a
   // directory or a server neither steer a terminal nor read as a line of their own.
-  void problem(const std::string& text);
+  void problem(const std::string& text, Cause cause = Cause::Other);
   void note(const std::string& text);
 
   const FindingLines& problems() const { return problems_; }
   const FindingLines& notes() const { return notes_; }
 
  private:
-  void add(FindingKind kind, FindingLines& lines, const std::string& text);
+  void add(FindingKind kind, Cause cause, FindingLines& lines, const std::string& text);
 
   Listener listener_;
   FindingLines problems_;

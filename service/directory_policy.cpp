@@ -30,7 +30,8 @@ void DirectoryPolicy::load(config::Findings& findings) {
   domainKnown_ = host_.accounts.domainModals(domain_) == platform::kNetSuccess;
   const std::string why = times_.load();
   if (!why.empty()) {
-    findings.problem("the directory does not say when passwords expire: " + why);
+    findings.problem("the directory does not say when passwords expire: " + why,
+                     config::Cause::Directory);
   }
 }
 

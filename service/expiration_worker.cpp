@@ -9,6 +9,7 @@
 #include "base/timestamp.h"
 #include "config/pass_files.h"
 #include "directory/domain_directory.h"
+#include "platform/service/service_control.h"
 #include "platform/system/files.h"
 #include "service/expiration_run.h"
 
@@ -16,15 +17,34 @@ namespace service {
 
 namespace {
 
+// A line of the journal, which is made of standard error.
 void journal(const std::string& line) {
   std::fprintf(stderr, "pwLapseSvc: %s\n", line.c_str());
+}
+
+// The same as an event, for systems whose services have no standard error; `more` is what the
+// journal has already.
+void journal(platform::Event event, const std::string& line, const std::string& more = {}) {
+  journal(line);
+  platform::systemServiceControl().reportEvent(event, more.empty() ? line : line + "\n" + more);
 }
 
 // What is found goes to the system's journal while the pass is under way.
 class JournalWriter : public PassObserver {
  public:
-  void findingMade(config::FindingKind kind, const std::string& line) override {
-    journal(config::findingLabel(kind) + (": " + line));
+  void findingMade(config::FindingKind kind, config::Cause cause,
+                   const std::string& line) override {
+    const std::string text = config::findingLabel(kind) + (": " + line);
+    switch (cause) {
+      case config::Cause::Settings:
+        return journal(platform::Event::SettingsWrong, text);
+      case config::Cause::Directory:
+        return journal(platform::Event::DirectoryFailed, text);
+      case config::Cause::MailServer:
+        return journal(platform::Event::MailServerFailed, text);
+      case config::Cause::Other:
+        return journal(text);  // as an event it is part of the pass's
+    }
   }
 };
 
@@ -51,11 +71,13 @@ void makePass(ExpirationRun& run, platform::Clock& clock) {
   // Not beside a pass by hand: both would write the same lists and logs.
   const platform::FileLock alone(config::kDomainUsersFile);
   if (!alone.held()) {
-    journal("FAILED: " + lockFailure());
+    journal(platform::Event::PassLeftOut, "FAILED: " + lockFailure());
     return run.leaveOutPass();
   }
   const PassRecord record = run.pass();
-  journal(passLine(record) + "; the next pass is " + nextPassText(run, clock));
+  journal(record.allWell() ? platform::Event::PassWell : platform::Event::PassWithProblems,
+          passLine(record) + "; the next pass is " + nextPassText(run, clock),
+          findingsText(record.findings));
 }
 
 }  // namespace
@@ -78,7 +100,7 @@ platform::WinError ExpirationWorker::readValues(ServiceValues& values) {
   std::string error;
   system_ = platform::makeSystemHost({}, error);
   if (!system_) {
-    journal(error);
+    journal(platform::Event::SettingsWrong, error);
     return kErrorBadConfiguration;
   }
   values = readServiceValues(system_->host().registry);

@@ -23,6 +23,8 @@
 namespace service {
 namespace {
 
+using config::Cause;
+
 constexpr const char* kRule = "---------------------------\n";
 
 // By how many seconds the clocks may differ before it is a problem, and before nobody is expired.
@@ -32,10 +34,14 @@ constexpr std::int64_t kLargestClockOffset = 60 * 60;
 // The delay doubles: a larger number would be years.
 constexpr std::uint32_t kMostRetries = 10;
 
+Cause causeOf(const notify::MailOutcome& outcome) {
+  return outcome.concernsServer ? Cause::MailServer : Cause::Other;
+}
+
 config::Findings::Listener listenerOf(PassObserver* observer) {
   if (observer == nullptr) return {};
-  return [observer](config::FindingKind kind, const std::string& line) {
-    observer->findingMade(kind, line);
+  return [observer](config::FindingKind kind, config::Cause cause, const std::string& line) {
+    observer->findingMade(kind, cause, line);
   };
 }
 
@@ -125,16 +131,17 @@ void Pass::loadSettings() {
 // mailed or expired.
 void Pass::checkSettings() {
   const std::string stale = run_.host.registry.staleReason();
-  if (!stale.empty()) findings_.problem(stale + ": the settings are those of before");
+  if (!stale.empty())
+    findings_.problem(stale + ": the settings are those of before", Cause::Settings);
   for (const config::SettingMistake& wrong : config::findWrongTypes(run_.host.registry)) {
     pass_.settings.reportOnly = true;
-    findings_.problem(wrong.text() + ": the pass only reports");
+    findings_.problem(wrong.text() + ": the pass only reports", Cause::Settings);
   }
   for (const std::string& problem : notify::findTokenProblems(pass_.settings)) {
-    findings_.problem(problem);
+    findings_.problem(problem, Cause::Settings);
   }
   for (const config::SettingMistake& unusable : config::findUnusableValues(run_.host.registry)) {
-    findings_.problem(unusable.text() + ": it is not used");
+    findings_.problem(unusable.text() + ": it is not used", Cause::Settings);
   }
   for (const config::SettingMistake& note : config::findSettingNotes(run_.host.registry)) {
     findings_.note(note.text());
@@ -151,7 +158,7 @@ void Pass::sendTestEmail() {
       notify::sendWarningEmail(context, notify::placeholderUser(pass_.settings.testEmailAddress));
   if (outcome.sent()) return;
   testEmailFailed_ = true;
-  findings_.problem("the test mail was not sent: " + outcome.reason);
+  findings_.problem("the test mail was not sent: " + outcome.reason, causeOf(outcome));
 }
 
 void Pass::listDomainUsers() {
@@ -216,7 +223,7 @@ void Pass::logPolicyOrder(const std::array<int, kPolicySlots>& order) {
 void Pass::bindDirectory() {
   pass_.record.directoryBound = domain_.bindDomain() != 0;
   if (pass_.record.directoryBound) return;
-  findings_.problem("could not bind to the domain: " + domain_.bindError());
+  findings_.problem("could not bind to the domain: " + domain_.bindError(), Cause::Directory);
 }
 
 // Ages are reckoned by this machine's clock from times that the directory set.
@@ -389,7 +396,8 @@ void Pass::finishReport() {
   if (pass_.settings.emailAdminReports && run_.mode == notify::PassMode::Live) {
     const notify::MailOutcome outcome = mailReport();
     if (!outcome.sent()) {
-      findings_.problem("the report was not mailed to the administrator: " + outcome.reason);
+      findings_.problem("the report was not mailed to the administrator: " + outcome.reason,
+                        causeOf(outcome));
     }
   }
   const bool writesFile =

@@ -19,8 +19,8 @@ class PassObserver {
   }
   virtual void userExamined(const notify::UserRecord& user) { (void)user; }
   // A problem or a note that the record keeps.
-  virtual void findingMade(config::FindingKind kind, const std::string& line) {
-    (void)kind, (void)line;
+  virtual void findingMade(config::FindingKind kind, config::Cause cause, const std::string& line) {
+    (void)kind, (void)cause, (void)line;
   }
 };
 

@@ -109,11 +109,13 @@ void PassRecord::reportFailedMails() {
   for (const Alike& alike : failedMails_) {
     findings.problem(alike.count == 1 ? alike.first + " was not sent: " + alike.reason
                                       : alike.reason + ": " + number(alike.count, "") +
-                                            " not sent, the first a " + alike.first);
+                                            " not sent, the first a " + alike.first,
+                     config::Cause::MailServer);
   }
   if (mailsNotTried != 0) {
     findings.problem("the mail server was given up (smtpGiveUpAfter): " +
-                     number(mailsNotTried, "more ") + " not tried");
+                         number(mailsNotTried, "more ") + " not tried",
+                     config::Cause::MailServer);
   }
   const auto reportMore = [this](Repeated& same, const char* one, const char* many,
                                  const char* what) {
@@ -173,8 +175,13 @@ std::string summaryText(const PassRecord& pass) {
                        static_cast<unsigned long long>(pass.counts[i]),
                        why ? (": " + noMailText(pass)).c_str() : "");
   }
-  appendLines(text, FindingKind::Note, pass.findings.notes());
-  appendLines(text, FindingKind::Problem, pass.findings.problems());
+  return text + findingsText(pass.findings);
+}
+
+std::string findingsText(const config::Findings& findings) {
+  std::string text;
+  appendLines(text, FindingKind::Note, findings.notes());
+  appendLines(text, FindingKind::Problem, findings.problems());
   return text;
 }
 

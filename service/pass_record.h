@@ -72,5 +72,7 @@ std::string spanText(std::uint32_t ms);
 
 // One fact a line: lines and lists, each outcome's count, notes, problems.
 std::string summaryText(const PassRecord& pass);
+// Of these the notes and then the problems: the first of each, and how many more there are.
+std::string findingsText(const config::Findings& findings);
 
 }  // namespace service

@@ -67,7 +67,7 @@ bool needsNoPassword(const std::string& account) {
 // What the service has beside the arguments of its creation. Each step is tried; those that fail
 // are said on standard output.
 void equipService(ServiceSystem system, ServiceHandle service, const std::string& name,
-                  const InstallOptions& options) {
+                  const std::string& imagePath, const InstallOptions& options) {
   const auto report = [&](bool done, const char* what) {
     if (done) return;
     std::printf("Problems with %s - %s\n", what, lastErrorText(system.process).c_str());
@@ -93,6 +93,7 @@ void equipService(ServiceSystem system, ServiceHandle service, const std::string
   report(control.sealKey(name, config::kExpirationKeyMpe, true), "the rights of the settings");
   report(control.sealKey(name, config::kExpirationKeyMpems, false),
          "the rights of the settings of a member server");
+  report(control.addEventSource(name, imagePath), "the source of events");
 }
 
 // `step` and the last error as decimal text.
@@ -164,7 +165,7 @@ void installService(ServiceSystem system, const std::string& name, const std::st
     system.control.closeHandle(manager);
     return;
   }
-  equipService(system, created, name, options);
+  equipService(system, created, name, service.imagePath, options);
   std::printf("%s installed.\n", displayName.c_str());
   // Reported as started whether it was or not: the manager's own log says.
   system.control.startService(created);
@@ -193,6 +194,9 @@ void removeService(ServiceSystem system, const std::string& name) {
     std::printf("Service successfully removed.\n");
   } else {
     printLastErrorNumber(system, "Problems deleting service. Error number: ");
+  }
+  if (!system.control.removeEventSource(name)) {
+    printLastErrorNumber(system, "Problems removing the event source. Error number: ");
   }
   system.control.closeHandle(service);
   system.control.closeHandle(manager);

@@ -1,5 +1,9 @@
 #include "service/service_main.h"
 
+#include <string>
+
+#include "base/ascii.h"
+
 namespace service {
 namespace {
 
@@ -43,6 +47,7 @@ bool ServiceMain::startUp() {
       !report(ServiceState::Running, 0, 0)) {
     return fail();
   }
+  system_.control.reportEvent(platform::Event::ServiceStarted, "The service has started.");
   return true;
 }
 
@@ -121,11 +126,26 @@ void ServiceMain::stop() {
   system_.threads.setEvent(stopEvent_);
 }
 
+// Not while the worker is frozen: it may hold a lock that the event log takes. The service manager
+// notes a stop itself.
+void ServiceMain::reportEnd(WinError exitCode) {
+  if (paused_) return;
+  if (exitCode == kErrorSuccess) {
+    system_.control.reportEvent(platform::Event::ServiceStopped, "The service has stopped.");
+  } else {
+    const std::string why = system_.process.errorMessage(exitCode);
+    system_.control.reportEvent(platform::Event::ServiceFailed,
+                                "The service has stopped: " + std::string(base::trimmed(why)) +
+                                    " (error " + std::to_string(exitCode) + ")");
+  }
+}
+
 void ServiceMain::cleanUp(WinError exitCode) {
   if (stopEvent_ != platform::kNullHandle) {
     system_.threads.closeEvent(stopEvent_.exchange(platform::kNullHandle));
   }
   if (statusHandle_ != platform::kNoServiceHandle) {
+    reportEnd(exitCode);  // before the dispatcher hears it and ends the process
     reportStatus(ServiceState::Stopped, exitCode, 0, 0, 0);
   }
   if (worker_ != platform::kNullHandle) {

@@ -37,6 +37,7 @@ class ServiceMain {
   void resumeWorker();
   void stop();
   void cleanUp(platform::WinError exitCode);
+  void reportEnd(platform::WinError exitCode);
 
   ServiceSystem system_;
   ServiceWork& work_;

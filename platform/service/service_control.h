@@ -14,6 +14,7 @@
 #include <vector>
 
 #include "platform/registry/registry.h"
+#include "platform/service/event.h"
 #include "platform/system/win_error.h"
 
 namespace platform {
@@ -124,6 +125,22 @@ class ServiceControl {
 
   // The registry in which the manager keeps its services (RegConnectRegistryA, no machine name).
   virtual WinError connectRegistry(std::unique_ptr<Registry>& registry) = 0;
+
+  // The system's event log. By default there is none: a journal that takes the service's standard
+  // error, and notes itself what is started and stopped, needs nothing more.
+  //
+  // Enters an event, by any thread. What does not fit is cut off. An event log that takes nothing
+  // is passed over: the text is on standard error too.
+  virtual void reportEvent(Event event, const std::string& text) { (void)event, (void)text; }
+  // Registers a program as the source of such events, and removes it again.
+  virtual bool addEventSource(const std::string& name, const std::string& imagePath) {
+    (void)name, (void)imagePath;
+    return true;
+  }
+  virtual bool removeEventSource(const std::string& name) {
+    (void)name;
+    return true;
+  }
 };
 
 // Never destroyed.

@@ -23,7 +23,9 @@ from sample_site import REFUSED, comparable
 from site_files import ADMIN_MAIL, person, site_registry
 
 SERVICE = "NRVPasswordExpiration"
-SERVICE_KEY = rf"HKLM\SYSTEM\CurrentControlSet\Services\{SERVICE}"
+SERVICES = r"HKLM\SYSTEM\CurrentControlSet\Services"
+SERVICE_KEY = rf"{SERVICES}\{SERVICE}"
+EVENT_SOURCE = rf"{SERVICES}\EventLog\Application\{SERVICE}"
 CODE_PAGE = "cp1252"  # the ANSI code page of the prefix
 SILENCE_SECONDS = 1  # of a worker that is suspended
 
@@ -55,6 +57,7 @@ class Machine(unittest.TestCase):
         cls.system = cls.windows.system_folder
         for name in ("netapi32.dll", "activeds.dll"):
             shutil.copy(WINDOWS / "tests/e2e/wine" / name, cls.system)
+        cls.windows.record_events()
         # A DLL beside the program, which no program could be started with, is not loaded.
         for name in wine_prefix.DLLS_LIKE_THE_SYSTEMS:
             (cls.folder / f"{name}.dll").write_text("planted")
@@ -95,7 +98,8 @@ class Machine(unittest.TestCase):
 
     def assert_gone(self):
         self.assertEqual(self.control(), b"error 1060")  # no such service
-        self.assertFalse(self.windows.key_exists(SERVICE_KEY))
+        for key in SERVICE_KEY, EVENT_SOURCE:
+            self.assertFalse(self.windows.key_exists(key), key)
 
 
 class FirstPassTest(Machine):
@@ -116,6 +120,7 @@ class FirstPassTest(Machine):
         cls.mailing_day = cls.windows.registry_value(
             r"HKLM\Software\Kadro\PwsentryPro", "expirationLastRunDay")
         cls.delivered = cls.mail.delivered()
+        cls.messages = cls.windows.run("reg", "query", EVENT_SOURCE).stdout
         cls.stopped = cls.control(STOP)
         cls.here = cls.pass_on_this_system(scratch / "here", keys)
 
@@ -175,6 +180,12 @@ class FirstPassTest(Machine):
 
     def test_stops_and_leaves_nothing(self):
         self.assertEqual(self.stopped, STOPPED)
+        self.assertRegex(self.messages, rb'(?s)REG_SZ +C:\\B.ro 1\\pwLapseSvc.exe\r.*TypesSupported +REG_DWORD +0x7\r')
+        events = (self.system / "events.log").read_text(CODE_PAGE).splitlines()
+        self.assertEqual(events[0], "4 1 The service has started.")
+        self.assertRegex("\n".join(events[1:-1]), r"\A2 11 pass over [^\n|]+ 1 problem; the next pass is in "
+                         rf"24 h\|[^\n]*FAILED: mail to [^\n]+ was not sent: [^\n|]+\|\Z")
+        self.assertEqual(events[-1], "4 2 The service has stopped.")
         self.assertEqual(self.program("-REMOVE"), (0, "Service successfully removed.\n"))
         self.assert_gone()
 

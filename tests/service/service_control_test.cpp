@@ -102,6 +102,13 @@ struct FakeSystem : ServiceControl, WorkerThreads, Process, service::ServiceWork
     registry = RegRegistry::load("services.reg", error);
     return call("connect registry") ? kErrorSuccess : kFault;
   }
+  void reportEvent(Event event, const std::string& text) override {
+    call("event " + std::to_string(static_cast<int>(event)) + ' ' + text);
+  }
+  bool addEventSource(const std::string& name, const std::string& path) override {
+    return call("add source " + name + ' ' + path);
+  }
+  bool removeEventSource(const std::string& name) override { return call("remove source " + name); }
 
   ThreadHandle createThread(std::function<void()> body) override {
     worker = std::move(body);
@@ -110,7 +117,7 @@ struct FakeSystem : ServiceControl, WorkerThreads, Process, service::ServiceWork
   bool suspend(ThreadHandle h) override { return call("suspend", h); }
   bool resume(ThreadHandle h) override { return call("resume", h); }
   void closeThread(ThreadHandle h) override { call("close thread", h); }
-  EventHandle createEvent() override { return call("event") ? 9 : 0; }
+  EventHandle createEvent() override { return call("new event") ? 9 : 0; }
   bool setEvent(EventHandle h) override { return call("set", h); }
   void closeEvent(EventHandle h) override { call("close event", h); }
   void wait(EventHandle h) override {
@@ -216,7 +223,8 @@ TEST(Service, MakesTheCallsOfTheFile) {
       {"-install", {"identity", "NRVPasswordExpiration into key", "seal"}},
       {"-install --account S\\P$ --work-folder w --delayed-start", {"nothing", "logon"}},
       {"-remove", {"nothing", "manager", "open", "query", "control", "delete", "stopped before"}},
-      {"run", {"nothing", "dispatch", "register", "event", "read values", "thread", "status 4"}},
+      {"run",
+       {"nothing", "dispatch", "register", "new event", "read values", "thread", "status 4"}},
       {"run", {starting + '1', starting + '2', starting + '3'}},
       {"run", {"status 6"}, {2}},
       {"run", {"nothing"}, {2, 2, 4}},

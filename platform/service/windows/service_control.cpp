@@ -5,6 +5,7 @@
 #include <windows.h>
 
 #include "platform/registry/windows/system_registry.h"
+#include "platform/service/windows/event_log.h"
 #include "platform/system/windows/access_list.h"
 
 namespace platform {
@@ -206,6 +207,14 @@ class WindowsServiceControl final : public ServiceControl {
     RegCloseKey(connected);
     registry = makeSystemRegistry();
     return kErrorSuccess;
+  }
+
+  void reportEvent(Event event, const std::string& text) override { enterEvent(event, text); }
+  bool addEventSource(const std::string& name, const std::string& imagePath) override {
+    return noteResult(addEventSourceKey(name, imagePath));
+  }
+  bool removeEventSource(const std::string& name) override {
+    return noteResult(removeEventSourceKey(name));
   }
 };
 
