@@ -5,6 +5,36 @@
 #include <cstring>
 
 namespace base {
+namespace {
+
+// Eight bytes at a time where that can be: bodies have megabytes.
+using Word = std::uint64_t;
+
+constexpr Word everyByte(Word value) {
+  return value * 0x0101010101010101U;
+}
+
+// How many bytes at the start are none of those that are looked for. `maybe`: whether one of them
+// may be among the eight of a word; `isOne` is asked for each byte of such a word.
+template <class Maybe, class IsOne>
+std::size_t lengthBefore(std::string_view text, const Maybe& maybe, const IsOne& isOne) {
+  std::size_t length = 0;
+  while (length < text.size()) {
+    Word word = 0;
+    while (text.size() - length >= sizeof word) {
+      std::memcpy(&word, text.data() + length, sizeof word);
+      if (maybe(word)) break;
+      length += sizeof word;
+    }
+    const std::size_t last = std::min(text.size(), length + sizeof word);
+    for (; length < last; ++length) {
+      if (isOne(text[length])) return length;
+    }
+  }
+  return length;
+}
+
+}  // namespace
 
 std::string_view trimmed(std::string_view text) {
   while (!text.empty() && isSpace(text.front())) text.remove_prefix(1);
@@ -16,10 +46,6 @@ std::string lowered(std::string_view text) {
   std::string out(text);
   std::transform(out.begin(), out.end(), out.begin(), lowerAscii);
   return out;
-}
-
-bool equalsNoCase(std::string_view left, std::string_view right) {
-  return left.size() == right.size() && beginsWithNoCase(left, right);
 }
 
 bool beginsWithNoCase(std::string_view text, std::string_view prefix) {
@@ -34,16 +60,17 @@ bool containsNoCase(std::string_view text, std::string_view part) {
 }
 
 std::size_t asciiLength(std::string_view text) {
-  // Eight bytes at a time: bodies have megabytes.
-  constexpr std::uint64_t kHighBits = 0x8080808080808080U;
-  std::size_t length = 0;
-  for (; text.size() - length >= sizeof(std::uint64_t); length += sizeof(std::uint64_t)) {
-    std::uint64_t word = 0;
-    std::memcpy(&word, text.data() + length, sizeof word);
-    if ((word & kHighBits) != 0) break;
-  }
-  while (length < text.size() && (text[length] & 0x80) == 0) ++length;
-  return length;
+  return lengthBefore(
+      text, [](Word word) { return (word & everyByte(0x80)) != 0; },
+      [](char c) { return (c & 0x80) != 0; });
+}
+
+std::size_t lineLength(std::string_view text) {
+  return lengthBefore(
+      text,
+      // A byte that is not above CR.
+      [](Word word) { return ((word - everyByte('\r' + 1)) & ~word & everyByte(0x80)) != 0; },
+      [](char c) { return c == '\r' || c == '\n'; });
 }
 
 bool contains8bit(std::string_view text) {

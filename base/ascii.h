@@ -20,12 +20,16 @@ inline char lowerAscii(char c) {
 
 std::string_view trimmed(std::string_view text);  // without white space at both ends
 std::string lowered(std::string_view text);
-bool equalsNoCase(std::string_view left, std::string_view right);
 bool beginsWithNoCase(std::string_view text, std::string_view prefix);
+inline bool equalsNoCase(std::string_view left, std::string_view right) {
+  return left.size() == right.size() && beginsWithNoCase(left, right);  // most differ in length
+}
 bool containsNoCase(std::string_view text, std::string_view part);
 
 // How many bytes at the start are below 0x80.
 std::size_t asciiLength(std::string_view text);
+// How many bytes stand before the first CR or LF.
+std::size_t lineLength(std::string_view text);
 // Whether any byte is 0x80 or above.
 bool contains8bit(std::string_view text);
 

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 
+#include "base/ascii.h"
 #include "base/hex_digit.h"
 #include "base/unicode.h"
 
@@ -55,9 +56,9 @@ std::string withoutLineBreaks(std::string_view text) {
 
 void appendWithCrLf(std::string_view text, std::string& out) {
   while (!text.empty()) {
-    const std::size_t end = text.find_first_of("\r\n");
+    const std::size_t end = lineLength(text);
     out.append(text.substr(0, end));
-    if (end == std::string_view::npos) return;
+    if (end == text.size()) return;
     out.append("\r\n");
     const bool crLf = text.substr(end, 2) == "\r\n";
     text.remove_prefix(end + (crLf ? 2 : 1));
@@ -70,6 +71,10 @@ bool isControl(char c) {
 }
 
 std::string loggable(std::string_view text) {
+  const bool plain = std::all_of(text.begin(), text.end(), [](char c) {
+    return (c >= 0x20 && c < 0x7F && c != ']') || c == '\r' || c == '\n';
+  });
+  if (plain && text.size() <= kMaxLoggedBytes) return std::string(text);
   const bool cut = text.size() > kMaxLoggedBytes;
   text = text.substr(0, kMaxLoggedBytes);
   // A character cut in half makes the rest bytes, which is as readable for what a log is for.

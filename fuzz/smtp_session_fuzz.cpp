@@ -124,9 +124,9 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   SmtpConnImpl session(network);
   for (int mail = 0; mail < 2; ++mail) {
     SendCounters counters;
-    const bool sent =
-        session.prepareToSend(server, call) &&
-        session.sendMime(envelope, MessageText(kMessage), sendOptions, call, counters);
+    MessageText text(kMessage);
+    const bool sent = session.prepareToSend(server, call) &&
+                      session.sendMime(envelope, text, sendOptions, call, counters);
     require(!sent || counters.accepted > 0);
     require(std::none_of(std::begin(kSecrets), std::end(kSecrets), isIn(session.failure().text)));
     require(!(sent && (server.ssl || server.startTls)));  // no input is a handshake

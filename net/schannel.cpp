@@ -1,6 +1,6 @@
 #include "net/schannel.h"
 
-#include <algorithm>
+#include <utility>
 
 #include "base/text.h"
 
@@ -49,9 +49,12 @@ bool SChannel::handshake(const Countdown& left, Call& call) {
     std::size_t extra = 0;
     const SecurityStatus status = stream_->step(encrypted_, token, extra);
     keepExtra(extra);
+    if (status == SecurityStatus::Ok) {
+      finished_ = token;
+      return true;
+    }
     // Sent also when the step failed: the alert names to the server what was wrong.
     const bool sent = sendToken(token, left.total(), call);
-    if (status == SecurityStatus::Ok) return sent;
     if (status == SecurityStatus::Failed) {
       call.log.LogData("tls_error", base::loggable(stream_->failureText()));
       status_.problem = base::loggableLine(stream_->failureText());
@@ -104,6 +107,10 @@ bool SChannel::sendToken(const std::string& token, std::uint32_t timeoutMs, Call
   return sent;
 }
 
+bool SChannel::sendFinished(std::uint32_t timeoutMs, Call& call) {
+  return sendToken(std::exchange(finished_, {}), timeoutMs, call);
+}
+
 bool SChannel::readEncrypted(const Countdown& left, Call& call) {
   std::string arrived;
   if (encrypted_.size() > kMaxUndecrypted) {
@@ -125,7 +132,8 @@ bool SChannel::SendSecure(std::string_view data, std::uint32_t idleTimeoutMs, Ca
     return false;
   }
   const std::size_t pieceSize = stream_->sizes().maximumMessage;
-  std::string records;  // of one call together: fewer writes than records
+  // Of one call together: fewer writes than records.
+  std::string records = std::exchange(finished_, {});
   while (!data.empty()) {
     const std::string_view piece = data.substr(0, pieceSize);
     if (stream_->encrypt(piece, records) != SecurityStatus::Ok) {
@@ -145,6 +153,7 @@ bool SChannel::receiveMore(std::string& buffer, const Countdown& left, Call& cal
     call.log.LogError("This socket is not connected");
     return false;
   }
+  if (!sendFinished(left.total(), call)) return false;
   const std::size_t before = buffer.size();
   for (;;) {
     std::string token;
@@ -153,7 +162,8 @@ bool SChannel::receiveMore(std::string& buffer, const Countdown& left, Call& cal
     keepExtra(extra);
     if (!sendToken(token, left.total(), call)) return false;
     peerHasClosed_ = peerHasClosed_ || status == SecurityStatus::ContextExpired;
-    if (status == SecurityStatus::Renegotiate && !handshake(left, call)) {
+    if (status == SecurityStatus::Renegotiate &&
+        (!handshake(left, call) || !sendFinished(left.total(), call))) {
       return false;
     }
     if (buffer.size() > before) return true;
@@ -182,7 +192,7 @@ bool SChannel::sendCloseNotify(std::uint32_t timeoutMs, Call& call) {
     call.log.LogError("Cannot shutdown channel, no context exists");
     return false;
   }
-  std::string token;
+  std::string token = std::exchange(finished_, {});
   const platform::CloseNotify made = stream_->shutdown(token);
   if (made != platform::CloseNotify::Made) {
     call.log.LogError(made == platform::CloseNotify::NotAccepted

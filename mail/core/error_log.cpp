@@ -5,6 +5,7 @@
 namespace kelvado {
 namespace {
 
+constexpr std::string_view kRoot = "KelvadoLog";
 constexpr std::string_view kCdataStart = "<![CDATA[";
 constexpr std::string_view kCdataEnd = "]]>";
 
@@ -18,74 +19,55 @@ void appendProtected(std::string_view text, std::string& out) {
   }
 }
 
-void appendElement(std::string_view tag, std::string_view text, std::string& out) {
-  out.append("<").append(tag).append(">");
-  appendProtected(text, out);
-  out.append("</").append(tag).append(">\r\n");
-}
-
-void appendXml(const LogEntry2& entry, std::string& out) {
-  switch (entry.kind) {
-    case LogEntry2::kError:
-      appendElement("error", entry.text, out);
-      return;
-    case LogEntry2::kInfo:
-      appendElement("info", entry.text, out);
-      return;
-    case LogEntry2::kTagged:
-      appendElement(entry.tag, entry.text, out);
-      return;
-    case LogEntry2::kRaw:
-      out.append(entry.text);
-      return;
-    default:
-      out.append("<").append(entry.tag).append(">\r\n");
-      for (const auto& child : entry.children) appendXml(*child, out);
-      out.append("</").append(entry.tag).append(">\r\n");
+struct Xml {
+  static void open(std::string_view tag, std::string& out) {
+    out.append("<").append(tag).append(">\r\n");
   }
-}
-
-void appendHtmlLine(std::string_view tag, std::string_view text, std::string& out) {
-  if (!tag.empty()) {
-    out.append(base::escapeHtml(tag)).append(": ");
+  static void close(std::string_view tag, std::string& out) {
+    out.append("</").append(tag).append(">\r\n");
   }
-  out.append(base::escapeHtml(text)).append("<br>\r\n");
-}
-
-void appendHtml(const LogEntry2& entry, std::string& out) {
-  switch (entry.kind) {
-    case LogEntry2::kError:
-    case LogEntry2::kInfo:
-    case LogEntry2::kRaw:
-      appendHtmlLine("", entry.text, out);
+  static void entry(char kind, std::string_view tag, std::string_view text, std::string& out) {
+    if (kind == LogEntry2::kRaw) {
+      out.append(text);
       return;
-    case LogEntry2::kTagged:
-      appendHtmlLine(entry.tag, entry.text, out);
-      return;
-    default:
-      out.append(base::escapeHtml(entry.tag)).append(":<blockquote>\r\n");
-      for (const auto& child : entry.children) appendHtml(*child, out);
-      out.append("</blockquote>\r\n");
+    }
+    const std::string_view element = kind == LogEntry2::kError  ? "error"
+                                     : kind == LogEntry2::kInfo ? "info"
+                                                                : tag;
+    out.append("<").append(element).append(">");
+    appendProtected(text, out);
+    out.append("</").append(element).append(">\r\n");
   }
+};
+
+struct Html {
+  static void open(std::string_view tag, std::string& out) {
+    out.append(base::escapeHtml(tag)).append(":<blockquote>\r\n");
+  }
+  static void close(std::string_view /*tag*/, std::string& out) { out.append("</blockquote>\r\n"); }
+  static void entry(char kind, std::string_view tag, std::string_view text, std::string& out) {
+    if (kind == LogEntry2::kTagged && !tag.empty()) out.append(base::escapeHtml(tag)).append(": ");
+    out.append(base::escapeHtml(text)).append("<br>\r\n");
+  }
+};
+
+bool isContext(const LogEntry2& entry) {
+  return entry.kind != LogEntry2::kError && entry.kind != LogEntry2::kInfo &&
+         entry.kind != LogEntry2::kTagged && entry.kind != LogEntry2::kRaw;
 }
 
 }  // namespace
 
-ErrorLog::ErrorLog() {
-  root_.tag = "KelvadoLog";
-  open_.push_back(&root_);
-}
-
-ErrorLog::~ErrorLog() = default;
-
 LogEntry2& ErrorLog::add(char kind, std::string_view tag, std::string_view text) {
   validity_.check();
-  auto entry = std::make_unique<LogEntry2>();
-  entry->kind = kind;
-  entry->tag = tag;
-  entry->text = text;
-  open_.back()->children.push_back(std::move(entry));
-  return *open_.back()->children.back();
+  LogEntry2& entry = entries_.emplace_back();
+  entry.kind = kind;
+  entry.depth = depth_;
+  entry.tag = bytes_.size();
+  entry.text = entry.tag + tag.size();
+  entry.end = entry.text + text.size();
+  bytes_.append(tag).append(text);
+  return entry;
 }
 
 void ErrorLog::LogError(std::string_view text) {
@@ -94,19 +76,19 @@ void ErrorLog::LogError(std::string_view text) {
 
 void ErrorLog::Clear() {
   validity_.check();
-  root_.children.clear();
-  open_.assign(1, &root_);
+  entries_.clear();
+  bytes_.clear();
+  depth_ = 0;
 }
 
 void ErrorLog::EnterContext(std::string_view name, bool publicMethod) {
-  LogEntry2& context = add(LogEntry2::kContext, name, "");
-  context.publicMethod = publicMethod;
-  open_.push_back(&context);
+  add(LogEntry2::kContext, name, "").publicMethod = publicMethod;
+  ++depth_;
 }
 
 void ErrorLog::LeaveContext() {
   validity_.check();
-  if (open_.size() > 1) open_.pop_back();
+  if (depth_ > 0) --depth_;
 }
 
 void ErrorLog::LogData(std::string_view tag, std::string_view value) {
@@ -121,18 +103,36 @@ void ErrorLog::LogRaw(std::string_view text) {
   add(LogEntry2::kRaw, "", text);
 }
 
-std::string ErrorLog::text() const {
+template <class Style>
+std::string ErrorLog::rendered() const {
   validity_.check();
+  const std::string_view bytes = bytes_;
   std::string out;
-  appendXml(root_, out);
+  std::vector<std::string_view> open{kRoot};
+  Style::open(kRoot, out);
+  const auto closeDownTo = [&](std::size_t count) {
+    for (; open.size() > count; open.pop_back()) Style::close(open.back(), out);
+  };
+  for (const LogEntry2& entry : entries_) {
+    closeDownTo(entry.depth + 1);
+    const std::string_view tag = bytes.substr(entry.tag, entry.text - entry.tag);
+    if (isContext(entry)) {
+      Style::open(tag, out);
+      open.push_back(tag);
+    } else {
+      Style::entry(entry.kind, tag, bytes.substr(entry.text, entry.end - entry.text), out);
+    }
+  }
+  closeDownTo(0);
   return out;
 }
 
+std::string ErrorLog::text() const {
+  return rendered<Xml>();
+}
+
 std::string ErrorLog::html() const {
-  validity_.check();
-  std::string out;
-  appendHtml(root_, out);
-  return out;
+  return rendered<Html>();
 }
 
 }  // namespace kelvado

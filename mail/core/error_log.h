@@ -2,8 +2,8 @@
 // or as HTML. Each object of the library owns one. Not shared between threads.
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
-#include <memory>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -14,6 +14,8 @@
 
 namespace kelvado {
 
+// A node of the tree. Its children are the entries behind it that are deeper, up to the next one
+// that is not: a log is written for every mail and seldom read, so a node costs no allocation.
 struct LogEntry2 {
   static constexpr char kError = 'E';
   static constexpr char kInfo = 'I';
@@ -24,16 +26,15 @@ struct LogEntry2 {
   char kind = kContext;
   bool publicMethod = false;
   std::uint32_t serial = nextSerial();
-  std::string tag;
-  std::string text;
-  std::vector<std::unique_ptr<LogEntry2>> children;
+  std::size_t depth = 0;  // open contexts around it, the root not counted
+  // In the bytes of the log: the tag from `tag` to `text`, the text from there to `end`.
+  std::size_t tag = 0;
+  std::size_t text = 0;
+  std::size_t end = 0;
 };
 
 class ErrorLog : public base::LogBase {
  public:
-  ErrorLog();
-  ~ErrorLog() override;
-
   void LogError(std::string_view text) override;
   void Clear() override;  // drops everything but the root
   void EnterContext(std::string_view name, bool publicMethod) override;
@@ -49,10 +50,13 @@ class ErrorLog : public base::LogBase {
 
  private:
   LogEntry2& add(char kind, std::string_view tag, std::string_view text);
+  template <class Style>
+  std::string rendered() const;
 
   ValidityByte<0xC3> validity_;
-  LogEntry2 root_;
-  std::vector<LogEntry2*> open_;  // the innermost context last; never empty
+  std::vector<LogEntry2> entries_;  // below the root, in the order of the text
+  std::string bytes_;
+  std::size_t depth_ = 0;  // of the next entry
 };
 
 }  // namespace kelvado

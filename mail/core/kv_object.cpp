@@ -34,6 +34,7 @@ bool KvObject::SaveLastError(const char* path) {
 
 std::string KvObject::untrimmedArgument(const char* text) const {
   checkValid();
+  if (text == nullptr || !base::contains8bit(text)) return text == nullptr ? "" : text;
   XString argument;
   if (utf8_) {
     argument.setUtf8(text);
@@ -44,7 +45,10 @@ std::string KvObject::untrimmedArgument(const char* text) const {
 }
 
 std::string KvObject::textArgument(const char* text) const {
-  return std::string(base::trimmed(untrimmedArgument(text)));
+  std::string argument = untrimmedArgument(text);
+  const std::string_view kept = base::trimmed(argument);
+  if (kept.size() == argument.size()) return argument;
+  return std::string(kept);
 }
 
 std::string KvObject::pathArgument(const char* path) const {

@@ -19,10 +19,10 @@ namespace {
 bool needsEncoding(std::string_view text) {
   if (text.find('\0') != std::string_view::npos) return true;
   for (;;) {
-    const std::size_t end = text.find_first_of("\r\n");
-    if (std::min(end, text.size()) > kMaxLineOctets) return true;
-    if (end == std::string_view::npos) return false;
-    text.remove_prefix(end + 1);
+    const std::size_t length = base::lineLength(text);
+    if (length > kMaxLineOctets) return true;
+    if (length == text.size()) return false;
+    text.remove_prefix(length + 1);
   }
 }
 

@@ -158,6 +158,12 @@ bool isAddressField(std::string_view name) {
 void appendHeaderField(const MimeField& field, std::string_view messageCharset, std::string& out) {
   out.append(field.name).append(": ");
   const std::size_t column = field.name.size() + 2;
+  const bool fits = column + field.value.size() <= kMaxHeaderColumns;
+  if (fits && !base::contains8bit(field.value) &&
+      base::lineLength(field.value) == field.value.size()) {
+    out.append(field.value).append("\r\n");  // most are: nothing to fold or to encode
+    return;
+  }
   const std::size_t start = out.size();
   const bool addresses = isAddressField(field.name);
   const bool staysRaw =

@@ -5,7 +5,6 @@
 #include <cstdlib>
 
 #include "base/timestamp.h"
-#include "mail/core/string_buffer.h"
 
 namespace kelvado {
 
@@ -15,18 +14,15 @@ std::string formatMailDate(const base::LocalTime& time, const platform::TimeZone
                                             "Jul", "Aug", "Sep", "Oct", "Nov", "Dec"};
   const bool dayKnown = time.dayOfWeek >= 0 && time.dayOfWeek <= 6;
   const bool monthKnown = time.month >= 1 && time.month <= 12;
-  std::array<char, 128> text;
-  std::snprintf(text.data(), text.size(), "DOW, %02d MONTH %d %02d:%02d:%02d ", time.day, time.year,
-                time.hour, time.minute, time.second);
-  StringBuffer date(text.data());
-  date.replaceAll("DOW", kDays[dayKnown ? time.dayOfWeek : 0]);
-  date.replaceAll("MONTH", kMonths[monthKnown ? time.month - 1 : 0]);
   // West of Greenwich the bias is positive. A bias of less than an hour gives "+00" whatever its
   // sign: a zone of -00:30 prints "+0030", which is kept.
   const int bias = zone.bias + (zone.daylight ? zone.daylightBias : 0);
-  std::snprintf(text.data(), text.size(), "%+.2d%.2d", -(bias / 60), std::abs(bias) % 60);
-  date.append(text.data());
-  return std::string(date.view());
+  std::array<char, 128> text;
+  std::snprintf(text.data(), text.size(), "%s, %02d %s %d %02d:%02d:%02d %+.2d%.2d",
+                kDays[dayKnown ? time.dayOfWeek : 0], time.day,
+                kMonths[monthKnown ? time.month - 1 : 0], time.year, time.hour, time.minute,
+                time.second, -(bias / 60), std::abs(bias) % 60);
+  return text.data();
 }
 
 }  // namespace kelvado

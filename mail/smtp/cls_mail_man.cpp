@@ -192,7 +192,7 @@ bool ClsMailMan::sendToDistributionList(ClsEmail* email,
   MethodCall call(settings_, log);
   const std::unique_ptr<Email2> copy = openAndPrepare(email, call);
   if (copy == nullptr) return false;
-  const MessageText text(*copy);
+  MessageText text(*copy);
   const bool sent =
       session_.sendToList(copy->reversePath(), addresses, text, settings_.send, call, counters_);
   return reportOutcome(sent, call);
@@ -231,8 +231,8 @@ bool ClsMailMan::sendText(const std::string& from, const std::vector<std::string
   call.progress.expect(mime.size() * 3 / 2 + 200);
   if (!session_.prepareToSend(settings_.server, call)) return false;
   const Envelope envelope{parseAddress(from).address, addresses, {}, {}};
-  return reportOutcome(
-      session_.sendMime(envelope, MessageText(mime), settings_.send, call, counters_), call);
+  MessageText text(mime);
+  return reportOutcome(session_.sendMime(envelope, text, settings_.send, call, counters_), call);
 }
 
 bool ClsMailMan::sendMime(const std::string& from, const std::string& to, std::string_view mime) {

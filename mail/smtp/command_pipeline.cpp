@@ -12,7 +12,8 @@ constexpr int kOk = 250;
 
 bool CommandPipeline::next() {
   ++taken_;
-  return (taken_ <= sent_ || sendGroup()) && wire_.readReply(kOk, call_);
+  const bool sent = taken_ <= sent_ || (!hasFailed_ && sendGroup());
+  return sent && wire_.readReply(kOk, call_);
 }
 
 void CommandPipeline::skipAhead() {

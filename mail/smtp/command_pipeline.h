@@ -19,6 +19,9 @@ class CommandPipeline {
   // One line; CR LF is added.
   void add(std::string command) { commands_.push_back(std::move(command)); }
 
+  // Sends the first command, or group, for the caller to do something else while the server is at
+  // work on it. next() is to be called nevertheless.
+  void start() { hasFailed_ = !sendGroup(); }
   // Sends the next command, unless that was done ahead, and reads its reply. True when that is 250;
   // false also when it could not be sent.
   bool next();
@@ -42,6 +45,7 @@ class CommandPipeline {
   std::vector<std::string> commands_;
   std::size_t sent_ = 0;
   std::size_t taken_ = 0;
+  bool hasFailed_ = false;  // to start
 };
 
 }  // namespace kelvado

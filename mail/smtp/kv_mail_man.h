@@ -30,7 +30,8 @@ class ClsMailMan;
 class KvMailMan : public KvObject {
  public:
   KvMailMan();
-  ~KvMailMan() override;  // QUIT on an open connection: up to two seconds
+  // Sends QUIT on an open connection, whose reply only CloseSmtpConnection waits for.
+  ~KvMailMan() override;
 
   // To be called first: without it the operations that need the server fail. Any code that is not
   // empty unlocks.

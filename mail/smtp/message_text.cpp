@@ -1,7 +1,5 @@
 #include "mail/smtp/message_text.h"
 
-#include <algorithm>
-
 #include "mail/mime/email2.h"
 #include "mail/smtp/wire_text.h"
 
@@ -15,29 +13,29 @@ constexpr std::size_t kPieceBytes = std::size_t{64} * 1024;
 }  // namespace
 
 MessageText::MessageText(std::string_view mime)
-    : mime_(mime), isShort_(mime.size() <= kPieceBytes) {
-  measure();
-}
+    : mime_(mime), sizeEstimate_(mime.size()), isShort_(sizeEstimate_ <= kPieceBytes) {}
 
 MessageText::MessageText(const Email2& message)
-    : message_(&message), isShort_(message.sizeEstimate() <= kPieceBytes) {
-  measure();
-}
+    : message_(&message),
+      sizeEstimate_(message.sizeEstimate()),
+      isShort_(sizeEstimate_ <= kPieceBytes) {}
 
-// A server that limits the size, and the log, are to know it before the text goes out.
-void MessageText::measure() {
+const DataSize& MessageText::size() {
+  if (size_) return *size_;
   std::uint64_t bytes = 0;
+  std::uint64_t doubledDots = 0;
   encode(
       [&](std::string_view piece) {
         bytes += piece.size();
         if (isShort_) data_.append(piece);
         return true;
       },
-      size_.doubledDots);
-  size_.message = bytes - size_.doubledDots;
+      doubledDots);
+  return size_.emplace(DataSize{bytes - doubledDots, doubledDots});
 }
 
-bool MessageText::forEachPiece(const Take& take) const {
+bool MessageText::forEachPiece(const Take& take) {
+  size();
   std::uint64_t doubledDots = 0;
   return isShort_ ? take(data_) : encode(take, doubledDots);
 }

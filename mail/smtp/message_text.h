@@ -1,9 +1,12 @@
-// The text of a message as it goes out after DATA. One of many megabytes is made anew each time it
-// is wanted, and never stands whole in memory. Used by the session.
+// The text of a message as it goes out after DATA. A short one is made once, when it is first asked
+// for. One of many megabytes is made anew each time, and never stands whole in memory. Used by the
+// session; one thread at a time.
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 #include <functional>
+#include <optional>
 #include <string>
 #include <string_view>
 
@@ -25,20 +28,22 @@ class MessageText {
   explicit MessageText(std::string_view mime);
   explicit MessageText(const Email2& message);
 
-  const DataSize& size() const { return size_; }
+  // About the size of the text, or less; known without making it.
+  std::size_t sizeEstimate() const { return sizeEstimate_; }
+  const DataSize& size();
   // All of it in pieces of at most about 64 KB, without the terminator. False when `take` did not
   // want all of it.
-  bool forEachPiece(const Take& take) const;
+  bool forEachPiece(const Take& take);
 
  private:
-  void measure();
   bool encode(const Take& take, std::uint64_t& doubledDots) const;
 
   const Email2* message_ = nullptr;  // null: it is mime_
   std::string_view mime_;
+  std::size_t sizeEstimate_;
   bool isShort_;
   std::string data_;  // a short text, encoded
-  DataSize size_;
+  std::optional<DataSize> size_;
 };
 
 }  // namespace kelvado

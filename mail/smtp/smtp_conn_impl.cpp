@@ -398,7 +398,8 @@ void SmtpConnImpl::hangUp() {
   ProgressMonitor progress;
   Call call{log, progress};
   wire_.setReadTimeout(kHangUpTimeoutMs);
-  smtpQuit(call);
+  if (wire_.isOpen()) wire_.sendCommand("QUIT", call);
+  wire_.shutdown(call);
 }
 
 }  // namespace kelvado

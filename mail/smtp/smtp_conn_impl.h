@@ -52,11 +52,11 @@ class SmtpConnImpl {
   // it.
   bool sendEmail(Email2& message, const SendOptions& options, Call& call, SendCounters& counters);
   // With an envelope of its own.
-  bool sendMime(const Envelope& envelope, const MessageText& text, const SendOptions& options,
-                Call& call, SendCounters& counters);
+  bool sendMime(const Envelope& envelope, MessageText& text, const SendOptions& options, Call& call,
+                SendCounters& counters);
   // To each address of a list, in as many transactions as it needs.
   bool sendToList(const std::string& reversePath, const std::vector<std::string>& addresses,
-                  const MessageText& text, const SendOptions& options, Call& call,
+                  MessageText& text, const SendOptions& options, Call& call,
                   SendCounters& counters);
   // Asks whether the server would take the recipients, and sends nothing.
   bool verifyRecipients(const Envelope& envelope, Call& call, SendCounters& counters);
@@ -68,7 +68,8 @@ class SmtpConnImpl {
   // Whether the last send had a connection. If not, that is in the log already.
   bool wasConnected() const { return wasConnected_; }
 
-  // Sends QUIT and closes, within two seconds; logs nothing.
+  // Sends QUIT, within two seconds, and closes; logs nothing. Does not wait for the reply, which
+  // would change nothing.
   void hangUp();
 
   bool isOpen() const { return wire_.isOpen(); }
@@ -116,7 +117,7 @@ class SmtpConnImpl {
   // SmtpTransaction.
   TransactionResult transact(const TransactionSteps& steps, const SendOptions& options,
                              Envelope& postponed, Call& call);
-  bool sendInParts(std::vector<Envelope> parts, const MessageText& text, const SendOptions& options,
+  bool sendInParts(std::vector<Envelope> parts, MessageText& text, const SendOptions& options,
                    Call& call, SendCounters& counters);
 
   platform::SocketApi& sockets_;

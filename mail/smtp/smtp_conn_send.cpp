@@ -26,7 +26,7 @@ bool SmtpConnImpl::sendEmail(Email2& message, const SendOptions& options, Call& 
   call.log.LogData("subject", base::loggable(message.headerField("Subject")));
   call.log.LogData("reversePath", base::loggable(envelope.reversePath));
 
-  const MessageText text(message);
+  MessageText text(message);
   const std::string listFile = message.headerField("KVX-FileDistList");
   if (listFile.empty()) return sendMime(envelope, text, options, call, counters);
 
@@ -39,15 +39,15 @@ bool SmtpConnImpl::sendEmail(Email2& message, const SendOptions& options, Call& 
   return sendToList(envelope.reversePath, addresses, text, options, call, counters);
 }
 
-bool SmtpConnImpl::sendMime(const Envelope& envelope, const MessageText& text,
-                            const SendOptions& options, Call& call, SendCounters& counters) {
+bool SmtpConnImpl::sendMime(const Envelope& envelope, MessageText& text, const SendOptions& options,
+                            Call& call, SendCounters& counters) {
   std::vector<Envelope> parts =
       options.individual ? individualEnvelopes(envelope) : std::vector<Envelope>{envelope};
   return sendInParts(std::move(parts), text, options, call, counters);
 }
 
 bool SmtpConnImpl::sendToList(const std::string& reversePath,
-                              const std::vector<std::string>& addresses, const MessageText& text,
+                              const std::vector<std::string>& addresses, MessageText& text,
                               const SendOptions& options, Call& call, SendCounters& counters) {
   std::vector<Envelope> parts =
       listEnvelopes(reversePath, addresses, options.individual ? 1 : kRecipientsPerTransaction);
@@ -78,7 +78,7 @@ TransactionResult SmtpConnImpl::transact(const TransactionSteps& steps, const Se
   return result;
 }
 
-bool SmtpConnImpl::sendInParts(std::vector<Envelope> parts, const MessageText& text,
+bool SmtpConnImpl::sendInParts(std::vector<Envelope> parts, MessageText& text,
                                const SendOptions& options, Call& call, SendCounters& counters) {
   for (const Envelope& part : parts) counters.total += part.recipientCount();
   const auto isSafe = [&](const Envelope& part) {

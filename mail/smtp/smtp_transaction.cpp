@@ -8,6 +8,8 @@
 namespace kelvado {
 namespace {
 
+// No text becomes so many times its estimate by all its encodings.
+constexpr std::size_t kMostGrowth = 16;
 // Always begins with a line end of its own, also behind a text that ended in one.
 constexpr std::string_view kTerminator = "\r\n.\r\n";
 
@@ -35,10 +37,11 @@ TransactionResult SmtpTransaction::refused() {
 }
 
 // Checked before anything is sent: the server would refuse the text only after all of it.
-bool SmtpTransaction::isWithinSize(const MessageText& text) const {
+bool SmtpTransaction::isWithinSize(MessageText& text) {
   const std::uint64_t limit = extensions_.maxSize;
+  if (limit == 0 || text.sizeEstimate() * kMostGrowth <= limit) return true;
   const std::uint64_t size = text.size().message;
-  if (limit == 0 || size <= limit) return true;
+  if (size <= limit) return true;
   call_.log.LogError("The message is larger than the SMTP server accepts.");
   call_.log.LogData("message_size", std::to_string(size));
   call_.log.LogData("server_limit", std::to_string(limit));
@@ -134,13 +137,16 @@ bool SmtpTransaction::rcptTo(const std::string& address, std::vector<std::string
   return false;
 }
 
-TransactionResult SmtpTransaction::offerRecipients(const Envelope& envelope,
-                                                   SendCounters& counters) {
+// The text, if there is one, is made while the server is at work.
+TransactionResult SmtpTransaction::offer(const Envelope& envelope, MessageText* text,
+                                         SendCounters& counters) {
   if (!takesAddresses(envelope)) return TransactionResult::Rejected;
   commands_.add(mailFromCommand(envelope));
   for (const auto* addresses : {&envelope.to, &envelope.cc, &envelope.bcc}) {
     for (const std::string& address : *addresses) commands_.add(rcptToCommand(address));
   }
+  commands_.start();
+  if (text != nullptr) text->size();
   if (checksConnection_ && !logReuse(commands_.next(), call_.log)) {
     wire_.close();
     return TransactionResult::NotReady;
@@ -168,10 +174,10 @@ TransactionResult SmtpTransaction::offerRecipients(const Envelope& envelope,
   return TransactionResult::Sent;
 }
 
-TransactionResult SmtpTransaction::run(const Envelope& envelope, const MessageText& text,
+TransactionResult SmtpTransaction::run(const Envelope& envelope, MessageText& text,
                                        SendCounters& counters) {
   if (!isWithinSize(text)) return TransactionResult::Failed;
-  const TransactionResult offered = offerRecipients(envelope, counters);
+  const TransactionResult offered = offer(envelope, &text, counters);
   if (offered != TransactionResult::Sent) return offered;
   if (rejected_ > 0) {
     call_.log.LogInfo("Warning: failed to send to " + std::to_string(rejected_) +
@@ -196,7 +202,7 @@ TransactionResult SmtpTransaction::run(const Envelope& envelope, const MessageTe
 }
 
 // The terminator goes out with the last piece: that saves a segment for every mail.
-bool SmtpTransaction::sendText(const MessageText& text) {
+bool SmtpTransaction::sendText(MessageText& text) {
   const DataSize& size = text.size();
   call_.log.LogData("email_size", std::to_string(size.message + size.doubledDots));
   std::string held;
@@ -229,7 +235,7 @@ bool SmtpTransaction::endText() {
 }
 
 // The mail is sent already: a log that cannot be written is only mentioned.
-void SmtpTransaction::appendToSentMailLog(const MessageText& text) {
+void SmtpTransaction::appendToSentMailLog(MessageText& text) {
   const platform::File file = platform::openFile(options_.sentMailLog, "ab");
   if (file == nullptr) {
     call_.log.LogInfo("The log of sent mail cannot be opened.");

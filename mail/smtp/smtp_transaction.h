@@ -55,15 +55,18 @@ class SmtpTransaction {
   }
 
   // Both add the recipients that were accepted to the counters.
-  TransactionResult run(const Envelope& envelope, const MessageText& text, SendCounters& counters);
+  TransactionResult run(const Envelope& envelope, MessageText& text, SendCounters& counters);
   // MAIL FROM and RCPT TO only. The caller resets the session afterwards.
-  TransactionResult offerRecipients(const Envelope& envelope, SendCounters& counters);
+  TransactionResult offerRecipients(const Envelope& envelope, SendCounters& counters) {
+    return offer(envelope, nullptr, counters);
+  }
   // For whom the server wants another transaction: it had enough recipients in this one (RFC 5321
   // section 4.5.3.1.10).
   const Envelope& postponed() const { return postponed_; }
 
  private:
-  bool isWithinSize(const MessageText& text) const;
+  TransactionResult offer(const Envelope& envelope, MessageText* text, SendCounters& counters);
+  bool isWithinSize(MessageText& text);
   bool takesAddresses(const Envelope& envelope) const;
   std::string mailFromCommand(const Envelope& envelope) const;
   std::string rcptToCommand(const std::string& address) const;
@@ -72,9 +75,9 @@ class SmtpTransaction {
                  const char* failureText);
   bool rcptTo(const std::string& address, std::vector<std::string>& postponed,
               const char* failureText);
-  bool sendText(const MessageText& text);
+  bool sendText(MessageText& text);
   bool endText();
-  void appendToSentMailLog(const MessageText& text);
+  void appendToSentMailLog(MessageText& text);
   TransactionResult refused();
   TransactionResult lost();
 

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 
+#include "base/ascii.h"
 #include "base/text.h"
 #include "base/unicode.h"
 #include "mail/mime/email_address.h"
@@ -35,10 +36,9 @@ void DataEncoder::append(std::string_view text, std::string& out) {
   if (text.empty()) return;
   std::size_t at = afterCr_ && text.front() == '\n' ? 1 : 0;
   afterCr_ = false;
-  std::size_t taken = at;  // up to here it stands in `out`; line ends that are CR LF wait for more
-  std::size_t feed = 0;
-  const auto takeUntil = [&](std::size_t end, std::string_view instead) {
-    out.append(text.substr(taken, end - taken)).append(instead);
+  std::size_t taken = at;  // up to here it is in `out`; what needs no change goes there at once
+  const auto takeUntil = [&](std::size_t end, std::string_view more) {
+    out.append(text.substr(taken, end - taken)).append(more);
     taken = end;
   };
   while (at < text.size()) {
@@ -46,16 +46,15 @@ void DataEncoder::append(std::string_view text, std::string& out) {
       takeUntil(at, ".");
       ++doubledDots_;
     }
-    if (feed <= at) feed = std::min(text.find('\n', at), text.size());
-    const std::size_t end = std::min(text.substr(at, feed - at).find('\r'), feed - at) + at;
+    const std::size_t end = at + base::lineLength(text.substr(at));
     afterLineEnd_ = end < text.size();
     if (!afterLineEnd_) break;
-    const bool pair = end + 1 == feed && feed < text.size();
-    at = pair ? feed + 1 : end + 1;
+    const bool pair = text.substr(end, 2) == "\r\n";
+    at = end + (pair ? 2 : 1);
     if (pair) continue;
-    afterCr_ = text[end] == '\r' && at == text.size();
     takeUntil(end, "\r\n");
     taken = at;
+    afterCr_ = text[end] == '\r' && at == text.size();
   }
   takeUntil(text.size(), {});
 }

@@ -2,6 +2,7 @@
 #include "platform/system/clock.h"
 
 #include <cerrno>
+#include <cstdlib>
 #include <ctime>
 #include <initializer_list>
 
@@ -26,8 +27,26 @@ std::tm brokenDown(std::time_t time) {
   return local;
 }
 
-base::LocalTime localTimeAt(std::time_t time) {
+// For how long what was read of the time zone holds: a change is followed within a second. Reading
+// it for each mail would show: it looks at a file, and in summer for the end of it.
+struct ZoneAge {
+  std::time_t second = -1;
+  const char* variable = nullptr;  // a new value has a new place
+
+  static ZoneAge at(std::time_t second) { return {second, std::getenv("TZ")}; }
+  bool operator==(const ZoneAge&) const = default;
+};
+
+void refreshTimeZone(std::time_t second) {
+  thread_local ZoneAge read;
+  const ZoneAge age = ZoneAge::at(second);
+  if (read == age) return;
   tzset();
+  read = age;
+}
+
+base::LocalTime localTimeAt(std::time_t time) {
+  refreshTimeZone(now(CLOCK_REALTIME).tv_sec);
   const std::tm local = brokenDown(time);
   return {local.tm_year + 1900, local.tm_mon + 1, local.tm_wday, local.tm_mday,
           local.tm_hour,        local.tm_min,     local.tm_sec};
@@ -48,6 +67,20 @@ std::tm standardTime(std::time_t time) {
   return brokenDown(time);
 }
 
+TimeZone timeZoneAt(std::time_t time) {
+  constexpr long kSecondsPerMinute = 60;
+  constexpr int kUsualDaylightBias = -60;
+  const std::tm local = brokenDown(time);
+  const std::tm standard = standardTime(time);
+  TimeZone zone;
+  zone.bias = static_cast<int>(-standard.tm_gmtoff / kSecondsPerMinute);
+  zone.daylight = local.tm_isdst > 0;
+  zone.daylightBias =
+      zone.daylight ? static_cast<int>((standard.tm_gmtoff - local.tm_gmtoff) / kSecondsPerMinute)
+                    : kUsualDaylightBias;
+  return zone;
+}
+
 class PosixClock final : public Clock {
  public:
   base::LocalTime localTime() override { return localTimeAt(now(CLOCK_REALTIME).tv_sec); }
@@ -57,18 +90,14 @@ class PosixClock final : public Clock {
   }
 
   TimeZone timeZone() override {
-    tzset();
-    constexpr long kSecondsPerMinute = 60;
-    constexpr int kUsualDaylightBias = -60;
+    thread_local ZoneAge known;
+    thread_local TimeZone zone;
     const std::time_t time = now(CLOCK_REALTIME).tv_sec;
-    const std::tm local = brokenDown(time);
-    const std::tm standard = standardTime(time);
-    TimeZone zone;
-    zone.bias = static_cast<int>(-standard.tm_gmtoff / kSecondsPerMinute);
-    zone.daylight = local.tm_isdst > 0;
-    zone.daylightBias =
-        zone.daylight ? static_cast<int>((standard.tm_gmtoff - local.tm_gmtoff) / kSecondsPerMinute)
-                      : kUsualDaylightBias;
+    const ZoneAge age = ZoneAge::at(time);
+    if (known == age) return zone;
+    refreshTimeZone(time);
+    zone = timeZoneAt(time);
+    known = age;
     return zone;
   }
 
