@@ -3,6 +3,7 @@
 //   curl_mails PORT COUNT MODE FILE   sends to 127.0.0.1 and prints the seconds that it took; MODE:
 //       each, kept           a handle and a connection for each mail, or one for all
 //       starttls-each, starttls-kept    with the authorities of the file in SSL_CERT_FILE
+//       starttls-oauth-kept             the same, logging in by an access token
 #include <algorithm>
 #include <chrono>
 #include <cstdio>
@@ -25,7 +26,7 @@ std::size_t readMail(char* buffer, std::size_t size, std::size_t count, void* re
   return length;
 }
 
-bool sendOne(CURL* curl, const std::string& url, bool startTls, std::string_view mail) {
+bool sendOne(CURL* curl, const std::string& url, std::string_view mode, std::string_view mail) {
   curl_slist* recipients = curl_slist_append(nullptr, "<user@bench.example>");
   curl_easy_setopt(curl, CURLOPT_URL, url.c_str());
   curl_easy_setopt(curl, CURLOPT_MAIL_FROM, "<helpdesk@bench.example>");
@@ -33,9 +34,14 @@ bool sendOne(CURL* curl, const std::string& url, bool startTls, std::string_view
   curl_easy_setopt(curl, CURLOPT_UPLOAD, 1L);
   curl_easy_setopt(curl, CURLOPT_READFUNCTION, readMail);
   curl_easy_setopt(curl, CURLOPT_READDATA, &mail);
-  if (startTls) {
+  if (mode.starts_with("starttls")) {
     curl_easy_setopt(curl, CURLOPT_USE_SSL, static_cast<long>(CURLUSESSL_ALL));
     curl_easy_setopt(curl, CURLOPT_CAINFO, std::getenv("SSL_CERT_FILE"));
+  }
+  if (mode.find("oauth") != std::string_view::npos) {
+    curl_easy_setopt(curl, CURLOPT_USERNAME, "bench");
+    curl_easy_setopt(curl, CURLOPT_XOAUTH2_BEARER, "bench");
+    curl_easy_setopt(curl, CURLOPT_LOGIN_OPTIONS, "AUTH=XOAUTH2");
   }
   const CURLcode result = curl_easy_perform(curl);
   if (result != CURLE_OK) std::fprintf(stderr, "%s\n", curl_easy_strerror(result));
@@ -44,7 +50,6 @@ bool sendOne(CURL* curl, const std::string& url, bool startTls, std::string_view
 }
 
 bool sendAll(const std::string& url, std::string_view mode, int count, std::string_view mail) {
-  const bool startTls = mode.starts_with("starttls");
   const bool kept = mode.ends_with("kept");
   CURL* curl = curl_easy_init();
   bool sent = true;
@@ -53,7 +58,7 @@ bool sendAll(const std::string& url, std::string_view mode, int count, std::stri
       curl_easy_cleanup(curl);
       curl = curl_easy_init();
     }
-    sent = sendOne(curl, url, startTls, mail);
+    sent = sendOne(curl, url, mode, mail);
   }
   curl_easy_cleanup(curl);
   return sent;

@@ -4,6 +4,8 @@
 //       each, kept              a connection for each mail, with objects of its own, as a pass
 //                               does; or one for all, with one object
 //       starttls-each, starttls-kept    with the authorities of the file in SSL_CERT_FILE
+//       starttls-login-each             the same, logging in
+//       starttls-oauth-kept             the same, logging in by an access token
 //       attachment=MB           kept, each with so many megabytes attached
 //   kelvado_mails                   prints the mail
 #include <chrono>
@@ -41,6 +43,7 @@ class Sender {
       : port_(port),
         startTls_(mode.starts_with("starttls")),
         login_(mode.find("login") != std::string_view::npos),
+        oauth_(mode.find("oauth") != std::string_view::npos),
         kept_(mode.ends_with("kept") || mode.starts_with(kAttachment)) {
     if (!mode.starts_with(kAttachment)) return;
     const std::string size(mode.substr(kAttachment.size()));
@@ -72,9 +75,10 @@ class Sender {
     mailMan.put_StartTLS(startTls_);
     mailMan.put_RequireVerifiedCertificate(startTls_);
     mailMan.put_HeloHostname("bench.example");
-    if (!login_) return;
+    if (!login_ && !oauth_) return;
     mailMan.put_SmtpUsername("bench");
-    mailMan.put_SmtpPassword("bench");
+    if (login_) mailMan.put_SmtpPassword("bench");
+    if (oauth_) mailMan.put_OAuth2AccessToken("bench");
   }
 
   bool sendOne(kelvado::KvMailMan& mailMan) const {
@@ -91,6 +95,7 @@ class Sender {
   int port_;
   bool startTls_;
   bool login_;
+  bool oauth_;
   bool kept_;
   std::string html_ = body();
   std::string attachment_;

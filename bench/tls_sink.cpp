@@ -84,17 +84,14 @@ class Connection {
     std::string line;
     while (readLine(line)) {
       if (line.starts_with("EHLO")) {
-        say("250-sink\r\n250-PIPELINING\r\n250-8BITMIME\r\n250-AUTH LOGIN\r\n250 STARTTLS\r\n");
+        say("250-sink\r\n250-PIPELINING\r\n250-8BITMIME\r\n250-AUTH LOGIN XOAUTH2\r\n250 "
+            "STARTTLS\r\n");
       } else if (line.starts_with("STARTTLS")) {
         say("220 go\r\n");
         flush();
         if (!startTls()) return;
       } else if (line.starts_with("AUTH")) {
-        for (int answers = 0; answers < 2; ++answers) {  // name and password, whatever they are
-          say("334 VXNlcm5hbWU6\r\n");
-          if (!readLine(line)) return;
-        }
-        say("235 in\r\n");
+        if (!logIn(line)) return;
       } else if (line.starts_with("DATA")) {
         say("354 go\r\n");
         if (!skipMessage()) return;
@@ -109,6 +106,18 @@ class Connection {
   }
 
  private:
+  // Takes whatever is said: LOGIN's name and password, or XOAUTH2's token.
+  bool logIn(std::string& line) {
+    constexpr std::string_view kTokenAhead = "AUTH XOAUTH2 ";
+    int answers = line.starts_with("AUTH LOGIN") ? 2 : line.starts_with(kTokenAhead) ? 0 : 1;
+    for (; answers > 0; --answers) {
+      say("334 VXNlcm5hbWU6\r\n");
+      if (!readLine(line)) return false;
+    }
+    say("235 in\r\n");
+    return true;
+  }
+
   bool startTls() {
     ssl_ = SSL_new(context_);
     SSL_set_fd(ssl_, socket_);
