@@ -50,7 +50,7 @@ bool SChannel::handshake(const Countdown& left, Call& call) {
     const SecurityStatus status = stream_->step(encrypted_, token, extra);
     keepExtra(extra);
     if (status == SecurityStatus::Ok) {
-      finished_ = token;
+      held_ = token;  // the last one
       return true;
     }
     // Sent also when the step failed: the alert names to the server what was wrong.
@@ -107,8 +107,8 @@ bool SChannel::sendToken(const std::string& token, std::uint32_t timeoutMs, Call
   return sent;
 }
 
-bool SChannel::sendFinished(std::uint32_t timeoutMs, Call& call) {
-  return sendToken(std::exchange(finished_, {}), timeoutMs, call);
+bool SChannel::sendHeld(std::uint32_t timeoutMs, Call& call) {
+  return sendToken(std::exchange(held_, {}), timeoutMs, call);
 }
 
 bool SChannel::readEncrypted(const Countdown& left, Call& call) {
@@ -133,7 +133,7 @@ bool SChannel::SendSecure(std::string_view data, std::uint32_t idleTimeoutMs, Ca
   }
   const std::size_t pieceSize = stream_->sizes().maximumMessage;
   // Of one call together: fewer writes than records.
-  std::string records = std::exchange(finished_, {});
+  std::string records = std::exchange(held_, {});
   while (!data.empty()) {
     const std::string_view piece = data.substr(0, pieceSize);
     if (stream_->encrypt(piece, records) != SecurityStatus::Ok) {
@@ -153,7 +153,7 @@ bool SChannel::receiveMore(std::string& buffer, const Countdown& left, Call& cal
     call.log.LogError("This socket is not connected");
     return false;
   }
-  if (!sendFinished(left.total(), call)) return false;
+  if (!sendHeld(left.total(), call)) return false;
   const std::size_t before = buffer.size();
   for (;;) {
     std::string token;
@@ -163,7 +163,7 @@ bool SChannel::receiveMore(std::string& buffer, const Countdown& left, Call& cal
     if (!sendToken(token, left.total(), call)) return false;
     peerHasClosed_ = peerHasClosed_ || status == SecurityStatus::ContextExpired;
     if (status == SecurityStatus::Renegotiate &&
-        (!handshake(left, call) || !sendFinished(left.total(), call))) {
+        (!handshake(left, call) || !sendHeld(left.total(), call))) {
       return false;
     }
     if (buffer.size() > before) return true;
@@ -192,7 +192,7 @@ bool SChannel::sendCloseNotify(std::uint32_t timeoutMs, Call& call) {
     call.log.LogError("Cannot shutdown channel, no context exists");
     return false;
   }
-  std::string token = std::exchange(finished_, {});
+  std::string token = std::exchange(held_, {});
   const platform::CloseNotify made = stream_->shutdown(token);
   if (made != platform::CloseNotify::Made) {
     call.log.LogError(made == platform::CloseNotify::NotAccepted

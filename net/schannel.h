@@ -65,7 +65,7 @@ class SChannel final : public ByteChannel {
   bool verifyCertificate(const TlsRequirements& requirements, Call& call);
   bool meetsRequirement(const TlsRequirements& requirements, Call& call);
   bool sendToken(const std::string& token, std::uint32_t timeoutMs, Call& call);
-  bool sendFinished(std::uint32_t timeoutMs, Call& call);
+  bool sendHeld(std::uint32_t timeoutMs, Call& call);
   bool readEncrypted(const Countdown& left, Call& call);
   bool sendCloseNotify(std::uint32_t timeoutMs, Call& call);
   void keepExtra(std::size_t extra) { encrypted_.erase(0, encrypted_.size() - extra); }
@@ -74,7 +74,7 @@ class SChannel final : public ByteChannel {
   std::unique_ptr<platform::SecureStream> stream_;
   platform::PeerCertificate certificate_;
   std::string encrypted_;  // received, not yet taken by the stream
-  std::string finished_;   // the handshake's last token, which leaves with what is sent next
+  std::string held_;       // made already, and leaves together with what is sent next
   bool established_ = false;
   bool refusedCertificate_ = false;
   bool peerHasClosed_ = false;  // by close notify; nothing comes after it

@@ -5,6 +5,9 @@
 namespace kelvado {
 namespace {
 
+// Enough for the log of a mail over an open connection.
+constexpr std::size_t kUsualEntries = 32;
+constexpr std::size_t kUsualBytes = 1024;
 constexpr std::string_view kRoot = "KelvadoLog";
 constexpr std::string_view kCdataStart = "<![CDATA[";
 constexpr std::string_view kCdataEnd = "]]>";
@@ -60,6 +63,10 @@ bool isContext(const LogEntry2& entry) {
 
 LogEntry2& ErrorLog::add(char kind, std::string_view tag, std::string_view text) {
   validity_.check();
+  if (entries_.capacity() == 0) {
+    entries_.reserve(kUsualEntries);
+    bytes_.reserve(kUsualBytes);
+  }
   LogEntry2& entry = entries_.emplace_back();
   entry.kind = kind;
   entry.depth = depth_;

@@ -78,16 +78,13 @@ void inBlocks(std::string_view text, std::size_t blockBytes, MimeSink& sink, con
   }
 }
 
-// Blocks that end in the line end, behind which an encoder of lines begins anew. A text without one
-// is a single block.
+// The same in blocks of whole lines. A text without any is a single block.
 template <class Append>
-void inLines(std::string_view text, std::string_view lineEnd, MimeSink& sink,
-             const Append& append) {
+void inLines(std::string_view text, MimeSink& sink, const Append& append) {
   while (!text.empty()) {
     const std::size_t end =
-        text.size() <= kBlockBytes ? std::string_view::npos : text.find(lineEnd, kBlockBytes);
-    const std::string_view block =
-        text.substr(0, end == std::string_view::npos ? end : end + lineEnd.size());
+        text.size() <= kBlockBytes ? std::string_view::npos : text.find('\n', kBlockBytes);
+    const std::string_view block = text.substr(0, end == std::string_view::npos ? end : end + 1);
     append(block);
     text.remove_prefix(block.size());
     if (!sink.drain()) return;
@@ -312,13 +309,12 @@ bool MimeMessage2::writeBody(const Email2& part, MimeSink& sink) {
   std::string scratch;
   std::string_view body = part.wireBody(scratch);
   if (part.transferEncoding() == "quoted-printable") {
-    const LineEnds lineEnds = part.hasLines() ? LineEnds::AsLines : LineEnds::Exact;
-    inLines(body, lineEnds == LineEnds::Exact ? "\r\n" : "\n", sink,
-            [&](std::string_view lines) { quotedPrintableAppend(lines, lineEnds, out); });
+    quotedPrintableAppend(body, part.hasLines() ? LineEnds::AsLines : LineEnds::Exact, out,
+                          [&sink] { return sink.drain(); });
     return false;
   }
   if (part.transferEncoding() != "base64") {
-    inLines(body, "\n", sink, [&out](std::string_view lines) { base::appendWithCrLf(lines, out); });
+    inLines(body, sink, [&out](std::string_view lines) { base::appendWithCrLf(lines, out); });
     return false;
   }
   if (part.hasLines()) {

@@ -4,6 +4,7 @@
 #include <array>
 #include <cstdint>
 #include <cstring>
+#include <utility>
 
 #include "base/ascii.h"
 #include "base/hex_digit.h"
@@ -117,6 +118,9 @@ class LineWriter {
     advance(kEscapeLength);
   }
 
+  // Whether lines were appended since this was asked last.
+  bool hasFlushed() { return std::exchange(hasFlushed_, false); }
+
   void softBreak() {
     buffer_[used_++] = '=';
     endLine();
@@ -152,12 +156,14 @@ class LineWriter {
   void flush() {
     out_.append(buffer_.data(), used_);
     used_ = 0;
+    hasFlushed_ = true;
   }
 
   std::string& out_;
   std::array<char, 4096> buffer_;
   std::size_t used_ = 0;
   std::size_t column_ = 0;
+  bool hasFlushed_ = false;
 };
 
 bool isLineEnd(char c) {
@@ -194,10 +200,12 @@ bool decodeLine(std::string_view line, std::string& out) {
 
 }  // namespace
 
-void quotedPrintableAppend(std::string_view bytes, LineEnds lineEnds, std::string& out) {
-  out.reserve(out.size() + bytes.size() + bytes.size() / 32);
+void quotedPrintableAppend(std::string_view bytes, LineEnds lineEnds, std::string& out,
+                           const std::function<bool()>& drain) {
+  if (drain == nullptr) out.reserve(out.size() + bytes.size() + bytes.size() / 32);
   LineWriter lines(out);
   while (!bytes.empty()) {
+    if (lines.hasFlushed() && drain != nullptr && !drain()) return;
     lines.takeBytes(bytes);
     if (bytes.empty()) break;
     const std::size_t lineEnd = lineEndLength(bytes, lineEnds);

@@ -2,6 +2,7 @@
 // Pure functions; time and memory grow with the input.
 #pragma once
 
+#include <functional>
 #include <string>
 #include <string_view>
 
@@ -12,7 +13,9 @@ enum class LineEnds {
   Exact,    // only CR LF does; a CR or LF alone is encoded, so that a reader gets the same bytes
 };
 
-void quotedPrintableAppend(std::string_view bytes, LineEnds lineEnds, std::string& out);
+// `drain` is called after each few lines, and may empty `out`; false ends the work.
+void quotedPrintableAppend(std::string_view bytes, LineEnds lineEnds, std::string& out,
+                           const std::function<bool()>& drain = nullptr);
 
 // Never fails: a '=' that starts nothing valid stays as it is; blanks at the end of a line are
 // dropped (RFC 2045 section 6.7, rule 3).
