@@ -16,21 +16,25 @@ std::int32_t daysUntil(std::int64_t time, std::int64_t now) {
   return static_cast<std::int32_t>(span / kFileTimePerDay + (span % kFileTimePerDay > 0 ? 1 : 0));
 }
 
+void setExpiry(std::int64_t time, std::int32_t daysLeft, notify::UserRecord& user) {
+  user.maxAge = static_cast<std::int32_t>(user.age) + daysLeft;
+  user.passwordExpires = time / kFileTimePerSecond;
+}
+
 }  // namespace
 
 void DirectoryPolicy::prepare(const PolicyTable& slots) {
   wanted_ = std::any_of(slots.begin(), slots.end(), [](const config::PolicyRecord& slot) {
     return slot.defined == 1 && slot.useDirectoryPolicy == 1;
   });
-  times_.want(wanted_);
+  search_.wantTimes(wanted_);
 }
 
-void DirectoryPolicy::load(config::Findings& findings) {
+void DirectoryPolicy::begin(const std::string& searchError, config::Findings& findings) {
   if (!wanted_) return;
   domainKnown_ = host_.accounts.domainModals(domain_) == platform::kNetSuccess;
-  const std::string why = times_.load();
-  if (!why.empty()) {
-    findings.problem("the directory does not say when passwords expire: " + why,
+  if (!searchError.empty()) {
+    findings.problem("the directory does not say when passwords expire: " + searchError,
                      config::Cause::Directory);
   }
 }
@@ -45,11 +49,11 @@ void DirectoryPolicy::finish(config::Findings& findings) {
                      : "they are left out, because the domain's maximum password age cannot be "
                        "read either"));
   }
-  if (wanted_) times_.want(false);
+  if (wanted_) search_.wantTimes(false);
 }
 
 // By the domain's maximum age; 0 when that is not known.
-std::int64_t DirectoryPolicy::domainTime(const platform::UserInfo& info, std::int64_t now) {
+std::int64_t DirectoryPolicy::domainTime(const platform::UserInfo& info, std::int64_t now) const {
   if (!domainKnown_) return 0;
   const bool never = (info.flags & platform::kSmartcardRequired) != 0 ||
                      domain_.maxPasswordAge == platform::kPasswordNeverExpires;
@@ -65,9 +69,9 @@ std::string DirectoryPolicy::apply(const std::u16string& name, const platform::U
   if (info.passwordExpired != 0) return "";  // to be changed at next logon: no time to speak of
   std::int64_t time = 0;
   if (reading == Reading::OfThePass) {
-    time = times_.of(name, info);
+    time = search_.timeOf(name, info);
   } else {
-    const platform::HResult status = times_.now(name, info, time);
+    const platform::HResult status = search_.timeNow(name, info, time);
     if (platform::failed(status)) return host_.directory.errorText(status);
   }
   const std::int64_t now = host_.clock.fileTime();
@@ -83,11 +87,18 @@ std::string DirectoryPolicy::apply(const std::u16string& name, const platform::U
                user.username.c_str());
   } else {
     const std::int32_t left = daysUntil(time, now);
-    user.maxAge = static_cast<std::int32_t>(user.age) + left;
-    user.passwordExpires = time / kFileTimePerSecond;
+    setExpiry(time, left, user);
     log_.print("  by the directory's policy: maximum age %i days, %i left\n", user.maxAge, left);
   }
   return "";
+}
+
+void DirectoryPolicy::foretell(const std::u16string& name, const platform::UserInfo& info,
+                               std::uint32_t seconds, notify::UserRecord& user) const {
+  const std::int64_t then = host_.clock.fileTime() + seconds * kFileTimePerSecond;
+  std::int64_t time = search_.timeOf(name, info);
+  if (time == 0) time = domainTime(info, host_.clock.fileTime());
+  if (time != 0 && time != platform::kNoExpiryTime) setExpiry(time, daysUntil(time, then), user);
 }
 
 }  // namespace service

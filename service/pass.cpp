@@ -53,8 +53,9 @@ Pass::Pass(RunContext& run)
       domain_(run.host.directory, run.log, run.foundUsers),
       pass_(run.mode),
       findings_(pass_.record.findings),
-      directoryPolicy_(run.host, run.log),
-      examiner_(run.host, run.log, domain_, directoryPolicy_, pass_) {
+      accountSearch_(run.host.accounts, run.host.directory, run.host.clock, run.log),
+      directoryPolicy_(run.host, run.log, accountSearch_),
+      examiner_(run.host, run.log, domain_, accountSearch_, directoryPolicy_, pass_) {
   findings_.listen(listenerOf(run.observer));
 }
 
@@ -81,7 +82,7 @@ PassRecord Pass::make() {
   logPolicyOrder(order);
   bindDirectory();
   compareClocks();
-  directoryPolicy_.load(findings_);
+  searchAccounts();
   noteLocalAccounts();
   pass_.memory.open(pass_.settings, pass_.expiresNobody, run_.host.clock, findings_);
   for (const int slot : order) {
@@ -93,6 +94,7 @@ PassRecord Pass::make() {
   domain_.unbindDomain();
   pass_.memory.finish();
   directoryPolicy_.finish(findings_);
+  accountSearch_.drop();
   for (const std::string& warning : run_.host.directory.warnings()) findings_.note(warning);
   finishReport();
   run_.host.directory.endPass();
@@ -236,6 +238,24 @@ void Pass::compareClocks() {
       base::formatText("the clock of the directory server is %lli minutes %s this machine's",
                        static_cast<long long>(seconds / 60), offset > 0 ? "ahead of" : "behind") +
       (pass_.expiresNobody ? ": no password is expired in this pass" : ""));
+}
+
+// Where an account call asks this machine and its accounts are the domain's, one search stands for
+// the two calls for each user who is not due. It is worth its while when all users are listed.
+void Pass::searchAccounts() {
+  const bool screening = run_.host.accounts.ofThisMachineOnly() &&
+                         config::machineKind(run_.host.registry) == "dc" && wroteUsersList_ &&
+                         pass_.record.directoryBound && run_.onlyUser.empty();
+  const std::string why = accountSearch_.load(screening, platform::ansiToUtf16(run_.onlyUser));
+  directoryPolicy_.begin(why, findings_);
+  if (!why.empty() && !directoryPolicy_.wanted()) {
+    findings_.note("the accounts could not be searched, so each was read by itself: " + why);
+  }
+  const std::string differs = platform::utf16ToAnsi(accountSearch_.differsAbout());
+  if (!differs.empty()) {
+    findings_.note("the directory's search and the account calls differ about " + differs +
+                   ", so each account was read by itself");
+  }
 }
 
 void Pass::noteLocalAccounts() {

@@ -8,6 +8,7 @@
 #include <string>
 
 #include "config/debug_log.h"
+#include "directory/account_search.h"
 #include "directory/domain_directory.h"
 #include "notify/mail_transport.h"
 #include "platform/host/host.h"
@@ -64,6 +65,7 @@ class Pass {
   void logPolicyOrder(const std::array<int, kPolicySlots>& order);
   void bindDirectory();
   void compareClocks();
+  void searchAccounts();
   void noteLocalAccounts();
   void visitSlot(int slot);
   void examineList(PolicyInHand& policy, const PolicyFiles& files);
@@ -87,6 +89,7 @@ class Pass {
   bool usersListLost_ = false;   // a policy needs it, and it could not be written
   bool testEmailFailed_ = false;
   bool stopped_ = false;  // said so
+  directory::AccountSearch accountSearch_;
   DirectoryPolicy directoryPolicy_;
   UserExaminer examiner_;
 };

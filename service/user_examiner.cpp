@@ -74,9 +74,28 @@ bool UserExaminer::isInWarningPeriod(const UserRecord& user) const {
   return user.age + pass_.settings.warningThreshold >= static_cast<std::uint32_t>(user.maxAge);
 }
 
+// By the account call, except where that cannot change what becomes of the user: where by the
+// search of the pass the password is neither in its warning period nor past its maximum age, and
+// will not be for a while.
+platform::AccountResult UserExaminer::readAccount(const std::u16string& name,
+                                                  const UserRecord& user,
+                                                  platform::UserInfo& info) const {
+  if (search_.find(name, info)) {
+    UserRecord later;
+    later.age = (info.passwordAge + directory::kAgeTolerance) / directory::kSecondsPerDay;
+    later.maxAge = user.maxAge;
+    later.directoryPolicy = user.directoryPolicy;
+    if (user.directoryPolicy) {
+      directoryPolicy_.foretell(name, info, directory::kAgeTolerance, later);
+    }
+    if (!isInWarningPeriod(later) && !isPastMaximum(later)) return {};
+  }
+  return host_.accounts.userInfo(name, info);
+}
+
 void UserExaminer::screenAccount(const std::u16string& name, UserRecord& user) {
   platform::UserInfo info;
-  if (!host_.accounts.userInfo(name, info).ok()) {
+  if (!readAccount(name, user, info).ok()) {
     // Nobody is judged by the directory's time for the user before.
     if (pass_.settings.skipUnreadableAccounts || user.directoryPolicy) {
       user.skipReasons |= notify::kSkipUnreadable;
@@ -135,7 +154,7 @@ bool UserExaminer::readAge(const std::u16string& name, UserRecord& user) {
                        (isInWarningPeriod(user) || isPastMaximum(user));
   platform::UserInfo info;
   const platform::AccountResult result =
-      current ? host_.accounts.currentUserInfo(name, info) : host_.accounts.userInfo(name, info);
+      current ? host_.accounts.currentUserInfo(name, info) : readAccount(name, user, info);
   if (current && !result.ok()) {
     user.readError = result.text;
     user.accountFound = result.status != platform::kNetUserNotFound;  // gone since the pass began

@@ -8,6 +8,7 @@
 #include <unordered_set>
 
 #include "config/debug_log.h"
+#include "directory/account_search.h"
 #include "directory/domain_directory.h"
 #include "notify/user_record.h"
 #include "platform/host/host.h"
@@ -38,8 +39,14 @@ inline constexpr int kNoNoticeReasons = 5;
 class UserExaminer {
  public:
   UserExaminer(platform::Host host, config::DebugLog& log, directory::DomainDirectory& domain,
-               DirectoryPolicy& directoryPolicy, PassState& pass)
-      : host_(host), log_(log), domain_(domain), directoryPolicy_(directoryPolicy), pass_(pass) {}
+               const directory::AccountSearch& search, DirectoryPolicy& directoryPolicy,
+               PassState& pass)
+      : host_(host),
+        log_(log),
+        domain_(domain),
+        search_(search),
+        directoryPolicy_(directoryPolicy),
+        pass_(pass) {}
 
   // `listed` is the name as the list spells it, in the ANSI code page.
   notify::UserRecord examine(const PolicyInHand& policy, const std::string& listed);
@@ -53,6 +60,8 @@ class UserExaminer {
   void retryWarning(notify::UserRecord& user);
 
  private:
+  platform::AccountResult readAccount(const std::u16string& name, const notify::UserRecord& user,
+                                      platform::UserInfo& info) const;
   void screenAccount(const std::u16string& name, notify::UserRecord& user);
   void screenFlags(std::uint32_t flags, notify::UserRecord& user);
   void claimUser(const std::u16string& name, notify::UserRecord& user);
@@ -74,6 +83,7 @@ class UserExaminer {
   platform::Host host_;
   config::DebugLog& log_;
   directory::DomainDirectory& domain_;
+  const directory::AccountSearch& search_;
   DirectoryPolicy& directoryPolicy_;
   PassState& pass_;
 };

@@ -34,7 +34,9 @@ enum class AdsType : std::uint32_t {
   DnString = 1,
   CaseExactString = 2,
   CaseIgnoreString = 3,
+  Integer = 7,
   LargeInteger = 10,
+  SecurityDescriptor = 25,
 };
 enum class SearchScope : std::uint32_t { Base = 0, OneLevel = 1, Subtree = 2 };
 
@@ -90,6 +92,7 @@ class DirectoryObject {
 struct SearchColumn {
   AdsType type = AdsType::CaseIgnoreString;
   std::u16string firstValue;  // a number in decimal
+  std::string bytes;          // of a security descriptor, self-relative; firstValue is empty
 };
 
 // The result of a search. Destroying it closes the search handle.
@@ -107,6 +110,9 @@ class DirectorySearch {
   virtual ~DirectorySearch() = default;
   virtual HResult setScope(SearchScope scope) = 0;
   virtual HResult setPageSize(std::uint32_t rows) = 0;
+  // For a search of many rows with security descriptors: no row is kept once the next one was moved
+  // to, and of the descriptors only the DACL is read, for which the right to read is enough.
+  virtual HResult setForManyDescriptors() { return kOk; }
   // `filter` is an RFC 4515 filter; a "!" without parentheses around its operand is taken too.
   // The rows have a column for each of the attributes that their object has.
   virtual HResult execute(const std::u16string& filter,

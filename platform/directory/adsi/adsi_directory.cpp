@@ -76,7 +76,7 @@ class AdsiObject final : public DirectoryObject {
   ComPtr<IADs> object_;
 };
 
-// The first value of a column that holds texts or large integers; of any other, an empty one.
+// The first value of a column that holds texts or numbers; of any other, an empty one.
 std::u16string firstValue(const ADS_SEARCH_COLUMN& column) {
   if (column.dwNumValues == 0 || column.pADsValues == nullptr) return {};
   switch (column.dwADsType) {
@@ -84,11 +84,19 @@ std::u16string firstValue(const ADS_SEARCH_COLUMN& column) {
     case ADSTYPE_CASE_EXACT_STRING:
     case ADSTYPE_CASE_IGNORE_STRING:
       return fromWide(column.pADsValues->CaseIgnoreString);  // one union, the same member type
+    case ADSTYPE_INTEGER:
+      return base::utf8ToUtf16(std::to_string(column.pADsValues->Integer));
     case ADSTYPE_LARGE_INTEGER:
       return base::utf8ToUtf16(std::to_string(column.pADsValues->LargeInteger.QuadPart));
     default:
       return {};
   }
+}
+
+std::string descriptorBytes(const ADS_SEARCH_COLUMN& column) {
+  if (column.dwADsType != ADSTYPE_NT_SECURITY_DESCRIPTOR || column.dwNumValues == 0) return {};
+  const ADS_NT_SECURITY_DESCRIPTOR& value = column.pADsValues->SecurityDescriptor;
+  return std::string(reinterpret_cast<const char*>(value.lpValue), value.dwLength);
 }
 
 class AdsiRows final : public SearchRows {
@@ -108,6 +116,7 @@ class AdsiRows final : public SearchRows {
     if (FAILED(status)) return resultOf(status);
     column.type = static_cast<AdsType>(native.dwADsType);
     column.firstValue = firstValue(native);
+    column.bytes = descriptorBytes(native);
     search_->FreeColumn(&native);
     return resultOf(status);
   }
@@ -127,6 +136,11 @@ class AdsiSearch final : public DirectorySearch {
   HResult setPageSize(std::uint32_t rows) override {
     return setPreference(ADS_SEARCHPREF_PAGESIZE, rows);
   }
+  HResult setForManyDescriptors() override {
+    const HResult status = setPreference(ADS_SEARCHPREF_SECURITY_MASK, ADS_SECURITY_INFO_DACL);
+    return failed(status) ? status
+                          : setPreference(ADS_SEARCHPREF_CACHE_RESULTS, FALSE, ADSTYPE_BOOLEAN);
+  }
 
   HResult execute(const std::u16string& filter, const std::vector<std::u16string>& attributes,
                   std::unique_ptr<SearchRows>& rows) override {
@@ -143,10 +157,11 @@ class AdsiSearch final : public DirectorySearch {
   }
 
  private:
-  HResult setPreference(ADS_SEARCHPREF_ENUM which, DWORD number) {
+  // `type`: ADSTYPE_INTEGER, or ADSTYPE_BOOLEAN, whose member of the union is of the same kind.
+  HResult setPreference(ADS_SEARCHPREF_ENUM which, DWORD number, ADSTYPE type = ADSTYPE_INTEGER) {
     ADS_SEARCHPREF_INFO preference{};
     preference.dwSearchPref = which;
-    preference.vValue.dwType = ADSTYPE_INTEGER;
+    preference.vValue.dwType = type;
     preference.vValue.Integer = number;
     return resultOf(search_->SetSearchPreference(&preference, 1));
   }

@@ -117,7 +117,7 @@ HRESULT STDMETHODCALLTYPE setPreference(IDirectorySearch* self, PADS_SEARCHPREF_
     if (!begin("SetSearchPreference", " ", which, " type=", type, " value=", value)) return E_FAIL;
     if (which == ADS_SEARCHPREF_SEARCH_SCOPE) {
       search->content->setScope(static_cast<platform::SearchScope>(value));
-    } else {
+    } else if (which == ADS_SEARCHPREF_PAGESIZE) {
       search->paged = true;
     }
   }
@@ -154,9 +154,55 @@ HRESULT STDMETHODCALLTYPE nextRow(IDirectorySearch*, ADS_SEARCH_HANDLE handle) {
   return endOfPage ? S_ADS_NOMORE_ROWS : hresult(rows->content->next());
 }
 
+// Self-relative descriptors: one whose DACL denies SELF the right to change the password, one whose
+// DACL has no entry.
+char denying[] =
+    "\1\0\4\x80\0\0\0\0\0\0\0\0\0\0\0\0\x14\0\0\0\4\0\x30\0\1\0\0\0\6\0\x28\0\0\1\0\0\1\0\0\0"
+    "\x53\x1a\x72\xab\x2f\x1e\xd0\x11\x98\x19\0\xaa\0\x40\x52\x9b\1\1\0\0\0\0\0\5\x0a\0\0";
+char plain[] = "\1\0\4\x80\0\0\0\0\0\0\0\0\0\0\0\0\x14\0\0\0\4\0\x08\0\0\0\0";
+
+// What a domain holds beside the columns of the file; false for any other.
+bool accountColumn(platform::SearchRows& row, const std::u16string& name, ADSVALUE& value) {
+  constexpr std::int64_t kFileTimePerSecond = 10000000;
+  platform::SearchColumn user, flags;
+  platform::UserInfo info;
+  if (FAILED(hresult(row.column(u"sAMAccountName", user))) ||
+      !domain().userInfo(user.firstValue, info).ok()) {
+    return false;
+  }
+  if (name == u"userAccountControl" && SUCCEEDED(hresult(row.column(name, flags)))) {
+    value.dwType = ADSTYPE_INTEGER;
+    value.Integer = static_cast<DWORD>(std::stoul(base::utf16ToUtf8(flags.firstValue)));
+  } else if (name == u"msDS-User-Account-Control-Computed") {
+    value.dwType = ADSTYPE_INTEGER;
+    value.Integer = info.passwordExpired != 0 ? 0x800000 : 0;
+  } else if (name == u"pwdLastSet") {
+    value.dwType = ADSTYPE_LARGE_INTEGER;
+    value.LargeInteger.QuadPart =
+        info.passwordExpired != 0
+            ? 0
+            : platform::systemClock().fileTime() - info.passwordAge * kFileTimePerSecond;
+  } else if (name == u"nTSecurityDescriptor") {
+    const bool denies = (info.flags & platform::kPasswordCantChange) != 0;
+    value.dwType = ADSTYPE_NT_SECURITY_DESCRIPTOR;
+    value.SecurityDescriptor.lpValue = reinterpret_cast<BYTE*>(denies ? denying : plain);
+    value.SecurityDescriptor.dwLength = denies ? sizeof denying : sizeof plain;
+  }
+  return value.dwType != ADSTYPE_INVALID;
+}
+
 HRESULT STDMETHODCALLTYPE getColumn(IDirectorySearch*, ADS_SEARCH_HANDLE handle, LPWSTR name,
                                     PADS_SEARCH_COLUMN column) {
   if (!begin("GetColumn")) return E_FAIL;
+  ADSVALUE ofAccount{};
+  if (accountColumn(*static_cast<Rows*>(handle)->content, utf16(name), ofAccount)) {
+    record("+ column");
+    *column = {};
+    column->dwADsType = ofAccount.dwType;
+    column->dwNumValues = 1;
+    column->pADsValues = new ADSVALUE(ofAccount);
+    return S_OK;
+  }
   platform::SearchColumn found;
   const HRESULT status = hresult(static_cast<Rows*>(handle)->content->column(utf16(name), found));
   if (FAILED(status)) return status;
@@ -176,7 +222,7 @@ HRESULT STDMETHODCALLTYPE getColumn(IDirectorySearch*, ADS_SEARCH_HANDLE handle,
 
 HRESULT STDMETHODCALLTYPE freeColumn(IDirectorySearch*, PADS_SEARCH_COLUMN column) {
   record("- column");
-  if (column->dwADsType != ADSTYPE_LARGE_INTEGER) {
+  if (column->dwADsType <= ADSTYPE_CASE_IGNORE_STRING) {
     SysFreeString(column->pADsValues->CaseIgnoreString);
   }
   delete column->pADsValues;
