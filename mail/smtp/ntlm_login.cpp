@@ -76,8 +76,9 @@ class NtlmExchange {
 
  private:
   bool acquire(const SmtpCredentials& credentials) {
-    const platform::NtlmCredentials given{credentials.username.value_or(""),
-                                          credentials.password.value_or(""), credentials.domain};
+    const platform::NtlmCredentials given{
+        credentials.username.value_or(""), credentials.password.value_or(""), credentials.domain,
+        wire_.isSecure() ? wire_.peerCertificate().endPointBinding : ""};
     if (given.user.empty()) call_.log.LogInfo("Using default NTLM credentials.");
     SspiStatus status = platform::kSecOk;
     client_ = platform::createNtlmClient(given, wire_.host(), status);

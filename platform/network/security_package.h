@@ -38,6 +38,10 @@ struct PeerCertificate {
   std::string pem;
   std::string subjectCn;
   std::string issuerCn;
+  // What a login binds itself to, so that it is good on this connection only:
+  // "tls-server-end-point:" and the certificate's digest (RFC 5929 section 4). Empty: the
+  // certificate has no such digest.
+  std::string endPointBinding;
   bool verified = false;  // chain and host name
   std::string problem;    // in words, when not verified
 };
@@ -96,6 +100,8 @@ struct NtlmCredentials {  // UTF-8
   std::string user;       // empty: the account of the process
   std::string password;
   std::string domain;  // empty: none is sent
+  // As PeerCertificate::endPointBinding of the connection; empty: it has no TLS.
+  std::string channelBinding{};
 };
 
 // The client's side of one NTLM log-in.
@@ -108,8 +114,8 @@ class NtlmClient {
   virtual SspiStatus step(std::string_view in, std::string& out) = 0;
 };
 
-// `host` is the server's name. Null, with `status` saying why, when there are no such credentials
-// or the system has no NTLM.
+// `host` is the server's name, which the login names as the service "SMTP/host". Null, with
+// `status` saying why, when there are no such credentials or the system has no NTLM.
 std::unique_ptr<NtlmClient> createNtlmClient(const NtlmCredentials& credentials,
                                              const std::string& host, SspiStatus& status);
 

@@ -3,14 +3,19 @@ a whole pass over Winsock and Schannel to a real mail server, pause in the middl
 ADSI and the network user functions are stand-ins that answer from an LDIF file and record each call; the
 program itself is the one that is delivered. What it leaves behind is compared with a pass on this system.
 """
+import base64
+import collections
+import contextlib
 import datetime
 import json
 import pathlib
 import re
 import shutil
 import socket
+import ssl
 import subprocess
 import tempfile
+import threading
 import time
 import unittest
 
@@ -26,6 +31,8 @@ SERVICE = "NRVPasswordExpiration"
 SERVICES = r"HKLM\SYSTEM\CurrentControlSet\Services"
 SERVICE_KEY = rf"{SERVICES}\{SERVICE}"
 EVENT_SOURCE = rf"{SERVICES}\EventLog\Application\{SERVICE}"
+DAY_KEY = r"Software\Kadro\PwsentryPro"
+PRODUCT_KEY = r"SYSTEM\CurrentControlSet\Control\ProductOptions"
 CODE_PAGE = "cp1252"  # the ANSI code page of the prefix
 SILENCE_SECONDS = 1  # of a worker that is suspended
 
@@ -44,7 +51,8 @@ CALLS = (pathlib.Path(__file__).parent / "wine/calls_of_a_pass.txt").read_text()
 
 
 class Machine(unittest.TestCase):
-    """A Windows machine with the program in a folder of its own."""
+    """A Windows machine, a domain controller, with the program in a folder of its own."""
+    STAND_INS = ("netapi32.dll", "activeds.dll")
 
     @classmethod
     def setUpClass(cls):
@@ -55,13 +63,14 @@ class Machine(unittest.TestCase):
             shutil.copy(WINDOWS / file, cls.folder)
         # The stand-ins are where the system's DLLs are, and find their files there.
         cls.system = cls.windows.system_folder
-        for name in ("netapi32.dll", "activeds.dll"):
+        for name in cls.STAND_INS:
             shutil.copy(WINDOWS / "tests/e2e/wine" / name, cls.system)
         cls.windows.record_events()
         # A DLL beside the program, which no program could be started with, is not loaded.
         for name in wine_prefix.DLLS_LIKE_THE_SYSTEMS:
             (cls.folder / f"{name}.dll").write_text("planted")
         cls.logs = cls.system / "LogFiles"
+        cls.windows.import_registry({PRODUCT_KEY: {"ProductType": "LanmanNT"}})
 
     @classmethod
     def prepare(cls, users, keys):
@@ -118,7 +127,7 @@ class FirstPassTest(Machine):
         cls.image_path = cls.windows.run("reg", "query", SERVICE_KEY, "/v", "ImagePath").stdout
         cls.start_type = cls.windows.registry_value(SERVICE_KEY, "Start")
         cls.mailing_day = cls.windows.registry_value(
-            r"HKLM\Software\Kadro\PwsentryPro", "expirationLastRunDay")
+            "HKLM\\" + DAY_KEY, "expirationLastRunDay")
         cls.delivered = cls.mail.delivered()
         cls.messages = cls.windows.run("reg", "query", EVENT_SOURCE).stdout
         cls.stopped = cls.control(STOP)
@@ -234,6 +243,7 @@ class ControlTest(Machine):
 
     def test_every_failure_releases_everything(self):
         why = {"ADsOpenObject": rb"FAILED: [^\n]+: \w[^\n]+\w \(0x80004005\)",
+               "NetUserGetInfo": rb"note: the directory's search and the account calls differ about walter",
                "NetUserSetInfo": rb"FAILED: [^\n]+ expired: \w[^\n]+\w \(error 5\)"}
         self.prepare([person("walter", 59), person("expired", 65), person("other", 1)], site_registry(1))
         for call in ("NetUserSetInfo", None, "ADsGetObject", "ADsOpenObject", "Get", "SetSearchPreference",
@@ -247,6 +257,30 @@ class ControlTest(Machine):
                 self.assertRegex(done.stdout, why.get(call, b"."))
                 self.assert_released()
 
+
+    def test_one_search_stands_for_the_account_calls(self):
+        """For users who are not due. What the pass does and says is the same without it."""
+        users = [*(person(f"user{age}", age) for age in range(30, 66)), person("mustchange", None),
+                 *(sample_site.USERS[name] for name in ("disabled", "never", "cannot", "PC01$"))]
+        calls, left = [], []
+        for product in "LanmanNT", "ServerNT":
+            keys = site_registry(1, warning1=0, warning2=0, warning3=0, emailAdminReports=0)
+            keys |= {PRODUCT_KEY: {"ProductType": product}, DAY_KEY: {"expirationLastRunDay": 0}}
+            self.prepare(users, keys)
+            shutil.rmtree(self.folder / "LogFiles", ignore_errors=True)
+            self.windows.run(self.folder / "pwlapse.exe", "run", cwd=self.folder)
+            calls.append(collections.Counter(re.findall(r"NetUserGetInfo .* user=(\S+)", "\n".join(self.calls()))))
+            left.append({file.name.lower(): comparable(file.read_text(CODE_PAGE))
+                         for file in (self.folder / "LogFiles").iterdir()})
+            self.assert_released()
+            records = json.loads(left[-1].pop("norvyn-last-run.json"))
+            left[-1].update({member: records[member] for member in ("outcomes", "lines", "problems")})
+        self.assertEqual(left[0], left[1])
+        self.assertIn("outside period", str(left[0]["outcomes"]))
+        due = {"never": 1, "cannot": 1, "mustchange": 2, **{f"user{age}": 2 for age in range(46, 60)},
+               **{f"user{age}": 3 for age in range(60, 66)}}
+        self.assertEqual(calls[1], {**{f"user{age}": 2 for age in range(30, 46)}, **due})
+        self.assertEqual(calls[0], {**due, "user65": 4})  # by which search and calls are compared
 
     def test_times_of_expiry_come_by_one_search(self):
         """And by one for each user who is due, when the account is read again."""
@@ -267,6 +301,59 @@ class ControlTest(Machine):
             f"ExecuteSearch {users}{name}) of 2: sAMAccountName msDS-UserPasswordExpiryTimeComputed"
             for name in ("", one)])
         self.assert_released()
+
+
+class NtlmServer(contextlib.ExitStack):
+    """A mail server with STARTTLS that takes any NTLM log-in, and the mails of one connection."""
+
+    def __init__(self, certificate, key):
+        super().__init__()
+        self.tls = ssl.SSLContext(ssl.PROTOCOL_TLS_SERVER)
+        self.tls.load_cert_chain(certificate, key)
+        listener = self.enter_context(socket.create_server(("127.0.0.1", 0)))
+        self.port = listener.getsockname()[1]
+        threading.Thread(target=self.serve, args=[listener], daemon=True).start()
+
+    def serve(self, listener):
+        replies = {b"EHLO": b"250-here\r\n250-STARTTLS\r\n250 AUTH NTLM", b"STAR": b"220 go", b"AUTH": b"334 ",
+                   b"DATA": b"354 go"}
+        tokens = [b"334 " + base64.b64encode(b"challenge"), b"235 welcome"]
+        connection = listener.accept()[0]
+        connection.sendall(b"220 ready\r\n")
+        lines = connection.makefile("rb")
+        while line := lines.readline():
+            reply = replies.get(line[:4], tokens.pop(0) if line.startswith(b"TlRM") else b"250 well")
+            connection.sendall(reply + b"\r\n")
+            if line.startswith(b"STAR"):
+                connection = self.tls.wrap_socket(connection, server_side=True)
+                lines = connection.makefile("rb")
+            while reply.startswith(b"354") and line != b".\r\n":
+                line = lines.readline()
+            if reply.startswith(b"354"):
+                connection.sendall(b"250 taken\r\n")
+
+
+class SecurityTest(Machine):
+    """What the system's security packages are asked, and answer only elsewhere."""
+    STAND_INS = (*Machine.STAND_INS, "security.dll")
+
+    def test_credentials_binding_and_messages_after_the_handshake(self):
+        folder = pathlib.Path(self.enterContext(tempfile.TemporaryDirectory()))
+        site_files.make_certificates(folder, "127.0.0.1")
+        # Manual validation, no default credentials, strong ciphers; not SSL 2 to TLS 1.1, or TLS 1.2.
+        newer, older = "SCH_CREDENTIALS flags=400018 protocols=not 2a8", "SCHANNEL_CRED flags=400018 protocols=800"
+        for refused, asked in ("", [newer]), ("SCH_CREDENTIALS", [newer, older]):
+            with self.subTest(refused), NtlmServer(folder / "self.pem", folder / "self.key") as server:
+                self.prepare([person("walter", 53)], site_registry(
+                    server.port, smtpStartTls=1, smtpAuthMethod="NTLM", smtpUsername="user",
+                    smtpPassword="secret", emailAdminReports=0))
+                (self.system / "fault.txt").write_text(refused)
+                done = self.windows.run(self.folder / "pwlapse.exe", "run", cwd=self.folder)
+                self.assertRegex(done.stdout, rb"warned +1\r")
+                self.assertEqual([call for call in self.calls() if re.match("SCH|NTLM|step", call)], [
+                    *asked, "step after the handshake, with a message", "NTLM first SMTP/127.0.0.1",
+                    "step after the handshake, with nothing",
+                    "NTLM last SMTP/127.0.0.1 tls-server-end-point:digest"])
 
 
 class CodePageTest(unittest.TestCase):

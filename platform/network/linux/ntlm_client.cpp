@@ -73,6 +73,7 @@ class GssNtlmClient final : public NtlmClient {
   SspiStatus acquire(const NtlmCredentials& credentials, const std::string& host) {
     const OM_uint32 major = server_.import("smtp@" + host, GSS_C_NT_HOSTBASED_SERVICE);
     if (GSS_ERROR(major)) return statusOf(major);
+    channelBinding_ = credentials.channelBinding;
     return credentials.user.empty() ? acquireDefault() : acquireUser(credentials);
   }
 
@@ -82,11 +83,13 @@ class GssNtlmClient final : public NtlmClient {
     if (!first && !isNtlmChallenge(in)) return kSecInvalidToken;
     gss_buffer_desc token = bufferOf(in);
     gss_buffer_desc answer = GSS_C_EMPTY_BUFFER;
+    gss_channel_bindings_struct binding = {};
+    binding.application_data = bufferOf(channelBinding_);
     OM_uint32 minor = 0;
-    const OM_uint32 major =
-        gss_init_sec_context(&minor, credentials_, &context_, server_.handle, &kNtlm, 0,
-                             GSS_C_INDEFINITE, GSS_C_NO_CHANNEL_BINDINGS,
-                             first ? GSS_C_NO_BUFFER : &token, nullptr, &answer, nullptr, nullptr);
+    const OM_uint32 major = gss_init_sec_context(
+        &minor, credentials_, &context_, server_.handle, &kNtlm, 0, GSS_C_INDEFINITE,
+        channelBinding_.empty() ? GSS_C_NO_CHANNEL_BINDINGS : &binding,
+        first ? GSS_C_NO_BUFFER : &token, nullptr, &answer, nullptr, nullptr);
     out.assign(static_cast<const char*>(answer.value), answer.length);
     gss_release_buffer(&minor, &answer);
     return statusOf(major);
@@ -116,6 +119,7 @@ class GssNtlmClient final : public NtlmClient {
   }
 
   Name server_;
+  std::string channelBinding_;
   gss_cred_id_t credentials_ = GSS_C_NO_CREDENTIAL;
   gss_ctx_id_t context_ = GSS_C_NO_CONTEXT;
 };

@@ -130,6 +130,21 @@ std::string pemOf(X509* certificate) {
   return textOf([&](BIO* out) { return PEM_write_bio_X509(out, certificate) == 1; });
 }
 
+// The digest is that of the certificate's signature, but SHA-256 in place of MD5 and SHA-1.
+std::string endPointBinding(X509* certificate) {
+  int digest = NID_undef;
+  if (X509_get_signature_info(certificate, &digest, nullptr, nullptr, nullptr) != 1) return {};
+  if (digest == NID_md5 || digest == NID_sha1) digest = NID_sha256;
+  const EVP_MD* const method = EVP_get_digestbynid(digest);
+  unsigned char bytes[EVP_MAX_MD_SIZE];
+  unsigned size = 0;
+  if (method == nullptr || X509_digest(certificate, method, bytes, &size) != 1) {
+    ERR_clear_error();
+    return {};
+  }
+  return "tls-server-end-point:" + std::string(reinterpret_cast<const char*>(bytes), size);
+}
+
 std::string fullName(const X509_NAME* name) {
   constexpr unsigned long kUtf8OneLine = XN_FLAG_ONELINE & ~ASN1_STRFLGS_ESC_MSB;
   return textOf([&](BIO* out) { return X509_NAME_print_ex(out, name, 0, kUtf8OneLine) >= 0; });
@@ -231,6 +246,7 @@ class OpenSslStream final : public SecureStream {
     certificate.pem = pemOf(peer.get());
     certificate.subjectCn = commonName(X509_get_subject_name(peer.get()));
     certificate.issuerCn = commonName(X509_get_issuer_name(peer.get()));
+    certificate.endPointBinding = endPointBinding(peer.get());
     certificate.verified = result == X509_V_OK;
     certificate.problem = certificate.verified ? "" : X509_verify_cert_error_string(result);
     return true;

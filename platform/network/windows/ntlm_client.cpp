@@ -1,4 +1,7 @@
 // NTLM by the SSPI package of that name.
+#include <cstring>
+#include <utility>
+
 #include "base/unicode.h"
 #include "platform/network/security_package.h"
 #include "platform/network/windows/sspi.h"
@@ -11,7 +14,9 @@ constexpr ULONG kRequestFlags = ISC_REQ_ALLOCATE_MEMORY | ISC_REQ_CONNECTION;
 
 class SspiNtlmClient final : public NtlmClient {
  public:
-  explicit SspiNtlmClient(const SecurityFunctionTableA& functions) : functions_(functions) {}
+  // `service`: the name under which the server's account knows what is logged in to.
+  SspiNtlmClient(const SecurityFunctionTableA& functions, std::string service)
+      : functions_(functions), service_(std::move(service)) {}
   ~SspiNtlmClient() override {
     if (started_) functions_.DeleteSecurityContext(&context_);
     if (acquired_) functions_.FreeCredentialsHandle(&credentials_);
@@ -37,18 +42,21 @@ class SspiNtlmClient final : public NtlmClient {
         nullptr, nullptr, &credentials_, &expiry);
     SecureZeroMemory(password.data(), password.size() * sizeof(wchar_t));
     acquired_ = status == SEC_E_OK;
+    if (!given.channelBinding.empty()) bindTo(given.channelBinding);
     return static_cast<SspiStatus>(status);
   }
 
   SspiStatus step(std::string_view in, std::string& out) override {
-    SecurityBuffers<1> input;
+    SecurityBuffers<2> input;
     input.set(0, SECBUFFER_TOKEN, const_cast<char*>(in.data()), in.size());
+    input.set(1, SECBUFFER_CHANNEL_BINDINGS, bindings_.data(), bindings_.size());
+    input.description.cBuffers = bindings_.empty() ? 1 : 2;
     SecurityBuffers<1> output;
     output.set(0, SECBUFFER_TOKEN, nullptr, 0);
     ULONG granted = 0;
     TimeStamp expiry{};
     SECURITY_STATUS status = functions_.InitializeSecurityContextA(
-        &credentials_, started_ ? &context_ : nullptr, nullptr, kRequestFlags, 0,
+        &credentials_, started_ ? &context_ : nullptr, service_.data(), kRequestFlags, 0,
         SECURITY_NATIVE_DREP, started_ ? &input.description : nullptr, 0, &context_,
         &output.description, &granted, &expiry);
     if (status >= 0) started_ = true;
@@ -64,7 +72,19 @@ class SspiNtlmClient final : public NtlmClient {
   }
 
  private:
+  // The structure with the data behind it, as the package takes it.
+  void bindTo(const std::string& data) {
+    SEC_CHANNEL_BINDINGS header{};
+    header.cbApplicationDataLength = static_cast<ULONG>(data.size());
+    header.dwApplicationDataOffset = sizeof header;
+    bindings_.resize(sizeof header);
+    std::memcpy(bindings_.data(), &header, sizeof header);
+    bindings_ += data;
+  }
+
   const SecurityFunctionTableA& functions_;
+  std::string service_;
+  std::string bindings_;  // empty: the connection has no TLS
   CredHandle credentials_{};
   CtxtHandle context_{};
   bool acquired_ = false;
@@ -74,13 +94,12 @@ class SspiNtlmClient final : public NtlmClient {
 }  // namespace
 
 std::unique_ptr<NtlmClient> createNtlmClient(const NtlmCredentials& credentials,
-                                             const std::string& /*host: not sent*/,
-                                             SspiStatus& status) {
+                                             const std::string& host, SspiStatus& status) {
   std::string error;
   const SecurityFunctionTableA* functions = securityFunctions(error);
   status = kSecPackageNotFound;
   if (functions == nullptr) return nullptr;
-  auto client = std::make_unique<SspiNtlmClient>(*functions);
+  auto client = std::make_unique<SspiNtlmClient>(*functions, "SMTP/" + host);
   status = client->acquire(credentials);
   if (status != kSecOk) return nullptr;
   return client;

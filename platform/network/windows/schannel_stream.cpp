@@ -203,6 +203,7 @@ class SchannelStream final : public SecureStream {
     const Certificate owner(remote);
     if (status != SEC_E_OK || remote == nullptr) return false;
     certificate = describeServerCertificate(*remote, host_);
+    certificate.endPointBinding = endPointBinding();
     return true;
   }
 
@@ -234,6 +235,19 @@ class SchannelStream final : public SecureStream {
     const SecBuffer* rest = input.find(SECBUFFER_EXTRA);
     extra = rest == nullptr ? 0 : rest->cbBuffer;
     return status;
+  }
+
+  // Empty where the system has none to give.
+  std::string endPointBinding() const {
+    SecPkgContext_Bindings native{};
+    const SECURITY_STATUS status = functions_.QueryContextAttributesA(
+        const_cast<CtxtHandle*>(&context_), SECPKG_ATTR_ENDPOINT_BINDINGS, &native);
+    if (status != SEC_E_OK || native.Bindings == nullptr) return {};
+    const SEC_CHANNEL_BINDINGS& bindings = *native.Bindings;
+    std::string data(reinterpret_cast<const char*>(&bindings) + bindings.dwApplicationDataOffset,
+                     bindings.cbApplicationDataLength);
+    functions_.FreeContextBuffer(native.Bindings);
+    return data;
   }
 
   SecurityStatus takeSizes() {

@@ -1,9 +1,16 @@
 #include "platform/network/linux/ntlm_challenge.h"
 
+#ifdef __SANITIZE_ADDRESS__
+#include <sanitizer/lsan_interface.h>
+#endif
+
 #include <string>
 #include <utility>
 
 #include <gtest/gtest.h>
+
+#include "platform/network/security_package.h"
+#include "platform/system/digest.h"
 
 namespace platform {
 namespace {
@@ -56,6 +63,29 @@ TEST(NtlmChallenge, HasItsLengthsAndOffsetsWithin) {
       {"time stamp of 6 bytes", with(kTargetInfo + 8, "\x06")},
   };
   for (const auto& [name, token] : broken) EXPECT_FALSE(isNtlmChallenge(token)) << name;
+}
+
+// As a server reads it that knows its own certificate: MS-NLMP section 2.2.2.1.
+TEST(NtlmClient, BindsTheLoginToConnectionAndService) {
+#ifdef __SANITIZE_ADDRESS__
+  const __lsan::ScopedDisabler leaksOfTheSystemsPackage;  // it never frees its digests
+#endif
+  const std::string binding = "tls-server-end-point:digest";
+  const auto digest = md5(std::string(16, '\0') + std::string("\x1B\0\0\0", 4) + binding);
+  const std::string attribute("\x0A\0\x10\0", 4);
+  for (const bool secure : {true, false}) {
+    SspiStatus status = kSecOk;
+    const auto client = createNtlmClient({"user", "secret", "D", secure ? binding : ""},
+                                         "mail.site.example", status);
+    if (status == kSecPackageNotFound) GTEST_SKIP() << "this system has no NTLM";
+    std::string token;
+    ASSERT_EQ(client->step("", token), kSecContinueNeeded);
+    ASSERT_EQ(client->step(challenge(), token), kSecOk);
+    const std::string wanted = attribute + std::string(digest.begin(), digest.end());
+    EXPECT_EQ(token.find(wanted) != token.npos, secure);
+    EXPECT_EQ(token.find(attribute) != token.npos, secure);
+    EXPECT_NE(token.find(std::string("s\0m\0t\0p\0/\0m\0a\0i\0l\0", 18)), token.npos);
+  }
 }
 
 }  // namespace
