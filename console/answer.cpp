@@ -13,11 +13,14 @@ void write(const std::string& text) {
   std::fwrite(text.data(), 1, text.size(), stdout);
 }
 
+// Whatever code page a program reads the answer in, it gets the characters that were meant.
+constexpr bool kAscii = true;
+
 // {"command": ..., "version": 1, MEMBERS, "ROWS": [...]}, two blanks a level and a row a line.
 std::string jsonObject(const Answer& answer) {
   JsonValue head = {{"command", answer.command}, {"version", kAnswerVersion}};
   head.update(answer.members);
-  std::string text = head.dump(2);
+  std::string text = head.dump(2, ' ', kAscii);
   text.erase(text.rfind("\n}"));
   if (!answer.table.columns.empty()) {
     text += ",\n  " + JsonValue(answer.rowsKey).dump() + ": " + answer.table.json();

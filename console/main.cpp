@@ -2,6 +2,7 @@
 #include <algorithm>
 #include <cstdio>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "console/command_line.h"
@@ -26,16 +27,15 @@ bool isCommand(const CLI::App& app, const std::string& name) {
 }
 
 // The exit status, as that of the command unless its output cannot be written.
-int afterOutput(int status) {
-  if (std::fflush(stdout) == 0 && std::ferror(stdout) == 0) return status;
-  return console::refuse("the output cannot be written");
+int afterOutput(platform::AnsiTerminal& terminal, int status) {
+  return terminal.finish() ? status : console::refuse("the output cannot be written");
 }
 
 }  // namespace
 
 int main(int argc, char** argv) {
   platform::hardenProcess();
-  const platform::AnsiTerminal terminal;
+  platform::AnsiTerminal terminal;
   CLI::App app("Warns domain users before their passwords expire; one pass now, or a demo.",
                "pwlapse");
   app.set_version_flag("--version", "pwlapse 6.2.0");
@@ -43,17 +43,19 @@ int main(int argc, char** argv) {
   console::Chosen chosen;
   for (const auto add : kCommands) add(app, chosen);
   const std::string help = " (see pwlapse --help)";
-  const std::string first = argc > 1 ? argv[1] : "";
+  std::vector<std::string> arguments = platform::commandLineArguments(argc, argv);
+  const std::string first = arguments.empty() ? "" : arguments.front();
   if (!first.empty() && first[0] != '-' && !isCommand(app, first)) {
     return console::refuse("there is no command \"" + first + "\"" + help);
   }
   try {
-    app.parse(argc, argv);
+    std::reverse(arguments.begin(), arguments.end());  // as it takes them
+    app.parse(std::move(arguments));
   } catch (const CLI::ParseError& error) {
     // --help and --version
-    if (error.get_exit_code() == 0) return afterOutput(app.exit(error));
+    if (error.get_exit_code() == 0) return afterOutput(terminal, app.exit(error));
     return console::refuse(error.what() + help);
   }
   if (!chosen) return console::refuse("a command is needed, such as \"run\"" + help);
-  return afterOutput(chosen());
+  return afterOutput(terminal, chosen());
 }

@@ -285,7 +285,7 @@ std::string Table::json() const {
   for (const auto& row : rows) {
     text += text.size() == 1 ? "\n    {" : ",\n    {";
     for (std::size_t i = 0; i < row.size(); ++i) {
-      text += (i == 0 ? "" : ", ") + members[i] + row[i].json().dump();
+      text += (i == 0 ? "" : ", ") + members[i] + row[i].json().dump(-1, ' ', true);  // ASCII
     }
     text += '}';
   }

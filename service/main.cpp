@@ -8,5 +8,5 @@ int main(int argc, char** argv) {
   const service::ServiceSystem system{platform::systemServiceControl(), platform::systemThreads(),
                                       platform::systemProcess(), platform::systemClock()};
   service::ExpirationWorker work;
-  return service::enterService({argv + (argc > 0 ? 1 : 0), argv + argc}, system, work);
+  return service::enterService(platform::commandLineArguments(argc, argv), system, work);
 }

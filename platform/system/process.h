@@ -4,6 +4,7 @@
 
 #include <cstdint>
 #include <string>
+#include <vector>
 
 #include "platform/system/win_error.h"
 
@@ -30,6 +31,11 @@ class Process {
 
 // Never destroyed.
 Process& systemProcess();
+
+// The arguments behind the program's name, in the ANSI code page; `argc` and `argv` are main's. A
+// character that the code page lacks becomes a "?", never a similar one: that could name another
+// account or file.
+std::vector<std::string> commandLineArguments(int argc, char** argv);
 
 // Called first in main. The memory of this process holds passwords: when it crashes, no copy of it
 // is left on a disk or sent anywhere, and no other program of the same user may look into it. On

@@ -98,6 +98,10 @@ Process& systemProcess() {
   return process;
 }
 
+std::vector<std::string> commandLineArguments(int argc, char** argv) {
+  return {argv + (argc > 0 ? 1 : 0), argv + argc};
+}
+
 void hardenProcess() {
   // The limit alone does not bind a handler that the system pipes cores to.
   ::prctl(PR_SET_DUMPABLE, 0, 0, 0, 0);

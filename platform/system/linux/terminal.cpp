@@ -34,5 +34,8 @@ void writeBytesAsTheyAre(std::FILE*) {}
 // Terminals are in UTF-8 here, too.
 AnsiTerminal::AnsiTerminal() = default;
 AnsiTerminal::~AnsiTerminal() = default;
+bool AnsiTerminal::finish() {
+  return std::fflush(stdout) == 0 && std::ferror(stdout) == 0;
+}
 
 }  // namespace platform

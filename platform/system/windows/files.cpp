@@ -278,12 +278,13 @@ bool setWorkingDirectory(const std::string& name) {
 }
 
 std::string absolutePath(const std::string& name) {
-  const DWORD needed = GetFullPathNameA(name.c_str(), 0, nullptr, nullptr);
-  std::string path(needed, '\0');
-  const DWORD length = GetFullPathNameA(name.c_str(), needed, path.data(), nullptr);
-  if (length == 0 || length >= needed) return name;
-  path.resize(length);
-  return path;
+  // Not GetFullPathNameA: of a current folder with a character that the code page lacks it makes a
+  // similar name, which is another folder's.
+  const std::wstring wide = toWide(ansiToUtf16(name));
+  const DWORD needed = GetFullPathNameW(wide.c_str(), 0, nullptr, nullptr);
+  std::wstring path(needed, L'\0');
+  const DWORD length = GetFullPathNameW(wide.c_str(), needed, path.data(), nullptr);
+  return length == 0 || length >= needed ? name : utf16ToAnsi(fromWide(path.c_str()));
 }
 
 std::filesystem::path pathOf(const std::string& name) {

@@ -3,6 +3,11 @@
 #include <windows.h>
 
 #include "platform/text/code_page.h"
+#include "platform/text/windows/wide_text.h"
+
+// Of the C run-time library; the headers lack it. Does not expand wildcards when that flag is 0.
+extern "C" int __wgetmainargs(int* count, wchar_t*** arguments, wchar_t*** environment,
+                              int expandWildcards, int* newHandlerMode);
 
 namespace platform {
 namespace {
@@ -45,6 +50,19 @@ class WindowsProcess final : public Process {
 Process& systemProcess() {
   static WindowsProcess process;
   return process;
+}
+
+// main's own arguments were converted with similar characters in place of those that the code page
+// lacks.
+std::vector<std::string> commandLineArguments(int /*argc*/, char** /*argv*/) {
+  int count = 0;
+  wchar_t** wide = nullptr;
+  wchar_t** environment = nullptr;
+  int newHandlerMode = 0;
+  std::vector<std::string> arguments;
+  if (__wgetmainargs(&count, &wide, &environment, 0, &newHandlerMode) != 0) return arguments;
+  for (int i = 1; i < count; ++i) arguments.push_back(utf16ToAnsi(fromWide(wide[i])));
+  return arguments;
 }
 
 void hardenProcess() {
