@@ -48,6 +48,11 @@ std::string quotedField(std::string_view text) {
   return '"' + quoted + '"';
 }
 
+std::string csvField(std::string text) {
+  if (text.find_first_of("=+-@\t\r") == 0) text.insert(0, "'");
+  return text.find_first_of(",\"\r\n") == std::string::npos ? text : quotedField(text);
+}
+
 std::string withoutLineBreaks(std::string_view text) {
   std::string out(text);
   std::erase_if(out, [](char c) { return c == '\n' || c == '\r' || c == '\0'; });

@@ -23,6 +23,9 @@ void appendWithCrLf(std::string_view text, std::string& out);
 // The text between quotation marks, those in it doubled: a field of a line of comma-separated
 // values (RFC 4180).
 std::string quotedField(std::string_view text);
+// The text as such a field, quoted where it must be. One that a spreadsheet would take for a
+// formula (it begins with '=', '+', '-', '@', a tab or a carriage return) gets a "'" in front.
+std::string csvField(std::string text);
 
 // A byte below 0x20, or DEL.
 bool isControl(char c);

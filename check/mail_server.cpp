@@ -6,6 +6,7 @@
 #include "mail/mime/kv_email.h"
 #include "mail/smtp/kv_mail_man.h"
 #include "notify/access_token.h"
+#include "notify/admin_report_mail.h"
 #include "notify/mail_settings.h"
 #include "platform/network/certificate.h"
 #include "platform/text/text_lines.h"
@@ -82,7 +83,9 @@ class MailServerCheck {
     const std::string sender = addressIn(site_.settings.emailFromAddress);
     if (!recipient(sender, "emailFromAddress", true)) return;
     if (site_.settings.emailAdminReports) {
-      recipient(addressIn(site_.settings.adminEmailAddress), "adminEmailAddress", false);
+      for (const std::string& one : notify::adminAddresses(site_.settings.adminEmailAddress)) {
+        if (!recipient(one, "adminEmailAddress", false)) break;
+      }
     }
     if (site_.settings.testEmailOnly) {
       recipient(addressIn(site_.settings.testEmailAddress), "testEmailAddress", false);

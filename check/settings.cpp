@@ -12,6 +12,7 @@
 #include "config/settings_table.h"
 #include "mail/mime/email_address.h"
 #include "notify/access_token.h"
+#include "notify/admin_report_mail.h"
 #include "platform/text/text_lines.h"
 
 namespace check {
@@ -103,7 +104,9 @@ void SettingsCheck::names() {
                       "write a number as dword:0000001e, a text in quotation marks");
         break;
       case SettingMistake::Kind::Unusable:
-        report_.fault(where, mistake.fault + ": it is not used", "write it as 02:30, say");
+        report_.fault(where, mistake.fault + ": it is not used",
+                      mistake.nearest.empty() ? "write one that is, or remove the value"
+                                              : "write " + mistake.nearest);
         break;
       case SettingMistake::Kind::TooLarge:
         report_.fault(where, mistake.fault, "give a number up to the limit; dword: is hexadecimal");
@@ -285,14 +288,12 @@ void SettingsCheck::sender() {
 
 void SettingsCheck::administrator() {
   const std::string& text = settings_.adminEmailAddress;
-  const auto addresses = kelvado::parseAddressList(platform::ansiToUtf8(text));
-  const bool several = addresses.size() > 1 || text.find(';') != std::string::npos;
-  if (!text.empty() && several) {
-    report_.fault(at("adminEmailAddress"), quoted(text) + " is more than one address",
-                  "name one; for several people, a distribution list");
-  } else if (!text.empty() && !looksLikeAddress(addresses.empty() ? "" : addresses[0].address)) {
-    report_.fault(at("adminEmailAddress"), quoted(text) + " is no address",
-                  "write one, such as administrator@example.com");
+  const std::vector<std::string> addresses = notify::adminAddresses(text);
+  const auto bad = std::find_if_not(addresses.begin(), addresses.end(), looksLikeAddress);
+  if (!text.empty() && (addresses.empty() || bad != addresses.end())) {
+    report_.fault(at("adminEmailAddress"),
+                  quoted(addresses.empty() ? text : platform::utf8ToAnsi(*bad)) + " is no address",
+                  "write one, such as administrator@example.com; a comma or semicolon between two");
   } else if (text.empty() && settings_.emailAdminReports) {
     report_.fault(at("adminEmailAddress"), "is missing, and emailAdminReports is set",
                   "name who is to get the report");

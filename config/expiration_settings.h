@@ -18,6 +18,11 @@ inline constexpr std::uint32_t kDefaultIntervalHours = 24;
 inline constexpr std::uint32_t kDefaultGiveUpAfter = 5;  // silent servers end a pass in minutes
 inline constexpr std::uint32_t kDefaultRetryDelay = 60;  // seconds
 
+// Which passes mail the report.
+inline constexpr const char* kReportAlways = "always";
+inline constexpr const char* kReportProblems = "problems";
+inline constexpr const char* kReportChanges = "changes";
+
 struct LengthPolicy {
   std::uint32_t minLength = 0;  // characters; 0: not in use
   std::uint32_t maxAge = 0;     // days
@@ -36,6 +41,8 @@ struct ExpirationSettings {
   std::uint32_t expirationLastRunDay = 0;  // day of month of the last warning mail; 0: none yet
   bool emailCustomMsgOnly = false;         // read, not consulted
   bool emailAdminReports = false;
+  std::string adminReportWhen;  // one of the words below, in any letter case
+  bool adminReportCsv = false;
   bool reportOnly = false;
   bool htmllog = false;
   bool limitEmails = false;

@@ -1,9 +1,11 @@
 #include "config/settings_check.h"
 
 #include <algorithm>
+#include <cstddef>
 #include <cstdint>
 #include <cstring>
 #include <optional>
+#include <string_view>
 #include <utility>
 
 #include "base/ascii.h"
@@ -126,6 +128,26 @@ void noteValue(platform::Registry& registry, const std::string& key, const Known
                    std::to_string(number) + " is more than " + std::to_string(setting.limit), ""});
 }
 
+// False, with the mistake's words, when a text is there that means nothing.
+bool isUsable(const Setting& setting, const std::string& value, SettingMistake& mistake) {
+  if (setting.type == SettingType::TimeOfDay) {
+    mistake.fault = '"' + value + "\" is no time of day (HH:MM)";
+    return value.empty() || base::secondOfDay(value);
+  }
+  std::vector<std::string> words;
+  std::string list;
+  for (std::string_view rest = setting.words; !rest.empty();) {
+    const std::size_t end = std::min(rest.find(' '), rest.size());
+    words.emplace_back(rest.substr(0, end));
+    if (base::equalsNoCase(value, words.back())) return true;
+    list += (list.empty() ? "" : ", ") + words.back();
+    rest.remove_prefix(std::min(end + 1, rest.size()));
+  }
+  mistake.fault = '"' + value + "\" is none of " + list;
+  mistake.nearest = base::nearestName(value, words);
+  return false;
+}
+
 }  // namespace
 
 std::string SettingMistake::text() const {
@@ -168,12 +190,12 @@ std::vector<SettingMistake> findSettingNotes(platform::Registry& registry) {
 std::vector<SettingMistake> findUnusableValues(platform::Registry& registry) {
   std::vector<SettingMistake> found;
   for (const Setting& setting : settingsTable()) {
-    if (setting.type != SettingType::TimeOfDay) continue;
+    if (setting.type != SettingType::TimeOfDay && setting.type != SettingType::Choice) continue;
     for (const std::string& key : settingKeys(setting.group)) {
-      const std::string value = readSettingText(registry, key, setting);
-      if (value.empty() || base::secondOfDay(value)) continue;
-      found.push_back(
-          {Kind::Unusable, key, setting.name, '"' + value + "\" is no time of day (HH:MM)", ""});
+      SettingMistake mistake{Kind::Unusable, key, setting.name, "", ""};
+      if (!isUsable(setting, readSettingText(registry, key, setting), mistake)) {
+        found.push_back(std::move(mistake));
+      }
     }
   }
   return found;

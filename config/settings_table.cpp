@@ -41,6 +41,12 @@ constexpr Setting text(SettingGroup group, const char* name, SettingField field,
   return {group, name, SettingType::Text, field, fallback, 0, limit, "", help, 1, loaders};
 }
 
+constexpr Setting choice(const char* name, SettingField field, const char* words,
+                         const char* fallback, const char* help) {
+  return {Expiration, name, SettingType::Choice, field, fallback, 0, kTextBytes, "",
+          help,       1,    kAllLoaders,         words};
+}
+
 constexpr Setting flag(SettingGroup group, const char* name, SettingField field, const char* help,
                        unsigned loaders = kAllLoaders) {
   return {group, name, SettingType::Flag, field, "", 0, 0, "", help, 1, loaders};
@@ -112,8 +118,12 @@ const Setting kSettings[] = {
          "body of the warning when there is no template; a backslash is a line break"),
     flag(Expiration, "emailCustomMsgOnly", &E::emailCustomMsgOnly, "read, and not used"),
     text(Expiration, "adminEmailAddress", &E::adminEmailAddress, kTextBytes, "",
-         "who gets the report: one address"),
+         "who gets the report: addresses, separated by commas or semicolons"),
     flag(Expiration, "emailAdminReports", &E::emailAdminReports, "mail the report"),
+    choice("adminReportWhen", &E::adminReportWhen, "always problems changes", kReportAlways,
+           "which passes mail it: `always`; only those with `problems`; or `changes`: those that "
+           "mailed or expired somebody, too"),
+    flag(Expiration, "adminReportCsv", &E::adminReportCsv, "attach its rows as a CSV file"),
     flag(Expiration, "htmllog", &E::htmllog,
          "write the report to `logfiles\\Norvyn-expiration-report.html`"),
     flag(Expiration, "runningLogs", &E::runningLogs, "read, and not used"),

@@ -29,6 +29,7 @@ enum class SettingGroup {
 enum class SettingType {
   Text,
   TimeOfDay,       // a text, "HH:MM"
+  Choice,          // a text, one of some words; letter case does not count
   Flag,            // a number; any but 0 means 1
   Number,          // 0 means the default
   SignedNumber,    // the same
@@ -59,7 +60,7 @@ enum SettingLoaders : unsigned {
 
 // Whether values of that type are texts.
 constexpr bool isText(SettingType type) {
-  return type == SettingType::Text || type == SettingType::TimeOfDay;
+  return type == SettingType::Text || type == SettingType::TimeOfDay || type == SettingType::Choice;
 }
 
 struct Setting {
@@ -75,6 +76,7 @@ struct Setting {
   const char* help = "";  // one line, in Markdown
   int count = 1;          // above 1: so many values, "NAME1" and on
   unsigned loaders = kAllLoaders;
+  const char* words = "";  // of a choice, a blank between two
 };
 
 // In the order in which the values of a policy are read.

@@ -122,7 +122,10 @@ int previewCommand(const PreviewOptions& options) {
   const bool report = options.report;
   if (report != options.user.empty()) return refuse("preview: either USER or --report is needed");
   SiteOptions site = options.question.site;
-  if (report) site.settings.emplace_back("emailAdminReports=1");  // it is asked for
+  if (report) {  // it is asked for
+    site.settings.emplace_back("emailAdminReports=1");
+    site.settings.emplace_back("adminReportWhen=always");
+  }
   const auto named = [](const std::string& file) {
     return file.empty() ? file : platform::absolutePath(file);
   };

@@ -257,10 +257,7 @@ std::string Value::csv() const {
   if (const auto* truth = std::get_if<bool>(&content_)) return *truth ? "1" : "0";
   const auto* text = std::get_if<std::string>(&content_);
   if (text == nullptr) return isNothing() ? "" : this->text();
-  std::string field = platform::ansiToUtf8(*text);
-  if (field.find_first_of("=+-@\t\r") == 0) field.insert(0, "'");
-  if (field.find_first_of(",\"\r\n") == std::string::npos) return field;
-  return base::quotedField(field);
+  return base::csvField(platform::ansiToUtf8(*text));
 }
 
 std::string Table::text(const TextStyle& style) const {

@@ -53,8 +53,7 @@ class Value {
   // In the ANSI code page, control characters replaced; a truth is "yes" or "no", nothing "-".
   std::string text() const;
   JsonValue json() const;  // nothing is null
-  // A field of CSV (RFC 4180). A text that a spreadsheet would take for a formula (it begins with
-  // '=', '+', '-', '@', a tab or a carriage return) gets a "'" in front; a truth is 1 or 0.
+  // A field of CSV (RFC 4180) as base::csvField makes it; a truth is 1 or 0.
   std::string csv() const;
 
  private:

@@ -4,16 +4,30 @@
 #include <string_view>
 
 #include "config/pass_files.h"
+#include "mail/mime/email_address.h"
 #include "mail/mime/kv_email.h"
 #include "notify/report_logo.h"
+#include "platform/text/text_lines.h"
 
 namespace notify {
 
 namespace {
 
+constexpr const char* kCsvName = "Norvyn-expiration-report.csv";
+
+// The same with commas only. In a quoted name a semicolon is one.
+std::string withCommas(std::string list) {
+  bool quoted = false;
+  for (char& c : list) {
+    if (c == '"') quoted = !quoted;
+    if (c == ';' && !quoted) c = ',';
+  }
+  return list;
+}
+
 // Empty, or why it cannot be composed.
 std::string composeAdminReport(kelvado::KvEmail& email, const config::ExpirationSettings& settings,
-                               const std::string& mailReport, PassMode mode) {
+                               const RunReport& report, PassMode mode) {
   // The name on the right is the one the report's <img> asks for.
   constexpr const char* kNameInReport = "images/logo.gif";
   if (mode == PassMode::Dry) {
@@ -23,21 +37,48 @@ std::string composeAdminReport(kelvado::KvEmail& email, const config::Expiration
     std::printf("%s\n", email.LastErrorText());
     return std::string(config::kLogoFile) + " cannot be read";
   }
-  const std::string& address = settings.adminEmailAddress;
   email.AddHeaderField("X-Priority", "1");
   email.put_From(settings.emailFromAddress.c_str());
-  email.AddTo(address.c_str(), address.c_str());
+  email.put_Utf8(true);
+  for (const std::string& address : adminAddresses(settings.adminEmailAddress)) {
+    email.AddTo(address.c_str(), address.c_str());
+  }
+  email.put_Utf8(false);
   email.put_Subject("Norvyn Password Expiration Report");
-  email.SetHtmlBody(mailReport.c_str());
+  email.SetHtmlBody(report.mailReport().c_str());
+  if (!report.csv().empty()) {
+    email.AddDataAttachment(kCsvName, report.csv().data(), report.csv().size());
+  }
   return "";
 }
 
 }  // namespace
 
-MailOutcome sendAdminReport(const config::ExpirationSettings& settings,
-                            const std::string& mailReport, PassMode mode, Mailer& mailer) {
+std::vector<std::string> adminAddresses(const std::string& setting) {
+  const std::string text = platform::ansiToUtf8(setting);
+  if (kelvado::isSendableAddress(text)) return {text};
+  std::vector<std::string> addresses;
+  for (const kelvado::EmailAddress& one : kelvado::parseAddressList(withCommas(text))) {
+    addresses.push_back(one.address);
+  }
+  return addresses;
+}
+
+std::vector<std::string> findAdminAddressProblems(const config::ExpirationSettings& settings) {
+  const std::vector<std::string> addresses = adminAddresses(settings.adminEmailAddress);
+  std::vector<std::string> problems;
+  for (const std::string& address : addresses) {
+    if (addresses.size() == 1 || kelvado::isSendableAddress(address)) continue;
+    problems.push_back("adminEmailAddress: \"" + platform::utf8ToAnsi(address) +
+                       "\" is no address, and gets no report");
+  }
+  return problems;
+}
+
+MailOutcome sendAdminReport(const config::ExpirationSettings& settings, const RunReport& report,
+                            PassMode mode, Mailer& mailer) {
   kelvado::KvEmail email;
-  const std::string problem = composeAdminReport(email, settings, mailReport, mode);
+  const std::string problem = composeAdminReport(email, settings, report, mode);
   if (!problem.empty()) return {MailResult::RefusedForGood, problem};
   return mailer.sendReport(email, settings.adminEmailAddress);
 }

@@ -1,17 +1,28 @@
-// Mails the report to the administrator, logo embedded. Used by the pass only.
+// Mails the report to the administrators, logo embedded. Used by the pass; the addresses by the
+// check of the settings, too.
 #pragma once
 
 #include <string>
+#include <vector>
 
 #include "config/expiration_settings.h"
 #include "notify/mailer.h"
 #include "notify/pass_mode.h"
+#include "notify/run_report.h"
 
 namespace notify {
 
-// Blocks for as long as the mail server takes. The logo is the file that a run makes; in a dry run,
-// which makes none, the one in the program. A send that failed leaves kMailErrorFile.
-MailOutcome sendAdminReport(const config::ExpirationSettings& settings,
-                            const std::string& mailReport, PassMode mode, Mailer& mailer);
+// The addresses of adminEmailAddress (ANSI), in UTF-8; there may be ones among them that no mail
+// can be sent to.
+std::vector<std::string> adminAddresses(const std::string& setting);
+
+// What is wrong with one of several addresses, in the ANSI code page: it gets no report.
+std::vector<std::string> findAdminAddressProblems(const config::ExpirationSettings& settings);
+
+// One mail to all of them. Blocks for as long as the mail server takes. The logo is the file that a
+// run makes; in a dry run, which makes none, the one in the program. A send that failed leaves
+// kMailErrorFile. `report` is finished.
+MailOutcome sendAdminReport(const config::ExpirationSettings& settings, const RunReport& report,
+                            PassMode mode, Mailer& mailer);
 
 }  // namespace notify

@@ -2,6 +2,7 @@
 #pragma once
 
 #include <string>
+#include <vector>
 
 namespace notify {
 
@@ -18,6 +19,8 @@ struct MailOutcome {
   std::string reason;           // when it was not sent: one line, in the ANSI code page, no secret
   bool concernsServer = false;  // the reason is not about this mail
   bool mayRetry = false;        // the same mail may be taken later
+  // Of a mail that was sent: the recipients that the server refused, in the ANSI code page.
+  std::vector<std::string> refused{};
 
   bool sent() const { return result == MailResult::Sent; }
 };

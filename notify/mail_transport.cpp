@@ -1,6 +1,7 @@
 #include "notify/mail_transport.h"
 
 #include <string>
+#include <vector>
 
 #include "base/html.h"
 #include "notify/access_token.h"
@@ -33,6 +34,8 @@ class SmtpTransport : public MailTransport {
         failure.step == SmtpStep::Login && failure.replyCode == kCredentialsInvalid;
     return refused && token_.renew() && setToken() && mailMan_.SendEmail(email);
   }
+
+  std::vector<std::string> refused() override { return mailMan_.GetBadEmailAddresses(); }
 
   SmtpFailure failure() override {
     if (tokenProblem_.empty()) return mailMan_.get_LastFailure();

@@ -5,6 +5,7 @@
 #include <functional>
 #include <memory>
 #include <string>
+#include <vector>
 
 #include "config/expiration_settings.h"
 #include "mail/mime/kv_email.h"
@@ -17,6 +18,8 @@ class MailTransport {
   virtual ~MailTransport() = default;
   // True when the server took the mail. May block for as long as the mail library does.
   virtual bool send(kelvado::KvEmail& email) = 0;
+  // The recipients that the server refused of the last mail, in UTF-8. The others got it.
+  virtual std::vector<std::string> refused() { return {}; }
   // Why the last send failed.
   virtual kelvado::SmtpFailure failure() = 0;
   // The record of the last send for kMailErrorFile: XML in UTF-8.

@@ -76,7 +76,13 @@ MailOutcome Mailer::sendWarning(kelvado::KvEmail& email, const std::string& reci
 }
 
 MailOutcome Mailer::sendReport(kelvado::KvEmail& email, const std::string& recipient) {
-  return send(email, recipient);
+  MailOutcome outcome = send(email, recipient);
+  if (outcome.sent()) {
+    for (const std::string& address : transport_->refused()) {
+      outcome.refused.push_back(platform::utf8ToAnsi(address));
+    }
+  }
+  return outcome;
 }
 
 MailOutcome Mailer::send(kelvado::KvEmail& email, const std::string& recipient) {

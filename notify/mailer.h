@@ -26,7 +26,7 @@ class Mailer {
   // A user's mail. Not tried when the server has been given up. `recipient` is for kMailErrorFile,
   // which a failure leaves.
   MailOutcome sendWarning(kelvado::KvEmail& email, const std::string& recipient);
-  // The administrator's, which is tried in any case.
+  // The administrators', which is tried in any case. Sent when the server took it for one of them.
   MailOutcome sendReport(kelvado::KvEmail& email, const std::string& recipient);
 
   // So many failures in a row to reach the server as the settings allow.

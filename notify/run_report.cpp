@@ -4,12 +4,14 @@
 #include <cstddef>
 
 #include "base/format_text.h"
+#include "base/text.h"
 #include "base/timestamp.h"
 #include "directory/password_expiry.h"
 #include "mail/mime/base64.h"
 #include "notify/html_text.h"
 #include "notify/report_logo.h"
 #include "platform/system/files.h"
+#include "platform/text/text_lines.h"
 
 namespace notify {
 namespace {
@@ -28,6 +30,11 @@ constexpr const char* kHead =
     "td{font-family:Arial,Helvetica,sans-serif;font-size:8pt;font-weight:100;"
     "padding:2px 2px 2px 2px;background-color:#F5F5F5; text-align:center;}\n"
     "</style></head>";
+
+// Behind the mark of UTF-8. The words are those of `pwlapse list --format csv`.
+constexpr const char* kCsvHeading =
+    "\xEF\xBB\xBF"
+    "user,address,emailWarnings,age,maximumAge,daysLeft,emailed,status\r\n";
 
 constexpr const char* kDryHeading =
     "<h3>A dry run: what a pass would do now. Nobody was mailed, no password was expired.</h3>\n";
@@ -88,6 +95,10 @@ std::string rowStart(const UserRecord& user) {
          "</td>";
 }
 
+std::string emailedWords(const UserRecord& user, PassMode mode) {
+  return mode == PassMode::Dry && user.emailedText == "yes" ? "would be" : user.emailedText;
+}
+
 const char* statusText(Expiry expiry) {
   switch (expiry) {
     case Expiry::OnlyReported:
@@ -141,72 +152,94 @@ void RunReport::start(const config::ExpirationSettings& settings, std::uint32_t 
   fileReport_ = mailReport_ + "<body><img src=" + logo + ">\n";
   mailReport_ += "<body><img src=images/logo.gif>\n";
 
-  upcoming_ = kUpcomingOpening;
-  expired_ = settings.reportOnly || dry ? kWouldExpireHeading : kExpiredHeading;
-  expired_ += kExpiredOpening;
+  upcoming_.html = kUpcomingOpening;
+  expired_.html = settings.reportOnly || dry ? kWouldExpireHeading : kExpiredHeading;
+  expired_.html += kExpiredOpening;
+  wantsCsv_ = settings.emailAdminReports && settings.adminReportCsv;
 }
 
-std::string RunReport::upcomingRow(const UserRecord& user) const {
-  const bool wouldBe = mode_ == PassMode::Dry && user.emailedText == "yes";
-  return rowStart(user) +
-         base::formatText("<td>%i</td><td>%i</td><td>%i</td><td>%i</td><td>%s</td></tr>\n",
-                          static_cast<int>(user.emailWarnings), static_cast<int>(user.age),
-                          user.maxAge, user.daysLeft(),
-                          wouldBe ? "would be" : user.emailedText.c_str());
+std::string RunReport::csvRow(const UserRecord& user, const std::string& emailed,
+                              const char* status) const {
+  if (!wantsCsv_) return {};
+  const auto field = [](const std::string& ansi) {
+    return base::csvField(platform::ansiToUtf8(ansi));
+  };
+  return field(user.username) + ',' + field(user.data.email) +
+         base::formatText(",%i,%i,%i,%i,", static_cast<int>(user.emailWarnings),
+                          static_cast<int>(user.age), user.maxAge, user.daysLeft()) +
+         field(emailed) + ',' + status + "\r\n";
 }
 
-std::string RunReport::expiredRow(const UserRecord& user) const {
+RunReport::Rows RunReport::upcomingRow(const UserRecord& user) const {
+  const std::string emailed = emailedWords(user, mode_);
+  return {rowStart(user) +
+              base::formatText("<td>%i</td><td>%i</td><td>%i</td><td>%i</td><td>%s</td></tr>\n",
+                               static_cast<int>(user.emailWarnings), static_cast<int>(user.age),
+                               user.maxAge, user.daysLeft(), emailed.c_str()),
+          csvRow(user, emailed, "")};
+}
+
+RunReport::Rows RunReport::expiredRow(const UserRecord& user) const {
   const bool wouldBe = mode_ == PassMode::Dry && user.expiry == Expiry::Forced;
-  return rowStart(user) +
-         base::formatText("<td>%i</td><td>%i</td><td><font color=#FF0000>%s</font></td></tr>\n",
-                          static_cast<int>(user.age), user.maxAge,
-                          wouldBe ? "PASSWORD WOULD BE EXPIRED" : statusText(user.expiry));
+  const char* status = wouldBe ? "PASSWORD WOULD BE EXPIRED" : statusText(user.expiry);
+  return {
+      rowStart(user) +
+          base::formatText("<td>%i</td><td>%i</td><td><font color=#FF0000>%s</font></td></tr>\n",
+                           static_cast<int>(user.age), user.maxAge, status),
+      csvRow(user, emailedWords(user, mode_), status)};
 }
 
 void RunReport::addUpcoming(const UserRecord& user) {
-  upcoming_ += upcomingRow(user);
+  const Rows row = upcomingRow(user);
+  upcoming_.html += row.html;
+  upcoming_.csv += row.csv;
 }
 
 void RunReport::addExpired(const UserRecord& user) {
   anyExpired_ = true;
-  expired_ += expiredRow(user);
+  const Rows row = expiredRow(user);
+  expired_.html += row.html;
+  expired_.csv += row.csv;
 }
 
 RunReport::Row RunReport::hold(Table table) {
-  held_.push_back({table, section(table).size(), {}});
+  held_.push_back({table, {}, section(table).html.size(), section(table).csv.size()});
   return held_.size() - 1;
 }
 
 void RunReport::fill(Row row, const UserRecord& user) {
   HeldRow& held = held_[row];
-  held.text = held.table == Table::Upcoming ? upcomingRow(user) : expiredRow(user);
+  held.row = held.table == Table::Upcoming ? upcomingRow(user) : expiredRow(user);
   if (held.table == Table::Expired) anyExpired_ = true;
 }
 
-void RunReport::insertHeldRows(Table table) {
-  std::string& rows = section(table);
+void RunReport::insertHeldRows(Table table, std::string Rows::*form, std::size_t HeldRow::*at) {
+  std::string& rows = section(table).*form;
   std::string whole;
   std::size_t from = 0;
   for (const HeldRow& held : held_) {
     if (held.table != table) continue;
-    whole.append(rows, from, held.at - from).append(held.text);
-    from = held.at;
+    whole.append(rows, from, held.*at - from).append(held.row.*form);
+    from = held.*at;
   }
   rows = whole.append(rows, from);
 }
 
 void RunReport::finish(const config::FindingLines& problems) {
   if (!held_.empty()) {
-    insertHeldRows(Table::Upcoming);
-    insertHeldRows(Table::Expired);
+    for (const Table table : {Table::Upcoming, Table::Expired}) {
+      insertHeldRows(table, &Rows::html, &HeldRow::htmlAt);
+      insertHeldRows(table, &Rows::csv, &HeldRow::csvAt);
+    }
   }
-  for (std::string* section : {&upcoming_, &expired_, &settings_}) *section += "</table>";
+  for (std::string* section : {&upcoming_.html, &expired_.html, &settings_}) *section += "</table>";
+  if (wantsCsv_) csv_ = kCsvHeading + upcoming_.csv + expired_.csv;
   appendSections(mailReport_, problems);
 }
 
 void RunReport::appendSections(std::string& report, const config::FindingLines& problems) const {
-  report += settings_ + "<br>" + upcoming_ + "<br>";
-  if (anyExpired_) report += expired_;
+  report += settings_ + "<br>" + upcoming_.html + "<br>";
+  if (anyExpired_) report += expired_.html;
   report += problemsSection(problems);
   report += "</body></html>";
 }

@@ -43,30 +43,42 @@ class RunReport {
   // row, the section of problems when there is none.
   void finish(const config::FindingLines& problems);
   const std::string& mailReport() const { return mailReport_; }
+  // The rows of both tables with adminReportCsv, else empty: RFC 4180, in UTF-8 with the mark by
+  // which spreadsheets know it.
+  const std::string& csv() const { return csv_; }
   // Assembles the file report and writes it: to kReportFile, beside which is the logo, or in a dry
   // pass to any file, with the logo in it. False when it could not be written.
   bool writeFileReport(const config::FindingLines& problems,
                        const std::string& file = config::kReportFile);
 
  private:
-  std::string upcomingRow(const UserRecord& user) const;
-  std::string expiredRow(const UserRecord& user) const;
+  // Of a table, or one of them, in both forms; `csv` is empty unless it is wanted.
+  struct Rows {
+    std::string html;
+    std::string csv;
+  };
   struct HeldRow {
     Table table;
-    std::size_t at;  // where in the table's section
-    std::string text;
+    Rows row;
+    std::size_t htmlAt;  // where in the table's section
+    std::size_t csvAt;
   };
 
-  std::string& section(Table table) { return table == Table::Upcoming ? upcoming_ : expired_; }
-  void insertHeldRows(Table table);
+  Rows upcomingRow(const UserRecord& user) const;
+  Rows expiredRow(const UserRecord& user) const;
+  std::string csvRow(const UserRecord& user, const std::string& emailed, const char* status) const;
+  Rows& section(Table table) { return table == Table::Upcoming ? upcoming_ : expired_; }
+  void insertHeldRows(Table table, std::string Rows::*form, std::size_t HeldRow::*at);
   void appendSections(std::string& report, const config::FindingLines& problems) const;
 
   PassMode mode_;
   std::string mailReport_;
   std::string fileReport_;
   std::string settings_;
-  std::string upcoming_;
-  std::string expired_;
+  Rows upcoming_;
+  Rows expired_;
+  bool wantsCsv_ = false;
+  std::string csv_;
   std::vector<HeldRow> held_;  // in the order of their places
   bool anyExpired_ = false;
 };

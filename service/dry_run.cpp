@@ -73,6 +73,7 @@ PassRecord makeDryRun(const platform::Host& host, PassObserver* observer,
   context.mode = notify::PassMode::Dry;
   context.reportFile = options.reportFile;
   context.onlyUser = options.onlyUser;
+  context.mailsReport = static_cast<bool>(options.transport);
   context.makeTransport = options.transport;
   if (!context.makeTransport) {
     context.makeTransport = [](const config::ExpirationSettings&) {

@@ -17,7 +17,8 @@ struct DryRunOptions {
   // A logon name: only this user is examined, and the directory need not be read for others. What
   // depends on the number of users (maxExpirations) is then not what a pass would do.
   std::string onlyUser;
-  // Gets the mails that would be sent; empty: nobody does. It must take each of them.
+  // Gets the mails that would be sent, the report at the end; empty: nobody does, and the report's
+  // is not composed. It must take each of them.
   notify::MailTransportMaker transport;
 };
 

@@ -4,6 +4,7 @@
 #include <cstdlib>
 #include <utility>
 
+#include "base/ascii.h"
 #include "base/format_text.h"
 #include "base/timestamp.h"
 #include "config/editions.h"
@@ -141,6 +142,11 @@ void Pass::checkSettings() {
   }
   for (const std::string& problem : notify::findTokenProblems(pass_.settings)) {
     findings_.problem(problem, Cause::Settings);
+  }
+  if (pass_.settings.emailAdminReports) {
+    for (const std::string& problem : notify::findAdminAddressProblems(pass_.settings)) {
+      findings_.problem(problem);
+    }
   }
   for (const config::SettingMistake& unusable : config::findUnusableValues(run_.host.registry)) {
     findings_.problem(unusable.text() + ": it is not used", Cause::Settings);
@@ -393,8 +399,7 @@ bool Pass::isToStop() {
 // Tried again only when it was refused for now: a server that does not answer has had its time.
 notify::MailOutcome Pass::mailReport() {
   const auto mail = [this] {
-    return notify::sendAdminReport(pass_.settings, pass_.report.mailReport(), run_.mode,
-                                   *pass_.mailer);
+    return notify::sendAdminReport(pass_.settings, pass_.report, run_.mode, *pass_.mailer);
   };
   notify::MailOutcome outcome = mail();
   std::uint64_t delayMs = std::uint64_t{pass_.settings.smtpRetryDelay} * 1000;
@@ -407,17 +412,32 @@ notify::MailOutcome Pass::mailReport() {
   return outcome;
 }
 
+// By adminReportWhen; a word that it does not know counts as "always".
+bool Pass::wantsReportMailed() const {
+  const std::string& when = pass_.settings.adminReportWhen;
+  const bool changes = base::equalsNoCase(when, config::kReportChanges);
+  if (!pass_.settings.emailAdminReports || !run_.mailsReport) return false;
+  if (!changes && !base::equalsNoCase(when, config::kReportProblems)) return true;
+  if (!pass_.record.allWell()) return true;
+  const std::uint64_t forced = pass_.record.counts[static_cast<std::size_t>(Outcome::Expired)];
+  return changes && (pass_.record.mailsSent != 0 || forced != 0);
+}
+
 void Pass::finishReport() {
   if (pass_.record.mailsFailed != 0 || testEmailFailed_) {
     findings_.note("what the mail server said to the last mail that failed is in " +
                    std::string(config::kMailErrorFile));
   }
   pass_.report.finish(findings_.problems());
-  if (pass_.settings.emailAdminReports && run_.mode == notify::PassMode::Live) {
+  if (wantsReportMailed()) {
     const notify::MailOutcome outcome = mailReport();
     if (!outcome.sent()) {
       findings_.problem("the report was not mailed to the administrator: " + outcome.reason,
                         causeOf(outcome));
+    }
+    for (const std::string& address : outcome.refused) {
+      findings_.problem("the report was not mailed to " + address +
+                        ": the mail server does not take this recipient");
     }
   }
   const bool writesFile =

@@ -38,6 +38,7 @@ struct RunContext {
   // How mails leave; empty: over the mail library.
   notify::MailTransportMaker makeTransport{};
   notify::PassMode mode = notify::PassMode::Live;
+  bool mailsReport = true;  // where the settings say so
   // Where the report is written: in a dry pass whatever the settings say, unless this is empty.
   std::string reportFile = config::kReportFile;
   // Of the lists only this logon name is examined; empty: all.
@@ -75,6 +76,7 @@ class Pass {
   void countUser(const notify::UserRecord& user, const std::string& listName);
   bool stopRequested() const { return run_.stopRequested && run_.stopRequested(); }
   bool isToStop();
+  bool wantsReportMailed() const;
   void finishReport();
   notify::MailOutcome mailReport();
 

@@ -15,7 +15,7 @@ std::string typeText(const Setting& setting) {
   constexpr std::uint32_t kUsualBytes = 127;
   if (setting.type == SettingType::Flag) return "flag";
   if (setting.type == SettingType::TimeOfDay) return "time, HH:MM";
-  if (setting.type == SettingType::Text) {
+  if (isText(setting.type)) {
     if (setting.limit == kUsualBytes) return "text";
     return "text, at most " + std::to_string(setting.limit) + " bytes";
   }
