@@ -13,6 +13,7 @@ import dataclasses
 import email
 import email.message
 import email.policy
+import imaplib
 import os
 import pwd
 import shlex
@@ -70,8 +71,21 @@ class PostfixMail(Rig):
         server has nothing left to deliver: what it has accepted is in its queue, or delivered."""
         wait_until(lambda: not self._delivering(),
                    lambda: "mail is not delivered:\n" + self._log("mail.log"))
-        mails = [self._read(file) for file in (self.folder / "mail/new").glob("*")]
+        mails = [self._read(file.read_bytes()) for file in (self.folder / "mail/new").glob("*")]
         return sorted(mails, key=lambda mail: (mail.recipient, mail.raw))
+
+    def over_imap(self):
+        """The same mails as an IMAP server hands them out."""
+        self.delivered()
+        settings = self.folder / "imap.conf"
+        settings.write_text(f"ssl = no\nmail_uid = nobody\nmail_gid = nogroup\nfirst_valid_uid = 0\n"
+                            f"base_dir = {self.folder}/imap\nlog_path = {self.folder}/imap.log\n"
+                            f"mail_location = maildir:{self.folder}/mail\n")
+        with imaplib.IMAP4_stream(f"exec env USER=root HOME={self.folder} doveadm -c {settings} exec imap"
+                                  " 2>/dev/null") as box:
+            box.select("INBOX", readonly=True)
+            numbers = box.search(None, "ALL")[1][0].decode().split()
+            return [self._read(box.fetch(number, "(BODY.PEEK[])")[1][0][1]) for number in numbers]
 
     def _log(self, name):
         file = self.folder / name
@@ -109,8 +123,7 @@ class PostfixMail(Rig):
                    for file in (self.folder / "queue" / name).rglob("*"))
 
     @staticmethod
-    def _read(file):
-        raw = file.read_bytes()
+    def _read(raw):
         message = email.message_from_bytes(raw, policy=email.policy.default)
         return DeliveredMail(str(message["Delivered-To"]),
                              str(message["Return-Path"]).strip("<>"), message, raw)

@@ -79,6 +79,7 @@ class User:
     surname: str = ""
     flags: int = 0x200  # userAccountControl
     cant_change: bool = False
+    manager: str = ""  # distinguished name
     expires: int | str = ""  # msDS-UserPasswordExpiryTimeComputed, in a file; a server computes it
 
     def dn(self, base):
@@ -94,7 +95,7 @@ class User:
         return ldif_record(
             dn=self.dn(base), objectClass="computer" if self.name.endswith("$") else "user",
             sAMAccountName=self.name, userAccountControl=self.flags, mail=self.mail,
-            givenName=self.given_name, sn=self.surname,
+            givenName=self.given_name, sn=self.surname, manager=self.manager,
             nTSecurityDescriptor=deny_change if self.cant_change else "", **more)
 
 
