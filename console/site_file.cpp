@@ -59,7 +59,8 @@ std::string siteFileText(const SiteProposal& site) {
              "emailCustomMsg",
              "Dear <%firstName%> <%lastName%>,\\your password expires in <%daysUntilExpiration%> "
              "day(s).\\To change it, press Ctrl+Alt+Del and choose \"Change a password\".");
-  file.words("who gets the report: addresses, with commas", "adminEmailAddress", site.administrator);
+  file.words("who gets the report: addresses, with commas", "adminEmailAddress",
+             site.administrator);
   file.number("1: the report is mailed", "emailAdminReports", site.administrator.empty() ? 0 : 1);
   file.number("1: the report is kept as a file, too", "htmllog", 1);
   file.number("days before the end at which warnings begin", "warningThreshold", first);
