@@ -8,6 +8,7 @@ rem there before then works as before), 2 for arguments that it does not know.
 setlocal
 set "service=NRVPasswordExpiration"
 set "key=HKLM\SYSTEM\CurrentControlSet\Services\%service%"
+set "source=HKLM\SYSTEM\CurrentControlSet\Services\EventLog\Application\%service%"
 set "target=%SystemRoot%\pwlapse"
 set "work=%SystemRoot%\System32"
 if "%~1"=="" goto install
@@ -58,6 +59,9 @@ call :swap pwLapseSvc
 if errorlevel 1 goto notreplaced
 call :swap pwlapse
 if errorlevel 1 goto notreplaced
+rem As pwLapseSvc -install does it; a service of before may lack it.
+reg add "%source%" /v EventMessageFile /t REG_SZ /d "%target%\pwLapseSvc.exe" /f >nul
+reg add "%source%" /v TypesSupported /t REG_DWORD /d 7 /f >nul
 if "%state%"=="stopped" goto done
 if "%state%"=="absent" "%target%\pwLapseSvc.exe" -install
 if "%state%"=="absent" goto verify

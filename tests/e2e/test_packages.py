@@ -2,32 +2,42 @@
 its own, the zip into a Windows of its own."""
 import os
 import pathlib
+import shutil
 import subprocess
 import tempfile
 import unittest
+import uuid
 import zipfile
 
+import site_files
 import wine_prefix
-from rig import RELEASE, WINDOWS, run, wait_until
+from postfix_mail import PostfixMail
+from rig import RELEASE, ROOT, WINDOWS, run, wait_until
 
 UNIT = "NRVPasswordExpiration.service"
-SERVICE_KEY = r"HKLM\System\CurrentControlSet\Services\NRVPasswordExpiration"
+SERVICE = "NRVPasswordExpiration"
+SERVICE_KEY = rf"HKLM\System\CurrentControlSet\Services\{SERVICE}"
 SETTINGS_KEY = r"HKLM\Software\Policies\Kadro\PwsentryProMPE\PWExpiration"
 
 
-class PackageTest(unittest.TestCase):
+# What the removal of the MSI leaves, as docs/windows.md says, beside the logs: what passes have written, a
+# file that somebody put to the programs, and the keys that -install has made or closed.
+LEFT_FILES = {"pwsentry_pro_domain_users.txt", "pwsentry_pro_domain_users.txt.lock", "norvyn-report-logo.gif",
+              "own.txt"}
+LEFT_KEYS = {r"[HKEY_LOCAL_MACHINE\Software\Kadro]", r"[HKEY_LOCAL_MACHINE\Software\Kadro\PwsentryPro]"}
+
+
+class DebianPackageTest(unittest.TestCase):
     def setUp(self):
         self.folder = pathlib.Path(self.enterContext(tempfile.TemporaryDirectory()))
 
-    def package(self, build, pattern):
-        run("cpack", "--config", build / "CPackConfig.cmake", "-B", self.folder / "cpack")
-        [package] = (self.folder / "cpack").glob(pattern)
+    def package(self):
+        run("cpack", "--config", RELEASE / "CPackConfig.cmake", "-B", self.folder / "cpack")
+        [package] = (self.folder / "cpack").glob("*.deb")
         return package
 
-
-class DebianPackageTest(PackageTest):
     def test_installs_and_purges(self):
-        package = self.package(RELEASE, "*.deb")
+        package = self.package()
         self.assertRegex(run("dpkg-deb", "--field", package, "Depends").stdout,
                          "libldap.*libssl.*libsystemd0")
         root = self.folder / "root"
@@ -51,7 +61,7 @@ class DebianPackageTest(PackageTest):
         self.assertEqual(self.files(root) - before, {str(file.relative_to(root)) for file in own})
 
     def test_lintian_and_hardening(self):
-        package = self.package(RELEASE, "*.deb")
+        package = self.package()
         done = run("lintian", "--fail-on", "error,warning", "--allow-root", package)
         self.assertEqual(done.stdout, "")
         tree = self.folder / "tree"
@@ -92,11 +102,88 @@ class DebianPackageTest(PackageTest):
                 os.environ, MANWIDTH="80", LC_ALL="C.UTF-8")).stderr, "")
 
 
-class WindowsPackageTest(PackageTest):
-    def test_installs_and_removes(self):
-        package = self.package(WINDOWS, "*.zip")
+class WindowsPackageTest(unittest.TestCase):
+    """Both packages, signed with a certificate that is made for it."""
+
+    @classmethod
+    def setUpClass(cls):
+        cls.folder = pathlib.Path(cls.enterClassContext(tempfile.TemporaryDirectory()))
+        site_files.make_certificates(cls.folder, "Kadro")
+        (cls.folder / "password").write_text("not for a command line\n")
+        run("openssl", "pkcs12", "-export", "-in", cls.folder / "self.pem", "-inkey", cls.folder / "self.key",
+            "-out", cls.folder / "self.p12", "-passout", f"file:{cls.folder / 'password'}")
+        run(ROOT / "scripts/package_windows", cls.folder, env=dict(
+            os.environ, PWLAPSE_CERTIFICATE=str(cls.folder / "self.p12"),
+            PWLAPSE_PASSWORD_FILE=str(cls.folder / "password")))
+        [cls.zip], [cls.msi] = cls.folder.glob("*.zip"), cls.folder.glob("*.msi")
+
+    def assert_signed(self, file):
+        run("osslsigncode", "verify", "-CAfile", self.folder / "self.pem", "-in", file)
+
+    def newer_msi(self):
+        """The same files, as the next version."""
+        newer = self.folder / "newer.msi"
+        shutil.copy(self.msi, newer)
+        for name, value in ("ProductVersion", "6.99.0"), ("ProductCode", f"{{{uuid.uuid4()}}}".upper()):
+            run("msibuild", newer, "-q", f"UPDATE `Property` SET `Value` = '{value}' WHERE `Property` = '{name}'")
+        run("msibuild", newer, "-s", "newer", "Kadro", "x64;1033", f"{{{uuid.uuid4()}}}".upper())
+        return newer
+
+    def test_msi(self):
+        self.assert_signed(self.msi)
+        user = site_files.person("walter", 59)
+        with wine_prefix.WinePrefix() as windows, PostfixMail() as mail:
+            system = windows.system_folder
+            for name in "netapi32.dll", "activeds.dll":
+                shutil.copy(WINDOWS / "tests/e2e/wine" / name, system)
+            (system / "calls.log").touch()  # of the stand-ins
+            (system / "domain.ldif").write_text(site_files.domain_ldif([user]))
+            (system / "NorvynExpirationEmail.html").write_text("<html></html>")
+            windows.import_registry(site_files.site_registry(mail.port))
+            before = windows.files(), windows.registry_keys()
+
+            def msiexec(what, package, *properties):
+                target = windows.drive / "package.msi"
+                shutil.copy(package, target)
+                return windows.run("msiexec", "/qn", what, r"C:\package.msi", *properties).returncode
+
+            def service(name):
+                return windows.registry_value(SERVICE_KEY, name)
+
+            refused = 1603 & 0xFF  # of the exit status this system keeps the low bits
+            self.assertEqual(msiexec("/i", self.msi, r"SERVICEACCOUNT=SITE\pw$"), refused)
+            self.assertEqual(windows.files(), before[0])
+            self.assertEqual(msiexec("/i", self.msi), 0)
+            wait_until(lambda: len(mail.delivered()) == 2)  # the user's and the report
+            programs = windows.drive / "Program Files/pwlapse"
+            self.assertEqual(windows.run("cmd", "/c", "pwlapse", "--help").returncode, 0)
+
+            # The service stays as its administrator has set it; a program comes back.
+            changed = {"ObjectName": r"SITE\other$", "FailureActions": "0102", "DelayedAutostart": "0x1"}
+            for (name, value), kind in zip(changed.items(), ("REG_SZ", "REG_BINARY", "REG_DWORD")):
+                windows.run("reg", "add", SERVICE_KEY, "/v", name, "/t", kind, "/d", value, "/f")
+            program = (programs / "pwlapse.exe").read_bytes()
+            (programs / "pwlapse.exe").write_bytes(b"damaged")
+            (programs / "own.txt").write_text("ours")
+            newer = self.newer_msi()
+            self.assertEqual(msiexec("/i", newer), 0)
+            self.assertEqual({name: service(name) for name in changed}, changed)
+            self.assertIn(b"RUNNING", windows.run("sc", "query", SERVICE).stdout)
+            self.assertEqual((programs / "pwlapse.exe").read_bytes(), program)
+            self.assertEqual(msiexec("/i", self.msi), refused)
+
+            # What is left is the administrator's and what passes have written.
+            self.assertEqual(msiexec("/x", newer), 0)
+            left = {pathlib.Path(path.lower()) for path in windows.files() - before[0]}
+            self.assertEqual({path.name for path in left if path.parent.name != "logfiles"}, LEFT_FILES)
+            self.assertEqual(windows.registry_keys() - before[1], LEFT_KEYS)
+            self.assertEqual(msiexec("/i", self.msi, r"SERVICEACCOUNT=SITE\pw$", r"WORKDIR=C:\work place"), 0)
+            self.assertEqual(service("ObjectName"), r"SITE\pw$")
+            self.assertIn(rb"C:\work place", windows.run("reg", "query", SERVICE_KEY + r"\Parameters").stdout)
+
+    def test_zip(self):
         with wine_prefix.WinePrefix() as windows:
-            with zipfile.ZipFile(package) as archive:
+            with zipfile.ZipFile(self.zip) as archive:
                 archive.extractall(windows.drive)
             [folder] = windows.drive.glob("pwlapse-*")
             # A site's own template is kept.
@@ -110,7 +197,9 @@ class WindowsPackageTest(PackageTest):
 
             script = (folder / "install.cmd").read_bytes()
             self.assertEqual(script.count(b"\r\n"), script.count(b"\n"))
-            self.assertTrue((folder / "settings.md").exists())
+            for program in folder.glob("*.exe"):
+                self.assert_signed(program)
+            self.assertTrue((folder / "PolicyDefinitions/de-DE/pwlapse.adml").exists())
             self.assertEqual(install("/x")[0], 2)
             self.assertFalse(windows.key_exists(SERVICE_KEY))
             self.assertEqual(install(), (0, "Norvyn Password Expiration Service installed.",
@@ -145,7 +234,7 @@ class WindowsPackageTest(PackageTest):
             self.assertEqual(install(), (
                 1, "Not installed. The new service does not start; the programs are those of before."))
             self.assertEqual({path.name: path.read_bytes() for path in programs.iterdir()}, installed)
-            self.assertIn(b"RUNNING", windows.run("sc", "query", SERVICE_KEY.rpartition("\\")[2]).stdout)
+            self.assertIn(b"RUNNING", windows.run("sc", "query", SERVICE).stdout)
 
             self.assertEqual(install("/remove"), (0, "Stopping service...", "Service successfully removed."))
             self.assertFalse(programs.exists())

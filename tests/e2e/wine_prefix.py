@@ -78,6 +78,20 @@ class WinePrefix(Rig):
         lines = [line.split() for line in done.stdout.decode("ascii", "replace").splitlines()]
         return next((line[2] for line in lines if line[:1] == [name] and len(line) == 3), None)
 
+    def files(self):
+        """Of all folders but that of the user, in which Windows keeps files of its own."""
+        return {path.relative_to(self.drive).as_posix() for path in self.drive.rglob("*")
+                if path.is_file() and path.name != "package.msi" and not path.is_relative_to(self.drive / "users")}
+
+    def registry_keys(self):
+        """Below HKEY_LOCAL_MACHINE, without what Windows itself keeps of packages and screens."""
+        file = self.drive / "keys.reg"
+        self._command("wine", "regedit", "/E", "C:\\keys.reg", "HKEY_LOCAL_MACHINE")
+        lines = file.read_text("utf-16").splitlines()
+        file.unlink()
+        return {line for line in lines if line.startswith("[")
+                and "\\Installer" not in line and "\\Control\\Video" not in line}
+
     def key_exists(self, key):
         return self.run("reg", "query", key).returncode == 0
 
