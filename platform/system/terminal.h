@@ -21,9 +21,9 @@ void writeBytesAsTheyAre(std::FILE* stream);
 
 // While one lives, standard output and standard error take text in the ANSI code page, which all
 // texts of this system are in. A terminal shows it as such; its own code page is set again by the
-// destructor, or when the user ends the program (Ctrl-C, the closed window). What goes to a file or a
-// pipe is converted to the code page of the terminal, if there is one, as the system's own commands
-// write it. One at a time.
+// destructor, or when the user ends the program (Ctrl-C, the closed window). What goes to a file or
+// a pipe is converted to the code page of the terminal, if there is one, as the system's own
+// commands write it. One at a time.
 class AnsiTerminal {
  public:
   AnsiTerminal();

@@ -96,8 +96,8 @@ class Converter {
     std::string converted;
     if (!utf8ToCodePage(codePage_, ansiToUtf8(text), converted)) converted = text;
     for (std::size_t at = 0; written_ && at < converted.size();) {
-      const int size = _write(target_, converted.data() + at,
-                              static_cast<unsigned>(converted.size() - at));
+      const int size =
+          _write(target_, converted.data() + at, static_cast<unsigned>(converted.size() - at));
       written_ = size > 0;
       at += static_cast<std::size_t>(size);
     }
