@@ -31,7 +31,7 @@ class MimeSink {
   // To append to.
   std::string& text() { return text_; }
   // To be called whenever a block was appended. False when no more is wanted.
-  bool drain() { return take_ == nullptr || piece_.size() < kPieceBytes || handOn(); }
+  bool drain() { return take_ == nullptr || (isOpen_ && piece_.size() < kPieceBytes) || handOn(); }
   // At the end. False when not all of the text was taken.
   bool finish() { return take_ == nullptr || (isOpen_ && piece_.empty()) || handOn(); }
 
