@@ -219,7 +219,8 @@ class ControlTest(Machine):
         users = person("walter", 59), person("lukasz", 20), person("\u0142ukasz", 65)
         with socket.create_server(("127.0.0.1", 0)) as server:
             server.settimeout(WAIT_SECONDS)
-            self.prepare(users, site_registry(server.getsockname()[1], emailAdminReports=0))
+            self.prepare(users, site_registry(
+                server.getsockname()[1], emailAdminReports=0, expirationServiceTime="25:00"))
             before = (self.system / "domain.ldif").read_text()
             self.program("/install")
             connection, _ = server.accept()
@@ -240,6 +241,8 @@ class ControlTest(Machine):
                          (0, "Stopping service...\nService successfully removed.\n"))
         wait_until(lambda: self.control() == b"error 1060")
         self.assert_gone()
+        events = (self.system / "events.log").read_text(CODE_PAGE)
+        self.assertRegex(events, r"1 20 FAILED: [^\n]+expirationServiceTime[^\n]+\n(.*\n)*1 22 FAILED: [^\n]+\n2 11 pass")
 
     def test_every_failure_releases_everything(self):
         why = {"ADsOpenObject": rb"FAILED: [^\n]+: \w[^\n]+\w \(0x80004005\)",
