@@ -215,6 +215,17 @@ class ControlTest(Machine):
         self.assertEqual((done.returncode, done.stdout), (2, b""))
         self.assertRegex(done.stderr, rb'\Apwlapse: directory URI: "ldap://dc.site.example" is not ldif:[^\n]+\r\n\Z')
 
+    def test_redirected_output_is_in_the_code_page_of_the_console(self):
+        keys = {site_files.POLICIES + r"\DefaultPolicy": {"policyName": "B\u00fcro", "maxPasswordAge": 60}}
+        (self.folder / "site.reg").write_bytes(site_files.registry_file(keys))
+        for page, codec in (437, "cp437"), (1252, "cp1252"), (932, "cp932"), (65001, "utf-8"):
+            with self.subTest(page):
+                self.windows.run_in_console(
+                    "cmd", "/c", f"chcp {page} & pwlapse.exe policies --registry site.reg > out.txt",
+                    cwd=self.folder)
+                name = re.search(rb"POLICY NAME: ([^\r]+)\r\n", (self.folder / "out.txt").read_bytes())[1]
+                self.assertEqual(name, "B\u00fcro".encode(codec, "replace"))
+
     def test_pause_in_the_middle_of_a_mail(self):
         users = person("walter", 59), person("lukasz", 20), person("\u0142ukasz", 65)
         with socket.create_server(("127.0.0.1", 0)) as server:

@@ -52,6 +52,16 @@ class WinePrefix(Rig):
                               stdin=subprocess.DEVNULL, capture_output=True, timeout=WAIT_SECONDS,
                               check=False, **options)
 
+    def run_in_console(self, program, *arguments, **options):
+        """The same in a console, which a pseudo-terminal makes."""
+        end, console = os.openpty()
+        try:
+            subprocess.run(self._in_time("wine", program, *arguments), env=self.environment, stdin=console,
+                           stdout=console, stderr=console, timeout=WAIT_SECONDS, check=True, **options)
+        finally:
+            os.close(end)
+            os.close(console)
+
     def begin(self, program, *arguments):
         """A program in the background."""
         none = subprocess.DEVNULL
