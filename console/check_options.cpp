@@ -1,6 +1,10 @@
 // The commands that set a site up and look for mistakes in it: their options.
+#include <algorithm>
+#include <iterator>
+
 #include "console/command_line.h"
 #include "console/commands.h"
+#include "platform/host/system_host.h"
 
 namespace console {
 
@@ -28,25 +32,33 @@ void addInit(CLI::App& app, Chosen& chosen) {
   init.add_option("file", options->file, "The settings file to write")
       ->type_name("FILE")
       ->required();
-  const struct {
+  struct TextOption {
     const char* option;
     std::string* value;
     const char* type;
     const char* help;
-  } texts[] = {
+  };
+  // Where only the machine's own domain is served, there is no choice to be made of it.
+  const TextOption ofTheDirectory[] = {
       {"--directory", &options->directoryUri, "HOST-OR-URI", "Domain controller"},
       {"--bind-user", &options->bindUser, "NAME", "Account to read it with (default: Kerberos)"},
       {"--bind-password-file", &options->bindPasswordFile, "FILE",
        "Its password, in the first line"},
       {"--ca-file", &options->caFile, "FILE", "Authority of the controller's certificate (PEM)"},
       {"--trust", &options->trust, "SHA-256", "Store the authority with this fingerprint"},
+  };
+  const TextOption ofTheMails[] = {
       {"--mail-server", &options->mailServer, "HOST", "Mail server"},
       {"--sender", &options->sender, "ADDRESS", "Sender of all mails"},
       {"--administrator", &options->administrator, "ADDRESS", "Who gets the report"},
   };
-  for (const auto& text : texts) {
+  const auto add = [&init](const TextOption& text) {
     init.add_option(text.option, *text.value, text.help)->type_name(text.type);
+  };
+  if (platform::servesLdap()) {
+    std::for_each(std::begin(ofTheDirectory), std::end(ofTheDirectory), add);
   }
+  std::for_each(std::begin(ofTheMails), std::end(ofTheMails), add);
   init.add_option("--warning-days", options->warnings, "Days before the end, such as 14,7,1")
       ->type_name("DAYS")
       ->delimiter(',')

@@ -83,9 +83,7 @@ bool Init::answers() {
   site_.mailServer = options_.mailServer;
   site_.sender = options_.sender;
   site_.administrator = options_.administrator;
-  const bool takesDirectory =
-      platform::servedDirectoryAddresses().find("ldap") != std::string::npos;
-  if (takesDirectory) {
+  if (platform::servesLdap()) {
     if (!answer(directory, "--directory", "Domain controller, or empty for that of Kerberos",
                 false) ||
         !answer(site_.bindUser, "--bind-user", "Account to read it with, or empty for Kerberos",
@@ -147,7 +145,7 @@ bool Init::look(Domain& domain) {
   directory::DomainDirectory directory(host.directory, silent, nullptr);
   domain.bound = directory.bindDomain() != 0;
   domain.error = host.directory.lastError();
-  if (!domain.bound) error_ = directory.bindError();
+  if (!domain.bound) error_ = "could not bind to the domain: " + directory.bindError();
   domain.facts = host.directory.facts();
   platform::DomainModals modals;
   if (domain.bound && host.accounts.domainModals(modals) == platform::kNetSuccess &&

@@ -35,6 +35,8 @@ std::unique_ptr<SystemHost> makeSystemHost(const HostOptions& options, std::stri
 
 // The addresses of directories that this system serves, for the help of an option.
 std::string servedDirectoryAddresses();
+// Whether LDAP addresses are among them, and so a server can be chosen.
+bool servesLdap();
 
 // The registry that an empty HostOptions::registryFile stands for, in words for messages.
 std::string defaultRegistryName();

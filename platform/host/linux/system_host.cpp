@@ -68,6 +68,10 @@ std::string servedDirectoryAddresses() {
   return "ldap://, ldaps://, ldapi://, ldif:PATH";
 }
 
+bool servesLdap() {
+  return true;
+}
+
 std::string defaultRegistryName() {
   return kDefaultRegistryFile;
 }

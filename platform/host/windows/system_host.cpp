@@ -67,6 +67,10 @@ std::string servedDirectoryAddresses() {
   return "ldif:PATH";
 }
 
+bool servesLdap() {
+  return false;
+}
+
 std::string defaultRegistryName() {
   return "the registry of Windows (HKEY_LOCAL_MACHINE)";
 }
