@@ -67,7 +67,10 @@ class MailServerCheck {
 
   void run() {
     mailMan_.UnlockComponent(notify::kMailUnlockCode);
-    notify::configureMailMan(mailMan_, site_.settings);
+    const std::string unreadable = notify::configureMailMan(mailMan_, site_.settings);
+    if (!unreadable.empty()) {
+      return report_.fault("login", unreadable, "docs/settings.md says what this setting needs");
+    }
     if (notify::wantsAccessToken(site_.settings)) {
       std::string problem;
       notify::AccessToken token(site_.settings, site_.host.clock);
@@ -154,7 +157,7 @@ void MailServerCheck::certificate(bool refused) {
 
 void MailServerCheck::login(bool open) {
   const config::ExpirationSettings& settings = site_.settings;
-  const bool wanted = !settings.smtpPassword.empty() || notify::wantsAccessToken(settings);
+  const bool wanted = notify::hasPassword(settings) || notify::wantsAccessToken(settings);
   if (!open || settings.smtpUsername.empty() || !wanted) return;
   const std::string user = platform::loggableAnsiLine(settings.smtpUsername);
   if (mailMan_.get_LastSession().loggedIn) {

@@ -202,11 +202,20 @@ void SettingsCheck::mailServer() {
 }
 
 void SettingsCheck::login() {
-  for (const std::string& problem : notify::findTokenProblems(settings_)) {
-    report_.fault("access token", problem, "docs/settings.md says what a token source needs");
+  for (const std::string& problem : notify::findLoginProblems(settings_)) {
+    report_.fault(notify::wantsAccessToken(settings_) ? "access token" : "login", problem,
+                  "docs/settings.md says what these settings need");
+  }
+  if (!settings_.smtpPassword.empty() && site_.host.registry.isReadByEverybody(site_.settingsKey)) {
+    report_.fault(at("smtpPassword"), "can be read by every user of this machine",
+                  "take that right away, or keep the password in a file (pwlapse protect-secret, "
+                  "smtpPasswordFile)");
+  }
+  if (!settings_.smtpPassword.empty() && !settings_.smtpPasswordFile.empty()) {
+    report_.note(at("smtpPassword"), "is not used: smtpPasswordFile counts", "remove it");
   }
   const bool user = !settings_.smtpUsername.empty();
-  const bool password = !settings_.smtpPassword.empty();
+  const bool password = notify::hasPassword(settings_);
   if (user != password && !notify::wantsAccessToken(settings_)) {
     report_.fault(at(user ? "smtpPassword" : "smtpUsername"),
                   "is missing, so there is no login at the mail server",
@@ -231,14 +240,15 @@ void SettingsCheck::login() {
 
 void SettingsCheck::encryption() {
   const bool tls = settings_.smtpSsl || settings_.smtpStartTls;
-  const bool login = !settings_.smtpUsername.empty() && !settings_.smtpPassword.empty();
+  const bool login = !settings_.smtpUsername.empty() && notify::hasPassword(settings_);
   const bool onThisMachine =
       settings_.smtpServer == "localhost" || settings_.smtpServer.starts_with("127.");
   const bool showsPassword = !(base::equalsNoCase(settings_.smtpAuthMethod, "CRAM-MD5") ||
                                base::equalsNoCase(settings_.smtpAuthMethod, "NTLM") ||
                                base::equalsNoCase(settings_.smtpAuthMethod, "MSN"));
   if (login && !tls && !onThisMachine && showsPassword) {
-    report_.fault(at("smtpPassword"), "goes over the network in the clear: the login has no TLS",
+    report_.fault(at(settings_.smtpPasswordFile.empty() ? "smtpPassword" : "smtpPasswordFile"),
+                  "goes over the network in the clear: the login has no TLS",
                   "set smtpStartTls, or smtpSsl with smtpPort 465");
   }
   if (settings_.smtpRequireVerifiedCertificate && !tls) {

@@ -22,6 +22,9 @@ inline constexpr std::uint32_t kDefaultRetryDelay = 60;  // seconds
 inline constexpr const char* kReportAlways = "always";
 inline constexpr const char* kReportProblems = "problems";
 inline constexpr const char* kReportChanges = "changes";
+// How a password is expired: by the account calls, or by one attribute of the directory.
+inline constexpr const char* kExpireByAccount = "account";
+inline constexpr const char* kExpireByDirectory = "ldap";
 
 struct LengthPolicy {
   std::uint32_t minLength = 0;  // characters; 0: not in use
@@ -31,7 +34,8 @@ struct LengthPolicy {
 struct ExpirationSettings {
   std::string smtpServer;
   std::string smtpUsername;
-  std::string smtpPassword;  // secret: never logged
+  std::string smtpPassword;      // secret: never logged
+  std::string smtpPasswordFile;  // where it is read from instead
   std::string emailFromAddress;
   std::string emailCustomMsg;
   std::string emailSubject;
@@ -78,6 +82,7 @@ struct ExpirationSettings {
   bool skipUnreadableAccounts = false;
   std::uint32_t maxExpirations = 0;  // forced expiries in one pass; 0: no limit
   bool expireOnlyNotified = false;   // forced only after the user's mail was accepted
+  std::string expireBy;              // one of the two above
 
   // The service's own.
   std::uint32_t expirationServiceInterval = kDefaultIntervalHours;  // hours between two passes

@@ -46,6 +46,7 @@ bool countsForPass(const Setting& setting) {
       return setting.name == std::string(kServiceDebugValue);
     case SettingGroup::PolicyRules:
     case SettingGroup::Directory:
+    case SettingGroup::Service:
       break;
   }
   return false;
@@ -74,6 +75,7 @@ std::vector<Place> placesOfSettings() {
       {kPoliciesKey, {}, {}, true},
       {kProductKey, {SettingGroup::Product}, {"Directory"}, true},
       {kDirectoryKey, {SettingGroup::Directory}, {}, false},
+      {kServiceParametersKey, {SettingGroup::Service}, {}, true},
   };
   for (const Edition& edition : editions()) {
     places[0].subkeys.push_back(std::string(edition.key).substr(std::strlen(kPoliciesKey) + 1));

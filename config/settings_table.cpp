@@ -87,6 +87,9 @@ const Setting kSettings[] = {
          "login at the mail server; none when it or the password is empty"),
     text(Expiration, "smtpPassword", &E::smtpPassword, kTextBytes, "",
          "password at the mail server"),
+    text(Expiration, "smtpPasswordFile", &E::smtpPasswordFile, kDirectoryBytes, "",
+         "the password is this file's first line, instead of `smtpPassword`; `pwlapse "
+         "protect-secret` writes it"),
     number(Expiration, "smtpPort", &E::smtpPort, {0, kMaxPort}, "",
            "port of the mail server; 0 means 25"),
     flag(Expiration, "smtpSsl", &E::smtpSsl, "TLS from the first byte"),
@@ -162,6 +165,9 @@ const Setting kSettings[] = {
            "most passwords that one pass expires, the oldest first; 0: no limit"),
     flag(Expiration, "expireOnlyNotified", &E::expireOnlyNotified,
          "expire a password only when the mail that says so was accepted"),
+    choice("expireBy", &E::expireBy, "account ldap", kExpireByAccount,
+           "how a password is expired: `account`, by the account calls of Windows, which write the "
+           "whole account; `ldap`, by writing `pwdLastSet` alone"),
     number(Expiration, "expirationServiceInterval", &E::expirationServiceInterval,
            {kDefaultIntervalHours, kMaxSleepHours}, "hours",
            "time between two passes of the service; read below `PwsentryProMPE` on every machine, "
@@ -296,6 +302,10 @@ const Setting kSettings[] = {
          "for `simple`; the password is the file's first line"),
     text(Directory, "caFile", {}, kDirectoryBytes, "",
          "certificate authorities of the directory server; empty: the system's"),
+
+    text(Service, kWorkFolderValue, {}, kPathBytes, "",
+         "folder of templates, lists and logs, of the service and of `pwlapse` without "
+         "`--work-dir`; empty: the system's folder, and the current one"),
 };
 
 }  // namespace
@@ -319,6 +329,8 @@ std::vector<std::string> settingKeys(SettingGroup group) {
       return {kProductKey};
     case Directory:
       return {kDirectoryKey};
+    case Service:
+      return {kServiceParametersKey};
     case Policy:
     case PolicyRules:
       for (const char* root : {kPolicyRootMpe, kPolicyRootMpems}) {

@@ -24,6 +24,7 @@ enum class SettingGroup {
   EditionRoot,  // an edition's root: switches of service and filter
   Product,      // kProductKey
   Directory,    // kDirectoryKey
+  Service,      // kServiceParametersKey
 };
 
 enum class SettingType {

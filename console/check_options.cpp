@@ -67,4 +67,15 @@ void addInit(CLI::App& app, Chosen& chosen) {
       ->type_name("DAYS");
 }
 
+void addProtectSecret(CLI::App& app, Chosen& chosen) {
+  const auto options = std::make_shared<ProtectSecretOptions>();
+  addCommand(app, chosen, "protect-secret",
+             "Write a password, typed or from standard input, into a file that only the service "
+             "can use",
+             protectSecretCommand, options)
+      .add_option("file", options->file, "The file to write or replace")
+      ->type_name("FILE")
+      ->required();
+}
+
 }  // namespace console

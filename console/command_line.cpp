@@ -18,7 +18,10 @@ void addDirectoryOption(CLI::App& command, std::string& uri) {
 }
 
 void addWorkDirOption(CLI::App& command, std::string& folder) {
-  command.add_option("--work-dir", folder, "Folder of templates, lists and logs (default: here)")
+  command
+      .add_option(
+          "--work-dir", folder,
+          "Folder of templates, lists and logs (default: the service's workFolder, or here)")
       ->type_name("DIR");
 }
 

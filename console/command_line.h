@@ -42,6 +42,7 @@ void addSettings(CLI::App& app, Chosen& chosen);
 void addPolicies(CLI::App& app, Chosen& chosen);
 void addInit(CLI::App& app, Chosen& chosen);
 void addCheck(CLI::App& app, Chosen& chosen);
+void addProtectSecret(CLI::App& app, Chosen& chosen);
 void addMx(CLI::App& app, Chosen& chosen);
 void addPreview(CLI::App& app, Chosen& chosen);
 void addTestMail(CLI::App& app, Chosen& chosen);

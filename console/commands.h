@@ -130,6 +130,11 @@ struct InitOptions {
 // What is not given is asked for on a terminal.
 int initCommand(const InitOptions& options);
 
+struct ProtectSecretOptions {
+  std::string file;
+};
+int protectSecretCommand(const ProtectSecretOptions& options);
+
 // The registry that the option stands for, in words.
 std::string registryName(const std::string& registryFile);
 

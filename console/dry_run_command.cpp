@@ -83,7 +83,9 @@ int dryRunCommand(const RunOptions& options) {
   const std::unique_ptr<platform::SystemHost> system = openHost(site, error);
   const std::unique_ptr<platform::SystemHost> before =
       system && !site.settings.empty() ? openHost(asItIs, error) : nullptr;
-  if (!error.empty() || !enterWorkDir(site, error)) return refuse(error);
+  if (!error.empty() || !enterWorkDir(site.workDir, &system->host().registry, error)) {
+    return refuse(error);
+  }
 
   const auto [record, totals] = dryRun(*system, reportFile);
   Answer answer;

@@ -155,7 +155,7 @@ int forecastCommand(const ForecastOptions& options) {
   const std::unique_ptr<platform::SystemHost> changed =
       given.empty() ? nullptr : openHost(options.question.site, error);
   if (!given.empty() && !changed) return refuse(error);
-  if (!enterWorkDir(asIs, error)) return refuse(error);
+  if (!enterWorkDir(asIs.workDir, &system->host().registry, error)) return refuse(error);
 
   const Made now = makeForecast(*system, options.days);
   const Made then = changed ? makeForecast(*changed, options.days) : Made{};

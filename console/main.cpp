@@ -14,10 +14,10 @@ namespace {
 
 // In the order of the help.
 constexpr void (*kCommands[])(CLI::App&, console::Chosen&) = {
-    console::addRun,      console::addDemo,   console::addCatch,   console::addSettings,
-    console::addPolicies, console::addMx,     console::addPreview, console::addTestMail,
-    console::addForecast, console::addStatus, console::addList,    console::addExplain,
-    console::addCheck,    console::addInit,
+    console::addRun,      console::addDemo,   console::addCatch,         console::addSettings,
+    console::addPolicies, console::addMx,     console::addPreview,       console::addTestMail,
+    console::addForecast, console::addStatus, console::addList,          console::addExplain,
+    console::addCheck,    console::addInit,   console::addProtectSecret,
 };
 
 bool isCommand(const CLI::App& app, const std::string& name) {

@@ -30,9 +30,7 @@ int runCommand(const RunOptions& options) {
   std::string error;
   const std::unique_ptr<platform::SystemHost> system = platform::makeSystemHost(hostOptions, error);
   if (!system) return refuse(error);
-  if (!options.workDir.empty() && !platform::setWorkingDirectory(options.workDir)) {
-    return refuse("cannot use the work directory " + options.workDir);
-  }
+  if (!enterWorkDir(options.workDir, &system->host().registry, error)) return refuse(error);
   // The lists and logs of a pass are files in here.
   const platform::FileLock alone(config::kDomainUsersFile, platform::FileLock::Wait::No);
   if (alone.isTaken()) return refuse("another pass is at work in this folder");

@@ -4,6 +4,7 @@
 
 #include "config/given_settings.h"
 #include "platform/system/files.h"
+#include "service/service_values.h"
 
 namespace console {
 
@@ -20,15 +21,20 @@ std::unique_ptr<platform::SystemHost> openHost(const SiteOptions& options, std::
   return platform::makeSystemHost(host, error);
 }
 
-bool enterWorkDir(const SiteOptions& options, std::string& error) {
-  if (options.workDir.empty() || platform::setWorkingDirectory(options.workDir)) return true;
-  error = "cannot use the work directory " + options.workDir;
+bool enterWorkDir(const std::string& workDir, platform::Registry* registry, std::string& error) {
+  std::string folder = workDir;
+  if (folder.empty() && registry != nullptr) {
+    folder = service::readServiceValues(*registry).workFolder;
+  }
+  if (folder.empty() || platform::setWorkingDirectory(folder)) return true;
+  error = "cannot use the work directory " + folder;
   return false;
 }
 
 std::unique_ptr<platform::SystemHost> openSite(const SiteOptions& options, std::string& error) {
   std::unique_ptr<platform::SystemHost> host = openHost(options, error);
-  return host && enterWorkDir(options, error) ? std::move(host) : nullptr;
+  return host && enterWorkDir(options.workDir, &host->host().registry, error) ? std::move(host)
+                                                                              : nullptr;
 }
 
 }  // namespace console

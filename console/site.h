@@ -27,11 +27,12 @@ struct QuestionOptions {
 
 // Opens registry and directory. Null, with `error` one line, when one of them or a setting cannot
 // be used. Relative names are meant from where the program was started: to be called before
-// enterWorkDir().
+// enterWorkDir.
 std::unique_ptr<platform::SystemHost> openHost(const SiteOptions& options, std::string& error);
-// Makes the work folder, where there is one, the current directory.
-bool enterWorkDir(const SiteOptions& options, std::string& error);
-// Both.
+// Makes the work folder the current directory: `workDir` or, when that is empty, the one that the
+// registry, which may be null, names for the service, if it does.
+bool enterWorkDir(const std::string& workDir, platform::Registry* registry, std::string& error);
+// Host and folder.
 std::unique_ptr<platform::SystemHost> openSite(const SiteOptions& options, std::string& error);
 
 }  // namespace console

@@ -25,6 +25,7 @@ class RegText {
     }
     text_ += std::string("; ") + why + "\r\n\"" + name + "\"=\"" + escaped + "\"\r\n";
   }
+  void remark(const char* text) { text_ += std::string("; ") + text + "\r\n"; }
   std::string take() { return std::move(text_); }
 
  private:
@@ -53,6 +54,9 @@ std::string siteFileText(const SiteProposal& site) {
   file.key(config::kExpirationKeyMpe);
   file.number("1: nobody is mailed or forced; set it to 0 when all is right", "reportOnly", 1);
   file.words("the server that mails are handed to", "smtpServer", site.mailServer);
+  file.remark(
+      "where it wants a login: smtpStartTls, smtpUsername, and smtpPasswordFile, a file that");
+  file.remark("pwlapse protect-secret FILE writes");
   file.words("the sender of all mails", "emailFromAddress", site.sender);
   file.words("the subject of the warning", "emailSubject", "Your Windows password expires soon");
   file.words("the text of the warning; a file NorvynExpirationEmail.html or .txt takes its place",

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cctype>
 #include <charconv>
+#include <memory>
 #include <optional>
 
 #include "base/format_text.h"
@@ -11,6 +12,7 @@
 #include "console/commands.h"
 #include "console/finding_lines.h"
 #include "console/site.h"
+#include "platform/host/system_host.h"
 #include "service/last_run.h"
 
 namespace console {
@@ -109,15 +111,23 @@ void describe(const LastRun& run, const Calendar& calendar, Answer& answer) {
   }
 }
 
+// Of the registry only the work folder is asked for: without one that can be read, the record is
+// looked for in the current directory.
+bool enterWorkDirOfService(const std::string& workDir, std::string& error) {
+  platform::HostOptions here;
+  here.directoryMayBeUnusable = true;
+  std::string unreadable;
+  const std::unique_ptr<platform::SystemHost> system = platform::makeSystemHost(here, unreadable);
+  return enterWorkDir(workDir, system ? &system->host().registry : nullptr, error);
+}
+
 }  // namespace
 
 int statusCommand(const StatusOptions& options) {
   const std::optional<std::int64_t> maxAge = spanOf(options.maxAge);
   if (!maxAge) return refuse("--max-age: \"" + options.maxAge + "\" is not a time such as 26h");
   std::string reason;
-  SiteOptions site;
-  site.workDir = options.workDir;
-  if (!enterWorkDir(site, reason)) return refuse(reason);
+  if (!enterWorkDirOfService(options.workDir, reason)) return refuse(reason);
   const Calendar calendar(platform::systemClock());
   const std::optional<LastRun> run = service::readLastRun(reason);
   const State state = stateOf(run, calendar.now(), *maxAge);

@@ -44,7 +44,7 @@ int testMailCommand(const TestMailOptions& options) {
   if (email.GetTo() == nullptr || *email.GetTo() == '\0') {
     return refuse("\"" + options.address + "\" is no e-mail address");
   }
-  for (const std::string& problem : notify::findTokenProblems(settings)) {
+  for (const std::string& problem : notify::findLoginProblems(settings)) {
     std::printf("%s\n", problem.c_str());
   }
   const std::unique_ptr<notify::MailTransport> transport = notify::makeSmtpTransport(settings);

@@ -7,6 +7,7 @@
 
 #include "config/audit_log.h"
 #include "platform/directory/account_database.h"
+#include "platform/directory/directory_access.h"
 #include "platform/system/clock.h"
 
 namespace directory {
@@ -24,10 +25,12 @@ DomainMaxAge readDomainMaxAge(platform::AccountDatabase& accounts);
 
 // Forces a password change at next logon and appends the line of `expiredLog`. Nothing
 // is written when the account database refuses, or when the password is younger by now than the
-// age that was judged, or is another one (kNetPasswordChanged).
+// age that was judged, or is another one (kNetPasswordChanged). With `byDirectory`, which is
+// borrowed, one attribute is written by that instead of the account's record.
 platform::AccountResult expireUserPassword(platform::AccountDatabase& accounts,
                                            platform::Clock& clock, const std::u16string& logonName,
                                            std::uint32_t passwordAgeDays,
-                                           config::AuditLog& expiredLog);
+                                           config::AuditLog& expiredLog,
+                                           platform::DirectoryAccess* byDirectory = nullptr);
 
 }  // namespace directory

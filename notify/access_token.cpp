@@ -15,6 +15,7 @@
 #include "mail/mime/base64.h"
 #include "mail/smtp/token_login.h"
 #include "platform/system/files.h"
+#include "platform/system/stored_secret.h"
 #include "platform/text/code_page.h"
 
 namespace notify {
@@ -23,7 +24,6 @@ namespace {
 using nlohmann::json;
 
 constexpr const char* kTokenMethods[] = {"XOAUTH2", "OAUTHBEARER"};
-constexpr std::size_t kMaxSecretBytes = std::size_t{16} * 1024;
 // A token is replaced so long before it ends, so that none ends on its way.
 constexpr std::uint32_t kMarginMs = 60'000;
 constexpr std::uint64_t kMaxLifetimeSeconds = std::uint64_t{24} * 60 * 60;
@@ -33,19 +33,6 @@ constexpr std::size_t kMaxQuoteBytes = 300;
 bool isTokenMethod(const std::string& method) {
   return std::any_of(std::begin(kTokenMethods), std::end(kTokenMethods),
                      [&](const char* name) { return base::equalsNoCase(method, name); });
-}
-
-// The first line, which the file holds a secret in. `problem` when there is none.
-std::string readSecret(const char* setting, const std::string& file, std::string& problem) {
-  const std::string where = std::string(setting) + " " + file;
-  std::string bytes;
-  if (!platform::readWholeFile(file, bytes, kMaxSecretBytes)) {
-    problem = where + ": " + platform::fileErrorText();
-    return {};
-  }
-  std::string secret(base::trimmed(std::string_view(bytes).substr(0, bytes.find('\n'))));
-  if (secret.empty()) problem = where + ": its first line is empty";
-  return secret;
 }
 
 // As application/x-www-form-urlencoded (RFC 6749 appendix B).
@@ -135,12 +122,33 @@ std::string refusalOf(const platform::HttpsAnswer& answer, const std::string& se
 
 }  // namespace
 
+bool hasPassword(const config::ExpirationSettings& settings) {
+  return !settings.smtpPassword.empty() || !settings.smtpPasswordFile.empty();
+}
+
+std::string readSecret(const char* setting, const std::string& file, std::string& problem) {
+  std::string secret;
+  std::string error;
+  if (!platform::readStoredSecret(file, secret, error)) {
+    problem = std::string(setting) + " " + file + ": " + error;
+  }
+  return secret;
+}
+
 bool wantsAccessToken(const config::ExpirationSettings& settings) {
   const bool hasSource = !settings.smtpTokenFile.empty() || !settings.oauthTokenUrl.empty();
   return hasSource && (settings.smtpAuthMethod.empty() || isTokenMethod(settings.smtpAuthMethod));
 }
 
-std::vector<std::string> findTokenProblems(const config::ExpirationSettings& settings) {
+namespace {
+
+void noteShared(const char* setting, const std::string& file, std::vector<std::string>& problems) {
+  if (file.empty() || !platform::fileIsShared(file)) return;
+  problems.push_back(std::string(setting) + " " + file +
+                     ": other users can read it; take their rights away");
+}
+
+std::vector<std::string> tokenProblems(const config::ExpirationSettings& settings) {
   std::vector<std::string> problems;
   if (!wantsAccessToken(settings)) {
     if (isTokenMethod(settings.smtpAuthMethod)) {
@@ -163,13 +171,17 @@ std::vector<std::string> findTokenProblems(const config::ExpirationSettings& set
       problems.emplace_back("oauthTokenUrl needs oauthClientId and oauthClientSecretFile");
     }
   }
-  const std::pair<const char*, const std::string&> files[] = {
-      {"smtpTokenFile", settings.smtpTokenFile},
-      {"oauthClientSecretFile", settings.oauthClientSecretFile}};
-  for (const auto& [setting, file] : files) {
-    if (file.empty() || !platform::fileIsShared(file)) continue;
-    problems.push_back(std::string(setting) + " " + file +
-                       ": other users can read it; take their rights away");
+  noteShared("smtpTokenFile", settings.smtpTokenFile, problems);
+  noteShared("oauthClientSecretFile", settings.oauthClientSecretFile, problems);
+  return problems;
+}
+
+}  // namespace
+
+std::vector<std::string> findLoginProblems(const config::ExpirationSettings& settings) {
+  std::vector<std::string> problems = tokenProblems(settings);
+  if (!wantsAccessToken(settings)) {
+    noteShared("smtpPasswordFile", settings.smtpPasswordFile, problems);
   }
   return problems;
 }

@@ -18,9 +18,15 @@ namespace notify {
 // method that takes one.
 bool wantsAccessToken(const config::ExpirationSettings& settings);
 
-// What in the settings stands in the way of logging in with a token, or of keeping it secret: one
-// line each, with the cure. Looks at the rights of the files, and asks nobody.
-std::vector<std::string> findTokenProblems(const config::ExpirationSettings& settings);
+// Whether there is a password to log in with, in the settings or in a file.
+bool hasPassword(const config::ExpirationSettings& settings);
+
+// The secret in the file that a setting names. `problem` when there is none, one line without it.
+std::string readSecret(const char* setting, const std::string& file, std::string& problem);
+
+// What in the settings stands in the way of logging in with a token, or of keeping token or
+// password secret: one line each, with the cure. Looks at the rights of the files, and asks nobody.
+std::vector<std::string> findLoginProblems(const config::ExpirationSettings& settings);
 
 class AccessToken {
  public:

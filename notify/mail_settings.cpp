@@ -1,18 +1,27 @@
 #include "notify/mail_settings.h"
 
+#include "notify/access_token.h"
+
 namespace notify {
 
-void configureMailMan(kelvado::KvMailMan& mailMan, const config::ExpirationSettings& settings) {
+std::string configureMailMan(kelvado::KvMailMan& mailMan,
+                             const config::ExpirationSettings& settings) {
   mailMan.put_SmtpHost(settings.smtpServer.c_str());
   // Set whether empty or not: the library takes empty ones for "no authentication".
   mailMan.put_SmtpUsername(settings.smtpUsername.c_str());
-  mailMan.put_SmtpPassword(settings.smtpPassword.c_str());
+  std::string problem;
+  const bool hasFile = !settings.smtpPasswordFile.empty() && !wantsAccessToken(settings);
+  const std::string password =
+      hasFile ? readSecret("smtpPasswordFile", settings.smtpPasswordFile, problem)
+              : settings.smtpPassword;
+  mailMan.put_SmtpPassword(password.c_str());
   if (settings.smtpPort != 0) mailMan.put_SmtpPort(static_cast<int>(settings.smtpPort));
   mailMan.put_SmtpSsl(settings.smtpSsl);
   mailMan.put_StartTLS(settings.smtpStartTls);
   mailMan.put_SmtpAuthMethod(settings.smtpAuthMethod.c_str());
   mailMan.put_HeloHostname(settings.smtpHeloHostname.c_str());
   mailMan.put_RequireVerifiedCertificate(settings.smtpRequireVerifiedCertificate);
+  return problem;
 }
 
 }  // namespace notify

@@ -21,12 +21,12 @@ class SmtpTransport : public MailTransport {
   explicit SmtpTransport(const config::ExpirationSettings& settings)
       : takesToken_(wantsAccessToken(settings)), token_(settings, platform::systemClock()) {
     mailMan_.UnlockComponent(kMailUnlockCode);
-    configureMailMan(mailMan_, settings);
+    loginProblem_ = configureMailMan(mailMan_, settings);
   }
 
   // A token that was fetched may have been withdrawn: another one is fetched, once.
   bool send(kelvado::KvEmail& email) override {
-    if (!takesToken_) return mailMan_.SendEmail(email);
+    if (!takesToken_) return loginProblem_.empty() && mailMan_.SendEmail(email);
     if (!setToken()) return false;
     if (mailMan_.SendEmail(email)) return true;
     const SmtpFailure failure = mailMan_.get_LastFailure();
@@ -38,13 +38,13 @@ class SmtpTransport : public MailTransport {
   std::vector<std::string> refused() override { return mailMan_.GetBadEmailAddresses(); }
 
   SmtpFailure failure() override {
-    if (tokenProblem_.empty()) return mailMan_.get_LastFailure();
-    return {SmtpStep::Login, 0, false, platform::ansiToUtf8(tokenProblem_), {}};
+    if (loginProblem_.empty()) return mailMan_.get_LastFailure();
+    return {SmtpStep::Login, 0, false, platform::ansiToUtf8(loginProblem_), {}};
   }
 
   std::string errorXml() override {
-    if (!tokenProblem_.empty()) {
-      return "<KelvadoLog>\r\n<error>" + base::escapeHtml(platform::ansiToUtf8(tokenProblem_)) +
+    if (!loginProblem_.empty()) {
+      return "<KelvadoLog>\r\n<error>" + base::escapeHtml(platform::ansiToUtf8(loginProblem_)) +
              "</error>\r\n</KelvadoLog>\r\n";
     }
     mailMan_.put_Utf8(true);
@@ -54,16 +54,17 @@ class SmtpTransport : public MailTransport {
   }
 
  private:
-  // False, with tokenProblem_ set, when there is none.
+  // False, with loginProblem_ set, when there is none.
   bool setToken() {
-    mailMan_.put_OAuth2AccessToken(token_.current(tokenProblem_).c_str());
-    return tokenProblem_.empty();
+    mailMan_.put_OAuth2AccessToken(token_.current(loginProblem_).c_str());
+    return loginProblem_.empty();
   }
 
   kelvado::KvMailMan mailMan_;
   const bool takesToken_;
   AccessToken token_;
-  std::string tokenProblem_;  // why the last mail had no token; empty: it had one, or needs none
+  std::string loginProblem_;  // why there is no password or token to log in with; empty: there is,
+                              // or none is needed
 };
 
 }  // namespace

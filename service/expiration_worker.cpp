@@ -7,6 +7,7 @@
 
 #include "base/format_text.h"
 #include "base/timestamp.h"
+#include "config/editions.h"
 #include "config/pass_files.h"
 #include "directory/domain_directory.h"
 #include "platform/service/service_control.h"
@@ -104,6 +105,12 @@ platform::WinError ExpirationWorker::readValues(ServiceValues& values) {
     return kErrorBadConfiguration;
   }
   values = readServiceValues(system_->host().registry);
+  if (!values.workFolder.empty() && !platform::setWorkingDirectory(values.workFolder)) {
+    journal(platform::Event::SettingsWrong, std::string(config::kWorkFolderValue) + ' ' +
+                                                values.workFolder +
+                                                " cannot be used: " + platform::fileErrorText());
+    return kErrorBadConfiguration;
+  }
   return platform::kErrorSuccess;
 }
 

@@ -140,7 +140,7 @@ void Pass::checkSettings() {
     pass_.settings.reportOnly = true;
     findings_.problem(wrong.text() + ": the pass only reports", Cause::Settings);
   }
-  for (const std::string& problem : notify::findTokenProblems(pass_.settings)) {
+  for (const std::string& problem : notify::findLoginProblems(pass_.settings)) {
     findings_.problem(problem, Cause::Settings);
   }
   if (pass_.settings.emailAdminReports) {

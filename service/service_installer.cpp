@@ -7,7 +7,9 @@
 #include "base/ascii.h"
 #include "base/format_text.h"
 #include "config/editions.h"
+#include "config/pass_files.h"
 #include "config/registry_readers.h"
+#include "platform/system/files.h"
 
 namespace service {
 namespace {
@@ -57,6 +59,13 @@ bool writeWorkFolder(ServiceSystem system, const std::string& folder) {
                                                          config::kWorkFolderValue, folder);
 }
 
+// Without it a pass keeps no logs; what is in it inherits the rights of the folder.
+void makeLogFolder(const std::string& workFolder) {
+  const std::string logs = workFolder + '\\' + config::kLogDirectory;
+  if (platform::createDirectory(logs)) return;
+  std::printf("%s could not be made - %s\n", logs.c_str(), platform::fileErrorText().c_str());
+}
+
 // Whether Windows knows the account's password itself, or it has none.
 bool needsNoPassword(const std::string& account) {
   return account.ends_with('$') || base::equalsNoCase(account, "LocalSystem") ||
@@ -83,6 +92,7 @@ void equipService(ServiceSystem system, ServiceHandle service, const std::string
   }
   if (!options.workFolder.empty()) {
     report(control.admitToFolder(name, options.workFolder), "the rights of the work folder");
+    makeLogFolder(options.workFolder);
     if (!writeWorkFolder(system, options.workFolder)) {
       std::printf("%s could not be written below %s: the service works in the system's folder.\n",
                   config::kWorkFolderValue, config::kServiceParametersKey);

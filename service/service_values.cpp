@@ -2,6 +2,7 @@
 
 #include <algorithm>
 
+#include "config/editions.h"
 #include "config/expiration_settings.h"
 #include "config/registry_readers.h"
 #include "config/settings_table.h"
@@ -9,6 +10,7 @@
 namespace service {
 namespace {
 
+constexpr std::size_t kMaxFolderBytes = 1024;  // with its end
 constexpr std::uint32_t kMsPerHour = 3600000;
 constexpr std::uint64_t kLongestMs = 0xFFFFFFFE;  // 49 days; one more means for ever
 
@@ -22,6 +24,8 @@ ServiceValues readServiceValues(platform::Registry& registry) {
   const std::uint32_t hours =
       config::loadExpirationSettings(registry, config::kExpirationKeyMpe).expirationServiceInterval;
   values.intervalMs = asMs(hours, kMsPerHour);
+  values.workFolder = config::readTextField(registry, config::kServiceParametersKey,
+                                            config::kWorkFolderValue, kMaxFolderBytes);
   return values;
 }
 

@@ -4,6 +4,7 @@
 #include <bit>
 #include <cstddef>
 
+#include "base/ascii.h"
 #include "base/timestamp.h"
 #include "directory/password_expiry.h"
 #include "notify/run_logs.h"
@@ -417,8 +418,13 @@ platform::AccountResult UserExaminer::writeExpiry(const std::u16string& name,
     return {platform::kNetNoDomainController,
             "not tried: the directory did not answer twice in a row"};
   }
+  // Accounts that are not this machine's own are written attribute by attribute in any case.
+  const bool byDirectory =
+      base::equalsNoCase(pass_.settings.expireBy, config::kExpireByDirectory) &&
+      host_.accounts.ofThisMachineOnly();
   platform::AccountResult result =
-      directory::expireUserPassword(host_.accounts, host_.clock, name, user.age, pass_.expiredLog);
+      directory::expireUserPassword(host_.accounts, host_.clock, name, user.age, pass_.expiredLog,
+                                    byDirectory ? &host_.directory : nullptr);
   const bool silent = result.status == platform::kNetNoDomainController;
   pass_.unansweredWrites = silent ? pass_.unansweredWrites + 1 : 0;
   return result;

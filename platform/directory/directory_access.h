@@ -14,8 +14,9 @@ namespace platform {
 
 using HResult = std::uint32_t;
 inline constexpr HResult kOk = 0;
-inline constexpr HResult kAdsNoMoreRows = 0x5012;  // S_ADS_NOMORE_ROWS, a success
-inline constexpr HResult kFail = 0x80004005;       // E_FAIL
+inline constexpr HResult kAdsNoMoreRows = 0x5012;       // S_ADS_NOMORE_ROWS, a success
+inline constexpr HResult kNotImplemented = 0x80004001;  // E_NOTIMPL
+inline constexpr HResult kFail = 0x80004005;            // E_FAIL
 inline constexpr HResult kInvalidArgument = 0x80070057;
 inline constexpr HResult kAdsPropertyNotFound = 0x8000500D;
 inline constexpr HResult kAdsColumnNotSet = 0x80005008;
@@ -155,6 +156,13 @@ class DirectoryAccess {
     (void)logonName;
     (void)attribute;
     return std::nullopt;
+  }
+
+  // Has the user with this logon name change the password at the next logon, by writing 0 to
+  // pwdLastSet and nothing else. Two round trips.
+  virtual HResult requireNewPassword(const std::u16string& logonName) {
+    (void)logonName;
+    return kNotImplemented;
   }
 
   // By how many seconds the directory's clock is ahead of this machine's, as of the last reading;

@@ -33,6 +33,9 @@ class OverlayRegistry final : public Registry {
   WinError createKey(const std::string& path, std::unique_ptr<RegistryKey>& key) override;
   KeyNames list(const std::string& path) override;
 
+  bool isReadByEverybody(const std::string& path) const override {
+    return below_.isReadByEverybody(path);
+  }
   std::string name() const override { return below_.name(); }
   std::string placeOf(const std::string& path, const std::string& value) const override;
   std::vector<RegistryRepeat> repeats() const override { return below_.repeats(); }

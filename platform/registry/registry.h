@@ -77,6 +77,11 @@ class Registry {
 
   // Where it is, in words for messages: the path of a file, or the registry of this system.
   virtual std::string name() const { return "the registry of this system"; }
+  // Whether every user of this machine can read the values of a key.
+  virtual bool isReadByEverybody(const std::string& path) const {
+    (void)path;
+    return false;
+  }
   // "FILE:LINE" of a value; empty where there are no lines, or no such value.
   virtual std::string placeOf(const std::string& path, const std::string& value) const {
     (void)path;

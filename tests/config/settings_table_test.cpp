@@ -37,7 +37,8 @@ TEST(SettingsPage, ListsTheRowsOfTheTableAndNoOthers) {
   std::ptrdiff_t rows = 0;
   for (const SettingGroup group :
        {SettingGroup::Expiration, SettingGroup::Policy, SettingGroup::PolicyRules,
-        SettingGroup::EditionRoot, SettingGroup::Product, SettingGroup::Directory}) {
+        SettingGroup::EditionRoot, SettingGroup::Product, SettingGroup::Directory,
+        SettingGroup::Service}) {
     std::string table;
     for (const Setting& setting : settingsTable()) {
       if (setting.group == group) table += pageRow(setting);

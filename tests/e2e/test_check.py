@@ -46,7 +46,7 @@ class Site:
     """A site that is in order, until steps are taken."""
 
     def __init__(self, test):
-        self.test, self.options, self.raw = test, {}, []
+        self.test, self.options, self.raw, self.mode = test, {}, [], 0o600
         self.folder = pathlib.Path(test.enterContext(tempfile.TemporaryDirectory()))
         self.environment = {**os.environ, "SSL_CERT_FILE": str(test.folder / "ca.pem")}
         self.keys = {
@@ -83,7 +83,9 @@ class Site:
         elif word == "remove":
             (self.folder / rest).unlink()
         elif word == "as":
-            self.options["user"] = rest
+            self.options["user"], self.mode = rest, 0o644
+        elif word == "mode":
+            self.mode = int(rest, 8)
         elif word == "own":
             shutil.chown(self.folder / rest, "nobody")
         elif word == "untrusted":
@@ -122,6 +124,7 @@ class Site:
         (self.folder / "wrong").write_text("not it\n")
         for path in self.folder, *self.folder.rglob("*"):
             path.chmod(0o755)
+        (self.folder / "site.reg").chmod(self.mode)
         done = subprocess.run(
             [PROGRAM, "check", "--registry", "site.reg", "--format", "json", "--only", part],
             cwd=self.folder, env=self.environment, capture_output=True, text=True, timeout=120, **self.options)

@@ -7,6 +7,8 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include "notify/mail_settings.h"
+#include "notify/mail_transport.h"
 #include "platform/system/files.h"
 #include "tests/support/manual_clock.h"
 #include "tests/support/rows.h"
@@ -135,19 +137,40 @@ TEST_F(AccessTokenTest, IsReadAgainFromItsFile) {
 
 TEST_F(AccessTokenTest, FindsWhatStandsInItsWay) {
   settings.oauthClientSecretFile = "absent";  // who may read a new file is the system's business
-  EXPECT_THAT(findTokenProblems(settings), testing::IsEmpty());
+  EXPECT_THAT(findLoginProblems(settings), testing::IsEmpty());
   settings.smtpAuthMethod = "LOGIN";
   EXPECT_FALSE(wantsAccessToken(settings));
-  EXPECT_THAT(findTokenProblems(settings), testing::IsEmpty());
+  EXPECT_THAT(findLoginProblems(settings), testing::IsEmpty());
   settings = {};
-  EXPECT_THAT(findTokenProblems(settings), testing::IsEmpty());
+  EXPECT_THAT(findLoginProblems(settings), testing::IsEmpty());
   settings.smtpAuthMethod = "xoauth2";
-  EXPECT_THAT(findTokenProblems(settings),
+  EXPECT_THAT(findLoginProblems(settings),
               testing::ElementsAre(HasSubstr("set smtpTokenFile or oauthTokenUrl")));
   settings.oauthTokenUrl = "http://login.example";
-  EXPECT_THAT(findTokenProblems(settings),
+  EXPECT_THAT(findLoginProblems(settings),
               testing::ElementsAre(HasSubstr("smtpUsername"), HasSubstr("under TLS only"),
                                    HasSubstr("https://"), HasSubstr("needs oauthClientId")));
+}
+
+TEST_F(AccessTokenTest, ThePasswordsFileCountsUnlessATokenIsWanted) {
+  const struct {
+    const char* file;
+    bool token;
+    const char* password;
+    const char* problem;
+  } cases[] = {{"", false, "plain", ""},
+               {"secret", false, "s3cret&", ""},
+               {"secret", true, "plain", ""},
+               {"none", false, "", "smtpPasswordFile none: No such file or directory"}};
+  for (const auto& c : cases) {
+    settings.smtpPassword = "plain";
+    settings.smtpPasswordFile = c.file;
+    settings.oauthTokenUrl = c.token ? "https://login.example/token" : "";
+    kelvado::KvMailMan mailMan;
+    EXPECT_EQ(configureMailMan(mailMan, settings), c.problem);
+    EXPECT_STREQ(mailMan.get_SmtpPassword(), c.password);
+  }
+  EXPECT_EQ(makeSmtpTransport(settings)->failure().step, kelvado::SmtpStep::Login);
 }
 
 }  // namespace

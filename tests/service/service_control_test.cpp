@@ -87,6 +87,7 @@ struct FakeSystem : ServiceControl, WorkerThreads, Process, service::ServiceWork
   }
   bool allowLogon(const std::string& account) override { return call("logon of " + account); }
   bool admitToFolder(const std::string& service, const std::string& folder) override {
+    createDirectory(folder);
     return call(service + " into " + folder.substr(folder.find_last_of("/\\") + 1));
   }
   bool admitToKey(const std::string& service, const std::string& path) override {

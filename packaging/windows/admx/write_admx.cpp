@@ -87,7 +87,8 @@ std::string editionOf(const std::string& key) {
 
 std::vector<Category> categories() {
   std::vector<Category> all = {{"Pwlapse", "", "Password expiration"},
-                               {"Directory", "Pwlapse", "Directory server (not Windows)"}};
+                               {"Directory", "Pwlapse", "Directory server (not Windows)"},
+                               {"Parameters", "Pwlapse", "Service"}};
   static const char* const kEditionNames[] = {"MPE", "MPEMS"};
   static std::set<std::string> names;
   for (const std::string edition : kEditionNames) {

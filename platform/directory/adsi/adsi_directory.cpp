@@ -213,7 +213,7 @@ class AdsiDirectory final : public DirectoryAccess {
   std::optional<bool> mayWrite(const std::u16string& logonName, const char* attribute) override {
     std::u16string path;
     ComPtr<IDirectorySearch> object;
-    if (!findPath(logonName, path) ||
+    if (findPath(logonName, path) != kOk ||
         FAILED(ADsOpenObject(toWide(path).c_str(), nullptr, nullptr, kAdsSecureAuthentication,
                              IID_IDirectorySearch, object.out()))) {
       return std::nullopt;
@@ -244,6 +244,13 @@ class AdsiDirectory final : public DirectoryAccess {
     }
     object->CloseSearchHandle(handle);
     return found;
+  }
+
+  HResult requireNewPassword(const std::u16string& logonName) override {
+    initialise();  // the pass may have left the domain by now
+    const HResult status = writeNoLastChange(logonName);
+    uninitialise();
+    return status;
   }
 
   DirectoryError lastError() override {
@@ -291,24 +298,46 @@ class AdsiDirectory final : public DirectoryAccess {
     return resultOf(status);
   }
 
+  HResult writeNoLastChange(const std::u16string& logonName) {
+    std::u16string path;
+    ComPtr<IADs> user;
+    const HResult found = findPath(logonName, path);
+    if (found != kOk) return found;
+    HRESULT status = ADsOpenObject(toWide(path).c_str(), nullptr, nullptr, kAdsSecureAuthentication,
+                                   IID_IADs, user.out());
+    if (FAILED(status)) return resultOf(status);
+    VARIANT never{};  // ADSI makes the large integer of it
+    V_VT(&never) = VT_I4;
+    const Bstr attribute(L"pwdLastSet");
+    status = user->Put(attribute.get(), never);
+    return resultOf(FAILED(status) ? status : user->SetInfo());
+  }
+
   // The path of the user with this logon name, below the domain's default naming context.
-  bool findPath(const std::u16string& logonName, std::u16string& path) {
+  // kNoSuchObject when there is none.
+  HResult findPath(const std::u16string& logonName, std::u16string& path) {
     std::unique_ptr<DirectoryObject> rootDse;
     std::u16string context;
     std::unique_ptr<DirectorySearch> search;
     std::unique_ptr<SearchRows> rows;
     SearchColumn column;
-    const bool found =
-        !failed(openObject(u"LDAP://rootDSE", kAdsSecureAuthentication, rootDse)) &&
-        !failed(rootDse->get(u"defaultNamingContext", context)) &&
-        !failed(openSearch(u"LDAP://" + context, kAdsSecureAuthentication, search)) &&
-        !failed(search->setScope(SearchScope::Subtree)) &&
-        !failed(search->execute(
-            u"(&(objectClass=user)(sAMAccountName=" + escapeFilterValue(logonName) + u"))",
-            {u"ADsPath"}, rows)) &&
-        rows->next() == kOk && !failed(rows->column(u"ADsPath", column));
+    HResult status = openObject(u"LDAP://rootDSE", kAdsSecureAuthentication, rootDse);
+    const auto step = [&status](const auto& call) {
+      if (!failed(status)) status = call();
+    };
+    step([&] { return rootDse->get(u"defaultNamingContext", context); });
+    step([&] { return openSearch(u"LDAP://" + context, kAdsSecureAuthentication, search); });
+    step([&] { return search->setScope(SearchScope::Subtree); });
+    step([&] {
+      return search->execute(
+          u"(&(objectClass=user)(sAMAccountName=" + escapeFilterValue(logonName) + u"))",
+          {u"ADsPath"}, rows);
+    });
+    step([&] { return rows->next(); });
+    if (status == kAdsNoMoreRows) return kNoSuchObject;
+    step([&] { return rows->column(u"ADsPath", column); });
     path = column.firstValue;
-    return found;
+    return status;
   }
 
   int initialised_ = 0;

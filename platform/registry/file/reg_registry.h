@@ -35,6 +35,7 @@ class RegRegistry final : public Registry {
   WinError createKey(const std::string& path, std::unique_ptr<RegistryKey>& key) override;
   KeyNames list(const std::string& path) override;
 
+  bool isReadByEverybody(const std::string& /*path*/) const override { return fileIsShared(file_); }
   std::string name() const override { return file_; }
   std::string placeOf(const std::string& path, const std::string& value) const override;
   std::vector<RegistryRepeat> repeats() const override;

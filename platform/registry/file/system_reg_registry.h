@@ -25,6 +25,9 @@ class SystemRegRegistry final : public Registry {
   WinError createKey(const std::string& path, std::unique_ptr<RegistryKey>& key) override;
 
   KeyNames list(const std::string& path) override;
+  bool isReadByEverybody(const std::string& path) const override {
+    return settings_->isReadByEverybody(path);
+  }
   std::string name() const override { return settings_->name(); }
   std::string placeOf(const std::string& path, const std::string& value) const override {
     const std::string written = written_->placeOf(path, value);

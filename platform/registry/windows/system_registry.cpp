@@ -5,6 +5,8 @@
 
 #include <windows.h>
 
+#include "platform/system/windows/access_list.h"
+
 namespace platform {
 namespace {
 
@@ -76,6 +78,11 @@ class SystemRegistry final : public Registry {
         RegCreateKeyExA(HKEY_LOCAL_MACHINE, path.c_str(), 0, nullptr, REG_OPTION_NON_VOLATILE,
                         KEY_ALL_ACCESS, nullptr, &opened, nullptr);
     return wrap(status, opened, key);
+  }
+
+  bool isReadByEverybody(const std::string& path) const override {
+    return isGrantedToEverybody(objectNameOfKey(path), SE_REGISTRY_KEY,
+                                KEY_QUERY_VALUE | GENERIC_READ | GENERIC_ALL);
   }
 
   KeyNames list(const std::string& path) override {

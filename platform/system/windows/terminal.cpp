@@ -35,8 +35,11 @@ bool readHiddenLine(std::string& line) {
   const HANDLE input = GetStdHandle(STD_INPUT_HANDLE);
   if (GetConsoleMode(input, &before) == 0) return false;
   SetConsoleMode(input, before & ~static_cast<DWORD>(ENABLE_ECHO_INPUT));
+  const UINT codePage = GetConsoleCP();
+  SetConsoleCP(GetACP());  // that of all texts
   int c = 0;
   while ((c = std::getchar()) != EOF && c != '\n') line += static_cast<char>(c);
+  SetConsoleCP(codePage);
   SetConsoleMode(input, before);
   return c != EOF;
 }

@@ -6,6 +6,7 @@
 #include <gtest/gtest.h>
 
 #include "platform/system/files.h"
+#include "platform/system/windows/access_list.h"
 #include "tests/support/temp_dir.h"
 #include "tests/support/text_file.h"
 
@@ -36,6 +37,12 @@ TEST(WindowsFiles, AFileInUseStaysWholeAndNothingIsLeftBesideIt) {
   EXPECT_TRUE(replaceFileAtomically("site.reg", "new"));
   EXPECT_EQ(readBytes("site.reg"), "new");
   EXPECT_EQ(std::distance(std::filesystem::directory_iterator("."), {}), 1);
+}
+
+// The identity that Windows itself has for a service of that name.
+TEST(WindowsAccess, TheIdentityOfAServiceIsThatOfWindows) {
+  EXPECT_EQ(serviceSid("TrustedInstaller"),
+            L"S-1-5-80-956008885-3418522649-1831038044-1853292631-2271478464");
 }
 
 }  // namespace
