@@ -1,7 +1,6 @@
 // The lists of the policies: whether each can be read as it was meant, and whom it names. Walks
 // them in the order in which a pass visits them, so that it knows who wins.
 #include <algorithm>
-#include <filesystem>
 #include <memory>
 #include <optional>
 #include <unordered_map>
@@ -13,7 +12,6 @@
 #include "directory/domain_directory.h"
 #include "directory/password_expiry.h"
 #include "platform/system/files.h"
-#include "platform/system/path_name.h"
 #include "platform/text/code_page.h"
 #include "platform/text/text_lines.h"
 #include "service/user_list.h"
@@ -128,9 +126,7 @@ void ListsCheck::fileNames() {
     known.push_back(service::policyFiles(slot).include);
     known.push_back(service::policyFiles(slot).exclude);
   }
-  std::error_code status;
-  for (const auto& entry : std::filesystem::directory_iterator(".", status)) {
-    const std::string name = platform::nameOf(entry.path().filename());
+  for (const std::string& name : platform::namesInFolder(".")) {
     const bool isKnown = std::any_of(known.begin(), known.end(), [&](const auto& other) {
       return base::equalsNoCase(other, name);
     });

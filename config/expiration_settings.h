@@ -73,6 +73,12 @@ struct ExpirationSettings {
   std::string oauthClientSecretFile;
   std::string oauthScope;
 
+  // What is beside the texts of a mail, and in them.
+  std::uint32_t autoSubmitted = 1;    // 1: mails say that a program wrote them
+  bool emailTextAlternative = false;  // an HTML mail has its text beside it
+  std::string emailLanguage;          // of users who prefer none; tags, as in preferredLanguage
+  bool subjectTokens = false;         // tokens in a subject are replaced
+
   // What a pass does when something outside goes wrong.
   std::uint32_t smtpGiveUpAfter = kDefaultGiveUpAfter;  // failures in a row; 0: never
   std::uint32_t smtpRetries = 0;                        // of a mail that was refused for now

@@ -11,6 +11,11 @@ namespace config {
 inline constexpr const char* kDefaultExcludeFile = "pwsentry_pro_defaultpolicy_exclude.txt";
 inline constexpr const char* kIncludeFileFormat = "pwsentry_pro_policy%d_include.txt";  // slot
 inline constexpr const char* kExcludeFileFormat = "pwsentry_pro_policy%d_exclude.txt";  // slot
+// A mail's templates begin so; notify/mail_templates.h has the rest of their names.
+inline constexpr const char* kWarningTemplates = "NorvynExpirationEmail";
+inline constexpr const char* kExpiredTemplates = "NorvynExpiredEmail";
+inline constexpr const char* kManagerTemplates = "NorvynManagerEmail";
+// Those of the warning for every policy and language.
 inline constexpr const char* kHtmlTemplateFile = "NorvynExpirationEmail.html";
 inline constexpr const char* kTextTemplateFile = "NorvynExpirationEmail.txt";
 

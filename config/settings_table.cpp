@@ -117,6 +117,17 @@ const Setting kSettings[] = {
          "sender of every mail"),
     text(Expiration, "emailSubject", &E::emailSubject, kTextBytes,
          "YOUR WINDOWS PASSWORD WILL EXPIRE SOON", "subject of the warning"),
+    flag(Expiration, "subjectTokens", &E::subjectTokens,
+         "replace tokens in the subject, too: in `emailSubject` and in a template's own"),
+    text(Expiration, "emailLanguage", &E::emailLanguage, kTextBytes, "",
+         "language of the template for users whose `preferredLanguage` names none that is there: "
+         "`de`, or several, the best first: `fr, en`"),
+    flag(Expiration, "emailTextAlternative", &E::emailTextAlternative,
+         "an HTML mail has a plain text beside it: of the template's `.txt` file, or made from the "
+         "HTML"),
+    {Expiration, "autoSubmitted", SettingType::OptionalNumber, &E::autoSubmitted, "", 1, 1, "",
+     "1: mails say that a program sends them (`Auto-Submitted: auto-generated`), so that absence "
+     "notes do not come back"},
     text(Expiration, "emailCustomMsg", &E::emailCustomMsg, kMessageBytes, "",
          "body of the warning when there is no template; a backslash is a line break"),
     flag(Expiration, "emailCustomMsgOnly", &E::emailCustomMsgOnly, "read, and not used"),

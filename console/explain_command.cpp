@@ -92,6 +92,7 @@ class StoryText {
     if (story_.record != nullptr) {
       password();
       warnings();
+      if (dated()) add("Mail", story_.mailSource);
       today();
       forced();
     } else {
@@ -356,10 +357,13 @@ int explainCommand(const ExplainOptions& options) {
   answer.above = StoryText(options.user, story, calendar, style).text();
   const std::string found = findingsText(findings.problems(), {}, style);
   if (!found.empty()) answer.below = '\n' + found;
-  answer.members = {
-      {"date", dayText(calendar.today())}, {"account", accountJson(story)},
-      {"policies", policiesJson(story)},   {"warnings", warningsJson(story, calendar)},
-      {"obstacles", obstaclesJson(story)}, {"problems", findingsJson(findings.problems())}};
+  answer.members = {{"date", dayText(calendar.today())},
+                    {"account", accountJson(story)},
+                    {"policies", policiesJson(story)},
+                    {"warnings", warningsJson(story, calendar)},
+                    {"template", jsonText(story.mailSource)},
+                    {"obstacles", obstaclesJson(story)},
+                    {"problems", findingsJson(findings.problems())}};
   answer.table.columns = userColumns();
   if (story.record != nullptr) answer.table.rows.push_back(userRow(*story.record, calendar));
   printAnswer(answer, options.question.format);

@@ -16,7 +16,8 @@ namespace {
 // Keeps the records of one user; one of the policy that has him before those that leave him out.
 class UserKeeper : public service::PassObserver {
  public:
-  explicit UserKeeper(platform::DirectoryAccess& access) : lookUp_(access) {}
+  explicit UserKeeper(platform::DirectoryAccess& access)
+      : lookUp_(access, UserLookUp::Details::Wanted) {}
 
   void userExamined(const notify::UserRecord& user) override {
     if (kept_ && (kept_->record.skipReasons == 0 || user.skipReasons != 0)) return;
@@ -55,14 +56,18 @@ std::optional<PreviewedUser> findPreviewedUser(const platform::Host& host,
 }
 
 void setDaysLeft(notify::UserRecord& user, std::int32_t days) {
+  if (user.passwordExpires != 0) {
+    user.passwordExpires += (days - user.daysLeft()) * notify::kSecondsPerDay;
+  }
   user.maxAge = static_cast<std::int32_t>(user.age) + days;
 }
 
 bool composePreview(kelvado::KvEmail& email, const config::ExpirationSettings& settings,
-                    const notify::UserRecord& user, std::string& error) {
+                    const notify::MailTemplates& templates, const notify::UserRecord& user,
+                    platform::Clock& clock, std::string& error) {
   config::DebugLog silent(false);
-  if (notify::composeWarning(email, settings, user, silent)) return true;
-  const std::vector<std::string> problems = notify::findTemplateProblems();
+  if (notify::composeWarning(email, settings, templates, user, clock, silent)) return true;
+  const std::vector<std::string>& problems = templates.problems();
   error = problems.empty() ? notify::kTemplateLost : problems.front();
   return false;
 }

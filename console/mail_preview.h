@@ -7,6 +7,7 @@
 
 #include "config/expiration_settings.h"
 #include "mail/mime/kv_email.h"
+#include "notify/mail_templates.h"
 #include "notify/user_record.h"
 #include "platform/host/host.h"
 #include "service/outcome.h"
@@ -31,6 +32,7 @@ void setDaysLeft(notify::UserRecord& user, std::int32_t days);
 
 // False, with `error` one line, when the mail would not be sent because of its template.
 bool composePreview(kelvado::KvEmail& email, const config::ExpirationSettings& settings,
-                    const notify::UserRecord& user, std::string& error);
+                    const notify::MailTemplates& templates, const notify::UserRecord& user,
+                    platform::Clock& clock, std::string& error);
 
 }  // namespace console

@@ -12,6 +12,7 @@
 #include "console/mail_preview.h"
 #include "directory/user_directory_data.h"
 #include "notify/mail_transport.h"
+#include "notify/warning_email.h"
 #include "platform/system/files.h"
 #include "platform/text/text_lines.h"
 #include "service/dry_run.h"
@@ -76,9 +77,14 @@ std::optional<ShownMail> warningOf(const platform::Host& host, const PreviewOpti
   notify::UserRecord& record = user->record;
   if (options.days) setDaysLeft(record, *options.days);
   kelvado::KvEmail email;
-  if (!composePreview(email, mailSettings(host.registry), record, error)) return std::nullopt;
+  const config::ExpirationSettings settings = mailSettings(host.registry);
+  const notify::MailTemplates templates(settings);
+  if (!composePreview(email, settings, templates, record, host.clock, error)) return std::nullopt;
+  const std::string source = notify::warningSource(templates, settings, record);
   answer.members["today"] = jsonText(user->today);
-  answer.above = outputStyle().paragraph("Today:    ", 10, user->today);
+  answer.members["template"] = jsonText(source);
+  answer.above = outputStyle().paragraph("Today:    ", 10, user->today) +
+                 outputStyle().paragraph("Template: ", 10, source);
   if (record.data.email == directory::kNoEmail) {
     answer.above += outputStyle().paragraph(
         "Address:  ", 10, "none in the directory, so no mail can be sent to this user");

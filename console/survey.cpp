@@ -16,7 +16,9 @@ using notify::UserRecord;
 class Collector final : public service::PassObserver {
  public:
   Collector(platform::DirectoryAccess& directory, const SurveyOptions& options)
-      : options_(options), log_(config::DebugLog::nowhere()), domain_(directory, log_, nullptr) {}
+      : options_(options), log_(config::DebugLog::nowhere()), domain_(directory, log_, nullptr) {
+    if (options.details) domain_.readDetails(true);
+  }
   ~Collector() override {
     if (bound_) domain_.unbindDomain();
   }

@@ -19,6 +19,8 @@ struct SurveyOptions {
   // A pass looks addresses up only for users that it may mail today; this does for all that are
   // kept.
   bool addresses = false;
+  // With the addresses language, manager and the like, where the pass itself wants them.
+  bool details = false;
 };
 
 struct Survey {

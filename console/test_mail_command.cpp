@@ -40,7 +40,8 @@ int testMailCommand(const TestMailOptions& options) {
   }
   if (options.days) setDaysLeft(user, *options.days);
   kelvado::KvEmail email;
-  if (!composePreview(email, settings, user, error)) return refuse(error);
+  const notify::MailTemplates templates(settings);
+  if (!composePreview(email, settings, templates, user, host.clock, error)) return refuse(error);
   if (email.GetTo() == nullptr || *email.GetTo() == '\0') {
     return refuse("\"" + options.address + "\" is no e-mail address");
   }

@@ -4,6 +4,11 @@
 
 namespace console {
 
+UserLookUp::UserLookUp(platform::DirectoryAccess& access, Details details)
+    : domain_(access, log_, nullptr) {
+  if (details == Details::Wanted) domain_.readDetails(true);
+}
+
 bool UserLookUp::complete(notify::UserRecord& user) {
   if (user.data.email != directory::kNoEmail) return true;
   if (binding_ == Binding::None) {

@@ -12,8 +12,12 @@ namespace console {
 
 class UserLookUp {
  public:
+  // Whether language, manager and the like are looked up, too, where the pass that follows wants
+  // them. To be made before that pass.
+  enum class Details { NotWanted, Wanted };
+
   // `access` is borrowed.
-  explicit UserLookUp(platform::DirectoryAccess& access) : domain_(access, log_, nullptr) {}
+  explicit UserLookUp(platform::DirectoryAccess& access, Details details = Details::NotWanted);
 
   // Fills in the user's data as the pass would. False when the directory is of no help.
   bool complete(notify::UserRecord& user);

@@ -55,10 +55,9 @@ Tone outcomeTone(Outcome outcome) {
 }
 
 std::optional<std::int64_t> expiryMoment(const UserRecord& user) {
-  constexpr std::int64_t kSecondsPerDay = 86400;
-  if (user.passwordExpires != 0) return momentOf(user.passwordExpires);
-  if (user.passwordSet == 0) return std::nullopt;
-  return momentOf(user.passwordSet + user.maxAge * kSecondsPerDay);
+  const std::int64_t time = user.expiryTime();
+  if (time == 0) return std::nullopt;
+  return momentOf(time);
 }
 
 std::string whyToday(const UserRecord& user) {

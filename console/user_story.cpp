@@ -8,6 +8,7 @@
 #include "config/pass_files.h"
 #include "config/registry_readers.h"
 #include "directory/domain_directory.h"
+#include "notify/warning_email.h"
 #include "platform/text/code_page.h"
 #include "service/edition_keys.h"
 #include "service/policy_table.h"
@@ -57,6 +58,7 @@ class StoryTeller {
     SurveyOptions options;
     options.run.onlyUser = name_;
     options.addresses = true;
+    options.details = true;
     story_.survey = makeSurvey(host_, options);
     for (const UserRecord& user : story_.survey.users) {
       constexpr std::uint32_t kNotTaken =
@@ -65,6 +67,10 @@ class StoryTeller {
     }
     readAccount();
     readPolicies();
+    if (story_.record != nullptr) {
+      const notify::MailTemplates templates(story_.settings);
+      story_.mailSource = notify::warningSource(templates, story_.settings, *story_.record);
+    }
     return std::move(story_);
   }
 

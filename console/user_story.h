@@ -42,6 +42,7 @@ struct UserStory {
   platform::UserInfo account;
   std::vector<PolicyVerdict> policies;         // those in use, in the order of a pass
   const notify::UserRecord* record = nullptr;  // of the policy that has him; of the survey's users
+  std::string mailSource;                      // what a warning to him is made from, and why
   Survey survey;
 };
 

@@ -6,6 +6,7 @@
 #include "config/pass_files.h"
 #include "mail/mime/email_address.h"
 #include "mail/mime/kv_email.h"
+#include "notify/mail_settings.h"
 #include "notify/report_logo.h"
 #include "platform/text/text_lines.h"
 
@@ -38,6 +39,7 @@ std::string composeAdminReport(kelvado::KvEmail& email, const config::Expiration
     return std::string(config::kLogoFile) + " cannot be read";
   }
   email.AddHeaderField("X-Priority", "1");
+  markAutomatic(email, settings);
   email.put_From(settings.emailFromAddress.c_str());
   email.put_Utf8(true);
   for (const std::string& address : adminAddresses(settings.adminEmailAddress)) {

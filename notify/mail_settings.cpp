@@ -24,4 +24,8 @@ std::string configureMailMan(kelvado::KvMailMan& mailMan,
   return problem;
 }
 
+void markAutomatic(kelvado::KvEmail& email, const config::ExpirationSettings& settings) {
+  if (settings.autoSubmitted != 0) email.AddHeaderField("Auto-Submitted", "auto-generated");
+}
+
 }  // namespace notify

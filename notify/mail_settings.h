@@ -5,6 +5,7 @@
 #include <string>
 
 #include "config/expiration_settings.h"
+#include "mail/mime/kv_email.h"
 #include "mail/smtp/kv_mail_man.h"
 
 namespace notify {
@@ -16,5 +17,8 @@ inline constexpr const char* kMailUnlockCode = "NRVPasswordExpiration";
 // password cannot be used, in one line; empty when it can, or none is wanted.
 std::string configureMailMan(kelvado::KvMailMan& mailMan,
                              const config::ExpirationSettings& settings);
+
+// Says that a program wrote the mail (RFC 3834 section 5), where the settings want that.
+void markAutomatic(kelvado::KvEmail& email, const config::ExpirationSettings& settings);
 
 }  // namespace notify

@@ -1,17 +1,14 @@
 #include "notify/message_template.h"
 
+#include <algorithm>
 #include <cerrno>
-#include <cstddef>
+#include <cstdint>
 #include <iterator>
-#include <optional>
-#include <string_view>
 #include <system_error>
-#include <type_traits>
+#include <utility>
 
-#include "base/html.h"
 #include "base/text.h"
 #include "base/unicode.h"
-#include "config/pass_files.h"
 #include "platform/system/files.h"
 #include "platform/text/code_page.h"
 #include "platform/text/text_lines.h"
@@ -45,32 +42,78 @@ std::optional<std::string> decoded(std::string_view bytes) {
   return isUtf8 ? std::string(bytes) : platform::ansiToUtf8(bytes);
 }
 
-constexpr std::string_view kTokens[] = {"<%username%>", "<%firstName%>", "<%lastName%>",
-                                        "<%daysUntilExpiration%>", "<%backslash%>"};
+// In the order of Token.
+constexpr std::string_view kTokens[] = {
+    "<%username%>",  "<%firstName%>",      "<%lastName%>",       "<%daysUntilExpiration%>",
+    "<%backslash%>", "<%expirationDate%>", "<%expirationTime%>", "<%displayName%>",
+    "<%domain%>",    "<%policyName%>",     "<%email%>",          "<%managerName%>"};
+static_assert(std::size(kTokens) == static_cast<std::size_t>(Token::ManagerName) + 1);
 
-struct Template {
-  std::optional<std::string> text;  // UTF-8, lines end in LF
-  std::string problem;              // why there is no text; empty when there is no file
-};
+constexpr std::string_view kTokenStart = "<%";
+constexpr std::string_view kTokenEnd = "%>";
 
-Template readTemplate(const char* name) {
-  std::string bytes;
-  if (!platform::readWholeFile(name, bytes, kMaxTemplateBytes)) {
-    if (errno == ENOENT) return {};
-    return {{},
-            std::string(name) +
-                " cannot be read and is passed over: " + std::generic_category().message(errno)};
+// Which token `text` begins with.
+std::optional<Token> tokenAt(std::string_view text) {
+  for (std::size_t i = 0; i < std::size(kTokens); ++i) {
+    if (text.starts_with(kTokens[i])) return static_cast<Token>(i);
   }
-  Template found{decoded(bytes), ""};
-  if (found.text) {
-    base::replaceAll(*found.text, "\r\n", "\n");
-  } else {
-    found.problem = std::string(name) + " is no text and is passed over: save it as UTF-8";
+  return std::nullopt;
+}
+
+}  // namespace
+
+std::vector<std::string> knownTokens() {
+  return {std::begin(kTokens), std::end(kTokens)};
+}
+
+PreparedText::PreparedText(std::string text) : source_(std::move(text)) {
+  const std::string_view all = source_;
+  for (std::size_t at = 0; (at = all.find(kTokenStart, at)) != std::string_view::npos;) {
+    const std::optional<Token> token = tokenAt(all.substr(at));
+    const std::size_t length = token ? kTokens[static_cast<std::size_t>(*token)].size() : 1;
+    if (token) places_.push_back({at, length, *token});
+    at += length;
+  }
+}
+
+std::string PreparedText::filled(const TokenValues& values, TextFormat format) const {
+  std::string text;
+  std::size_t done = 0;
+  for (const Place& place : places_) {
+    text.append(source_, done, place.offset - done);
+    values.append(place.token, format, text);
+    done = place.offset + place.length;
+  }
+  return text.append(source_, done);
+}
+
+bool PreparedText::uses(Token token) const {
+  return std::any_of(places_.begin(), places_.end(),
+                     [token](const Place& place) { return place.token == token; });
+}
+
+std::vector<UnknownToken> findUnknownTokens(std::string_view text) {
+  std::vector<UnknownToken> found;
+  std::size_t line = 1;
+  while (!text.empty()) {
+    const std::string_view lineText = base::takeLine(text);
+    for (std::size_t at = 0; (at = lineText.find(kTokenStart, at)) != std::string_view::npos;
+         ++at) {
+      if (tokenAt(lineText.substr(at))) continue;
+      const std::size_t end = lineText.find(kTokenEnd, at);
+      const bool ends = end != std::string_view::npos;
+      found.push_back(
+          {line, ends ? std::string(lineText.substr(at, end + kTokenEnd.size() - at)) : ""});
+    }
+    ++line;
   }
   return found;
 }
 
-}  // namespace
+std::string UnknownToken::problem() const {
+  return text.empty() ? "a \"<%\" without \"%>\" behind it: it is mailed as it stands"
+                      : platform::utf8ToAnsi(text) + " is no token: it is mailed as it stands";
+}
 
 std::string messageLines(const std::string& message) {
   std::string lines;
@@ -84,58 +127,20 @@ std::string messageLines(const std::string& message) {
   return lines;
 }
 
-MessageBody loadMessageBody(const std::string& customMessage, config::DebugLog& log) {
-  const Template html = readTemplate(config::kHtmlTemplateFile);
-  if (html.text) {
-    log.print("**HTML email body file found.\n");
-    return {*html.text, true, false, config::kHtmlTemplateFile};
+TemplateFile readTemplate(const std::string& name) {
+  std::string bytes;
+  if (!platform::readWholeFile(name, bytes, kMaxTemplateBytes)) {
+    if (errno == ENOENT) return {};
+    return {{},
+            name + " cannot be read and is passed over: " + std::generic_category().message(errno)};
   }
-  const Template plain = readTemplate(config::kTextTemplateFile);
-  if (plain.text) {
-    log.print("**Plain text email body file found.\n");
-    return {*plain.text, false, false, config::kTextTemplateFile};
+  TemplateFile found{decoded(bytes), ""};
+  if (found.text) {
+    base::replaceAll(*found.text, "\r\n", "\n");
+  } else {
+    found.problem = name + " is no text and is passed over: save it as UTF-8";
   }
-  log.print("**No custom email text files found.  Using registry value for custom email body.\n");
-  const bool anyProblem = !html.problem.empty() || !plain.problem.empty();
-  return {platform::ansiToUtf8(customMessage), false, customMessage.empty() && anyProblem};
-}
-
-std::vector<std::string> findTemplateProblems() {
-  std::vector<std::string> problems;
-  for (const char* name : {config::kHtmlTemplateFile, config::kTextTemplateFile}) {
-    const std::string problem = readTemplate(name).problem;
-    if (!problem.empty()) problems.push_back(problem);
-  }
-  return problems;
-}
-
-std::vector<std::string> knownTokens() {
-  return {std::begin(kTokens), std::end(kTokens)};
-}
-
-void replaceTokens(MessageBody& body, const UserRecord& user) {
-  // In the order of kTokens, ANSI.
-  const std::string values[] = {user.username, user.data.firstName, user.data.lastName,
-                                std::to_string(user.daysLeft()), "\\"};
-  static_assert(std::size(kTokens) == std::extent_v<decltype(values)>);
-  constexpr std::string_view kTokenStart = "<%";
-  std::string text;
-  std::string_view rest = body.text;
-  for (std::size_t at = 0; (at = rest.find(kTokenStart)) != std::string_view::npos;) {
-    text += rest.substr(0, at);
-    rest.remove_prefix(at);
-    std::size_t length = 1;  // of what is taken off: no token begins here
-    for (std::size_t i = 0; i < std::size(kTokens); ++i) {
-      if (!rest.starts_with(kTokens[i])) continue;
-      const std::string utf8 = platform::ansiToUtf8(values[i]);
-      text += body.isHtml ? base::escapeHtml(utf8) : utf8;
-      length = kTokens[i].size();
-      break;
-    }
-    if (length == 1) text += rest.front();
-    rest.remove_prefix(length);
-  }
-  body.text = text.append(rest);
+  return found;
 }
 
 }  // namespace notify

@@ -58,6 +58,8 @@ constexpr std::uint32_t noMailBit(NoMail reason) {
   return 1U << static_cast<unsigned>(reason);
 }
 
+inline constexpr std::int64_t kSecondsPerDay = 86400;
+
 // Texts are in the ANSI code page.
 struct UserRecord {
   // Found.
@@ -65,7 +67,8 @@ struct UserRecord {
   // In days: of that policy or, with useDirectoryPolicy, the user's own, reckoned from the time of
   // expiry so that daysLeft() is right.
   std::int32_t maxAge = 0;
-  bool directoryPolicy = false;     // useDirectoryPolicy of that policy
+  std::string policyName;           // of that policy
+  bool directoryPolicy = false;     // its useDirectoryPolicy
   std::uint32_t emailWarnings = 0;  // of that policy: 1 when its users are warned
   std::string username;             // as the list spells it
   directory::UserDirectoryData data;
@@ -99,6 +102,11 @@ struct UserRecord {
   Expiry expiry = Expiry::NotDue;
   std::string refusal;  // the directory's words when the expiry was refused
 
+  // When the password reaches its maximum age, in seconds since 1601; 0: not known.
+  std::int64_t expiryTime() const {
+    if (passwordExpires != 0 || passwordSet == 0) return passwordExpires;
+    return passwordSet + maxAge * kSecondsPerDay;
+  }
   // Days until the password expires: 0 on the day, negative afterwards.
   std::int32_t daysLeft() const { return static_cast<std::int32_t>(maxAge - age); }
 };

@@ -2,7 +2,8 @@
 
 #include "config/registry_readers.h"
 #include "mail/mime/kv_email.h"
-#include "notify/message_template.h"
+#include "notify/mail_settings.h"
+#include "notify/user_tokens.h"
 #include "platform/text/text_lines.h"
 
 namespace notify {
@@ -19,20 +20,42 @@ constexpr const char* kExpiredText =
     "\r\n"
     "You will be prompted to change your password prior to your next logon.\r\n";
 
-MessageBody composeBody(const config::ExpirationSettings& settings, const UserRecord& user,
-                        config::DebugLog& log) {
-  const int countdown = user.daysLeft();
-  // An expired password has its own fixed words; templates speak of days that remain.
-  if (countdown < 1) return {kExpiredText, false};
+MailKind kindOf(const UserRecord& user) {
+  return user.daysLeft() < 1 ? MailKind::Expired : MailKind::Warning;
+}
 
-  MessageBody body = loadMessageBody(settings.emailCustomMsg, log);
-  const directory::UserDirectoryData& data = user.data;
-  replaceTokens(body, user);
-  log.print("    user firstname: %s\n", data.firstName.c_str());
-  log.print("    user lastname: %s\n", data.lastName.c_str());
-  log.print("    days until expiration: %i\n", countdown);
+TemplateChoice choiceFor(const MailTemplates& templates, const UserRecord& user) {
+  return templates.choose(kindOf(user), user.slot, user.data.preferredLanguage);
+}
+
+void logWarning(const MessageTemplate* found, const UserRecord& user, config::DebugLog& log) {
+  if (found == nullptr) {
+    log.print("**No custom email text files found.  Using registry value for custom email body.\n");
+  } else if (found->html) {
+    log.print("**HTML email body file found.\n");
+  } else {
+    log.print("**Plain text email body file found.\n");
+  }
+  log.print("    user firstname: %s\n", user.data.firstName.c_str());
+  log.print("    user lastname: %s\n", user.data.lastName.c_str());
+  log.print("    days until expiration: %i\n", user.daysLeft());
   log.print("    ..search and replace countdown string done.\n");
-  return body;
+}
+
+// What is mailed where there is no template: fixed words for an expired password, else the custom
+// message. False when that would be an empty mail in the place of a template that is lost.
+bool composeWithoutTemplate(kelvado::KvEmail& email, MailKind kind,
+                            const config::ExpirationSettings& settings,
+                            const MailTemplates& templates, const TokenValues& values) {
+  MessageTemplate own;
+  if (kind == MailKind::Expired) {
+    own.text.emplace(kExpiredText);
+  } else {
+    if (settings.emailCustomMsg.empty() && templates.anyLost(kind)) return false;
+    own.text.emplace(platform::ansiToUtf8(settings.emailCustomMsg));
+  }
+  templates.fill(email, own, values);
+  return true;
 }
 
 // Before the send, so that a day on which the mail server fails half way counts as a mailing day.
@@ -68,21 +91,30 @@ UserRecord placeholderUser(const std::string& address) {
 }
 
 bool composeWarning(kelvado::KvEmail& email, const config::ExpirationSettings& settings,
-                    const UserRecord& user, config::DebugLog& log) {
-  const MessageBody body = composeBody(settings, user, log);
-  if (body.templateLost) return false;
+                    const MailTemplates& templates, const UserRecord& user, platform::Clock& clock,
+                    config::DebugLog& log) {
+  const MailKind kind = kindOf(user);
+  const MessageTemplate* const found = choiceFor(templates, user).found;
+  if (kind == MailKind::Warning) logWarning(found, user, log);
+  const UserTokens values(user, clock, found == nullptr ? templates.language() : found->language);
   const std::string to = platform::ansiToUtf8(user.data.email);
   email.put_Utf8(true);
   email.AddHeaderField("X-Priority", "1");
   email.put_From(platform::ansiToUtf8(settings.emailFromAddress).c_str());
   email.AddTo(to.c_str(), to.c_str());
-  email.put_Subject(platform::ansiToUtf8(settings.emailSubject).c_str());
-  if (body.isHtml) {
-    email.SetHtmlBody(body.text.c_str());
-  } else {
-    email.put_Body(body.text.c_str());
-  }
+  markAutomatic(email, settings);
+  if (found == nullptr) return composeWithoutTemplate(email, kind, settings, templates, values);
+  templates.fill(email, *found, values);
   return true;
+}
+
+std::string warningSource(const MailTemplates& templates,
+                          const config::ExpirationSettings& settings, const UserRecord& user) {
+  const TemplateChoice choice = choiceFor(templates, user);
+  const std::string text = choiceText(choice, kindOf(user), user.data.preferredLanguage);
+  if (choice.found != nullptr) return text;
+  if (kindOf(user) == MailKind::Expired) return "fixed words: " + text;
+  return (settings.emailCustomMsg.empty() ? "an empty text: " : "emailCustomMsg: ") + text;
 }
 
 MailOutcome sendWarningEmail(const WarningContext& context, const UserRecord& user) {
@@ -95,7 +127,7 @@ MailOutcome sendWarningEmail(const WarningContext& context, const UserRecord& us
   log.print("    szUserEmail: %s\n", address.c_str());
 
   kelvado::KvEmail email;
-  if (!composeWarning(email, context.settings, user, log)) {
+  if (!composeWarning(email, context.settings, context.templates, user, context.clock, log)) {
     log.print("    no mail: its template cannot be used.\n  emailUser() - end\n");
     return {MailResult::RefusedForGood, kTemplateLost, true};
   }

@@ -9,6 +9,7 @@
 #include "config/debug_log.h"
 #include "config/expiration_settings.h"
 #include "config/findings.h"
+#include "notify/mail_templates.h"
 #include "notify/mailer.h"
 #include "notify/user_record.h"
 #include "platform/registry/registry.h"
@@ -22,6 +23,7 @@ struct WarningContext {
   platform::Clock& clock;
   config::DebugLog& log;
   const config::ExpirationSettings& settings;
+  const MailTemplates& templates;
   config::Findings& findings;
   Mailer& mailer;
   // Out: the day of month of this mailing when the registry did not take it, 0 when it did. Only
@@ -39,7 +41,12 @@ inline constexpr const char* kTemplateLost = "its template cannot be used";
 // day left the password has expired. False when its template cannot be used; the email is then
 // empty.
 bool composeWarning(kelvado::KvEmail& email, const config::ExpirationSettings& settings,
-                    const UserRecord& user, config::DebugLog& log);
+                    const MailTemplates& templates, const UserRecord& user, platform::Clock& clock,
+                    config::DebugLog& log);
+
+// What the warning is made from, and why, in one line for an administrator.
+std::string warningSource(const MailTemplates& templates,
+                          const config::ExpirationSettings& settings, const UserRecord& user);
 
 // Sends the warning; blocks for as long as the mail server takes. A failed send leaves
 // kMailErrorFile. The day of month is recorded in the registry before the send, whatever comes of

@@ -14,6 +14,7 @@
 #include "directory/password_expiry.h"
 #include "notify/access_token.h"
 #include "notify/admin_report_mail.h"
+#include "notify/mail_templates.h"
 #include "notify/message_template.h"
 #include "notify/run_logs.h"
 #include "notify/warning_email.h"
@@ -67,7 +68,7 @@ PassRecord Pass::make() {
   log_.recreate();
   loadSettings();
   checkSettings();
-  for (const std::string& problem : notify::findTemplateProblems()) findings_.problem(problem);
+  loadTemplates();
   if (platform::folderIsShared(".")) {
     findings_.note("other users can write to the work folder, and so to its lists and templates");
   }
@@ -157,11 +158,20 @@ void Pass::checkSettings() {
   pass_.record.reportOnly = pass_.settings.reportOnly;
 }
 
+void Pass::loadTemplates() {
+  pass_.templates = std::make_unique<notify::MailTemplates>(pass_.settings);
+  for (const std::string& problem : pass_.templates->problems()) findings_.problem(problem);
+  for (const auto& [file, token] : pass_.templates->unknownTokens()) {
+    findings_.note(file + ":" + std::to_string(token.line) + ": " + token.problem());
+  }
+  domain_.readDetails(pass_.templates->needDetails());
+}
+
 void Pass::sendTestEmail() {
   if (!pass_.settings.testEmailOnly) return;
-  const notify::WarningContext context{run_.host.registry,     run_.host.clock, log_,
-                                       pass_.settings,         findings_,       *pass_.mailer,
-                                       pass_.unsavedMailingDay};
+  const notify::WarningContext context{run_.host.registry, run_.host.clock,        log_,
+                                       pass_.settings,     *pass_.templates,       findings_,
+                                       *pass_.mailer,      pass_.unsavedMailingDay};
   const notify::MailOutcome outcome =
       notify::sendWarningEmail(context, notify::placeholderUser(pass_.settings.testEmailAddress));
   if (outcome.sent()) return;
@@ -279,6 +289,7 @@ void Pass::visitSlot(int slot) {
 
   PolicyInHand policy;
   policy.slot = slot;
+  policy.name = slots_[slot].policyName;
   policy.maxAge = effectiveMaxAge(slots_, slot);
   policy.emailWarnings = slots_[slot].emailWarnings;
   policy.directoryPolicy = slots_[slot].useDirectoryPolicy == 1;

@@ -56,6 +56,7 @@ class Pass {
  private:
   void loadSettings();
   void checkSettings();
+  void loadTemplates();
   void sendTestEmail();
   void listDomainUsers();
   std::string keepDomainUsers();

@@ -10,6 +10,7 @@
 #include "config/audit_log.h"
 #include "config/expiration_settings.h"
 #include "config/pass_files.h"
+#include "notify/mail_templates.h"
 #include "notify/mailer.h"
 #include "notify/run_report.h"
 #include "service/pass_record.h"
@@ -42,9 +43,10 @@ struct PassState {
   ProcessedUsers processed;
   std::vector<HeldUser> held;  // in the order in which they were examined
   WarningMemory memory;
-  std::unique_ptr<notify::Mailer> mailer;  // from when the settings are known
-  std::uint32_t retriesLeft = 0;           // rounds in which mails that wait are tried again
-  int unansweredWrites = 0;                // in a row, of expiries, by the directory
+  std::unique_ptr<notify::Mailer> mailer;  // from when the settings are known, as the templates
+  std::unique_ptr<notify::MailTemplates> templates;
+  std::uint32_t retriesLeft = 0;  // rounds in which mails that wait are tried again
+  int unansweredWrites = 0;       // in a row, of expiries, by the directory
   notify::RunReport report;
   PassRecord record;
   config::AuditLog skipList{written(config::kSkipListFile), record.findings};

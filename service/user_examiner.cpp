@@ -34,6 +34,7 @@ constexpr const char* kRule = "---------------------------\n";
 UserRecord UserExaminer::examine(const PolicyInHand& policy, const std::string& listed) {
   UserRecord user;
   user.slot = policy.slot;
+  user.policyName = policy.name;
   user.directoryPolicy = policy.directoryPolicy;
   user.maxAge = policy.maxAge;
   user.emailWarnings = policy.emailWarnings;
@@ -297,9 +298,9 @@ std::uint32_t UserExaminer::noMailReasons(const UserRecord& user, bool dueToday)
 }
 
 void UserExaminer::sendWarning(bool onWarningDay, UserRecord& user) {
-  const notify::WarningContext context{host_.registry,         host_.clock,           log_,
-                                       pass_.settings,         pass_.record.findings, *pass_.mailer,
-                                       pass_.unsavedMailingDay};
+  const notify::WarningContext context{
+      host_.registry,   host_.clock,           log_,          pass_.settings,
+      *pass_.templates, pass_.record.findings, *pass_.mailer, pass_.unsavedMailingDay};
   user.mail = notify::sendWarningEmail(context, user);
   user.noMail = notify::NoMail::None;
   user.mailFailed = !user.mail.sent();

@@ -20,6 +20,7 @@ namespace service {
 // The policy slot that is visited.
 struct PolicyInHand {
   int slot = 0;
+  std::string name;         // ANSI
   std::int32_t maxAge = 0;  // days
   std::uint32_t emailWarnings = 0;
   bool directoryPolicy = false;              // useDirectoryPolicy: maxAge is not that of its users

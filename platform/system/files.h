@@ -17,6 +17,7 @@
 #include <memory>
 #include <string>
 #include <string_view>
+#include <vector>
 
 namespace platform {
 
@@ -79,6 +80,8 @@ bool createDirectory(const std::string& name);  // true also when it exists alre
 // there, and so is a link that leads nowhere.
 bool fileExists(const std::string& name);
 bool removeFile(const std::string& name);
+// What is in the folder, sorted; a relative name is used as it stands. As much as can be listed.
+std::vector<std::string> namesInFolder(const std::string& folder);
 
 // What changes when a file is written: for who has read it and wants to know whether to do so
 // again. Its numbers are for comparing only; they are 0 when there is no such file.

@@ -140,6 +140,7 @@ TEST(Pass, MailsTheTemplateAndFixedWordsOnceThePasswordHasExpired) {
     const auto& [age, type, words] = cases[i];
     const std::string mail = test_support::readBytes(mails[i]);
     for (const char* part : {type, words, "\r\nX-Priority: 1\r\n", "\r\nSubject: Change it\r\n",
+                             "\r\nAuto-Submitted: auto-generated\r\n",
                              "\r\nFrom: \"Help Desk\" <desk@site.example>\r\n"}) {
       EXPECT_TRUE(contains(mail, part)) << part << "\n" << mail;
     }

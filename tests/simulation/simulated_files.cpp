@@ -175,6 +175,13 @@ bool fileExists(const std::string& name) {
   return world().files.count(pathOnDisk(name)) != 0;
 }
 
+std::vector<std::string> namesInFolder(const std::string&) {
+  world().call();
+  std::vector<std::string> names;
+  for (const auto& [path, file] : world().files) names.push_back(path);
+  return names;
+}
+
 bool removeFile(const std::string& name) {
   world().call();
   return !world().dead() && world().files.erase(pathOnDisk(name)) != 0;
