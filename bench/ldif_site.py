@@ -43,7 +43,7 @@ sn: Last{number}
 mail: user{number}@bench.example
 userAccountControl: 512
 pwdLastSet: {changed}
-
+{more}
 """
 AGES = range(1, 61)  # days; the maximum is 90, and warnings begin 14 days before
 DUE = (80,)  # with a mail for everybody
@@ -61,13 +61,15 @@ def make_registry(folder, directory_values, directory_policy=0, settings=""):
     return file
 
 
-def make_ldif_site(folder, users, ages=AGES, settings=""):
-    """Writes a directory of so many users to a folder; returns its registry file."""
+def make_ldif_site(folder, users, ages=AGES, settings="", languages=()):
+    """Writes a directory of so many users, who prefer these languages in turn, to a folder; returns its
+    registry file."""
     directory = pathlib.Path(folder) / "directory.ldif"
     now = int(time.time()) + SECONDS_1601_TO_1970
     with open(directory, "w", encoding="ascii") as file:
         file.write(HEAD)
         for number in range(users):
             changed = (now - ages[number % len(ages)] * DAY) * UNITS_A_SECOND
-            file.write(USER.format(number=number, changed=changed))
+            more = f"preferredLanguage: {languages[number % len(languages)]}\n" if languages else ""
+            file.write(USER.format(number=number, changed=changed, more=more))
     return make_registry(folder, {"uri": f"ldif:{directory}"}, settings=settings)

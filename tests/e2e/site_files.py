@@ -80,6 +80,7 @@ class User:
     flags: int = 0x200  # userAccountControl
     cant_change: bool = False
     manager: str = ""  # distinguished name
+    extra: dict = dataclasses.field(default_factory=dict)  # further attributes, in a file
     expires: int | str = ""  # msDS-UserPasswordExpiryTimeComputed, in a file; a server computes it
 
     def dn(self, base):
@@ -96,7 +97,7 @@ class User:
             dn=self.dn(base), objectClass="computer" if self.name.endswith("$") else "user",
             sAMAccountName=self.name, userAccountControl=self.flags, mail=self.mail,
             givenName=self.given_name, sn=self.surname, manager=self.manager,
-            nTSecurityDescriptor=deny_change if self.cant_change else "", **more)
+            nTSecurityDescriptor=deny_change if self.cant_change else "", **self.extra, **more)
 
 
 def person(name, password_age, **more):
