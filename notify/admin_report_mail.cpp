@@ -3,6 +3,7 @@
 #include <cstdio>
 #include <string_view>
 
+#include "base/html_to_text.h"
 #include "config/pass_files.h"
 #include "mail/mime/email_address.h"
 #include "mail/mime/kv_email.h"
@@ -48,6 +49,11 @@ std::string composeAdminReport(kelvado::KvEmail& email, const config::Expiration
   email.put_Utf8(false);
   email.put_Subject("Norvyn Password Expiration Report");
   email.SetHtmlBody(report.mailReport().c_str());
+  if (settings.emailTextAlternative) {
+    email.put_Utf8(true);
+    email.AddPlainTextAlternativeBody(base::htmlToText(report.mailReport()).c_str());
+    email.put_Utf8(false);
+  }
   if (!report.csv().empty()) {
     email.AddDataAttachment(kCsvName, report.csv().data(), report.csv().size());
   }
