@@ -21,34 +21,15 @@
 
 #include "platform/network/certificate.h"
 #include "platform/system/clock.h"
+#include "platform/system/linux/open_file.h"
+#include "platform/system/release.h"
 
 namespace platform {
 namespace {
 
-template <auto release>
-struct Release {
-  template <typename Object>
-  void operator()(Object* object) const {
-    release(object);
-  }
-};
 using Addresses = std::unique_ptr<addrinfo, Release<freeaddrinfo>>;
 using Context = std::unique_ptr<SSL_CTX, Release<SSL_CTX_free>>;
 using Connection = std::unique_ptr<SSL, Release<SSL_free>>;
-
-class Socket {
- public:
-  explicit Socket(int handle) : handle_(handle) {}
-  ~Socket() {
-    if (handle_ >= 0) ::close(handle_);
-  }
-  Socket(const Socket&) = delete;
-  Socket& operator=(const Socket&) = delete;
-  int handle() const { return handle_; }
-
- private:
-  int handle_;
-};
 
 std::string systemText(int error) {
   return std::generic_category().message(error);
@@ -202,14 +183,14 @@ LdapPath walkLdapPath(const LdapAddress& server, const LdapPathOptions& options)
   }
   int error = 0;
   for (const addrinfo* address = found; address != nullptr; address = address->ai_next) {
-    const Socket socket(::socket(address->ai_family, SOCK_STREAM | SOCK_CLOEXEC, 0));
-    error = socket.handle() < 0 ? errno : connectWithin(socket.handle(), *address, options.seconds);
+    const Descriptor socket(::socket(address->ai_family, SOCK_STREAM | SOCK_CLOEXEC, 0));
+    error = !socket.valid() ? errno : connectWithin(socket.get(), *address, options.seconds);
     if (error != 0) continue;
     path.connected = true;
     if (!options.wantsTls) return path;
-    std::string problem = server.tlsFirst ? "" : askForTls(socket.handle());
+    std::string problem = server.tlsFirst ? "" : askForTls(socket.get());
     if (problem.empty()) {
-      problem = makeTls(socket.handle(), server, options.caFile, path.certificates);
+      problem = makeTls(socket.get(), server, options.caFile, path.certificates);
     }
     return problem.empty() ? path
                            : failedPath(std::move(path), DirectoryStep::Tls, "TLS: " + problem);

@@ -9,17 +9,11 @@
 #include "base/hex_digit.h"
 #include "base/text.h"
 #include "platform/network/certificate.h"
+#include "platform/system/release.h"
 
 namespace platform {
 namespace {
 
-template <auto release>
-struct Release {
-  template <typename Object>
-  void operator()(Object* object) const {
-    release(object);
-  }
-};
 using Certificate = std::unique_ptr<X509, Release<X509_free>>;
 using Memory = std::unique_ptr<BIO, Release<BIO_free_all>>;
 using Names = std::unique_ptr<GENERAL_NAMES, Release<GENERAL_NAMES_free>>;
