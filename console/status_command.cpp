@@ -86,24 +86,12 @@ std::string details(const LastRun& run, const Calendar& calendar, const TextStyl
   return text;
 }
 
-JsonValue timeJson(const std::optional<std::int64_t>& time) {
-  return time ? JsonValue(service::utcText(*time)) : JsonValue(nullptr);
-}
-
 void describe(const LastRun& run, const Calendar& calendar, Answer& answer) {
   answer.below = details(run, calendar, outputStyle());
-  answer.members.update({{"began", timeJson(run.began)},
-                         {"ended", timeJson(run.ended)},
-                         {"durationSeconds", run.durationSeconds},
-                         {"next", timeJson(run.next)},
-                         {"lastSuccess", timeJson(run.lastSuccess)},
-                         {"reportOnly", run.reportOnly},
-                         {"lists", run.lists},
-                         {"lines", run.lines},
-                         {"mailsSent", run.mailsSent},
-                         {"mailsFailed", run.mailsFailed},
-                         {"problems", findingsJson(run.problems)},
-                         {"notes", findingsJson(run.notes)}});
+  JsonValue record = JsonValue::parse(service::lastRunText(run));
+  record.erase("version");
+  record.erase("outcomes");  // they are the rows
+  answer.members.update(record);
   for (int i = 0; i < service::kOutcomes; ++i) {
     if (run.counts[i] == 0) continue;
     answer.table.rows.push_back(
