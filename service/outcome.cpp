@@ -159,17 +159,19 @@ const char* outcomeLabel(Outcome outcome, PassMode mode) {
 }
 
 std::string outcomeCause(const UserRecord& user, PassMode mode) {
+  const Outcome outcome = outcomeOf(user);
+  if (outcome == Outcome::Skipped) return skipText(user);
+  if (outcome == Outcome::OutsidePeriod) {
+    return user.changeAlreadyDue ? "already to change the password at next logon" : "";
+  }
   std::string mail = mailPhrase(user, mode);
-  switch (outcomeOf(user)) {
-    case Outcome::Skipped:
-      return skipText(user);
-    case Outcome::OutsidePeriod:
-      return user.changeAlreadyDue ? "already to change the password at next logon" : "";
+  switch (outcome) {
     case Outcome::Expired:
       return (mode == PassMode::Dry ? "change would be forced at next logon; "
                                     : "change forced at next logon; ") +
              mail;
     case Outcome::WouldExpire:
+      if (user.noMail == notify::NoMail::ReportOnly) return noMailLabel(user.noMail);
       return "report-only mode; " + mail;
     case Outcome::ExpiryRefused:
       return "the directory did not take the forced change; " + mail;
