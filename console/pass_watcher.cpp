@@ -2,12 +2,14 @@
 
 #include <algorithm>
 
+#include "platform/system/terminal.h"
 #include "service/policy_table.h"
 
 namespace console {
 namespace {
 
 constexpr int kBarWidth = 30;
+constexpr int kBesideTheBar = 10;  // brackets, percentage, blanks; and the last column stays free
 
 }  // namespace
 
@@ -36,8 +38,11 @@ void PassWatcher::drawBar() {
   if (percent == drawnPercent_) return;
   drawnPercent_ = percent;
   const int filled = percent * kBarWidth / 100;
-  std::fprintf(terminal_, "\r\033[K[%s%s] %3d %% %s", std::string(filled, '#').c_str(),
-               std::string(kBarWidth - filled, '.').c_str(), percent, listName_.c_str());
+  // A line that the terminal breaks could not be drawn over.
+  const int room = platform::terminalWidth(terminal_) - kBarWidth - kBesideTheBar;
+  std::fprintf(terminal_, "\r\033[K[%s%s] %3d %% %.*s", std::string(filled, '#').c_str(),
+               std::string(kBarWidth - filled, '.').c_str(), percent, std::max(room, 0),
+               listName_.c_str());
   std::fflush(terminal_);
 }
 
