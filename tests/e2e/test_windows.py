@@ -296,6 +296,26 @@ class ControlTest(Machine):
         self.assertEqual(calls[1], {**{f"user{age}": 2 for age in range(30, 46)}, **due})
         self.assertEqual(calls[0], {**due, "user65": 4})  # by which search and calls are compared
 
+    def test_questions_are_answered_and_change_nothing(self):
+        self.prepare([person("walter", 59), person("other", 1)], site_registry(1))
+        (self.system / "fault.txt").unlink(missing_ok=True)
+        shutil.rmtree(self.folder / "LogFiles", ignore_errors=True)
+        shutil.copy(self.system / "NorvynExpirationEmail.html", self.folder)
+        before = sorted(self.folder.iterdir())
+        for question, status, said in (
+                ("check --only settings,templates", 0, rb"Settings\r\n  ok     "),
+                ("list", 0, rb"USER +POLICY +AGE .*\r\nwalter +DefaultPolicy +59 "),
+                ("explain walter", 0, rb"walter: "), ("preview walter", 0, rb"Today: +would be mailed, DefaultPolicy: "),
+                ("forecast", 0, rb"passwords that reach their maximum age: 2 in 90 days"),
+                ("status", 2, rb"CRITICAL: no pass is recorded here"), ("run --dry-run", 0, rb"A dry run: nothing is mailed")):
+            with self.subTest(question):
+                done = self.windows.run(self.folder / "pwlapse.exe", *question.split(), cwd=self.folder)
+                self.assertEqual((done.returncode, done.stderr), (status, b""), done.stdout)
+                self.assertRegex(done.stdout, rb"\A" + said)
+        self.assertEqual(sorted(self.folder.iterdir()), before)
+        self.assertNotIn("NetUserSetInfo", "".join(self.calls()))
+        self.assert_released()
+
     def test_times_of_expiry_come_by_one_search(self):
         """And by one for each user who is due, when the account is read again."""
         def in_days(days):
