@@ -43,6 +43,7 @@ bool isContinuation(char c) {
 }  // namespace
 
 std::string foldCase(std::string_view text) {
+  if (!contains8bit(text)) return lowered(text);
   std::string folded(text);
   for (std::size_t i = 0; i < folded.size(); ++i) {
     auto lead = static_cast<unsigned char>(folded[i]);

@@ -1,5 +1,7 @@
 #include "base/unicode.h"
 
+#include <algorithm>
+
 #include "base/ascii.h"
 
 namespace base {
@@ -75,8 +77,10 @@ bool isLowSurrogate(char16_t unit) {
 }  // namespace
 
 std::u16string utf8ToUtf16(std::string_view text) {
-  std::u16string out;
-  out.reserve(text.size());
+  const std::string_view ascii = text.substr(0, asciiLength(text));
+  text.remove_prefix(ascii.size());
+  std::u16string out(ascii.begin(), ascii.end());
+  out.reserve(ascii.size() + text.size());
   while (!text.empty()) {
     const Decoded decoded = decodeUtf8(text);
     if (decoded.character < 0x10000) {
@@ -91,9 +95,11 @@ std::u16string utf8ToUtf16(std::string_view text) {
 }
 
 std::string utf16ToUtf8(std::u16string_view text) {
-  std::string out;
+  const auto* const ascii =
+      std::find_if(text.begin(), text.end(), [](char16_t unit) { return unit >= 0x80; });
+  std::string out(text.begin(), ascii);
   out.reserve(text.size());
-  for (std::size_t i = 0; i < text.size(); ++i) {
+  for (std::size_t i = out.size(); i < text.size(); ++i) {
     char32_t character = text[i];
     if (isHighSurrogate(text[i]) && i + 1 < text.size() && isLowSurrogate(text[i + 1])) {
       character = 0x10000 + ((character & 0x3FF) << 10) + (text[++i] & 0x3FFU);

@@ -163,6 +163,7 @@ std::vector<SettingMistake> findSettingNotes(platform::Registry& registry) {
   std::vector<SettingMistake> notes;
   for (const Place& place : placesOfSettings()) {
     const platform::KeyNames names = registry.list(place.key);
+    if (names.values.empty() && names.subkeys.empty()) continue;
     const std::vector<KnownValue> known = knownValues(place);
     std::vector<std::string> knownNames;
     for (const KnownValue& value : known) knownNames.push_back(value.name);

@@ -59,11 +59,14 @@ bool composeWithoutTemplate(kelvado::KvEmail& email, MailKind kind,
 }
 
 // Before the send, so that a day on which the mail server fails half way counts as a mailing day.
+// Written once: a write to a registry file waits for the disk.
 void recordMailingDay(const WarningContext& context) {
   const int day = context.clock.localTime().day;
   const auto number = static_cast<std::uint32_t>(day);
+  constexpr const char* kValue = "expirationLastRunDay";
   const bool written =
-      config::writeNumber(context.registry, config::kProductKey, "expirationLastRunDay", number);
+      config::readNumber(context.registry, config::kProductKey, kValue) == number ||
+      config::writeNumber(context.registry, config::kProductKey, kValue, number);
   context.log.print("    expirationLastRunDay set to %i\n", day);
   const bool first = context.unsavedMailingDay == 0;
   context.unsavedMailingDay = written ? 0 : number;

@@ -8,7 +8,6 @@
 #include <utility>
 
 #include "base/crc32.h"
-#include "base/format_text.h"
 #include "base/hex_digit.h"
 #include "base/text.h"
 #include "config/pass_files.h"
@@ -79,15 +78,24 @@ std::optional<Number> numberOf(std::string_view text, int base = 10) {
 // "2026-03-05"
 std::string dateText(std::int64_t day) {
   const std::chrono::year_month_day date{std::chrono::sys_days(std::chrono::days(day))};
-  return base::formatText("%04d-%02u-%02u", static_cast<int>(date.year()),
-                          static_cast<unsigned>(date.month()), static_cast<unsigned>(date.day()));
+  std::string text = "0000-00-00";
+  const auto put = [&text](std::size_t end, unsigned number) {
+    for (; number != 0; number /= 10) text[--end] = static_cast<char>('0' + number % 10);
+  };
+  put(4, static_cast<unsigned>(static_cast<int>(date.year())));
+  put(7, static_cast<unsigned>(date.month()));
+  put(10, static_cast<unsigned>(date.day()));
+  return text;
 }
 
 std::optional<std::int64_t> dateOf(std::string_view text) {
   const auto year = numberOf<int>(takeField(text, '-'));
   const auto month = numberOf<int>(takeField(text, '-'));
   const auto day = numberOf<int>(text);
-  if (!year || !month || !day || *month < 1 || *month > 12 || *day < 1 || *day > 31) return {};
+  const auto within = [](const auto& number, int least, int most) {
+    return number && *number >= least && *number <= most;
+  };
+  if (!within(year, 1601, 9999) || !within(month, 1, 12) || !within(day, 1, 31)) return {};
   return base::dayNumber(*year, *month, *day);
 }
 
@@ -99,7 +107,10 @@ std::string lineOf(const std::string& account, std::int64_t changedSeconds, std:
   }
   const std::string rest = dateText(date) + ' ' + std::to_string(changedSeconds) + ' ' +
                            (list.empty() ? "-" : list) + ' ' + encodedName(account);
-  return base::formatText("%08x ", base::crc32(rest)) + rest + '\n';
+  const std::uint32_t checksum = base::crc32(rest);
+  std::string line;
+  for (int shift = 28; shift >= 0; shift -= 4) line += base::kHexDigits[checksum >> shift & 15];
+  return line.append(1, ' ').append(rest).append(1, '\n');
 }
 
 std::string problemText(const char* action) {

@@ -87,6 +87,7 @@ std::string ansiToUtf8(std::string_view ansi) {
 }
 
 std::string utf8ToAnsi(std::string_view utf8) {
+  if (!base::contains8bit(utf8)) return std::string(utf8);
   return utf16ToAnsi(base::utf8ToUtf16(utf8));
 }
 

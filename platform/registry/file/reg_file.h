@@ -42,6 +42,8 @@ struct RegFileKey {
   std::map<std::string, std::unique_ptr<RegFileKey>> subkeys;
   // Where a new value's line goes; kNoOffset: the file has no section of this key's own.
   std::size_t appendAt = kNoOffset;
+
+  const RegFileValue* findValue(std::string_view valueName) const;  // null when there is none
 };
 
 // A value that has been set before, or a key that has a section already.

@@ -308,6 +308,11 @@ bool isRegText(RegistryType type) {
          type == RegistryType::MultiString;
 }
 
+const RegFileValue* RegFileKey::findValue(std::string_view valueName) const {
+  const auto value = values.find(base::foldCase(valueName));
+  return value == values.end() ? nullptr : &value->second;
+}
+
 const RegFileKey* RegFile::findKey(std::string_view path) const {
   const RegFileKey* key = &localMachine;
   while (key != nullptr && !path.empty()) {
@@ -320,9 +325,7 @@ const RegFileKey* RegFile::findKey(std::string_view path) const {
 
 const RegFileValue* RegFile::findValue(std::string_view path, std::string_view name) const {
   const RegFileKey* key = findKey(path);
-  if (key == nullptr) return nullptr;
-  const auto value = key->values.find(base::foldCase(name));
-  return value == key->values.end() ? nullptr : &value->second;
+  return key == nullptr ? nullptr : key->findValue(name);
 }
 
 bool parseRegFile(std::string bytes, RegFile& file, RegFileError& error) {

@@ -28,7 +28,8 @@ class RegRegistry::Key final : public RegistryKey {
 
   WinError queryValue(const std::string& name, std::size_t capacity,
                       RegistryValue& value) override {
-    const RegFileValue* entry = registry_.contents_.findValue(path_, ansiToUtf8(name));
+    const RegFileKey* key = registry_.findKey(path_);
+    const RegFileValue* entry = key == nullptr ? nullptr : key->findValue(ansiToUtf8(name));
     if (entry == nullptr) return kErrorFileNotFound;
     value.type = entry->value.type;
     std::string bytes = bytesForSeam(entry->value);
@@ -72,7 +73,7 @@ WinError RegRegistry::openKey(const std::string& ansiPath, RegistryAccess access
                               std::unique_ptr<RegistryKey>& key) {
   readIfChanged();
   std::string path = ansiToUtf8(ansiPath);
-  if (contents_.findKey(path) == nullptr) return kErrorFileNotFound;
+  if (findKey(path) == nullptr) return kErrorFileNotFound;
   key = std::make_unique<Key>(*this, std::move(path), access);
   return kErrorSuccess;
 }
@@ -133,6 +134,17 @@ bool RegRegistry::read(RegFile& contents) {
   return true;
 }
 
+void RegRegistry::hold(RegFile contents) {
+  contents_ = std::move(contents);
+  found_.clear();
+}
+
+const RegFileKey* RegRegistry::findKey(const std::string& path) {
+  const auto [place, isNew] = found_.try_emplace(path);
+  if (isNew) place->second = contents_.findKey(path);
+  return place->second;
+}
+
 void RegRegistry::readIfChanged() {
   const FileStamp current = fileStamp(file_);
   if (current == stamp_) return;
@@ -140,7 +152,7 @@ void RegRegistry::readIfChanged() {
   RegFile contents;
   const bool readAgain = read(contents);
   staleReason_ = error_;
-  if (readAgain) contents_ = std::move(contents);
+  if (readAgain) hold(std::move(contents));
 }
 
 WinError RegRegistry::change(const Edit& edit, const Check& done) {
@@ -152,7 +164,7 @@ WinError RegRegistry::change(const Edit& edit, const Check& done) {
   RegFile before;
   if (!read(before)) return kErrorWriteFault;
   if (done(before)) {
-    contents_ = std::move(before);
+    hold(std::move(before));
     return kErrorSuccess;
   }
   // Only what reads back as the same is written: a name with a line break in it, say, does not.
@@ -166,7 +178,7 @@ WinError RegRegistry::change(const Edit& edit, const Check& done) {
     error_ = file_ + ": " + fileErrorText();
     return kErrorWriteFault;
   }
-  contents_ = std::move(after);
+  hold(std::move(after));
   stamp_ = fileStamp(file_);
   staleReason_.clear();
   return kErrorSuccess;

@@ -10,6 +10,7 @@
 #include <functional>
 #include <memory>
 #include <string>
+#include <unordered_map>
 #include <vector>
 
 #include "platform/registry/file/reg_file.h"
@@ -58,7 +59,12 @@ class RegRegistry final : public Registry {
 
   std::string file_;  // absolute
   Missing missing_;
+  void hold(RegFile contents);
+  const RegFileKey* findKey(const std::string& path);  // as RegFile::findKey
+
   RegFile contents_;
+  // What findKey was asked: the loaders and checks ask for many values of a few keys.
+  std::unordered_map<std::string, const RegFileKey*> found_;
   FileStamp stamp_;
   std::string error_;  // of the last reading or writing
   std::string staleReason_;
