@@ -52,9 +52,11 @@ MailOutcome outcomeOf(const SmtpFailure& failure) {
 }  // namespace
 
 Mailer::Mailer(const config::ExpirationSettings& settings, platform::Clock& clock,
-               std::unique_ptr<MailTransport> transport, StopRequest stopRequested)
+               config::Findings& findings, std::unique_ptr<MailTransport> transport,
+               StopRequest stopRequested)
     : settings_(settings),
       clock_(clock),
+      findings_(findings),
       transport_(std::move(transport)),
       stopRequested_(std::move(stopRequested)),
       lastTicks_(clock.tickCount()) {}
@@ -142,7 +144,13 @@ void Mailer::keepError(const std::string& recipient) {
                            "</time>\r\n<recipient>" + base::escapeHtml(to) + "</recipient>\r\n";
   const std::size_t rootEnd = xml.find("\r\n");
   xml.insert(rootEnd == std::string::npos ? 0 : rootEnd + 2, head);
-  platform::writeWholeFile(config::kMailErrorFile, xml);
+  errorIsKept_ = platform::writeWholeFile(config::kMailErrorFile, xml);
+  if (errorIsKept_ || errorWasLost_) return;
+  errorWasLost_ = true;
+  findings_.problem(std::string(config::kMailErrorFile) +
+                    " could not be written, so what the mail server said to a mail that failed is "
+                    "lost: " +
+                    platform::fileErrorText());
 }
 
 }  // namespace notify

@@ -9,6 +9,7 @@
 #include <string>
 
 #include "config/expiration_settings.h"
+#include "config/findings.h"
 #include "notify/mail_outcome.h"
 #include "notify/mail_transport.h"
 #include "platform/system/clock.h"
@@ -19,16 +20,20 @@ class Mailer {
  public:
   using StopRequest = std::function<bool()>;
 
-  // `settings` and `clock` are borrowed. `stopRequested` ends a wait early; empty: nothing does.
+  // `settings`, `clock` and `findings` are borrowed. `stopRequested` ends a wait early; empty:
+  // nothing does.
   Mailer(const config::ExpirationSettings& settings, platform::Clock& clock,
-         std::unique_ptr<MailTransport> transport, StopRequest stopRequested);
+         config::Findings& findings, std::unique_ptr<MailTransport> transport,
+         StopRequest stopRequested);
 
   // A user's mail. Not tried when the server has been given up. `recipient` is for kMailErrorFile,
-  // which a failure leaves.
+  // which a failure leaves; where that cannot be written, it is a problem of the pass, once.
   MailOutcome sendWarning(kelvado::KvEmail& email, const std::string& recipient);
   // The administrators', which is tried in any case. Sent when the server took it for one of them.
   MailOutcome sendReport(kelvado::KvEmail& email, const std::string& recipient);
 
+  // Whether kMailErrorFile has what the server said to the last mail that failed.
+  bool errorIsKept() const { return errorIsKept_; }
   // So many failures in a row to reach the server as the settings allow.
   bool hasGivenUp() const;
   // What every warning comes to from then on.
@@ -46,11 +51,14 @@ class Mailer {
 
   const config::ExpirationSettings& settings_;
   platform::Clock& clock_;
+  config::Findings& findings_;
   std::unique_ptr<MailTransport> transport_;
   StopRequest stopRequested_;
   std::uint32_t failuresInRow_ = 0;  // to reach the server
   std::string lastReason_;           // of these
-  std::uint64_t beganUs_ = 0;        // of the last mail; see awaitTurn
+  bool errorIsKept_ = false;
+  bool errorWasLost_ = false;  // at least once in the pass
+  std::uint64_t beganUs_ = 0;  // of the last mail; see awaitTurn
   std::uint32_t lastTicks_ = 0;
   std::uint64_t nowUs_ = 0;
 };

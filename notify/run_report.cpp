@@ -116,6 +116,7 @@ const char* statusText(Expiry expiry) {
     case Expiry::NotDue:
     case Expiry::Forced:
     case Expiry::Refused:  // the report says what the pass decided
+    case Expiry::Unanswered:
       break;
   }
   return "PASSWORD EXPIRED";

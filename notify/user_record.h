@@ -31,6 +31,7 @@ enum class Expiry {
   OnlyReported,  // a pass in report-only mode
   Forced,        // to be changed at next logon
   Refused,       // the directory did not take it
+  Unanswered,    // the directory was asked and did not answer: it may be forced all the same
   Withheld,      // nothing is expired in this pass: see the pass's problems
   ByDirectory,   // of a policy with useDirectoryPolicy: the directory expires it, not the pass
   OverLimit,     // left for a later pass: maxExpirations is reached

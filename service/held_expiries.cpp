@@ -56,24 +56,32 @@ void reportNotNotified(const std::array<std::uint64_t, kNoNoticeReasons>& counts
 
 }  // namespace
 
+// A user whose mail waits to be tried again keeps the place among the oldest: while any waits, who
+// comes behind the limit is not decided.
 void HeldExpiries::settle() {
   const std::uint64_t limit = pass_.settings.maxExpirations;
+  std::uint64_t waiting = 0;
   for (UserRecord* user : oldestFirst(pass_.held)) {
     user->mailHeld = user->mailHeld && !pass_.settings.expireOnlyNotified;
     if (stopped_ != 0 || isToStop_()) {
       user->expiry = Expiry::PassStopped;
       ++stopped_;
-    } else if (limit != 0 && forced_ == limit) {
+    } else if (limit != 0 && forced_ + unanswered_ + waiting >= limit) {
+      if (waiting != 0) continue;
       user->expiry = Expiry::OverLimit;
       ++overLimit_;
     } else {
       const std::optional<NoNotice> reason = examiner_.expireHeld(*user);
-      if (reason == NoNotice::MailFailed && user->mailHeld) continue;  // not decided yet
+      if (reason == NoNotice::MailFailed && user->mailHeld) {
+        ++waiting;
+        continue;
+      }
       if (reason) {
         user->expiry = Expiry::NotNotified;
         ++notNotified_[static_cast<std::size_t>(*reason)];
       }
       if (user->expiry == Expiry::Forced) ++forced_;
+      if (user->expiry == Expiry::Unanswered) ++unanswered_;
     }
     user->expiryHeld = false;
   }
@@ -82,10 +90,14 @@ void HeldExpiries::settle() {
 void HeldExpiries::report() const {
   config::Findings& findings = pass_.record.findings;
   if (overLimit_ != 0) {
-    findings.problem(
-        base::formatText("maxExpirations (%llu) is reached: ",
-                         static_cast<unsigned long long>(pass_.settings.maxExpirations)) +
-        passwords(overLimit_) + " left for later passes");
+    const auto number = [](const char* format, std::uint64_t count) {
+      return base::formatText(format, static_cast<unsigned long long>(count));
+    };
+    findings.problem(number("maxExpirations (%llu) is reached", pass_.settings.maxExpirations) +
+                     (unanswered_ == 0
+                          ? ""
+                          : number(", with %llu that the directory did not answer", unanswered_)) +
+                     ": " + passwords(overLimit_) + " left for later passes");
   }
   if (stopped_ != 0) {
     findings.problem("the pass was stopped: " + passwords(stopped_) + " not expired");

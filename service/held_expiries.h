@@ -31,6 +31,7 @@ class HeldExpiries {
   PassState& pass_;
   std::function<bool()> isToStop_;
   std::uint64_t forced_ = 0;
+  std::uint64_t unanswered_ = 0;  // count for maxExpirations as well: they may be forced
   std::uint64_t overLimit_ = 0;
   std::uint64_t stopped_ = 0;
   std::array<std::uint64_t, kNoNoticeReasons> notNotified_{};

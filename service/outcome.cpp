@@ -113,6 +113,7 @@ Outcome outcomeOf(const UserRecord& user) {
     case Expiry::OnlyReported:
       return Outcome::WouldExpire;
     case Expiry::Refused:
+    case Expiry::Unanswered:
       return Outcome::ExpiryRefused;
     case Expiry::Withheld:
     case Expiry::OverLimit:
@@ -174,7 +175,10 @@ std::string outcomeCause(const UserRecord& user, PassMode mode) {
       if (user.noMail == notify::NoMail::ReportOnly) return noMailLabel(user.noMail);
       return "report-only mode; " + mail;
     case Outcome::ExpiryRefused:
-      return "the directory did not take the forced change; " + mail;
+      return (user.expiry == Expiry::Unanswered
+                  ? "the directory did not answer the forced change; "
+                  : "the directory did not take the forced change; ") +
+             mail;
     case Outcome::ExpiryWithheld:
       return withheldText(user.expiry) + ("; " + mail);
     case Outcome::AlreadyExpired:

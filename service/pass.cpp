@@ -120,7 +120,7 @@ void Pass::loadSettings() {
     pass_.settings.reportOnly = true;
   }
   if (pass_.settings.testEmailOnly) pass_.settings.reportOnly = true;
-  pass_.mailer = std::make_unique<notify::Mailer>(pass_.settings, run_.host.clock,
+  pass_.mailer = std::make_unique<notify::Mailer>(pass_.settings, run_.host.clock, findings_,
                                                   run_.makeTransport
                                                       ? run_.makeTransport(pass_.settings)
                                                       : notify::makeSmtpTransport(pass_.settings),
@@ -435,7 +435,7 @@ bool Pass::wantsReportMailed() const {
 }
 
 void Pass::finishReport() {
-  if (pass_.record.mailsFailed != 0 || testEmailFailed_) {
+  if ((pass_.record.mailsFailed != 0 || testEmailFailed_) && pass_.mailer->errorIsKept()) {
     findings_.note("what the mail server said to the last mail that failed is in " +
                    std::string(config::kMailErrorFile));
   }

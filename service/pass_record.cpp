@@ -55,7 +55,8 @@ void PassRecord::addUser(const notify::UserRecord& user, const std::string& list
   }
   if (user.emailedText == "yes") ++mailsSent;
   if (user.mailFailed) addFailedMail(user);
-  if (user.expiry == notify::Expiry::Refused) addRefusal(user);
+  using notify::Expiry;
+  if (user.expiry == Expiry::Refused || user.expiry == Expiry::Unanswered) addRefusal(user);
 }
 
 void PassRecord::addFailedMail(const notify::UserRecord& user) {
@@ -87,7 +88,10 @@ void PassRecord::addReadError(const notify::UserRecord& user) {
 
 void PassRecord::addRefusal(const notify::UserRecord& user) {
   if (refusals_.repeats(user.refusal)) return;
-  findings.problem("the directory did not take the forced password change of " + user.username +
+  const bool answered = user.expiry == notify::Expiry::Refused;
+  findings.problem((answered ? "the directory did not take the forced password change of "
+                             : "the directory did not answer the forced password change of ") +
+                   user.username + (answered ? "" : ", which may have been made") +
                    (user.refusal.empty() ? "" : ": " + user.refusal));
 }
 

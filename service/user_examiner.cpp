@@ -200,10 +200,10 @@ void UserExaminer::warn(const std::u16string& name, UserRecord& user) {
   const bool dueToday = pass_.memory.state() == WarningMemory::State::Ready
                             ? pass_.memory.isDue(user)
                             : onWarningDay || !pass_.intervalMode;
-  const bool later = against.empty() && mailsOnlyWithExpiry(user);
+  const bool later = against.empty() && mailsOnlyWithExpiry(user, dueToday);
   user.emailDue = against.empty() && dueToday && !later;
   user.noMailReasons = noMailReasons(user, dueToday);
-  user.emailedText = later ? "no (mailed when the password is expired)" : "no";
+  user.emailedText = later && hasAddress ? "no (mailed when the password is expired)" : "no";
   if (hasAddress && !against.empty()) user.emailedText = against;
   if (hasAddress && user.emailDue) {
     sendWarning(onWarningDay, user);
@@ -287,7 +287,7 @@ std::uint32_t UserExaminer::noMailReasons(const UserRecord& user, bool dueToday)
       {NoAddress, lookedUp && answered && noAddress && !noSurname},
       {ReportOnly, pass_.settings.reportOnly},
       {HeldBack, pass_.memory.state() == WarningMemory::State::Held},
-      {WithExpiry, mailsOnlyWithExpiry(user)},
+      {WithExpiry, mailsOnlyWithExpiry(user, dueToday)},
       {remembers ? Remembered : NotAWarningDay, !dueToday},
   };
   std::uint32_t bits = 0;
@@ -358,10 +358,17 @@ void UserExaminer::expire(const std::u16string& name, UserRecord& user) {
 
 std::optional<NoNotice> UserExaminer::expireHeld(UserRecord& user) {
   const std::u16string name = platform::ansiToUtf16(user.username);
-  if (!readAge(name, user) || !isPastMaximum(user)) return {};
+  if (!readAge(name, user)) return {};
+  if (!isPastMaximum(user)) {
+    if (user.noMail == notify::NoMail::WithExpiry) user.noMail = notify::NoMail::Changed;
+    return {};
+  }
   const bool notify = pass_.settings.expireOnlyNotified;
   if (notify) {
     if (const std::optional<NoNotice> reason = notifyOfExpiry(name, user)) return reason;
+  } else if (user.noMail == notify::NoMail::WithExpiry) {
+    user.emailDue = true;
+    sendWarning(false, user);
   }
   if (!forceChange(name, user)) return {};
   if (notify && user.expiry == Expiry::Forced && user.data.email == directory::kNoEmail &&
@@ -374,9 +381,13 @@ std::optional<NoNotice> UserExaminer::expireHeld(UserRecord& user) {
   return {};
 }
 
-// A user of expireOnlyNotified is mailed in the pass that expires the password, and before it.
-bool UserExaminer::mailsOnlyWithExpiry(const UserRecord& user) const {
-  return pass_.settings.expireOnlyNotified && !user.directoryPolicy && isPastMaximum(user);
+// The mail says that the password has expired. So where an expiry may be left for a later pass it
+// goes out right before the expiry: with expireOnlyNotified always, with maxExpirations when a mail
+// is due at all.
+bool UserExaminer::mailsOnlyWithExpiry(const UserRecord& user, bool dueToday) const {
+  const config::ExpirationSettings& settings = pass_.settings;
+  const bool held = settings.expireOnlyNotified || (settings.maxExpirations != 0 && dueToday);
+  return held && !user.directoryPolicy && isPastMaximum(user);
 }
 
 // Nothing when the user knows, or has no address to write to.
@@ -399,13 +410,18 @@ std::optional<NoNotice> UserExaminer::notifyOfExpiry(const std::u16string& name,
 // any more.
 bool UserExaminer::forceChange(const std::u16string& name, UserRecord& user) {
   log_.print("  Expiring password for user=%s\n", user.username.c_str());
+  const int unansweredBefore = pass_.unansweredWrites;
   platform::AccountResult result = writeExpiry(name, user);
   if (result.status == platform::kNetPasswordChanged) {
     log_.print("  password was changed meanwhile\n");
     if (!readAge(name, user) || !isPastMaximum(user)) return false;
     result = writeExpiry(name, user);
   }
-  user.expiry = result.ok() ? Expiry::Forced : Expiry::Refused;
+  const bool silent = result.status == platform::kNetNoDomainController;
+  const bool asked = pass_.unansweredWrites != unansweredBefore;
+  user.expiry = result.ok()       ? Expiry::Forced
+                : silent && asked ? Expiry::Unanswered
+                                  : Expiry::Refused;
   user.refusal = result.text;
   return true;
 }

@@ -75,7 +75,7 @@ class UserExaminer {
   std::string reasonsAgainstMail(const notify::UserRecord& user) const;
   void sendWarning(bool onWarningDay, notify::UserRecord& user);
   void expire(const std::u16string& name, notify::UserRecord& user);
-  bool mailsOnlyWithExpiry(const notify::UserRecord& user) const;
+  bool mailsOnlyWithExpiry(const notify::UserRecord& user, bool dueToday) const;
   std::optional<NoNotice> notifyOfExpiry(const std::u16string& name, notify::UserRecord& user);
   bool forceChange(const std::u16string& name, notify::UserRecord& user);
   platform::AccountResult writeExpiry(const std::u16string& name, const notify::UserRecord& user);

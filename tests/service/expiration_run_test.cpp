@@ -419,7 +419,7 @@ TEST(Pass, MailsAndExpiresNobodyOnDataThatHasChanged) {
       {"changed, expired without a warning period", 50, [](Source& s) { s.now = daysAgo(20); }, 0,
        OutsidePeriod, "", "", 0xFFFFFFF0},
       {"changed before the end of the pass, where expiries wait", 50,
-       [](Source& s) { s.afterMailing = today; }, 1, Warned, "", "", 14, 1},
+       [](Source& s) { s.afterMailing = today; }, 0, NotMailed, "", "", 14, 1},
       {"unchanged at the end of the pass", 50, [](Source&) {}, 1, Expired, "", "", 14, 1},
       {"another old one", 50, [](Source& s) { s.afterMailing = daysAgo(60); }, 1, Expired},
       {"disabled meanwhile", 50, [](Source& s) { s.flags = 0x202; }, 0, Skipped},

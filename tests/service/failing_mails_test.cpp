@@ -7,6 +7,7 @@
 
 #include "base/format_text.h"
 #include "platform/directory/ldif/ldif_source.h"
+#include "platform/system/files.h"
 #include "tests/support/test_site.h"
 #include "tests/support/text_file.h"
 
@@ -75,21 +76,44 @@ struct SilentWriter : platform::DirectorySource {
 };
 
 TEST(FailingDirectory, IsAskedForTwoExpiriesOnly) {
+  for (const std::uint32_t limit : {0, 2}) {
+    test_support::TestSite site;
+    site.setting("maxExpirations", limit);
+    site.policy("DefaultPolicy", 42, 0);
+    for (const char* name : {"one", "two", "three", "four"}) site.user({name, 50});
+    int writes = 0;
+    const auto pass = site.pass({false, 3600000}, std::make_unique<SilentWriter>(writes));
+    EXPECT_EQ(writes, 2);
+    ASSERT_EQ(pass.problems().size(), limit == 0 ? 4U : 3U);
+    EXPECT_EQ(pass.problems()[0],
+              limit == 0
+                  ? "the directory did not answer the forced password change of one, which may "
+                    "have been made: CN=one,CN=Users,DC=site,DC=example: timed out 1"
+                  : "maxExpirations (2) is reached, with 2 that the directory did not answer: "
+                    "2 passwords were left for later passes");
+    if (limit != 0) continue;
+    EXPECT_EQ(pass.record.counts[static_cast<int>(service::Outcome::ExpiryRefused)], 4U);
+    EXPECT_EQ(pass.problems()[3],
+              "1 more forced password change was not taken by the directory, for the same reason: "
+              "not tried: the directory did not answer twice in a row");
+  }
+}
+
+TEST(FailingMails, SayOnceThatTheWordsOfTheServerAreLost) {
   test_support::TestSite site;
-  site.policy("DefaultPolicy", 42, 0);
-  for (const char* name : {"one", "two", "three", "four"}) site.user({name, 50});
-  int writes = 0;
-  const auto pass = site.pass({false, 3600000}, std::make_unique<SilentWriter>(writes));
-  EXPECT_EQ(writes, 2);
-  EXPECT_EQ(pass.record.counts[static_cast<int>(service::Outcome::ExpiryRefused)], 4U);
-  ASSERT_EQ(pass.problems().size(), 4U);
-  EXPECT_TRUE(
-      pass.problems()[1].ends_with("change of two: CN=two,CN=Users,DC=site,DC=example: "
-                                   "timed out 2"))
-      << pass.problems()[1];
-  EXPECT_EQ(pass.problems()[3],
-            "1 more forced password change was not taken by the directory, for the same reason: "
-            "not tried: the directory did not answer twice in a row");
+  site.policy("DefaultPolicy", 42);
+  for (const char* name : {"one", "two"}) site.user({name, 40, "user@site.example"});
+  platform::createDirectory("errors-norvyn-email.xml");
+  std::string story;
+  site.transport = [&](const config::ExpirationSettings&) {
+    return std::make_unique<ScriptedTransport>(site.clock, "550", story);
+  };
+  const test_support::WatchedPass pass = site.pass();
+  EXPECT_EQ(pass.notes(), std::vector<std::string>{});
+  ASSERT_EQ(pass.problems().size(), 3U);
+  EXPECT_TRUE(pass.problems()[0].starts_with(
+      "errors-norvyn-email.xml could not be written, so what the mail server said to a mail that "
+      "failed is lost: "));
 }
 
 TEST(FailingMails, ComeToWhatTheFileSays) {
@@ -134,6 +158,10 @@ TEST(FailingMails, ComeToWhatTheFileSays) {
        2,
        "451 ok ok",
        {{"smtpRetries", 1}, {"expireOnlyNotified", 1}, {"warningThreshold", 1}}},
+      {"expired in order, though the oldest waits for the mail",
+       3,
+       "451 ok",
+       {{"smtpRetries", 1}, {"expireOnlyNotified", 1}, {"maxExpirations", 1}}},
   };
   for (const auto& c : cases) {
     test_support::TestSite site;
