@@ -8,6 +8,8 @@
 #include <optional>
 #include <set>
 #include <string>
+#include <string_view>
+#include <unordered_map>
 #include <vector>
 
 #include "notify/warning_ledger.h"
@@ -28,12 +30,32 @@ class Judge final : public service::PassObserver {
     began_ = world_.clock.now;
     mailsBefore_ = world_.mails.size();
     expiredLogBefore_ = world_.text(kExpiredLog).size();
+    const std::string& registry = world_.text("site.reg");
+    const std::size_t recorded = registry.find("expirationLastRunDay\"=dword:");
+    const bool mailedToday =
+        recorded != std::string::npos &&
+        std::stoi(registry.substr(recorded + 28), nullptr, 16) == world_.clock.localTime().day;
+    mayMail_ = site_.setting("limitEmails") == 0 || !mailedToday;
     faults_ = world_.faults;
     examined_.clear();
+    judged_.clear();
     site_.beginPass();
   }
 
-  void userExamined(const notify::UserRecord& user) override { examined_.push_back(user); }
+  void userExamined(const notify::UserRecord& user) override {
+    if (user.skipReasons == 0) judged_.emplace(user.username, examined_.size());
+    examined_.push_back(user);
+  }
+
+  // When the service begins a pass: each day has one, at the time of the settings. Where the clock
+  // skips that, within the hour after. Not of a pass that follows on one that failed.
+  void judgeBegin(int firstSecond) {
+    const std::int64_t sinceFirst = world_.clock.wallSeconds(world_.clock.now) - firstSecond;
+    const bool isNext = sinceFirst / 86400 == slot_ + 1 && sinceFirst % 86400 <= 3600;
+    if (slot_ != 0 && !isNext)
+      wrong("a pass began " + std::to_string(sinceFirst % 86400) + " s late");
+    slot_ = sinceFirst / 86400;
+  }
 
   // Before the world is restarted. `record`: none of a pass that was killed.
   void judge(const std::optional<service::PassRecord>& record) {
@@ -42,26 +64,27 @@ class Judge final : public service::PassObserver {
     for (const notify::UserRecord& user : examined_) judgeExamined(user);
     for (std::size_t i = mailsBefore_; i < world_.mails.size(); ++i) judgeMail(world_.mails[i]);
     for (const Forced& forced : site_.forced) judgeForced(forced);
-    // Those whose answer was lost count as refused.
-    const auto counted =
-        std::count_if(site_.forced.begin(), site_.forced.end(), [&](const Forced& forced) {
-          const notify::UserRecord* user = recordOf(*forced.user);
-          return user == nullptr || user->expiry != notify::Expiry::Refused;
-        });
-    const int limit = site_.setting("maxExpirations");
-    if (limit != 0 && counted > limit) wrong("more were forced than maxExpirations");
+    for (std::size_t i = mailsBefore_; i < world_.mails.size() && !troubled_; ++i) {
+      const DeliveredMail& mail = world_.mails[i];
+      if (mail.recipient != kAdministrator) mailedDay_ = localDay(mail.when);
+    }
+    const auto limit = static_cast<std::size_t>(site_.setting("maxExpirations"));
+    if (limit != 0 && site_.forced.size() > limit) wrong("more were forced than maxExpirations");
+    if (troubled_ || world_.clock.wrongBy != 0) slot_ = 0;
     if (record) judgeWholePass();
   }
 
   // After it: registry, record of warnings and report are whole, whatever ended the pass.
   void judgeFiles() {
-    kills_ = record_ ? 0 : kills_ + 1;
+    kills_ = record_ ? 0 : kills_ + 1 + world_.lastRecords;
     std::string error;
-    if (platform::RegRegistry::load("site.reg", error) == nullptr ||
-        !world_.text("site.reg").starts_with(site_.registryText)) {
+    const std::string& registry = world_.text("site.reg");
+    const bool written = registry.size() != site_.registryText.size();
+    if (!registry.starts_with(site_.registryText) ||
+        (written && platform::RegRegistry::load("site.reg", error) == nullptr)) {
       wrong("the registry is not whole: " + error);
     }
-    const std::string report = world_.text(kReportFile);
+    const std::string& report = world_.text(kReportFile);
     if (!report.empty() && !report.ends_with("</html>")) wrong("the report is not whole");
     if (record_) return;
     const std::string ledgerBefore = world_.text(kLedgerFile);
@@ -95,19 +118,20 @@ class Judge final : public service::PassObserver {
   static int daysBetween(std::int64_t from, std::int64_t to) {
     return from <= 0 || to <= from ? 0 : static_cast<int>((to - from) / kDay);
   }
-  static std::size_t count(const std::string& text, std::string_view part) {
+  static std::size_t count(std::string_view text, std::string_view part) {
     std::size_t found = 0;
     for (std::size_t at = 0; (at = text.find(part, at)) != std::string::npos; ++at) ++found;
     return found;
   }
   std::int64_t machineTime(std::int64_t time) const { return time + world_.clock.wrongBy; }
+  std::int64_t localDay(std::int64_t time) const {
+    return world_.clock.localDay(machineTime(time));
+  }
 
   // Of the list that had him: in others he was examined earlier.
   const notify::UserRecord* recordOf(const User& user) const {
-    for (const notify::UserRecord& record : examined_) {
-      if (record.username == user.name && record.skipReasons == 0) return &record;
-    }
-    return nullptr;
+    const auto found = judged_.find(user.name);
+    return found == judged_.end() ? nullptr : &examined_[found->second];
   }
   bool wasMailed(const User& user) const {
     return std::any_of(
@@ -147,7 +171,7 @@ class Judge final : public service::PassObserver {
     const bool forced = std::any_of(site_.forced.begin(), site_.forced.end(),
                                     [&](const Forced& one) { return one.user == user; });
     using notify::Expiry;
-    if (record.expiry == Expiry::Forced ? !forced : forced && record.expiry != Expiry::Refused) {
+    if (record.expiry == Expiry::Forced ? !forced : forced && record.expiry != Expiry::Unanswered) {
       wrong(user->name + " was forced, or not, and the pass says otherwise");
     }
   }
@@ -162,6 +186,12 @@ class Judge final : public service::PassObserver {
     const std::size_t at = mail.text.find("days:");
     const int told = at == std::string::npos ? 0 : std::atoi(mail.text.c_str() + at + 5);
     const notify::UserRecord* record = recordOf(*user);
+    if (told == 0 && record != nullptr && record->expiry == notify::Expiry::OverLimit) {
+      wrong(user->name + " was mailed about an expiry that is left for later");
+    }
+    if (site_.setting("limitEmails") != 0 && mailedDay_ == localDay(began_)) {
+      wrong(user->name + " was mailed on a day of an earlier mailing");
+    }
     const int maxAge =
         site_.maxAgeIn(record != nullptr ? record->slot : site_.slotOf(*user), *user);
     for (const std::int64_t set : {user->setWhenRead, user->passwordSet}) {
@@ -194,7 +224,7 @@ class Judge final : public service::PassObserver {
     Mailings& mailings = mailings_[user.name];
     if (mailings.set != password) mailings = {password, {}, {}};
     const bool recorded = isRecorded(mail);
-    const std::int64_t today = machineTime(mail.when) / kDay;
+    const std::int64_t today = localDay(mail.when);
     bool anyNew = site_.warningDays.empty() && mailings.lastDay != today;
     std::vector<int> days = site_.warningDays;
     if (site_.setting("expireOnlyNotified") != 0 && left <= 0) days.push_back(kExpiryOf - maxAge);
@@ -217,7 +247,7 @@ class Judge final : public service::PassObserver {
     const Mailings& mailings = mailings_[user.name];
     if (mailings.set != user.passwordSet) return days.empty() || days.front() >= left;
     if (days.empty()) {
-      return std::max(mailings.lastDay, mailings.maybeLastDay) < machineTime(began_) / kDay;
+      return std::max(mailings.lastDay, mailings.maybeLastDay) < localDay(began_);
     }
     return std::any_of(days.begin(), days.end(), [&](int day) {
       return day >= left && mailings.done.count(day) + mailings.maybe.count(day) == 0;
@@ -242,8 +272,6 @@ class Judge final : public service::PassObserver {
     if (site_.setting("expireOnlyNotified") != 0 && !user.mail.empty() && !notified) {
       wrong(user.name + " was forced without a mail");
     }
-    // Whose mail waits to be tried again is overtaken.
-    if (site_.setting("smtpRetries") != 0 && site_.setting("expireOnlyNotified") != 0) return;
     for (const notify::UserRecord& record : examined_) {
       const User* other = site_.find(record.username);
       if (record.expiry == notify::Expiry::OverLimit && record.passwordSet != 0 &&
@@ -270,18 +298,22 @@ class Judge final : public service::PassObserver {
         continue;
       }
       const notify::UserRecord* record = recordOf(user);
-      const int left = maxAge - daysBetween(user.passwordSet, machineTime(began_));
+      const int age = daysBetween(user.passwordSet, machineTime(began_));
+      const int left = maxAge - age;
+      if (age != daysBetween(user.passwordSet, machineTime(world_.clock.now))) continue;
       if (record == nullptr) {
         wrong(user.name + " was not examined, and nothing was said");
-      } else if (left <= 0 && !record->directoryPolicy) {
+      } else if (left <= 0 && !record->directoryPolicy &&
+                 (mayMail_ || site_.setting("expireOnlyNotified") == 0)) {
         wrong(user.name + " was not forced, and nothing was said");
-      } else if (record->emailWarnings == 1 && !user.mail.empty() && left > 0 &&
+      } else if (mayMail_ && record->emailWarnings == 1 && !user.mail.empty() && left > 0 &&
                  left <= site_.threshold && isMissed(user, left)) {
         wrong(user.name + " was not warned, " + std::to_string(left) + " days before");
       }
     }
     const std::size_t forced = site_.forced.size();
-    const std::string expiredLog = world_.text(kExpiredLog).substr(expiredLogBefore_);
+    const std::string_view expiredLog =
+        std::string_view(world_.text(kExpiredLog)).substr(expiredLogBefore_);
     const bool mailed = !world_.mails.empty() && world_.mails.back().recipient == kAdministrator;
     if (count(expiredLog, "\"successful\"") != forced ||
         count(world_.text(kReportFile), ">PASSWORD EXPIRED<") != forced ||
@@ -293,10 +325,14 @@ class Judge final : public service::PassObserver {
   World& world_;
   Site& site_;
   std::vector<notify::UserRecord> examined_;
-  std::map<std::string, Mailings> mailings_;  // by user
+  std::unordered_map<std::string, std::size_t> judged_;  // of examined_, by user
+  std::map<std::string, Mailings> mailings_;             // by user
   std::optional<service::PassRecord> record_;
-  bool troubled_ = false;  // the pass was killed or had problems
-  std::size_t kills_ = 0;  // of the last passes, in a row
+  bool mayMail_ = true;          // limitEmails allows it
+  std::int64_t mailedDay_ = -1;  // of the last mailing that the registry has
+  std::int64_t slot_ = 0;        // day number of the last pass at expirationServiceTime
+  bool troubled_ = false;        // the pass was killed or had problems
+  std::size_t kills_ = 0;        // of the last passes, in a row
   Faults faults_;
   std::int64_t began_ = 0;
   std::size_t mailsBefore_ = 0, expiredLogBefore_ = 0;

@@ -1,11 +1,15 @@
 // Simulated years of passes over a simulated site, each from one seed. A broken rule prints the
 // seed and the day's story.
 //   simulate FIRST-SEED COUNT    COUNT 0: goes on until it is stopped
+#include <algorithm>
 #include <cstdio>
 #include <cstdlib>
 #include <optional>
+#include <set>
 #include <string>
 
+#include "base/format_text.h"
+#include "base/timestamp.h"
 #include "platform/directory/snapshot_directory.h"
 #include "platform/registry/file/reg_registry.h"
 #include "service/expiration_run.h"
@@ -16,7 +20,6 @@
 namespace simulation {
 namespace {
 
-constexpr std::int64_t kHour = 3600 * kSecond;
 constexpr int kSettled = 30;  // days after which nobody is left who was late when the year began
 
 class Year {
@@ -25,6 +28,10 @@ class Year {
   Year(std::uint64_t seed, bool steady)
       : seed_(seed), steady_(steady), world_(seed), site_(world_, seed, !steady) {
     currentWorld = &world_;
+    world_.clock.zone = (world_.random.below(52) - 24) * 1800;
+    const int summer = world_.random.below(4);
+    if (summer == 1) world_.clock.summer = SimulatedClock::North;
+    if (summer == 2) world_.clock.summer = SimulatedClock::South;
   }
 
   void set(const char* name, int value) { site_.settings[name] = value; }
@@ -40,6 +47,10 @@ class Year {
     draw(400, "smtpRetries", 1, 2);
     draw(200, "smtpGiveUpAfter", 0, 3);
     draw(200, "smtpMaxPerMinute", 30, 60);
+    draw(200, "limitEmails", 1, 1);
+    if (!world_.random.chance(300)) return;
+    site_.serviceTime =
+        base::formatText("%02d:%02d", world_.random.below(24), world_.random.below(60));
   }
 
   // False when a rule was broken.
@@ -48,12 +59,15 @@ class Year {
       world_.story.clear();
       world_.clock.now = kStart + day_ * kDay;
       site_.liveOneNight(steady_);
-      site_.writeFiles();
+      site_.writeRegistry();
+      site_.writeLists();
       const int passes = steady_ ? 1 : 1 + world_.random.below(8) / 6;
       world_.clock.now += steady_ ? 6 * kHour : world_.random.below(12 * 3600) * kSecond;
-      for (int pass = 0; pass < passes; ++pass) {
-        makePass();
+      if (!site_.serviceTime.empty()) world_.clock.now = kStart + day_ * kDay;
+      for (int pass = 0; pass < passes || !site_.serviceTime.empty(); ++pass) {
+        if (!makePass()) break;
         if (!judge_.verdicts().empty()) return tellStory();
+        if (!site_.serviceTime.empty()) continue;
         world_.clock.now += world_.random.below(4 * 3600) * kSecond;
       }
     }
@@ -88,9 +102,26 @@ class Year {
     faults.powerCut = random.chance(500);
   }
 
-  void makePass() {
+  // As the service does. False when the next pass is none of this day's.
+  bool awaitTime(service::ExpirationRun& run) {
+    run.repeat();
+    while (const std::int64_t left = run.secondsToPass(*run.passTimes())) {
+      world_.clock.now += std::min(left * kSecond, 3 * kHour);
+      if (world_.clock.now >= kStart + (day_ + 1) * kDay) return false;
+    }
+    judge_.judgeBegin(*base::secondOfDay(site_.serviceTime));
+    return true;
+  }
+
+  void beginPass() {
     drawFaults();
     judge_.beginPass();
+  }
+
+  // False when none is due on this day.
+  bool makePass() {
+    const bool atTimes = !site_.serviceTime.empty();
+    if (!atTimes) beginPass();
     const std::size_t mailsBefore = world_.mails.size();
     std::optional<service::PassRecord> record;
     try {
@@ -102,6 +133,8 @@ class Year {
         service::ExpirationRun run({*registry, directory, directory, world_.clock},
                                    {false, 24 * 3600 * 1000}, &judge_, nullptr);
         run.prepare();
+        if (atTimes && !awaitTime(run)) return world_.restart(), false;
+        if (atTimes) beginPass();
         record = run.pass();
       }
     } catch (const Crash&) {
@@ -115,12 +148,15 @@ class Year {
     judge_.judge(record);
     world_.restart();
     judge_.judgeFiles();
-    if (!steady_ || day_ < kSettled) return;
+    if (!steady_ || day_ < kSettled) return true;
+    std::set<std::string> mails;
     for (std::size_t i = mailsBefore; i < world_.mails.size(); ++i) {
       const auto& [when, recipient, text, confirmed] = world_.mails[i];
-      if (recipient != kAdministrator) output_ += recipient + text.substr(text.find("\n\n"));
+      if (recipient != kAdministrator) mails.insert(recipient + text.substr(text.find("\n\n")));
     }
+    for (const std::string& mail : mails) output_ += mail;
     output_ += world_.text(kReportFile);
+    return true;
   }
 
   bool tellStory() {

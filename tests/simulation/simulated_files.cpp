@@ -47,7 +47,6 @@ FilePointer toWrite(const std::string& name) {
 FilePointer toRead(const std::string& name) {
   world().call();
   const std::string path = pathOnDisk(name);
-  if (path == simulation::kDirectoryFile) world().beforeRead();
   const auto found = world().files.find(path);
   if (found == world().files.end()) return failWith(ENOENT), nullptr;
   const bool refused = world().fails(world().faults.reads, "cannot open to read: ", path);
@@ -59,6 +58,7 @@ bool append(DiskFile& file, std::string_view bytes) {
   world().quietCall();
   if (world().dead()) return false;
   const bool full = world().fails(world().faults.writes, "disk full");
+  file.change();
   const auto most = static_cast<std::size_t>(full ? world().random.below(bytes.size() + 1) : -1);
   file.current.append(bytes.substr(0, most));
   return full ? failWith(ENOSPC) : true;
@@ -104,6 +104,7 @@ int closeStream(void* cookie) {
 File openFile(const std::string& name, const char* mode) {
   const FilePointer file = *mode == 'r' ? toRead(name) : toWrite(name);
   if (file == nullptr) return nullptr;
+  if (*mode == 'w') file->change();
   if (*mode == 'w') file->current.clear();
   return File(
       ::fopencookie(new Stream{file}, mode, {readStream, writeStream, seekStream, closeStream}));
@@ -122,6 +123,7 @@ bool readWholeFile(const std::string& name, std::string& bytes, std::size_t) {
 bool writeWholeFile(const std::string& name, std::string_view bytes) {
   const FilePointer file = toWrite(name);
   if (file == nullptr) return false;
+  file->change();
   file->current.clear();
   world().call();
   return append(*file, bytes);
@@ -146,14 +148,8 @@ bool appendToFile(const std::string& name, std::string_view text) {
   return file != nullptr && append(*file, text);
 }
 
-bool overwriteInFile(const std::string& name, std::uint64_t offset, std::string_view bytes) {
-  const FilePointer file = toWrite(name);
-  if (file == nullptr) return false;
-  file->current.replace(offset, bytes.size(), bytes);
-  file->durable = file->current;
-  world().overwritten(file->current.substr(0, offset));
-  world().call();
-  return true;
+bool overwriteInFile(const std::string&, std::uint64_t, std::string_view) {
+  return failWith(EROFS);  // the directory is no file
 }
 
 bool createDirectory(const std::string& name) {
@@ -172,7 +168,8 @@ bool fileIsShared(const std::string&) {
 
 bool fileExists(const std::string& name) {
   world().call();
-  return world().files.count(pathOnDisk(name)) != 0;
+  const std::string path = pathOnDisk(name);
+  return world().files.count(path) + world().folders.count(path) != 0;
 }
 
 std::vector<std::string> namesInFolder(const std::string&) {
@@ -234,7 +231,7 @@ RecordFile::RecordFile(std::intptr_t handle) : handle_(handle) {}
 RecordFile::~RecordFile() {
   const std::unique_ptr<FilePointer> file(reinterpret_cast<FilePointer*>(handle_));
   world().quietCall();
-  if (!world().dead()) (*file)->durable = (*file)->current;
+  if (!world().dead()) (*file)->durable.reset();
 }
 
 bool RecordFile::append(std::string_view bytes) {

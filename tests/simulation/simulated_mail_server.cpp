@@ -63,11 +63,13 @@ class MailServer final : public test_support::FakeNetwork {
     if (session.closed || world().dead()) return kWsaConnectionReset;
     count = bytes.size();
     session.fromClient.append(bytes);
-    for (std::size_t end = 0; (end = session.fromClient.find("\r\n")) != std::string::npos;) {
-      const std::string line = session.fromClient.substr(0, end);
-      session.fromClient.erase(0, end + 2);
-      if (!session.closed && !session.silent) takeLine(session, line);
+    const std::string_view text = session.fromClient;
+    std::size_t begin = 0;
+    for (std::size_t end = 0; (end = text.find("\r\n", begin)) != std::string::npos;
+         begin = end + 2) {
+      if (!session.closed && !session.silent) takeLine(session, text.substr(begin, end - begin));
     }
+    session.fromClient.erase(0, begin);
     return kSocketOk;
   }
   SocketError receive(SocketHandle socket, char* buffer, std::size_t capacity,
@@ -93,11 +95,11 @@ class MailServer final : public test_support::FakeNetwork {
     session.closed = true;
   }
 
-  static void takeLine(Session& session, const std::string& line) {
+  static void takeLine(Session& session, std::string_view line) {
     const auto is = [&line](const char* verb) { return base::beginsWithNoCase(line, verb); };
     session.lastHeard = world().clock.now;
     if (session.inData && line != ".") {
-      session.text += line + "\n";
+      session.text.append(line).append(1, '\n');
     } else if (session.inData) {
       session.inData = false;
       answer(session, "250 accepted\r\n", true);
@@ -109,7 +111,7 @@ class MailServer final : public test_support::FakeNetwork {
       close(session, "421 enough for now\r\n");
     } else if (is("RCPT")) {
       const std::size_t begin = line.find('<') + 1;
-      const std::string recipient = line.substr(begin, line.find('>') - begin);
+      const std::string recipient(line.substr(begin, line.find('>') - begin));
       session.recipient = answer(session, "250 ok\r\n") ? recipient : "";
     } else if (is("DATA") && session.recipient.empty()) {
       session.toClient += "503 no recipient\r\n";

@@ -11,7 +11,7 @@
 #include <vector>
 
 #include "base/format_text.h"
-#include "platform/directory/ldif/ldif_source.h"
+#include "platform/directory/directory_snapshot.h"
 #include "tests/simulation/world.h"
 
 namespace simulation {
@@ -31,6 +31,11 @@ struct User {
   int ownAge = 0;         // the directory's own maximum age for him, in days; 0: never
   int policy = 0;         // slot whose list names the user; 0: none
   bool excluded = false;  // from the default policy, which else covers everybody
+
+  std::int64_t passwordExpires() const {  // as a directory has it
+    if (ownAge == 0) return platform::kNoExpiryTime;
+    return passwordSet == 0 ? 0 : passwordSet + ownAge * kDay;
+  }
 };
 
 // A forced change of a password.
@@ -45,23 +50,16 @@ class Site {
   // `busy`: users change their passwords while a pass is made.
   Site(World& world, std::uint64_t seed, bool busy) : world_(world), random_(seed), busy_(busy) {
     for (int slot = 0; slot < kPolicies; ++slot) {
-      maxAge[slot] = 30 + random_.below(90);
+      maxAge[slot] = nextMaxAge[slot] = 30 + random_.below(90);
       emailWarnings[slot] = random_.chance(900) ? 1 : 0;
       byDirectory[slot] = random_.chance(150);
     }
-    threshold = 4 + random_.below(6);
+    threshold = nextThreshold = 4 + random_.below(6);
     if (random_.chance(800)) warningDays = {threshold - random_.below(2), 3, 1};
     for (int i = 0; i < 200; ++i) {
       join();
       users.back().passwordSet -= random_.below(100) * kDay;
     }
-    world_.overwritten = [this](const std::string& before) {
-      User* user = find(before.substr(before.rfind("CN=user") + 3));
-      forced.push_back({world_.clock.now, user, user->passwordSet});
-      if (user->setWhenRead == -1) user->setWhenRead = user->passwordSet;
-      user->passwordSet = 0;
-    };
-    world_.beforeRead = [this] { changeSomebodysPassword(); };
   }
 
   // What people do between two days; `steady`: users only, and nobody comes or goes.
@@ -83,12 +81,11 @@ class Site {
     }
     if (steady) return;
     if (random_.chance(200)) join();
-    if (random_.chance(5)) maxAge[random_.below(kPolicies)] = 30 + random_.below(90);
-    if (random_.chance(5)) threshold = 4 + random_.below(6);
+    if (random_.chance(5)) changeSettings();
   }
 
-  // Registry file, lists and directory as they are now, onto the disk.
-  void writeFiles() {
+  // Registry file and lists as they are now, onto the disk.
+  void writeRegistry() {
     const std::string root = "HKEY_LOCAL_MACHINE\\Software\\Policies\\Kadro\\PwsentryProMPE\\";
     const auto section = [&](const std::string& name, const std::map<std::string, int>& values) {
       registryText += "\r\n[" + root + name + "]\r\n\"policyName\"=\"" + name + "\"\r\n";
@@ -97,36 +94,45 @@ class Site {
       }
     };
     std::map<std::string, int> values = settings;
-    values["warningThreshold"] = threshold;
+    values["warningThreshold"] = nextThreshold;
     for (const int day : warningDays)
       values["warning" + std::to_string(values.count("warning1") + values.count("warning2") + 1)] =
           day;
+    // What the pass has written behind it stays.
+    const std::string& before = world_.text("site.reg");
+    const std::string written = before.substr(std::min(registryText.size(), before.size()));
     registryText = "Windows Registry Editor Version 5.00\r\n";
     section("PWExpiration", values);
     registryText +=
         "\"smtpServer\"=\"127.0.0.1\"\r\n\"emailCustomMsg\"=\"days:<%daysUntilExpiration%>\"\r\n"
         "\"adminEmailAddress\"=\"" +
-        std::string(kAdministrator) + "\"\r\n";
+        std::string(kAdministrator) + "\"\r\n\"expirationServiceTime\"=\"" + serviceTime + "\"\r\n";
+    for (int slot = 0; slot < kPolicies; ++slot) {
+      section(slot == 0 ? "DefaultPolicy" : "Policy" + std::to_string(slot),
+              {{"maxPasswordAge", nextMaxAge[slot]},
+               {"emailWarnings", emailWarnings[slot]},
+               {"useDirectoryPolicy", byDirectory[slot] ? 1 : 0}});
+    }
+    world_.put("site.reg", registryText + written);
+  }
+
+  void writeLists() {
     std::array<std::string, kPolicies> lists;
     for (const User& user : users) {
       if (user.policy != 0) lists[user.policy] += user.name + "\n";
       if (user.excluded) lists[0] += user.name + "\n";
     }
     for (int slot = 0; slot < kPolicies; ++slot) {
-      section(slot == 0 ? "DefaultPolicy" : "Policy" + std::to_string(slot),
-              {{"maxPasswordAge", maxAge[slot]},
-               {"emailWarnings", emailWarnings[slot]},
-               {"useDirectoryPolicy", byDirectory[slot] ? 1 : 0}});
       const std::string file = slot == 0
                                    ? "pwsentry_pro_defaultpolicy_exclude.txt"
                                    : "pwsentry_pro_policy" + std::to_string(slot) + "_include.txt";
       world_.put(file, lists[slot]);
     }
-    world_.put("site.reg", registryText);
-    writeDirectory();
   }
 
   void beginPass() {
+    maxAge = nextMaxAge;
+    threshold = nextThreshold;
     forced.clear();
     inHand = nullptr;
     for (User& user : users) {
@@ -161,18 +167,34 @@ class Site {
     return covered ? maxAgeIn(slotOf(user), user) : 0;
   }
 
+  // For the next pass: one that is being made keeps to what it has read.
+  void changeSettings() {
+    nextMaxAge[random_.below(kPolicies)] = 30 + random_.below(90);
+    nextThreshold = 4 + random_.below(6);
+    writeRegistry();
+  }
+  void changeSettingsInMidPass() {
+    if (busy_ && !world_.dead() && random_.chance(1)) changeSettings();
+  }
+
+  void force(User& user) {
+    forced.push_back({world_.clock.now, &user, user.passwordSet});
+    if (user.setWhenRead == -1) user.setWhenRead = user.passwordSet;
+    user.passwordSet = 0;
+  }
+
   void changeSomebodysPassword() {
     if (!busy_ || world_.dead() || !random_.chance(5)) return;
     world_.clock.now += kSecond;
     User& other = users[static_cast<std::size_t>(random_.below(users.size()))];
     User& user = inHand != nullptr && random_.chance(500) ? *inHand : other;
     user.passwordSet = world_.clock.now;
-    writeDirectory();
   }
 
-  std::array<int, kPolicies> maxAge{}, emailWarnings{};  // by slot
-  std::array<bool, kPolicies> byDirectory{};             // useDirectoryPolicy
-  int threshold = 14;
+  std::array<int, kPolicies> maxAge{}, nextMaxAge{}, emailWarnings{};  // by slot
+  std::array<bool, kPolicies> byDirectory{};                           // useDirectoryPolicy
+  int threshold = 14, nextThreshold = 14;
+  std::string serviceTime;  // "HH:MM", or empty
   std::vector<int> warningDays;
   std::map<std::string, int> settings{{"htmllog", 1}};  // further ones
   std::vector<User> users;
@@ -192,33 +214,12 @@ class Site {
     users.push_back(user);
   }
 
-  // A record keeps its place when a password is changed.
-  void writeDirectory() {
-    std::string text;
-    for (const User& user : users) {
-      if (user.gone) continue;
-      text += base::formatText(
-          "dn: CN=%s,DC=simulated,DC=example\nobjectClass: user\nuserAccountControl: %i\n"
-          "pwdLastSet: %018lli\nsAMAccountName: %s\ngivenName: Given\nsn: Surname\n",
-          user.name.c_str(), static_cast<int>(user.account),
-          static_cast<long long>(user.passwordSet), user.name.c_str());
-      const bool never = user.ownAge == 0;
-      text += base::formatText(
-          "msDS-UserPasswordExpiryTimeComputed: %019lli\n",
-          static_cast<long long>(never                   ? platform::kNoExpiryTime
-                                 : user.passwordSet == 0 ? 0
-                                                         : user.passwordSet + user.ownAge * kDay));
-      text += user.mail.empty() ? "\n" : "mail: " + user.mail + "\n\n";
-    }
-    world_.put(kDirectoryFile, text);
-  }
-
   World& world_;
   Random random_;  // of its own: what people do does not depend on what a pass does
   bool busy_;
 };
 
-// The directory's file, behind a server that may be slow, away, or deny.
+// The directory: a server that may be slow, away, or deny, and answers with the users as they are.
 class SimulatedDirectory final : public platform::DirectorySource {
  public:
   SimulatedDirectory(Site& site, World& world) : site_(site), world_(world) {}
@@ -228,27 +229,47 @@ class SimulatedDirectory final : public platform::DirectorySource {
     const platform::AccountResult result = answer();
     error = {81, result.text, "simulated"};
     if (!result.ok()) return platform::kServerDown;
-    const platform::HResult status = file_.load(snapshot, error);
+    snapshot.namingContext = "DC=simulated,DC=example";
     snapshot.clockOffset = -world_.clock.wrongBy / kSecond;  // the directory's clock is right
-    return status;
+    for (const User& user : site_.users) {
+      if (!user.gone) read(user, snapshot.entries.emplace_back());
+    }
+    return platform::kOk;
   }
   platform::AccountResult refresh(platform::DirectoryEntry& entry) override {
     User* user = site_.inHand = site_.find(entry.logonName);
     platform::AccountResult result = answer();
-    if (result.ok()) result = file_.refresh(entry);
-    if (result.ok() && user->setWhenRead == -1) user->setWhenRead = entry.pwdLastSet;
+    if (!result.ok()) return result;
+    site_.changeSettingsInMidPass();
+    read(*user, entry);
+    if (user->setWhenRead == -1) user->setWhenRead = user->passwordSet;
     return result;
   }
   platform::AccountResult expirePassword(const platform::DirectoryEntry& entry) override {
-    site_.inHand = site_.find(entry.logonName);
+    User* user = site_.inHand = site_.find(entry.logonName);
     platform::AccountResult result = answer();
-    if (result.ok()) result = file_.expirePassword(entry);
-    return result.ok() ? answer() : result;  // lost behind the work, perhaps
+    if (!result.ok()) return result;
+    if (user->passwordSet != entry.pwdLastSet) return {platform::kNetPasswordChanged, "changed"};
+    site_.force(*user);
+    const bool lost = world_.has(world_.faults.directoryDown) ||
+                      world_.fails(world_.faults.directory, "the directory's answer is lost");
+    return {lost ? platform::kNetNoDomainController : platform::kNetSuccess, "simulated: lost"};
   }
-  void want(const platform::OptionalAttributes& wanted) override { file_.want(wanted); }
-  platform::DirectoryFacts facts() override { return file_.facts(); }
+  void want(const platform::OptionalAttributes& wanted) override { wanted_ = wanted; }
+  platform::DirectoryFacts facts() override { return {}; }
 
  private:
+  void read(const User& user, platform::DirectoryEntry& entry) const {
+    entry.dn = "CN=" + user.name + ",DC=simulated,DC=example";
+    entry.logonName = user.name;
+    entry.mail = user.mail;
+    entry.givenName = "Given";
+    entry.surname = "Surname";
+    entry.pwdLastSet = user.passwordSet;
+    entry.accountControl = user.account;
+    if (wanted_.expiryTimes) entry.passwordExpires = user.passwordExpires();
+  }
+
   platform::AccountResult answer() {
     world_.call();
     if (world_.has(world_.faults.directorySlow)) world_.clock.now += 2 * kSecond;
@@ -257,12 +278,13 @@ class SimulatedDirectory final : public platform::DirectorySource {
       return {platform::kNetNoDomainController, "simulated: no answer"};
     }
     const bool denies = world_.fails(world_.faults.directory, "the directory denies");
+    if (!denies) site_.changeSomebodysPassword();
     return {denies ? platform::kNetAccessDenied : platform::kNetSuccess, "simulated: denied"};
   }
 
   Site& site_;
   World& world_;
-  platform::LdifSource file_{kDirectoryFile};
+  platform::OptionalAttributes wanted_;
 };
 
 }  // namespace simulation

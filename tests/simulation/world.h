@@ -4,12 +4,11 @@
 #pragma once
 
 #include <algorithm>
-#include <chrono>
 #include <cstdint>
-#include <functional>
 #include <limits>
 #include <map>
 #include <memory>
+#include <optional>
 #include <random>
 #include <set>
 #include <string>
@@ -24,9 +23,9 @@ namespace simulation {
 struct Crash {};
 
 inline constexpr std::int64_t kSecond = test_support::kFileTimeSecond;
+inline constexpr std::int64_t kHour = 3600 * kSecond;
 inline constexpr std::int64_t kDay = test_support::kFileTimeDay;
 inline constexpr std::int64_t kStart = 154497 * kDay;  // midnight, 1 January 2024
-inline constexpr const char* kDirectoryFile = "users.ldif";
 
 class Random {
  public:
@@ -54,33 +53,42 @@ struct Faults {
 
 class SimulatedClock final : public test_support::ManualClock {
  public:
-  base::LocalTime localTime() override {
-    using namespace std::chrono;
-    const sys_seconds time(sys_days(year(1601) / 1 / 1) + seconds(fileTime() / kSecond));
-    const sys_days day = floor<days>(time);
-    const year_month_day date(day);
-    const hh_mm_ss clock(time - day);
-    const auto number = [](auto count) { return static_cast<int>(count); };
-    return {number(date.year()),
-            number(unsigned(date.month())),
-            number(weekday(day).c_encoding()),
-            number(unsigned(date.day())),
-            number(clock.hours().count()),
-            number(clock.minutes().count()),
-            number(clock.seconds().count())};
+  base::LocalTime localTime() override { return localTimeOf(fileTime()); }
+  base::LocalTime localTimeOf(std::int64_t moment) override {
+    return base::fromWallSeconds(wallSeconds(moment));
   }
+  platform::TimeZone timeZone() override { return {-zoneSeconds(fileTime()) / 60}; }
+  // What the clock on the wall shows, as base::wallSeconds has it.
+  std::int64_t wallSeconds(std::int64_t moment) const {
+    return moment / kSecond - 11'644'473'600 + zoneSeconds(moment);
+  }
+  std::int64_t localDay(std::int64_t moment) const { return wallSeconds(moment) / 86400; }
   std::int64_t fileTime() override { return now + wrongBy; }
   std::uint32_t tickCount() override { return static_cast<std::uint32_t>(now / (kSecond / 1000)); }
   void sleep(std::uint32_t ms) override { now += std::int64_t{ms} * (kSecond / 1000); }
 
   std::int64_t wrongBy = 0;  // this machine's clock is ahead of the world's
+  int zone = 0;              // seconds that local time is ahead of UTC
+  enum { None, North, South } summer = None;
+
+ private:
+  // Summer time begins or ends on 31 March and on 27 October 2024.
+  int zoneSeconds(std::int64_t moment) const {
+    const std::int64_t spring = kStart + 90 * kDay + kHour, autumn = kStart + 300 * kDay + kHour;
+    const bool between = moment >= spring && moment < autumn;
+    return zone + (summer != None && between == (summer == North) ? 3600 : 0);
+  }
 };
 
 struct DiskFile {
-  std::string current;  // what the system gives
-  std::string durable;  // what a power cut leaves
+  std::string current;                   // what the system gives
+  std::optional<std::string> durable{};  // what a power cut leaves; none: the same
   // Of a file of records: when each was appended, and the size after it.
   std::vector<std::pair<std::int64_t, std::size_t>> records{};
+
+  void change() {  // comes next
+    if (!durable) durable = current;
+  }
 };
 
 struct DeliveredMail {
@@ -100,17 +108,16 @@ class World {
   std::set<std::string> folders{"logfiles"}, locks;
   Faults faults;
   std::vector<DeliveredMail> mails;
+  std::size_t lastRecords = 0;     // of those appended before the power cut, younger than a second
   std::vector<std::string> story;  // of the day, for who reads a failure
-  // The directory's file is about to be read; was overwritten, behind this text.
-  std::function<void()> beforeRead;
-  std::function<void(const std::string&)> overwritten;
 
-  std::string text(const std::string& path) {  // empty when there is no such file
+  const std::string& text(const std::string& path) const {  // empty when there is no such file
+    static const std::string none;
     const auto found = files.find(path);
-    return found == files.end() ? "" : found->second->current;
+    return found == files.end() ? none : found->second->current;
   }
   void put(const std::string& path, const std::string& text) {
-    files[path] = std::make_shared<DiskFile>(DiskFile{text, text});
+    files[path] = std::make_shared<DiskFile>(DiskFile{text});
   }
 
   // Every call of the seam passes here: it may be the one in which the process ends.
@@ -140,9 +147,10 @@ class World {
 
   // A new process starts, some time later and without faults.
   void restart() {
+    lastRecords = 0;
     for (auto& [path, file] : files) {
       if (dead_ && faults.powerCut) cutPower(*file);
-      file->durable = file->current;
+      file->durable.reset();
       file->records.clear();
     }
     locks.clear();
@@ -152,20 +160,28 @@ class World {
   }
 
  private:
-  // Of what was appended any part may be there, of records all that are a second old; of what was
-  // written anew the old file, the new one or a part of that.
+  // Of what was appended any part may be there, of records all that are a second old, and some of
+  // it may be what stood elsewhere in the file; of what was written anew the old file, the new one
+  // or a part of that.
   void cutPower(DiskFile& file) {
-    if (file.current == file.durable) return;
-    const bool appended = file.current.starts_with(file.durable);
-    std::size_t least = appended ? file.durable.size() : 0;
+    if (!file.durable || file.current == *file.durable) return;
+    const bool appended = file.current.starts_with(*file.durable);
+    std::size_t least = appended ? file.durable->size() : 0;
     for (const auto& [when, size] : file.records) {
       if (when + kSecond <= clock.now) least = std::max(least, size);
+      if (when + kSecond > clock.now) ++lastRecords;
     }
     if (appended || random.chance(500)) {
       file.current.resize(least +
                           static_cast<std::size_t>(random.below(file.current.size() - least + 1)));
+      const std::size_t size = file.current.size() - least;
+      if (!appended || size == 0 || random.chance(500)) return;
+      const auto at = least + static_cast<std::size_t>(random.below(size));
+      const auto from = static_cast<std::size_t>(random.below(at + 1));
+      file.current.replace(at, std::string::npos,
+                           file.current.substr(from, file.current.size() - at));
     } else {
-      file.current = file.durable;
+      file.current = *file.durable;
     }
   }
 
