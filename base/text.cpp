@@ -49,8 +49,13 @@ std::string quotedField(std::string_view text) {
 }
 
 std::string csvField(std::string text) {
-  if (text.find_first_of("=+-@\t\r") == 0) text.insert(0, "'");
-  return text.find_first_of(",\"\r\n") == std::string::npos ? text : quotedField(text);
+  constexpr std::string_view kFormula = "=+-@\t\r";
+  if (!text.empty() && kFormula.find(text.front()) != kFormula.npos) text.insert(0, "'");
+  // Byte by byte: find_first_of() calls a function for each.
+  const bool plain = std::none_of(text.begin(), text.end(), [](char c) {
+    return c == ',' || c == '"' || c == '\r' || c == '\n';
+  });
+  return plain ? text : quotedField(text);
 }
 
 std::string withoutLineBreaks(std::string_view text) {

@@ -17,15 +17,17 @@ void write(const std::string& text) {
 constexpr bool kAscii = true;
 
 // {"command": ..., "version": 1, MEMBERS, "ROWS": [...]}, two blanks a level and a row a line.
-std::string jsonObject(const Answer& answer) {
+void writeJsonObject(const Answer& answer) {
   JsonValue head = {{"command", answer.command}, {"version", kAnswerVersion}};
   head.update(answer.members);
   std::string text = head.dump(2, ' ', kAscii);
   text.erase(text.rfind("\n}"));
+  write(text);
   if (!answer.table.columns.empty()) {
-    text += ",\n  " + JsonValue(answer.rowsKey).dump() + ": " + answer.table.json();
+    write(",\n  " + JsonValue(answer.rowsKey).dump() + ": ");
+    answer.table.json(write);
   }
-  return text + "\n}\n";
+  write("\n}\n");
 }
 
 }  // namespace
@@ -46,10 +48,10 @@ void printAnswer(const Answer& answer, Format format) {
       return write(answer.below);
     case Format::Json:
       platform::writeBytesAsTheyAre(stdout);
-      return write(jsonObject(answer));
+      return writeJsonObject(answer);
     case Format::Csv:
       platform::writeBytesAsTheyAre(stdout);
-      return write(answer.table.csv());
+      return answer.table.csv(write);
   }
 }
 

@@ -115,9 +115,9 @@ class StoryText {
   void headline() {
     text_ = style_.heading(name_);
     const auto known =
-        std::find_if(story_.survey.users.begin(), story_.survey.users.end(),
+        std::find_if(story_.records.begin(), story_.records.end(),
                      [](const UserRecord& user) { return user.data.email != directory::kNoEmail; });
-    if (known != story_.survey.users.end()) {
+    if (known != story_.records.end()) {
       const directory::UserDirectoryData& data = known->data;
       text_ += ": " + Value(data.firstName + ' ' + data.lastName + " <" + data.email + '>').text();
     }
@@ -255,7 +255,7 @@ class StoryText {
     const bool dueNow = user.daysLeft() <= 0 || !moment;
     const std::string when =
         dueNow ? "now" : "by the first pass after " + calendar_.momentText(*moment);
-    if (story_.survey.pass.reportOnly) return "not in report-only mode; otherwise " + when;
+    if (story_.pass.reportOnly) return "not in report-only mode; otherwise " + when;
     std::string text = when;
     if (story_.settings.maxExpirations != 0) {
       text += formatText(
@@ -348,7 +348,7 @@ int explainCommand(const ExplainOptions& options) {
     return refuse(unknownUser(host, options.user));
   }
   const Calendar calendar(host.clock);
-  const config::Findings& findings = story.survey.pass.findings;
+  const config::Findings& findings = story.pass.findings;
   const TextStyle style = outputStyle();
   Answer answer;
   answer.command = "explain";
@@ -365,9 +365,12 @@ int explainCommand(const ExplainOptions& options) {
                     {"obstacles", obstaclesJson(story)},
                     {"problems", findingsJson(findings.problems())}};
   answer.table.columns = userColumns();
-  if (story.record != nullptr) answer.table.rows.push_back(userRow(*story.record, calendar));
+  if (story.record != nullptr) {
+    fillUserRow(lineOf(*story.record, story.record->data, calendar),
+                answer.table.rows.emplace_back());
+  }
   printAnswer(answer, options.question.format);
-  return story.survey.pass.allWell() ? kExitDone : kExitSomethingFailed;
+  return story.pass.allWell() ? kExitDone : kExitSomethingFailed;
 }
 
 }  // namespace console

@@ -12,14 +12,13 @@
 #include "console/commands.h"
 #include "console/forecast.h"
 #include "console/user_look_up.h"
+#include "console/user_rows.h"
 #include "platform/system/files.h"
 #include "service/dry_run.h"
 #include "service/policy_table.h"
 
 namespace console {
 namespace {
-
-constexpr std::int64_t kSecondsPerDay = 24 * 60 * 60;
 
 // Puts the users of a dry run into a forecast.
 class ForecastMaker : public service::PassObserver {
@@ -28,15 +27,17 @@ class ForecastMaker : public service::PassObserver {
       : calendar_(host.clock), lookUp_(host.directory), forecast_(calendar_.today(), days) {}
 
   void userExamined(const notify::UserRecord& user) override {
-    const std::optional<std::int64_t> moment = expiryOf(user);
+    // A password that is to be changed anyway does not get there.
+    if (user.skipReasons != 0 || user.changeAlreadyDue || !user.accountFound) return;
+    const std::optional<std::int64_t> moment = expiryMoment(user);
     if (!moment) return;
     const std::int64_t day = calendar_.dayOf(*moment);
     forecast_.add(user.slot, service::slotLabel(user.slot), day, *moment <= calendar_.now());
     const bool due = day < calendar_.today() + static_cast<std::int64_t>(forecast_.days());
     if (!due || user.emailWarnings != 1) return;
-    notify::UserRecord known = user;
-    const bool asked = lookUp_.complete(known);
-    if (asked && known.data.email == directory::kNoEmail) {
+    directory::UserDirectoryData data = user.data;
+    const bool asked = lookUp_.complete(user.username, data);
+    if (asked && data.email == directory::kNoEmail) {
       forecast_.addWithoutAddress(user.username);
     }
     unasked_ = unasked_ || !asked;
@@ -47,17 +48,6 @@ class ForecastMaker : public service::PassObserver {
   bool addressesKnown() const { return !unasked_; }
 
  private:
-  // Nothing for a password that never gets there: of a skipped account, or to be changed already.
-  static std::optional<std::int64_t> expiryOf(const notify::UserRecord& user) {
-    if (user.skipReasons != 0 || user.changeAlreadyDue || !user.accountFound) return std::nullopt;
-    if (user.directoryPolicy) {
-      return user.passwordExpires == 0 ? std::nullopt
-                                       : std::optional(momentOf(user.passwordExpires));
-    }
-    if (user.passwordSet == 0) return std::nullopt;
-    return momentOf(user.passwordSet + user.maxAge * kSecondsPerDay);
-  }
-
   Calendar calendar_;
   UserLookUp lookUp_;
   Forecast forecast_;

@@ -1,6 +1,7 @@
 // `pwlapse list`: every user, and what a pass would do today.
 #include <algorithm>
 #include <array>
+#include <deque>
 #include <limits>
 #include <unordered_set>
 #include <utility>
@@ -11,8 +12,9 @@
 #include "config/policy_store.h"
 #include "console/commands.h"
 #include "console/finding_lines.h"
-#include "console/survey.h"
+#include "console/user_look_up.h"
 #include "console/user_rows.h"
+#include "service/dry_run.h"
 #include "service/edition_keys.h"
 #include "service/policy_table.h"
 #include "service/user_list.h"
@@ -64,44 +66,87 @@ struct Filter {
   }
 };
 
-// What rows are sorted by: a number, then a text.
-using SortKey = std::pair<std::int64_t, std::string>;
+// Keeps a line of each user of a dry run that is to be shown.
+class ListMaker final : public service::PassObserver {
+ public:
+  ListMaker(const platform::Host& host, const Filter& filter)
+      : filter_(filter), calendar_(host.clock), lookUp_(host.directory) {}
 
-SortKey sortKey(const UserRecord& user, const std::string& by) {
-  const std::string name = service::nameKey(user.username);
-  if (by == "user") return {0, name};
-  if (by == "policy") return {user.slot, name};
-  if (by == "address") return {0, base::lowered(user.data.email)};
-  const auto outcome = static_cast<std::int64_t>(service::outcomeOf(user));
-  if (by == "outcome") return {outcome, name};
-  const bool counts = user.skipReasons == 0 && user.accountFound && !user.changeAlreadyDue;
-  const std::int64_t last = std::numeric_limits<std::int64_t>::max();
-  if (by == "age") return {counts ? -static_cast<std::int64_t>(user.age) : last, name};
-  return {counts ? user.daysLeft() : last, name};
+  void userExamined(const UserRecord& user) override {
+    const std::uint32_t skipped = user.skipReasons;
+    if ((skipped & notify::kSkipProcessedEarlier) != 0 || !filter_.takes(user)) return;
+    directory::UserDirectoryData data = user.data;
+    if (user.accountFound) lookUp_.complete(user.username, data);
+    const bool hasAddress = data.email != directory::kNoEmail;
+    const bool computer = (skipped & notify::kSkipComputerAccount) != 0;
+    if (filter_.options->noAddress && (hasAddress || computer)) return;
+    lines_.push_back(lineOf(user, std::move(data), calendar_));
+  }
+
+  std::deque<UserLine> takeLines() { return std::move(lines_); }
+
+ private:
+  const Filter& filter_;
+  Calendar calendar_;
+  UserLookUp lookUp_;
+  std::deque<UserLine> lines_;
+};
+
+// One line a user: that of the policy that has him, or the first of those that leave him out.
+void keepOneOfEach(std::deque<UserLine>& lines) {
+  // Whom one policy leaves out another one may have.
+  std::unordered_set<std::string> open;
+  for (const UserLine& line : lines) {
+    if (line.leftOut) open.insert(service::nameKey(line.user));
+  }
+  if (open.empty()) return;
+  for (const UserLine& line : lines) {
+    if (!line.leftOut) open.erase(service::nameKey(line.user));
+  }
+  std::erase_if(lines, [&](const UserLine& line) {
+    return line.leftOut && open.erase(service::nameKey(line.user)) == 0;
+  });
 }
 
-void sortUsers(std::vector<UserRecord>& users, const std::string& by) {
-  std::vector<std::pair<SortKey, std::size_t>> order;
-  order.reserve(users.size());
-  for (std::size_t i = 0; i < users.size(); ++i) order.emplace_back(sortKey(users[i], by), i);
-  std::sort(order.begin(), order.end());
-  std::vector<UserRecord> sorted;
-  sorted.reserve(users.size());
-  for (const auto& [key, index] : order) sorted.push_back(std::move(users[index]));
-  users = std::move(sorted);
+// What lines are sorted by: a number, then a text.
+using SortKey = std::pair<std::int64_t, std::string>;
+
+SortKey sortKey(const UserLine& line, const std::string& by) {
+  constexpr std::int64_t kLast = std::numeric_limits<std::int64_t>::max();
+  if (by == "address") return {line.address.empty() ? kLast : 0, base::lowered(line.address)};
+  std::string name = service::nameKey(line.user);
+  if (by == "user") return {0, std::move(name)};
+  if (by == "policy") return {line.slot, std::move(name)};
+  if (by == "outcome") return {static_cast<std::int64_t>(line.outcome), std::move(name)};
+  if (by == "age") return {line.age ? -std::int64_t{*line.age} : kLast, std::move(name)};
+  return {line.daysLeft ? std::int64_t{*line.daysLeft} : kLast, std::move(name)};
+}
+
+std::vector<const UserLine*> sorted(const std::deque<UserLine>& lines, const std::string& by) {
+  std::vector<std::pair<SortKey, const UserLine*>> keys;
+  keys.reserve(lines.size());
+  for (const UserLine& line : lines) keys.emplace_back(sortKey(line, by), &line);
+  std::stable_sort(keys.begin(), keys.end(),
+                   [](const auto& left, const auto& right) { return left.first < right.first; });
+  std::vector<const UserLine*> order;
+  order.reserve(keys.size());
+  for (const auto& [key, line] : keys) order.push_back(line);
+  return order;
 }
 
 // One line for each name that was asked for and is no user's.
-std::string missingUsers(const std::vector<std::string>& asked,
-                         const std::vector<UserRecord>& users) {
-  std::unordered_set<std::string> found;
-  for (const UserRecord& user : users) found.insert(service::nameKey(user.username));
+std::string missingUsers(const std::vector<std::string>& asked, const std::deque<UserLine>& lines) {
+  std::unordered_set<std::string> missing;
+  for (const std::string& name : asked) missing.insert(service::nameKey(name));
+  for (const UserLine& line : lines) {
+    if (missing.empty()) break;
+    missing.erase(service::nameKey(line.user));
+  }
   std::string text;
   for (const std::string& name : asked) {
-    if (found.count(service::nameKey(name)) == 0) {
-      text.append("no policy's list names \"").append(name);
-      text.append("\": see pwlapse explain \"").append(name).append("\"\n");
-    }
+    if (missing.count(service::nameKey(name)) == 0) continue;
+    text.append("no policy's list names \"").append(name);
+    text.append("\": see pwlapse explain \"").append(name).append("\"\n");
   }
   return text;
 }
@@ -145,35 +190,31 @@ int listCommand(const ListOptions& options) {
   const Filter filter = filterOf(options, host.registry, error);
   if (!error.empty()) return refuse(error);
 
-  SurveyOptions wanted;
-  wanted.addresses = true;
-  wanted.wanted = [&filter](const UserRecord& user) { return filter.takes(user); };
-  Survey survey = makeSurvey(host, wanted);
-  keepOneOfEach(survey.users);
-  if (options.noAddress) {
-    std::erase_if(survey.users, [](const UserRecord& user) {
-      return user.data.email != directory::kNoEmail ||
-             (user.skipReasons & notify::kSkipComputerAccount) != 0;
-    });
+  service::PassRecord pass;
+  std::deque<UserLine> lines;
+  {
+    ListMaker maker(host, filter);
+    pass = service::makeDryRun(host, &maker, {});
+    lines = maker.takeLines();
   }
-  sortUsers(survey.users, options.sort);
+  keepOneOfEach(lines);
+  const std::vector<const UserLine*> order = sorted(lines, options.sort);
 
   const Calendar calendar(host.clock);
   std::array<std::uint64_t, service::kOutcomes> counts{};
+  for (const UserLine& line : lines) ++counts.at(static_cast<std::size_t>(line.outcome));
   Answer answer;
   answer.command = "list";
   answer.rowsKey = "users";
   answer.table.columns = userColumns();
-  answer.table.rows.reserve(survey.users.size());
-  for (const UserRecord& user : survey.users) {
-    ++counts.at(static_cast<std::size_t>(service::outcomeOf(user)));
-    answer.table.rows.push_back(userRow(user, calendar));
-  }
-  const service::PassRecord& pass = survey.pass;
+  answer.table.madeRows = order.size();
+  answer.table.makeRow = [&order](std::size_t number, std::vector<Value>& row) {
+    fillUserRow(*order[number], row);
+  };
   const TextStyle style = outputStyle();
-  const std::string missing = missingUsers(options.users, survey.users);
-  answer.peopleSeeTable = !survey.users.empty();
-  answer.below = '\n' + totals(counts, survey.users.size()) +
+  const std::string missing = missingUsers(options.users, lines);
+  answer.peopleSeeTable = !lines.empty();
+  answer.below = '\n' + totals(counts, lines.size()) +
                  (pass.reportOnly ? "; report-only mode\n" : "\n") + missing +
                  findingsText(pass.findings.problems(), pass.findings.notes(), style);
   JsonValue outcomes = JsonValue::object();

@@ -24,7 +24,7 @@ class UserKeeper : public service::PassObserver {
     constexpr notify::PassMode kDry = notify::PassMode::Dry;
     kept_ = {user, std::string(service::outcomeLabel(service::outcomeOf(user), kDry)) + ", " +
                        service::slotLabel(user.slot) + ": " + service::outcomeReason(user, kDry)};
-    lookUp_.complete(kept_->record);
+    lookUp_.complete(user.username, kept_->record.data);
   }
 
   const std::optional<PreviewedUser>& kept() const { return kept_; }
@@ -65,7 +65,7 @@ void setDaysLeft(notify::UserRecord& user, std::int32_t days) {
 bool composePreview(kelvado::KvEmail& email, const config::ExpirationSettings& settings,
                     const notify::MailTemplates& templates, const notify::UserRecord& user,
                     platform::Clock& clock, std::string& error) {
-  config::DebugLog silent(false);
+  config::DebugLog silent = config::DebugLog::nowhere();
   if (notify::composeWarning(email, settings, templates, user, clock, silent)) return true;
   const std::vector<std::string>& problems = templates.problems();
   error = problems.empty() ? notify::kTemplateLost : problems.front();

@@ -113,7 +113,7 @@ class Layout {
     }
     head.erase(head.find_last_not_of(' ') + 1);
     std::string text = style_.heading(head) + '\n';
-    for (const auto& row : table_.rows) addRow(row, text);
+    table_.forEachRow([&](const std::vector<Value>& row) { addRow(row, text); });
     return text;
   }
 
@@ -121,17 +121,16 @@ class Layout {
   void measure() {
     widths_.assign(table_.columns.size(), 0);
     numeric_.assign(table_.columns.size(), false);
-    for (const std::size_t i : shown_) {
-      widths_[i] = displayWidth(table_.columns[i].title);
-      bool numbers = false;
-      bool others = false;
-      for (const auto& row : table_.rows) {
+    std::vector<bool> others(table_.columns.size(), false);
+    for (const std::size_t i : shown_) widths_[i] = displayWidth(table_.columns[i].title);
+    table_.forEachRow([&](const std::vector<Value>& row) {
+      for (const std::size_t i : shown_) {
         widths_[i] = std::max(widths_[i], displayWidth(row[i].text()));
-        numbers = numbers || row[i].isNumber();
-        others = others || !(row[i].isNumber() || row[i].isNothing());
+        if (row[i].isNumber()) numeric_[i] = true;
+        if (!row[i].isNumber() && !row[i].isNothing()) others[i] = true;
       }
-      numeric_[i] = numbers && !others;
-    }
+    });
+    for (const std::size_t i : shown_) numeric_[i] = numeric_[i] && !others[i];
   }
 
   // What all columns take; a wrapped one is content with less.
@@ -199,6 +198,7 @@ class Layout {
       pending = kGap + (numeric_[i] ? 0 : fill);
       if (i != shown_.back()) left += widths_[i] + kGap;
     }
+    line.erase(line.find_last_not_of(' ') + 1);
     text += line + '\n';
     for (std::size_t i = 1; i < more.size(); ++i) {
       text += blanks(left) + style_.painted(row[shown_.back()].tone(), more[i]) + '\n';
@@ -253,40 +253,61 @@ JsonValue Value::json() const {
   return nullptr;
 }
 
-std::string Value::csv() const {
-  if (const auto* truth = std::get_if<bool>(&content_)) return *truth ? "1" : "0";
-  const auto* text = std::get_if<std::string>(&content_);
-  if (text == nullptr) return isNothing() ? "" : this->text();
-  return base::csvField(platform::ansiToUtf8(*text));
+void Value::appendCsv(std::string& line) const {
+  if (const auto* truth = std::get_if<bool>(&content_)) {
+    line += *truth ? '1' : '0';
+  } else if (const auto* number = std::get_if<std::int64_t>(&content_)) {
+    line += std::to_string(*number);
+  } else if (const auto* text = std::get_if<std::string>(&content_)) {
+    line += base::csvField(platform::ansiToUtf8(*text));
+  }
 }
 
 std::string Table::text(const TextStyle& style) const {
   return Layout(*this, style).text();
 }
 
-std::string Table::csv() const {
-  std::string text;
-  for (const Column& column : columns) text.append(text.empty() ? "" : ",").append(column.key);
-  text += "\r\n";
-  for (const auto& row : rows) {
-    for (std::size_t i = 0; i < row.size(); ++i) text += (i == 0 ? "" : ",") + row[i].csv();
-    text += "\r\n";
+void Table::forEachRow(const std::function<void(const std::vector<Value>& row)>& take) const {
+  for (const auto& row : rows) take(row);
+  std::vector<Value> row;
+  for (std::size_t i = 0; i < madeRows; ++i) {
+    makeRow(i, row);
+    take(row);
   }
-  return text;
 }
 
-std::string Table::json() const {
+void Table::csv(const TextSink& write) const {
+  std::string line;
+  for (const Column& column : columns) line.append(line.empty() ? "" : ",").append(column.key);
+  write(line + "\r\n");
+  forEachRow([&](const std::vector<Value>& row) {
+    line.clear();
+    for (std::size_t i = 0; i < row.size(); ++i) {
+      if (i != 0) line += ',';
+      row[i].appendCsv(line);
+    }
+    line += "\r\n";
+    write(line);
+  });
+}
+
+void Table::json(const TextSink& write) const {
   std::vector<std::string> members;
   for (const Column& column : columns) members.push_back(JsonValue(column.key).dump() + ": ");
-  std::string text = "[";
-  for (const auto& row : rows) {
-    text += text.size() == 1 ? "\n    {" : ",\n    {";
+  const char* before = "[\n    {";
+  std::string line;
+  forEachRow([&](const std::vector<Value>& row) {
+    line = before;
+    before = ",\n    {";
     for (std::size_t i = 0; i < row.size(); ++i) {
-      text += (i == 0 ? "" : ", ") + members[i] + row[i].json().dump(-1, ' ', true);  // ASCII
+      if (i != 0) line += ", ";
+      line += members[i];
+      line += row[i].json().dump(-1, ' ', true);  // ASCII
     }
-    text += '}';
-  }
-  return text + (rows.empty() ? "]" : "\n  ]");
+    line += '}';
+    write(line);
+  });
+  write(*before == '[' ? "[]" : "\n  ]");
 }
 
 JsonValue jsonText(const std::string& ansi) {

@@ -6,6 +6,7 @@
 #include <concepts>
 #include <cstddef>
 #include <cstdint>
+#include <functional>
 #include <nlohmann/json.hpp>
 #include <string>
 #include <string_view>
@@ -53,8 +54,8 @@ class Value {
   // In the ANSI code page, control characters replaced; a truth is "yes" or "no", nothing "-".
   std::string text() const;
   JsonValue json() const;  // nothing is null
-  // A field of CSV (RFC 4180) as base::csvField makes it; a truth is 1 or 0.
-  std::string csv() const;
+  // Appends a field of CSV (RFC 4180) as base::csvField makes it; a truth is 1 or 0.
+  void appendCsv(std::string& line) const;
 
  private:
   std::variant<std::monostate, bool, std::int64_t, std::string> content_;
@@ -76,13 +77,23 @@ struct Column {
   Fit fit = Fit::Whole;
 };
 
+using TextSink = std::function<void(const std::string& text)>;
+
 struct Table {
   std::vector<Column> columns;
   std::vector<std::vector<Value>> rows;  // each as long as `columns`
+  // Further rows, which are made one by one whenever they are shown: all those of a large site
+  // would take more memory than what they are made from.
+  std::size_t madeRows = 0;
+  std::function<void(std::size_t number, std::vector<Value>& row)> makeRow;
+
+  void forEachRow(const std::function<void(const std::vector<Value>& row)>& take) const;
 
   std::string text(const TextStyle& style) const;
-  std::string csv() const;   // headings first; lines end in CR LF
-  std::string json() const;  // an array of objects, one a line
+  // Both piece by piece, in UTF-8: headings first, lines end in CR LF; an array of objects, one a
+  // line.
+  void csv(const TextSink& write) const;
+  void json(const TextSink& write) const;
 };
 
 // ANSI text as JSON.

@@ -6,7 +6,6 @@
 
 #include "config/debug_log.h"
 #include "directory/domain_directory.h"
-#include "notify/user_record.h"
 
 namespace console {
 
@@ -18,14 +17,18 @@ class UserLookUp {
 
   // `access` is borrowed.
   explicit UserLookUp(platform::DirectoryAccess& access, Details details = Details::NotWanted);
+  ~UserLookUp();
+  UserLookUp(const UserLookUp&) = delete;
+  UserLookUp& operator=(const UserLookUp&) = delete;
 
-  // Fills in the user's data as the pass would. False when the directory is of no help.
-  bool complete(notify::UserRecord& user);
+  // Fills in the data of the user with this logon name (ANSI) as the pass would, unless the pass
+  // did. False when the directory is of no help.
+  bool complete(const std::string& username, directory::UserDirectoryData& data);
 
  private:
   enum class Binding { None, Bound, Failed };
 
-  config::DebugLog log_{false};
+  config::DebugLog log_ = config::DebugLog::nowhere();
   directory::DomainDirectory domain_;
   Binding binding_ = Binding::None;
 };

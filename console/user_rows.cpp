@@ -1,6 +1,7 @@
 #include "console/user_rows.h"
 
 #include <array>
+#include <utility>
 
 #include "service/policy_table.h"
 
@@ -15,8 +16,11 @@ constexpr std::array<const char*, service::kOutcomes> kCodes = {
     "outside", "mail",     "no-mail",         "mail-failed", "force",  "report-only",
     "refused", "withheld", "already-expired", "not-read",    "skipped"};
 
-Value dayValue(const std::optional<std::int64_t>& moment, const Calendar& calendar) {
-  return moment ? Value(dayText(calendar.dayOf(*moment))) : Value();
+constexpr std::size_t kUserColumns = 14;
+
+template <typename Number>
+Value numberValue(const std::optional<Number>& number) {
+  return number ? Value(*number) : Value();
 }
 
 Value textValue(const std::string& text) {
@@ -90,26 +94,47 @@ std::vector<Column> userColumns() {
           {"why", "WHY", Fit::Wrap}};
 }
 
-std::vector<Value> userRow(const UserRecord& user, const Calendar& calendar) {
-  const Outcome outcome = service::outcomeOf(user);
+UserLine lineOf(const UserRecord& user, directory::UserDirectoryData data,
+                const Calendar& calendar) {
+  UserLine line;
+  line.user = user.username;
+  if (data.email != directory::kNoEmail) line.address = std::move(data.email);
+  line.firstName = std::move(data.firstName);
+  line.lastName = std::move(data.lastName);
+  line.why = whyToday(user);
+  line.slot = user.slot;
+  line.leftOut = (user.skipReasons & notify::kSkipExcluded) != 0;
+  line.outcome = service::outcomeOf(user);
+  line.mailed = user.emailedText == "yes";
+  line.forced = user.expiry == notify::Expiry::Forced;
   // Of who is left alone the dates say nothing; of who cannot be read they are another's.
-  const bool dated = outcome != Outcome::Skipped && user.accountFound;
-  const bool known = dated && !user.changeAlreadyDue;
-  const bool hasAddress = user.data.email != directory::kNoEmail;
-  return {user.username,
-          service::slotLabel(user.slot),
-          known ? Value(user.age) : Value(),
-          dated ? Value(user.maxAge) : Value(),
-          dated ? dayValue(expiryMoment(user), calendar) : Value(),
-          known ? Value(user.daysLeft()) : Value(),
-          hasAddress ? Value(user.data.email) : Value(),
-          textValue(user.data.firstName),
-          textValue(user.data.lastName),
-          outcomeCode(outcome),
-          Value(service::outcomeLabel(outcome, notify::PassMode::Dry), outcomeTone(outcome)),
-          user.emailedText == "yes",
-          user.expiry == notify::Expiry::Forced,
-          textValue(whyToday(user))};
+  if (line.outcome == Outcome::Skipped || !user.accountFound) return line;
+  line.maximumAge = user.maxAge;
+  if (const auto moment = expiryMoment(user)) line.expires = calendar.dayOf(*moment);
+  if (user.changeAlreadyDue) return line;
+  line.age = user.age;
+  line.daysLeft = user.daysLeft();
+  return line;
+}
+
+void fillUserRow(const UserLine& line, std::vector<Value>& row) {
+  row.clear();
+  row.reserve(kUserColumns);
+  row.emplace_back(line.user);
+  row.emplace_back(service::slotLabel(line.slot));
+  row.push_back(numberValue(line.age));
+  row.push_back(numberValue(line.maximumAge));
+  row.push_back(line.expires ? Value(dayText(*line.expires)) : Value());
+  row.push_back(numberValue(line.daysLeft));
+  row.push_back(textValue(line.address));
+  row.push_back(textValue(line.firstName));
+  row.push_back(textValue(line.lastName));
+  row.emplace_back(outcomeCode(line.outcome));
+  row.emplace_back(service::outcomeLabel(line.outcome, notify::PassMode::Dry),
+                   outcomeTone(line.outcome));
+  row.emplace_back(line.mailed);
+  row.emplace_back(line.forced);
+  row.push_back(textValue(line.why));
 }
 
 }  // namespace console

@@ -16,10 +16,31 @@ namespace console {
 const char* outcomeCode(service::Outcome outcome);
 std::vector<std::string> outcomeCodes();
 
-std::vector<Column> userColumns();
-std::vector<Value> userRow(const notify::UserRecord& user, const Calendar& calendar);
+// What is shown of a user; small, for sites with many. Texts are ANSI, and empty when there is
+// none.
+struct UserLine {
+  std::string user, address, firstName, lastName;
+  std::string why;  // see whyToday()
+  int slot = 0;
+  bool leftOut = false;  // by the policy's exclude list
+  service::Outcome outcome = service::Outcome::Skipped;
+  bool mailed = false, forced = false;  // whether that would happen today
+  // Nothing for those that are left alone, and for accounts that cannot be read.
+  std::optional<std::uint32_t> age;        // days
+  std::optional<std::int32_t> maximumAge;  // likewise
+  std::optional<std::int32_t> daysLeft;
+  std::optional<std::int64_t> expires;  // the day, as Calendar counts
+};
+// `data` is the user's, which the record need not have.
+UserLine lineOf(const notify::UserRecord& user, directory::UserDirectoryData data,
+                const Calendar& calendar);
 
-// When the password reaches its maximum age, as Calendar counts; nothing when it is not known.
+std::vector<Column> userColumns();
+// `row` becomes the line's values; it is handed in, so that one serves for many lines.
+void fillUserRow(const UserLine& line, std::vector<Value>& row);
+
+// When the password reaches its maximum age, as Calendar counts; nothing when it is not known, or
+// the directory lets it last for ever.
 std::optional<std::int64_t> expiryMoment(const notify::UserRecord& user);
 
 // Why the user's day comes to its outcome, without what the outcome's label says; may be empty.

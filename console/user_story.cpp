@@ -7,9 +7,11 @@
 #include "base/nearest_name.h"
 #include "config/pass_files.h"
 #include "config/registry_readers.h"
+#include "console/user_look_up.h"
 #include "directory/domain_directory.h"
 #include "notify/warning_email.h"
 #include "platform/text/code_page.h"
+#include "service/dry_run.h"
 #include "service/edition_keys.h"
 #include "service/policy_table.h"
 #include "service/user_list.h"
@@ -49,18 +51,33 @@ std::string whyNot(const UserRecord& user, const std::vector<ListEntry>& entries
   return "not taken";
 }
 
+// Keeps the records of a dry run, with names and addresses.
+class Keeper final : public service::PassObserver {
+ public:
+  Keeper(platform::DirectoryAccess& directory, std::vector<UserRecord>& records)
+      : lookUp_(directory, UserLookUp::Details::Wanted), records_(records) {}
+
+  void userExamined(const UserRecord& user) override {
+    records_.push_back(user);
+    if (user.accountFound) lookUp_.complete(user.username, records_.back().data);
+  }
+
+ private:
+  UserLookUp lookUp_;
+  std::vector<UserRecord>& records_;
+};
+
 class StoryTeller {
  public:
   StoryTeller(const platform::Host& host, const std::string& name)
       : host_(host), name_(name), key_(service::nameKey(name)) {}
 
   UserStory tell() {
-    SurveyOptions options;
-    options.run.onlyUser = name_;
-    options.addresses = true;
-    options.details = true;
-    story_.survey = makeSurvey(host_, options);
-    for (const UserRecord& user : story_.survey.users) {
+    service::DryRunOptions options;
+    options.onlyUser = name_;
+    Keeper keeper(host_.directory, story_.records);
+    story_.pass = service::makeDryRun(host_, &keeper, options);
+    for (const UserRecord& user : story_.records) {
       constexpr std::uint32_t kNotTaken =
           notify::kSkipExcluded | notify::kSkipProcessedEarlier | notify::kSkipNameTooShort;
       if (story_.record == nullptr && (user.skipReasons & kNotTaken) == 0) story_.record = &user;
@@ -111,9 +128,9 @@ class StoryTeller {
                           false,
                           ""};
     const service::PolicyFiles files = service::policyFiles(slot);
-    const auto found = std::find_if(story_.survey.users.begin(), story_.survey.users.end(),
+    const auto found = std::find_if(story_.records.begin(), story_.records.end(),
                                     [slot](const UserRecord& user) { return user.slot == slot; });
-    const bool named = found != story_.survey.users.end();
+    const bool named = found != story_.records.end();
     if (policy.appliesToDomainUsers == 1) {
       if (named) verdict.entries.push_back({config::kDomainUsersFile, 0, false});
     } else {

@@ -8,8 +8,9 @@
 
 #include "config/expiration_settings.h"
 #include "console/calendar.h"
-#include "console/survey.h"
+#include "notify/user_record.h"
 #include "platform/host/host.h"
+#include "service/pass_record.h"
 
 namespace console {
 
@@ -40,10 +41,11 @@ struct UserStory {
   bool accountFound = false;
   std::string accountError;  // why it was not, else empty
   platform::UserInfo account;
+  service::PassRecord pass;                    // the dry run that all this was found in
+  std::vector<notify::UserRecord> records;     // of the user, in the order of the pass
+  const notify::UserRecord* record = nullptr;  // the one of the policy that has him, if any
   std::vector<PolicyVerdict> policies;         // those in use, in the order of a pass
-  const notify::UserRecord* record = nullptr;  // of the policy that has him; of the survey's users
   std::string mailSource;                      // what a warning to him is made from, and why
-  Survey survey;
 };
 
 // `name` is a logon name in the ANSI code page. Reads this user only, where the directory allows.

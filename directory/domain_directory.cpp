@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <cstdio>
+#include <string_view>
 #include <utility>
 
 #include "base/ascii.h"
@@ -57,8 +58,9 @@ void printFound(std::FILE* out, const std::u16string& path) {
 
 // The ANSI text, up to a NUL, cut to what a field of UserDirectoryData holds.
 std::string fieldText(const std::u16string& value) {
-  const std::string text = platform::utf16ToAnsi(value.substr(0, value.find(u'\0')));
-  return std::string(platform::ansiStart(text, kDirectoryTextCapacity - 1));
+  std::string text = platform::utf16ToAnsi(std::u16string_view(value).substr(0, value.find(u'\0')));
+  text.resize(platform::ansiStart(text, kDirectoryTextCapacity - 1).size());
+  return text;
 }
 
 // "DC=corp,DC=example" as "corp.example".
@@ -110,7 +112,10 @@ HResult lookUp(DirectoryAccess& access, DirectorySearch* search, const std::u16s
                config::DebugLog& log, bool traced, std::FILE* foundUsers,
                std::unique_ptr<DirectoryObject>& object, UserDirectoryData& data) {
   if (traced) log.print("    find user by name\n");
-  HResult status = FindUserByName(access, search, logonName, object, foundUsers);
+  HResult status = platform::kOk;
+  // A search from memory would take most of the time of a list of many users.
+  if (search != nullptr && foundUsers == nullptr) object = access.userInMemory(logonName);
+  if (object == nullptr) status = FindUserByName(access, search, logonName, object, foundUsers);
   if (failed(status)) {
     log.print("    User %s not Found.\n", platform::utf16ToAnsi(logonName).c_str());
     log.print("    FindUserByName failed with the following HR: %x\n", status);

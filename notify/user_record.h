@@ -105,7 +105,7 @@ struct UserRecord {
 
   // When the password reaches its maximum age, in seconds since 1601; 0: not known.
   std::int64_t expiryTime() const {
-    if (passwordExpires != 0 || passwordSet == 0) return passwordExpires;
+    if (passwordExpires != 0 || directoryPolicy || passwordSet == 0) return passwordExpires;
     return passwordSet + maxAge * kSecondsPerDay;
   }
   // Days until the password expires: 0 on the day, negative afterwards.

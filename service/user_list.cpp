@@ -12,6 +12,7 @@
 #include "base/unicode.h"
 #include "config/pass_files.h"
 #include "platform/text/code_page.h"
+#include "platform/text/text_lines.h"
 
 namespace service {
 namespace {
@@ -127,7 +128,7 @@ bool UserList::next(std::string& name) {
 }
 
 std::string nameKey(const std::string& ansi) {
-  return base::foldCase(base::utf16ToUtf8(platform::ansiToUtf16(ansi)));
+  return base::foldCase(platform::ansiToUtf8(ansi));
 }
 
 ExcludeList readExcludeList(const std::string& file, platform::AccountDatabase& accounts,

@@ -140,6 +140,13 @@ class DirectoryAccess {
   virtual HResult getSearch(const std::u16string& path,
                             std::unique_ptr<DirectorySearch>& search) = 0;
 
+  // The user with this logon name, where the directory is in memory and one user has the name;
+  // null elsewhere, and where a search has to find him.
+  virtual std::unique_ptr<DirectoryObject> userInMemory(const std::u16string& logonName) {
+    (void)logonName;
+    return nullptr;
+  }
+
   virtual DirectoryError lastError() = 0;
   // What of the directory could not be used in the last pass: one line each, ANSI.
   virtual std::vector<std::string> warnings() const { return {}; }

@@ -360,6 +360,14 @@ HResult SnapshotDirectory::getSearch(const std::u16string& path,
   return openSearch(path, kAdsSecureAuthentication, search);
 }
 
+std::unique_ptr<DirectoryObject> SnapshotDirectory::userInMemory(const std::u16string& logonName) {
+  DirectoryEntry* entry = nullptr;
+  if (!findEntry(logonName, entry).ok() || !entry->isPerson || !loaded_->byLogonName.unique()) {
+    return nullptr;
+  }
+  return std::make_unique<EntryObject>(loaded_, *entry);
+}
+
 DirectoryError SnapshotDirectory::lastError() {
   return lastError_;
 }

@@ -37,6 +37,7 @@ class SnapshotDirectory final : public DirectoryAccess, public AccountDatabase {
                      std::unique_ptr<DirectorySearch>& search) override;
   HResult getObject(const std::u16string& path, std::unique_ptr<DirectoryObject>& object) override;
   HResult getSearch(const std::u16string& path, std::unique_ptr<DirectorySearch>& search) override;
+  std::unique_ptr<DirectoryObject> userInMemory(const std::u16string& logonName) override;
   DirectoryError lastError() override;
   void beginPass() override;
   void endPass() override;
