@@ -31,6 +31,8 @@ std::string valueName(const Site& site, const std::string& key, const std::strin
 
 // Whether a mail address could be one: something on both sides of one '@', no blanks, no comma.
 bool looksLikeAddress(const std::string& text);
+// Whether it could be the name or the address of a mail server, which has no port.
+bool looksLikeHost(const std::string& text);
 
 void checkSettings(const Site& site, Report& report);
 void checkTemplates(const Site& site, Report& report);

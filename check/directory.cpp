@@ -86,7 +86,7 @@ class DirectoryCheck {
         subject_(facts_.server.empty() ? "directory" : facts_.server) {}
 
   void run(const std::vector<std::string>& due) {
-    config::DebugLog silent(false);
+    config::DebugLog silent = config::DebugLog::nowhere();
     directory::DomainDirectory domain(directory_, silent, nullptr);
     const bool bound = domain.bindDomain() != 0;
     const platform::DirectoryError error = directory_.lastError();

@@ -98,7 +98,7 @@ void ListsCheck::run() {
   const bool readable = site_.host.accounts.domainModals(modals) == platform::kNetSuccess;
   knowsAccounts_ = readable && !site_.host.accounts.ofThisMachineOnly();
   if (readable) {
-    config::DebugLog silent(false);
+    config::DebugLog silent = config::DebugLog::nowhere();
     directory::DomainDirectory domain(site_.host.directory, silent, nullptr);
     domain.forEachDomainUser([this](const std::string& name) { domainUsers_.push_back(name); });
   } else {
@@ -233,8 +233,9 @@ void ListsCheck::visit(int slot) {
     report_.fault(files.include, "is empty: " + service::slotLabel(slot) + " covers nobody",
                   "write one logon name a line");
   } else {
-    report_.ok(files.include, service::slotLabel(slot) + " has " +
-                                  std::to_string(claims_.size() - before) + " users");
+    const std::size_t users = claims_.size() - before;
+    report_.ok(files.include, service::slotLabel(slot) + " has " + std::to_string(users) +
+                                  (users == 1 ? " user" : " users"));
   }
 }
 

@@ -57,6 +57,24 @@ std::string cureOf(SmtpStep step, const std::string& text) {
   return "correct the settings of the mail server";
 }
 
+// Of what AccessToken and findTokenProblems() say; the first row whose part stands there counts.
+std::string tokenCureOf(const std::string& problem) {
+  constexpr struct {
+    const char* part;
+    const char* cure;
+  } kTokenCures[] = {
+      {"other users can read it", "chmod 600, or on Windows remove the others' rights"},
+      {"smtpTokenFile ", "let the program that renews the token write it there as the first line"},
+      {"oauthClientSecretFile ", "write the application's secret there as the first line"},
+      {"not trusted", "add the authority's certificate to those of this machine"},
+      {"the token server ", "correct what its answer names"},
+  };
+  for (const auto& row : kTokenCures) {
+    if (problem.find(row.part) != std::string::npos) return row.cure;
+  }
+  return "correct that setting";
+}
+
 class MailServerCheck {
  public:
   MailServerCheck(const Site& site, Report& report) : site_(site), report_(report) {
@@ -71,14 +89,7 @@ class MailServerCheck {
     if (!unreadable.empty()) {
       return report_.fault("login", unreadable, "docs/settings.md says what this setting needs");
     }
-    if (notify::wantsAccessToken(site_.settings)) {
-      std::string problem;
-      notify::AccessToken token(site_.settings, site_.host.clock);
-      mailMan_.put_OAuth2AccessToken(token.current(problem).c_str());
-      if (!problem.empty()) {
-        return report_.fault("access token", problem, "docs/settings.md says what a token needs");
-      }
-    }
+    if (!accessToken()) return;
     const bool open = mailMan_.OpenSmtpConnection();
     const SmtpFailure failure = open ? SmtpFailure() : mailMan_.get_LastFailure();
     way(open, failure);
@@ -100,6 +111,7 @@ class MailServerCheck {
   static std::string addressIn(const std::string& setting) {
     return kelvado::parseAddress(platform::ansiToUtf8(setting)).address;
   }
+  bool accessToken();
   void way(bool open, const SmtpFailure& failure);
   void certificate(bool refused);
   void login(bool open);
@@ -111,6 +123,26 @@ class MailServerCheck {
   std::string subject_;
   kelvado::KvMailMan mailMan_;
 };
+
+// Gets the token to log in with, where the settings ask for one. False when there is none.
+bool MailServerCheck::accessToken() {
+  for (const std::string& problem : notify::findTokenProblems(site_.settings)) {
+    report_.fault("access token", problem, tokenCureOf(problem));
+  }
+  if (!notify::wantsAccessToken(site_.settings)) return true;
+  std::string problem;
+  notify::AccessToken token(site_.settings, site_.host.clock);
+  mailMan_.put_OAuth2AccessToken(token.current(problem).c_str());
+  if (problem.empty()) {
+    report_.ok("access token",
+               site_.settings.smtpTokenFile.empty()
+                   ? "the token server gives one"
+                   : platform::loggableAnsiLine(site_.settings.smtpTokenFile) + " holds one");
+    return true;
+  }
+  report_.fault("access token", problem, tokenCureOf(problem));
+  return false;
+}
 
 // What was in order on the way, as far as it went.
 void MailServerCheck::way(bool open, const SmtpFailure& failure) {
@@ -176,7 +208,12 @@ void MailServerCheck::failed(const SmtpFailure& failure) {
     text = "its certificate " + platform::certificateFault(*shown, site_.settings.smtpServer, now) +
            " (" + mailMan_.get_LastSession().certificateProblem + ")";
   }
-  report_.fault(subject_, text, cureOf(failure.step, text));
+  const bool tokenRefused =
+      failure.step == SmtpStep::Login && notify::wantsAccessToken(site_.settings);
+  report_.fault(subject_, text,
+                tokenRefused ? "the token has ended, or is not for this mailbox: renew it, or "
+                               "correct smtpUsername and the rights of the application"
+                             : cureOf(failure.step, text));
 }
 
 // Asks for one recipient. False when there is no use in asking for another.

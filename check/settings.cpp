@@ -193,7 +193,7 @@ void SettingsCheck::mailServer() {
     report_.fault(at("smtpServer"), "is missing: a pass only reports", "name the mail server");
   } else if (server.empty()) {
     report_.fault(at("smtpServer"), "is empty: no mail can be sent", "name the mail server");
-  } else if (server.find_first_of("/:@, ") != std::string::npos) {
+  } else if (!looksLikeHost(server)) {
     report_.fault(at("smtpServer"), quoted(server) + " is not a host's name or address",
                   "give the name alone; the port stands in smtpPort");
   }

@@ -10,7 +10,7 @@ Site loadSite(platform::Host host) {
   const service::EditionKeys edition = service::findEditionKeys(host.registry);
   Site site{host, config::loadExpirationSettings(host.registry, edition.settingsKey),
             edition.settingsKey, edition.memberServer};
-  config::DebugLog silent(false);
+  config::DebugLog silent = config::DebugLog::nowhere();
   site.slots = service::loadPolicyTable(host.registry, site.settings, edition.memberServer, silent);
   return site;
 }
@@ -34,6 +34,10 @@ bool looksLikeAddress(const std::string& text) {
   return at != std::string::npos && at > 0 && at + 1 < text.size() &&
          text.find('@', at + 1) == std::string::npos &&
          text.find_first_of(" \t,;<>\"") == std::string::npos;
+}
+
+bool looksLikeHost(const std::string& text) {
+  return text.find_first_of("/:@, ") == std::string::npos;
 }
 
 }  // namespace check

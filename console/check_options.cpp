@@ -26,8 +26,8 @@ void addInit(CLI::App& app, Chosen& chosen) {
   const auto options = std::make_shared<InitOptions>();
   CLI::App& init =
       addCommand(app, chosen, "init",
-                 "Write a settings file for your domain, in report-only mode; asks for "
-                 "what is not given, and never overwrites",
+                 "Write a settings file for your domain; asks for what is not given, and "
+                 "never overwrites",
                  initCommand, options);
   init.add_option("file", options->file, "The settings file to write")
       ->type_name("FILE")
@@ -63,6 +63,10 @@ void addInit(CLI::App& app, Chosen& chosen) {
       ->type_name("DAYS")
       ->delimiter(',')
       ->expected(1, 3);
+  CLI::Option* const reportOnly = init.add_flag_callback(
+      "--report-only", [] {}, "Nobody is mailed or forced until you change the file (the default)");
+  init.add_flag("--live", options->live, "Users are mailed and forced from the first pass on")
+      ->excludes(reportOnly);
   init.add_option("--max-age", options->maxAge, "Maximum password age (default: the domain's own)")
       ->type_name("DAYS");
 }

@@ -1,5 +1,6 @@
 // `pwlapse init`: from nothing to a settings file, by asking the administrator and the domain.
 #include <algorithm>
+#include <charconv>
 #include <cstdio>
 #include <filesystem>
 #include <memory>
@@ -7,11 +8,13 @@
 
 #include "base/ascii.h"
 #include "base/format_text.h"
+#include "check/checks.h"
 #include "config/expiration_settings.h"
 #include "console/commands.h"
 #include "console/site_file.h"
 #include "directory/domain_directory.h"
 #include "directory/password_expiry.h"
+#include "mail/mime/email_address.h"
 #include "platform/host/system_host.h"
 #include "platform/network/certificate.h"
 #include "platform/system/files.h"
@@ -35,6 +38,15 @@ struct Domain {
   std::size_t users = 0;
 };
 
+// What is asked for. An empty answer is the usual one.
+struct Question {
+  const char* option;
+  const char* words;
+  std::string usual{};
+  std::string (*problem)(const std::string& answer) = nullptr;  // why it cannot be used, or empty
+  bool needed = false;
+};
+
 class Init {
  public:
   explicit Init(const InitOptions& options)
@@ -43,36 +55,91 @@ class Init {
   int run();
 
  private:
-  bool answer(std::string& value, const char* option, const char* question, bool needed = true);
+  std::string typedLine(const Question& question);
+  bool answer(std::string& value, const Question& question);
   bool answers();
   bool password();
+  bool reach(Domain& domain);
   bool look(Domain& domain);
   bool trust(const Domain& domain);
   bool confirms(const std::string& fingerprint);
   void showCertificates(const std::vector<std::string>& chain) const;
   void propose(const Domain& domain);
   void show(const Domain& domain) const;
+  // The name of a file in the settings file's folder.
+  std::string besideTheFile(const char* name) const {
+    return platform::nameOf(platform::pathOf(platform::absolutePath(file_)).parent_path() / name);
+  }
 
   const InitOptions& options_;
   std::string file_;
   bool asks_;
   SiteProposal site_;
+  bool passwordTyped_ = false;  // its file was written by this run
   std::string error_;
 };
 
-// Takes the option's value, or asks for it. False with error_ set when it is needed and not had.
-bool Init::answer(std::string& value, const char* option, const char* question, bool needed) {
-  if (!value.empty()) return true;
-  if (asks_) {
-    std::printf("%s: ", question);
-    std::fflush(stdout);
-    int c = 0;
-    while ((c = std::getchar()) != EOF && c != '\n') value += static_cast<char>(c);
-    value = base::trimmed(value);
+// Why the answer cannot be used, or empty.
+std::string mailServerProblem(const std::string& text) {
+  return check::looksLikeHost(text)
+             ? ""
+             : "\"" + text + "\" is not the name of a host (a port is set by smtpPort)";
+}
+
+std::string addressProblem(const std::string& text) {
+  const std::string address = kelvado::parseAddress(platform::ansiToUtf8(text)).address;
+  return check::looksLikeAddress(address) ? "" : "\"" + text + "\" is no e-mail address";
+}
+
+// "14, 7,1"; empty when it is not up to three numbers above 0.
+std::vector<std::uint32_t> daysOf(const std::string& text) {
+  std::vector<std::uint32_t> days;
+  for (std::size_t at = 0; at <= text.size();) {
+    const std::size_t end = std::min(text.find(',', at), text.size());
+    const std::string number(base::trimmed(text.substr(at, end - at)));
+    std::uint32_t day = 0;
+    const auto [rest, status] = std::from_chars(number.data(), number.data() + number.size(), day);
+    const bool whole = status == std::errc() && rest == number.data() + number.size();
+    if (!whole || day == 0 || days.size() == 3) return {};
+    days.push_back(day);
+    at = end + 1;
   }
-  if (!value.empty() || !needed) return true;
-  error_ = std::string(question) + " is not given: " + option;
-  return false;
+  return days;
+}
+
+std::string daysProblem(const std::string& text) {
+  return !daysOf(text).empty() ? "" : "\"" + text + "\" is not up to three days such as 14,7,1";
+}
+
+std::string Init::typedLine(const Question& question) {
+  const bool usual = !question.usual.empty();
+  std::printf("%s%s: ", question.words, usual ? (" [" + question.usual + "]").c_str() : "");
+  std::fflush(stdout);
+  std::string line;
+  int c = 0;
+  while ((c = std::getchar()) != EOF && c != '\n') line += static_cast<char>(c);
+  asks_ = c != EOF;
+  return std::string(base::trimmed(line));
+}
+
+// Takes the option's value, or asks until there is one that can be used. False with error_ set when
+// there is none.
+bool Init::answer(std::string& value, const Question& question) {
+  const bool given = !value.empty();
+  for (;;) {
+    if (!given && asks_) value = typedLine(question);
+    if (value.empty()) value = question.usual;
+    std::string problem;
+    if (value.empty()) {
+      problem = question.needed ? "is not given" : "";
+    } else if (question.problem != nullptr) {
+      problem = question.problem(value);
+    }
+    if (problem.empty()) return true;
+    error_ = std::string(question.words) + ": " + problem + ": " + question.option;
+    if (given || !asks_) return false;
+    std::printf("  %s\n", value.empty() ? "An answer is needed." : problem.c_str());
+  }
 }
 
 bool Init::answers() {
@@ -83,11 +150,11 @@ bool Init::answers() {
   site_.mailServer = options_.mailServer;
   site_.sender = options_.sender;
   site_.administrator = options_.administrator;
+  site_.reportOnly = !options_.live;
   if (platform::servesLdap()) {
-    if (!answer(directory, "--directory", "Domain controller, or empty for that of Kerberos",
-                false) ||
-        !answer(site_.bindUser, "--bind-user", "Account to read it with, or empty for Kerberos",
-                false)) {
+    if (!answer(directory, {"--directory", "Domain controller, or empty for that of Kerberos"}) ||
+        !answer(site_.bindUser,
+                {"--bind-user", "Account to read it with, or empty for Kerberos"})) {
       return false;
     }
   }
@@ -95,17 +162,26 @@ bool Init::answers() {
     directory = (site_.bindUser.empty() ? "ldap://" : "ldaps://") + directory;
   }
   site_.directoryUri = directory;
-  site_.warnings = options_.warnings;
-  if (site_.warnings.empty()) site_.warnings = {14, 7, 1};
-  return (site_.bindUser.empty() || password()) &&
-         answer(site_.mailServer, "--mail-server", "Mail server") &&
-         answer(site_.sender, "--sender", "Sender of the mails") &&
-         answer(site_.administrator, "--administrator", "Administrator, who gets the report");
+  std::string days;
+  for (const std::uint32_t day : options_.warnings) {
+    days += (days.empty() ? "" : ",") + std::to_string(day);
+  }
+  if (!site_.bindUser.empty() && !password()) return false;
+  const bool complete =
+      answer(site_.mailServer, {"--mail-server", "Mail server", "", mailServerProblem, true}) &&
+      answer(site_.sender, {"--sender", "Sender of the mails", "", addressProblem, true}) &&
+      answer(site_.administrator,
+             {"--administrator", "Administrator, who gets the report", "", addressProblem, true}) &&
+      answer(days, {"--warning-days", "Days before the end on which users are mailed", "14,7,1",
+                    daysProblem, true});
+  site_.warnings = daysOf(days);
+  return complete;
 }
 
 // The password itself is asked for only where there is no file of it yet, and written into that.
 bool Init::password() {
-  if (!answer(site_.bindPasswordFile, "--bind-password-file", "File with its password")) {
+  if (!answer(site_.bindPasswordFile, {"--bind-password-file", "File with its password",
+                                       besideTheFile("bind-password"), nullptr, true})) {
     return false;
   }
   site_.bindPasswordFile = platform::absolutePath(site_.bindPasswordFile);
@@ -118,11 +194,11 @@ bool Init::password() {
     platform::readHiddenLine(typed);
     std::printf("\n");
   }
-  const bool written =
+  passwordTyped_ =
       !typed.empty() && platform::replaceFileAtomically(site_.bindPasswordFile, typed + "\n");
   std::fill(typed.begin(), typed.end(), '\0');
-  if (!written) error_ = site_.bindPasswordFile + " is not there, and was not made";
-  return written;
+  if (!passwordTyped_) error_ = site_.bindPasswordFile + " is not there, and was not made";
+  return passwordTyped_;
 }
 
 // Reads the domain with what is known by now. False with error_ when the settings cannot be used.
@@ -141,7 +217,7 @@ bool Init::look(Domain& domain) {
   if (!system) return false;
   const platform::Host host = system->host();
   host.directory.beginPass();
-  config::DebugLog silent(false);
+  config::DebugLog silent = config::DebugLog::nowhere();
   directory::DomainDirectory directory(host.directory, silent, nullptr);
   domain.bound = directory.bindDomain() != 0;
   domain.error = host.directory.lastError();
@@ -186,9 +262,7 @@ bool Init::confirms(const std::string& fingerprint) {
   if (!options_.trust.empty()) return base::equalsNoCase(options_.trust, fingerprint);
   if (!asks_) return false;
   std::printf("Compare the last fingerprint with that of your domain's authority.\n");
-  std::string typed;
-  answer(typed, "--trust", "Type \"yes\" to trust it", false);
-  return typed == "yes";
+  return typedLine({"--trust", "Type \"yes\" to trust it"}) == "yes";
 }
 
 // Stores the last certificate of the chain when it is confirmed. False with error_ when it is not.
@@ -204,9 +278,7 @@ bool Init::trust(const Domain& domain) {
              error_;
     return false;
   }
-  const std::filesystem::path folder =
-      platform::pathOf(platform::absolutePath(file_)).parent_path();
-  site_.caFile = platform::nameOf(folder / "domain-ca.pem");
+  site_.caFile = besideTheFile("domain-ca.pem");
   if (platform::fileExists(site_.caFile)) {
     error_ = site_.caFile + " is there already and is not overwritten: name it by --ca-file";
     return false;
@@ -250,34 +322,46 @@ void Init::show(const Domain& domain) const {
           : "");
 }
 
+// Looks at the domain until it answers: with its authority when that is confirmed, and with another
+// password after a wrong one was typed. False with error_ when it is not to be reached.
+bool Init::reach(Domain& domain) {
+  while (look(domain)) {
+    if (domain.bound) return true;
+    const platform::DirectoryStep step = domain.error.step;
+    if (step == platform::DirectoryStep::Tls && site_.caFile.empty() &&
+        !domain.facts.certificates.empty()) {
+      if (!trust(domain)) return false;
+    } else if (step == platform::DirectoryStep::Login && passwordTyped_ && asks_) {
+      std::printf("%s\n", error_.c_str());
+      platform::removeFile(site_.bindPasswordFile);
+      if (!password()) return false;
+    } else {
+      return false;
+    }
+    domain = {};
+  }
+  return false;
+}
+
 int Init::run() {
   if (platform::fileExists(file_)) {
     return refuse(file_ + " is there already, and is never overwritten");
   }
-  for (const std::uint32_t day : options_.warnings) {
-    if (day == 0) return refuse("--warning-days: a day is a number above 0");
-  }
   if (!answers()) return refuse(error_);
   Domain domain;
-  if (!look(domain)) return refuse(error_);
-  const bool untrusted = !domain.bound && domain.error.step == platform::DirectoryStep::Tls &&
-                         site_.caFile.empty() && !domain.facts.certificates.empty();
-  if (untrusted) {
-    if (!trust(domain)) return refuse(error_);
-    domain = {};
-    if (!look(domain)) return refuse(error_);
-  }
-  if (!domain.bound) return refuse(error_);
+  if (!reach(domain)) return refuse(error_);
   propose(domain);
   show(domain);
   if (!platform::replaceFileAtomically(file_, siteFileText(site_))) {
     return refuse(file_ + ": " + platform::fileErrorText());
   }
   std::printf(
-      "\n%s is written, in report-only mode. Next:\n"
+      "\n%s is written%s. Next:\n"
       "  pwlapse check --registry %s --work-dir DIR\n"
       "  pwlapse run --dry-run --registry %s --work-dir DIR\n",
-      file_.c_str(), file_.c_str(), file_.c_str());
+      file_.c_str(),
+      site_.reportOnly ? ", in report-only mode" : ": a pass mails and forces users from now on",
+      file_.c_str(), file_.c_str());
   return kExitDone;
 }
 

@@ -43,7 +43,7 @@ int policiesCommand(const PoliciesOptions& options) {
   if (!system) return refuse(error);
   platform::Registry& registry = system->host().registry;
   const service::EditionKeys keys = service::findEditionKeys(registry);
-  config::DebugLog silent(false);
+  config::DebugLog silent = config::DebugLog::nowhere();
   const service::PolicyTable slots =
       service::loadPolicyTable(registry, config::loadExpirationSettings(registry, keys.settingsKey),
                                keys.memberServer, silent);

@@ -52,7 +52,8 @@ std::string siteFileText(const SiteProposal& site) {
   file.number("1: its users are warned", "emailWarnings", 1);
 
   file.key(config::kExpirationKeyMpe);
-  file.number("1: nobody is mailed or forced; set it to 0 when all is right", "reportOnly", 1);
+  file.number("1: nobody is mailed or forced; set it to 0 when all is right", "reportOnly",
+              site.reportOnly ? 1 : 0);
   file.words("the server that mails are handed to", "smtpServer", site.mailServer);
   file.remark(
       "where it wants a login: smtpStartTls, smtpUsername, and smtpPasswordFile, a file that");

@@ -19,9 +19,10 @@ struct SiteProposal {
   std::uint32_t maxAge = 90;            // days
   bool usesDirectoryPolicy = false;     // the domain has password settings objects
   std::vector<std::uint32_t> warnings;  // days, three at most
+  bool reportOnly = true;
 };
 
-// A ".reg" file in UTF-8, with a comment line before each value, in report-only mode.
+// A ".reg" file in UTF-8, with a comment line before each value.
 std::string siteFileText(const SiteProposal& proposal);
 
 }  // namespace console

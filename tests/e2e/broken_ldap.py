@@ -3,7 +3,7 @@
 It takes any bind, answers every base search with `head` and gives for every subtree search the next
 of `pages`: bytes to send as they are, or None to hang up. After the last page it stays silent.
 The result codes of modifications are those of `modify`; `changes` notes how many of pwdLastSet each
-made.
+made, `searches` the bytes of the subtree searches.
 `message`, `entry` and the like make the bytes (RFC 4511, in BER).
 """
 
@@ -43,8 +43,8 @@ def message(number, operation, controls=b""):
     return ber(0x30, ber(0x02, number.to_bytes(2, "big")), operation, controls)
 
 
-def result(tag, code=SUCCESS):
-    return ber(tag, ber(0x0A, bytes([code])), octets(""), octets(""))
+def result(tag, code=SUCCESS, text=""):
+    return ber(tag, ber(0x0A, bytes([code])), octets(""), octets(text))
 
 
 def entry(dn, **attributes):
@@ -73,6 +73,7 @@ class BrokenLdap(Rig):
         self._bind = bind
         self._modify = iter(modify)
         self.changes = []
+        self.searches = []
 
     def start(self):
         path = str(self.folder / "socket")
@@ -101,6 +102,7 @@ class BrokenLdap(Rig):
             elif operation == 0x63 and scope == 0:
                 answer = page_of(self._head)
             elif operation == 0x63:
+                self.searches.append(data)
                 answer = next(self._pages, lambda _: b"")
             elif operation == 0x66:
                 self.changes.append(data.count(b"pwdLastSet"))

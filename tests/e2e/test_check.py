@@ -1,11 +1,14 @@
 """Every mistake of docs/console.md's table is made to a site that is in order, and found by "pwlapse
 check": against a domain controller, a mail server and stand-ins that are broken. mistakes.txt has them."""
+import contextlib
 import json
 import os
 import pathlib
+import pty
 import re
 import shutil
 import socket
+import ssl
 import subprocess
 import tempfile
 import threading
@@ -13,7 +16,7 @@ import unittest
 
 import samba_ad
 import site_files
-from broken_ldap import BrokenLdap, entry, page_of
+from broken_ldap import BrokenLdap, entry, message, page_of, result
 from postfix_mail import PostfixMail
 from rig import DEBUG, ROOT
 from site_files import DOMAIN, POLICIES, SETTINGS, User, person
@@ -92,6 +95,17 @@ class Site:
             self.environment["SSL_CERT_FILE"] = "/dev/null"
         elif word == "smtp":
             self.values("PWExpiration").update(PLAIN, smtpPort=self.stand_in(rest.split("|")))
+        elif word == "ended":
+            certificate = ssl.SSLContext(ssl.PROTOCOL_TLS_SERVER)
+            certificate.load_cert_chain(self.test.folder / "ended.pem", self.test.folder / "host.key")
+            self.values("PWExpiration").update(smtpStartTls=None, smtpSsl=1, smtpPort=self.stand_in([], certificate))
+        elif word == "small":
+            subprocess.run(["mount", "-t", "tmpfs", "-o", f"size={rest}", "tmpfs", self.folder], check=True)
+            self.test.addCleanup(subprocess.run, ["umount", self.folder], check=True)
+        elif word == "refuse":  # as a controller words it, with the code of Windows
+            refusal = f"80090308: LdapErr: DSID-0C09050F, comment: AcceptSecurityContext error, data {rest}, v4f7c"
+            self.values("Directory")["uri"] = self.test.enterContext(BrokenLdap(
+                [], bind=lambda number: message(number, result(0x61, 49, refusal)))).uri
         elif word == "ldap":
             head = entry("DC=x", defaultNamingContext="DC=x", maxPwdAge="-36288000000000",
                          **dict(pair.split("=") for pair in rest.split()))
@@ -101,12 +115,16 @@ class Site:
             key, name, assigned, value = re.fullmatch(r"(\w+)\\(\w+)(=|-)(.*)", step).groups()
             self.values(key)[name] = eval(value) if assigned == "=" else None
 
-    def stand_in(self, replies):
-        """The port of a mail server that gives one reply to each line."""
+    def stand_in(self, replies, certificate=None):
+        """The port of a mail server that gives one reply to each line, or begins with TLS and no more."""
         listener = self.test.enterContext(socket.create_server(("127.0.0.1", 0)))
 
         def serve():
             peer, _ = listener.accept()
+            if certificate:
+                with contextlib.suppress(OSError), certificate.wrap_socket(peer, server_side=True) as peer:
+                    peer.recv(1)
+                return
             with peer, peer.makefile("rb") as lines:
                 for reply in replies:
                     peer.sendall(reply.encode() + b"\r\n")
@@ -141,6 +159,10 @@ class CheckTest(unittest.TestCase):
         cls.folder = pathlib.Path(cls.enterClassContext(tempfile.TemporaryDirectory()))
         cls.folder.chmod(0o755)
         site_files.make_certificates(cls.folder, "localhost")
+        subprocess.run(
+            "openssl req -new -key host.key -subj /CN=localhost -addext subjectAltName=DNS:localhost | "
+            "openssl x509 -req -copy_extensions copy -CA ca.pem -CAkey ca.key -days -1 -out ended.pem",
+            shell=True, cwd=cls.folder, check=True, capture_output=True)
         cls.mail = cls.enterClassContext(PostfixMail(
             refused=f"refused@{DOMAIN}", login=LOGIN, tls=(cls.folder / "host.pem", cls.folder / "host.key")))
         cls.password = cls.ad.folder / "password"
@@ -205,3 +227,50 @@ class CheckTest(unittest.TestCase):
         before = (folder / "new.reg").read_bytes()
         self.assertIn("never overwritten", self.init(folder).stderr)
         self.assertEqual((folder / "new.reg").read_bytes(), before)
+
+    def converse(self, folder, *answers):
+        """Exit status and output of "pwlapse init" on a terminal that gives each answer when its question comes."""
+        child, terminal = pty.fork()
+        if child == 0:
+            os.chdir(folder)
+            os.execv(PROGRAM, [PROGRAM, "init", "new.reg"])
+        said, seen = b"", 0
+        with contextlib.suppress(OSError), os.fdopen(terminal, "r+b", buffering=0) as screen:  # closed: EIO
+            for question, text in [*answers, ("never asked", "")]:
+                while (at := said.find(question.encode(), seen)) < 0:
+                    said += screen.read(4096) or b""
+                seen = at + len(question)
+                screen.write(f"{text}\n".encode())
+        return os.waitstatus_to_exitcode(os.waitpid(child, 0)[1]), said.decode()
+
+    def test_init_on_a_terminal(self):
+        folder = pathlib.Path(self.enterContext(tempfile.TemporaryDirectory()))
+        answers = [("Domain controller", samba_ad.HOST), ("Account", samba_ad.ADMIN), ("bind-password]:", ""),
+                   ("Password", "not this"), ("Mail server", ""), ("needed", "mail:25"), ("name of a host", "localhost"),
+                   ("Sender", "desk"), ("no e-mail address", f"desk@{DOMAIN}"), ("Administrator", f"admin@{DOMAIN}"),
+                   ("[14,7,1]:", "ten"), ("three days", "")]
+        status, said = self.converse(folder, *answers, ('"yes"', "no"))
+        self.assertEqual((status, [file.name for file in folder.iterdir()]), (2, ["bind-password"]), said)
+        (folder / "bind-password").unlink()
+        status, said = self.converse(folder, *answers, ('"yes"', "yes"), ("(52e)", ""), ("Password", samba_ad.ADMIN_PASSWORD))
+        self.assertEqual(status, 0, said)
+        self.assertNotIn(samba_ad.ADMIN_PASSWORD, said)
+        self.assertEqual({file.name for file in folder.iterdir()}, {"bind-password", "domain-ca.pem", "new.reg"})
+        self.assertEqual((folder / "bind-password").stat().st_mode & 0o777, 0o600)
+        text = (folder / "new.reg").read_text()
+        for line in ('"reportOnly"=dword:00000001', '"warning3"=dword:00000001', f'"emailFromAddress"="desk@{DOMAIN}"'):
+            self.assertIn(line, text)
+        self.assertIn("never overwritten", self.converse(folder)[1])
+
+    def test_explain_reads_one_user_only(self):
+        site = Site(self)
+        anna = entry("CN=u", sAMAccountName="anna", objectCategory="CN=Person", objectClass="user", pwdLastSet="1")
+        server = self.enterContext(BrokenLdap([page_of(anna)] * 9))
+        site.values("Directory")["uri"] = server.uri
+        site.values("DefaultPolicy")["useDirectoryPolicy"] = 1
+        site.check("settings")
+        done = subprocess.run([PROGRAM, "explain", "anna", "--registry", "site.reg"], cwd=site.folder,
+                              capture_output=True, text=True, timeout=120)
+        self.assertIn("has this user", done.stdout)
+        self.assertTrue(server.searches)
+        self.assertEqual([search for search in server.searches if b"anna" not in search], [])

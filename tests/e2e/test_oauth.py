@@ -65,9 +65,12 @@ class OAuthTest(unittest.TestCase):
                 self.assertIn(said, done.stdout + done.stderr)
                 self.assertEqual(done.returncode, 1 if said else 0, done)
                 self.assertEqual(len(server.given) - before, given)
+                checked = subprocess.run([PROGRAM, "check", "--only", "mail", *options], capture_output=True, text=True,
+                                         env={**os.environ, "SSL_CERT_FILE": str(folder / "ca.pem")})
+                self.assertIn(said, checked.stdout)
                 self.assertEqual([found.recipient for found in mail.delivered()].count(
                     f"user{number}@{DOMAIN}"), 0 if said else 1)
-                written = done.stdout + done.stderr + "".join(
+                written = done.stdout + done.stderr + checked.stdout + checked.stderr + "".join(
                     file.read_text("utf-8", "replace") for file in folder.rglob("*.*") if file.is_file())
                 for secret in (SECRET, "t0ken-", "from-a-file"):
                     self.assertNotIn(secret, written)

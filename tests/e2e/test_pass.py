@@ -93,6 +93,7 @@ class WholePassTest(unittest.TestCase):
         cls.dry = cls.site.ask("run", "--dry-run")
         cls.listed = cls.site.ask("list")
         cls.explained = {name: cls.site.ask("explain", name) for name in USERS}
+        cls.previewed = {name: cls.site.ask("preview", name) for name in USERS}
         cls.files_after_questions = cls.site.files()
         cls.done = cls.site.run()
         cls.delivered = cls.mail.delivered()
@@ -125,6 +126,14 @@ class WholePassTest(unittest.TestCase):
                 self.assertEqual(answer["users"], [rows[name]] if answer["users"] else [])
                 self.assertEqual([policy["policy"] for policy in answer["policies"] if policy["has"]],
                                  [rows[name]["policy"]] if answer["users"] else [])
+                self.assertEqual("would be mailed" in self.previewed[name]["today"],
+                                 bool(answer["users"]) and rows[name]["mailed"])
+        for mail in self.delivered:
+            for name in {row["user"] for row in rows.values() if row["address"] == mail.recipient}:
+                shown = {field["name"]: field["value"] for field in self.previewed[name]["fields"]}
+                self.assertEqual({**shown, "HTML": shown["HTML"].split()},
+                                 {**{part: str(mail.message[part]) for part in ("From", "To", "Subject")},
+                                  "HTML": mail.message.get_content().split()})
         self.assertEqual(self.explained["twice"]["policies"][0]["lists"][0]["line"], 1)
         self.assertIn("exclude.txt:", self.explained["excluded"]["policies"][1]["why"])
 
