@@ -126,9 +126,6 @@ class MailServerCheck {
 
 // Gets the token to log in with, where the settings ask for one. False when there is none.
 bool MailServerCheck::accessToken() {
-  for (const std::string& problem : notify::findTokenProblems(site_.settings)) {
-    report_.fault("access token", problem, tokenCureOf(problem));
-  }
   if (!notify::wantsAccessToken(site_.settings)) return true;
   std::string problem;
   notify::AccessToken token(site_.settings, site_.host.clock);

@@ -85,7 +85,7 @@ struct Table {
   // Further rows, which are made one by one whenever they are shown: all those of a large site
   // would take more memory than what they are made from.
   std::size_t madeRows = 0;
-  std::function<void(std::size_t number, std::vector<Value>& row)> makeRow;
+  std::function<void(std::size_t number, std::vector<Value>& row)> makeRow{};
 
   void forEachRow(const std::function<void(const std::vector<Value>& row)>& take) const;
 

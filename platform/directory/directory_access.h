@@ -93,7 +93,7 @@ class DirectoryObject {
 struct SearchColumn {
   AdsType type = AdsType::CaseIgnoreString;
   std::u16string firstValue;  // a number in decimal
-  std::string bytes;          // of a security descriptor, self-relative; firstValue is empty
+  std::string bytes{};        // of a security descriptor, self-relative; firstValue is empty
 };
 
 // The result of a search. Destroying it closes the search handle.
