@@ -126,7 +126,7 @@ struct InitOptions {
   std::string administrator;
   std::vector<std::uint32_t> warnings;  // days; empty: 14, 7 and 1
   std::uint32_t maxAge = 0;             // days; 0: the domain's own
-  bool live = false;  // not in report-only mode
+  bool live = false;                    // not in report-only mode
 };
 // What is not given is asked for on a terminal.
 int initCommand(const InitOptions& options);

@@ -21,7 +21,7 @@ TEST(StoredSecret, IsReadBackFromAFileThatOthersCannotRead) {
     EXPECT_FALSE(fileIsShared("secret") && !protectsSecrets());
     ASSERT_TRUE(readStoredSecret("secret", secret, error)) << error;
     EXPECT_EQ(secret, stored);
-    EXPECT_EQ(test_support::readText("secret").find(stored) == std::string::npos,
+    EXPECT_EQ(test_support::readBytes("secret").find(stored) == std::string::npos,
               protectsSecrets());
   }
 }
