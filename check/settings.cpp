@@ -369,6 +369,12 @@ void SettingsCheck::policies() {
 void SettingsCheck::warningDays() {
   const auto& warnings = settings_.warnings;
   const bool used = std::any_of(warnings.begin(), warnings.end(), [](auto day) { return day > 0; });
+  if (settings_.managerDays > settings_.warningThreshold) {
+    report_.note(at("managerDays"),
+                 days(settings_.managerDays) + " are more than warningThreshold (" +
+                     days(settings_.warningThreshold) + "): managers hear no earlier than users",
+                 "raise warningThreshold, or lower this value");
+  }
   for (std::size_t i = 0; i < warnings.size() && used; ++i) {
     const std::string name = "warning" + std::to_string(i + 1);
     const std::int64_t day = warnings[i];

@@ -55,6 +55,7 @@ struct ExpirationSettings {
   bool runningLogs = false;                           // read, not consulted
   std::array<std::int32_t, kWarningDays> warnings{};  // days before expiration
   bool emailAgingUsers = false;
+  std::uint32_t managerDays = 0;  // from so many days left on managers get a copy; 0: never
   std::array<LengthPolicy, kLengthPolicies> lengthPolicies{};
 
   // The mail path's own values; absent, a plain connection to port 25 with the method chosen from

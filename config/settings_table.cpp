@@ -150,6 +150,8 @@ const Setting kSettings[] = {
            "days", "days before expiration at which warnings begin"),
     numbers("warning", kWarningDays, SettingType::SignedNumber, &E::warnings, {}, "days",
             "when any is above 0: warn only when so many days are left"),
+    number(Expiration, "managerDays", &E::managerDays, {0, kMaxAgeDays}, "days",
+           "from so many days left on, a copy of each warning goes to the user's manager; 0: none"),
     flag(Expiration, "limitEmails", &E::limitEmails,
          "no warnings on a day of month that is that of the last ones, however few of those went "
          "out"),

@@ -86,6 +86,7 @@ struct PreviewOptions {
   QuestionOptions question;
   std::string user;
   bool report = false;               // the administrator's report instead of a user's mail
+  bool manager = false;              // the mail to the user's manager instead
   std::optional<std::int32_t> days;  // left; none: as they are
   std::string emlFile;               // empty: none
   std::string htmlFile;              // the same

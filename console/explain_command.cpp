@@ -93,6 +93,7 @@ class StoryText {
       password();
       warnings();
       if (dated()) add("Mail", story_.mailSource);
+      if (dated() && !story_.manager.empty()) add("Manager", story_.manager);
       today();
       forced();
     } else {
@@ -357,13 +358,11 @@ int explainCommand(const ExplainOptions& options) {
   answer.above = StoryText(options.user, story, calendar, style).text();
   const std::string found = findingsText(findings.problems(), {}, style);
   if (!found.empty()) answer.below = '\n' + found;
-  answer.members = {{"date", dayText(calendar.today())},
-                    {"account", accountJson(story)},
-                    {"policies", policiesJson(story)},
-                    {"warnings", warningsJson(story, calendar)},
-                    {"template", jsonText(story.mailSource)},
-                    {"obstacles", obstaclesJson(story)},
-                    {"problems", findingsJson(findings.problems())}};
+  answer.members = {
+      {"date", dayText(calendar.today())},      {"account", accountJson(story)},
+      {"policies", policiesJson(story)},        {"warnings", warningsJson(story, calendar)},
+      {"template", jsonText(story.mailSource)}, {"manager", jsonText(story.manager)},
+      {"obstacles", obstaclesJson(story)},      {"problems", findingsJson(findings.problems())}};
   answer.table.columns = userColumns();
   if (story.record != nullptr) {
     fillUserRow(lineOf(*story.record, story.record->data, calendar),

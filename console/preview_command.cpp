@@ -12,6 +12,7 @@
 #include "console/mail_preview.h"
 #include "directory/user_directory_data.h"
 #include "notify/mail_transport.h"
+#include "notify/manager_email.h"
 #include "notify/warning_email.h"
 #include "platform/system/files.h"
 #include "platform/text/text_lines.h"
@@ -79,6 +80,14 @@ std::optional<ShownMail> warningOf(const platform::Host& host, const PreviewOpti
   kelvado::KvEmail email;
   const config::ExpirationSettings settings = mailSettings(host.registry);
   const notify::MailTemplates templates(settings);
+  if (options.manager) {
+    if (record.data.manager.empty()) {
+      error = record.username + " has no manager in the directory";
+      return std::nullopt;
+    }
+    notify::composeManagerMail(email, settings, templates, {record}, host.clock);
+    return show(email);
+  }
   if (!composePreview(email, settings, templates, record, host.clock, error)) return std::nullopt;
   const std::string source = notify::warningSource(templates, settings, record);
   answer.members["today"] = jsonText(user->today);
@@ -132,6 +141,8 @@ int previewCommand(const PreviewOptions& options) {
     site.settings.emplace_back("emailAdminReports=1");
     site.settings.emplace_back("adminReportWhen=always");
   }
+  if (options.manager)
+    site.settings.emplace_back("managerDays=10000");  // so that managers are read
   const auto named = [](const std::string& file) {
     return file.empty() ? file : platform::absolutePath(file);
   };

@@ -17,6 +17,7 @@ void addPreview(CLI::App& app, Chosen& chosen) {
                                  previewCommand, options);
   preview.add_option("user", options->user, "Logon name")->type_name("USER");
   preview.add_flag("--report", options->report, "The administrator's report instead");
+  preview.add_flag("--manager", options->manager, "The mail to the user's manager instead");
   addDaysOption(preview, options->days);
   preview.add_option("--eml", options->emlFile, "Write the mail to a file")->type_name("FILE");
   preview.add_option("--html", options->htmlFile, "Write its HTML to a file")->type_name("FILE");

@@ -26,6 +26,7 @@ std::string record(const SampleUser& user, const std::string& base, std::int64_t
       {"givenName", user.givenName},
       {"sn", user.surname},
       {"mail", user.mail},
+      {"manager", user.manager.empty() ? "" : "CN=" + user.manager + ",CN=Users," + base},
       {"userAccountControl", std::to_string(user.accountControl)},
       {"pwdLastSet", std::to_string(changed)},
       {"nTSecurityDescriptor:", user.cannotChange ? kDenyChange : ""}};

@@ -17,6 +17,7 @@ struct SampleUser {
   std::string givenName = "Given";
   std::string surname = "Surname";
   bool cannotChange = false;
+  std::string manager{};  // logon name of another of them; empty: none
 };
 
 // `base`: the domain's name, "DC=site,DC=example"; `maxAge`: of its passwords, in days; `now`: the

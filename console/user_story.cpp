@@ -67,6 +67,19 @@ class Keeper final : public service::PassObserver {
   std::vector<UserRecord>& records_;
 };
 
+// Empty: managers get nothing.
+std::string managerText(const config::ExpirationSettings& settings, const UserRecord& user) {
+  if (settings.managerDays == 0) return "";
+  const directory::UserDirectoryData& data = user.data;
+  if (data.manager.empty()) return "none in the directory: nobody gets a copy";
+  if (data.managerEmail.empty()) {
+    return platform::utf16ToAnsi(data.manager) + ": no e-mail address in the directory, so no copy";
+  }
+  return data.managerName + " <" + data.managerEmail + ">: gets a copy from " +
+         std::to_string(settings.managerDays) + " days left on" +
+         (user.managerDue ? "; one is due today" : "");
+}
+
 class StoryTeller {
  public:
   StoryTeller(const platform::Host& host, const std::string& name)
@@ -87,6 +100,7 @@ class StoryTeller {
     if (story_.record != nullptr) {
       const notify::MailTemplates templates(story_.settings);
       story_.mailSource = notify::warningSource(templates, story_.settings, *story_.record);
+      story_.manager = managerText(story_.settings, *story_.record);
     }
     return std::move(story_);
   }

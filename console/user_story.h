@@ -45,7 +45,8 @@ struct UserStory {
   std::vector<notify::UserRecord> records;     // of the user, in the order of the pass
   const notify::UserRecord* record = nullptr;  // the one of the policy that has him, if any
   std::vector<PolicyVerdict> policies;         // those in use, in the order of a pass
-  std::string mailSource;                      // what a warning to him is made from, and why
+  std::string manager;     // who gets copies, and whether one is due; empty: managerDays is off
+  std::string mailSource;  // what a warning to him is made from, and why
 };
 
 // `name` is a logon name in the ANSI code page. Reads this user only, where the directory allows.

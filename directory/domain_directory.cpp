@@ -176,6 +176,7 @@ void DomainDirectory::takeDetails(DirectoryObject& user, UserDirectoryData& data
   const Manager& found = manager(data.manager);
   data.managerName = found.name;
   data.managerEmail = found.email;
+  data.managerLanguage = found.language;
 }
 
 const DomainDirectory::Manager& DomainDirectory::manager(const std::u16string& distinguishedName) {
@@ -196,6 +197,7 @@ const DomainDirectory::Manager& DomainDirectory::manager(const std::u16string& d
     const std::string last = attributeText(*object, u"sn");
     found.name = first + (first.empty() || last.empty() ? "" : " ") + last;
   }
+  found.language = attributeText(*object, u"preferredLanguage");
   found.email = attributeText(*object, u"mail");
   if (holdsControl(found.email)) found.email.clear();
   return found;

@@ -55,6 +55,7 @@ class DomainDirectory {
   struct Manager {
     std::string name;
     std::string email;
+    std::string language;
   };
 
   platform::HResult listUsers(const NameSink& sink);

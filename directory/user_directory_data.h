@@ -14,9 +14,10 @@ struct UserDirectoryData {
   std::string domain;  // DNS name; only after DomainDirectory::readDetails(true), as the following
   std::string displayName{};
   std::string preferredLanguage{};
-  std::u16string manager{};    // distinguished name; empty: the user has none
-  std::string managerName{};   // empty: not known
-  std::string managerEmail{};  // likewise
+  std::u16string manager{};       // distinguished name; empty: the user has none
+  std::string managerName{};      // empty: not known
+  std::string managerLanguage{};  // likewise; the manager's preferredLanguage
+  std::string managerEmail{};     // likewise
 };
 
 inline constexpr const char* kNoEmail = "none";

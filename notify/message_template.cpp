@@ -46,8 +46,10 @@ std::optional<std::string> decoded(std::string_view bytes) {
 constexpr std::string_view kTokens[] = {
     "<%username%>",  "<%firstName%>",      "<%lastName%>",       "<%daysUntilExpiration%>",
     "<%backslash%>", "<%expirationDate%>", "<%expirationTime%>", "<%displayName%>",
-    "<%domain%>",    "<%policyName%>",     "<%email%>",          "<%managerName%>"};
-static_assert(std::size(kTokens) == static_cast<std::size_t>(Token::ManagerName) + 1);
+    "<%domain%>",    "<%policyName%>",     "<%email%>",          "<%managerName%>",
+    "<%users%>"};
+static_assert(std::size(kTokens) == static_cast<std::size_t>(Token::Users) + 1);
+constexpr std::string_view kUsersEnd = "<%/users%>";
 
 constexpr std::string_view kTokenStart = "<%";
 constexpr std::string_view kTokenEnd = "%>";
@@ -70,9 +72,18 @@ PreparedText::PreparedText(std::string text) : source_(std::move(text)) {
   const std::string_view all = source_;
   for (std::size_t at = 0; (at = all.find(kTokenStart, at)) != std::string_view::npos;) {
     const std::optional<Token> token = tokenAt(all.substr(at));
-    const std::size_t length = token ? kTokens[static_cast<std::size_t>(*token)].size() : 1;
-    if (token) places_.push_back({at, length, *token});
-    at += length;
+    Place place{at, token ? kTokens[static_cast<std::size_t>(*token)].size() : 1, {}, nullptr};
+    if (token == Token::Users) {
+      const std::size_t from = at + place.length;
+      const std::size_t end = std::min(all.find(kUsersEnd, from), all.size());
+      place.each = std::make_shared<PreparedText>(std::string(all.substr(from, end - from)));
+      place.length = std::min(end + kUsersEnd.size(), all.size()) - at;
+    }
+    if (token) {
+      place.token = *token;
+      places_.push_back(place);
+    }
+    at += place.length;
   }
 }
 
@@ -81,15 +92,20 @@ std::string PreparedText::filled(const TokenValues& values, TextFormat format) c
   std::size_t done = 0;
   for (const Place& place : places_) {
     text.append(source_, done, place.offset - done);
-    values.append(place.token, format, text);
+    if (place.each != nullptr) {
+      values.appendUsers(*place.each, format, text);
+    } else {
+      values.append(place.token, format, text);
+    }
     done = place.offset + place.length;
   }
   return text.append(source_, done);
 }
 
 bool PreparedText::uses(Token token) const {
-  return std::any_of(places_.begin(), places_.end(),
-                     [token](const Place& place) { return place.token == token; });
+  return std::any_of(places_.begin(), places_.end(), [token](const Place& place) {
+    return place.token == token || (place.each != nullptr && place.each->uses(token));
+  });
 }
 
 std::vector<UnknownToken> findUnknownTokens(std::string_view text) {
@@ -99,7 +115,8 @@ std::vector<UnknownToken> findUnknownTokens(std::string_view text) {
     const std::string_view lineText = base::takeLine(text);
     for (std::size_t at = 0; (at = lineText.find(kTokenStart, at)) != std::string_view::npos;
          ++at) {
-      if (tokenAt(lineText.substr(at))) continue;
+      const std::string_view rest = lineText.substr(at);
+      if (tokenAt(rest) || rest.starts_with(kUsersEnd)) continue;
       const std::size_t end = lineText.find(kTokenEnd, at);
       const bool ends = end != std::string_view::npos;
       found.push_back(

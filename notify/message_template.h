@@ -2,6 +2,7 @@
 #pragma once
 
 #include <cstddef>
+#include <memory>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -23,12 +24,15 @@ enum class Token {
   PolicyName,
   Email,
   ManagerName,
+  Users,  // begins what is repeated for each user, up to "<%/users%>"
 };
 
 // "<%username%>" and the others, in the order of Token.
 std::vector<std::string> knownTokens();
 
 enum class TextFormat { Plain, Html };
+
+class PreparedText;
 
 // What the tokens of one mail become.
 class TokenValues {
@@ -37,6 +41,9 @@ class TokenValues {
   // Appends the value as UTF-8, as it is to stand in a text of that format: in HTML as text, so
   // that it can't become markup, unless it is meant to be some.
   virtual void append(Token token, TextFormat format, std::string& text) const = 0;
+  // Appends what stands between "<%users%>" and "<%/users%>", filled for each user of the mail.
+  virtual void appendUsers(const PreparedText& each, TextFormat format,
+                           std::string& text) const = 0;
 };
 
 // A text and where its tokens are. Letter case counts in a token.
@@ -54,6 +61,7 @@ class PreparedText {
     std::size_t offset;
     std::size_t length;
     Token token;
+    std::shared_ptr<const PreparedText> each;  // of Users only: what is repeated
   };
 
   std::string source_;  // UTF-8

@@ -87,6 +87,7 @@ struct UserRecord {
   bool inWarningPeriod = false;
   std::uint32_t noMailReasons = 0;  // those that hold in the warning period, by noMailBit()
   bool emailDue = false;            // all conditions for a mail held, but perhaps the address
+  bool managerDue = false;          // so is a copy to the manager, if the user has one
   // The expiry is decided at the end of the pass; until then only the report's row has its place.
   bool expiryHeld = false;
   std::optional<std::size_t> expiredRow;  // of the report, when the expiry is held

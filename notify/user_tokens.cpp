@@ -52,6 +52,8 @@ std::string UserTokens::value(Token token) const {
       return platform::ansiToUtf8(data.email);
     case Token::ManagerName:
       return platform::ansiToUtf8(data.managerName);
+    case Token::Users:
+      break;  // see appendUsers
   }
   return "";
 }

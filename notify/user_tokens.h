@@ -17,6 +17,10 @@ class UserTokens final : public TokenValues {
       : user_(user), clock_(clock), language_(std::move(language)) {}
 
   void append(Token token, TextFormat format, std::string& text) const override;
+  // There is one.
+  void appendUsers(const PreparedText& each, TextFormat format, std::string& text) const override {
+    text += each.filled(*this, format);
+  }
 
  private:
   std::string value(Token token) const;

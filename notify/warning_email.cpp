@@ -58,6 +58,8 @@ bool composeWithoutTemplate(kelvado::KvEmail& email, MailKind kind,
   return true;
 }
 
+}  // namespace
+
 // Before the send, so that a day on which the mail server fails half way counts as a mailing day.
 // Written once: a write to a registry file waits for the disk.
 void recordMailingDay(const WarningContext& context) {
@@ -80,8 +82,6 @@ void recordMailingDay(const WarningContext& context) {
     context.findings.note(text);
   }
 }
-
-}  // namespace
 
 UserRecord placeholderUser(const std::string& address) {
   UserRecord user;

@@ -48,6 +48,9 @@ bool composeWarning(kelvado::KvEmail& email, const config::ExpirationSettings& s
 std::string warningSource(const MailTemplates& templates,
                           const config::ExpirationSettings& settings, const UserRecord& user);
 
+// Records the day of this mailing in the registry (expirationLastRunDay).
+void recordMailingDay(const WarningContext& context);
+
 // Sends the warning; blocks for as long as the mail server takes. A failed send leaves
 // kMailErrorFile. The day of month is recorded in the registry before the send, whatever comes of
 // it. When the mail server has been given up nothing of this is done.

@@ -33,9 +33,6 @@ constexpr const char* kRule = "---------------------------\n";
 constexpr std::int64_t kClockTolerance = 5 * 60;
 constexpr std::int64_t kLargestClockOffset = 60 * 60;
 
-// The delay doubles: a larger number would be years.
-constexpr std::uint32_t kMostRetries = 10;
-
 Cause causeOf(const notify::MailOutcome& outcome) {
   return outcome.concernsServer ? Cause::MailServer : Cause::Other;
 }
@@ -57,7 +54,8 @@ Pass::Pass(RunContext& run)
       findings_(pass_.record.findings),
       accountSearch_(run.host.accounts, run.host.directory, run.host.clock, run.log),
       directoryPolicy_(run.host, run.log, accountSearch_),
-      examiner_(run.host, run.log, domain_, accountSearch_, directoryPolicy_, pass_) {
+      examiner_(run.host, run.log, domain_, accountSearch_, directoryPolicy_, pass_),
+      managers_(run.host, run.log, pass_, [this] { return stopped_ || stopRequested(); }) {
   findings_.listen(listenerOf(run.observer));
 }
 
@@ -92,6 +90,7 @@ PassRecord Pass::make() {
     visitSlot(slot);
   }
   settleHeldUsers();
+  managers_.send();
   pass_.record.reportFailedMails();
   domain_.unbindDomain();
   pass_.memory.finish();
@@ -125,7 +124,7 @@ void Pass::loadSettings() {
                                                       ? run_.makeTransport(pass_.settings)
                                                       : notify::makeSmtpTransport(pass_.settings),
                                                   run_.stopRequested);
-  pass_.retriesLeft = std::min(pass_.settings.smtpRetries, kMostRetries);
+  pass_.retriesLeft = pass_.mostRetries();
   pass_.unsavedMailingDay = run_.unsavedMailingDay;
   pass_.record.settingsSource = registry.name();
   pass_.record.settingsKey = edition.settingsKey;
@@ -164,16 +163,13 @@ void Pass::loadTemplates() {
   for (const auto& [file, token] : pass_.templates->unknownTokens()) {
     findings_.note(file + ":" + std::to_string(token.line) + ": " + token.problem());
   }
-  domain_.readDetails(pass_.templates->needDetails());
+  domain_.readDetails(pass_.settings.managerDays != 0 || pass_.templates->needDetails());
 }
 
 void Pass::sendTestEmail() {
   if (!pass_.settings.testEmailOnly) return;
-  const notify::WarningContext context{run_.host.registry, run_.host.clock,        log_,
-                                       pass_.settings,     *pass_.templates,       findings_,
-                                       *pass_.mailer,      pass_.unsavedMailingDay};
-  const notify::MailOutcome outcome =
-      notify::sendWarningEmail(context, notify::placeholderUser(pass_.settings.testEmailAddress));
+  const notify::MailOutcome outcome = notify::sendWarningEmail(
+      pass_.mailContext(run_.host, log_), notify::placeholderUser(pass_.settings.testEmailAddress));
   if (outcome.sent()) return;
   testEmailFailed_ = true;
   findings_.problem("the test mail was not sent: " + outcome.reason, causeOf(outcome));
@@ -355,6 +351,7 @@ void Pass::examineUsers(const PolicyInHand& policy, const std::string& file, Use
 
 void Pass::countUser(const notify::UserRecord& user, const std::string& listName) {
   pass_.record.addUser(user, listName);
+  managers_.add(user);
   if (run_.observer != nullptr) run_.observer->userExamined(user);
 }
 
@@ -414,7 +411,7 @@ notify::MailOutcome Pass::mailReport() {
   };
   notify::MailOutcome outcome = mail();
   std::uint64_t delayMs = std::uint64_t{pass_.settings.smtpRetryDelay} * 1000;
-  for (std::uint32_t i = std::min(pass_.settings.smtpRetries, kMostRetries); i > 0; --i) {
+  for (std::uint32_t i = pass_.mostRetries(); i > 0; --i) {
     if (outcome.result != notify::MailResult::RefusedForNow) break;
     if (!pass_.mailer->sleep(delayMs)) break;
     outcome = mail();
@@ -431,7 +428,7 @@ bool Pass::wantsReportMailed() const {
   if (!changes && !base::equalsNoCase(when, config::kReportProblems)) return true;
   if (!pass_.record.allWell()) return true;
   const std::uint64_t forced = pass_.record.counts[static_cast<std::size_t>(Outcome::Expired)];
-  return changes && (pass_.record.mailsSent != 0 || forced != 0);
+  return changes && pass_.record.mailsSent + pass_.record.managersMailed + forced != 0;
 }
 
 void Pass::finishReport() {

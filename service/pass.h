@@ -14,6 +14,7 @@
 #include "platform/host/host.h"
 #include "service/directory_policy.h"
 #include "service/edition_keys.h"
+#include "service/manager_copies.h"
 #include "service/pass_observer.h"
 #include "service/pass_state.h"
 #include "service/policy_table.h"
@@ -95,6 +96,7 @@ class Pass {
   directory::AccountSearch accountSearch_;
   DirectoryPolicy directoryPolicy_;
   UserExaminer examiner_;
+  ManagerCopies managers_;
 };
 
 }  // namespace service

@@ -22,6 +22,10 @@ void appendLines(std::string& text, FindingKind kind, const config::FindingLines
   }
 }
 
+const char* managersLabel(notify::PassMode mode) {
+  return mode == notify::PassMode::Dry ? "managers to mail" : "managers mailed";
+}
+
 // "3 no e-mail address, 9 not a warning day"
 std::string noMailText(const PassRecord& pass) {
   std::string text;
@@ -54,27 +58,27 @@ void PassRecord::addUser(const notify::UserRecord& user, const std::string& list
                   " could not be looked up: " + user.lookUpError);
   }
   if (user.emailedText == "yes") ++mailsSent;
-  if (user.mailFailed) addFailedMail(user);
+  if (user.mailFailed) {
+    addFailedMail("mail to " + user.username + " <" + user.data.email + ">", user.mail);
+  }
   using notify::Expiry;
   if (user.expiry == Expiry::Refused || user.expiry == Expiry::Unanswered) addRefusal(user);
 }
 
-void PassRecord::addFailedMail(const notify::UserRecord& user) {
+void PassRecord::addFailedMail(const std::string& whose, const notify::MailOutcome& mail) {
   ++mailsFailed;
-  if (user.mail.result == notify::MailResult::NotTried) {
+  if (mail.result == notify::MailResult::NotTried) {
     ++mailsNotTried;
     return;
   }
-  const std::string whose = "mail to " + user.username + " <" + user.data.email + ">";
-  const auto same = std::find_if(failedMails_.begin(), failedMails_.end(), [&](const Alike& alike) {
-    return alike.reason == user.mail.reason;
-  });
-  if (user.mail.concernsServer && same != failedMails_.end()) {
+  const auto same = std::find_if(failedMails_.begin(), failedMails_.end(),
+                                 [&](const Alike& alike) { return alike.reason == mail.reason; });
+  if (mail.concernsServer && same != failedMails_.end()) {
     ++same->count;
-  } else if (user.mail.concernsServer && failedMails_.size() < config::Findings::kLinesKept) {
-    failedMails_.push_back({user.mail.reason, 1, whose});
+  } else if (mail.concernsServer && failedMails_.size() < config::Findings::kLinesKept) {
+    failedMails_.push_back({mail.reason, 1, whose});
   } else {
-    findings.problem(whose + " was not sent: " + user.mail.reason);
+    findings.problem(whose + " was not sent: " + mail.reason);
   }
 }
 
@@ -154,6 +158,9 @@ std::string passLine(const PassRecord& pass) {
     before = ", ";
   }
   text += "; " + count(pass.mailsSent, "mail", "mails") + " sent";
+  if (pass.managersMailed != 0) {
+    text += ", and " + count(pass.managersMailed, "manager", "managers") + " mailed";
+  }
   if (pass.findings.problems().count != 0) {
     text += "; " + count(pass.findings.problems().count, "problem", "problems");
   }
@@ -178,6 +185,10 @@ std::string summaryText(const PassRecord& pass) {
     text += formatText("  %-16s %8llu%s\n", outcomeLabel(static_cast<Outcome>(i), pass.mode),
                        static_cast<unsigned long long>(pass.counts[i]),
                        why ? (": " + noMailText(pass)).c_str() : "");
+  }
+  if (pass.managersMailed != 0) {
+    text += formatText("  %-16s %8llu\n", managersLabel(pass.mode),
+                       static_cast<unsigned long long>(pass.managersMailed));
   }
   return text + findingsText(pass.findings);
 }

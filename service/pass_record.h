@@ -27,7 +27,8 @@ struct PassRecord {
   std::array<std::uint64_t, kOutcomes> counts{};
   // Warnings; in a dry pass those that would be.
   std::uint64_t mailsSent = 0;
-  std::uint64_t mailsFailed = 0;    // warnings, those not tried among them
+  std::uint64_t managersMailed = 0;
+  std::uint64_t mailsFailed = 0;    // to users and managers, those not tried among them
   std::uint64_t mailsNotTried = 0;  // the mail server had been given up
   // Of the users who count as NotMailed: why.
   std::array<std::uint64_t, notify::kNoMailReasons> noMailCounts{};
@@ -38,6 +39,8 @@ struct PassRecord {
   // Counts a line of a list, and says what of it is to be heard. `listName` is the policy and file
   // that name the user.
   void addUser(const notify::UserRecord& user, const std::string& listName);
+  // A mail that was not sent. `whose`: "mail to walter <walter@corp.example>".
+  void addFailedMail(const std::string& whose, const notify::MailOutcome& mail);
   // Says what concerns many mails, or many accounts, once, with their number. To be called when all
   // users are in.
   void reportFailedMails();
@@ -50,7 +53,6 @@ struct PassRecord {
     std::string first;  // of the users
   };
 
-  void addFailedMail(const notify::UserRecord& user);
   void addReadError(const notify::UserRecord& user);
   void addRefusal(const notify::UserRecord& user);
 

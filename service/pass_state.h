@@ -2,6 +2,7 @@
 // pass, changed by the examiner where it says so.
 #pragma once
 
+#include <algorithm>
 #include <cstdint>
 #include <memory>
 #include <string>
@@ -13,6 +14,8 @@
 #include "notify/mail_templates.h"
 #include "notify/mailer.h"
 #include "notify/run_report.h"
+#include "notify/warning_email.h"
+#include "platform/host/host.h"
 #include "service/pass_record.h"
 #include "service/processed_users.h"
 #include "service/warning_memory.h"
@@ -29,6 +32,17 @@ struct PassState {
   explicit PassState(notify::PassMode passMode)
       : mode(passMode), memory(passMode), report(passMode) {
     record.mode = passMode;
+  }
+
+  // How often a mail that was refused for now is tried again.
+  std::uint32_t mostRetries() const {
+    constexpr std::uint32_t kMost = 10;  // the delay doubles: a larger number would be years
+    return std::min(settings.smtpRetries, kMost);
+  }
+  // What its mails need; borrows all of it. `host` and `log` are the pass's.
+  notify::WarningContext mailContext(platform::Host host, config::DebugLog& log) {
+    return {host.registry, host.clock,      log,     settings,
+            *templates,    record.findings, *mailer, unsavedMailingDay};
   }
 
   notify::PassMode mode;

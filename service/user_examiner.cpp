@@ -202,6 +202,7 @@ void UserExaminer::warn(const std::u16string& name, UserRecord& user) {
                             : onWarningDay || !pass_.intervalMode;
   const bool later = against.empty() && mailsOnlyWithExpiry(user, dueToday);
   user.emailDue = against.empty() && dueToday && !later;
+  user.managerDue = against.empty() && !later && isCopyDue(user, dueToday);
   user.noMailReasons = noMailReasons(user, dueToday);
   user.emailedText = later && hasAddress ? "no (mailed when the password is expired)" : "no";
   if (hasAddress && !against.empty()) user.emailedText = against;
@@ -256,6 +257,14 @@ bool UserExaminer::matchesWarningDay(std::int32_t countdown) {
   return matches;
 }
 
+// Whether the manager is to hear of it, apart from what speaks against every mail.
+bool UserExaminer::isCopyDue(const UserRecord& user, bool dueToday) const {
+  const std::uint32_t days = pass_.settings.managerDays;
+  if (days == 0 || user.daysLeft() > static_cast<std::int32_t>(days)) return false;
+  const bool remembers = pass_.memory.state() == WarningMemory::State::Ready;
+  return remembers ? pass_.memory.isCopyDue(user) : dueToday;
+}
+
 // "no " and every reason why nobody of this policy is mailed now; empty when there is none.
 std::string UserExaminer::reasonsAgainstMail(const UserRecord& user) const {
   const bool held = pass_.memory.state() == WarningMemory::State::Held;
@@ -298,10 +307,7 @@ std::uint32_t UserExaminer::noMailReasons(const UserRecord& user, bool dueToday)
 }
 
 void UserExaminer::sendWarning(bool onWarningDay, UserRecord& user) {
-  const notify::WarningContext context{
-      host_.registry,   host_.clock,           log_,          pass_.settings,
-      *pass_.templates, pass_.record.findings, *pass_.mailer, pass_.unsavedMailingDay};
-  user.mail = notify::sendWarningEmail(context, user);
+  user.mail = notify::sendWarningEmail(pass_.mailContext(host_, log_), user);
   user.noMail = notify::NoMail::None;
   user.mailFailed = !user.mail.sent();
   user.mailHeld = user.mailFailed && user.mail.mayRetry && pass_.retriesLeft > 0;
@@ -334,6 +340,7 @@ void UserExaminer::retryWarning(UserRecord& user) {
   }
   user.readError = now.readError;
   user.mailFailed = false;
+  user.managerDue = false;
   user.emailedText = against.empty() ? "no" : against;
   user.noMail = against.empty() ? notify::NoMail::Changed : notify::NoMail::HeldBack;
 }
@@ -399,6 +406,7 @@ std::optional<NoNotice> UserExaminer::notifyOfExpiry(const std::u16string& name,
   if (!user.inWarningPeriod) lookUpEmail(name, user);
   if (!pass_.record.directoryBound || !user.lookUpError.empty()) return NoNotice::AddressUnknown;
   user.emailDue = true;
+  user.managerDue = isCopyDue(user, true);
   user.emailedText = "no";
   if (user.data.email == directory::kNoEmail) return {};
   sendWarning(false, user);

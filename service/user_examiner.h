@@ -72,6 +72,7 @@ class UserExaminer {
   void warn(const std::u16string& name, notify::UserRecord& user);
   void lookUpEmail(const std::u16string& name, notify::UserRecord& user);
   bool matchesWarningDay(std::int32_t countdown);
+  bool isCopyDue(const notify::UserRecord& user, bool dueToday) const;
   std::string reasonsAgainstMail(const notify::UserRecord& user) const;
   void sendWarning(bool onWarningDay, notify::UserRecord& user);
   void expire(const std::u16string& name, notify::UserRecord& user);

@@ -14,6 +14,13 @@ notify::AccountPassword passwordOf(const notify::UserRecord& user) {
   return {base::foldCase(platform::ansiToUtf8(user.username)), user.passwordSet};
 }
 
+// The copy for the manager is kept beside it; no logon name has a slash.
+notify::AccountPassword copyOf(const notify::UserRecord& user) {
+  notify::AccountPassword password = passwordOf(user);
+  password.account += "/manager";
+  return password;
+}
+
 // What is recorded beside the warning days when the mail was about the expiry: the maximum age,
 // negative. With another maximum age the user is due another mail.
 std::int32_t expiryMark(const notify::UserRecord& user) {
@@ -59,12 +66,22 @@ std::vector<std::int32_t> WarningMemory::reachedDays(const notify::UserRecord& u
   return days;
 }
 
-bool WarningMemory::isDue(const notify::UserRecord& user) const {
-  const notify::AccountPassword password = passwordOf(user);
+bool WarningMemory::isDue(const notify::AccountPassword& password,
+                          const notify::UserRecord& user) const {
   if (warningDays_.empty()) return !ledger_.wasMailedOn(password, clock_->localTime());
   const std::vector<std::int32_t> days = reachedDays(user);
   return std::any_of(days.begin(), days.end(),
                      [&](std::int32_t day) { return !ledger_.isDone(password, day); });
+}
+
+bool WarningMemory::isDue(const notify::UserRecord& user) const {
+  return isDue(passwordOf(user), user);
+}
+
+bool WarningMemory::isCopyDue(const notify::UserRecord& user) const {
+  const notify::AccountPassword copy = copyOf(user);
+  const bool ofExpiry = recordsExpiry_ && user.daysLeft() <= 0;
+  return ofExpiry ? !ledger_.isDone(copy, expiryMark(user)) : isDue(copy, user);
 }
 
 bool WarningMemory::isNotified(const notify::UserRecord& user) const {
@@ -72,11 +89,20 @@ bool WarningMemory::isNotified(const notify::UserRecord& user) const {
 }
 
 void WarningMemory::mailed(const notify::UserRecord& user) {
+  record(passwordOf(user), user);
+}
+
+void WarningMemory::copied(const notify::UserRecord& user) {
+  record(copyOf(user), user);
+}
+
+void WarningMemory::record(const notify::AccountPassword& password,
+                           const notify::UserRecord& user) {
   if (state_ != State::Ready) return;
   std::vector<std::int32_t> days = reachedDays(user);
   if (recordsExpiry_ && user.daysLeft() <= 0) days.push_back(expiryMark(user));
   std::string problem;
-  if (ledger_.record(passwordOf(user), days, clock_->localTime(), problem)) return;
+  if (ledger_.record(password, days, clock_->localTime(), problem)) return;
   state_ = State::Held;
   findings_->problem(problem + ": " + user.username +
                      " may be warned again, and nobody else is warned in this pass");

@@ -40,10 +40,15 @@ class WarningMemory {
   bool isNotified(const notify::UserRecord& user) const;
   // The user's mail was accepted. Where that cannot be recorded, further warnings are held back.
   void mailed(const notify::UserRecord& user);
+  // The same two of the copy for the user's manager, which has a record of its own.
+  bool isCopyDue(const notify::UserRecord& user) const;
+  void copied(const notify::UserRecord& user);
   void finish();
 
  private:
   std::vector<std::int32_t> reachedDays(const notify::UserRecord& user) const;
+  bool isDue(const notify::AccountPassword& password, const notify::UserRecord& user) const;
+  void record(const notify::AccountPassword& password, const notify::UserRecord& user);
 
   State state_ = State::Off;
   std::vector<std::int32_t> warningDays_;

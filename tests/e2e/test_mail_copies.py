@@ -50,3 +50,29 @@ class CopiesTest(unittest.TestCase):
             self.assertEqual(list(rows), ["'=cmd", "zo\u00eb", "old"])
             self.assertEqual(rows["zo\u00eb"]["daysLeft"], "1")
             self.assertEqual(rows["old"]["status"], "PASSWORD EXPIRED")
+
+    def test_one_mail_for_all_users_of_a_manager(self):
+        base = "DC=site,DC=example"
+        boss = person("boss/1", 1, cn="Boss, The", mail=f"boss@{DOMAIN}")
+        staff = dict(manager=boss.dn(base))
+        users = [boss, person("nobody", 1, mail=""), person("gone", 59, mail=f"gone@{DOMAIN}", **staff),
+                 person("zo\u00eb<", 53, mail=f"zoe@{DOMAIN}", **staff), person("far", 46, **staff),
+                 person("lost", 59, manager=f"CN=nobody,{base}")]
+        said = self.run_pass(users, managerDays=7, emailTextAlternative=1, emailAdminReports=0)
+        self.assertIn("the manager of lost (CN=nobody,DC=site,DC=example) was not mailed", said)
+        mails = self.read()
+        self.assertEqual(set(mails), {f"{name}@{DOMAIN}" for name in ("zoe", "far", "lost", "boss")})
+        texts = dict(mails[f"boss@{DOMAIN}"]["texts"])
+        self.assertLess(texts["text/plain"].index("(gone)"), texts["text/plain"].index("(zo\u00eb<)"))
+        self.assertIn("<td>zo\u00eb&lt;</td>", texts["text/html"])
+        self.assertNotIn("far", texts["text/html"])
+        self.assertIn("Given Name", texts["text/html"])
+        # A template of the site's own, in the manager's language.
+        (self.folder / "NorvynManagerEmail.txt").write_text(
+            "Subject: Staff\n\nHi <%managerName%>\n<%users%>[<%username%> <%daysUntilExpiration%>]<%/users%>\n")
+        for file in (self.mail.folder / "mail/new").iterdir():
+            file.unlink()
+        self.run_pass(users, managerDays=7, emailAdminReports=0)
+        mail = self.read()[f"boss@{DOMAIN}"]
+        self.assertEqual(mail["subject"], "Staff")
+        self.assertEqual(mail["texts"], [("text/plain", "Hi Given Name\n[gone 1][zo\u00eb< 7]")])

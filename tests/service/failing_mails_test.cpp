@@ -200,4 +200,52 @@ TEST(FailingMails, ComeToWhatTheFileSays) {
   }
 }
 
+// Two of the manager's users have few days left, another one many; one manager has no address.
+TEST(ManagersMails, ComeToWhatTheFileSays) {
+  const struct {
+    const char* what;
+    const char* script;
+    Settings settings = {};
+    int passes = 1;
+  } cases[] = {
+      {"one for all users of a manager", "ok"},
+      {"remembered, each for itself",
+       "ok ok ok 550 ok",
+       {{"rememberWarnings", 1}, {"warning1", 7}},
+       3},
+      {"tried again", "ok ok ok 451 ok", {{"smtpRetries", 1}}},
+      {"given up", "refused", {{"smtpGiveUpAfter", 2}}},
+      {"nobody in report-only mode", "ok", {{"reportOnly", 1}}},
+      {"on warning days only", "ok", {{"warning1", 6}}},
+      {"with the expiry", "ok", {{"expireOnlyNotified", 1}, {"warningThreshold", 1}}},
+  };
+  for (const auto& c : cases) {
+    test_support::TestSite site;
+    site.policy("DefaultPolicy", 42);
+    site.setting("managerDays", 3);
+    for (const auto& [name, number] : c.settings) site.setting(name, number);
+    const bool expires = std::string(c.what).ends_with("expiry");
+    const auto user = [&](const char* name, int age, const char* mail, const char* manager) {
+      site.user({name, age, mail, 0x200, "Given", "Surname", false, manager});
+    };
+    user("many", 36, "many@site.example", "boss");
+    user("few", expires ? 43 : 40, "few@site.example", "boss");
+    user("none", 41, "", "boss");
+    user("lost", 41, "lost@site.example", "chief");
+    user("boss", 1, "boss@site.example", "");
+    user("chief", 1, "", "");
+    std::string story;
+    site.transport = [&](const config::ExpirationSettings&) {
+      return std::make_unique<ScriptedTransport>(site.clock, c.script, story);
+    };
+    for (int i = 0; i < c.passes; ++i) {
+      const test_support::WatchedPass pass = site.pass();
+      for (const std::string& problem : pass.problems()) story += "problem: " + problem + "\n";
+      story += service::passLine(pass.record) + "\n";
+    }
+    EXPECT_EQ(story, test_support::sectionOf(SERVICE_TEST_DATA "/managers_mails.txt", c.what))
+        << c.what;
+  }
+}
+
 }  // namespace
