@@ -97,8 +97,9 @@ void checkTemplate(const Site& site, const notify::MessageTemplate& found, Repor
   if (found.slot != notify::kEveryPolicy) words += " for " + config::policySlotName(found.slot);
   if (!found.tag.empty()) words += " in the language " + found.tag;
   words += html ? ", as HTML" : ", as plain text";
-  if (html && found.text)
+  if (html && found.text) {
     words += found.textFile.empty() ? " with a text made from it" : " with a text beside it";
+  }
   report.ok(found.files(), words);
   if (html) checkText(found.htmlFile, found.html->source(), true, found.kind, report);
   if (found.text && !found.textFile.empty()) {

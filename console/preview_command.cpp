@@ -141,8 +141,9 @@ int previewCommand(const PreviewOptions& options) {
     site.settings.emplace_back("emailAdminReports=1");
     site.settings.emplace_back("adminReportWhen=always");
   }
-  if (options.manager)
+  if (options.manager) {
     site.settings.emplace_back("managerDays=10000");  // so that managers are read
+  }
   const auto named = [](const std::string& file) {
     return file.empty() ? file : platform::absolutePath(file);
   };

@@ -114,7 +114,7 @@ bool composeWarning(kelvado::KvEmail& email, const config::ExpirationSettings& s
 std::string warningSource(const MailTemplates& templates,
                           const config::ExpirationSettings& settings, const UserRecord& user) {
   const TemplateChoice choice = choiceFor(templates, user);
-  const std::string text = choiceText(choice, kindOf(user), user.data.preferredLanguage);
+  std::string text = choiceText(choice, kindOf(user), user.data.preferredLanguage);
   if (choice.found != nullptr) return text;
   if (kindOf(user) == MailKind::Expired) return "fixed words: " + text;
   return (settings.emailCustomMsg.empty() ? "an empty text: " : "emailCustomMsg: ") + text;

@@ -134,8 +134,9 @@ void Pass::loadSettings() {
 // mailed or expired.
 void Pass::checkSettings() {
   const std::string stale = run_.host.registry.staleReason();
-  if (!stale.empty())
+  if (!stale.empty()) {
     findings_.problem(stale + ": the settings are those of before", Cause::Settings);
+  }
   for (const config::SettingMistake& wrong : config::findWrongTypes(run_.host.registry)) {
     pass_.settings.reportOnly = true;
     findings_.problem(wrong.text() + ": the pass only reports", Cause::Settings);

@@ -245,7 +245,8 @@ TEST_F(DomainDirectoryTest, LooksUsersUp) {
   lookUp("a manager is read once", {kUser});
   domain.unbindDomain();
   domain.bindDomain();
-  access.status = {{"get displayName", kAdsPropertyNotFound}, {"1 LDAP://CN=A\\/B\\, C,DC=site", kNoSuchObject}};
+  access.status = {{"get displayName", kAdsPropertyNotFound},
+                   {"1 LDAP://CN=A\\/B\\, C,DC=site", kNoSuchObject}};
   lookUp("a manager who cannot be read", {kUser});
   expectTranscript("look_ups.txt");
   // A field holds 255 bytes and no half character.

@@ -1,7 +1,7 @@
 // What an HTML template says as plain text.
 #include "base/html_to_text.h"
 
-#include <sstream>
+#include <cstddef>
 #include <string>
 
 #include <gtest/gtest.h>
@@ -12,15 +12,17 @@ namespace {
 
 // Each case is HTML, a line "--", and the text.
 TEST(HtmlToText, KeepsLinksListsAndTablesReadable) {
-  const std::string file = NOTIFY_TEST_DATA "/html_to_text.txt";
-  std::istringstream lines(test_support::readText(file));
+  const std::string text =
+      '\n' + test_support::readBytes(NOTIFY_TEST_DATA "/html_to_text.txt") + "\n==";
   int cases = 0;
-  for (std::string line; std::getline(lines, line);) {
-    if (!line.starts_with("== ")) continue;
-    const std::string section = test_support::sectionOf(file, line.substr(3));
-    const std::size_t split = section.find("\n--\n");
-    ASSERT_NE(split, std::string::npos) << line;
-    EXPECT_EQ(base::htmlToText(section.substr(0, split)), section.substr(split + 4)) << line;
+  std::size_t at = text.find("\n== ");
+  for (std::size_t end = 0; (end = text.find("\n==", at + 1)) != std::string::npos; at = end) {
+    const std::size_t html = text.find('\n', at + 1) + 1;
+    const std::size_t split = text.find("\n--\n", html);
+    ASSERT_LT(split, end) << text.substr(at, end - at);
+    EXPECT_EQ(base::htmlToText(text.substr(html, split - html)),
+              text.substr(split + 4, end - split - 4))
+        << text.substr(at, html - at);
     ++cases;
   }
   EXPECT_GT(cases, 0);

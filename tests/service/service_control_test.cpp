@@ -251,7 +251,9 @@ TEST(Service, MakesTheCallsOfTheFile) {
       seen += printed;
       if (!c.controls.empty()) seen.erase(0, seen.find("wait"));  // it starts as always
       if (c.argument.starts_with("-install")) seen += test_support::readText("services.reg");
-      base::replaceAll(seen, '"' + absolutePath("w") + '"', "\"WORK\"");
+      std::string folder = absolutePath("w");
+      base::replaceAll(folder, "\\", "\\\\");  // as .reg files have it
+      base::replaceAll(seen, '"' + folder + '"', "\"WORK\"");
       std::string heading = c.argument + ", failing: " + failing;
       for (const int code : c.controls) heading += ", control " + std::to_string(code);
       EXPECT_EQ(seen, test_support::sectionOf(SERVICE_TEST_DATA "/service_calls.txt", heading))

@@ -53,7 +53,8 @@ std::wstring wideOf(const std::string& ansi) {
 
 std::wstring serviceSid(const std::string& service) {
   std::wstring name = wideOf(service);
-  CharUpperBuffW(name.data(), static_cast<DWORD>(name.size()));
+  const int length = static_cast<int>(name.size());
+  LCMapStringW(LOCALE_INVARIANT, LCMAP_UPPERCASE, name.c_str(), length, name.data(), length);
   const std::array<std::uint8_t, 20> digest =
       sha1({reinterpret_cast<const char*>(name.data()), name.size() * sizeof(wchar_t)});
   std::wstring sid = L"S-1-5-80";
