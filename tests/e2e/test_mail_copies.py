@@ -38,7 +38,7 @@ class CopiesTest(unittest.TestCase):
 
     def test_report_to_several_administrators(self):
         admins = [f"one@{DOMAIN}", f"gone@{DOMAIN}", f"two@{DOMAIN}"]
-        users = [person("=cmd", 53, mail=f"a,b@{DOMAIN}"), person("zo\u00eb", 59), person("old", 70)]
+        users = [person("=cmd", 53, mail=f"a,b@{DOMAIN}"), person("zo\u00eb", 59, mail=f"zoe@{DOMAIN}"), person("old", 70)]
         said = self.run_pass(users, adminReportCsv=1, adminReportWhen="changes",
                              adminEmailAddress=f"{admins[0]}; {admins[1]}, {admins[2]}")
         self.assertIn(f"the report was not mailed to gone@{DOMAIN}", said)
