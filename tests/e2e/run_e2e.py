@@ -6,6 +6,7 @@ Needs root, for the servers; uses sudo where there is one that asks nothing. The
 not shown.
 """
 import pathlib
+import signal
 import sys
 import unittest
 
@@ -16,6 +17,8 @@ import own_network  # noqa: E402
 
 def main():
     own_network.enter()
+    # Ignored in what a shell runs in the background, and so in the programs under test.
+    signal.signal(signal.SIGINT, signal.default_int_handler)
     loader = unittest.TestLoader()
     names = sys.argv[1:]
     suite = loader.loadTestsFromNames(names) if names else loader.discover(str(FOLDER))

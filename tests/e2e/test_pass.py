@@ -2,6 +2,7 @@
 was mailed (from the delivered mails), who was expired (from the directory), the report, every log."""
 import dataclasses
 import datetime
+import email.utils
 import html
 import json
 import pathlib
@@ -131,9 +132,10 @@ class WholePassTest(unittest.TestCase):
         for mail in self.delivered:
             for name in {row["user"] for row in rows.values() if row["address"] == mail.recipient}:
                 shown = {field["name"]: field["value"] for field in self.previewed[name]["fields"]}
-                self.assertEqual({**shown, "HTML": shown["HTML"].split()},
-                                 {**{part: str(mail.message[part]) for part in ("From", "To", "Subject")},
-                                  "HTML": mail.message.get_content().split()})
+                self.assertEqual({part: email.utils.getaddresses([shown[part]]) for part in ("From", "To")},
+                                 {part: email.utils.getaddresses([mail.message[part]]) for part in ("From", "To")})
+                self.assertEqual((shown["Subject"], shown["HTML"].split()),
+                                 (mail.message["Subject"], mail.message.get_content().split()))
         self.assertEqual(self.explained["twice"]["policies"][0]["lists"][0]["line"], 1)
         self.assertIn("exclude.txt:", self.explained["excluded"]["policies"][1]["why"])
 

@@ -228,6 +228,7 @@ class ControlTest(Machine):
 
     def test_pause_in_the_middle_of_a_mail(self):
         users = person("walter", 59), person("lukasz", 20), person("\u0142ukasz", 65)
+        self.addCleanup(self.windows.import_registry, site_registry(1, expirationServiceTime=""))
         with socket.create_server(("127.0.0.1", 0)) as server:
             server.settimeout(WAIT_SECONDS)
             self.prepare(users, site_registry(
