@@ -337,6 +337,19 @@ class ControlTest(Machine):
             for name in ("", one)])
         self.assert_released()
 
+    def test_one_attribute_is_written_by_the_directory(self):
+        self.prepare([person("walter", 65)], site_registry(1, expireBy="ldap"))
+        refused = rb"FAILED: [^\n]+ walter: \w[^\n]+ \(0x80070005\)"
+        for fault, printed, written in (("SetInfo", refused, False), ("", rb"expired +1\r", True)):
+            (self.system / "calls.log").unlink(missing_ok=True)
+            (self.system / "fault.txt").write_text(fault)
+            done = self.windows.run(self.folder / "pwlapse.exe", "run", cwd=self.folder)
+            self.assertRegex(done.stdout, printed)
+            self.assertIn("Put pwdLastSet type=3 value=0", self.calls())
+            self.assertNotIn("NetUserSetInfo", "".join(self.calls()))
+            self.assert_released()
+            self.assertEqual("pwdLastSet: 0" in (self.system / "domain.ldif").read_text(), written)
+
 
 class NtlmServer(contextlib.ExitStack):
     """A mail server with STARTTLS that takes any NTLM log-in, and the mails of one connection."""

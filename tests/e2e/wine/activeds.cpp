@@ -98,6 +98,21 @@ HRESULT STDMETHODCALLTYPE getProperty(IADsUser* self, BSTR name, VARIANT* value)
   return status;
 }
 
+// SetInfo writes what Put has left.
+HRESULT STDMETHODCALLTYPE putProperty(IADsUser*, BSTR name, VARIANT value) {
+  return begin("Put", " ", name, " type=", V_VT(&value), " value=", DWORD(V_I4(&value))) ? S_OK
+                                                                                         : E_FAIL;
+}
+
+HRESULT STDMETHODCALLTYPE writeProperties(IADsUser* self) {
+  std::u16string name;
+  platform::UserInfo info;
+  static_cast<Entry*>(self)->content->get(u"sAMAccountName", name);
+  if (!begin("SetInfo", " of ", base::utf16ToUtf8(name))) return E_ACCESSDENIED;
+  info.passwordExpired = 1;
+  return domain().setUserInfo(name, info).status == platform::kNetSuccess ? S_OK : E_FAIL;
+}
+
 template <platform::HResult (platform::DirectoryUser::*Read)(std::u16string&)>
 HRESULT STDMETHODCALLTYPE userProperty(IADsUser* self, BSTR* value) {
   *value = nullptr;
@@ -264,6 +279,8 @@ HRESULT open(LPCWSTR path, DWORD flags, REFIID id, void** out) {
   entry.AddRef = addReference<Entry, IADsUser>;
   entry.Release = release<Entry, IADsUser>;
   entry.Get = getProperty;
+  entry.Put = putProperty;
+  entry.SetInfo = writeProperties;
   entry.get_EmailAddress = userProperty<&platform::DirectoryUser::emailAddress>;
   entry.get_FirstName = userProperty<&platform::DirectoryUser::firstName>;
   entry.get_LastName = userProperty<&platform::DirectoryUser::lastName>;
