@@ -256,6 +256,18 @@ class ControlTest(Machine):
         events = (self.system / "events.log").read_text(CODE_PAGE)
         self.assertRegex(events, r"1 20 FAILED: [^\n]+expirationServiceTime[^\n]+\n(.*\n)*1 22 FAILED: [^\n]+\n2 11 pass")
 
+    def test_works_in_a_folder_of_its_own(self):
+        work = self.windows.drive / "Work Folder"
+        self.prepare([person("walter", 59)], site_registry(1, emailAdminReports=0))
+        self.assertEqual(self.program("-install", "--Work-Folder", r"C:\Work Folder")[1].count("\n"), 2)
+        wait_until(lambda: list(work.glob("LogFiles/*last-run.json")))
+        status = self.windows.run(self.folder / "pwlapse.exe", "status", cwd=self.folder)
+        self.assertRegex(status.stdout, rb"last pass")
+        self.assertFalse(self.logs.exists())
+        self.program("-remove")
+        wait_until(lambda: self.control() == b"error 1060")
+        self.assert_gone()
+
     def test_every_failure_releases_everything(self):
         why = {"ADsOpenObject": rb"FAILED: [^\n]+: \w[^\n]+\w \(0x80004005\)",
                "NetUserGetInfo": rb"note: the directory's search and the account calls differ about walter",
