@@ -27,11 +27,9 @@ std::string withCommas(std::string list) {
   return list;
 }
 
-// Empty, or why it cannot be composed.
-std::string composeAdminReport(kelvado::KvEmail& email, const config::ExpirationSettings& settings,
-                               const RunReport& report, PassMode mode) {
-  // The name on the right is the one the report's <img> asks for.
-  constexpr const char* kNameInReport = "images/logo.gif";
+// Empty, or why it cannot be added.
+std::string addLogo(kelvado::KvEmail& email, PassMode mode) {
+  constexpr const char* kNameInReport = "images/logo.gif";  // the one the report's <img> asks for
   if (mode == PassMode::Dry) {
     const std::string_view logo = reportLogo();
     email.AddRelatedData(kNameInReport, logo.data(), logo.size());
@@ -39,6 +37,14 @@ std::string composeAdminReport(kelvado::KvEmail& email, const config::Expiration
     std::printf("%s\n", email.LastErrorText());
     return std::string(config::kLogoFile) + " cannot be read";
   }
+  return "";
+}
+
+// Empty, or why it cannot be composed.
+std::string composeAdminReport(kelvado::KvEmail& email, const config::ExpirationSettings& settings,
+                               const RunReport& report, PassMode mode) {
+  std::string problem = mailHasLogo(settings) ? addLogo(email, mode) : "";
+  if (!problem.empty()) return problem;
   email.AddHeaderField("X-Priority", "1");
   markAutomatic(email, settings);
   email.put_From(settings.emailFromAddress.c_str());

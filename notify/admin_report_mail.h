@@ -1,5 +1,5 @@
-// Mails the report to the administrators, logo embedded. Used by the pass; the addresses by the
-// check of the settings, too.
+// Mails the report to the administrators. Used by the pass; the addresses by the check of the
+// settings, too.
 #pragma once
 
 #include <string>
@@ -19,8 +19,9 @@ std::vector<std::string> adminAddresses(const std::string& setting);
 // What is wrong with one of several addresses, in the ANSI code page: it gets no report.
 std::vector<std::string> findAdminAddressProblems(const config::ExpirationSettings& settings);
 
-// One mail to all of them. Blocks for as long as the mail server takes. The logo is the file that a
-// run makes; in a dry run, which makes none, the one in the program. A send that failed leaves
+// One mail to all of them. Blocks for as long as the mail server takes. The logo, where there is to
+// be one (mailHasLogo()), is the file that a run makes; in a dry run, which makes none, the one in
+// the program. A send that failed leaves
 // kMailErrorFile. `report` is finished.
 MailOutcome sendAdminReport(const config::ExpirationSettings& settings, const RunReport& report,
                             PassMode mode, Mailer& mailer);

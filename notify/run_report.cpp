@@ -139,6 +139,10 @@ std::string problemsSection(const config::FindingLines& problems) {
 
 }  // namespace
 
+bool mailHasLogo(const config::ExpirationSettings& settings) {
+  return !settings.emailTextAlternative;
+}
+
 void RunReport::start(const config::ExpirationSettings& settings, std::uint32_t intervalMs,
                       const base::LocalTime& now) {
   const bool dry = mode_ == PassMode::Dry;
@@ -151,7 +155,7 @@ void RunReport::start(const config::ExpirationSettings& settings, std::uint32_t 
   mailReport_ = kHead;
   const std::string logo = dry ? embeddedLogo() : "../norvyn-report-logo.gif";
   fileReport_ = mailReport_ + "<body><img src=" + logo + ">\n";
-  mailReport_ += "<body><img src=images/logo.gif>\n";
+  mailReport_ += mailHasLogo(settings) ? "<body><img src=images/logo.gif>\n" : "<body>\n";
 
   upcoming_.html = kUpcomingOpening;
   expired_.html = settings.reportOnly || dry ? kWouldExpireHeading : kExpiredHeading;

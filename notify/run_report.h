@@ -83,6 +83,10 @@ class RunReport {
   bool anyExpired_ = false;
 };
 
+// Whether the mailed report shows the logo. Not with a text beside the HTML: filters rate a short
+// HTML text with a picture as advertising, and that mail is to get through them.
+bool mailHasLogo(const config::ExpirationSettings& settings);
+
 // Writes the logo that the file report shows and the mail embeds to kLogoFile.
 bool writeReportLogo();
 
