@@ -4,6 +4,8 @@
 #include <cstddef>
 #include <cstdint>
 #include <cstring>
+#include <map>
+#include <memory>
 #include <optional>
 #include <string_view>
 #include <utility>
@@ -58,10 +60,19 @@ struct KnownValue {
   int index;
 };
 
+std::vector<KnownValue> knownValues(const std::vector<SettingGroup>& groups) {
+  std::vector<KnownValue> known;
+  for (const Setting& setting : settingsTable()) {
+    if (std::count(groups.begin(), groups.end(), setting.group) == 0) continue;
+    for (int i = 0; i < setting.count; ++i) known.push_back({settingName(setting, i), &setting, i});
+  }
+  return known;
+}
+
 // A key that settings stand in, or below which they do.
 struct Place {
   std::string key;
-  std::vector<SettingGroup> groups;
+  std::vector<KnownValue> values;
   std::vector<std::string> subkeys;
   // Others keep values and keys there too: an unknown name is a mistake only when it is near to a
   // known one.
@@ -73,9 +84,9 @@ std::vector<Place> placesOfSettings() {
   for (int slot = 0; slot < kNamedPolicies; ++slot) policies.push_back(policySlotName(slot));
   std::vector<Place> places = {
       {kPoliciesKey, {}, {}, true},
-      {kProductKey, {SettingGroup::Product}, {"Directory"}, true},
-      {kDirectoryKey, {SettingGroup::Directory}, {}, false},
-      {kServiceParametersKey, {SettingGroup::Service}, {}, true},
+      {kProductKey, knownValues({SettingGroup::Product}), {"Directory"}, true},
+      {kDirectoryKey, knownValues({SettingGroup::Directory}), {}, false},
+      {kServiceParametersKey, knownValues({SettingGroup::Service}), {}, true},
   };
   for (const Edition& edition : editions()) {
     places[0].subkeys.push_back(std::string(edition.key).substr(std::strlen(kPoliciesKey) + 1));
@@ -83,22 +94,26 @@ std::vector<Place> placesOfSettings() {
   for (const std::string root : {kPolicyRootMpe, kPolicyRootMpems}) {
     std::vector<std::string> subkeys = policies;
     subkeys.emplace_back(kExpirationSubkey);
-    places.push_back({root, {SettingGroup::EditionRoot}, subkeys, false});
-    places.push_back({root + '\\' + kExpirationSubkey, {SettingGroup::Expiration}, {}, false});
+    places.push_back({root, knownValues({SettingGroup::EditionRoot}), subkeys, false});
+    places.push_back(
+        {root + '\\' + kExpirationSubkey, knownValues({SettingGroup::Expiration}), {}, false});
   }
+  const std::vector<KnownValue> ofPolicy =
+      knownValues({SettingGroup::Policy, SettingGroup::PolicyRules});
   for (const std::string& key : settingKeys(SettingGroup::Policy)) {
-    places.push_back({key, {SettingGroup::Policy, SettingGroup::PolicyRules}, {}, false});
+    places.push_back({key, ofPolicy, {}, false});
   }
   return places;
 }
 
-std::vector<KnownValue> knownValues(const Place& place) {
-  std::vector<KnownValue> known;
-  for (const Setting& setting : settingsTable()) {
-    if (std::count(place.groups.begin(), place.groups.end(), setting.group) == 0) continue;
-    for (int i = 0; i < setting.count; ++i) known.push_back({settingName(setting, i), &setting, i});
-  }
-  return known;
+// Most policies' keys are not there.
+std::vector<std::string> presentKeys(platform::Registry& registry, SettingGroup group) {
+  std::vector<std::string> keys = settingKeys(group);
+  std::unique_ptr<platform::RegistryKey> open;
+  std::erase_if(keys, [&](const std::string& key) {
+    return registry.openKey(key, platform::RegistryAccess::Query, open) != platform::kErrorSuccess;
+  });
+  return keys;
 }
 
 using Kind = SettingMistake::Kind;
@@ -161,12 +176,11 @@ std::string SettingMistake::text() const {
 
 std::vector<SettingMistake> findSettingNotes(platform::Registry& registry) {
   std::vector<SettingMistake> notes;
-  for (const Place& place : placesOfSettings()) {
+  static const std::vector<Place> places = placesOfSettings();
+  for (const Place& place : places) {
     const platform::KeyNames names = registry.list(place.key);
     if (names.values.empty() && names.subkeys.empty()) continue;
-    const std::vector<KnownValue> known = knownValues(place);
-    std::vector<std::string> knownNames;
-    for (const KnownValue& value : known) knownNames.push_back(value.name);
+    const std::vector<KnownValue>& known = place.values;
     for (const std::string& name : names.values) {
       const auto found = std::find_if(known.begin(), known.end(), [&](const KnownValue& value) {
         return base::equalsNoCase(value.name, name);
@@ -174,6 +188,8 @@ std::vector<SettingMistake> findSettingNotes(platform::Registry& registry) {
       if (found != known.end()) {
         noteValue(registry, place.key, *found, notes);
       } else if (!name.empty()) {
+        std::vector<std::string> knownNames;
+        for (const KnownValue& value : known) knownNames.push_back(value.name);
         noteUnknown({Kind::Unknown, place.key, name, "", ""}, name, knownNames, place.shared,
                     notes);
       }
@@ -206,9 +222,12 @@ std::vector<SettingMistake> findUnusableValues(platform::Registry& registry) {
 
 std::vector<SettingMistake> findWrongTypes(platform::Registry& registry) {
   std::vector<SettingMistake> found;
+  std::map<SettingGroup, std::vector<std::string>> keysOf;
   for (const Setting& setting : settingsTable()) {
     if (!countsForPass(setting)) continue;
-    for (const std::string& key : settingKeys(setting.group)) {
+    const auto [keys, isNew] = keysOf.try_emplace(setting.group);
+    if (isNew) keys->second = presentKeys(registry, setting.group);
+    for (const std::string& key : keys->second) {
       for (int i = 0; i < setting.count; ++i) {
         const std::string fault = typeFault(registry, key, setting, i);
         if (fault.empty()) continue;

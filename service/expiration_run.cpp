@@ -56,6 +56,7 @@ void ExpirationRun::repeat() {
   std::string reason;  // without a record of a pass none was made
   if (const std::optional<LastRun> last = readLastRun(reason)) {
     lastBegan = wallSecondsAt(context_.host.clock, last->began);
+    lastSuccess_ = last->lastSuccess;
   }
   schedule_.start(*times, lastBegan, base::wallSeconds(context_.host.clock.localTime()));
 }
@@ -68,9 +69,10 @@ PassRecord ExpirationRun::pass() {
 }
 
 // Of a pass that follows on one that ended then, as LastRun has times.
-std::int64_t ExpirationRun::nextBegin(std::int64_t ended) const {
-  const std::optional<PassTimes> times = passTimes();
-  if (!times) return ended + sleepMs() / kMsPerSecond;
+std::int64_t ExpirationRun::nextBegin(std::int64_t ended,
+                                      const config::ExpirationSettings& settings) const {
+  const std::optional<PassTimes> times = passTimes(settings);
+  if (!times) return ended + sleepMs(settings) / kMsPerSecond;
   const std::int64_t left = secondsToPass(*times);
   const std::int64_t reading = base::wallSeconds(context_.host.clock.localTime()) + left;
   // Where the clock changes in between, that many seconds later it shows another time.
@@ -78,9 +80,10 @@ std::int64_t ExpirationRun::nextBegin(std::int64_t ended) const {
 }
 
 // A new lastSuccess_ counts from the next pass on: this one may yet get a problem.
-LastRun ExpirationRun::describe(const PassRecord& record) {
+LastRun ExpirationRun::describe(const PassRecord& record,
+                                const config::ExpirationSettings& settings) const {
   LastRun run = lastRunOf(record, unixSeconds(context_.host.clock));
-  if (repeats_) run.next = nextBegin(run.ended);
+  if (repeats_) run.next = nextBegin(run.ended, settings);
   if (!run.lastSuccess) run.lastSuccess = lastSuccess_;
   return run;
 }
@@ -92,15 +95,14 @@ void ExpirationRun::leaveRecord(PassRecord& record) {
     const std::optional<LastRun> before = readLastRun(reason);
     if (before) lastSuccess_ = before->lastSuccess;
   }
-  LastRun run = describe(record);
-  const std::string metricsFile =
-      config::loadExpirationSettings(context_.host.registry, context_.edition.settingsKey)
-          .metricsFile;
+  const config::ExpirationSettings settings = currentSettings();
+  const std::string& metricsFile = settings.metricsFile;
+  LastRun run = describe(record, settings);
   if (!metricsFile.empty() && !platform::replaceFileAtomically(metricsFile, metricsText(run),
                                                                platform::FileReaders::Everybody)) {
     record.findings.problem("metricsFile " + metricsFile +
                             " could not be written: " + platform::fileErrorText());
-    run = describe(record);
+    run = describe(record, settings);
   }
   if (platform::fileExists(config::kLogDirectory) && !writeLastRun(run)) {
     record.findings.problem(
@@ -111,11 +113,13 @@ void ExpirationRun::leaveRecord(PassRecord& record) {
   lastSuccess_ = run.lastSuccess;
 }
 
-std::uint32_t ExpirationRun::sleepMs() const {
-  const std::uint32_t delaySeconds =
-      config::loadExpirationSettings(context_.host.registry, context_.edition.settingsKey)
-          .expirationDelay;
-  return delaySeconds == 0 ? context_.values.intervalMs : asMs(delaySeconds, kMsPerSecond);
+config::ExpirationSettings ExpirationRun::currentSettings() const {
+  return config::loadExpirationSettings(context_.host.registry, context_.edition.settingsKey);
+}
+
+std::uint32_t ExpirationRun::sleepMs(const config::ExpirationSettings& settings) const {
+  return settings.expirationDelay == 0 ? context_.values.intervalMs
+                                       : asMs(settings.expirationDelay, kMsPerSecond);
 }
 
 std::int64_t ExpirationRun::secondsToPass(const PassTimes& times) const {
@@ -123,12 +127,11 @@ std::int64_t ExpirationRun::secondsToPass(const PassTimes& times) const {
   return schedule_.nextBegin(times, now) - now;
 }
 
-std::optional<PassTimes> ExpirationRun::passTimes() const {
-  const std::optional<int> first = base::secondOfDay(
-      config::loadExpirationSettings(context_.host.registry, context_.edition.settingsKey)
-          .expirationServiceTime);
+std::optional<PassTimes> ExpirationRun::passTimes(
+    const config::ExpirationSettings& settings) const {
+  const std::optional<int> first = base::secondOfDay(settings.expirationServiceTime);
   if (!first) return {};
-  return PassTimes{*first, std::max(sleepMs() / kMsPerSecond, 1U)};
+  return PassTimes{*first, std::max(sleepMs(settings) / kMsPerSecond, 1U)};
 }
 
 }  // namespace service

@@ -45,16 +45,19 @@ class ExpirationRun {
   // work folder, and its figures in the file for metrics.
   PassRecord pass();
   // The time to sleep before the next pass, in ms, unless passTimes() says when it begins.
-  std::uint32_t sleepMs() const;
+  std::uint32_t sleepMs() const { return sleepMs(currentSettings()); }
   // The times of day at which passes begin, by the settings as they are now; nothing when they set
   // none.
-  std::optional<PassTimes> passTimes() const;
+  std::optional<PassTimes> passTimes() const { return passTimes(currentSettings()); }
   // The seconds until the next pass begins by the times; 0: it is due.
   std::int64_t secondsToPass(const PassTimes& times) const;
 
  private:
-  std::int64_t nextBegin(std::int64_t ended) const;
-  LastRun describe(const PassRecord& record);
+  config::ExpirationSettings currentSettings() const;
+  std::uint32_t sleepMs(const config::ExpirationSettings& settings) const;
+  std::optional<PassTimes> passTimes(const config::ExpirationSettings& settings) const;
+  std::int64_t nextBegin(std::int64_t ended, const config::ExpirationSettings& settings) const;
+  LastRun describe(const PassRecord& record, const config::ExpirationSettings& settings) const;
   void leaveRecord(PassRecord& record);
 
   RunContext context_;

@@ -105,7 +105,8 @@ class Year {
   // As the service does. False when the next pass is none of this day's.
   bool awaitTime(service::ExpirationRun& run) {
     run.repeat();
-    while (const std::int64_t left = run.secondsToPass(*run.passTimes())) {
+    const service::PassTimes times = *run.passTimes();
+    while (const std::int64_t left = run.secondsToPass(times)) {
       world_.clock.now += std::min(left * kSecond, 3 * kHour);
       if (world_.clock.now >= kStart + (day_ + 1) * kDay) return false;
     }
