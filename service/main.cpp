@@ -5,7 +5,8 @@
 
 int main(int argc, char** argv) {
   platform::hardenProcess();
-  const service::ServiceSystem system{platform::systemServiceControl(), platform::systemThreads(),
+  const service::ServiceSystem system{platform::systemServiceControl(),
+                                      platform::systemServiceSetup(), platform::systemThreads(),
                                       platform::systemProcess(), platform::systemClock()};
   service::ExpirationWorker work;
   return service::enterService(platform::commandLineArguments(argc, argv), system, work);

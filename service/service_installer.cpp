@@ -77,33 +77,34 @@ bool needsNoPassword(const std::string& account) {
 // are said on standard output.
 void equipService(ServiceSystem system, ServiceHandle service, const std::string& name,
                   const std::string& imagePath, const InstallOptions& options) {
+  if (system.setup == nullptr) return;
   const auto report = [&](bool done, const char* what) {
     if (done) return;
     std::printf("Problems with %s - %s\n", what, lastErrorText(system.process).c_str());
   };
-  platform::ServiceControl& control = system.control;
-  report(control.giveIdentity(service), "the service's own identity");
-  report(control.keepPrivileges(service, kPrivileges), "the service's privileges");
-  report(control.setRestarts(service, kRestartDelaysMs, kRestartResetSeconds),
+  platform::ServiceSetup& setup = *system.setup;
+  report(setup.giveIdentity(service), "the service's own identity");
+  report(setup.keepPrivileges(service, kPrivileges), "the service's privileges");
+  report(setup.setRestarts(service, kRestartDelaysMs, kRestartResetSeconds),
          "the restarts after a failure");
-  if (options.delayedStart) report(control.delayStart(service), "the delayed start");
+  if (options.delayedStart) report(setup.delayStart(service), "the delayed start");
   if (options.account.ends_with('$')) {
-    report(control.allowLogon(options.account), "the right to log on as a service");
+    report(setup.allowLogon(options.account), "the right to log on as a service");
   }
   if (!options.workFolder.empty()) {
-    report(control.admitToFolder(name, options.workFolder), "the rights of the work folder");
+    report(setup.admitToFolder(name, options.workFolder), "the rights of the work folder");
     makeLogFolder(options.workFolder);
     if (!writeWorkFolder(system, options.workFolder)) {
       std::printf("%s could not be written below %s: the service works in the system's folder.\n",
                   config::kWorkFolderValue, config::kServiceParametersKey);
     }
   }
-  report(control.admitToKey(name, config::kProductKey), "the rights of the key of the last day");
+  report(setup.admitToKey(name, config::kProductKey), "the rights of the key of the last day");
   // The other edition's key is not made: a member server that has it uses it.
-  report(control.sealKey(name, config::kExpirationKeyMpe, true), "the rights of the settings");
-  report(control.sealKey(name, config::kExpirationKeyMpems, false),
+  report(setup.sealKey(name, config::kExpirationKeyMpe, true), "the rights of the settings");
+  report(setup.sealKey(name, config::kExpirationKeyMpems, false),
          "the rights of the settings of a member server");
-  report(control.addEventSource(name, imagePath), "the source of events");
+  report(setup.addEventSource(name, imagePath), "the source of events");
 }
 
 // `step` and the last error as decimal text.
@@ -134,7 +135,7 @@ std::string lastErrorText(platform::Process& process) {
 
 std::string installOptionsFault(const InstallOptions& options, const ServiceSystem& system) {
   const bool any = !options.account.empty() || !options.workFolder.empty() || options.delayedStart;
-  if (any && !system.control.choosesAccount()) {
+  if (any && system.setup == nullptr) {
     return "no option is taken here: the service's unit names its account and work folder";
   }
   if (!options.account.empty() && !needsNoPassword(options.account)) {
@@ -205,7 +206,7 @@ void removeService(ServiceSystem system, const std::string& name) {
   } else {
     printLastErrorNumber(system, "Problems deleting service. Error number: ");
   }
-  if (!system.control.removeEventSource(name)) {
+  if (system.setup != nullptr && !system.setup->removeEventSource(name)) {
     printLastErrorNumber(system, "Problems removing the event source. Error number: ");
   }
   system.control.closeHandle(service);

@@ -3,6 +3,7 @@
 #pragma once
 
 #include "platform/service/service_control.h"
+#include "platform/service/service_setup.h"
 #include "platform/system/clock.h"
 #include "platform/system/process.h"
 #include "platform/system/worker_thread.h"
@@ -22,6 +23,7 @@ inline constexpr const char* kDispatchName = "Pwsentry Pro Password Expiration S
 // Owns nothing.
 struct ServiceSystem {
   platform::ServiceControl& control;
+  platform::ServiceSetup* setup;  // null where a service is not equipped when it is installed
   platform::WorkerThreads& threads;
   platform::Process& process;
   platform::Clock& clock;

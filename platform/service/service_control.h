@@ -11,7 +11,6 @@
 #include <functional>
 #include <memory>
 #include <string>
-#include <vector>
 
 #include "platform/registry/registry.h"
 #include "platform/service/event.h"
@@ -95,52 +94,17 @@ class ServiceControl {
   virtual bool queryStatus(ServiceHandle service, ServiceStatus& status) = 0;
   virtual bool control(ServiceHandle service, ServiceControlCode code, ServiceStatus& status) = 0;
   virtual bool deleteService(ServiceHandle service) = 0;
-  // Whether the account, the work folder and the rights of a service are chosen when it is
-  // installed. Where not, the file that describes the service to its manager has them, and the
-  // calls up to sealKey do nothing and succeed.
-  virtual bool choosesAccount() const = 0;
-  // Restarts a service that ends with an error, each time after the next of these delays (ms); the
-  // last one counts for all that follow. The count begins anew after so many seconds without one.
-  virtual bool setRestarts(ServiceHandle service, const std::vector<std::uint32_t>& delaysMs,
-                           std::uint32_t resetSeconds) = 0;
-  // Starts it some minutes after the services that start with the machine.
-  virtual bool delayStart(ServiceHandle service) = 0;
-  // Adds the service's own identity ("NT SERVICE\NAME") to its process, whatever its account is.
-  virtual bool giveIdentity(ServiceHandle service) = 0;
-  // Takes all other privileges from its process.
-  virtual bool keepPrivileges(ServiceHandle service, const std::vector<std::string>& names) = 0;
-  // The right of an account to log on as a service.
-  virtual bool allowLogon(const std::string& account) = 0;
-  // Lets the service's own identity read and write a folder. One that is made for it is for nobody
-  // else but the system and administrators.
-  virtual bool admitToFolder(const std::string& service, const std::string& folder) = 0;
-  // The same for a registry key below HKEY_LOCAL_MACHINE, which keeps its other rights.
-  virtual bool admitToKey(const std::string& service, const std::string& path) = 0;
-  // Lets nobody but that identity, the system and administrators read a key, which holds secrets.
-  // Where there is none it is made, unless `make` is false.
-  virtual bool sealKey(const std::string& service, const std::string& path, bool make) = 0;
-
   // A manager's or a service's handle; kNoServiceHandle is let pass.
   virtual void closeHandle(ServiceHandle handle) = 0;
 
   // The registry in which the manager keeps its services (RegConnectRegistryA, no machine name).
   virtual WinError connectRegistry(std::unique_ptr<Registry>& registry) = 0;
 
-  // The system's event log. By default there is none: a journal that takes the service's standard
-  // error, and notes itself what is started and stopped, needs nothing more.
-  //
-  // Enters an event, by any thread. What does not fit is cut off. An event log that takes nothing
-  // is passed over: the text is on standard error too.
+  // Enters an event in the system's event log, by any thread. What does not fit is cut off. An
+  // event log that takes nothing is passed over: the text is on standard error too. By default
+  // there is none: a journal that takes the service's standard error, and notes itself what is
+  // started and stopped, needs nothing more.
   virtual void reportEvent(Event event, const std::string& text) { (void)event, (void)text; }
-  // Registers a program as the source of such events, and removes it again.
-  virtual bool addEventSource(const std::string& name, const std::string& imagePath) {
-    (void)name, (void)imagePath;
-    return true;
-  }
-  virtual bool removeEventSource(const std::string& name) {
-    (void)name;
-    return true;
-  }
 };
 
 // Never destroyed.

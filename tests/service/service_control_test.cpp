@@ -24,7 +24,7 @@ constexpr WinError kFault = 1234;  // "(0x4d2)"
 
 using Handler = std::function<void(ServiceControlCode)>;
 
-struct FakeSystem : ServiceControl, WorkerThreads, Process, service::ServiceWork {
+struct FakeSystem : ServiceControl, ServiceSetup, WorkerThreads, Process, service::ServiceWork {
   std::string calls;             // a line for each
   std::string failing = "none";  // how the line of the failing call begins
   std::vector<int> controls;     // what comes while the service waits
@@ -32,7 +32,9 @@ struct FakeSystem : ServiceControl, WorkerThreads, Process, service::ServiceWork
   std::string message = "Out of luck.\r\n";
   test_support::ManualClock clock;
 
-  service::ServiceSystem system() { return {*this, *this, *this, clock}; }
+  service::ServiceSystem system() {
+    return {*this, failing == "no setup" ? nullptr : this, *this, *this, clock};
+  }
 
   bool startDispatcher(const std::string& name, std::function<void()> main) override {
     if (!call("dispatch " + name)) return false;
@@ -73,7 +75,6 @@ struct FakeSystem : ServiceControl, WorkerThreads, Process, service::ServiceWork
     return call("control " + std::to_string(static_cast<int>(code)), h);
   }
   bool deleteService(ServiceHandle h) override { return call("delete", h); }
-  bool choosesAccount() const override { return failing != "accounts"; }
   bool setRestarts(ServiceHandle h, const std::vector<std::uint32_t>& delays,
                    std::uint32_t reset) override {
     std::string line = "restarts after";
@@ -190,7 +191,7 @@ TEST(ServiceEntry, RefusesAnInstallationThatIsNotMeant) {
       {{"--delayed-start", "--account"}, "--account needs a value"},
       {{"--account", "S\\P$"}, "--account needs --work-folder"},
       {{"--work-folder", "x", "--account", "S\\Paul"}, "--account: S\\Paul has a password"},
-      {{"--delayed-start"}, "no option is taken here", "accounts"},
+      {{"--delayed-start"}, "no option is taken here", "no setup"},
   };
   for (const auto& c : cases) {
     FakeSystem fake;

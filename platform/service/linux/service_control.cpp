@@ -19,6 +19,7 @@
 #include <systemd/sd-daemon.h>
 
 #include "platform/service/linux/systemd_units.h"
+#include "platform/service/service_setup.h"
 #include "platform/system/linux/last_error.h"
 
 namespace platform {
@@ -133,7 +134,7 @@ class SystemdControl final : public ServiceControl {
   }
 
   ServiceHandle createService(ServiceHandle manager, const NewService& service) override {
-    // The unit names the account, and has what the calls below are for.
+    // The unit names the account.
     const bool created = isManager(manager) && succeeded(units_.create(service));
     return created ? handleOf(service.name) : kNoServiceHandle;
   }
@@ -170,18 +171,6 @@ class SystemdControl final : public ServiceControl {
     const std::string* name = nameOf(service);
     return name != nullptr && succeeded(units_.remove(*name));
   }
-
-  bool choosesAccount() const override { return false; }
-  bool setRestarts(ServiceHandle, const std::vector<std::uint32_t>&, std::uint32_t) override {
-    return true;
-  }
-  bool delayStart(ServiceHandle) override { return true; }
-  bool giveIdentity(ServiceHandle) override { return true; }
-  bool keepPrivileges(ServiceHandle, const std::vector<std::string>&) override { return true; }
-  bool allowLogon(const std::string&) override { return true; }
-  bool admitToFolder(const std::string&, const std::string&) override { return true; }
-  bool admitToKey(const std::string&, const std::string&) override { return true; }
-  bool sealKey(const std::string&, const std::string&, bool) override { return true; }
 
   void closeHandle(ServiceHandle) override {}  // they are numbers
 
@@ -225,6 +214,11 @@ class SystemdControl final : public ServiceControl {
 ServiceControl& systemServiceControl() {
   static SystemdControl control;
   return control;
+}
+
+// The unit has it all.
+ServiceSetup* systemServiceSetup() {
+  return nullptr;
 }
 
 }  // namespace platform

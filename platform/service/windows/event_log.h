@@ -8,7 +8,7 @@
 
 namespace platform {
 
-// As ServiceControl has them (service_control.h).
+// As ServiceControl and ServiceSetup have them.
 void enterEvent(Event event, const std::string& text);
 WinError addEventSourceKey(const std::string& name, const std::string& imagePath);
 WinError removeEventSourceKey(const std::string& name);
