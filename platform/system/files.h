@@ -112,7 +112,7 @@ class FileLock {
  public:
   enum class Wait { Yes, No };
   // Locks "NAME.lock", made when missing. `held()` is false when it cannot be made or, without
-  // waiting, is held by another: then `isTaken()` is true.
+  // waiting, is held by another: then `isTaken()` is true. fileErrorText() has the reason.
   explicit FileLock(const std::string& name, Wait wait = Wait::Yes);
   ~FileLock();
   FileLock(const FileLock&) = delete;

@@ -258,12 +258,25 @@ class ControlTest(Machine):
 
     def test_works_in_a_folder_of_its_own(self):
         work = self.windows.drive / "Work Folder"
-        self.prepare([person("walter", 59)], site_registry(1, emailAdminReports=0))
+        (log := self.system / "events.log").unlink(missing_ok=True)
+        self.prepare([person("walter", 20)], site_registry(1, emailAdminReports=0))
         self.assertEqual(self.program("-install", "--Work-Folder", r"C:\Work Folder")[1].count("\n"), 2)
         wait_until(lambda: list(work.glob("LogFiles/*last-run.json")))
         status = self.windows.run(self.folder / "pwlapse.exe", "status", cwd=self.folder)
         self.assertRegex(status.stdout, rb"last pass")
         self.assertFalse(self.logs.exists())
+        lock = work / "pwsentry_pro_domain_users.txt.lock"
+        for fault, spoil, events in (
+                ("", lambda: None, r"\A4 1 .*\n4 10 pass over 1 line in 1 list, [^\n|]+; the next pass is in 24 h\n"),
+                ("ADsOpenObject", lambda: None, r"\A4 1 .*\n1 21 FAILED: could not bind [^\n|]+\n(.+\n)*2 11 pass"),
+                ("", lambda: lock.unlink() or lock.mkdir(), r"\A4 1 .*\n1 12 FAILED: no pass [^\n|]+lock: Permission denied\n")):
+            with self.subTest(events):
+                self.control(STOP)
+                log.unlink()
+                (self.system / "fault.txt").write_text(fault)
+                spoil()
+                self.windows.run("sc", "start", SERVICE)
+                wait_until(lambda: log.exists() and re.search(events, log.read_text(CODE_PAGE)))
         self.program("-remove")
         wait_until(lambda: self.control() == b"error 1060")
         self.assert_gone()

@@ -38,12 +38,21 @@ constexpr bool numbersAgree() {
 }
 static_assert(numbersAgree());
 
+// The event viewer takes a per cent sign before a digit for the place of another text.
+std::string withoutPlaces(std::string text) {
+  const auto isDigit = [](char c) { return c >= '0' && c <= '9'; };
+  for (std::size_t at = 0; (at = text.find('%', at)) != std::string::npos; ++at) {
+    if (at + 1 < text.size() && isDigit(text[at + 1])) text.insert(at + 1, 1, ' ');
+  }
+  return text;
+}
+
 }  // namespace
 
 void enterEvent(Event event, const std::string& text) {
   const HANDLE log = RegisterEventSourceA(nullptr, kSource);
   if (log == nullptr) return;
-  const std::string shown = text.substr(0, kLongestText);
+  const std::string shown = withoutPlaces(text.substr(0, kLongestText));
   const char* const texts[] = {shown.c_str()};
   for (const EventRow& row : kRows) {
     if (row.event != event) continue;

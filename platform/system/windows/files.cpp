@@ -299,7 +299,10 @@ FileLock::FileLock(const std::string& name, Wait wait) {
   const HANDLE file = CreateFileA((name + ".lock").c_str(), GENERIC_READ | GENERIC_WRITE,
                                   FILE_SHARE_READ | FILE_SHARE_WRITE, nullptr, OPEN_ALWAYS,
                                   FILE_ATTRIBUTE_NORMAL, nullptr);
-  if (file == INVALID_HANDLE_VALUE) return;
+  if (file == INVALID_HANDLE_VALUE) {
+    errno = errnoOf(GetLastError());
+    return;
+  }
   OVERLAPPED start{};
   const DWORD how = LOCKFILE_EXCLUSIVE_LOCK | (wait == Wait::Yes ? 0 : LOCKFILE_FAIL_IMMEDIATELY);
   if (LockFileEx(file, how, 0, 1, 0, &start) != 0) {
@@ -308,6 +311,7 @@ FileLock::FileLock(const std::string& name, Wait wait) {
     const DWORD error = GetLastError();
     taken_ = error == ERROR_LOCK_VIOLATION || error == ERROR_IO_PENDING;
     CloseHandle(file);
+    errno = taken_ ? EAGAIN : errnoOf(error);
   }
 }
 
