@@ -1,5 +1,6 @@
 // `pwlapse run --dry-run`: what a pass would do now and, with --set, how much more or less of it.
 #include <array>
+#include <optional>
 #include <utility>
 
 #include "base/format_text.h"
@@ -22,6 +23,7 @@ struct Totals {
   std::array<std::uint64_t, service::kOutcomes> counts{};
   std::uint64_t mailed = 0;
   std::uint64_t forced = 0;
+  std::optional<std::uint64_t> managers;  // who are mailed; empty without managerDays
 };
 
 // Counts, and shows the progress.
@@ -53,21 +55,43 @@ std::pair<service::PassRecord, Totals> dryRun(platform::SystemHost& system,
   service::DryRunOptions options;
   options.reportFile = reportFile;
   service::PassRecord record = service::makeDryRun(system.host(), &counter, options);
-  return {std::move(record), counter.totals()};
+  Totals totals = counter.totals();
+  if (record.managers) totals.managers = record.managers->sent;
+  return {std::move(record), totals};
 }
 
-// "8 would be mailed, 3 more than without --set"
-std::string comparison(const char* what, std::uint64_t with, std::uint64_t without) {
-  std::string text = formatText("%llu would be %s", static_cast<unsigned long long>(with), what);
-  if (with == without) return text + ", as many as without --set\n";
-  const std::uint64_t difference = with > without ? with - without : without - with;
+// "8 would be mailed" and, with a number to compare with, ", 3 more than without --set".
+std::string totalLine(const char* words, std::uint64_t with, std::optional<std::uint64_t> without) {
+  std::string text = formatText("%llu %s", static_cast<unsigned long long>(with), words);
+  if (!without) return text + '\n';
+  if (with == *without) return text + ", as many as without --set\n";
+  const std::uint64_t difference = with > *without ? with - *without : *without - with;
   return text + formatText(", %llu %s than without --set\n",
                            static_cast<unsigned long long>(difference),
-                           with > without ? "more" : "fewer");
+                           with > *without ? "more" : "fewer");
+}
+
+// Below the table: `without` is what a pass without --set would do, where there is --set.
+std::string totalLines(const Totals& totals, const std::optional<Totals>& without) {
+  std::string text;
+  if (without) {
+    text += totalLine("would be mailed", totals.mailed, without->mailed) +
+            totalLine("would be forced", totals.forced, without->forced);
+  }
+  if (totals.managers || (without && without->managers)) {
+    const std::uint64_t managers = totals.managers.value_or(0);
+    std::optional<std::uint64_t> before;
+    if (without) before = without->managers.value_or(0);
+    text += totalLine(managers == 1 ? "manager would be mailed" : "managers would be mailed",
+                      managers, before);
+  }
+  return text.empty() ? text : '\n' + text;
 }
 
 JsonValue totalsJson(const Totals& totals) {
-  return {{"mailed", totals.mailed}, {"forced", totals.forced}};
+  JsonValue json = {{"mailed", totals.mailed}, {"forced", totals.forced}};
+  if (totals.managers) json["managersMailed"] = *totals.managers;
+  return json;
 }
 
 }  // namespace
@@ -102,22 +126,22 @@ int dryRunCommand(const RunOptions& options) {
                  reportFile.empty() ? "" : " but the report") +
       formatText("%llu lines in %i user lists%s\n\n", static_cast<unsigned long long>(record.lines),
                  record.lists, record.reportOnly ? ", report-only mode" : "");
-  Totals without;
+  std::optional<Totals> without;
   if (before) {
     without = dryRun(*before, "").second;
     answer.table.columns.push_back({"linesWithoutSet", "WITHOUT --set"});
-    answer.members["wouldWithoutSet"] = totalsJson(without);
-    answer.below = '\n' + comparison("mailed", totals.mailed, without.mailed) +
-                   comparison("forced", totals.forced, without.forced);
+    answer.members["wouldWithoutSet"] = totalsJson(*without);
   }
+  answer.below = totalLines(totals, without);
   for (int i = 0; i < service::kOutcomes; ++i) {
     const auto outcome = static_cast<service::Outcome>(i);
-    if (totals.counts.at(i) == 0 && without.counts.at(i) == 0) continue;
+    const std::uint64_t withoutSet = without ? without->counts.at(i) : 0;
+    if (totals.counts.at(i) == 0 && withoutSet == 0) continue;
     answer.table.rows.push_back(
         {outcomeCode(outcome),
          {service::outcomeLabel(outcome, notify::PassMode::Dry), outcomeTone(outcome)},
          totals.counts.at(i)});
-    if (before) answer.table.rows.back().emplace_back(without.counts.at(i));
+    if (without) answer.table.rows.back().emplace_back(withoutSet);
   }
   const TextStyle style = outputStyle();
   answer.below += findingsText(record.findings.problems(), record.findings.notes(), style);

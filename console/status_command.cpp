@@ -66,7 +66,8 @@ std::string headline(const LastRun& run, const Calendar& calendar, std::int64_t 
   std::string text =
       "last pass " + roughSpanText(age) + " ago (" + calendar.momentText(run.ended) + ")";
   if (age > maxAge) text = "no pass within " + roughSpanText(maxAge) + ": " + text;
-  text += ", " + counted(run.lines, "line") + ", " + counted(run.mailsSent, "mail") + " sent";
+  text += ", " + counted(run.lines, "line") + ", " + counted(run.mails.sent, "mail") + " sent";
+  if (run.managers) text += ", " + counted(run.managers->sent, "manager") + " mailed";
   if (run.reportOnly) text += ", report-only mode";
   if (!run.allWell()) text += ", " + counted(run.problems.count, "problem");
   if (run.next) text += "; next " + calendar.momentText(*run.next);

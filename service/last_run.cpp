@@ -63,8 +63,12 @@ LastRun runOf(const Json& json) {
   for (int i = 0; i < kOutcomes; ++i) {
     run.counts[i] = json.at("outcomes").value(outcomeLabel(static_cast<Outcome>(i)), 0ULL);
   }
-  run.mailsSent = json.at("mailsSent").get<std::uint64_t>();
-  run.mailsFailed = json.at("mailsFailed").get<std::uint64_t>();
+  run.mails = {json.at("mailsSent").get<std::uint64_t>(),
+               json.at("mailsFailed").get<std::uint64_t>()};
+  if (json.contains("managersMailed")) {
+    run.managers = {json.at("managersMailed").get<std::uint64_t>(),
+                    json.at("managersFailed").get<std::uint64_t>()};
+  }
   run.problems = findingsOf(json.at("problems"));
   run.notes = findingsOf(json.at("notes"));
   return run;
@@ -81,8 +85,8 @@ LastRun lastRunOf(const PassRecord& record, std::int64_t ended) {
   run.lists = record.lists;
   run.lines = record.lines;
   run.counts = record.counts;
-  run.mailsSent = record.mailsSent;
-  run.mailsFailed = record.mailsFailed;
+  run.mails = record.mails;
+  run.managers = record.managers;
   run.problems = record.findings.problems();
   run.notes = record.findings.notes();
   if (run.allWell()) run.lastSuccess = ended;
@@ -94,20 +98,24 @@ std::string lastRunText(const LastRun& run) {
   for (int i = 0; i < kOutcomes; ++i) {
     outcomes[outcomeLabel(static_cast<Outcome>(i))] = run.counts[i];
   }
-  const Json json = {{"version", kVersion},
-                     {"began", utcText(run.began)},
-                     {"ended", utcText(run.ended)},
-                     {"durationSeconds", run.durationSeconds},
-                     {"next", timeJson(run.next)},
-                     {"lastSuccess", timeJson(run.lastSuccess)},
-                     {"reportOnly", run.reportOnly},
-                     {"lists", run.lists},
-                     {"lines", run.lines},
-                     {"outcomes", std::move(outcomes)},
-                     {"mailsSent", run.mailsSent},
-                     {"mailsFailed", run.mailsFailed},
-                     {"problems", findingsJson(run.problems)},
-                     {"notes", findingsJson(run.notes)}};
+  Json json = {{"version", kVersion},
+               {"began", utcText(run.began)},
+               {"ended", utcText(run.ended)},
+               {"durationSeconds", run.durationSeconds},
+               {"next", timeJson(run.next)},
+               {"lastSuccess", timeJson(run.lastSuccess)},
+               {"reportOnly", run.reportOnly},
+               {"lists", run.lists},
+               {"lines", run.lines},
+               {"outcomes", std::move(outcomes)},
+               {"mailsSent", run.mails.sent},
+               {"mailsFailed", run.mails.failed},
+               {"problems", findingsJson(run.problems)},
+               {"notes", findingsJson(run.notes)}};
+  if (run.managers) {
+    json["managersMailed"] = run.managers->sent;
+    json["managersFailed"] = run.managers->failed;
+  }
   return json.dump(2, ' ', false, Json::error_handler_t::replace) + '\n';
 }
 

@@ -23,8 +23,8 @@ struct LastRun {
   int lists = 0;
   std::uint64_t lines = 0;
   std::array<std::uint64_t, kOutcomes> counts{};  // by outcome
-  std::uint64_t mailsSent = 0;
-  std::uint64_t mailsFailed = 0;
+  MailCounts mails;
+  std::optional<MailCounts> managers;  // empty without managerDays
   config::FindingLines problems;
   config::FindingLines notes;
 

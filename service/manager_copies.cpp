@@ -43,17 +43,14 @@ bool ManagerCopies::hasAddress(const Staff& staff) {
 // Mails one manager. False when it is to be tried again.
 bool ManagerCopies::isSettled(const Staff& staff, bool mayRetry) {
   if (pass_.memory.state() == WarningMemory::State::Held) return true;  // a problem already
-  if (isToStop_()) {
-    ++stopped_;
-    return true;
-  }
   const notify::MailOutcome outcome =
       notify::sendManagerMail(pass_.mailContext(host_, log_), staff);
   if (!outcome.sent() && outcome.mayRetry && mayRetry) return false;
   if (outcome.sent()) {
-    ++pass_.record.managersMailed;
+    ++counts_.sent;
     for (const notify::UserRecord& user : staff) pass_.memory.copied(user);
   } else {
+    ++counts_.failed;
     const directory::UserDirectoryData& data = staff.front().data;
     pass_.record.addFailedMail(
         "mail to the manager " + data.managerName + " <" + data.managerEmail + ">", outcome);
@@ -62,23 +59,22 @@ bool ManagerCopies::isSettled(const Staff& staff, bool mayRetry) {
 }
 
 void ManagerCopies::send() {
-  constexpr std::uint64_t kMsPerSecond = 1000;
-  const std::uint64_t delayMs = pass_.settings.smtpRetryDelay * kMsPerSecond;
+  if (pass_.settings.managerDays == 0) return;
   const std::uint32_t retries = pass_.mostRetries();
   std::erase_if(staffs_, [this](const auto& staff) { return !hasAddress(staff.second); });
   for (auto& [manager, staff] : staffs_) sortStaff(staff);
-  for (std::uint32_t round = 0; !staffs_.empty(); ++round) {
+  for (std::uint32_t round = 0;; ++round) {
     std::erase_if(staffs_, [this, round, retries](const auto& staff) {
-      return isSettled(staff.second, round < retries);
+      return !isToStop_() && isSettled(staff.second, round < retries);
     });
-    if (staffs_.empty()) break;
-    pass_.mailer->sleep(delayMs << round);
+    if (staffs_.empty() || isToStop_() || !pass_.mailer->sleep(pass_.retryDelayMs(round))) break;
     pass_.mailer->allowOneMore();
   }
-  if (stopped_ == 0) return;
-  pass_.record.findings.problem(base::formatText("the pass was stopped: %llu %s not mailed",
-                                                 static_cast<unsigned long long>(stopped_),
-                                                 stopped_ == 1 ? "manager was" : "managers were"));
+  pass_.record.managers = counts_;
+  if (staffs_.empty()) return;
+  pass_.record.findings.problem(base::formatText(
+      "the pass was stopped: %llu %s not mailed", static_cast<unsigned long long>(staffs_.size()),
+      staffs_.size() == 1 ? "manager was" : "managers were"));
 }
 
 }  // namespace service

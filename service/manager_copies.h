@@ -2,7 +2,6 @@
 // to the users, one mail for each manager. Used by the pass only, on its thread.
 #pragma once
 
-#include <cstdint>
 #include <functional>
 #include <map>
 #include <string>
@@ -39,7 +38,7 @@ class ManagerCopies {
   PassState& pass_;
   std::function<bool()> isToStop_;
   Staffs staffs_;  // those who are still to be mailed
-  std::uint64_t stopped_ = 0;
+  MailCounts counts_;
 };
 
 }  // namespace service

@@ -34,10 +34,15 @@ std::string timeMetric(const char* name, const char* help,
   return time ? metric(name, help, static_cast<double>(*time)) : "";
 }
 
+std::string mailMetric(const std::string& name, const char* help, const MailCounts& mails) {
+  return heading(name, help) + sample(name, "result", "sent", mails.sent) +
+         sample(name, "result", "failed", mails.failed);
+}
+
 }  // namespace
 
 std::string metricsText(const LastRun& run) {
-  const std::string users = "pwlapse_last_pass_users", mails = "pwlapse_last_pass_mails";
+  const std::string users = "pwlapse_last_pass_users";
   std::string text =
       timeMetric("pwlapse_last_pass_timestamp_seconds", "When the last pass ended.", run.ended) +
       timeMetric("pwlapse_last_success_timestamp_seconds",
@@ -52,9 +57,12 @@ std::string metricsText(const LastRun& run) {
   for (int i = 0; i < kOutcomes; ++i) {
     text += sample(users, "outcome", outcomeLabel(static_cast<Outcome>(i)), run.counts[i]);
   }
-  text += heading(mails, "Warnings of the last pass by what became of them.") +
-          sample(mails, "result", "sent", run.mailsSent) +
-          sample(mails, "result", "failed", run.mailsFailed);
+  text += mailMetric("pwlapse_last_pass_mails", "Warnings of the last pass by what became of them.",
+                     run.mails);
+  if (run.managers) {
+    text += mailMetric("pwlapse_last_pass_manager_mails",
+                       "Mails to managers of the last pass by what became of them.", *run.managers);
+  }
   text += metric("pwlapse_last_pass_problems", "Problems of the last pass.",
                  static_cast<double>(run.problems.count));
   text += metric("pwlapse_last_pass_notes", "Notes of the last pass: what may be a mistake.",

@@ -385,14 +385,14 @@ void Pass::settleHeldUsers() {
 // Waits until the mails that were refused for now are to be tried again. False when there are none
 // or it has been tried often enough, or the pass is to end.
 bool Pass::awaitRetries(std::uint32_t round) {
-  constexpr std::uint64_t kMsPerSecond = 1000;
   const bool anyWaits = std::any_of(pass_.held.begin(), pass_.held.end(),
                                     [](const HeldUser& held) { return held.user.mailHeld; });
   if (!anyWaits || pass_.retriesLeft == 0 || stopRequested()) return false;
-  const std::uint64_t delay = pass_.settings.smtpRetryDelay * kMsPerSecond;
+  constexpr std::uint64_t kMsPerSecond = 1000;
+  const std::uint64_t delayMs = pass_.retryDelayMs(round);
   log_.print("mails that were refused for now are tried again in %u s\n",
-             static_cast<unsigned>((delay << round) / kMsPerSecond));
-  if (!pass_.mailer->sleep(delay << round)) return false;
+             static_cast<unsigned>(delayMs / kMsPerSecond));
+  if (!pass_.mailer->sleep(delayMs)) return false;
   --pass_.retriesLeft;
   pass_.mailer->allowOneMore();
   return true;
@@ -411,12 +411,10 @@ notify::MailOutcome Pass::mailReport() {
     return notify::sendAdminReport(pass_.settings, pass_.report, run_.mode, *pass_.mailer);
   };
   notify::MailOutcome outcome = mail();
-  std::uint64_t delayMs = std::uint64_t{pass_.settings.smtpRetryDelay} * 1000;
-  for (std::uint32_t i = pass_.mostRetries(); i > 0; --i) {
+  for (std::uint32_t round = 0; round < pass_.mostRetries(); ++round) {
     if (outcome.result != notify::MailResult::RefusedForNow) break;
-    if (!pass_.mailer->sleep(delayMs)) break;
+    if (!pass_.mailer->sleep(pass_.retryDelayMs(round))) break;
     outcome = mail();
-    delayMs *= 2;
   }
   return outcome;
 }
@@ -429,11 +427,13 @@ bool Pass::wantsReportMailed() const {
   if (!changes && !base::equalsNoCase(when, config::kReportProblems)) return true;
   if (!pass_.record.allWell()) return true;
   const std::uint64_t forced = pass_.record.counts[static_cast<std::size_t>(Outcome::Expired)];
-  return changes && pass_.record.mailsSent + pass_.record.managersMailed + forced != 0;
+  return changes && pass_.record.mails.sent + pass_.record.managerMails().sent + forced != 0;
 }
 
 void Pass::finishReport() {
-  if ((pass_.record.mailsFailed != 0 || testEmailFailed_) && pass_.mailer->errorIsKept()) {
+  const bool anyFailed =
+      pass_.record.mails.failed + pass_.record.managerMails().failed != 0 || testEmailFailed_;
+  if (anyFailed && pass_.mailer->errorIsKept()) {
     findings_.note("what the mail server said to the last mail that failed is in " +
                    std::string(config::kMailErrorFile));
   }

@@ -22,10 +22,6 @@ void appendLines(std::string& text, FindingKind kind, const config::FindingLines
   }
 }
 
-const char* managersLabel(notify::PassMode mode) {
-  return mode == notify::PassMode::Dry ? "managers to mail" : "managers mailed";
-}
-
 // "3 no e-mail address, 9 not a warning day"
 std::string noMailText(const PassRecord& pass) {
   std::string text;
@@ -57,8 +53,9 @@ void PassRecord::addUser(const notify::UserRecord& user, const std::string& list
     findings.note("the e-mail address of " + user.username +
                   " could not be looked up: " + user.lookUpError);
   }
-  if (user.emailedText == "yes") ++mailsSent;
+  if (user.emailedText == "yes") ++mails.sent;
   if (user.mailFailed) {
+    ++mails.failed;
     addFailedMail("mail to " + user.username + " <" + user.data.email + ">", user.mail);
   }
   using notify::Expiry;
@@ -66,7 +63,6 @@ void PassRecord::addUser(const notify::UserRecord& user, const std::string& list
 }
 
 void PassRecord::addFailedMail(const std::string& whose, const notify::MailOutcome& mail) {
-  ++mailsFailed;
   if (mail.result == notify::MailResult::NotTried) {
     ++mailsNotTried;
     return;
@@ -157,9 +153,9 @@ std::string passLine(const PassRecord& pass) {
     if (static_cast<Outcome>(i) == Outcome::NotMailed) text += " (" + noMailText(pass) + ")";
     before = ", ";
   }
-  text += "; " + count(pass.mailsSent, "mail", "mails") + " sent";
-  if (pass.managersMailed != 0) {
-    text += ", and " + count(pass.managersMailed, "manager", "managers") + " mailed";
+  text += "; " + count(pass.mails.sent, "mail", "mails") + " sent";
+  if (pass.managerMails().sent != 0) {
+    text += ", and " + count(pass.managerMails().sent, "manager", "managers") + " mailed";
   }
   if (pass.findings.problems().count != 0) {
     text += "; " + count(pass.findings.problems().count, "problem", "problems");
@@ -186,9 +182,9 @@ std::string summaryText(const PassRecord& pass) {
                        static_cast<unsigned long long>(pass.counts[i]),
                        why ? (": " + noMailText(pass)).c_str() : "");
   }
-  if (pass.managersMailed != 0) {
-    text += formatText("  %-16s %8llu\n", managersLabel(pass.mode),
-                       static_cast<unsigned long long>(pass.managersMailed));
+  if (pass.managerMails().sent != 0) {
+    text += formatText("  %-16s %8llu\n", "managers mailed",
+                       static_cast<unsigned long long>(pass.managerMails().sent));
   }
   return text + findingsText(pass.findings);
 }

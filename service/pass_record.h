@@ -4,6 +4,7 @@
 
 #include <array>
 #include <cstdint>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -12,6 +13,11 @@
 #include "service/outcome.h"
 
 namespace service {
+
+struct MailCounts {
+  std::uint64_t sent = 0;
+  std::uint64_t failed = 0;  // those not tried among them
+};
 
 struct PassRecord {
   notify::PassMode mode = notify::PassMode::Live;
@@ -25,21 +31,20 @@ struct PassRecord {
   int lists = 0;            // user lists that were opened
   std::uint64_t lines = 0;  // of them
   std::array<std::uint64_t, kOutcomes> counts{};
-  // Warnings; in a dry pass those that would be.
-  std::uint64_t mailsSent = 0;
-  std::uint64_t managersMailed = 0;
-  std::uint64_t mailsFailed = 0;    // to users and managers, those not tried among them
-  std::uint64_t mailsNotTried = 0;  // the mail server had been given up
+  MailCounts mails;                    // to users; in a dry pass those that would be
+  std::optional<MailCounts> managers;  // likewise to managers; empty without managerDays
+  std::uint64_t mailsNotTried = 0;     // of both: the mail server had been given up
   // Of the users who count as NotMailed: why.
   std::array<std::uint64_t, notify::kNoMailReasons> noMailCounts{};
 
   config::Findings findings;
 
   bool allWell() const { return findings.problems().count == 0; }
+  MailCounts managerMails() const { return managers.value_or(MailCounts{}); }
   // Counts a line of a list, and says what of it is to be heard. `listName` is the policy and file
   // that name the user.
   void addUser(const notify::UserRecord& user, const std::string& listName);
-  // A mail that was not sent. `whose`: "mail to walter <walter@corp.example>".
+  // A mail that was not sent: says why. `whose`: "mail to walter <walter@corp.example>".
   void addFailedMail(const std::string& whose, const notify::MailOutcome& mail);
   // Says what concerns many mails, or many accounts, once, with their number. To be called when all
   // users are in.

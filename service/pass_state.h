@@ -39,6 +39,11 @@ struct PassState {
     constexpr std::uint32_t kMost = 10;  // the delay doubles: a larger number would be years
     return std::min(settings.smtpRetries, kMost);
   }
+  // Before a round of tries of the mails that were refused for now, the first of which is 0.
+  std::uint64_t retryDelayMs(std::uint32_t round) const {
+    constexpr std::uint64_t kMsPerSecond = 1000;
+    return (settings.smtpRetryDelay * kMsPerSecond) << round;
+  }
   // What its mails need; borrows all of it. `host` and `log` are the pass's.
   notify::WarningContext mailContext(platform::Host host, config::DebugLog& log) {
     return {host.registry, host.clock,      log,     settings,

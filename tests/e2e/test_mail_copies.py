@@ -2,6 +2,7 @@
 Postfix, read back over IMAP by Python's email package and by GMime."""
 import csv
 import io
+import json
 import pathlib
 import subprocess
 import tempfile
@@ -21,10 +22,10 @@ class CopiesTest(unittest.TestCase):
         self.folder = pathlib.Path(self.enterContext(tempfile.TemporaryDirectory()))
         self.mail = self.enterContext(PostfixMail(refused=f"gone@{DOMAIN}"))
 
-    def run_pass(self, users, **settings):
+    def run_pass(self, users, *more, **settings):
         """What the pass says."""
         options = site_files.write_site(self.folder, users, site_registry(self.mail.port, **settings))
-        return subprocess.run([PROGRAM, "run", *options], capture_output=True, text=True).stdout
+        return subprocess.run([PROGRAM, "run", *options, *more], capture_output=True, text=True).stdout
 
     def read(self):
         """{recipient: the mail as both readers find it}"""
@@ -60,6 +61,9 @@ class CopiesTest(unittest.TestCase):
                  person("lost", 59, manager=f"CN=nobody,{base}")]
         said = self.run_pass(users, managerDays=7, emailTextAlternative=1, emailAdminReports=0)
         self.assertIn("the manager of lost (CN=nobody,DC=site,DC=example) was not mailed", said)
+        record = json.loads((self.folder / "logfiles/norvyn-last-run.json").read_text("utf-8"))
+        self.assertEqual((record["managersMailed"], record["managersFailed"]), (1, 0))
+        self.assertIn("1 manager would be mailed", self.run_pass(users, "--dry-run", managerDays=7))
         mails = self.read()
         self.assertEqual(set(mails), {f"{name}@{DOMAIN}" for name in ("zoe", "far", "lost", "boss")})
         texts = dict(mails[f"boss@{DOMAIN}"]["texts"])
@@ -67,12 +71,12 @@ class CopiesTest(unittest.TestCase):
         self.assertIn("<td>zo\u00eb&lt;</td>", texts["text/html"])
         self.assertNotIn("far", texts["text/html"])
         self.assertIn("Given Name", texts["text/html"])
-        # A template of the site's own, in the manager's language.
-        (self.folder / "NorvynManagerEmail.txt").write_text(
-            "Subject: Staff\n\nHi <%managerName%>\n<%users%>[<%username%> <%daysUntilExpiration%>]<%/users%>\n")
+        # A template of the site's own, and the text that is made of it when it is filled.
+        (self.folder / "NorvynManagerEmail.html").write_text(
+            "<title>Staff</title>Hi <%managerName%><ol><%users%><li><%username%><br><%daysUntilExpiration%><%/users%></ol>")
         for file in (self.mail.folder / "mail/new").iterdir():
             file.unlink()
-        self.run_pass(users, managerDays=7, emailAdminReports=0)
+        self.run_pass(users, managerDays=7, emailTextAlternative=1, emailAdminReports=0)
         mail = self.read()[f"boss@{DOMAIN}"]
         self.assertEqual(mail["subject"], "Staff")
-        self.assertEqual(mail["texts"], [("text/plain", "Hi Given Name\n[gone 1][zo\u00eb< 7]")])
+        self.assertEqual(mail["texts"][0], ("text/plain", "Hi Given Name\n\n1. gone\n   1\n2. zo\u00eb<\n   7"))

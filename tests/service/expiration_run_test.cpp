@@ -162,7 +162,7 @@ std::string outcomeText(MailedSite& site, const WatchedPass& pass, const char* d
   std::string text = base::formatText(
       "report only %d, bound %d, mails failed %d, mailed on day %u, list of all users %d\n",
       static_cast<int>(pass.record.reportOnly), static_cast<int>(pass.record.directoryBound),
-      static_cast<int>(pass.record.mailsFailed),
+      static_cast<int>(pass.record.mails.failed),
       site.registryNumber(config::kProductKey, kLastRunDay),
       static_cast<int>(!site.read("pwsentry_pro_domain_users.txt").empty()));
   for (const UserRecord& user : pass.users) {

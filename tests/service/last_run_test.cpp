@@ -30,6 +30,7 @@ TEST(LastRun, IsReplacedByEachPassAndKeepsTheTimeOfTheLastGoodOne) {
             test_support::sectionOf(kExpected, "figures of a good pass"));
 
   std::filesystem::remove_all("collected");
+  site.setting("managerDays", 1);
   site.clock.now += test_support::kFileTimeDay;
   EXPECT_EQ(site.pass().problems().size(), 1U);
   EXPECT_EQ(withoutNoughts(site.read(config::kLastRunFile)),
