@@ -177,6 +177,12 @@ std::string indented(std::string_view text, std::size_t columns) {
   return result;
 }
 
+std::string inOneLine(std::string_view text) {
+  Lines line;
+  line.add(text);
+  return line.text();
+}
+
 class Converter {
  public:
   std::string convert(std::string_view html) {
@@ -203,11 +209,16 @@ class Converter {
  private:
   // A list item, a table, a row or a cell that is open: its text is put into the one around it when
   // it is closed.
+  struct Cell {
+    std::string text;
+    bool hasBlocks;  // its line ends are more than those of <br>
+  };
   struct Box {
     std::string name;
     Lines lines;
-    std::vector<std::string> cells;  // of a row
-    int number = 0;                  // of the list's last item; of an item: its own, 0: none
+    bool hasBlocks = false;
+    std::vector<Cell> cells;  // of a row
+    int number = 0;           // of the list's last item; of an item: its own, 0: none
   };
 
   // Where the next tag begins. A token of a template is text.
@@ -243,7 +254,9 @@ class Converter {
     if (name == "a") return link(tag);
     if (name == "pre") verbatim_ = tag.closes ? std::max(verbatim_ - 1, 0) : verbatim_ + 1;
     if (isOneOf(name, {"ul", "ol", "li", "table", "tr", "td", "th"})) return box(tag);
-    if (isBlock(name)) lines().breakLine(isParagraph(name) ? 2 : 1);
+    if (!isBlock(name)) return;
+    open_.back().hasBlocks = true;
+    lines().breakLine(isParagraph(name) ? 2 : 1);
   }
 
   // A second line break makes a blank line.
@@ -342,7 +355,7 @@ class Converter {
       if (around.name != "tr") {
         put(around, text, 1);
       } else if (!text.empty()) {
-        around.cells.push_back(text);
+        around.cells.push_back({text, closed.hasBlocks});
       }
     } else if (closed.name == "tr") {
       put(around, rowText(closed), 1);
@@ -355,18 +368,23 @@ class Converter {
   }
 
   static void put(Box& around, const std::string& text, int lineEnds) {
+    around.hasBlocks = true;
     around.lines.breakLine(lineEnds);
     around.lines.addVerbatim(text);
     around.lines.breakLine(lineEnds);
   }
 
+  static bool laysOutPage(const Cell& cell) {
+    return cell.text.find(cell.hasBlocks ? "\n" : "\n\n") != std::string::npos;
+  }
+
   static std::string rowText(const Box& row) {
-    const bool blocks =
-        std::any_of(row.cells.begin(), row.cells.end(),
-                    [](const std::string& cell) { return cell.find('\n') != std::string::npos; });
+    const std::vector<Cell>& cells = row.cells;
+    const bool oneLine = cells.size() > 1 && std::none_of(cells.begin(), cells.end(), laysOutPage);
     std::string text = row.lines.text();
-    for (const std::string& cell : row.cells) {
-      text.append(text.empty() ? "" : blocks ? "\n\n" : " | ").append(cell);
+    for (const Cell& cell : cells) {
+      text += text.empty() ? "" : oneLine ? " | " : "\n\n";
+      text += oneLine ? inOneLine(cell.text) : cell.text;
     }
     return text;
   }
@@ -396,9 +414,7 @@ std::optional<std::string> htmlTitle(std::string_view html) {
            !beginsWithNoCase(rest.substr(end), "</title")) {
       ++end;
     }
-    Lines title;
-    title.add(withoutEntities(rest.substr(0, end)));
-    return title.text();
+    return inOneLine(withoutEntities(rest.substr(0, end)));
   }
   return std::nullopt;
 }

@@ -10,8 +10,9 @@ namespace base {
 
 // Paragraphs are separated by blank lines. A link keeps its address behind its text, a picture its
 // alternative text; lists have their marks; a row of a table is one line, its cells separated by
-// " | ", unless a cell has lines of its own, as where a table lays out a page. Elements that are
-// hidden and comments are left out. "<%...%>" stays as it stands, in text and in addresses.
+// " | ", unless a cell has blocks or a blank line in it, as where a table lays out a page. Elements
+// that are hidden and comments are left out. "<%...%>" stays as it stands, in text and in
+// addresses.
 std::string htmlToText(std::string_view html);
 
 // The text of the first <title>, on one line; nothing when there is none.

@@ -125,7 +125,7 @@ void MailTemplates::finish(const Place& place, MessageTemplate& found) const {
   if (!found.html) return;
   if (!settings_.emailTextAlternative) {
     found.text.reset();
-  } else if (!found.text) {
+  } else if (!found.text && !found.html->uses(Token::Users)) {
     found.text.emplace(base::htmlToText(found.html->source()));
   }
 }
@@ -162,18 +162,20 @@ void MailTemplates::fill(kelvado::KvEmail& email, const MessageTemplate& chosen,
   const PreparedText& subject = chosen.subject ? *chosen.subject : subject_;
   email.put_Subject(settings_.subjectTokens ? subject.filled(values, TextFormat::Plain).c_str()
                                             : subject.source().c_str());
-  const std::string text = chosen.text ? chosen.text->filled(values, TextFormat::Plain) : "";
+  std::string text = chosen.text ? chosen.text->filled(values, TextFormat::Plain) : "";
   if (!chosen.html) {
     email.put_Body(text.c_str());
     return;
   }
   const std::string html = chosen.html->filled(values, TextFormat::Html);
-  if (chosen.text) {
-    email.AddPlainTextAlternativeBody(text.c_str());
-    email.AddHtmlAlternativeBody(html.c_str());
-  } else {
+  if (!settings_.emailTextAlternative) {
     email.SetHtmlBody(html.c_str());
+    return;
   }
+  // The rows of a table and the numbers of a list are known only when they are filled in.
+  if (!chosen.text) text = base::htmlToText(html);
+  email.AddPlainTextAlternativeBody(text.c_str());
+  email.AddHtmlAlternativeBody(html.c_str());
 }
 
 bool MailTemplates::needDetails() const {

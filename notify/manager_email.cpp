@@ -1,6 +1,7 @@
 #include "notify/manager_email.h"
 
 #include <algorithm>
+#include <optional>
 #include <string>
 #include <utility>
 
@@ -91,17 +92,17 @@ void composeManagerMail(kelvado::KvEmail& email, const config::ExpirationSetting
                         const MailTemplates& templates, const Staff& staff,
                         platform::Clock& clock) {
   const directory::UserDirectoryData& data = staff.front().data;
-  const MessageTemplate* found =
+  const MessageTemplate* chosen =
       templates.choose(MailKind::Manager, commonSlot(staff), data.managerLanguage).found;
-  const MessageTemplate builtIn = builtInTemplate(settings);
-  const MessageTemplate& chosen = found == nullptr ? builtIn : *found;
+  std::optional<MessageTemplate> builtIn;
+  if (chosen == nullptr) chosen = &builtIn.emplace(builtInTemplate(settings));
   const std::string to = platform::ansiToUtf8(data.managerEmail);
   email.put_Utf8(true);
   email.AddHeaderField("X-Priority", "1");
   email.put_From(platform::ansiToUtf8(settings.emailFromAddress).c_str());
   email.AddTo(to.c_str(), to.c_str());
   markAutomatic(email, settings);
-  templates.fill(email, chosen, StaffTokens(staff, clock, chosen.language));
+  templates.fill(email, *chosen, StaffTokens(staff, clock, chosen->language));
 }
 
 MailOutcome sendManagerMail(const WarningContext& context, const Staff& staff) {
