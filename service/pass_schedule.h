@@ -24,7 +24,10 @@ class PassSchedule {
   // Once, when the service has started: `lastBegan` is when the last pass began that is on record.
   // Of the times before, only one of today is made up for.
   void start(const PassTimes& times, std::optional<std::int64_t> lastBegan, std::int64_t now);
-  void passBegan(std::int64_t now) { lastBegan_ = now; }
+  void passBegan(std::int64_t now) {
+    lastBegan_ = now;
+    passedOver_.reset();  // it may be of a clock that was wrong
+  }
 
   bool isDue(const PassTimes& times, std::int64_t now) const;
   // When the next pass begins: `now` when one is due.
