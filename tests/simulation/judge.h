@@ -30,12 +30,12 @@ class Judge final : public service::PassObserver {
     began_ = world_.clock.now;
     mailsBefore_ = world_.mails.size();
     expiredLogBefore_ = world_.text(kExpiredLog).size();
-    const std::string& registry = world_.text("site.reg");
+    const std::string& registry = world_.text(kRegistryFile);
     const std::size_t recorded = registry.find("expirationLastRunDay\"=dword:");
     const bool mailedToday =
         recorded != std::string::npos &&
         std::stoi(registry.substr(recorded + 28), nullptr, 16) == world_.clock.localTime().day;
-    mayMail_ = site_.setting("limitEmails") == 0 || !mailedToday;
+    mayMail_ = site_.setting("limitEmails") == 0 || (!mailedToday && heldDay_ != localDay(began_));
     faults_ = world_.faults;
     examined_.clear();
     judged_.clear();
@@ -53,20 +53,24 @@ class Judge final : public service::PassObserver {
     const std::int64_t sinceFirst = world_.clock.wallSeconds(world_.clock.now) - firstSecond;
     const bool isNext = sinceFirst / 86400 == slot_ + 1 && sinceFirst % 86400 <= 3600;
     if (slot_ != 0 && !isNext)
-      wrong("a pass began " + std::to_string(sinceFirst % 86400) + " s late");
+      wrong("a pass began " + std::to_string(sinceFirst % 86400) + " s late, " +
+            std::to_string(sinceFirst / 86400 - slot_) + " days after the one before");
     slot_ = sinceFirst / 86400;
   }
 
-  // Before the world is restarted. `record`: none of a pass that was killed.
+  // Before World::endPass. `record`: none of a pass that was killed.
   void judge(const std::optional<service::PassRecord>& record) {
     record_ = record;
     troubled_ = !record || record->findings.problems().count != 0;
     for (const notify::UserRecord& user : examined_) judgeExamined(user);
     for (std::size_t i = mailsBefore_; i < world_.mails.size(); ++i) judgeMail(world_.mails[i]);
     for (const Forced& forced : site_.forced) judgeForced(forced);
-    for (std::size_t i = mailsBefore_; i < world_.mails.size() && !troubled_; ++i) {
+    if (troubled_) mailedDay_ = -1;  // it is also written for a mail that fails
+    for (std::size_t i = mailsBefore_; i < world_.mails.size(); ++i) {
       const DeliveredMail& mail = world_.mails[i];
-      if (mail.recipient != kAdministrator) mailedDay_ = localDay(mail.when);
+      if (mail.recipient == kAdministrator) continue;
+      if (!troubled_) mailedDay_ = localDay(mail.when);
+      heldDay_ = said("limitEmails holds") ? localDay(mail.when) : -1;
     }
     const auto limit = static_cast<std::size_t>(site_.setting("maxExpirations"));
     if (limit != 0 && site_.forced.size() > limit) wrong("more were forced than maxExpirations");
@@ -76,12 +80,13 @@ class Judge final : public service::PassObserver {
 
   // After it: registry, record of warnings and report are whole, whatever ended the pass.
   void judgeFiles() {
-    kills_ = record_ ? 0 : kills_ + 1 + world_.lastRecords;
+    if (!troubled_) kills_ = 0;  // the record of warnings was written anew
+    if (!record_) kills_ += 1 + world_.lastRecords;
     std::string error;
-    const std::string& registry = world_.text("site.reg");
+    const std::string& registry = world_.text(kRegistryFile);
     const bool written = registry.size() != site_.registryText.size();
     if (!registry.starts_with(site_.registryText) ||
-        (written && platform::RegRegistry::load("site.reg", error) == nullptr)) {
+        (written && platform::RegRegistry::load(kRegistryFile, error) == nullptr)) {
       wrong("the registry is not whole: " + error);
     }
     const std::string& report = world_.text(kReportFile);
@@ -94,6 +99,9 @@ class Judge final : public service::PassObserver {
     if (dropped > kills_) wrong("more than the last record of warnings was lost");
     world_.put(kLedgerFile, ledgerBefore);
   }
+
+  // What the process alone knew is forgotten.
+  void processEnded() { heldDay_ = -1; }
 
   // What was found wrong.
   const std::vector<std::string>& verdicts() const { return verdicts_; }
@@ -210,12 +218,17 @@ class Judge final : public service::PassObserver {
   bool isRecorded(const DeliveredMail& mail) const {
     if (!mail.confirmed) return false;
     const bool last = &mail == &world_.mails.back();
-    const bool lost = faults_.powerCut && mail.when + kSecond > world_.clock.now;
+    // It is recorded some calls after it was taken.
+    const bool lost = faults_.powerCut && mail.when + kSecond + kSecond / 10 > world_.clock.now;
     if (!record_) return !last && !lost;
-    const std::string who = mail.recipient.substr(0, mail.recipient.find('@')) + " may be warned";
+    return !said(mail.recipient.substr(0, mail.recipient.find('@')) + " may be warned");
+  }
+
+  bool said(const std::string& words) const {
+    if (!record_) return false;
     const auto& lines = record_->findings.problems().lines;
-    return std::none_of(lines.begin(), lines.end(), [&](const std::string& line) {
-      return line.find(who) != std::string::npos;
+    return std::any_of(lines.begin(), lines.end(), [&](const std::string& line) {
+      return line.find(words) != std::string::npos;
     });
   }
 
@@ -330,6 +343,7 @@ class Judge final : public service::PassObserver {
   std::optional<service::PassRecord> record_;
   bool mayMail_ = true;          // limitEmails allows it
   std::int64_t mailedDay_ = -1;  // of the last mailing that the registry has
+  std::int64_t heldDay_ = -1;    // of one that the process alone knows of
   std::int64_t slot_ = 0;        // day number of the last pass at expirationServiceTime
   bool troubled_ = false;        // the pass was killed or had problems
   std::size_t kills_ = 0;        // of the last passes, in a row

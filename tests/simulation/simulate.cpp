@@ -4,9 +4,11 @@
 #include <algorithm>
 #include <cstdio>
 #include <cstdlib>
+#include <memory>
 #include <optional>
 #include <set>
 #include <string>
+#include <utility>
 
 #include "base/format_text.h"
 #include "base/timestamp.h"
@@ -21,6 +23,23 @@ namespace simulation {
 namespace {
 
 constexpr int kSettled = 30;  // days after which nobody is left who was late when the year began
+
+// The service, from its start until it is stopped or killed.
+struct Process {
+  std::unique_ptr<platform::RegRegistry> registry;
+  platform::SnapshotDirectory directory;
+  service::ExpirationRun run;
+
+  Process(std::unique_ptr<platform::RegRegistry> settings, Site& site, World& world,
+          service::PassObserver& observer)
+      : registry(std::move(settings)),
+        directory(std::make_unique<SimulatedDirectory>(site, world), world.clock),
+        run({*registry, directory, directory, world.clock}, {false, 24 * 3600 * 1000}, &observer,
+            nullptr) {
+    run.prepare();
+    if (!site.serviceTime.empty()) run.repeat();
+  }
+};
 
 class Year {
  public:
@@ -103,8 +122,7 @@ class Year {
   }
 
   // As the service does. False when the next pass is none of this day's.
-  bool awaitTime(service::ExpirationRun& run) {
-    run.repeat();
+  bool awaitTime(const service::ExpirationRun& run) {
     const service::PassTimes times = *run.passTimes();
     while (const std::int64_t left = run.secondsToPass(times)) {
       world_.clock.now += std::min(left * kSecond, 3 * kHour);
@@ -119,6 +137,13 @@ class Year {
     judge_.beginPass();
   }
 
+  void startProcess() {
+    std::string error;
+    auto registry = platform::RegRegistry::load(kRegistryFile, error);
+    if (registry == nullptr) return;
+    process_ = std::make_unique<Process>(std::move(registry), site_, world_, judge_);
+  }
+
   // False when none is due on this day.
   bool makePass() {
     const bool atTimes = !site_.serviceTime.empty();
@@ -126,17 +151,11 @@ class Year {
     const std::size_t mailsBefore = world_.mails.size();
     std::optional<service::PassRecord> record;
     try {
-      std::string error;
-      const auto registry = platform::RegRegistry::load("site.reg", error);
-      if (registry != nullptr) {
-        platform::SnapshotDirectory directory(std::make_unique<SimulatedDirectory>(site_, world_),
-                                              world_.clock);
-        service::ExpirationRun run({*registry, directory, directory, world_.clock},
-                                   {false, 24 * 3600 * 1000}, &judge_, nullptr);
-        run.prepare();
-        if (atTimes && !awaitTime(run)) return world_.restart(), false;
+      if (process_ == nullptr) startProcess();
+      if (process_ != nullptr) {
+        if (atTimes && !awaitTime(process_->run)) return false;
         if (atTimes) beginPass();
-        record = run.pass();
+        record = process_->run.pass();
       }
     } catch (const Crash&) {
     }
@@ -147,7 +166,11 @@ class Year {
       world_.story.insert(world_.story.end(), lines.begin(), lines.end());
     }
     judge_.judge(record);
-    world_.restart();
+    if (!record || world_.random.chance(300)) {
+      process_.reset();
+      judge_.processEnded();
+    }
+    world_.endPass();
     judge_.judgeFiles();
     if (!steady_ || day_ < kSettled) return true;
     std::set<std::string> mails;
@@ -174,6 +197,7 @@ class Year {
   World world_;
   Site site_;
   Judge judge_{world_, site_};
+  std::unique_ptr<Process> process_;
   std::uint64_t lastCalls_ = 1000;  // of the seam, in a whole pass
   int day_ = 0;
   std::string output_;

@@ -99,7 +99,7 @@ class Site {
       values["warning" + std::to_string(values.count("warning1") + values.count("warning2") + 1)] =
           day;
     // What the pass has written behind it stays.
-    const std::string& before = world_.text("site.reg");
+    const std::string& before = world_.text(kRegistryFile);
     const std::string written = before.substr(std::min(registryText.size(), before.size()));
     registryText = "Windows Registry Editor Version 5.00\r\n";
     section("PWExpiration", values);
@@ -113,7 +113,7 @@ class Site {
                {"emailWarnings", emailWarnings[slot]},
                {"useDirectoryPolicy", byDirectory[slot] ? 1 : 0}});
     }
-    world_.put("site.reg", registryText + written);
+    world_.put(kRegistryFile, registryText + written);
   }
 
   void writeLists() {

@@ -97,6 +97,8 @@ struct DeliveredMail {
   bool confirmed = false;  // the client was given the reply
 };
 
+inline constexpr const char* kRegistryFile = "site.reg";
+
 class World {
  public:
   explicit World(std::uint64_t seed) : random(seed) { clock.now = kStart; }
@@ -108,8 +110,9 @@ class World {
   std::set<std::string> folders{"logfiles"}, locks;
   Faults faults;
   std::vector<DeliveredMail> mails;
-  std::size_t lastRecords = 0;     // of those appended before the power cut, younger than a second
-  std::vector<std::string> story;  // of the day, for who reads a failure
+  std::int64_t registryWrites = 0;  // since the world began
+  std::size_t lastRecords = 0;      // of those appended before the power cut, younger than a second
+  std::vector<std::string> story;   // of the day, for who reads a failure
 
   const std::string& text(const std::string& path) const {  // empty when there is no such file
     static const std::string none;
@@ -117,6 +120,7 @@ class World {
     return found == files.end() ? none : found->second->current;
   }
   void put(const std::string& path, const std::string& text) {
+    if (path == kRegistryFile) ++registryWrites;
     files[path] = std::make_shared<DiskFile>(DiskFile{text});
   }
 
@@ -145,8 +149,8 @@ class World {
     return true;
   }
 
-  // A new process starts, some time later and without faults.
-  void restart() {
+  // What comes next comes some time later and without faults; of a new process when this one died.
+  void endPass() {
     lastRecords = 0;
     for (auto& [path, file] : files) {
       if (dead_ && faults.powerCut) cutPower(*file);
