@@ -1,10 +1,12 @@
 """The packages: what is in them, installed, tried and removed again. The Debian package goes into a root of
 its own, the zip into a Windows of its own."""
+import http.server
 import os
 import pathlib
 import shutil
 import subprocess
 import tempfile
+import threading
 import unittest
 import uuid
 import zipfile
@@ -102,8 +104,17 @@ class DebianPackageTest(unittest.TestCase):
                 os.environ, MANWIDTH="80", LC_ALL="C.UTF-8")).stderr, "")
 
 
+class TimeStamps(http.server.BaseHTTPRequestHandler):
+    """A time stamp server (RFC 3161), by the configuration in the folder of the server."""
+    def do_POST(self):
+        (self.server.folder / "query").write_bytes(self.rfile.read(int(self.headers["Content-Length"])))
+        run("openssl", "ts", "-reply", "-config", "stamps.cnf", "-queryfile", "query", "-out", "reply", cwd=self.server.folder)
+        self.wfile.write(b"HTTP/1.0 200 OK\r\nContent-Type: application/timestamp-reply\r\n\r\n" +
+                         (self.server.folder / "reply").read_bytes())
+
+
 class WindowsPackageTest(unittest.TestCase):
-    """Both packages, signed with a certificate that is made for it."""
+    """Both packages, signed and stamped with certificates that are made for it."""
 
     @classmethod
     def setUpClass(cls):
@@ -112,13 +123,24 @@ class WindowsPackageTest(unittest.TestCase):
         (cls.folder / "password").write_text("not for a command line\n")
         run("openssl", "pkcs12", "-export", "-in", cls.folder / "self.pem", "-inkey", cls.folder / "self.key",
             "-out", cls.folder / "self.p12", "-passout", f"file:{cls.folder / 'password'}")
+        run("openssl", "req", "-x509", "-newkey", "rsa:2048", "-nodes", "-keyout", "stamps.key", "-out", "stamps.pem",
+            "-subj", "/CN=Stamps", "-addext", "extendedKeyUsage=critical,timeStamping", cwd=cls.folder)
+        (cls.folder / "stamps.cnf").write_text(
+            "[tsa]\ndefault_tsa = a\n[a]\nserial = serial\nsigner_cert = stamps.pem\nsigner_key = stamps.key\n"
+            "signer_digest = sha256\ndigests = sha256\ndefault_policy = 1.2.3\n")
+        server = cls.enterClassContext(http.server.HTTPServer(("127.0.0.1", 0), TimeStamps))
+        server.folder = cls.folder
+        threading.Thread(target=server.serve_forever, daemon=True).start()
         run(ROOT / "scripts/package_windows", cls.folder, env=dict(
-            os.environ, PWLAPSE_CERTIFICATE=str(cls.folder / "self.p12"),
+            os.environ, PWLAPSE_TIMESTAMP_URL=f"http://127.0.0.1:{server.server_port}/",
+            PWLAPSE_CERTIFICATE=str(cls.folder / "self.p12"),
             PWLAPSE_PASSWORD_FILE=str(cls.folder / "password")))
         [cls.zip], [cls.msi] = cls.folder.glob("*.zip"), cls.folder.glob("*.msi")
 
     def assert_signed(self, file):
-        run("osslsigncode", "verify", "-CAfile", self.folder / "self.pem", "-in", file)
+        done = run("osslsigncode", "verify", "-CAfile", self.folder / "self.pem", "-TSA-CAfile",
+                   self.folder / "stamps.pem", "-in", file)
+        self.assertIn("Timestamp Server Signature verification: ok", done.stdout)
 
     def newer_msi(self):
         """The same files, as the next version."""

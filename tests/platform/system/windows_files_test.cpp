@@ -15,16 +15,6 @@ namespace {
 
 using test_support::readBytes;
 
-TEST(WindowsFiles, LinesOfTextEndAsTheSystemHasThem) {
-  const test_support::TempDir directory;
-  ASSERT_TRUE(createDirectory("LogFiles"));
-  EXPECT_TRUE(writeTextFile("logfiles\\some.log", "head\n"));
-  EXPECT_TRUE(appendToFile("logfiles//some.log", "one\ntwo\n"));
-  EXPECT_EQ(readBytes("logfiles\\some.log"), "head\r\none\r\ntwo\r\n");
-  EXPECT_TRUE(writeWholeFile("report.html", "one\n"));
-  EXPECT_EQ(readBytes("report.html"), "one\n");
-}
-
 TEST(WindowsFiles, AFileInUseStaysWholeAndNothingIsLeftBesideIt) {
   const test_support::TempDir directory;
   ASSERT_TRUE(writeWholeFile("site.reg", "old"));
