@@ -215,6 +215,19 @@ class ControlTest(Machine):
         self.assertEqual((done.returncode, done.stdout), (2, b""))
         self.assertRegex(done.stderr, rb'\Apwlapse: directory URI: "ldap://dc.site.example" is not ldif:[^\n]+\r\n\Z')
 
+    def test_a_dll_beside_the_program_is_not_loaded(self):
+        (folder := self.windows.drive / "planted").mkdir()
+        shutil.copy(WINDOWS / "console/pwlapse.exe", folder)
+        for name, said, *arguments in (
+                ("crypt32", rb"secret is written", "protect-secret", "secret"), ("dnsapi", rb"no mail exchanger", "mx", "x"),
+                ("winhttp", rb"\(WinHTTP error 12029\)", "check", "--only", "mail", "--set", "smtpAuthMethod=XOAUTH2",
+                 "--set", "oauthTokenUrl=https://127.0.0.1:1/", "--set", "oauthClientId=x",
+                 "--set", "oauthClientSecretFile=secret", "--set", "smtpServer=x", "--set", "smtpUsername=x", "--set", "smtpStartTls=1")):
+            (planted := folder / f"{name}.dll").write_text("planted")
+            done = self.windows.run(folder / "pwlapse.exe", *arguments, given=b"password\n", cwd=folder)
+            self.assertRegex(done.stdout + done.stderr, said)
+            planted.unlink()
+
     def test_redirected_output_is_in_the_code_page_of_the_console(self):
         keys = {site_files.POLICIES + r"\DefaultPolicy": {"policyName": "B\u00fcro", "maxPasswordAge": 60}}
         (self.folder / "site.reg").write_bytes(site_files.registry_file(keys))

@@ -14,9 +14,10 @@ from rig import ROOT, WINDOWS, Rig
 
 UP_SECONDS = 86400
 WAIT_SECONDS = 180
-# DLLs of the system for which a file of the same name elsewhere is preferred, if it is looked for. Not
-# crypt32 and dnsapi: Wine itself loads those from the folder of the program.
+# DLLs of the system for which a file of the same name elsewhere is preferred, if it is looked for. The
+# others Wine's own DLLs load, too, and from the folder of the program.
 DLLS_LIKE_THE_SYSTEMS = ("netapi32", "activeds", "security")
+DLLS_OF_OTHERS = ("crypt32", "dnsapi", "winhttp")
 
 
 class WinePrefix(Rig):
@@ -36,7 +37,7 @@ class WinePrefix(Rig):
             "TMPDIR": str(self.folder),  # the server leaves a folder there
             # Without its debugger a program that crashes says so by its exit status.
             "WINEDLLOVERRIDES":
-                f"winedbg.exe=d;mscoree=d;mshtml=d;{','.join(DLLS_LIKE_THE_SYSTEMS)},advapi32=n,b"}
+                f"winedbg.exe=d;mscoree=d;mshtml=d;{','.join(DLLS_LIKE_THE_SYSTEMS + DLLS_OF_OTHERS)},advapi32=n,b"}
         self.callback(self._command, "wineserver", "-w")
         self.callback(self._command, "wineserver", "-k")  # ends every program in it
         # A server that waits for its clients only would take the service manager along with the
@@ -46,11 +47,10 @@ class WinePrefix(Rig):
         # start a second one beside it.
         self._command("wineboot")
 
-    def run(self, program, *arguments, **options):
-        """A program to its end; its output as bytes."""
+    def run(self, program, *arguments, given=b"", **options):
+        """A program to its end; its output as bytes. given: its standard input."""
         return subprocess.run(self._in_time("wine", program, *arguments), env=self.environment,
-                              stdin=subprocess.DEVNULL, capture_output=True, timeout=WAIT_SECONDS,
-                              check=False, **options)
+                              input=given, capture_output=True, timeout=WAIT_SECONDS, check=False, **options)
 
     def run_in_console(self, program, *arguments, **options):
         """The same in a console, which a pseudo-terminal makes."""
