@@ -49,6 +49,9 @@ void addInit(CLI::App& app, Chosen& chosen) {
   };
   const TextOption ofTheMails[] = {
       {"--mail-server", &options->mailServer, "HOST", "Mail server"},
+      {"--smtp-user", &options->smtpUser, "NAME", "User name for its login (default: no login)"},
+      {"--smtp-password-file", &options->smtpPasswordFile, "FILE",
+       "The password, in the first line"},
       {"--sender", &options->sender, "ADDRESS", "Sender of all mails"},
       {"--administrator", &options->administrator, "ADDRESS", "Who gets the report"},
   };

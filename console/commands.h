@@ -123,6 +123,8 @@ struct InitOptions {
   std::string caFile;
   std::string trust;  // SHA-256 of the authority to store
   std::string mailServer;
+  std::string smtpUser;
+  std::string smtpPasswordFile;
   std::string sender;
   std::string administrator;
   std::vector<std::uint32_t> warnings;  // days; empty: 14, 7 and 1

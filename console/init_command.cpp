@@ -19,9 +19,11 @@
 #include "platform/network/certificate.h"
 #include "platform/system/files.h"
 #include "platform/system/path_name.h"
+#include "platform/system/stored_secret.h"
 #include "platform/system/terminal.h"
 #include "platform/text/code_page.h"
 #include "platform/text/text_lines.h"
+#include "service/service_system.h"
 
 namespace console {
 namespace {
@@ -47,6 +49,15 @@ struct Question {
   bool needed = false;
 };
 
+// A password that stands in a file.
+struct LoginFile {
+  const char* option;
+  const char* usualName;
+  const std::string& user;
+  std::string& file;
+  bool typed = false;  // the file was written by this run
+};
+
 class Init {
  public:
   explicit Init(const InitOptions& options)
@@ -58,7 +69,8 @@ class Init {
   std::string typedLine(const Question& question);
   bool answer(std::string& value, const Question& question);
   bool answers();
-  bool password();
+  bool answerMailServer();
+  bool password(LoginFile& login);
   bool reach(Domain& domain);
   bool look(Domain& domain);
   bool trust(const Domain& domain);
@@ -75,7 +87,8 @@ class Init {
   std::string file_;
   bool asks_;
   SiteProposal site_;
-  bool passwordTyped_ = false;  // its file was written by this run
+  LoginFile directoryLogin_{"--bind-password-file", "bind-password", site_.bindUser,
+                            site_.bindPasswordFile};
   std::string error_;
 };
 
@@ -147,7 +160,6 @@ bool Init::answers() {
   site_.bindUser = options_.bindUser;
   site_.bindPasswordFile = options_.bindPasswordFile;
   site_.caFile = options_.caFile;
-  site_.mailServer = options_.mailServer;
   site_.sender = options_.sender;
   site_.administrator = options_.administrator;
   site_.reportOnly = !options_.live;
@@ -166,9 +178,9 @@ bool Init::answers() {
   for (const std::uint32_t day : options_.warnings) {
     days += (days.empty() ? "" : ",") + std::to_string(day);
   }
-  if (!site_.bindUser.empty() && !password()) return false;
+  if (!site_.bindUser.empty() && !password(directoryLogin_)) return false;
   const bool complete =
-      answer(site_.mailServer, {"--mail-server", "Mail server", "", mailServerProblem, true}) &&
+      answerMailServer() &&
       answer(site_.sender, {"--sender", "Sender of the mails", "", addressProblem, true}) &&
       answer(site_.administrator,
              {"--administrator", "Administrator, who gets the report", "", addressProblem, true}) &&
@@ -178,27 +190,39 @@ bool Init::answers() {
   return complete;
 }
 
-// The password itself is asked for only where there is no file of it yet, and written into that.
-bool Init::password() {
-  if (!answer(site_.bindPasswordFile, {"--bind-password-file", "File with its password",
-                                       besideTheFile("bind-password"), nullptr, true})) {
+bool Init::answerMailServer() {
+  site_.mailServer = options_.mailServer;
+  site_.mailUser = options_.smtpUser;
+  site_.mailPasswordFile = options_.smtpPasswordFile;
+  LoginFile login{"--smtp-password-file", "smtp-password", site_.mailUser, site_.mailPasswordFile};
+  return answer(site_.mailServer, {"--mail-server", "Mail server", "", mailServerProblem, true}) &&
+         answer(site_.mailUser,
+                {"--smtp-user", "User name for its login, or empty where it wants none"}) &&
+         (site_.mailUser.empty() || password(login));
+}
+
+// The password itself is asked for only where there is no file of it yet, and stored in that.
+bool Init::password(LoginFile& login) {
+  if (!answer(login.file, {login.option, "File with the password", besideTheFile(login.usualName),
+                           nullptr, true})) {
     return false;
   }
-  site_.bindPasswordFile = platform::absolutePath(site_.bindPasswordFile);
-  if (platform::fileExists(site_.bindPasswordFile)) return true;
+  login.file = platform::absolutePath(login.file);
+  if (platform::fileExists(login.file)) return true;
   std::string typed;
   if (asks_) {
-    std::printf("Password of %s (is not shown, and written to %s): ", site_.bindUser.c_str(),
-                site_.bindPasswordFile.c_str());
+    std::printf("Password of %s (is not shown, and written to %s): ", login.user.c_str(),
+                login.file.c_str());
     std::fflush(stdout);
     platform::readHiddenLine(typed);
     std::printf("\n");
   }
-  passwordTyped_ =
-      !typed.empty() && platform::replaceFileAtomically(site_.bindPasswordFile, typed + "\n");
+  std::string why = "is not there, and was not made";
+  login.typed =
+      !typed.empty() && platform::storeSecret(login.file, typed, service::kServiceName, why);
   std::fill(typed.begin(), typed.end(), '\0');
-  if (!passwordTyped_) error_ = site_.bindPasswordFile + " is not there, and was not made";
-  return passwordTyped_;
+  if (!login.typed) error_ = login.file + ": " + why;
+  return login.typed;
 }
 
 // Reads the domain with what is known by now. False with error_ when the settings cannot be used.
@@ -331,10 +355,10 @@ bool Init::reach(Domain& domain) {
     if (step == platform::DirectoryStep::Tls && site_.caFile.empty() &&
         !domain.facts.certificates.empty()) {
       if (!trust(domain)) return false;
-    } else if (step == platform::DirectoryStep::Login && passwordTyped_ && asks_) {
+    } else if (step == platform::DirectoryStep::Login && directoryLogin_.typed && asks_) {
       std::printf("%s\n", error_.c_str());
       platform::removeFile(site_.bindPasswordFile);
-      if (!password()) return false;
+      if (!password(directoryLogin_)) return false;
     } else {
       return false;
     }

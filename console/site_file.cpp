@@ -26,7 +26,10 @@ class RegText {
     text_ += std::string("; ") + why + "\r\n\"" + name + "\"=\"" + escaped + "\"\r\n";
   }
   void remark(const char* text) { text_ += std::string("; ") + text + "\r\n"; }
-  std::string take() { return std::move(text_); }
+  std::string bytes() const {
+    const bool isAnsi = platform::utf8ToAnsi(text_) == text_;
+    return isAnsi ? text_ : "\xFF\xFE" + platform::encodeText(text_, true);
+  }
 
  private:
   std::string text_ = "Windows Registry Editor Version 5.00\r\n";
@@ -55,9 +58,16 @@ std::string siteFileText(const SiteProposal& site) {
   file.number("1: nobody is mailed or forced; set it to 0 when all is right", "reportOnly",
               site.reportOnly ? 1 : 0);
   file.words("the server that mails are handed to", "smtpServer", site.mailServer);
-  file.remark(
-      "where it wants a login: smtpStartTls, smtpUsername, and smtpPasswordFile, a file that");
-  file.remark("pwlapse protect-secret FILE writes");
+  if (site.mailUser.empty()) {
+    file.remark(
+        "where it wants a login: smtpStartTls, smtpUsername, and smtpPasswordFile, a file that");
+    file.remark("pwlapse protect-secret FILE writes");
+  } else {
+    file.number("1: the password goes over TLS only", "smtpStartTls", 1);
+    file.words("the login there", "smtpUsername", site.mailUser);
+    file.words("its password is the first line of this file", "smtpPasswordFile",
+               site.mailPasswordFile);
+  }
   file.words("the sender of all mails", "emailFromAddress", site.sender);
   file.words("the subject of the warning", "emailSubject", "Your Windows password expires soon");
   file.words("the text of the warning; a file NorvynExpirationEmail.html or .txt takes its place",
@@ -88,7 +98,7 @@ std::string siteFileText(const SiteProposal& site) {
   for (const auto& one : recommended) file.number(one.why, one.name, one.value);
   file.words("when the service makes its pass of the day", "expirationServiceTime", "06:00");
 
-  if (site.directoryUri.empty()) return file.take();
+  if (site.directoryUri.empty()) return file.bytes();
   file.key(config::kDirectoryKey);
   file.words("the domain controller", "uri", site.directoryUri);
   if (!site.bindUser.empty()) {
@@ -98,7 +108,7 @@ std::string siteFileText(const SiteProposal& site) {
                site.bindPasswordFile);
   }
   file.words("the authority that the controller's certificate is from", "caFile", site.caFile);
-  return file.take();
+  return file.bytes();
 }
 
 }  // namespace console

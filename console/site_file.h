@@ -14,6 +14,8 @@ struct SiteProposal {
   std::string bindPasswordFile;
   std::string caFile;
   std::string mailServer;
+  std::string mailUser;  // empty: no login there
+  std::string mailPasswordFile;
   std::string sender;
   std::string administrator;
   std::uint32_t maxAge = 90;            // days
@@ -22,7 +24,8 @@ struct SiteProposal {
   bool reportOnly = true;
 };
 
-// A ".reg" file in UTF-8, with a comment line before each value.
+// A ".reg" file with a comment line before each value: in UTF-8 or, where the ANSI code page would
+// read that as something else, in UTF-16 with its mark, as the system's own tools take it.
 std::string siteFileText(const SiteProposal& proposal);
 
 }  // namespace console

@@ -247,18 +247,22 @@ class CheckTest(unittest.TestCase):
         folder = pathlib.Path(self.enterContext(tempfile.TemporaryDirectory()))
         answers = [("Domain controller", samba_ad.HOST), ("Account", samba_ad.ADMIN), ("bind-password]:", ""),
                    ("Password", "not this"), ("Mail server", ""), ("needed", "mail:25"), ("name of a host", "localhost"),
-                   ("Sender", "desk"), ("no e-mail address", f"desk@{DOMAIN}"), ("Administrator", f"admin@{DOMAIN}"),
+                   ("User name", "desk"), ("smtp-password]:", ""), ("Password", "of the mails"), ("Sender", "desk"), ("no e-mail address", f"desk@{DOMAIN}"), ("Administrator", f"admin@{DOMAIN}"),
                    ("[14,7,1]:", "ten"), ("three days", "")]
         status, said = self.converse(folder, *answers, ('"yes"', "no"))
-        self.assertEqual((status, [file.name for file in folder.iterdir()]), (2, ["bind-password"]), said)
-        (folder / "bind-password").unlink()
+        secrets = [folder / "bind-password", folder / "smtp-password"]
+        self.assertEqual((status, sorted(folder.iterdir())), (2, secrets), said)
+        for file in secrets:
+            file.unlink()
         status, said = self.converse(folder, *answers, ('"yes"', "yes"), ("(52e)", ""), ("Password", samba_ad.ADMIN_PASSWORD))
         self.assertEqual(status, 0, said)
         self.assertNotIn(samba_ad.ADMIN_PASSWORD, said)
-        self.assertEqual({file.name for file in folder.iterdir()}, {"bind-password", "domain-ca.pem", "new.reg"})
-        self.assertEqual((folder / "bind-password").stat().st_mode & 0o777, 0o600)
+        self.assertEqual({*folder.iterdir()}, {*secrets, folder / "domain-ca.pem", folder / "new.reg"})
+        self.assertEqual({file.stat().st_mode & 0o777 for file in secrets}, {0o600})
+        self.assertEqual(secrets[1].read_text(), "of the mails\n")
         text = (folder / "new.reg").read_text()
-        for line in ('"reportOnly"=dword:00000001', '"warning3"=dword:00000001', f'"emailFromAddress"="desk@{DOMAIN}"'):
+        for line in ('"reportOnly"=dword:00000001', '"warning3"=dword:00000001', f'"emailFromAddress"="desk@{DOMAIN}"',
+                     '"smtpStartTls"=dword:00000001', '"smtpUsername"="desk"', f'"smtpPasswordFile"="{secrets[1]}"'):
             self.assertIn(line, text)
         self.assertIn("never overwritten", self.converse(folder)[1])
 

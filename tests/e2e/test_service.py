@@ -144,20 +144,6 @@ class ServiceTest(unittest.TestCase):
         self.assertNotIn(b"username=user49999\n", log.read_bytes())
         self.stop(process)
 
-    def test_says_why_a_pass_failed_or_was_not_made(self):
-        lock = self.folder / "work/pwsentry_pro_domain_users.txt.lock"
-        for spoil, said in ((lambda: (self.folder / "domain.ldif").unlink(),
-                             ("FAILED: .+ users of the domain cannot be listed: .+", "FAILED: could not bind to the domain: .+",
-                              "pass over 0 lines in 0 lists, .+")),
-                            (lambda: lock.unlink() or lock.mkdir(), [f"FAILED: no pass is made without .+{lock.name}: .+"])):
-            self.set_up_site(["walter"], 20)
-            spoil()
-            (self.folder / "notify").unlink(missing_ok=True)
-            process = self.start_up()
-            for line in said:
-                self.assertRegex(process.stderr.readline(), rf"\ApwLapseSvc: {line}\n\Z")
-            self.stop(process)
-
     def test_does_not_start_without_settings_or_a_service_manager(self):
         for arguments in [], ["-x"]:
             self.assertEqual(self.call(*arguments), (

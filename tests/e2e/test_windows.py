@@ -354,6 +354,12 @@ class ControlTest(Machine):
         self.assertEqual(sorted(self.folder.iterdir()), before)
         self.assertNotIn("NetUserSetInfo", "".join(self.calls()))
         self.assert_released()
+        # Only a file in UTF-16 is taken right by the system's own tools.
+        self.windows.run(self.folder / "pwlapse.exe", "init", "new.reg", "--mail-server", "mail", "--sender",
+                         "B\u00fcro <a@b.example>", "--administrator", "a@b.example", cwd=self.folder)
+        self.windows.run("reg", "import", "new.reg", cwd=self.folder)
+        imported = self.windows.run("reg", "query", "HKLM\\" + site_files.SETTINGS, "/v", "emailFromAddress").stdout
+        self.assertIn("B\u00fcro <a@b.example>".encode("cp437"), imported)
 
     def test_times_of_expiry_come_by_one_search(self):
         """And by one for each user who is due, when the account is read again."""
