@@ -128,22 +128,42 @@ class RealDirectoryTest(unittest.TestCase):
         self.assertEqual(found["expired"][0][:2], ["expire3", "5"])
         self.assertNotEqual(self.ad.pwd_last_set("expire3"), 0)
 
-    def test_a_password_that_changes_during_a_pass_is_not_expired(self):
-        self.ad.add_users([User("early", password_age=40, mail="early@example.test", surname="E"),
-                           User("late", password_age=40, mail="late@example.test", surname="L"),
-                           User("between", password_age=40)])
+    def site(self, mail_port, names, templates=(), **settings):
+        """The command of a pass over the users of a list; templates: (name, text)."""
         folder = pathlib.Path(self.enterContext(tempfile.TemporaryDirectory()))
-        (folder / "pwsentry_pro_policy1_include.txt").write_text("early\nlate\n")
-        server = self.enterContext(socket.create_server(("127.0.0.1", 0)))
-        keys = site_files.site_registry(server.getsockname()[1], emailAdminReports=0, warning1=0,
-                                        warning2=0, warning3=0)
+        for name, text in (("pwsentry_pro_policy1_include.txt", names), *templates):
+            (folder / name).write_text(text)
+        keys = site_files.site_registry(mail_port, emailAdminReports=0, warning1=0, warning2=0, warning3=0, **settings)
         keys[site_files.POLICIES + r"\DefaultPolicy"]["maxPasswordAge"] = 0
         keys[site_files.POLICIES + r"\Policy1"] = {
             "policyName": "Staff", "maxPasswordAge": 30, "emailWarnings": 1}
         keys[KEY] = self.settings()
         (folder / "site.reg").write_bytes(site_files.registry_file(keys))
-        with subprocess.Popen([PROGRAM, "run", "--registry", folder / "site.reg", "--work-dir", folder],
-                              stdout=subprocess.PIPE, text=True) as program:
+        return [PROGRAM, "run", "--registry", folder / "site.reg", "--work-dir", folder]
+
+    def test_manager_and_language_are_those_of_the_directory(self):
+        boss = site_files.person("boss", 1, cn="Boss, The", extra={"preferredLanguage": "fr"})
+        self.ad.add_users([boss, site_files.person(
+            "anna", 27, manager=boss.dn(f"CN=Users,{BASE_DN}"),
+            extra={"preferredLanguage": "de-AT", "displayName": "Anna Ä"})])
+        mail = self.enterContext(postfix_mail.PostfixMail())
+        subprocess.run(self.site(mail.port, "anna\n", [
+            ("NorvynExpirationEmail.de.txt", "Subject: Bald\n\n<%displayName%>, <%domain%>, <%managerName%>"),
+            ("NorvynManagerEmail.fr.txt", "Subject: Bientôt\n\n<%managerName%>: <%users%><%displayName%><%/users%>")],
+            managerDays=7), check=True, capture_output=True)
+        self.assertEqual(
+            [(found.recipient, found.message["Subject"], found.message.get_content().strip())
+             for found in mail.delivered()],
+            [(f"anna@{site_files.DOMAIN}", "Bald", "Anna Ä, example.test, Given Name"),
+             (f"boss@{site_files.DOMAIN}", "Bientôt", "Given Name: Anna Ä")])
+
+    def test_a_password_that_changes_during_a_pass_is_not_expired(self):
+        self.ad.add_users([User("early", password_age=40, mail="early@example.test", surname="E"),
+                           User("late", password_age=40, mail="late@example.test", surname="L"),
+                           User("between", password_age=40)])
+        server = self.enterContext(socket.create_server(("127.0.0.1", 0)))
+        command = self.site(server.getsockname()[1], "early\nlate\n")
+        with subprocess.Popen(command, stdout=subprocess.PIPE, text=True) as program:
             connection, _ = server.accept()  # the mail to the first waits for the greeting
             self.ad.set_password("late", "An0ther-Passw0rd!")
             connection.sendall(b"554 no\r\n")

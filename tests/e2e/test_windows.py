@@ -336,7 +336,9 @@ class ControlTest(Machine):
         self.assertEqual(calls[0], {**due, "user65": 4})  # by which search and calls are compared
 
     def test_questions_are_answered_and_change_nothing(self):
-        self.prepare([person("walter", 59), person("other", 1)], site_registry(1))
+        boss = person("other", 1, extra={"preferredLanguage": "de"})
+        self.prepare([person("walter", 59, manager=boss.dn("DC=site,DC=example")), boss], site_registry(1))
+        (self.folder / "NorvynManagerEmail.de.txt").write_text("Subject: Team\n\n<%managerName%>, <%domain%>")
         (self.system / "fault.txt").unlink(missing_ok=True)
         shutil.rmtree(self.folder / "LogFiles", ignore_errors=True)
         shutil.copy(self.system / "NorvynExpirationEmail.html", self.folder)
@@ -345,6 +347,7 @@ class ControlTest(Machine):
                 ("check --only settings,templates", 0, rb"Settings\r\n  ok     "),
                 ("list", 0, rb"USER +POLICY +AGE .*\r\nwalter +DefaultPolicy +59 "),
                 ("explain walter", 0, rb"walter: "), ("preview walter", 0, rb"Today: +would be mailed, DefaultPolicy: "),
+                ("preview walter --manager", 0, rb"(.+\n)+Subject: +Team\r\n(.+\n)+\r\nGiven Name, site.example\r\n"),
                 ("forecast", 0, rb"passwords that reach their maximum age: 2 in 90 days"),
                 ("status", 2, rb"CRITICAL: no pass is recorded here"), ("run --dry-run", 0, rb"A dry run: nothing is mailed")):
             with self.subTest(question):

@@ -37,6 +37,7 @@ inline platform::SnapshotDirectory& domain() {
   static platform::SnapshotDirectory directory(
       std::make_unique<platform::LdifSource>(folder() + "domain.ldif"), platform::systemClock());
   directory.readExpiryTimes(true);
+  directory.readPersonalDetails(true);
   return directory;
 }
 
