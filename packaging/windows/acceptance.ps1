@@ -364,7 +364,8 @@ Test-Point 'the service is started again after a failure' {
     Start-Sleep -Seconds 5
     $filter = @{ LogName = 'System'; ProviderName = 'Service Control Manager'; Id = 7031; StartTime = $since }
     # Each has the service, how often, and the milliseconds to the restart: 1 to 15 minutes.
-    $noted = @(Get-WinEvent -FilterHashtable $filter | Where-Object { $_.Properties[0].Value -eq $service.DisplayName })
+    $noted = @(Get-WinEvent -FilterHashtable $filter -ErrorAction SilentlyContinue |
+        Where-Object { $_.Properties[0].Value -eq $service.DisplayName })
     if ($noted.Count -eq 0) { return 'the service manager plans no restart (no event 7031)' }
     Start-Sleep -Milliseconds ([int] $noted[0].Properties[2].Value)
     Wait-Service 'Running'

@@ -69,6 +69,12 @@ Chain buildChain(const CERT_CONTEXT& certificate) {
   return Chain(chain);
 }
 
+// Of a call that failed: never 0, which would stand for a certificate that is trusted.
+DWORD lastRefusal() {
+  const DWORD error = GetLastError();
+  return error != ERROR_SUCCESS ? error : static_cast<DWORD>(CERT_E_CHAINING);
+}
+
 // 0 when the chain is good for a server of this name, or the reason.
 DWORD checkChain(const CERT_CHAIN_CONTEXT& chain, const std::string& host) {
   // Some systems let the policy below pass without the chain's end.
@@ -86,7 +92,7 @@ DWORD checkChain(const CERT_CHAIN_CONTEXT& chain, const std::string& host) {
   CERT_CHAIN_POLICY_STATUS status{};
   status.cbSize = sizeof status;
   if (CertVerifyCertificateChainPolicy(CERT_CHAIN_POLICY_SSL, &chain, &parameters, &status) == 0) {
-    return GetLastError();
+    return lastRefusal();
   }
   return status.dwError;
 }
@@ -189,7 +195,7 @@ PeerCertificate describeServerCertificate(const CERT_CONTEXT& certificate,
   result.subjectCn = commonName(certificate, 0);
   result.issuerCn = commonName(certificate, CERT_NAME_ISSUER_FLAG);
   const Chain chain = buildChain(certificate);
-  const DWORD problem = chain == nullptr ? GetLastError() : checkChain(*chain, host);
+  const DWORD problem = chain == nullptr ? lastRefusal() : checkChain(*chain, host);
   result.verified = problem == ERROR_SUCCESS;
   if (!result.verified) result.problem = statusText(problem);
   return result;

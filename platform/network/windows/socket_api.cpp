@@ -181,10 +181,10 @@ class WindowsSockets final : public SocketApi {
   static Ready wait(fd_set* readable, fd_set* writable, fd_set* broken, std::uint32_t timeoutMs,
                     SocketError& error) {
     constexpr std::uint32_t kMsPerSecond = 1000;
-    constexpr std::uint32_t kMicrosecondsPerMs = 1000;
+    constexpr long kMicrosecondsPerMs = 1000;
     timeval timeout{};
     timeout.tv_sec = static_cast<long>(timeoutMs / kMsPerSecond);
-    timeout.tv_usec = static_cast<long>(timeoutMs % kMsPerSecond * kMicrosecondsPerMs);
+    timeout.tv_usec = static_cast<long>(timeoutMs % kMsPerSecond) * kMicrosecondsPerMs;
     const int ready = select(0, readable, writable, broken, &timeout);
     error = ready == SOCKET_ERROR ? WSAGetLastError() : kSocketOk;
     if (ready == SOCKET_ERROR) return Ready::Failed;

@@ -6,8 +6,9 @@
 #include "platform/text/windows/wide_text.h"
 
 // Of the C run-time library; the headers lack it. Does not expand wildcards when that flag is 0.
-extern "C" int __wgetmainargs(int* count, wchar_t*** arguments, wchar_t*** environment,
-                              int expandWildcards, int* newHandlerMode);
+extern "C" int __wgetmainargs(  // NOLINT(bugprone-reserved-identifier)
+    int* count, wchar_t*** arguments, wchar_t*** environment, int expandWildcards,
+    int* newHandlerMode);
 
 namespace platform {
 namespace {
@@ -23,7 +24,7 @@ class WindowsProcess final : public Process {
     const DWORD size = FormatMessageA(
         FORMAT_MESSAGE_ALLOCATE_BUFFER | FORMAT_MESSAGE_FROM_SYSTEM | FORMAT_MESSAGE_IGNORE_INSERTS,
         nullptr, error, 0, reinterpret_cast<char*>(&buffer), 0, nullptr);
-    const std::string text(buffer == nullptr ? "" : buffer, buffer == nullptr ? 0 : size);
+    std::string text(buffer == nullptr ? "" : buffer, buffer == nullptr ? 0 : size);
     if (buffer != nullptr) LocalFree(buffer);
     return text;
   }
@@ -35,7 +36,7 @@ class WindowsProcess final : public Process {
     // Not GetModuleFileNameA: it writes a similar letter where the code page lacks one, which is
     // another path.
     const std::u16string wide(path, path + length);
-    const std::string ansi = utf16ToAnsi(wide);
+    std::string ansi = utf16ToAnsi(wide);
     if (ansiToUtf16(ansi) == wide && ansi.size() < kMaxImagePath) return ansi;
     SetLastError(ERROR_NO_UNICODE_TRANSLATION);
     return {};

@@ -40,7 +40,7 @@ class WindowsThreads final : public WorkerThreads {
   ThreadHandle createThread(std::function<void()> body) override {
     auto owned = std::make_unique<std::function<void()>>(std::move(body));
     const HANDLE thread = CreateThread(nullptr, 0, runBody, owned.get(), 0, nullptr);
-    if (thread != nullptr) owned.release();  // the thread's from here on
+    if (thread != nullptr) static_cast<void>(owned.release());  // the thread's from here on
     return reinterpret_cast<ThreadHandle>(thread);
   }
 
