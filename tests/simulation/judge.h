@@ -48,14 +48,17 @@ class Judge final : public service::PassObserver {
   }
 
   // When the service begins a pass: each day has one, at the time of the settings. Where the clock
-  // skips that, within the hour after. Not of a pass that follows on one that failed.
+  // skips that, when it did. Not of a pass that follows on one that failed.
   void judgeBegin(int firstSecond) {
-    const std::int64_t sinceFirst = world_.clock.wallSeconds(world_.clock.now) - firstSecond;
-    const bool isNext = sinceFirst / 86400 == slot_ + 1 && sinceFirst % 86400 <= 3600;
+    const std::int64_t now = world_.clock.now;
+    const std::int64_t sinceFirst = world_.clock.wallSeconds(now) - firstSecond;
+    const std::int64_t late = sinceFirst % 86400;
+    const std::int64_t before = world_.clock.wallSeconds(now - late * kSecond) - firstSecond;
+    const bool isNext = sinceFirst / 86400 == slot_ + 1 && (late == 0 || before % 86400 != 0);
     if (slot_ != 0 && !isNext)
-      wrong("a pass began " + std::to_string(sinceFirst % 86400) + " s late, " +
+      wrong("a pass began " + std::to_string(late) + " s late, " +
             std::to_string(sinceFirst / 86400 - slot_) + " days after the one before");
-    slot_ = sinceFirst / 86400;
+    slot_ = world_.clock.wrongBy == 0 ? sinceFirst / 86400 : 0;
   }
 
   // Before World::endPass. `record`: none of a pass that was killed.
@@ -302,6 +305,15 @@ class Judge final : public service::PassObserver {
                          site_.setting("smtpRetries") == 0;
     if (faults_.mailSilent && bounded && took > 5 * kMinute) {
       wrong("the pass took " + std::to_string(took / kSecond) + " s for a silent server");
+    }
+    const auto expiries = [this](notify::Expiry expiry) {
+      return std::count_if(examined_.begin(), examined_.end(),
+                           [&](const auto& user) { return user.expiry == expiry; });
+    };
+    using enum notify::Expiry;
+    if (expiries(OverLimit) != 0 &&
+        expiries(Forced) + expiries(Unanswered) < site_.setting("maxExpirations")) {
+      wrong("expiries were left for later before maxExpirations was reached");
     }
     if (troubled_) return;
     if (std::abs(world_.clock.wrongBy) > 6 * kMinute) wrong("a wrong clock was passed over");

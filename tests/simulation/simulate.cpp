@@ -121,11 +121,13 @@ class Year {
     faults.powerCut = random.chance(500);
   }
 
-  // As the service does. False when the next pass is none of this day's.
+  // As the service does, which looks at the clock again where that is changed: each third hour from
+  // one o'clock UTC. False when the next pass is none of this day's.
   bool awaitTime(const service::ExpirationRun& run) {
     const service::PassTimes times = *run.passTimes();
     while (const std::int64_t left = run.secondsToPass(times)) {
-      world_.clock.now += std::min(left * kSecond, 3 * kHour);
+      const std::int64_t look = 3 * kHour - (world_.clock.now + 2 * kHour) % (3 * kHour);
+      world_.clock.now += std::min(left * kSecond, look);
       if (world_.clock.now >= kStart + (day_ + 1) * kDay) return false;
     }
     judge_.judgeBegin(*base::secondOfDay(site_.serviceTime));

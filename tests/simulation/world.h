@@ -164,9 +164,8 @@ class World {
   }
 
  private:
-  // Of what was appended any part may be there, of records all that are a second old, and some of
-  // it may be what stood elsewhere in the file; of what was written anew the old file, the new one
-  // or a part of that.
+  // Of what was appended any part may be there, of records all that are a second old, and a bit of
+  // the rest may be wrong; of what was written anew the old file, the new one or a part of that.
   void cutPower(DiskFile& file) {
     if (!file.durable || file.current == *file.durable) return;
     const bool appended = file.current.starts_with(*file.durable);
@@ -179,11 +178,8 @@ class World {
       file.current.resize(least +
                           static_cast<std::size_t>(random.below(file.current.size() - least + 1)));
       const std::size_t size = file.current.size() - least;
-      if (!appended || size == 0 || random.chance(500)) return;
-      const auto at = least + static_cast<std::size_t>(random.below(size));
-      const auto from = static_cast<std::size_t>(random.below(at + 1));
-      file.current.replace(at, std::string::npos,
-                           file.current.substr(from, file.current.size() - at));
+      if (!appended || least == 0 || size == 0 || random.chance(500)) return;
+      file.current[least + static_cast<std::size_t>(random.below(size))] ^= 1;
     } else {
       file.current = *file.durable;
     }
