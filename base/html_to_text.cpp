@@ -11,8 +11,7 @@ namespace base {
 namespace {
 
 constexpr std::string_view kNoBreakSpace = "\xC2\xA0";
-constexpr std::size_t kMaxDepth =
-    200;  // of lists and tables; deeper ones count as no more than text
+constexpr std::size_t kMaxDepth = 200;  // of lists and tables; in deeper ones only text counts
 
 struct Tag {
   std::string name;  // lower case
@@ -160,10 +159,6 @@ class Lines {
   int pendingEnds_ = 0;
   bool pendingBlank_ = false;
 };
-
-void replaceNoBreakSpaces(std::string& text) {
-  replaceAll(text, kNoBreakSpace, " ");
-}
 
 // The lines behind the first one begin so far to the right.
 std::string indented(std::string_view text, std::size_t columns) {
@@ -399,7 +394,7 @@ class Converter {
 
 std::string htmlToText(std::string_view html) {
   std::string text = Converter().convert(html);
-  replaceNoBreakSpaces(text);
+  replaceAll(text, kNoBreakSpace, " ");
   return text;
 }
 

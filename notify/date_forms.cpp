@@ -5,7 +5,6 @@
 #include <algorithm>
 #include <cstddef>
 
-#include "base/format_text.h"
 #include "base/language_tag.h"
 
 namespace notify {
@@ -124,36 +123,45 @@ const Form& formOf(const std::string& language) {
   return kNoLanguage;
 }
 
-std::string fieldText(char field, const Form& form, const base::LocalTime& time) {
-  const bool iso = form.tags.empty();
-  const int hour = (time.hour + kHoursOfHalfDay - 1) % kHoursOfHalfDay + 1;
+// With noughts before it, up to so many digits.
+void appendNumber(std::string& text, int number, std::size_t digits) {
+  const std::string figures = std::to_string(number);
+  text.append(digits - std::min(digits, figures.size()), '0').append(figures);
+}
+
+void appendField(std::string& text, char field, const Form& form, const base::LocalTime& time) {
+  const std::size_t dayDigits = form.tags.empty() ? 2 : 1;
   switch (field) {
     case 'd':
-      return base::formatText(iso ? "%02d" : "%d", time.day);
+      return appendNumber(text, time.day, dayDigits);
     case 'm':
-      return base::formatText(iso ? "%02d" : "%d", time.month);
+      return appendNumber(text, time.month, dayDigits);
     case 'B':
-      return std::string(partOf(form.months, time.month - 1));
+      text += partOf(form.months, time.month - 1);
+      return;
     case 'Y':
-      return base::formatText("%04d", time.year);
+      return appendNumber(text, time.year, 4);
     case 'H':
-      return base::formatText("%02d", time.hour);
+      return appendNumber(text, time.hour, 2);
     case 'k':
-      return std::to_string(time.hour);
+      return appendNumber(text, time.hour, 1);
     case 'l':
-      return std::to_string(hour);
+      return appendNumber(text, (time.hour + kHoursOfHalfDay - 1) % kHoursOfHalfDay + 1, 1);
     case 'M':
-      return base::formatText("%02d", time.minute);
+      return appendNumber(text, time.minute, 2);
     default:
-      return time.hour < kHoursOfHalfDay ? "AM" : "PM";
+      text += time.hour < kHoursOfHalfDay ? "AM" : "PM";
   }
 }
 
 std::string filled(std::string_view pattern, const Form& form, const base::LocalTime& time) {
   std::string text;
   for (std::size_t i = 0; i < pattern.size(); ++i) {
-    const bool field = pattern[i] == '%' && i + 1 < pattern.size();
-    text += field ? fieldText(pattern[++i], form, time) : std::string(1, pattern[i]);
+    if (pattern[i] == '%' && i + 1 < pattern.size()) {
+      appendField(text, pattern[++i], form, time);
+    } else {
+      text += pattern[i];
+    }
   }
   return text;
 }

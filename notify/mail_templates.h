@@ -31,7 +31,8 @@ struct MessageTemplate {
   std::string tag;          // the language in its name, in lower case; empty: none
   std::string language;     // of its dates: a tag in lower case; empty: not known
   std::optional<PreparedText> html;
-  std::optional<PreparedText> text;     // of its file, or made from the HTML
+  // Of its file, or made from the HTML. Not of an HTML with <%users%>: that is filled in first.
+  std::optional<PreparedText> text;
   std::optional<PreparedText> subject;  // its own; none: emailSubject
   std::string htmlFile, textFile;       // UTF-8; empty: not there, or not usable
 
