@@ -207,6 +207,7 @@ TEST(ManagersMails, ComeToWhatTheFileSays) {
     const char* script;
     Settings settings = {};
     int passes = 1;
+    std::uint32_t stopAtSecond = 100'000;
   } cases[] = {
       {"one for all users of a manager", "ok"},
       {"remembered, each for itself",
@@ -214,6 +215,7 @@ TEST(ManagersMails, ComeToWhatTheFileSays) {
        {{"rememberWarnings", 1}, {"warning1", 7}},
        3},
       {"tried again", "ok ok ok 451 ok", {{"smtpRetries", 1}}},
+      {"stopped while a copy waits", "ok ok ok 451", {{"smtpRetries", 1}}, 1, 7},
       {"given up", "refused", {{"smtpGiveUpAfter", 2}}},
       {"nobody in report-only mode", "ok", {{"reportOnly", 1}}},
       {"on warning days only", "ok", {{"warning1", 6}}},
@@ -238,6 +240,7 @@ TEST(ManagersMails, ComeToWhatTheFileSays) {
     site.transport = [&](const config::ExpirationSettings&) {
       return std::make_unique<ScriptedTransport>(site.clock, c.script, story);
     };
+    site.stopRequested = [&] { return site.clock.ticks >= c.stopAtSecond * 1000; };
     for (int i = 0; i < c.passes; ++i) {
       const test_support::WatchedPass pass = site.pass();
       for (const std::string& problem : pass.problems()) story += "problem: " + problem + "\n";
