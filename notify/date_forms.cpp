@@ -107,10 +107,11 @@ std::string_view partOf(std::string_view list, int index) {
 }
 
 bool lists(std::string_view tags, std::string_view tag) {
-  for (int i = 0;; ++i) {
-    const std::string_view part = partOf(tags, i);
-    if (part == tag) return true;
-    if (part.data() + part.size() == tags.data() + tags.size()) return false;
+  while (true) {
+    const std::size_t end = tags.find(',');
+    if (tags.substr(0, end) == tag) return true;
+    if (end == std::string_view::npos) return false;
+    tags.remove_prefix(end + 1);
   }
 }
 
