@@ -70,15 +70,16 @@ class Machine(unittest.TestCase):
         for name in wine_prefix.DLLS_LIKE_THE_SYSTEMS:
             (cls.folder / f"{name}.dll").write_text("planted")
         cls.logs = cls.system / "LogFiles"
-        cls.windows.import_registry({PRODUCT_KEY: {"ProductType": "LanmanNT"}})
 
     @classmethod
     def prepare(cls, users, keys):
         (cls.system / "domain.ldif").write_text(site_files.domain_ldif(users))
-        (cls.system / "calls.log").unlink(missing_ok=True)
+        for name in "calls.log", "fault.txt":
+            (cls.system / name).unlink(missing_ok=True)
         shutil.rmtree(cls.logs, ignore_errors=True)
         (cls.system / "NorvynExpirationEmail.html").write_text(TEMPLATE, CODE_PAGE)
-        cls.windows.import_registry(keys)
+        cls.windows.run("reg", "delete", "HKLM\\" + site_files.POLICIES, "/f")
+        cls.windows.import_registry({PRODUCT_KEY: {"ProductType": "LanmanNT"}, **keys})
 
     @classmethod
     def program(cls, *arguments):
@@ -241,7 +242,6 @@ class ControlTest(Machine):
 
     def test_pause_in_the_middle_of_a_mail(self):
         users = person("walter", 59), person("lukasz", 20), person("\u0142ukasz", 65)
-        self.addCleanup(self.windows.import_registry, site_registry(1, expirationServiceTime=""))
         with socket.create_server(("127.0.0.1", 0)) as server:
             server.settimeout(WAIT_SECONDS)
             self.prepare(users, site_registry(
@@ -339,7 +339,6 @@ class ControlTest(Machine):
         boss = person("other", 1, extra={"preferredLanguage": "de"})
         self.prepare([person("walter", 59, manager=boss.dn("DC=site,DC=example")), boss], site_registry(1))
         (self.folder / "NorvynManagerEmail.de.txt").write_text("Subject: Team\n\n<%managerName%>, <%domain%>")
-        (self.system / "fault.txt").unlink(missing_ok=True)
         shutil.rmtree(self.folder / "LogFiles", ignore_errors=True)
         shutil.copy(self.system / "NorvynExpirationEmail.html", self.folder)
         before = sorted(self.folder.iterdir())
@@ -371,6 +370,7 @@ class ControlTest(Machine):
 
         keys = site_registry(1, warning1=0, warning2=0, warning3=0, emailAdminReports=0)
         keys[site_files.POLICIES + r"\DefaultPolicy"]["useDirectoryPolicy"] = 1
+        keys[PRODUCT_KEY] = {"ProductType": "ServerNT"}
         self.prepare([person("due", 20, expires=in_days(3.5)), person("later", 20, expires=in_days(40)),
                       person("never", 20, expires=2**63 - 1), person("unsaid", 20)], keys)
         (self.system / "fault.txt").write_text("NetUserModalsGet")  # the domain's maximum age
