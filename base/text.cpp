@@ -48,14 +48,19 @@ std::string quotedField(std::string_view text) {
   return '"' + quoted + '"';
 }
 
-std::string csvField(std::string text) {
+void appendCsvField(std::string_view text, std::string& line) {
   constexpr std::string_view kFormula = "=+-@\t\r";
-  if (!text.empty() && kFormula.find(text.front()) != kFormula.npos) text.insert(0, "'");
+  const bool formula = !text.empty() && kFormula.find(text.front()) != kFormula.npos;
   // Byte by byte: find_first_of() calls a function for each.
   const bool plain = std::none_of(text.begin(), text.end(), [](char c) {
-    return c == ',' || c == '"' || c == '\r' || c == '\n';
+    return c <= ',' && (c == ',' || c == '"' || c == '\r' || c == '\n');
   });
-  return plain ? text : quotedField(text);
+  const char* const mark = formula ? "'" : "";
+  if (plain) {
+    line.append(mark).append(text);
+  } else {
+    line += quotedField(mark + std::string(text));
+  }
 }
 
 std::string withoutLineBreaks(std::string_view text) {
@@ -73,11 +78,6 @@ void appendWithCrLf(std::string_view text, std::string& out) {
     const bool crLf = text.substr(end, 2) == "\r\n";
     text.remove_prefix(end + (crLf ? 2 : 1));
   }
-}
-
-bool isControl(char c) {
-  const auto byte = static_cast<unsigned char>(c);
-  return byte < 0x20 || byte == 0x7F;
 }
 
 std::string loggable(std::string_view text) {

@@ -23,12 +23,14 @@ void appendWithCrLf(std::string_view text, std::string& out);
 // The text between quotation marks, those in it doubled: a field of a line of comma-separated
 // values (RFC 4180).
 std::string quotedField(std::string_view text);
-// The text as such a field, quoted where it must be. One that a spreadsheet would take for a
-// formula (it begins with '=', '+', '-', '@', a tab or a carriage return) gets a "'" in front.
-std::string csvField(std::string text);
+// Appends the text as such a field, quoted where it must be. One that a spreadsheet would take for
+// a formula (it begins with '=', '+', '-', '@', a tab or a carriage return) gets a "'" in front.
+void appendCsvField(std::string_view text, std::string& line);
 
 // A byte below 0x20, or DEL.
-bool isControl(char c);
+inline bool isControl(char c) {
+  return static_cast<unsigned char>(c) < 0x20 || c == 0x7F;
+}
 
 // Untrusted text, fit for a log: at most 4,096 bytes of it, control characters and bytes that are
 // not UTF-8 shown as \xNN, and no end of a CDATA section.

@@ -5,6 +5,8 @@
 namespace console {
 namespace {
 
+// No time zone's day begins within a quarter of an hour of UTC.
+constexpr std::int64_t kQuarterHour = 15 * 60;
 constexpr std::int64_t kMinute = 60, kHour = 60 * kMinute, kDay = 24 * kHour;
 constexpr std::int64_t kFileTimePerSecond = 10'000'000;
 constexpr std::int64_t kSecondsFrom1601To1970 = 11'644'473'600;
@@ -19,8 +21,12 @@ base::LocalTime Calendar::localTime(std::int64_t moment) const {
 }
 
 std::int64_t Calendar::dayOf(std::int64_t moment) const {
-  const base::LocalTime time = localTime(moment);
-  return base::dayNumber(time.year, time.month, time.day);
+  const auto [place, isNew] = days_.try_emplace(moment / kQuarterHour);
+  if (isNew) {
+    const base::LocalTime time = localTime(moment);
+    place->second = base::dayNumber(time.year, time.month, time.day);
+  }
+  return place->second;
 }
 
 std::string Calendar::momentText(std::int64_t moment) const {
@@ -31,11 +37,13 @@ std::string Calendar::momentText(std::int64_t moment) const {
 std::string dayText(std::int64_t day) {
   const base::LocalTime date = base::fromWallSeconds(day * kDay);
   // Made for each of 100,000 users, where printf() would show. No year is before 1601.
-  const auto two = [](int number) {
-    return std::string{'-', static_cast<char>('0' + number / 10),
-                       static_cast<char>('0' + number % 10)};
-  };
-  return std::to_string(date.year) + two(date.month) + two(date.day);
+  std::string text = std::to_string(date.year);
+  for (const int number : {date.month, date.day}) {
+    text += '-';
+    text += static_cast<char>('0' + number / 10);
+    text += static_cast<char>('0' + number % 10);
+  }
+  return text;
 }
 
 std::string roughSpanText(std::int64_t seconds) {

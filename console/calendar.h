@@ -3,6 +3,7 @@
 
 #include <cstdint>
 #include <string>
+#include <unordered_map>
 
 #include "platform/system/clock.h"
 
@@ -24,6 +25,8 @@ class Calendar {
 
   platform::Clock& clock_;
   std::int64_t now_;
+  // By quarter of an hour: asking the clock takes longer, and users are many.
+  mutable std::unordered_map<std::int64_t, std::int64_t> days_;
 };
 
 std::string dayText(std::int64_t day);  // "2026-11-22"

@@ -3,6 +3,8 @@
 #include <array>
 #include <deque>
 #include <limits>
+#include <memory_resource>
+#include <numeric>
 #include <unordered_set>
 #include <utility>
 
@@ -66,30 +68,52 @@ struct Filter {
   }
 };
 
+// The lines of the users that are to be shown, and their texts, which are freed all at once.
+class UserLines {
+ public:
+  void add(UserLine line) {
+    for (std::string_view* text : {&line.user, &line.address, &line.firstName, &line.lastName}) {
+      *text = kept(*text);
+    }
+    lines.push_back(std::move(line));
+  }
+
+  std::deque<UserLine> lines;
+
+ private:
+  std::string_view kept(std::string_view text) {
+    if (text.empty()) return {};
+    char* const copy = static_cast<char*>(texts_.allocate(text.size(), 1));
+    std::copy(text.begin(), text.end(), copy);
+    return {copy, text.size()};
+  }
+
+  std::pmr::monotonic_buffer_resource texts_;
+};
+
 // Keeps a line of each user of a dry run that is to be shown.
 class ListMaker final : public service::PassObserver {
  public:
-  ListMaker(const platform::Host& host, const Filter& filter)
-      : filter_(filter), calendar_(host.clock), lookUp_(host.directory) {}
+  ListMaker(const platform::Host& host, const Filter& filter, UserLines& users)
+      : filter_(filter), calendar_(host.clock), lookUp_(host.directory), users_(users) {}
 
   void userExamined(const UserRecord& user) override {
     const std::uint32_t skipped = user.skipReasons;
     if ((skipped & notify::kSkipProcessedEarlier) != 0 || !filter_.takes(user)) return;
-    directory::UserDirectoryData data = user.data;
-    if (user.accountFound) lookUp_.complete(user.username, data);
-    const bool hasAddress = data.email != directory::kNoEmail;
+    data_ = user.data;
+    if (user.accountFound) lookUp_.complete(user.username, data_);
+    const bool hasAddress = data_.email != directory::kNoEmail;
     const bool computer = (skipped & notify::kSkipComputerAccount) != 0;
     if (filter_.options->noAddress && (hasAddress || computer)) return;
-    lines_.push_back(lineOf(user, std::move(data), calendar_));
+    users_.add(lineOf(user, data_, calendar_));
   }
-
-  std::deque<UserLine> takeLines() { return std::move(lines_); }
 
  private:
   const Filter& filter_;
   Calendar calendar_;
   UserLookUp lookUp_;
-  std::deque<UserLine> lines_;
+  directory::UserDirectoryData data_;  // of the user at hand; kept for its memory
+  UserLines& users_;
 };
 
 // One line a user: that of the policy that has him, or the first of those that leave him out.
@@ -126,11 +150,16 @@ std::vector<const UserLine*> sorted(const std::deque<UserLine>& lines, const std
   std::vector<std::pair<SortKey, const UserLine*>> keys;
   keys.reserve(lines.size());
   for (const UserLine& line : lines) keys.emplace_back(sortKey(line, by), &line);
-  std::stable_sort(keys.begin(), keys.end(),
-                   [](const auto& left, const auto& right) { return left.first < right.first; });
+  // Numbers are sorted and not the keys, which are larger.
+  std::vector<std::uint32_t> numbers(keys.size());
+  std::iota(numbers.begin(), numbers.end(), 0U);
+  std::stable_sort(numbers.begin(), numbers.end(),
+                   [&keys](std::uint32_t left, std::uint32_t right) {
+                     return keys[left].first < keys[right].first;
+                   });
   std::vector<const UserLine*> order;
   order.reserve(keys.size());
-  for (const auto& [key, line] : keys) order.push_back(line);
+  for (const std::uint32_t number : numbers) order.push_back(keys[number].second);
   return order;
 }
 
@@ -191,12 +220,12 @@ int listCommand(const ListOptions& options) {
   if (!error.empty()) return refuse(error);
 
   service::PassRecord pass;
-  std::deque<UserLine> lines;
+  UserLines users;
   {
-    ListMaker maker(host, filter);
+    ListMaker maker(host, filter, users);
     pass = service::makeDryRun(host, &maker, {});
-    lines = maker.takeLines();
   }
+  std::deque<UserLine>& lines = users.lines;
   keepOneOfEach(lines);
   const std::vector<const UserLine*> order = sorted(lines, options.sort);
 

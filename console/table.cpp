@@ -4,6 +4,7 @@
 #include <array>
 #include <numeric>
 
+#include "base/ascii.h"
 #include "base/text.h"
 #include "platform/text/code_page.h"
 #include "platform/text/text_lines.h"
@@ -35,7 +36,7 @@ std::size_t widthOf(char32_t c) {
   return isWide(c) ? 2 : 1;
 }
 
-bool isPlainAscii(const std::string& text) {
+bool isPlainAscii(std::string_view text) {
   return std::all_of(text.begin(), text.end(), [](char c) { return c >= ' ' && c <= '~'; });
 }
 
@@ -237,9 +238,15 @@ std::string TextStyle::paragraph(const std::string& first, std::size_t indent,
   return paragraph;
 }
 
+std::optional<std::string_view> Value::ownText() const {
+  if (const auto* text = std::get_if<std::string_view>(&content_)) return *text;
+  if (const auto* text = std::get_if<std::string>(&content_)) return *text;
+  return std::nullopt;
+}
+
 std::string Value::text() const {
-  if (const auto* text = std::get_if<std::string>(&content_)) {
-    return isPlainAscii(*text) ? *text : platform::loggableAnsiLine(*text);
+  if (const auto text = ownText()) {
+    return isPlainAscii(*text) ? std::string(*text) : platform::loggableAnsiLine(*text);
   }
   if (const auto* number = std::get_if<std::int64_t>(&content_)) return std::to_string(*number);
   if (const auto* truth = std::get_if<bool>(&content_)) return *truth ? "yes" : "no";
@@ -247,7 +254,7 @@ std::string Value::text() const {
 }
 
 JsonValue Value::json() const {
-  if (const auto* text = std::get_if<std::string>(&content_)) return jsonText(*text);
+  if (const auto text = ownText()) return jsonText(*text);
   if (const auto* number = std::get_if<std::int64_t>(&content_)) return *number;
   if (const auto* truth = std::get_if<bool>(&content_)) return *truth;
   return nullptr;
@@ -258,8 +265,9 @@ void Value::appendCsv(std::string& line) const {
     line += *truth ? '1' : '0';
   } else if (const auto* number = std::get_if<std::int64_t>(&content_)) {
     line += std::to_string(*number);
-  } else if (const auto* text = std::get_if<std::string>(&content_)) {
-    line += base::csvField(platform::ansiToUtf8(*text));
+  } else if (const auto text = ownText()) {
+    if (!base::contains8bit(*text)) return base::appendCsvField(*text, line);
+    base::appendCsvField(platform::ansiToUtf8(*text), line);
   }
 }
 
@@ -310,7 +318,7 @@ void Table::json(const TextSink& write) const {
   write(*before == '[' ? "[]" : "\n  ]");
 }
 
-JsonValue jsonText(const std::string& ansi) {
+JsonValue jsonText(std::string_view ansi) {
   return platform::ansiToUtf8(ansi);
 }
 

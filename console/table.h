@@ -8,6 +8,7 @@
 #include <cstdint>
 #include <functional>
 #include <nlohmann/json.hpp>
+#include <optional>
 #include <string>
 #include <string_view>
 #include <utility>
@@ -48,17 +49,26 @@ class Value {
   Value(Number number, Tone tone = Tone::Plain)  // NOLINT(google-explicit-constructor)
       : content_(static_cast<std::int64_t>(number)), tone_(tone) {}
 
+  // A text that is not copied: it must outlive the value.
+  static Value borrowed(std::string_view text) {
+    Value value;
+    value.content_ = text;
+    return value;
+  }
+
   bool isNumber() const { return std::holds_alternative<std::int64_t>(content_); }
   bool isNothing() const { return std::holds_alternative<std::monostate>(content_); }
   Tone tone() const { return tone_; }
   // In the ANSI code page, control characters replaced; a truth is "yes" or "no", nothing "-".
   std::string text() const;
   JsonValue json() const;  // nothing is null
-  // Appends a field of CSV (RFC 4180) as base::csvField makes it; a truth is 1 or 0.
+  // Appends a field of CSV (RFC 4180) as base::appendCsvField makes it; a truth is 1 or 0.
   void appendCsv(std::string& line) const;
 
  private:
-  std::variant<std::monostate, bool, std::int64_t, std::string> content_;
+  std::optional<std::string_view> ownText() const;  // as it is; nothing when it is no text
+
+  std::variant<std::monostate, bool, std::int64_t, std::string, std::string_view> content_;
   Tone tone_ = Tone::Plain;
 };
 
@@ -97,7 +107,7 @@ struct Table {
 };
 
 // ANSI text as JSON.
-JsonValue jsonText(const std::string& ansi);
+JsonValue jsonText(std::string_view ansi);
 
 // How many columns of a terminal the ANSI text takes; painted texts are understood.
 std::size_t displayWidth(const std::string& ansi);

@@ -23,8 +23,8 @@ Value numberValue(const std::optional<Number>& number) {
   return number ? Value(*number) : Value();
 }
 
-Value textValue(const std::string& text) {
-  return text.empty() ? Value() : Value(text);
+Value textValue(std::string_view text) {
+  return text.empty() ? Value() : Value::borrowed(text);
 }
 
 }  // namespace
@@ -70,10 +70,12 @@ std::string whyToday(const UserRecord& user) {
     return service::outcomeReason(user, notify::PassMode::Dry);
   }
   if (outcome == Outcome::Warned) return "a warning is due";
-  const std::string label = service::outcomeLabel(outcome, notify::PassMode::Dry);
   std::string cause = service::outcomeCause(user, notify::PassMode::Dry);
   if (outcome == Outcome::Expired) return cause.substr(cause.find("; ") + 2);
-  if (cause.starts_with(label + ": ")) cause.erase(0, label.size() + 2);
+  const std::string_view label = service::outcomeLabel(outcome, notify::PassMode::Dry);
+  if (cause.starts_with(label) && cause.compare(label.size(), 2, ": ") == 0) {
+    cause.erase(0, label.size() + 2);
+  }
   return cause;
 }
 
@@ -94,13 +96,13 @@ std::vector<Column> userColumns() {
           {"why", "WHY", Fit::Wrap}};
 }
 
-UserLine lineOf(const UserRecord& user, directory::UserDirectoryData data,
+UserLine lineOf(const UserRecord& user, const directory::UserDirectoryData& data,
                 const Calendar& calendar) {
   UserLine line;
   line.user = user.username;
-  if (data.email != directory::kNoEmail) line.address = std::move(data.email);
-  line.firstName = std::move(data.firstName);
-  line.lastName = std::move(data.lastName);
+  if (data.email != directory::kNoEmail) line.address = data.email;
+  line.firstName = data.firstName;
+  line.lastName = data.lastName;
   line.why = whyToday(user);
   line.slot = user.slot;
   line.leftOut = (user.skipReasons & notify::kSkipExcluded) != 0;
@@ -120,7 +122,7 @@ UserLine lineOf(const UserRecord& user, directory::UserDirectoryData data,
 void fillUserRow(const UserLine& line, std::vector<Value>& row) {
   row.clear();
   row.reserve(kUserColumns);
-  row.emplace_back(line.user);
+  row.push_back(Value::borrowed(line.user));
   row.emplace_back(service::slotLabel(line.slot));
   row.push_back(numberValue(line.age));
   row.push_back(numberValue(line.maximumAge));
@@ -134,7 +136,7 @@ void fillUserRow(const UserLine& line, std::vector<Value>& row) {
                    outcomeTone(line.outcome));
   row.emplace_back(line.mailed);
   row.emplace_back(line.forced);
-  row.push_back(textValue(line.why));
+  row.push_back(line.why.empty() ? Value() : Value(line.why));
 }
 
 }  // namespace console

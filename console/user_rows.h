@@ -3,6 +3,7 @@
 
 #include <optional>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "console/calendar.h"
@@ -17,9 +18,9 @@ const char* outcomeCode(service::Outcome outcome);
 std::vector<std::string> outcomeCodes();
 
 // What is shown of a user; small, for sites with many. Texts are ANSI, and empty when there is
-// none.
+// none; those of the directory are the record's and the data's that the line was made from.
 struct UserLine {
-  std::string user, address, firstName, lastName;
+  std::string_view user, address, firstName, lastName;
   std::string why;  // see whyToday()
   int slot = 0;
   bool leftOut = false;  // by the policy's exclude list
@@ -31,12 +32,13 @@ struct UserLine {
   std::optional<std::int32_t> daysLeft;
   std::optional<std::int64_t> expires;  // the day, as Calendar counts
 };
-// `data` is the user's, which the record need not have.
-UserLine lineOf(const notify::UserRecord& user, directory::UserDirectoryData data,
+// `data` is the user's, which the record need not have. Both must outlive the line.
+UserLine lineOf(const notify::UserRecord& user, const directory::UserDirectoryData& data,
                 const Calendar& calendar);
 
 std::vector<Column> userColumns();
-// `row` becomes the line's values; it is handed in, so that one serves for many lines.
+// `row` becomes the line's values, which borrow its texts; it is handed in, so that one serves for
+// many lines.
 void fillUserRow(const UserLine& line, std::vector<Value>& row);
 
 // When the password reaches its maximum age, as Calendar counts; nothing when it is not known, or

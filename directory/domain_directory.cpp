@@ -59,7 +59,9 @@ void printFound(std::FILE* out, const std::u16string& path) {
 // The ANSI text, up to a NUL, cut to what a field of UserDirectoryData holds.
 std::string fieldText(const std::u16string& value) {
   std::string text = platform::utf16ToAnsi(std::u16string_view(value).substr(0, value.find(u'\0')));
-  text.resize(platform::ansiStart(text, kDirectoryTextCapacity - 1).size());
+  if (text.size() >= kDirectoryTextCapacity) {
+    text.resize(platform::ansiStart(text, kDirectoryTextCapacity - 1).size());
+  }
   return text;
 }
 
@@ -98,7 +100,7 @@ std::string attributeText(DirectoryObject& object, const char16_t* attribute) {
 
 // No mail can go to such an address, and a line break would split the lines of the logs.
 bool holdsControl(const std::string& address) {
-  return std::any_of(address.begin(), address.end(), base::isControl);
+  return std::any_of(address.begin(), address.end(), [](char c) { return base::isControl(c); });
 }
 
 void setDefaults(UserDirectoryData& data) {

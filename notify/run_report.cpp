@@ -166,13 +166,14 @@ void RunReport::start(const config::ExpirationSettings& settings, std::uint32_t 
 std::string RunReport::csvRow(const UserRecord& user, const std::string& emailed,
                               const char* status) const {
   if (!wantsCsv_) return {};
-  const auto field = [](const std::string& ansi) {
-    return base::csvField(platform::ansiToUtf8(ansi));
-  };
-  return field(user.username) + ',' + field(user.data.email) +
-         base::formatText(",%i,%i,%i,%i,", static_cast<int>(user.emailWarnings),
-                          static_cast<int>(user.age), user.maxAge, user.daysLeft()) +
-         field(emailed) + ',' + status + "\r\n";
+  std::string row;
+  base::appendCsvField(platform::ansiToUtf8(user.username), row);
+  row += ',';
+  base::appendCsvField(platform::ansiToUtf8(user.data.email), row);
+  row += base::formatText(",%i,%i,%i,%i,", static_cast<int>(user.emailWarnings),
+                          static_cast<int>(user.age), user.maxAge, user.daysLeft());
+  base::appendCsvField(platform::ansiToUtf8(emailed), row);
+  return row + ',' + status + "\r\n";
 }
 
 RunReport::Rows RunReport::upcomingRow(const UserRecord& user) const {

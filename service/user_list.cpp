@@ -127,7 +127,7 @@ bool UserList::next(std::string& name) {
   return true;
 }
 
-std::string nameKey(const std::string& ansi) {
+std::string nameKey(std::string_view ansi) {
   return base::foldCase(platform::ansiToUtf8(ansi));
 }
 

@@ -72,7 +72,7 @@ class UserList {
 };
 
 // What a name is compared by, whatever its letter case.
-std::string nameKey(const std::string& ansi);
+std::string nameKey(std::string_view ansi);
 
 // The names of an exclude file; missing, it excludes nobody.
 struct ExcludeList {
