@@ -105,6 +105,9 @@ void checkTemplate(const Site& site, const notify::MessageTemplate& found, Repor
   if (found.text && !found.textFile.empty()) {
     checkText(found.textFile, found.text->source(), false, found.kind, report);
   }
+  if (found.slot != notify::kEveryPolicy && service::effectiveMaxAge(site.slots, found.slot) == 0) {
+    report.note(found.files(), "is not used: its policy has no maximum age or no name");
+  }
   if (html && !found.text && !found.textFile.empty()) {
     report.note(found.textFile, "is not used: the HTML template counts",
                 "emailTextAlternative mails both");

@@ -71,7 +71,7 @@ RegistryValue numberValue(std::uint32_t number) {
 // Nothing, with `error`, when the text is no value of the setting.
 std::optional<RegistryValue> valueOf(const Setting& setting, const std::string& text,
                                      std::string& error) {
-  if (setting.type == SettingType::Text) {
+  if (isText(setting.type)) {
     if (text.size() <= setting.limit) return textValue(text);
     error = "is longer than " + std::to_string(setting.limit) + " bytes";
     return std::nullopt;

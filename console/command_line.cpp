@@ -1,10 +1,44 @@
 #include "console/command_line.h"
 
 #include <map>
+#include <sstream>
 
 #include "platform/host/system_host.h"
 
 namespace console {
+namespace {
+
+constexpr int kHelpWidth = 80;
+
+class NarrowHelp final : public CLI::Formatter {
+ public:
+  std::string make_description(const CLI::App* command) const override {
+    return TextStyle{kHelpWidth, false}.paragraph("", 0, command->get_description());
+  }
+  std::string make_option_desc(const CLI::Option* option) const override {
+    return broken(CLI::Formatter::make_option_desc(option));
+  }
+  std::string make_subcommand(const CLI::App* command) const override {
+    std::ostringstream out;
+    CLI::detail::format_help(out, command->get_display_name(true),
+                             broken(command->get_description()), get_column_width());
+    return out.str();
+  }
+
+ private:
+  std::string broken(const std::string& description) const {
+    const TextStyle style{kHelpWidth - static_cast<int>(get_column_width()), false};
+    std::string lines = style.paragraph("", 0, description);
+    lines.pop_back();
+    return lines;
+  }
+};
+
+}  // namespace
+
+void makeHelpNarrow(CLI::App& app) {
+  app.formatter(std::make_shared<NarrowHelp>());
+}
 
 void addRegistryOption(CLI::App& command, std::string& file) {
   command.add_option("--registry", file, "Registry file (.reg)")->type_name("FILE");

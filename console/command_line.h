@@ -25,6 +25,10 @@ CLI::App& addCommand(CLI::App& app, Chosen& chosen, const char* name, const char
   return *added;
 }
 
+// Breaks the descriptions in the help of a command and its subcommands to lines of 80 characters.
+// To be set before the subcommands are added.
+void makeHelpNarrow(CLI::App& app);
+
 // Options that several commands have.
 void addRegistryOption(CLI::App& command, std::string& file);
 void addDirectoryOption(CLI::App& command, std::string& uri);

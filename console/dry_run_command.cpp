@@ -124,8 +124,9 @@ int dryRunCommand(const RunOptions& options) {
   answer.above =
       formatText("A dry run: nothing is mailed, forced or written%s.\n",
                  reportFile.empty() ? "" : " but the report") +
-      formatText("%llu lines in %i user lists%s\n\n", static_cast<unsigned long long>(record.lines),
-                 record.lists, record.reportOnly ? ", report-only mode" : "");
+      formatText("%llu lines in %i user list%s%s\n\n",
+                 static_cast<unsigned long long>(record.lines), record.lists,
+                 record.lists == 1 ? "" : "s", record.reportOnly ? ", report-only mode" : "");
   std::optional<Totals> without;
   if (before) {
     without = dryRun(*before, "").second;

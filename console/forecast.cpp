@@ -104,7 +104,7 @@ Table policyTable(const ForecastPair& pair) {
 }
 
 std::string summary(const Forecast& forecast) {
-  return formatText("%s in %d days; %s at their age already, %s later\n",
+  return formatText("%s in %d days; %s at their age already, %s later",
                     groupedText(forecast.total()).c_str(), static_cast<int>(forecast.days()),
                     groupedText(forecast.overdue()).c_str(), groupedText(forecast.later()).c_str());
 }
@@ -203,9 +203,10 @@ std::vector<ForecastWave> Forecast::waves() const {
 }
 
 std::string forecastText(const ForecastPair& pair, const TextStyle& style) {
-  std::string text = "passwords that reach their maximum age: " + summary(pair.now);
+  const auto lines = [&style](const std::string& line) { return style.paragraph("", 0, line); };
+  std::string text = lines("passwords that reach their maximum age: " + summary(pair.now));
   if (pair.then != nullptr) {
-    text += "with " + platform::loggableAnsiLine(pair.settings) + ": " + summary(*pair.then);
+    text += lines("with " + platform::loggableAnsiLine(pair.settings) + ": " + summary(*pair.then));
   }
   text += '\n';
   if (pair.now.policies().size() > 1) text += policyTable(pair).text(style) + '\n';

@@ -22,7 +22,8 @@ constexpr const char* kStyle = R"(
 --card:#1f242b;--wave:#ff8a80;--then:#fff}}
 @media print{:root{--back:#fff;--ink:#000;--faint:#444;--line:#bbb;--card:#fff;--wave:#b3261e;--then:#000}
 *{print-color-adjust:exact;-webkit-print-color-adjust:exact}
-section{break-inside:avoid}.days{break-inside:auto}.card{border:1px solid var(--line)}}
+section{break-inside:avoid}.days{break-inside:auto}.card{border:1px solid var(--line)}
+details:not([open]){display:none}}
 *{box-sizing:border-box}
 body{margin:0 auto;max-width:1100px;padding:16px;background:var(--back);color:var(--ink);
 font:15px/1.45 system-ui,"Segoe UI",Roboto,"DejaVu Sans",Arial,sans-serif;overflow-wrap:break-word}
@@ -44,7 +45,8 @@ svg text{font-size:12px;fill:var(--faint)}svg .wave{fill:var(--wave);font-weight
 .waves{padding-left:1.2em}.waves b{color:var(--wave)}
 table{border-collapse:collapse;font-variant-numeric:tabular-nums}
 th,td{padding:3px 14px 3px 0;text-align:left;border-bottom:1px solid var(--line);font-weight:normal}
-th.n,td.n{text-align:right}td.n{white-space:nowrap}.names{columns:12em;padding:0;list-style:none}summary{cursor:pointer}
+th.n,td.n{text-align:right}td.n{white-space:nowrap}
+th:last-child,td:last-child{padding-right:0}.names{columns:10em;padding:0;list-style:none}summary{cursor:pointer}
 )";
 
 std::string escaped(const std::string& ansi) {
@@ -159,8 +161,9 @@ class Page {
   }
 
   void addNames() {
-    const std::vector<std::string>& names = pair_.now.withoutAddress();
+    std::vector<std::string> names = pair_.now.withoutAddress();
     if (names.empty()) return;
+    std::sort(names.begin(), names.end());  // those of all policies in one list
     text_ +=
         "<section><h2>Due, without an e-mail address</h2>\n<p>No warning can reach these users.</p>"
         "<ul class=\"names\">";

@@ -69,6 +69,7 @@ class Init {
   std::string typedLine(const Question& question);
   bool answer(std::string& value, const Question& question);
   bool answers();
+  bool answerController();
   bool answerMailServer();
   bool password(LoginFile& login);
   bool reach(Domain& domain);
@@ -96,7 +97,7 @@ class Init {
 std::string mailServerProblem(const std::string& text) {
   return check::looksLikeHost(text)
              ? ""
-             : "\"" + text + "\" is not the name of a host (a port is set by smtpPort)";
+             : "\"" + text + "\" is not the name of a host; smtpPort in the file sets the port";
 }
 
 std::string addressProblem(const std::string& text) {
@@ -156,24 +157,18 @@ bool Init::answer(std::string& value, const Question& question) {
 }
 
 bool Init::answers() {
-  std::string directory = options_.directoryUri;
   site_.bindUser = options_.bindUser;
   site_.bindPasswordFile = options_.bindPasswordFile;
   site_.caFile = options_.caFile;
   site_.sender = options_.sender;
   site_.administrator = options_.administrator;
   site_.reportOnly = !options_.live;
-  if (platform::servesLdap()) {
-    if (!answer(directory, {"--directory", "Domain controller, or empty for that of Kerberos"}) ||
-        !answer(site_.bindUser,
-                {"--bind-user", "Account to read it with, or empty for Kerberos"})) {
-      return false;
-    }
+  if (!answerController() ||
+      (platform::servesLdap() &&
+       !answer(site_.bindUser,
+               {"--bind-user", "Account to read it with, or empty for Kerberos"}))) {
+    return false;
   }
-  if (!directory.empty() && directory.find(':') == std::string::npos) {
-    directory = (site_.bindUser.empty() ? "ldap://" : "ldaps://") + directory;
-  }
-  site_.directoryUri = directory;
   std::string days;
   for (const std::uint32_t day : options_.warnings) {
     days += (days.empty() ? "" : ",") + std::to_string(day);
@@ -188,6 +183,13 @@ bool Init::answers() {
                     daysProblem, true});
   site_.warnings = daysOf(days);
   return complete;
+}
+
+bool Init::answerController() {
+  site_.directoryUri = options_.directoryUri;
+  return !platform::servesLdap() ||
+         answer(site_.directoryUri,
+                {"--directory", "Domain controller, or empty for that of Kerberos"});
 }
 
 bool Init::answerMailServer() {
@@ -211,8 +213,7 @@ bool Init::password(LoginFile& login) {
   if (platform::fileExists(login.file)) return true;
   std::string typed;
   if (asks_) {
-    std::printf("Password of %s (is not shown, and written to %s): ", login.user.c_str(),
-                login.file.c_str());
+    std::printf("Password of %s (not shown, kept in that file): ", login.user.c_str());
     std::fflush(stdout);
     platform::readHiddenLine(typed);
     std::printf("\n");
@@ -227,6 +228,10 @@ bool Init::password(LoginFile& login) {
 
 // Reads the domain with what is known by now. False with error_ when the settings cannot be used.
 bool Init::look(Domain& domain) {
+  std::string& uri = site_.directoryUri;
+  if (!uri.empty() && uri.find(':') == std::string::npos) {
+    uri.insert(0, site_.bindUser.empty() ? "ldap://" : "ldaps://");
+  }
   const std::string draft = file_ + ".draft";
   if (!platform::replaceFileAtomically(draft, siteFileText(site_))) {
     error_ = draft + ": " + platform::fileErrorText();
@@ -285,7 +290,7 @@ void Init::showCertificates(const std::vector<std::string>& chain) const {
 bool Init::confirms(const std::string& fingerprint) {
   if (!options_.trust.empty()) return base::equalsNoCase(options_.trust, fingerprint);
   if (!asks_) return false;
-  std::printf("Compare the last fingerprint with that of your domain's authority.\n");
+  std::printf("Compare the last fingerprint with that of this certificate on the controller.\n");
   return typedLine({"--trust", "Type \"yes\" to trust it"}) == "yes";
 }
 
@@ -295,7 +300,9 @@ bool Init::trust(const Domain& domain) {
   showCertificates(chain);
   const auto authority = platform::describeCertificate(chain.back());
   if (chain.size() == 1 && authority && authority->subject != authority->issuer) {
-    std::printf("It does not show its authority: what is stored ends with this certificate.\n");
+    std::printf(
+        "It does not show its authority: what is stored is good only until this\n"
+        "certificate is replaced.\n");
   }
   if (!authority || !confirms(authority->fingerprint)) {
     error_ = "the controller's authority was not confirmed (--trust FINGERPRINT, or --ca-file): " +
@@ -337,9 +344,8 @@ void Init::show(const Domain& domain) const {
   const std::size_t forced = older(site_.maxAge);
   const std::size_t due = older(site_.maxAge - std::min(first, site_.maxAge));
   std::printf(
-      "With a maximum age of %u days, %s of them would be in their last %u days when it is "
-      "switched\n"
-      "on, and %s past the age.%s\n",
+      "With a maximum age of %u days, %s of them would be in their last %u days\n"
+      "when it is switched on, and %s past the age.%s\n",
       site_.maxAge, std::to_string(due - forced).c_str(), first, std::to_string(forced).c_str(),
       site_.usesDirectoryPolicy
           ? "\nThe directory's own policies decide about each: useDirectoryPolicy is set."
@@ -347,15 +353,19 @@ void Init::show(const Domain& domain) const {
 }
 
 // Looks at the domain until it answers: with its authority when that is confirmed, and with another
-// password after a wrong one was typed. False with error_ when it is not to be reached.
+// controller or password after a wrong one was typed. False with error_ when it is not to be
+// reached.
 bool Init::reach(Domain& domain) {
+  using Step = platform::DirectoryStep;
   while (look(domain)) {
     if (domain.bound) return true;
-    const platform::DirectoryStep step = domain.error.step;
-    if (step == platform::DirectoryStep::Tls && site_.caFile.empty() &&
-        !domain.facts.certificates.empty()) {
+    const Step step = domain.error.step;
+    if ((step == Step::Name || step == Step::Connect) && asks_ && options_.directoryUri.empty()) {
+      std::printf("%s\n", error_.c_str());
+      if (!answerController()) return false;
+    } else if (step == Step::Tls && site_.caFile.empty() && !domain.facts.certificates.empty()) {
       if (!trust(domain)) return false;
-    } else if (step == platform::DirectoryStep::Login && directoryLogin_.typed && asks_) {
+    } else if (step == Step::Login && directoryLogin_.typed && asks_) {
       std::printf("%s\n", error_.c_str());
       platform::removeFile(site_.bindPasswordFile);
       if (!password(directoryLogin_)) return false;
@@ -381,8 +391,8 @@ int Init::run() {
   }
   std::printf(
       "\n%s is written%s. Next:\n"
-      "  pwlapse check --registry %s --work-dir DIR\n"
-      "  pwlapse run --dry-run --registry %s --work-dir DIR\n",
+      "  pwlapse check --registry %s\n"
+      "  pwlapse run --dry-run --registry %s\n",
       file_.c_str(),
       site_.reportOnly ? ", in report-only mode" : ": a pass mails and forces users from now on",
       file_.c_str(), file_.c_str());

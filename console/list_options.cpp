@@ -13,12 +13,14 @@ void addList(CLI::App& app, Chosen& chosen) {
       ->type_name("DAYS");
   list.add_option("--policy", options->policy, "Whom this policy has: Policy1, or its policyName")
       ->type_name("NAME");
-  list.add_option("--outcome", options->outcomes, "Whose day comes to one of these")
-      ->type_name("OUTCOME...")
-      ->check(CLI::IsMember(outcomeCodes()));
+  const std::vector<std::string> outcomes = outcomeCodes();
+  list.add_option("--outcome", options->outcomes,
+                  "Whose day comes to one of these: " + CLI::detail::join(outcomes, ", "))
+      ->type_name("OUTCOME")
+      ->check(CLI::IsMember(outcomes).description(""));
   list.add_flag("--no-address", options->noAddress, "Who has no e-mail address, or no surname");
   list.add_option("--user", options->users, "These users, whatever the other options say")
-      ->type_name("NAME...");
+      ->type_name("NAME");
   list.add_option("--sort", options->sort, "left (default), user, policy, age, address or outcome")
       ->type_name("COLUMN")
       ->check(

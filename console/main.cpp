@@ -40,6 +40,7 @@ int main(int argc, char** argv) {
                "pwlapse");
   app.set_version_flag("--version", "pwlapse 6.2.0");
   app.require_subcommand(0, 1);
+  console::makeHelpNarrow(app);
   console::Chosen chosen;
   for (const auto add : kCommands) add(app, chosen);
   const std::string help = " (see pwlapse --help)";

@@ -79,7 +79,7 @@ std::string details(const LastRun& run, const Calendar& calendar, const TextStyl
                                 calendar.momentText(run.began).c_str(), run.durationSeconds);
   if (run.next) text += "next      " + calendar.momentText(*run.next) + '\n';
   if (!run.allWell()) {
-    text += "all well  " +
+    text += "last good " +
             (run.lastSuccess ? calendar.momentText(*run.lastSuccess) : "in no recorded pass") +
             '\n';
   }
@@ -128,8 +128,10 @@ int statusCommand(const StatusOptions& options) {
   answer.rowsKey = "outcomes";
   answer.table.columns = {{"outcome", "OUTCOME"}, {"lines", "LINES"}};
   constexpr Tone kTones[] = {Tone::Good, Tone::Note, Tone::Bad};
-  answer.above =
-      outputStyle().painted(kTones[static_cast<int>(state)], stateName(state)) + ": " + line + '\n';
+  const TextStyle style = outputStyle();
+  const std::string word = stateName(state);
+  answer.above = style.paragraph(style.painted(kTones[static_cast<int>(state)], word + ':') + ' ',
+                                 word.size() + 2, line);
   answer.members = {{"state", stateName(state)}, {"message", jsonText(line)}};
   if (run) describe(*run, calendar, answer);
   answer.peopleSeeTable = run.has_value();

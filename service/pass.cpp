@@ -146,7 +146,7 @@ void Pass::checkSettings() {
   }
   if (pass_.settings.emailAdminReports) {
     for (const std::string& problem : notify::findAdminAddressProblems(pass_.settings)) {
-      findings_.problem(problem);
+      findings_.problem(problem, Cause::Settings);
     }
   }
   for (const config::SettingMistake& unusable : config::findUnusableValues(run_.host.registry)) {
