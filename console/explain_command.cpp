@@ -52,7 +52,7 @@ std::vector<Condition> conditionsOf(const UserStory& story) {
            (story.whyReportOnly.empty() ? ": see below" : ": " + story.whyReportOnly)},
       {noMailBit(NotAWarningDay) | noMailBit(Remembered),
        "a warning is due with " + days(user.daysLeft()) + " left",
-       settings.rememberWarnings ? "the warnings that are due were mailed (rememberWarnings)"
+       settings.rememberWarnings ? "no warning is due that was not mailed (rememberWarnings)"
                                  : "no warning day: they are " + warnings},
       {noMailBit(MailedToday),
        settings.limitEmails ? "no warnings were mailed today (limitEmails)" : "", ""},

@@ -104,7 +104,7 @@ Table policyTable(const ForecastPair& pair) {
 }
 
 std::string summary(const Forecast& forecast) {
-  return formatText("%s in %d days; %s at their age already, %s later",
+  return formatText("%s in %d days; %s have already, %s later",
                     groupedText(forecast.total()).c_str(), static_cast<int>(forecast.days()),
                     groupedText(forecast.overdue()).c_str(), groupedText(forecast.later()).c_str());
 }

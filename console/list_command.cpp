@@ -243,9 +243,11 @@ int listCommand(const ListOptions& options) {
   const TextStyle style = outputStyle();
   const std::string missing = missingUsers(options.users, lines);
   answer.peopleSeeTable = !lines.empty();
-  answer.below = '\n' + totals(counts, lines.size()) +
-                 (pass.reportOnly ? "; report-only mode\n" : "\n") + missing +
-                 findingsText(pass.findings.problems(), pass.findings.notes(), style);
+  answer.below =
+      (lines.empty() ? "" : "\n") +
+      style.paragraph(
+          "", 0, totals(counts, lines.size()) + (pass.reportOnly ? "; report-only mode" : "")) +
+      missing + findingsText(pass.findings.problems(), pass.findings.notes(), style);
   JsonValue outcomes = JsonValue::object();
   for (int i = 0; i < service::kOutcomes; ++i) {
     if (counts.at(i) != 0) outcomes[outcomeCode(static_cast<service::Outcome>(i))] = counts.at(i);
