@@ -50,9 +50,10 @@ class Value {
       : content_(static_cast<std::int64_t>(number)), tone_(tone) {}
 
   // A text that is not copied: it must outlive the value.
-  static Value borrowed(std::string_view text) {
+  static Value borrowed(std::string_view text, Tone tone = Tone::Plain) {
     Value value;
     value.content_ = text;
+    value.tone_ = tone;
     return value;
   }
 

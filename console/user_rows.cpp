@@ -23,6 +23,14 @@ Value numberValue(const std::optional<Number>& number) {
   return number ? Value(*number) : Value();
 }
 
+std::vector<std::string> policyLabels() {
+  std::vector<std::string> labels;
+  for (int slot = 0; slot < service::kPolicySlots; ++slot) {
+    labels.push_back(service::slotLabel(slot));
+  }
+  return labels;
+}
+
 Value textValue(std::string_view text) {
   return text.empty() ? Value() : Value::borrowed(text);
 }
@@ -120,10 +128,11 @@ UserLine lineOf(const UserRecord& user, const directory::UserDirectoryData& data
 }
 
 void fillUserRow(const UserLine& line, std::vector<Value>& row) {
+  static const std::vector<std::string> labels = policyLabels();
   row.clear();
   row.reserve(kUserColumns);
   row.push_back(Value::borrowed(line.user));
-  row.emplace_back(service::slotLabel(line.slot));
+  row.push_back(Value::borrowed(labels.at(static_cast<std::size_t>(line.slot))));
   row.push_back(numberValue(line.age));
   row.push_back(numberValue(line.maximumAge));
   row.push_back(line.expires ? Value(dayText(*line.expires)) : Value());
@@ -131,9 +140,9 @@ void fillUserRow(const UserLine& line, std::vector<Value>& row) {
   row.push_back(textValue(line.address));
   row.push_back(textValue(line.firstName));
   row.push_back(textValue(line.lastName));
-  row.emplace_back(outcomeCode(line.outcome));
-  row.emplace_back(service::outcomeLabel(line.outcome, notify::PassMode::Dry),
-                   outcomeTone(line.outcome));
+  row.push_back(Value::borrowed(outcomeCode(line.outcome)));
+  row.push_back(Value::borrowed(service::outcomeLabel(line.outcome, notify::PassMode::Dry),
+                                outcomeTone(line.outcome)));
   row.emplace_back(line.mailed);
   row.emplace_back(line.forced);
   row.push_back(line.why.empty() ? Value() : Value(line.why));

@@ -58,7 +58,8 @@ void printFound(std::FILE* out, const std::u16string& path) {
 
 // The ANSI text, up to a NUL, cut to what a field of UserDirectoryData holds.
 std::string fieldText(const std::u16string& value) {
-  std::string text = platform::utf16ToAnsi(std::u16string_view(value).substr(0, value.find(u'\0')));
+  std::string text = platform::utf16ToAnsi(value);
+  text.resize(std::min(text.find('\0'), text.size()));
   if (text.size() >= kDirectoryTextCapacity) {
     text.resize(platform::ansiStart(text, kDirectoryTextCapacity - 1).size());
   }
