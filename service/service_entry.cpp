@@ -5,6 +5,7 @@
 
 #include "base/ascii.h"
 #include "platform/system/files.h"
+#include "platform/system/terminal.h"
 #include "service/service_installer.h"
 #include "service/service_main.h"
 
@@ -76,8 +77,10 @@ void fatalError(platform::Process& process, const char* message, platform::WinEr
 int enterService(const std::vector<std::string>& arguments, ServiceSystem system,
                  ServiceWork& work) {
   const std::string word = switchWord(arguments);
-  if (base::equalsNoCase(word, "install")) return install(arguments, system);
-  if (base::equalsNoCase(word, "remove")) {
+  const bool installs = base::equalsNoCase(word, "install");
+  if (installs || base::equalsNoCase(word, "remove")) {
+    const platform::AnsiTerminal terminal;
+    if (installs) return install(arguments, system);
     removeService(system, kServiceName);
     return 0;
   }
