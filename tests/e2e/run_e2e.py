@@ -17,8 +17,9 @@ import own_network  # noqa: E402
 
 def main():
     own_network.enter()
-    # Ignored in what a shell runs in the background, and so in the programs under test.
+    # Ignored in what a shell runs in the background, or nohup, and so in the programs under test.
     signal.signal(signal.SIGINT, signal.default_int_handler)
+    signal.signal(signal.SIGHUP, signal.SIG_DFL)
     loader = unittest.TestLoader()
     names = sys.argv[1:]
     suite = loader.loadTestsFromNames(names) if names else loader.discover(str(FOLDER))
