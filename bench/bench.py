@@ -137,16 +137,16 @@ def bench_ldif(table):
                 site.measure()
         for site in sites:
             site.check()
+        listing = [PWLAPSE, "list", *middle.command[2:], "--format", "csv"]
+        list_seconds, pass_seconds, list_ratio = compare(
+            ROUNDS, lambda: cost_of(listing).seconds, lambda: cost_of(middle.command).seconds)
     seconds = middle.seconds()
     table.row(f"LDIF, 100,000 users ({100_000 / seconds:,.0f} users/s)", f"{seconds:.2f} s",
               "< 2 s", seconds < 2)
     table.row("LDIF, 100,000 users, peak memory", f"{middle.peak_mb():.0f} MB", "< 300 MB",
               middle.peak_mb() < 300)
-    listing = [PWLAPSE, "list", *middle.command[2:], "--format", "csv"]
-    ours, peer, ratio = compare(ROUNDS, lambda: cost_of(listing).seconds,
-                                lambda: cost_of(middle.command).seconds)
-    table.row("  `list` of them as CSV, to a pass", f"{ours:.2f} s", "1.50 x", ratio < 1.5,
-              f"{peer:.2f} s", ratio)
+    table.row("  `list` of them as CSV, to a pass", f"{list_seconds:.2f} s", "1.50 x",
+              list_ratio < 1.5, f"{pass_seconds:.2f} s", list_ratio)
     table.row("LDIF, 1,000,000 users", f"{large.seconds():.2f} s")
     table.row("LDIF, 1,000,000 users, peak memory", f"{large.peak_mb():.0f} MB")
     ratio = large.processor_seconds() / middle.processor_seconds()
