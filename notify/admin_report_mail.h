@@ -21,8 +21,7 @@ std::vector<std::string> findAdminAddressProblems(const config::ExpirationSettin
 
 // One mail to all of them. Blocks for as long as the mail server takes. The logo, where there is to
 // be one (mailHasLogo()), is the file that a run makes; in a dry run, which makes none, the one in
-// the program. A send that failed leaves
-// kMailErrorFile. `report` is finished.
+// the program. A send that failed leaves kMailErrorFile. `report` is finished.
 MailOutcome sendAdminReport(const config::ExpirationSettings& settings, const RunReport& report,
                             PassMode mode, Mailer& mailer);
 

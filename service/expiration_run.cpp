@@ -56,7 +56,6 @@ void ExpirationRun::repeat() {
   std::string reason;  // without a record of a pass none was made
   if (const std::optional<LastRun> last = readLastRun(reason)) {
     lastBegan = wallSecondsAt(context_.host.clock, last->began);
-    lastSuccess_ = last->lastSuccess;
   }
   schedule_.start(*times, lastBegan, base::wallSeconds(context_.host.clock.localTime()));
 }
@@ -91,9 +90,9 @@ LastRun ExpirationRun::describe(const PassRecord& record,
 // Without the folder of the logs the record is left out, as they are.
 void ExpirationRun::leaveRecord(PassRecord& record) {
   std::string reason;
-  if (!lastSuccess_) {
-    const std::optional<LastRun> before = readLastRun(reason);
-    if (before) lastSuccess_ = before->lastSuccess;
+  // A pass by hand may have been all well since the last one of this run.
+  if (const std::optional<LastRun> before = readLastRun(reason)) {
+    lastSuccess_ = std::max(lastSuccess_, before->lastSuccess);
   }
   const config::ExpirationSettings settings = currentSettings();
   const std::string& metricsFile = settings.metricsFile;

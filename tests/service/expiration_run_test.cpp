@@ -556,14 +556,20 @@ TEST(RunForEver, SaysInTheJournalWhatEachPassCameTo) {
     site.user({"walter", 40});
     SiteService service(site);
     service.clock.duringSleep = [&](std::size_t sleeps) {
-      if (sleeps == 1) site.write("site.reg", "REGEDIT4\nnonsense\n");
+      if (sleeps != 1) return;
+      site.write("site.reg", "REGEDIT4\nnonsense\n");
+      LastRun byHand;
+      byHand.lastSuccess = 2'000'000'000;
+      EXPECT_TRUE(writeLastRun(byHand));
     };
     const std::string well =
         "pwLapseSvc: pass over 1 line in 1 list, in 0 s: 1 warned; 1 mail sent";
     const std::string journal = service.journal();
+    std::string unused;
     EXPECT_TRUE(journal.starts_with(well + next)) << journal;
     EXPECT_TRUE(contains(journal, "site.reg:2: ")) << journal;
     EXPECT_TRUE(contains(journal, ": the settings are those of before\n" + well + "; 1 problem"));
+    EXPECT_EQ(readLastRun(unused)->lastSuccess, 2'000'000'000);
   }
   {
     // The day of the mailing cannot be written: it is kept for the next pass.
